@@ -1,0 +1,7 @@
+#include <facetbox/version.h>
+
+namespace facetbox {
+
+const char* version() noexcept { return FACETBOX_VERSION_STRING; }
+
+}  // namespace facetbox
