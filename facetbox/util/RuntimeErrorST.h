@@ -1,9 +1,10 @@
 #pragma once
 
+#include <facetbox/util/Export.h>
+
+#include <memory>
 #include <stdexcept>
 #include <string>
-
-#include <facetbox/util/Export.h>
 
 namespace util {
 
@@ -20,7 +21,8 @@ class FACETBOX_EXPORT RuntimeErrorST : public std::runtime_error {
   const char* stacktrace() const noexcept;
 
  private:
-  std::string mStacktrace;
+  std::shared_ptr<const std::string>
+      mStacktrace;  // never null; shared, so that copying an error in flight cannot throw
 };
 
 }  // namespace util

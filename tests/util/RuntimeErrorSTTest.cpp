@@ -1,0 +1,44 @@
+#include <facetbox/util/RuntimeErrorST.h>
+#include <gtest/gtest.h>
+
+#include <boost/stacktrace.hpp>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+TEST(RuntimeErrorST, callStackStartsAtThePlaceThatMadeTheError) {
+  const std::vector<std::string> here = linesOf(to_string(boost::stacktrace::stacktrace()));
+  const util::RuntimeErrorST error("lost");
+  const std::vector<std::string> lines = linesOf(error.stacktrace());
+
+  ASSERT_GT(lines.size(), 1u);
+  ASSERT_EQ(lines.size(), here.size());
+  // The first frame is this function in both, at another line of it; the callers are the same.
+  for (std::size_t i = 1; i < lines.size(); ++i) EXPECT_EQ(lines[i], here[i]);
+}
+
+TEST(RuntimeErrorST, isARuntimeErrorWhoseCopiesKeepTextAndCallStack) {
+  auto original = std::make_unique<util::RuntimeErrorST>("lost");
+  const std::string stacktrace = original->stacktrace();
+  try {
+    util::RuntimeErrorST assigned("other");
+    assigned = *original;
+    original.reset();
+    throw assigned;
+  } catch (const std::runtime_error& caught) {
+    EXPECT_STREQ(caught.what(), "lost");
+    EXPECT_EQ(dynamic_cast<const util::RuntimeErrorST&>(caught).stacktrace(), stacktrace);
+  }
+}
+
+}  // namespace
