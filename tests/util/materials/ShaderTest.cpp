@@ -1,0 +1,207 @@
+#include <facetbox/util/materials/Shader.h>
+#include <facetbox/util/materials/Texture.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <barrier>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using ::testing::ThrowsMessage;
+using util::MaterialPair;
+using util::Shader;
+using util::ShaderHandle;
+using util::ShaderType;
+
+std::shared_ptr<const util::Texture> textureOf(std::u16string uri) {
+  return std::make_shared<const util::SimpleTexture>(std::move(uri));
+}
+
+Shader texturedShader(std::u16string uri) {
+  return Shader("surface").declare("texture", ShaderType::texture).set("texture", textureOf(std::move(uri)));
+}
+
+/// A texture with a digest of its own.
+class RepaintedTexture final : public util::Texture {
+ public:
+  explicit RepaintedTexture(std::u16string uri) : mUri(std::move(uri)) { mMetadata.mDigest[0] = 1; }
+  const std::u16string& uri() const noexcept override { return mUri; }
+  std::span<const std::uint8_t> data() const noexcept override { return {}; }
+  const util::TextureMetadata& metadata() const noexcept override { return mMetadata; }
+
+ private:
+  std::u16string mUri;
+  util::TextureMetadata mMetadata;
+};
+
+TEST(Shader, changesYieldNewRecordsAndLeaveTheOldOnesAlone) {
+  const Shader bare("surface");
+  const Shader declared = bare.declare("gloss", ShaderType::doubles, 2);
+  const Shader set = declared.set("gloss", std::vector<double>{0.5, 2});
+  const Shader changed = set.set("gloss", std::vector<double>{1, 2});
+
+  EXPECT_FALSE(bare.declares("gloss"));
+  EXPECT_EQ(declared.find("gloss"), nullptr);
+  EXPECT_EQ(*set.find("gloss"), util::ShaderValue(std::vector<double>{0.5, 2}));
+  EXPECT_EQ(*changed.find("gloss"), util::ShaderValue(std::vector<double>{1, 2}));
+  EXPECT_EQ(set.declare("gloss", ShaderType::doubles, 2), set) << "declaring a key again keeps its value";
+}
+
+TEST(Shader, refusesUnknownKeysAndMismatchesWithTheirTexts) {
+  const Shader shader = Shader("surface").declare("texture", ShaderType::texture).declare("b", ShaderType::floats, 3);
+  const auto unknown = ThrowsMessage<std::invalid_argument>("unknown shader key: c");
+  EXPECT_THAT([&] { shader.find("c"); }, unknown);
+  EXPECT_THAT([&] { shader.set("c", "text"); }, unknown);
+  const auto mismatch = ThrowsMessage<std::runtime_error>("tried to add an existing key with non-matching type/size");
+  EXPECT_THAT([&] { shader.declare("b", ShaderType::floats, 4); }, mismatch);
+  EXPECT_THAT([&] { shader.declare("b", ShaderType::doubles, 3); }, mismatch);
+  EXPECT_THROW(shader.set("b", std::vector<float>{1, 2}), std::invalid_argument);
+  EXPECT_THROW(shader.set("b", std::vector<double>{1, 2, 3}), std::invalid_argument);
+  EXPECT_THROW(shader.set("texture", std::shared_ptr<const util::Texture>()), std::invalid_argument);
+}
+
+TEST(Shader, contentDecidesEqualityAndHash) {
+  const auto number = [](double value) {
+    return Shader("s").declare("n", ShaderType::doubles).set("n", std::vector<double>{value});
+  };
+  const Shader ab = Shader("s").declare("a", ShaderType::integers).declare("b", ShaderType::string);
+  const Shader ba = Shader("s").declare("b", ShaderType::string).declare("a", ShaderType::integers);
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  for (const auto& [x, y] :
+       {std::pair(ab, ba), std::pair(number(nan), number(nan)),
+        std::pair(texturedShader(u"brick"), texturedShader(u"brick")), std::pair(ab.set("b", "x"), ba.set("b", "x"))}) {
+    EXPECT_EQ(x, y);
+    EXPECT_EQ(hash_value(x), hash_value(y));
+  }
+
+  const std::vector<Shader> different = {
+      Shader("s"),
+      Shader("t"),
+      ab,
+      ab.set("a", std::vector<std::int64_t>{1}),
+      ab.set("b", ""),
+      ab.set("b", "x"),
+      Shader("s").declare("a", ShaderType::integers, 0).declare("b", ShaderType::string),
+      number(0.0),
+      number(-0.0),
+      number(1),
+      texturedShader(u"brick"),
+      texturedShader(u"slate"),
+      texturedShader(u"brick").set("texture", std::make_shared<const RepaintedTexture>(u"brick")),
+  };
+  for (std::size_t i = 0; i < different.size(); ++i)
+    for (std::size_t j = 0; j < i; ++j) EXPECT_FALSE(different[i] == different[j]) << i << " and " << j;
+}
+
+TEST(ShaderHandle, isTheEmptyMaterialByDefault) {
+  const ShaderHandle empty;
+  EXPECT_EQ(empty->name(), "EmptyShader");
+  EXPECT_FALSE(empty->declares("texture"));
+  EXPECT_EQ(&*empty, &*ShaderHandle());
+  EXPECT_EQ(empty, intern(Shader("EmptyShader")));
+  EXPECT_EQ(MaterialPair(), MaterialPair());
+  EXPECT_NE(empty, intern(texturedShader(u"brick")));
+}
+
+TEST(ShaderHandle, equalContentsShareOneRecordUntilTheLastHandleGoes) {
+  const auto texture = std::make_shared<const util::SimpleTexture>(u"shared");
+  const std::weak_ptr<const util::Texture> watched = texture;
+  const auto internShared = [&] { return intern(texturedShader(u"other").set("texture", texture)); };
+  const ShaderHandle first = intern(texturedShader(u"shared"));
+  {
+    const ShaderHandle second = internShared();
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(&*first, &*second);
+    EXPECT_NE(first, intern(texturedShader(u"unshared")));
+  }
+  EXPECT_EQ(watched.use_count(), 1) << "the store keeps the texture that came first";
+
+  ShaderHandle later = first;
+  ShaderHandle lone = intern(Shader("lone").declare("texture", ShaderType::texture).set("texture", texture));
+  EXPECT_EQ(watched.use_count(), 2);
+  lone = std::move(later);
+  EXPECT_EQ(watched.use_count(), 1) << "the last handle took its record along";
+  EXPECT_EQ(lone, first);
+}
+
+/// Whether this process has the store's shared-memory object open.
+bool hasStore() {
+  std::ifstream maps("/proc/self/maps");
+  for (std::string line; std::getline(maps, line);)
+    if (line.find("bip.gmem.map.") != std::string::npos) return true;
+  return false;
+}
+
+void exitWithStoreStates() {
+  const MaterialPair pair{intern(Shader("EmptyShader")), ShaderHandle()};
+  const bool textureFound = findTexture(pair, "texture") != nullptr;
+  const Shader shader = texturedShader(u"brick");
+  const bool before = hasStore();
+  const ShaderHandle handle = intern(shader);
+  std::exit(!textureFound && !before && hasStore() ? 0 : 1);
+}
+
+TEST(ShaderHandle, storeIsMadeByTheFirstTextureAndNotBefore) {
+  if (!std::filesystem::exists("/dev/shm")) GTEST_SKIP() << "no shared memory on this machine";
+  // Starts this program anew, so that no other test has made the store.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(exitWithStoreStates(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(ShaderHandle, threadsInternCompareAndReleaseTheSameContents) {
+  constexpr std::size_t kThreads = 4;
+  constexpr int kRounds = 500;
+  const std::array<std::u16string, 4> names = {u"a", u"b", u"c", u"d"};
+  // The first two stay alive throughout, the others come and go. Run on its own, this also makes the store in a race.
+  std::array<std::array<ShaderHandle, 2>, kThreads> kept;
+  std::array<int, kThreads> mistakes{};
+  std::barrier start(static_cast<std::ptrdiff_t>(kThreads));
+
+  const auto work = [&](std::size_t thread) {
+    start.arrive_and_wait();
+    for (std::size_t i = 0; i < kept[thread].size(); ++i) kept[thread][i] = intern(texturedShader(names[i]));
+    for (int round = 0; round < kRounds; ++round) {
+      for (std::size_t i = 0; i < names.size(); ++i) {
+        const MaterialPair pair{intern(texturedShader(names[i])), ShaderHandle()};
+        const MaterialPair copy = pair;
+        const bool same = pair.first == intern(texturedShader(names[i])) && copy == pair;
+        const bool sharesKept = i < kept[thread].size() ? pair.first == kept[thread][i] : pair.first != kept[thread][0];
+        if (!same || !sharesKept || findTexture(copy, "texture")->uri() != names[i]) ++mistakes[thread];
+      }
+    }
+  };
+  std::vector<std::jthread> threads;
+  for (std::size_t thread = 0; thread < kThreads; ++thread) threads.emplace_back(work, thread);
+  threads.clear();
+  EXPECT_THAT(mistakes, ::testing::Each(0));
+  EXPECT_THAT(kept, ::testing::Each(kept[0]));
+}
+
+TEST(FindTexture, looksInTheSecondRecordOnlyForWhatTheFirstDeclares) {
+  const ShaderHandle brick = intern(texturedShader(u"brick"));
+  const ShaderHandle slate = intern(texturedShader(u"slate"));
+  const ShaderHandle unset = intern(Shader("surface").declare("texture", ShaderType::texture));
+  const ShaderHandle text = intern(Shader("s").declare("texture", ShaderType::string).set("texture", "brick"));
+  const ShaderHandle empty;
+
+  const auto uriOf = [](const ShaderHandle& first, const ShaderHandle& second) {
+    const auto texture = util::findTexture({first, second}, "texture");
+    return texture ? texture->uri() : std::u16string(u"none");
+  };
+  EXPECT_EQ(uriOf(brick, empty), u"brick");
+  EXPECT_EQ(uriOf(brick, slate), u"brick");
+  EXPECT_EQ(uriOf(unset, slate), u"slate");
+  EXPECT_EQ(uriOf(unset, unset), u"none");
+  EXPECT_EQ(uriOf(unset, empty), u"none");
+  EXPECT_EQ(uriOf(empty, slate), u"none");
+  EXPECT_EQ(uriOf(text, slate), u"none");
+}
+
+}  // namespace
