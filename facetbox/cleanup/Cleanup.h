@@ -1,9 +1,9 @@
 #pragma once
 
+#include <facetbox/util/Export.h>
+
 #include <cstdint>
 #include <iosfwd>
-
-#include <facetbox/util/Export.h>
 
 /// Clean-up of polygon meshes: a flat record goes in, one operation runs, a new record comes out.
 ///
@@ -28,20 +28,20 @@ class FACETBOX_EXPORT Cleanup {
   /// The exchange record. Callers fill it themselves: the fields, their order and types are fixed.
   /// Counts of zero or below mean "none". All arrays may be null where their count allows it.
   struct MeshData {
-    const char* mName;           ///< name of the mesh, NUL-terminated; may be null
-    float* mVertexCoords;        ///< x, y, z per vertex: vertex v at [3v], [3v + 1], [3v + 2]
-    int mVCCount;                ///< number of floats in mVertexCoords (3 per vertex; a remainder is ignored)
-    std::uint32_t* mIndices;     ///< vertex indices, face after face, the corners of a face in order
-    int mIndexCount;             ///< number of entries in mIndices; not read on input, mCounts decides
-    float* mTexCoords;           ///< u, v per pair: pair p at [2p], [2p + 1]; null when the mesh has none
-    int mTCCount;                ///< number of floats in mTexCoords
-    std::uint32_t* mTCIndices;   ///< index of a pair per face corner, parallel to mIndices
-    int mTCIndexCount;           ///< number of entries in mTCIndices; not read on input
-    std::uint32_t* mCounts;      ///< number of corners per face; on input read as signed
-    int mCountCount;             ///< number of faces
-    char** mTextures;            ///< one texture name (URI) per run, NUL-terminated; an entry may be null.
-                                 ///< Bytes are Latin-1 on input and UTF-8 on output. Read only with mTexCoords.
-    int mTexturesCount;          ///< number of runs
+    const char* mName;                   ///< name of the mesh, NUL-terminated; may be null
+    float* mVertexCoords;                ///< x, y, z per vertex: vertex v at [3v], [3v + 1], [3v + 2]
+    int mVCCount;                        ///< number of floats in mVertexCoords (3 per vertex; a remainder is ignored)
+    std::uint32_t* mIndices;             ///< vertex indices, face after face, the corners of a face in order
+    int mIndexCount;                     ///< number of entries in mIndices; not read on input, mCounts decides
+    float* mTexCoords;                   ///< u, v per pair: pair p at [2p], [2p + 1]; null when the mesh has none
+    int mTCCount;                        ///< number of floats in mTexCoords
+    std::uint32_t* mTCIndices;           ///< index of a pair per face corner, parallel to mIndices
+    int mTCIndexCount;                   ///< number of entries in mTCIndices; not read on input
+    std::uint32_t* mCounts;              ///< number of corners per face; on input read as signed
+    int mCountCount;                     ///< number of faces
+    char** mTextures;                    ///< one texture name (URI) per run, NUL-terminated; an entry may be null.
+                                         ///< Bytes are Latin-1 on input and UTF-8 on output. Read only with mTexCoords.
+    int mTexturesCount;                  ///< number of runs
     std::uint32_t* mTexturesStartFaces;  ///< first face of each run; null puts every run at face 0
     int mTexturesStartFacesCount;        ///< number of entries in mTexturesStartFaces; not read on input
     std::uint32_t* mHoles;  ///< groups: outer face, its hole faces ..., 0xFFFFFFFF. Hole faces are faces of the list.

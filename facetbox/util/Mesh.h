@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstddef>
+#include <facetbox/util/Export.h>
+
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
-
-#include <facetbox/util/Export.h>
 
 namespace util {
 
@@ -57,8 +57,9 @@ class FACETBOX_EXPORT Mesh : public MeshBase {
   ///
   /// @param texCoordCount    number of floats in `texCoords`: two per pair, a remainder is ignored
   /// @param texCoordIndices  a pair's index per corner, parallel to `indices`; not checked against the pairs
-  /// @param materials        one pair per run, or null; hosts pass null
-  /// @param runStarts        first face of each run, parallel to `materials`
+  /// @param materials        null: material runs are the library's own business
+  /// @param runStarts        null, likewise
+  /// @throws std::invalid_argument also where `materials` or `runStarts` is not null
   Mesh(const char* name, int coordCount, const float* coords, const std::uint32_t* indices, int texCoordCount,
        const float* texCoords, const std::uint32_t* texCoordIndices, int faceCount, const std::int32_t* counts,
        const std::uint32_t* holes, int holesCount, const MaterialPair* materials, const std::uint32_t* runStarts,
@@ -70,13 +71,23 @@ class FACETBOX_EXPORT Mesh : public MeshBase {
   /// and are never copied.
   virtual Mesh* clone(bool withMaterialsAndHoles) const;
 
-  /// A copy with its vertices transformed, normals recomputed, without holes and stamps; the caller owns it.
+  /// A copy with its vertices transformed and its face normals recomputed; per-vertex normals, holes and stamps are
+  /// left behind, materials and texture coordinates kept. The caller owns it.
   ///
-  /// @param matrix           16 doubles, column-major (translation in [12] to [14]), no division by w; null for identity
+  /// @param matrix           16 doubles, column-major (translation in [12] to [14]), no division by w; null for
+  /// identity
   /// @param reverseMirrored  reverse the corner order of every face when the matrix mirrors (determinant below 0)
   virtual Mesh* derive(const double* matrix, bool reverseMirrored) const;
 
-  /// A mesh of faces from records, which are copied. For the library itself.
+  // From here on for the library itself.
+
+  /// The array constructor with material runs: run r covers the faces from runStarts[r] up to the next start.
+  FACETBOX_LOCAL Mesh(const char* name, int coordCount, const float* coords, const std::uint32_t* indices,
+                      int texCoordCount, const float* texCoords, const std::uint32_t* texCoordIndices, int faceCount,
+                      const std::int32_t* counts, const std::uint32_t* holes, int holesCount,
+                      std::vector<MaterialPair> materials, std::span<const std::uint32_t> runStarts, std::string* log);
+  /// A mesh of faces from records, which are copied.
+  /// @throws std::out_of_range where a vertex index is not below the number of vertices
   FACETBOX_LOCAL Mesh(const std::string& name, const std::vector<Vec3>& vertices, const std::vector<Polygon>& faces);
   /// A mesh of lines and points.
   FACETBOX_LOCAL Mesh(const std::string& name, const std::vector<Vec3>& vertices, const std::vector<Polygon>& lines,
@@ -84,12 +95,16 @@ class FACETBOX_EXPORT Mesh : public MeshBase {
   FACETBOX_LOCAL Mesh(const Mesh& other);
   FACETBOX_LOCAL Mesh& operator=(const Mesh& other);
 
-  /// The library's own way in.
+  /// The data itself, for the operations.
   FACETBOX_LOCAL MeshStorage& storage() noexcept { return *mStorage; }
   FACETBOX_LOCAL const MeshStorage& storage() const noexcept { return *mStorage; }
 
  private:
   FACETBOX_LOCAL Mesh(const Mesh& other, bool withMaterialsAndHoles);
+  FACETBOX_LOCAL void build(const char* name, int coordCount, const float* coords, const std::uint32_t* indices,
+                            int texCoordCount, const float* texCoords, const std::uint32_t* texCoordIndices,
+                            int faceCount, const std::int32_t* counts, const std::uint32_t* holes, int holesCount,
+                            std::string* log);
 
   std::unique_ptr<MeshStorage> mStorage;
 };

@@ -1,0 +1,128 @@
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/cleanup/MeshDataConversion.h>
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/operations/RemoveEdgesZero.h>
+#include <facetbox/util/operations/RemoveFacesZero.h>
+
+#include <cstddef>
+#include <locale>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <string>
+
+// Hosts fill the record themselves: its layout is fixed.
+static_assert(sizeof(Cleanup::MeshData) == 144);
+static_assert(offsetof(Cleanup::MeshData, mName) == 0);
+static_assert(offsetof(Cleanup::MeshData, mVertexCoords) == 8);
+static_assert(offsetof(Cleanup::MeshData, mVCCount) == 16);
+static_assert(offsetof(Cleanup::MeshData, mIndices) == 24);
+static_assert(offsetof(Cleanup::MeshData, mIndexCount) == 32);
+static_assert(offsetof(Cleanup::MeshData, mTexCoords) == 40);
+static_assert(offsetof(Cleanup::MeshData, mTCCount) == 48);
+static_assert(offsetof(Cleanup::MeshData, mTCIndices) == 56);
+static_assert(offsetof(Cleanup::MeshData, mTCIndexCount) == 64);
+static_assert(offsetof(Cleanup::MeshData, mCounts) == 72);
+static_assert(offsetof(Cleanup::MeshData, mCountCount) == 80);
+static_assert(offsetof(Cleanup::MeshData, mTextures) == 88);
+static_assert(offsetof(Cleanup::MeshData, mTexturesCount) == 96);
+static_assert(offsetof(Cleanup::MeshData, mTexturesStartFaces) == 104);
+static_assert(offsetof(Cleanup::MeshData, mTexturesStartFacesCount) == 112);
+static_assert(offsetof(Cleanup::MeshData, mHoles) == 120);
+static_assert(offsetof(Cleanup::MeshData, mHolesCount) == 128);
+static_assert(offsetof(Cleanup::MeshData, mLog) == 136);
+
+namespace {
+
+/// Record in, operation on the working mesh, record out.
+template <class Operation>
+const Cleanup::MeshData* runOperation(const Cleanup::MeshData& data, Operation operation) {
+  std::string log;
+  const std::unique_ptr<util::Mesh> mesh = meshDataToMesh(data, log);
+  if (!mesh) return nullptr;
+  operation(*mesh);
+  return meshToMeshData(*mesh, log);
+}
+
+/// Bytes as code points of the same value: never negative, so that no byte breaks a stream.
+void writeBytes(std::wostream& stream, const char* text) {
+  if (!text) {
+    stream << "0x0";
+    return;
+  }
+  for (; *text; ++text) stream << static_cast<wchar_t>(static_cast<unsigned char>(*text));
+}
+
+}  // namespace
+
+const Cleanup::MeshData* Cleanup::removeFacesZero(float threshold, const MeshData& data) {
+  return runOperation(data, [=](util::Mesh& mesh) { util::removeFacesZero(mesh, threshold); });
+}
+
+const Cleanup::MeshData* Cleanup::removeEdgesZero(float threshold, const MeshData& data) {
+  return runOperation(data, [=](util::Mesh& mesh) {
+    util::removeEdgesZero(mesh, threshold);
+    util::removeUnusedVertices(mesh);
+  });
+}
+
+void Cleanup::freeMeshData(const MeshData* data) {
+  delete[] data->mName;
+  delete[] data->mVertexCoords;
+  delete[] data->mIndices;
+  delete[] data->mTexCoords;
+  delete[] data->mTCIndices;
+  delete[] data->mCounts;
+  for (int run = 0; run < data->mTexturesCount; ++run) delete[] data->mTextures[run];
+  delete[] data->mTextures;
+  delete[] data->mTexturesStartFaces;
+  delete[] data->mLog;
+  delete data;
+}
+
+void Cleanup::freeMeshDataAndHoles(const MeshData* data) {
+  if (!data) return;
+  delete[] data->mHoles;
+  freeMeshData(data);
+}
+
+std::wostream& operator<<(std::wostream& stream, const Cleanup::MeshData& data) {
+  // Written elsewhere first: the caller's flags, width and locale have no say in it.
+  std::wostringstream text;
+  text.imbue(std::locale::classic());
+  const auto pointer = [&](const void* value) -> std::wostream& { return text << value; };
+
+  text << "MeshData, \n"
+       << "mName: ";
+  writeBytes(text, data.mName);
+  text << "\n"
+       << "mVertexCoords: ";
+  pointer(data.mVertexCoords) << "\n"
+                              << "mVCCount: " << data.mVCCount << "\n"
+                              << "mIndices: ";
+  pointer(data.mIndices) << "\n"
+                         << "mIndexCount: " << data.mIndexCount << "\n"
+                         << "mTexCoords: ";
+  pointer(data.mTexCoords) << "\n"
+                           << "mTCCount: " << data.mTCCount << "\n"
+                           << "mTCIndices: ";
+  pointer(data.mTCIndices) << "\n"
+                           << "mTCIndexCount: " << data.mTCIndexCount << "\n"
+                           << "mCounts: ";
+  pointer(data.mCounts) << "\nmCountCount: " << data.mCountCount << "\nmTextures: ";
+  pointer(data.mTextures) << " [ ";
+  for (int run = 0; data.mTextures && run < data.mTexturesCount; ++run) {
+    writeBytes(text, data.mTextures[run]);
+    text << ", ";
+  }
+  text << " ] "
+       << "\nmTexturesCount: " << data.mTexturesCount << "\nmTexturesStartFaces: ";
+  pointer(data.mTexturesStartFaces) << "\nmTexturesStartFacesCount: " << data.mTexturesStartFacesCount << "\nmHoles: ";
+  pointer(data.mHoles) << "\n"
+                       << "\nmHolesCount: " << data.mHolesCount << "\n";
+  text << "\n";
+
+  const std::wstring dump = std::move(text).str();
+  stream.write(dump.data(), static_cast<std::streamsize>(dump.size()));
+  return stream.flush();
+}

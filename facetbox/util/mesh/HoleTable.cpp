@@ -1,0 +1,109 @@
+#include <facetbox/util/mesh/HoleTable.h>
+
+#include <algorithm>
+#include <tuple>
+#include <unordered_map>
+#include <utility>
+
+namespace util {
+namespace {
+
+/// Calls `use(outer, holes)` for every finished group of a flat list; a bare terminator is no group.
+template <class Use>
+void forEachGroup(std::span<const std::uint32_t> list, Use use) {
+  for (auto group = list.begin(); group != list.end();) {
+    const auto end = std::find(group, list.end(), HoleTable::kEnd);
+    if (end == list.end()) return;
+    if (group != end) use(*group, std::span(group + 1, end));
+    group = end + 1;
+  }
+}
+
+}  // namespace
+
+std::size_t HoleTable::validate(std::size_t faceCount) {
+  const std::size_t before = mList.size();
+  if (before < 2 || mList.back() != kEnd) {
+    mList.clear();
+    return before;
+  }
+
+  // Entries are tagged with the position of their outer face in first-seen order. Sorting by (outer, hole) finds the
+  // repeats, sorting the first of each by (outer, place in the list) gives the new order.
+  struct Entry {
+    std::uint32_t outerPosition, hole;
+    std::size_t place;
+  };
+  std::vector<std::uint32_t> outers;
+  std::vector<Entry> entries;
+  std::unordered_map<std::uint32_t, std::uint32_t> positionOf;
+  forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> holes) {
+    if (outer >= faceCount) return;
+    const auto [known, isNew] = positionOf.try_emplace(outer, static_cast<std::uint32_t>(outers.size()));
+    if (isNew) outers.push_back(outer);
+    for (const std::uint32_t hole : holes)
+      if (hole < faceCount && hole != outer) entries.push_back({known->second, hole, entries.size()});
+  });
+  std::ranges::sort(entries, {}, [](const Entry& e) { return std::tuple(e.outerPosition, e.hole, e.place); });
+  const auto repeats =
+      std::ranges::unique(entries, {}, [](const Entry& e) { return std::pair(e.outerPosition, e.hole); });
+  entries.erase(repeats.begin(), repeats.end());
+  std::ranges::sort(entries, {}, [](const Entry& e) { return std::pair(e.outerPosition, e.place); });
+
+  SmallIndexList list;
+  list.reserve(outers.size() * 2 + entries.size());
+  auto entry = entries.begin();
+  for (std::uint32_t position = 0; position < outers.size(); ++position) {
+    list.push_back(outers[position]);
+    for (; entry != entries.end() && entry->outerPosition == position; ++entry) list.push_back(entry->hole);
+    list.push_back(kEnd);
+  }
+  mList = std::move(list);
+  return before - mList.size();
+}
+
+void HoleTable::renumber(const FaceRenumbering& faces) {
+  if (mList.size() < 2 || mList.back() != kEnd) return;
+  const auto isGone = [&](std::uint32_t face) { return face < faces.size() && faces.isGone(face); };
+  const auto renumbered = [&](std::uint32_t face) { return face < faces.size() ? faces.rank(face) : face; };
+
+  auto write = mList.begin();
+  bool dropGroup = false, atOuter = true;
+  for (const std::uint32_t entry : mList) {
+    if (atOuter) {
+      dropGroup = entry != kEnd && isGone(entry);
+      atOuter = false;
+    }
+    if (entry == kEnd) {
+      atOuter = true;
+      if (!dropGroup) *write++ = kEnd;
+      dropGroup = false;
+    } else if (!dropGroup && !isGone(entry)) {
+      *write++ = renumbered(entry);
+    }
+  }
+  mList.erase(write, mList.end());
+}
+
+std::vector<HoleTable::Group> HoleTable::groupsByOuter(std::size_t faceCount) const {
+  std::vector<Group> groups;
+  forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> holes) {
+    if (outer < faceCount) groups.push_back({outer, holes});
+  });
+  if (!std::ranges::is_sorted(groups, {}, &Group::outer)) std::ranges::stable_sort(groups, {}, &Group::outer);
+  return groups;
+}
+
+std::vector<std::uint32_t> HoleTable::outerOfHoles(std::size_t faceCount) const {
+  std::vector<std::uint32_t> outerOf;
+  if (empty()) return outerOf;
+  outerOf.resize(faceCount, kNone);
+  forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> holes) {
+    if (outer >= faceCount) return;
+    for (const std::uint32_t hole : holes)
+      if (hole < faceCount) outerOf[hole] = std::min(outerOf[hole], outer);
+  });
+  return outerOf;
+}
+
+}  // namespace util

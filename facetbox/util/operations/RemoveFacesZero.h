@@ -1,0 +1,17 @@
+#pragma once
+
+#include <facetbox/util/Mesh.h>
+
+#include <cstdint>
+
+namespace util {
+
+/// Clears every face whose area is below `threshold`, then compacts the mesh and drops unused vertices.
+///
+/// Faces only; lines and points are not looked at. An area equal to the threshold is kept, and so is a NaN area. The
+/// area is measured along the stored normal (computePolygonArea).
+/// @param threshold  area in squared mesh units; zero or less removes nothing
+/// @return number of faces cleared. If 0, the mesh is untouched. O(corners).
+std::uint64_t removeFacesZero(Mesh& mesh, double threshold);
+
+}  // namespace util

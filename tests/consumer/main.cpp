@@ -1,0 +1,48 @@
+// Uses what a host may use and nothing else; prints the version and what is left of a mesh.
+
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/util/Mesh.h>
+#include <facetbox/util/RuntimeErrorST.h>
+#include <facetbox/version.h>
+
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+int main() {
+  if (std::strcmp(facetbox::version(), FACETBOX_VERSION_STRING) != 0) return 1;
+
+  float coords[] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  std::uint32_t indices[] = {0, 1, 2};
+  const std::int32_t counts[] = {3};
+  std::string log;
+  const util::Mesh mesh("triangle", 9, coords, indices, 1, counts, nullptr, 0, &log);
+  delete mesh.clone(true);
+  delete mesh.derive(nullptr, false);
+
+  // Exceptions must be caught across the library's border by their type.
+  try {
+    throw util::RuntimeErrorST("thrown by the host");
+  } catch (const std::runtime_error& error) {
+    if (!dynamic_cast<const util::RuntimeErrorST*>(&error)) return 1;
+  }
+  const std::uint32_t beyond[] = {0, 1, 9};
+  try {
+    const util::Mesh broken("", 9, coords, beyond, 1, counts, nullptr, 0, nullptr);
+    return 1;
+  } catch (const std::out_of_range&) {
+  }
+
+  std::uint32_t sizes[] = {3};
+  Cleanup::MeshData data{};
+  data.mVertexCoords = coords;
+  data.mVCCount = 9;
+  data.mIndices = indices;
+  data.mCounts = sizes;
+  data.mCountCount = 1;
+  const Cleanup::MeshData* result = Cleanup::removeFacesZero(0.1f, data);
+  if (!result) return 1;
+  std::printf("facetbox %s: %d face\n", facetbox::version(), result->mCountCount);
+  Cleanup::freeMeshDataAndHoles(result);
+}
