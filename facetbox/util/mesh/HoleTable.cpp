@@ -10,10 +10,11 @@ namespace {
 
 /// Calls `use(outer, holes)` for every finished group of a flat list; a bare terminator is no group.
 template <class Use>
-void forEachGroup(std::span<const std::uint32_t> list, Use use) {
-  for (auto group = list.begin(); group != list.end();) {
-    const auto end = std::find(group, list.end(), HoleTable::kEnd);
-    if (end == list.end()) return;
+void forEachGroup(const SmallIndexList& list, Use use) {
+  const std::uint32_t* const listEnd = list.data() + list.size();
+  for (const std::uint32_t* group = list.data(); group != listEnd;) {
+    const std::uint32_t* const end = std::find(group, listEnd, HoleTable::kEnd);
+    if (end == listEnd) return;
     if (group != end) use(*group, std::span(group + 1, end));
     group = end + 1;
   }
