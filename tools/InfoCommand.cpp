@@ -1,0 +1,135 @@
+#include <fmt/format.h>
+#include <tools/InfoCommand.h>
+#include <tools/OtherFormats.h>
+#include <tools/Progress.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace tool {
+namespace {
+
+// One defect, told alike by table and JSON.
+struct Defect {
+  const char* mLabel;
+  const char* mKey;
+  std::size_t MeshFacts::*mCount;
+};
+
+constexpr Defect kDefects[] = {
+    {"faces with fewer than 3 corners", "illegalFaces", &MeshFacts::mIllegalFaces},
+    {"faces that repeat a vertex", "repeatingFaces", &MeshFacts::mRepeatingFaces},
+    {"faces of zero area", "zeroAreaFaces", &MeshFacts::mZeroAreaFaces},
+    {"  or nearly zero", "nearlyZeroAreaFaces", &MeshFacts::mNearlyZeroAreaFaces},
+    {"edges of zero length", "zeroLengthEdges", &MeshFacts::mZeroLengthEdges},
+    {"edges used once", "borderEdges", &MeshFacts::mBorderEdges},
+    {"edges used more than twice", "overusedEdges", &MeshFacts::mOverusedEdges},
+    {"edges used twice in one direction", "sameDirectionEdges", &MeshFacts::mSameDirectionEdges},
+    {"vertices that no face uses", "unusedVertices", &MeshFacts::mUnusedVertices},
+};
+
+constexpr std::size_t kMaterialsShown = 12;
+constexpr std::size_t kCornerCountsShown = 10;
+
+class Table {
+ public:
+  void head(const std::string& text) { mText += text + "\n"; }
+  void row(const std::string& label, const std::string& value) {
+    mText += fmt::format("  {:<34} {:>12}\n", label, value);
+  }
+  void row(const std::string& label, std::size_t value) { row(label, std::to_string(value)); }
+  void wide(const std::string& label, const std::string& value) { mText += fmt::format("  {:<20} {}\n", label, value); }
+  const std::string& text() const { return mText; }
+
+ private:
+  std::string mText;
+};
+
+std::string histogramText(const MeshFacts& facts) {
+  std::string text;
+  std::size_t shown = 0;
+  for (const auto& [corners, faces] : facts.mFacesByCorners) {
+    if (++shown == kCornerCountsShown && facts.mFacesByCorners.size() > kCornerCountsShown) {
+      const auto& [most, facesOfMost] = *facts.mFacesByCorners.rbegin();
+      return text + fmt::format(" ... {}: {}", most, facesOfMost);
+    }
+    text += fmt::format("{}{}: {}", text.empty() ? "" : ", ", corners, faces);
+  }
+  return text;
+}
+
+std::string vectorText(const std::array<float, 3>& v) { return fmt::format("({}, {}, {})", v[0], v[1], v[2]); }
+
+}  // namespace
+
+std::string formatFacts(const std::string& name, const Model& model, const MeshFacts& facts) {
+  Table table;
+  table.head(name);
+  table.row("objects", model.mObjects.size());
+  table.row("vertices", model.vertexCount());
+  table.row("faces", model.faceCount());
+  table.row("corners", model.mIndices.size());
+  table.row("texture coordinates", model.mTexCoords.size() / 2);
+  table.row("materials", facts.mFacesByMaterial.size());
+  table.row("  in runs of faces", facts.mMaterialRuns);
+  table.row("faces with holes", facts.mHoleGroups);
+  table.row("  hole faces in them", facts.mHoleFaces);
+  table.wide("corners per face", histogramText(facts));
+  table.wide("bounding box", vectorText(facts.mMin) + " to " + vectorText(facts.mMax));
+  table.wide("  diagonal", fmt::format("{:.6g}", facts.mDiagonal));
+  if (!facts.mFacesByMaterial.empty()) table.head("faces by material");
+  for (std::size_t i = 0; i < facts.mFacesByMaterial.size(); ++i) {
+    if (i == kMaterialsShown && facts.mFacesByMaterial.size() > kMaterialsShown + 1) {
+      table.head(fmt::format("  ... and {} more materials", facts.mFacesByMaterial.size() - i));
+      break;
+    }
+    table.row(facts.mFacesByMaterial[i].first, facts.mFacesByMaterial[i].second);
+  }
+  table.head("defects");
+  for (const Defect& defect : kDefects) table.row(defect.mLabel, facts.*defect.mCount);
+  if (!model.mIgnored.empty()) table.head("passed over in the file");
+  for (const auto& [what, count] : model.mIgnored) table.row(what, count);
+  return table.text();
+}
+
+std::string formatFactsAsJson(const std::string& name, const Model& model, const MeshFacts& facts) {
+  using nlohmann::ordered_json;
+  ordered_json materials = ordered_json::array(), corners = ordered_json::object(), defects, objects;
+  for (const auto& [material, faces] : facts.mFacesByMaterial)
+    materials.push_back({{"name", material}, {"faces", faces}});
+  for (const auto& [count, faces] : facts.mFacesByCorners) corners[std::to_string(count)] = faces;
+  for (const Defect& defect : kDefects) defects[defect.mKey] = facts.*defect.mCount;
+  for (const ObjectStart& object : model.mObjects) objects.push_back(object.mName);
+  const ordered_json json = {
+      {"file", name},
+      {"objects", objects},
+      {"vertices", model.vertexCount()},
+      {"faces", model.faceCount()},
+      {"corners", model.mIndices.size()},
+      {"textureCoordinates", model.mTexCoords.size() / 2},
+      {"facesByCorners", corners},
+      {"boundingBox", {{"min", facts.mMin}, {"max", facts.mMax}, {"diagonal", facts.mDiagonal}}},
+      {"materials", materials},
+      {"materialRuns", facts.mMaterialRuns},
+      {"facesWithHoles", facts.mHoleGroups},
+      {"holeFaces", facts.mHoleFaces},
+      {"defects", defects},
+      {"passedOver", ordered_json(model.mIgnored)},
+  };
+  return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
+void runInfo(const InfoOptions& options) {
+  std::string text;
+  {
+    Progress progress;
+    progress.setStage("reading " + options.mModel);
+    const Model model = readModel(options.mModel);
+    progress.setStage("looking at " + options.mModel);
+    const MeshFacts facts = gatherFacts(model);
+    text = options.mJson ? formatFactsAsJson(options.mModel, model, facts) : formatFacts(options.mModel, model, facts);
+  }
+  std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+}  // namespace tool

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <tools/MeshFacts.h>
+#include <tools/Model.h>
+
+#include <string>
+
+namespace tool {
+
+struct InfoOptions {
+  std::string mModel;
+  bool mJson = false;
+};
+
+/// The facts as a table for people.
+std::string formatFacts(const std::string& name, const Model& model, const MeshFacts& facts);
+
+/// The facts as one JSON object; names that are not UTF-8 have their odd bytes replaced.
+std::string formatFactsAsJson(const std::string& name, const Model& model, const MeshFacts& facts);
+
+/// Prints the facts of a model. @throws InputError
+void runInfo(const InfoOptions& options);
+
+}  // namespace tool

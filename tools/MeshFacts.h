@@ -1,0 +1,42 @@
+#pragma once
+
+#include <tools/Model.h>
+
+#include <array>
+#include <cstddef>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tool {
+
+/// What can be told of a model by looking at it. Faces with fewer than three corners are counted as illegal and
+/// otherwise left out, as the library leaves them out.
+struct MeshFacts {
+  std::map<std::size_t, std::size_t> mFacesByCorners;
+  std::array<float, 3> mMin = {}, mMax = {};  ///< box around all vertices, used or not
+  double mDiagonal = 0;
+  std::vector<std::pair<std::string, std::size_t>> mFacesByMaterial;  ///< those in use, in order of appearance
+  std::size_t mMaterialRuns = 0;  ///< stretches of faces of one material; 0 when no face has a material
+  std::size_t mHoleGroups = 0;    ///< faces with holes
+  std::size_t mHoleFaces = 0;
+
+  std::size_t mIllegalFaces = 0;         ///< fewer than three corners
+  std::size_t mRepeatingFaces = 0;       ///< visit a vertex twice
+  std::size_t mZeroAreaFaces = 0;        ///< area exactly 0
+  std::size_t mNearlyZeroAreaFaces = 0;  ///< area at most 1e-12 of the squared diagonal, zero included
+  std::size_t mZeroLengthEdges = 0;      ///< edges whose ends lie at the same position
+  std::size_t mBorderEdges = 0;          ///< used once
+  std::size_t mOverusedEdges = 0;        ///< used more than twice
+  std::size_t mSameDirectionEdges = 0;   ///< used twice, both times in the same direction
+  std::size_t mUnusedVertices = 0;       ///< no face refers to them
+};
+
+/// The box part of the facts alone: the length of its diagonal.
+double boundingBoxDiagonal(const Model& model);
+
+/// O(corners log corners). The model must have passed checkModel().
+MeshFacts gatherFacts(const Model& model);
+
+}  // namespace tool

@@ -1,0 +1,170 @@
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+#include <fmt/format.h>
+#include <tools/Errors.h>
+#include <tools/ObjFile.h>
+#include <tools/OtherFormats.h>
+
+#include <algorithm>
+#include <array>
+#include <assimp/Importer.hpp>
+#include <bit>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+
+namespace tool {
+namespace {
+
+std::string extensionOf(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return extension;
+}
+
+std::string readFile(const std::string& path) {
+  const auto fail = [&](int error) {
+    throw InputError(fmt::format("{}: cannot be read: {}", path, systemErrorText(error)));
+  };
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+  if (!file) fail(errno);
+  std::string text;
+  std::error_code ignored;
+  const auto size = std::filesystem::file_size(path, ignored);
+  if (!ignored) text.reserve(size + 1);
+  std::array<char, 1 << 16> block;
+  while (const std::size_t got = std::fread(block.data(), 1, block.size(), file.get())) text.append(block.data(), got);
+  if (std::ferror(file.get())) fail(errno);
+  if (text.empty()) throw InputError(fmt::format("{}: is empty; there is no model to read", path));
+  return text;
+}
+
+struct PositionHash {
+  std::size_t operator()(const std::array<float, 3>& p) const {
+    std::uint64_t hash = 0;
+    for (const float value : p) hash = (hash ^ std::bit_cast<std::uint32_t>(value)) * 0x9E3779B97F4A7C15U;
+    return static_cast<std::size_t>(hash ^ (hash >> 32));
+  }
+};
+
+// Walks the nodes of an imported scene and appends what they show to a model.
+class SceneReader {
+ public:
+  SceneReader(const aiScene& scene, std::string path, bool joinPositions, bool hasMaterials)
+      : mScene(scene), mPath(std::move(path)), mJoinPositions(joinPositions), mHasMaterials(hasMaterials) {}
+
+  Model read() {
+    if (mScene.mRootNode) addNode(*mScene.mRootNode, aiMatrix4x4());
+    if (mModel.mObjects.empty()) mModel.mObjects.push_back({});
+    return std::move(mModel);
+  }
+
+ private:
+  void addNode(const aiNode& node, const aiMatrix4x4& parent) {
+    const aiMatrix4x4 transform = parent * node.mTransformation;
+    if (node.mNumMeshes > 0)
+      mModel.mObjects.push_back({node.mName.C_Str(), static_cast<std::uint32_t>(mModel.faceCount()),
+                                 static_cast<std::uint32_t>(mModel.vertexCount()),
+                                 static_cast<std::uint32_t>(mModel.mTexCoords.size() / 2)});
+    for (unsigned i = 0; i < node.mNumMeshes; ++i) addMesh(*mScene.mMeshes[node.mMeshes[i]], transform);
+    if (node.mNumMeshes > 0 && mModel.mObjects.back().mFirstFace == mModel.faceCount()) mModel.mObjects.pop_back();
+    for (unsigned i = 0; i < node.mNumChildren; ++i) addNode(*node.mChildren[i], transform);
+  }
+
+  int materialOf(const aiMesh& mesh) {
+    if (!mHasMaterials || mesh.mMaterialIndex >= mScene.mNumMaterials) return -1;
+    const std::string name = mScene.mMaterials[mesh.mMaterialIndex]->GetName().C_Str();
+    if (name.empty()) return -1;
+    auto& names = mModel.mMaterials;
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (found == names.end()) names.push_back(name);
+    return static_cast<int>(std::find(names.begin(), names.end(), name) - names.begin());
+  }
+
+  // Vertex indices of the model for those of the mesh.
+  std::vector<std::uint32_t> addVertices(const aiMesh& mesh, const aiMatrix4x4& transform) {
+    std::vector<std::uint32_t> indices(mesh.mNumVertices);
+    std::unordered_map<std::array<float, 3>, std::uint32_t, PositionHash> known;
+    for (unsigned i = 0; i < mesh.mNumVertices; ++i) {
+      const aiVector3D p = transform.IsIdentity() ? mesh.mVertices[i] : transform * mesh.mVertices[i];
+      indices[i] = static_cast<std::uint32_t>(mModel.vertexCount());
+      // Adding 0 makes one of both zeros.
+      if (mJoinPositions)
+        indices[i] = known.try_emplace({p.x + 0.0F, p.y + 0.0F, p.z + 0.0F}, indices[i]).first->second;
+      if (indices[i] == mModel.vertexCount()) mModel.mVertices.insert(mModel.mVertices.end(), {p.x, p.y, p.z});
+    }
+    return indices;
+  }
+
+  void addMesh(const aiMesh& mesh, const aiMatrix4x4& transform) {
+    const bool textured = mesh.HasTextureCoords(0);
+    const auto firstTexCoord = static_cast<std::uint32_t>(mModel.mTexCoords.size() / 2);
+    const std::vector<std::uint32_t> indices = addVertices(mesh, transform);
+    for (unsigned i = 0; textured && i < mesh.mNumVertices; ++i)
+      mModel.mTexCoords.insert(mModel.mTexCoords.end(), {mesh.mTextureCoords[0][i].x, mesh.mTextureCoords[0][i].y});
+    // A mirroring transform turns the faces inside out.
+    const bool mirrored = transform.Determinant() < 0;
+    const Label label{materialOf(mesh), -1};
+    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+      const aiFace& face = mesh.mFaces[f];
+      if (face.mNumIndices < 3) {
+        ++mModel.mIgnored["points and lines"];
+        continue;
+      }
+      mModel.startRun(label);
+      if (textured) mModel.mTexIndices.resize(mModel.mIndices.size(), kNoTexCoord);
+      for (unsigned c = 0; c < face.mNumIndices; ++c) {
+        const unsigned index = face.mIndices[mirrored ? face.mNumIndices - 1 - c : c];
+        if (index >= mesh.mNumVertices)
+          throw InputError(fmt::format("{}: face {} refers to vertex {}, but there are only {}; correct the face",
+                                       mPath, mModel.faceCount() + 1, index, mesh.mNumVertices));
+        mModel.mIndices.push_back(indices[index]);
+        if (textured) mModel.mTexIndices.push_back(firstTexCoord + index);
+      }
+      if (!textured && !mModel.mTexIndices.empty()) mModel.mTexIndices.resize(mModel.mIndices.size(), kNoTexCoord);
+      mModel.mCounts.push_back(face.mNumIndices);
+    }
+  }
+
+  const aiScene& mScene;
+  const std::string mPath;
+  const bool mJoinPositions;
+  const bool mHasMaterials;
+  Model mModel;
+};
+
+}  // namespace
+
+Model readModel(const std::string& path) {
+  const std::string extension = extensionOf(path);
+  constexpr std::array<std::string_view, 5> kImported = {".ply", ".off", ".stl", ".gltf", ".glb"};
+  Model model;
+  if (extension == ".obj")
+    model = parseObj(readFile(path), path);
+  else if (std::find(kImported.begin(), kImported.end(), extension) != kImported.end())
+    model = importModel(path);
+  else
+    throw InputError(
+        fmt::format("{}: unknown kind of file; the name must end in .obj, .ply, .off, .stl, .gltf or .glb", path));
+  checkModel(model, path);
+  return model;
+}
+
+Model importModel(const std::string& path) {
+  const std::string extension = extensionOf(path);
+  const bool isGltf = extension == ".gltf" || extension == ".glb";
+  // For the messages: the import library tells neither why it cannot open a file nor that it is empty.
+  readFile(path);
+  Assimp::Importer importer;
+  const aiScene* scene = importer.ReadFile(path, 0);
+  if (!scene)
+    throw InputError(
+        fmt::format("{}: cannot be understood as {}: {}", path, extension.substr(1), importer.GetErrorString()));
+  return SceneReader(*scene, path, isGltf || extension == ".stl", isGltf).read();
+}
+
+}  // namespace tool
