@@ -32,6 +32,9 @@ extern "C" void removeTemporaryAndEnd(int signalNumber) {
   raise(signalNumber);
 }
 
+// Standard output may be a regular file, whose end another process could be writing to: its own descriptor is used.
+constexpr std::string_view kStandardOutput = "/dev/stdout";
+
 constexpr std::array<int, 3> kEndingSignals = {SIGHUP, SIGINT, SIGTERM};
 
 // Holds the ending signals back while the temporary file and its record are brought in step.
@@ -142,6 +145,7 @@ fs::path behindLinks(const std::string& path) {
 }  // namespace
 
 bool isSpecialFile(const std::string& path) {
+  if (path == kStandardOutput) return true;
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
@@ -157,6 +161,10 @@ void checkWritable(const std::string& path) {
 }
 
 void writeFile(const std::string& path, std::string_view text) {
+  if (path == kStandardOutput) {
+    writeAll(STDOUT_FILENO, text, path);
+    return;
+  }
   if (isSpecialFile(path)) {
     writeSpecialFile(path, text);
     return;

@@ -9,7 +9,7 @@ namespace tool {
 /// @throws RunError
 void checkWritable(const std::string& path);
 
-/// Whether `path` is there and no regular file: a device or a pipe, which is written as it stands.
+/// Whether `path` is written as it stands: a device, a pipe, or standard output by its name.
 bool isSpecialFile(const std::string& path);
 
 /// Writes `text` to `path`, whole or not at all: into a temporary file beside it, which then takes its place.

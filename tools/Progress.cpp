@@ -27,7 +27,7 @@ void Progress::setStage(std::string stage) {
 
 void Progress::clearLine() {
   const std::lock_guard lock(mMutex);
-  if (mLineShown) fmt::print(stderr, "\r\033[K");
+  if (mLineShown) std::fputs("\r\033[K", stderr);
   mLineShown = false;
 }
 
@@ -37,7 +37,7 @@ void Progress::run() {
   while (!mWake.wait_for(lock, wait, [this] { return mIsDone; })) {
     wait = std::chrono::milliseconds(200);
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - mStart;
-    fmt::print(stderr, "\r\033[K{} ... {:.1f} s", mStage, elapsed.count());
+    std::fputs(fmt::format("\r\033[K{} ... {:.1f} s", mStage, elapsed.count()).c_str(), stderr);
     std::fflush(stderr);
     mLineShown = true;
   }

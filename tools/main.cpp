@@ -147,18 +147,24 @@ int runProgram(int argc, char** argv) {
   return tool::kExitOk;
 }
 
+// Not by a formatter that throws: the stream may be what is broken.
+int fail(const char* what, tool::ExitCode code) {
+  std::fputs("facetbox: ", stderr);
+  std::fputs(what, stderr);
+  std::fputc('\n', stderr);
+  return code;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   try {
     return runProgram(argc, argv);
   } catch (const tool::InputError& error) {
-    fmt::print(stderr, "facetbox: {}\n", error.what());
-    return tool::kExitBadInput;
+    return fail(error.what(), tool::kExitBadInput);
   } catch (const std::bad_alloc&) {
-    fmt::print(stderr, "facetbox: out of memory\n");
+    return fail("out of memory", tool::kExitFailure);
   } catch (const std::exception& error) {
-    fmt::print(stderr, "facetbox: {}\n", error.what());
+    return fail(error.what(), tool::kExitFailure);
   }
-  return tool::kExitFailure;
 }

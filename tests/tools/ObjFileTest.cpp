@@ -1,0 +1,258 @@
+#include <tools/ObjFile.h>
+#include <tools/RecordBridge.h>
+
+#include <bit>
+#include <cmath>
+#include <random>
+
+#include "ToolTestSupport.h"
+
+namespace tool {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+using Indices = std::vector<std::uint32_t>;
+
+constexpr const char* kThreeVertices = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
+
+Model parse(const std::string& text) { return parseObj(text, "t.obj"); }
+
+// All that the two have in common but what the reader counted as passed over.
+void expectSameModel(const Model& a, const Model& b) {
+  EXPECT_EQ(a.mVertices, b.mVertices);
+  EXPECT_EQ(a.mTexCoords, b.mTexCoords);
+  EXPECT_EQ(a.mCounts, b.mCounts);
+  EXPECT_EQ(a.mIndices, b.mIndices);
+  EXPECT_EQ(a.mTexIndices, b.mTexIndices);
+  EXPECT_EQ(a.mHoles, b.mHoles);
+  EXPECT_EQ(a.mLibraries, b.mLibraries);
+  ASSERT_EQ(a.mObjects.size(), b.mObjects.size());
+  for (std::size_t i = 0; i < a.mObjects.size(); ++i) {
+    EXPECT_EQ(a.mObjects[i].mName, b.mObjects[i].mName);
+    EXPECT_EQ(a.mObjects[i].mFirstFace, b.mObjects[i].mFirstFace);
+  }
+  const auto labelNames = [](const Model& model) {
+    std::vector<std::string> names;
+    for (const LabelRun& run : model.mRuns) {
+      const auto [material, group] = run.mLabel;
+      names.push_back(std::to_string(run.mFirstFace) + " " +
+                      (material < 0 ? "-" : model.mMaterials[static_cast<std::size_t>(material)]) + " " +
+                      (group < 0 ? "-" : model.mGroups[static_cast<std::size_t>(group)]));
+    }
+    return names;
+  };
+  EXPECT_EQ(labelNames(a), labelNames(b));
+}
+
+Model throughRecords(const Model& model) {
+  Model result = emptyLike(model);
+  for (const ObjectRecord& record : makeRecords(model)) record.append(record.view(), result);
+  return result;
+}
+
+TEST(ObjFile, readsEveryFormOfCornerAndLine) {
+  const Model model = parse(
+      "\xEF\xBB\xBF# by hand\r\nmtllib a b.mtl\r\nv 0 0 0 0.5 0.5 0.5\r\nv +1 0 0 1\r\nv 1e0 1. .0 \r\n"
+      "vt 0 0 0\r\nvt 1\r\nvn 0 0 nan\r\n\tf   1/1/1 \\\r\n 2/2 \\\n -1/-2/-1 # done\r\n f -3 -2 4\nv 5 5 5\nf 1//1 "
+      "2//1 3//1");
+  EXPECT_THAT(model.mVertices, ElementsAre(0, 0, 0, 1, 0, 0, 1, 1, 0, 5, 5, 5));
+  EXPECT_THAT(model.mTexCoords, ElementsAre(0, 0, 1, 0));
+  EXPECT_THAT(model.mCounts, ElementsAre(3, 3, 3));
+  EXPECT_THAT(model.mIndices, ElementsAre(0, 1, 2, 0, 1, 3, 0, 1, 2));
+  const auto none = kNoTexCoord;
+  EXPECT_THAT(model.mTexIndices, ElementsAre(0, 1, 0, none, none, none, none, none, none));
+  EXPECT_THAT(model.mLibraries, ElementsAre("a b.mtl"));
+}
+
+TEST(ObjFile, readsAndWritesPolygonsOfAnySize) {
+  std::string text, face = "f";
+  for (int i = 0; i < 300; ++i) {
+    text.append("v ")
+        .append(std::to_string(std::cos(i * 0.02)))
+        .append(" 0 ")
+        .append(std::to_string(std::sin(i * 0.02)));
+    text.append("\n");
+    face.append(" ").append(std::to_string(i + 1));
+  }
+  const Model model = parse(text + face + "\n");
+  EXPECT_THAT(model.mCounts, ElementsAre(300));
+  expectSameModel(parse(formatObj(throughRecords(model))), model);
+}
+
+TEST(ObjFile, tellsFileAndLineOfEveryMistake) {
+  const std::string v = kThreeVertices;
+  const std::pair<std::string, const char*> cases[] = {
+      {v + "f 1 2 4\n", "t.obj:4: vertex index 4 is out of range: the file has 3"},
+      {v + "f 1 2 0\n", "t.obj:4: vertex index 0 is not valid"},
+      {v + "f 1 2 -4\n", "t.obj:4: vertex index -4 reaches back before the first"},
+      {v + "f 1 2 -9223372036854775808\n", "t.obj:4: vertex index -9223372036854775808"},
+      {v + "f 1 2 99999999999999999999\n", "t.obj:4: vertex index '99999999999999999999' is out of range"},
+      {v + "f 1 2 4294967296\n", "t.obj:4: vertex index 4294967296 is out of range"},
+      {v + "f 1/1 2/1 3/1\n", "t.obj:4: texture coordinate index 1 is out of range: the file has 0"},
+      {v + "f 1/0 2/1 3/1\n", "t.obj:4: texture coordinate index 0"},
+      {v + "\n\nf \\\n1 2 \\\n x\n", "t.obj:8: 'x' is not a vertex index"},
+      {v + "f 1 2 3.5\n", "t.obj:4: '3.5' is not a vertex index"},
+      {v + "f 1/2/3/4 2 3\n", "t.obj:4: '/4' does not belong behind a corner"},
+      {v + "f\n", "t.obj:4: a face has no vertices"},
+      {v + "f # 1 2 3\n", "t.obj:4: a face has no vertices"},
+      {"v 0 0\nf 1 1 1\n", "t.obj:1: a vertex has too few numbers"},
+      {"v 0 0 \\", "t.obj:1: '\\' is not a number"},
+      {"v 0 0,5 0\n", "t.obj:1: '0,5' is not a number"},
+      {"v 0 0 0x10\n", "t.obj:1: '0x10' is not a number"},
+      {v + "f 1 2 3\nv 0 nan 0\n", "t.obj:5: 'nan' in a vertex is not a finite number"},
+      {"v 0 0 -INF\n", "t.obj:1: '-INF' in a vertex is not a finite number"},
+      {"v 0 0 1e39\n", "t.obj:1: '1e39' in a vertex is not a finite number"},
+      {"vt nan 0\n", "t.obj:1: 'nan' in a texture coordinate is not a finite number"},
+      {v + "f 1 2 3\n#facetbox:holes 1\n", "t.obj:5: a 'facetbox:holes' line needs an outer face and at least one"},
+      {v + "f 1 2 3\n# facetbox:holes 1 x\n", "t.obj:5: 'x' is not a face number"},
+      {v + "f 1 2 3\n# facetbox:holes 1 2\n", "t.obj:5: face number 2 is out of range: the file has 1 faces"},
+      {v + "f 1 2 3\n# facetbox:holes 1 0\n", "t.obj:5: face number 0 is not in the file"},
+      {v + "f 1 2 3\n# facetbox:holes 1 1\n", "t.obj:5: face 1 cannot be a hole of itself"},
+      {v + "f 1 2 3\no b\nf 1 2 3\n# facetbox:holes 1 2\n", "t.obj:7: faces 1 and 2 belong to different objects"},
+      {v, "t.obj: has no faces"},
+      {std::string("\0\x7F\xFF", 3), "t.obj: has no faces"},
+  };
+  for (const auto& [text, message] : cases) EXPECT_THAT(parseError(text), StartsWith(message)) << text;
+}
+
+TEST(ObjFile, numbersBelowTheRangeOfFloatAreZero) {
+  EXPECT_THAT(parse("v 1e-60 -1e-400 1e-46\nf 1 1 1\n").mVertices, ElementsAre(0, -0.0F, 0));
+}
+
+TEST(ObjFile, keepsFacesThatTheLibraryWillReport) {
+  EXPECT_THAT(parse(std::string(kThreeVertices) + "f 1\nf 1 2\nf 1 2 3\n").mCounts, ElementsAre(1, 2, 3));
+}
+
+TEST(ObjFile, facesWithSomeTextureCoordinatesAreReadAsFacesWithout) {
+  const Model model = parse(std::string(kThreeVertices) + "vt 0 0\nf 1/1 2/1 3/1\nf 1/1 2 3/1\nf 3/1 2/1 1/1\n");
+  const auto none = kNoTexCoord;
+  EXPECT_THAT(model.mTexIndices, ElementsAre(0, 0, 0, none, none, none, 0, 0, 0));
+  EXPECT_EQ(model.mIgnored.size(), 1U);
+}
+
+TEST(ObjFile, cutsByObjectsAndMarksByGroupsAndMaterials) {
+  const Model model = parse(std::string(kThreeVertices) +
+                            "g default\nusemtl a\nf 1 2 3\no empty\no\xE4\no  second one \ng left side\nf 1 2 3\n"
+                            "usemtl\nf 1 2 3\nl 1 2\nusemtl a\nf 1 2 3\n");
+  ASSERT_EQ(model.mObjects.size(), 2U);
+  EXPECT_EQ(model.mObjects[1].mName, "second one");
+  EXPECT_EQ(model.mObjects[1].mFirstFace, 1U);
+  EXPECT_THAT(model.mMaterials, ElementsAre("a"));
+  EXPECT_THAT(model.mGroups, ElementsAre("left side"));
+  ASSERT_EQ(model.mRuns.size(), 4U);
+  EXPECT_EQ(model.mRuns[0].mLabel, (Label{0, -1}));
+  EXPECT_EQ(model.mRuns[1].mLabel, (Label{0, 0}));
+  EXPECT_EQ(model.mRuns[2].mLabel, (Label{-1, 0}));
+  EXPECT_EQ(model.mRuns[3].mFirstFace, 3U);
+  EXPECT_EQ(model.mIgnored.at("statement 'l'"), 1U);
+}
+
+TEST(ObjFile, holesSurviveTheRoundTrip) {
+  const std::string text = std::string(kThreeVertices) + "o a\nf 1 2 3\nf 1 2 3\no b\nf 1 2 3\nf 1 2 3\nf 1 2 3\n" +
+                           "# facetbox:holes 4 3 5\n#facetbox:holes 1 2 # in the lid\n# facetbox:hole is no tag\n";
+  const Model model = parse(text);
+  EXPECT_EQ(model.mHoles, (Indices{3, 2, 4, kEndOfGroup, 0, 1, kEndOfGroup}));
+  const Model again = parse(formatObj(throughRecords(model)));
+  EXPECT_EQ(again.mHoles, (Indices{0, 1, kEndOfGroup, 3, 2, 4, kEndOfGroup}));  // object by object
+}
+
+// A model whose objects share no vertices and use all of them, as one that came from records.
+Model randomModel(unsigned seed) {
+  std::mt19937 random(seed);
+  const auto below = [&](std::size_t n) { return static_cast<std::uint32_t>(random() % n); };
+  const auto anyFloat = [&] {
+    float value = NAN;
+    while (!std::isfinite(value)) value = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
+    return value;
+  };
+  Model model;
+  model.mMaterials = {"Z\xFCrich stone", "\xE7\x93\xA6", "plain"};
+  model.mGroups = {"left", "right wing"};
+  model.mLibraries = {"some.mtl"};
+  const std::size_t objects = 1 + below(3);
+  for (std::size_t object = 0; object < objects; ++object) {
+    const std::uint32_t firstVertex = static_cast<std::uint32_t>(model.vertexCount());
+    const std::uint32_t firstPair = static_cast<std::uint32_t>(model.mTexCoords.size() / 2);
+    const std::uint32_t firstFace = static_cast<std::uint32_t>(model.faceCount());
+    model.mObjects.push_back({std::to_string(object), firstFace, firstVertex, firstPair});
+    const std::uint32_t faces = 1 + below(6);
+    for (std::uint32_t face = 0; face < faces; ++face) {
+      const bool textured = below(2) == 0;
+      const std::uint32_t corners = 1 + below(7);
+      model.startRun({static_cast<int>(below(4)) - 1, static_cast<int>(below(3)) - 1});
+      if (textured) model.mTexIndices.resize(model.mIndices.size(), kNoTexCoord);
+      for (std::uint32_t corner = 0; corner < corners; ++corner) {
+        model.mIndices.push_back(static_cast<std::uint32_t>(model.vertexCount()));
+        for (int axis = 0; axis < 3; ++axis) model.mVertices.push_back(anyFloat());
+        if (textured) {
+          model.mTexIndices.push_back(static_cast<std::uint32_t>(model.mTexCoords.size() / 2));
+          model.mTexCoords.insert(model.mTexCoords.end(), {anyFloat(), anyFloat()});
+        }
+      }
+      if (!textured && !model.mTexIndices.empty()) model.mTexIndices.resize(model.mIndices.size(), kNoTexCoord);
+      model.mCounts.push_back(corners);
+      if (face > 0 && below(3) == 0)
+        model.mHoles.insert(model.mHoles.end(), {firstFace, firstFace + face, kEndOfGroup});
+    }
+  }
+  return model;
+}
+
+TEST(ObjFile, anyModelSurvivesRecordsAndFileBitForBit) {
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    SCOPED_TRACE(seed);
+    const Model model = randomModel(seed);
+    expectSameModel(throughRecords(model), model);
+    expectSameModel(parse(formatObj(model)), model);
+    if (HasFailure()) break;
+  }
+}
+
+TEST(ObjFile, damagedTextGivesAModelOrAMessage) {
+  std::string clean = "o a\nusemtl m\n" + std::string(kThreeVertices) + "vt 0.5 1e-3\nvt 1 1\n" +
+                      "f 1/1 2/2 \\\n-1/-1\nf 1/1/1 2//1 3\n# facetbox:holes 1 2\n";
+  constexpr std::string_view kBytes = "0123456789-+/\\#.\n\r \tfvtneo:\xFF\xC3";
+  int accepted = 0;
+  for (unsigned seed = 0; seed < 3000; ++seed) {
+    std::mt19937 random(seed);
+    std::string text = clean;
+    for (unsigned edits = 1 + random() % 4; edits > 0; --edits) {
+      const std::size_t at = random() % text.size();
+      if (random() % 4 == 0)
+        text.erase(at, random() % 8);
+      else
+        text[at] = kBytes[random() % kBytes.size()];
+      if (text.empty()) text.push_back('f');
+    }
+    try {
+      checkModel(parse(text), "t.obj");
+      ++accepted;
+    } catch (const InputError& error) {
+      EXPECT_THAT(error.what(), StartsWith("t.obj:")) << seed;
+      EXPECT_THAT(error.what(), testing::Not(HasSubstr("damaged"))) << seed;
+    }
+  }
+  EXPECT_GT(accepted, 100);
+}
+
+TEST(ObjFile, readsThePublicModels) {
+  const fs::path folder = FACETBOX_MODELS;
+  if (!fs::is_directory(folder)) GTEST_SKIP() << "no folder of public models beside the checkout";
+  int models = 0;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    if (entry.path().extension() != ".obj") continue;
+    SCOPED_TRACE(entry.path().filename());
+    const Model model = parse(readText(entry.path()));
+    checkModel(model, "t.obj");
+    const Model copy = throughRecords(model);
+    EXPECT_EQ(copy.mCounts, model.mCounts);
+    expectSameModel(parse(formatObj(copy)), copy);
+    ++models;
+  }
+  EXPECT_GT(models, 0);
+}
+
+}  // namespace
+}  // namespace tool

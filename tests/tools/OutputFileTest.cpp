@@ -1,0 +1,86 @@
+#include <signal.h>
+#include <sys/stat.h>
+#include <tools/OutputFile.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "ToolTestSupport.h"
+
+namespace tool {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+TEST(OutputFile, keepsModeAndLinkOfTheFileThatItReplaces) {
+  const TestFolder folder;
+  folder.write("real.obj", "old");
+  chmod(folder.path("real.obj").c_str(), 0640);
+  fs::create_symlink("real.obj", folder.path("link.obj"));
+  writeFile(folder.path("link.obj"), "new");
+  EXPECT_EQ(readText(folder.path("real.obj")), "new");
+  EXPECT_TRUE(fs::is_symlink(folder.path("link.obj")));
+  EXPECT_EQ(fs::status(folder.path("real.obj")).permissions(), fs::perms(0640));
+  EXPECT_THAT(folder.files(), UnorderedElementsAre("real.obj", "link.obj"));
+}
+
+TEST(OutputFile, failureLeavesNothingBehindAndTheOldFileAsItWas) {
+  const TestFolder folder;
+  folder.write("out.obj", "old");
+  std::string text;
+  for (int i = 0; i < 200; ++i) text += kTetrahedron;
+  const std::string model = folder.write("in.obj", text);
+  // Files may not grow beyond a block: the report fits, the model does not.
+  const RunResult run =
+      runProgram("clean " + quoted(model) + " -o " + quoted(folder.path("out.obj")), "trap '' XFSZ; ulimit -f 2; ");
+  EXPECT_THAT(run.mErr, HasSubstr("out.obj: cannot be written: File too large"));
+  EXPECT_EQ(run.mExitCode, kExitFailure);
+  EXPECT_EQ(readText(folder.path("out.obj")), "old");
+  EXPECT_THAT(folder.files(), UnorderedElementsAre("in.obj", "out.obj"));
+}
+
+TEST(OutputFile, tellsWhyItCannotWrite) {
+  const TestFolder folder;
+  const auto messageFor = [](const std::string& path) -> std::string {
+    try {
+      checkWritable(path);
+      writeFile(path, "text");
+    } catch (const RunError& error) {
+      return error.what();
+    }
+    return "no error";
+  };
+  EXPECT_THAT(messageFor(folder.path("missing/out.obj")),
+              HasSubstr("missing/out.obj: cannot be written: No such file"));
+  EXPECT_THAT(messageFor(folder.path("")), HasSubstr("Is a directory"));
+  EXPECT_THAT(messageFor("/dev/full"), HasSubstr("/dev/full: cannot be written: No space left"));
+  EXPECT_THAT(folder.files(), IsEmpty());
+}
+
+TEST(OutputFile, beingTerminatedWhileWritingLeavesNothingBehind) {
+  const TestFolder folder;
+  const std::string text(std::size_t{1} << 28, 'x');
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    writeFile(folder.path("out.obj"), text);
+    _exit(0);
+  }
+  while (folder.files().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  kill(child, SIGTERM);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (WIFSIGNALED(status)) {
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    EXPECT_THAT(folder.files(), IsEmpty());
+  } else {  // it was done before the signal came
+    EXPECT_THAT(folder.files(), ElementsAre("out.obj"));
+  }
+}
+
+}  // namespace
+}  // namespace tool

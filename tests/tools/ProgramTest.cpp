@@ -1,0 +1,186 @@
+#include <tools/Model.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "ToolTestSupport.h"
+
+namespace tool {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+std::string cleanCommand(const std::string& model, const std::string& out, const std::string& steps) {
+  return "clean " + quoted(model) + " -o " + quoted(out) + " " + steps;
+}
+
+TEST(Program, infoTellsDefectsAsJson) {
+  const TestFolder folder;
+  // A tetrahedron whose last face is turned, with a face of no area, a fin on an edge, a stray vertex, a short face.
+  const std::string model =
+      folder.write("m.obj",
+                   "o one\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nv 9 9 9\nv 0 0 0\nusemtl a\nf 1 3 2\nf 1 2 4\nusemtl b\n"
+                   "f 2 3 4\nusemtl a\nf 3 4 1\nf 1 2 6 6\nf 1 2\n# facetbox:holes 1 2\n");
+  const RunResult run = runProgram("info --json " + quoted(model));
+  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
+  const auto json = nlohmann::json::parse(run.mOut);
+  EXPECT_EQ(json["vertices"], 6);
+  EXPECT_EQ(json["faces"], 6);
+  EXPECT_EQ(json["facesByCorners"], (nlohmann::json{{"2", 1}, {"3", 4}, {"4", 1}}));
+  EXPECT_EQ(json["materialRuns"], 3);
+  EXPECT_EQ(json["materials"][0], (nlohmann::json{{"name", "a"}, {"faces", 5}}));
+  EXPECT_EQ(json["holeFaces"], 1);
+  EXPECT_EQ(json["boundingBox"]["max"], (nlohmann::json{9, 9, 9}));
+  const nlohmann::json defects = {{"illegalFaces", 1},        {"repeatingFaces", 1},     {"zeroAreaFaces", 1},
+                                  {"nearlyZeroAreaFaces", 1}, {"zeroLengthEdges", 2},    {"borderEdges", 2},
+                                  {"overusedEdges", 1},       {"sameDirectionEdges", 3}, {"unusedVertices", 1}};
+  EXPECT_EQ(json["defects"], defects);
+}
+
+TEST(Program, infoTableIsAligned) {
+  const TestFolder folder;
+  const RunResult run = runProgram("info " + quoted(folder.write("m.obj", kTetrahedron)));
+  EXPECT_THAT(run.mOut, HasSubstr("\n  vertices                                      4\n"));
+  EXPECT_THAT(run.mOut, HasSubstr("\n  edges used once                               0\n"));
+}
+
+TEST(Program, namesAndRunsSurviveChainedStepsWithoutTextureCoordinates) {
+  const TestFolder folder;
+  const std::string model =
+      folder.write("m.obj",
+                   "mtllib rooms.mtl\no Caf\xE9\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nusemtl T\xC3\xBCr\n"
+                   "f 1 3 2\nf 1 2 4\nusemtl \xE9\nf 2 3 4\nusemtl T\xC3\xBCr\nf 3 1 4\n");
+  const RunResult run =
+      runProgram(cleanCommand(model, folder.path("out.obj"),
+                              "--remove-zero-area 1e-9 --remove-zero-edges 1e-9 --merge-vertices 0 --conform-normals"));
+  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
+  const std::string out = readText(folder.path("out.obj"));
+  EXPECT_THAT(out, StartsWith("mtllib rooms.mtl\no Caf\xE9\nv 0 0 0\n"));
+  EXPECT_THAT(out, Not(HasSubstr("vt")));
+  EXPECT_THAT(out,
+              HasSubstr("usemtl T\xC3\xBCr\nf 1 3 2\nf 1 2 4\nusemtl \xE9\nf 2 3 4\nusemtl T\xC3\xBCr\nf 3 1 4\n"));
+}
+
+TEST(Program, stepsRunInTheOrderOfTheCommandLine) {
+  const TestFolder folder;
+  const std::string model = folder.write("m.obj", kTetrahedron);
+  const RunResult run = runProgram(cleanCommand(
+      model, folder.path("out.obj"),
+      "--remove-zero-area 0.25 --conform-normals --merge-vertices=0.5 --remove-zero-area 1e-3 --remove-double"));
+  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
+  std::vector<std::string> steps;
+  std::istringstream lines(run.mOut);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("--")) steps.push_back(line.substr(0, line.find("  ")));
+  }
+  EXPECT_THAT(steps, ElementsAre("--remove-zero-area 0.25", "--conform-normals", "--merge-vertices 0.5",
+                                 "--remove-zero-area 0.001", "--remove-double"));
+}
+
+TEST(Program, reportsWhatAStepRemovesAndWhatTheLibrarySays) {
+  const TestFolder folder;
+  const std::string model = folder.write(
+      "m.obj", std::string(kTetrahedron) + "f 1 2\no flake\nv 5 0 0\nv 5.001 0 0\nv 5 0.001 0\nf -1 -2 -3\n");
+  const RunResult run = runProgram(cleanCommand(model, folder.path("out.obj"), "--remove-zero-area 0.01"));
+  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
+  EXPECT_THAT(run.mOut, testing::ContainsRegex("--remove-zero-area 0.01 +-3 +-2 +-5 +\\. +[0-9.]+\n"));
+  EXPECT_THAT(run.mOut, HasSubstr("1 illegal faces (<3 vertices) were ignored."));
+  EXPECT_THAT(run.mOut, HasSubstr("object 'flake': nothing is left of it"));
+  EXPECT_THAT(readText(folder.path("out.obj")), Not(HasSubstr("flake")));
+}
+
+TEST(Program, objectsAreJoinedOnDemand) {
+  const TestFolder folder;
+  const std::string model = folder.write("m.obj", "o a\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\no b\nv 1 1 0\nf 2 4 3\n");
+  ASSERT_EQ(runProgram(cleanCommand(model, folder.path("apart.obj"), "")).mExitCode, kExitOk);
+  ASSERT_EQ(runProgram(cleanCommand(model, folder.path("joined.obj"), "--join")).mExitCode, kExitOk);
+  const Model apart = parseObj(readText(folder.path("apart.obj")), "apart");
+  const Model joined = parseObj(readText(folder.path("joined.obj")), "joined");
+  EXPECT_EQ(apart.mObjects.size(), 2U);
+  EXPECT_EQ(apart.vertexCount(), 6U);
+  EXPECT_EQ(joined.mObjects.size(), 1U);
+  EXPECT_EQ(joined.vertexCount(), 4U);
+}
+
+TEST(Program, badInputAndUsageEndWithTwoAndWriteNothing) {
+  const TestFolder folder;
+  const std::string good = folder.write("good.obj", kTetrahedron);
+  const std::string bad = folder.write("bad.obj", "v 0 0 0\nf 1 2 3\n");
+  const std::string out = folder.path("out.obj");
+  const std::pair<std::string, std::string> cases[] = {
+      {cleanCommand(bad, out, "--all 0.1"), bad + ":2: vertex index 2 is out of range"},
+      {cleanCommand(folder.path("none.obj"), out, ""), "none.obj: cannot be read: No such file"},
+      {cleanCommand(folder.path("."), out, ""), "unknown kind of file"},
+      {cleanCommand(folder.write("empty.obj", ""), out, ""), "empty.obj: is empty"},
+      {cleanCommand(folder.write("noise.ply", "ply\nfoo"), out, ""), "noise.ply: cannot be understood as ply"},
+      {cleanCommand(good, folder.path("out.stl"), ""), "out.stl: the name of the output must end in .obj"},
+      {cleanCommand(good, out, "--merge-vertices nan"), "--merge-vertices: 'nan' is not a finite number of 0 or more"},
+      {cleanCommand(good, out, "--remove-coplanar 200"), "--remove-coplanar: '200' is not a number from 0 to 180"},
+      {cleanCommand(good, out, "--merge-vertices -1"), ""},
+      {cleanCommand(good, out, "--merge-vertices"), ""},
+      {cleanCommand(good, out, "--polish"), ""},
+      {"clean " + quoted(good), ""},
+      {"", ""},
+  };
+  for (const auto& [arguments, message] : cases) {
+    const RunResult run = runProgram(arguments);
+    EXPECT_EQ(run.mExitCode, kExitBadInput) << arguments << run.mErr;
+    EXPECT_THAT(run.mErr, HasSubstr(message));
+    EXPECT_THAT(run.mErr, Not(IsEmpty())) << arguments;
+  }
+  EXPECT_FALSE(fs::exists(out));
+}
+
+TEST(Program, failuresEndWithOne) {
+  const TestFolder folder;
+  const std::string good = folder.write("good.obj", kTetrahedron);
+  const RunResult nothing = runProgram(cleanCommand(good, folder.path("out.obj"), "--remove-zero-area 100"));
+  EXPECT_EQ(nothing.mExitCode, kExitFailure);
+  EXPECT_THAT(nothing.mErr, HasSubstr("--remove-zero-area 100 leaves nothing of the model; no file is written"));
+  EXPECT_FALSE(fs::exists(folder.path("out.obj")));
+  EXPECT_EQ(runProgram(cleanCommand(good, folder.path("missing/out.obj"), "")).mExitCode, kExitFailure);
+  EXPECT_EQ(runProgram(cleanCommand(good, "/dev/full", "")).mExitCode, kExitFailure);
+}
+
+TEST(Program, writesToStandardOutputWithTheReportElsewhere) {
+  const TestFolder folder;
+  const RunResult run = runProgram(cleanCommand(folder.write("good.obj", kTetrahedron), "/dev/stdout", ""));
+  EXPECT_EQ(run.mExitCode, kExitOk);
+  EXPECT_EQ(run.mOut, kTetrahedron);
+  EXPECT_THAT(run.mErr, HasSubstr("before"));
+}
+
+TEST(Program, readsOtherFormatsWithPolygonsAndSharedVertices) {
+  const TestFolder folder;
+  const auto factsOf = [&](const std::string& name, const std::string& text) {
+    const RunResult run = runProgram("info --json " + quoted(folder.write(name, text)));
+    EXPECT_EQ(run.mExitCode, kExitOk) << run.mErr;
+    return nlohmann::json::parse(run.mOut);
+  };
+  const std::string square = "0 0 0\n1 0 0\n1 1 0\n0 1 0\n0 0 1\n";
+  const auto off = factsOf("m.off", "OFF\n5 2 0\n" + square + "4 0 1 2 3\n3 0 1 4\n");
+  EXPECT_EQ(off["vertices"], 5);
+  EXPECT_EQ(off["facesByCorners"], (nlohmann::json{{"3", 1}, {"4", 1}}));
+  const auto ply =
+      factsOf("m.ply",
+              "ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\nproperty float z\n"
+              "element face 2\nproperty list uchar int vertex_indices\nend_header\n" +
+                  square + "4 0 1 2 3\n3 0 1 4\n");
+  EXPECT_EQ(ply["vertices"], 5);
+  EXPECT_EQ(ply["facesByCorners"], (nlohmann::json{{"3", 1}, {"4", 1}}));
+  const auto stl =
+      factsOf("m.stl",
+              "solid s\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\nendloop\n"
+              "endfacet\nfacet normal 0 0 1\nouter loop\nvertex 1 0 0\nvertex 1 1 0\nvertex 0 1 -0\nendloop\n"
+              "endfacet\nendsolid s\n");
+  EXPECT_EQ(stl["vertices"], 4);
+  EXPECT_EQ(stl["defects"]["borderEdges"], 4);
+}
+
+}  // namespace
+}  // namespace tool

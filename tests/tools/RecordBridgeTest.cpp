@@ -1,0 +1,90 @@
+#include <tools/RecordBridge.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "ToolTestSupport.h"
+
+namespace tool {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr const char* kVertices = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 9 9 9\n";
+
+std::vector<ObjectRecord> recordsOf(const std::string& text) { return makeRecords(parseObj(text, "t.obj")); }
+
+TEST(RecordBridge, namesGoInAsTokensAndOnePairStandsInForTextureCoordinates) {
+  const auto records =
+      recordsOf(std::string(kVertices) + "usemtl \xFC\nf 1 2 3\nusemtl b\nf 1 2 3\nusemtl \xFC\nf 3 2 1\n");
+  const Cleanup::MeshData record = records[0].view();
+  ASSERT_EQ(record.mTexturesCount, 3);
+  EXPECT_STREQ(record.mTextures[0], "m0");
+  EXPECT_STREQ(record.mTextures[1], "m1");
+  EXPECT_STREQ(record.mTextures[2], "m0");
+  EXPECT_EQ(record.mTCCount, 2);
+  EXPECT_TRUE(std::all_of(record.mTCIndices, record.mTCIndices + 9, [](std::uint32_t index) { return index == 0; }));
+}
+
+TEST(RecordBridge, unmarkedObjectsCarryNoRunsAndNoTextureCoordinates) {
+  const auto records = recordsOf(std::string(kVertices) + "f 1 2 3\n");
+  EXPECT_EQ(records[0].view().mTexturesCount, 0);
+  EXPECT_EQ(records[0].view().mTexCoords, nullptr);
+  EXPECT_EQ(records[0].view().mVCCount, 12);  // the unused vertex too
+}
+
+TEST(RecordBridge, cornersWithoutTextureCoordinatesGetAPairAwayFromAllOthers) {
+  const auto records = recordsOf(std::string(kVertices) + "vt 0 0\nvt -7 2\nf 1/1 2/2 3/1\nf 1 2 3\n");
+  const Cleanup::MeshData record = records[0].view();
+  ASSERT_EQ(record.mTCCount, 6);
+  EXPECT_GT(record.mTexCoords[4], 7);
+  EXPECT_EQ(record.mTCIndices[3], 2U);
+}
+
+TEST(RecordBridge, objectsGetTheirOwnVerticesInTheOrderOfTheFile) {
+  const auto records = recordsOf(std::string(kVertices) + "o a\nv 2 0 0\nf 5 1 3\no b\nv 3 0 0\nv 4 0 0\nf 6 3 2\n");
+  ASSERT_EQ(records.size(), 2U);
+  const auto verticesX = [](const Cleanup::MeshData& record) {
+    std::vector<float> xs;
+    for (int i = 0; i < record.mVCCount; i += 3) xs.push_back(record.mVertexCoords[i]);
+    return xs;
+  };
+  EXPECT_THAT(verticesX(records[0].view()), ElementsAre(0, 0, 9, 2));
+  EXPECT_THAT(verticesX(records[1].view()), ElementsAre(1, 0, 3, 4));
+}
+
+// Results may list runs with repeated or unsorted starts: the run of a face is the last one before the first start
+// behind the face, and the first run where there is none before.
+TEST(RecordBridge, runsOfAResultAreReadInTheirOrder) {
+  const Model model = parseObj(
+      std::string(kVertices) + "f 1 2 3\nusemtl a\nf 1 2 3\nusemtl b\nf 1 2 3\nusemtl c\nf 1 2 3\nf 1 2 3\n", "t.obj");
+  const auto records = makeRecords(model);
+  Cleanup::MeshData record = records[0].view();
+  ASSERT_EQ(record.mTexturesCount, 4);
+  std::uint32_t starts[] = {1, 3, 1, 9};
+  record.mTexturesStartFaces = starts;
+  Model result = emptyLike(model);
+  records[0].append(record, result);
+  ASSERT_EQ(result.mRuns.size(), 2U);
+  EXPECT_EQ(result.mRuns[0].mLabel, Label{});  // faces 0 to 2: no run before the first start behind, so run 0
+  EXPECT_EQ(result.mRuns[1].mFirstFace, 3U);   // faces 3 and 4: the first start behind is 9
+  EXPECT_EQ(result.mMaterials[static_cast<std::size_t>(result.mRuns[1].mLabel.mMaterial)], "b");
+}
+
+TEST(RecordBridge, aFaceThatWasMergedAcrossTheTextureBorderHasNoTextureCoordinates) {
+  const Model model =
+      parseObj(std::string(kVertices) + "vt 0 0\nvt 1 1\nf 1/1 2/2 3/2\nf 1/2 2/2 3/2\nf 1 2 3\n", "t.obj");
+  const auto records = makeRecords(model);
+  Cleanup::MeshData record = records[0].view();
+  std::vector<std::uint32_t> texIndices(record.mTCIndices, record.mTCIndices + record.mTCIndexCount);
+  texIndices[0] = texIndices[8];  // as if corner 0 came from the face without
+  record.mTCIndices = texIndices.data();
+  Model result = emptyLike(model);
+  records[0].append(record, result);
+  const auto none = kNoTexCoord;
+  EXPECT_THAT(result.mTexIndices, ElementsAre(none, none, none, 0, 0, 0, none, none, none));
+  EXPECT_THAT(result.mTexCoords, ElementsAre(1, 1));
+}
+
+}  // namespace
+}  // namespace tool

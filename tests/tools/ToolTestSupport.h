@@ -1,0 +1,88 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <tools/Errors.h>
+#include <tools/ObjFile.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+namespace fs = std::filesystem;
+
+inline std::string readText(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+/// A folder that goes with the test.
+class TestFolder {
+ public:
+  TestFolder() {
+    std::string pattern = (fs::temp_directory_path() / "facetbox-test-XXXXXX").string();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("no temporary folder");
+    mPath = pattern;
+  }
+  TestFolder(const TestFolder&) = delete;
+  TestFolder& operator=(const TestFolder&) = delete;
+  ~TestFolder() {
+    std::error_code ignored;
+    fs::remove_all(mPath, ignored);
+  }
+
+  std::string path(const std::string& name) const { return (mPath / name).string(); }
+  std::string write(const std::string& name, const std::string& text) const {
+    std::ofstream(path(name), std::ios::binary) << text;
+    return path(name);
+  }
+  /// Names of all files, dot files included.
+  std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(mPath)) names.push_back(entry.path().filename().string());
+    return names;
+  }
+
+ private:
+  fs::path mPath;
+};
+
+struct RunResult {
+  int mExitCode;
+  std::string mOut, mErr;
+};
+
+inline std::string quoted(const std::string& text) { return "'" + text + "'"; }
+
+/// Runs the program with arguments for the shell; `before` are shell commands that run first.
+inline RunResult runProgram(const std::string& arguments, const std::string& before = "") {
+  const TestFolder folder;
+  const std::string command = before + quoted(FACETBOX_PROGRAM) + " " + arguments + " >" + quoted(folder.path("out")) +
+                              " 2>" + quoted(folder.path("err")) + " </dev/null";
+  const int status = std::system(command.c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(folder.path("out")), readText(folder.path("err"))};
+}
+
+/// The text of the InputError that parsing must end with.
+inline std::string parseError(const std::string& text) {
+  try {
+    parseObj(text, "t.obj");
+  } catch (const InputError& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+inline constexpr const char* kTetrahedron = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 3 2\nf 1 2 4\nf 2 3 4\nf 3 1 4\n";
+
+}  // namespace tool
