@@ -1,6 +1,7 @@
 #include <facetbox/cleanup/Cleanup.h>
 #include <facetbox/cleanup/MeshDataConversion.h>
 #include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/operations/MergeVertices.h>
 #include <facetbox/util/operations/RemoveEdgesZero.h>
 #include <facetbox/util/operations/RemoveFacesZero.h>
 
@@ -54,6 +55,10 @@ void writeBytes(std::wostream& stream, const char* text) {
 }
 
 }  // namespace
+
+const Cleanup::MeshData* Cleanup::mergeVertices(float tolerance, const MeshData& data) {
+  return runOperation(data, [=](util::Mesh& mesh) { util::mergeVertices(mesh, tolerance); });
+}
 
 const Cleanup::MeshData* Cleanup::removeFacesZero(float threshold, const MeshData& data) {
   return runOperation(data, [=](util::Mesh& mesh) { util::removeFacesZero(mesh, threshold); });

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <facetbox/util/Mesh.h>
+
+#include <cstdint>
+
+namespace util {
+
+/// Welds vertices that lie within `tolerance` of each other.
+///
+/// Groups: the vertex of lowest index that is in no group yet is a seed and takes every later vertex in no group whose
+/// distance to the seed, and to it alone, is at most the tolerance (compared squared, inclusive; the sign is ignored).
+/// The members are replaced by the lowest of the group. Before that, vertices leave their groups where welding would
+/// do harm:
+/// - a face of more than three corners is not pinched into loops by welding corners that do not follow each other
+///   (separate pairs of one group are not taken apart: such a face ends up visiting a vertex twice);
+/// - the corners of a hole are not welded to those of its outer face or of an earlier hole of it;
+/// - above a tolerance of 0.15 (an absolute length) no face ends up visiting a vertex twice or turned over.
+///
+/// Repeated corners, faces and holes that collapse, and unused vertices go; all face normals are recomputed, also when
+/// nothing is merged. A mesh without faces stays as it is.
+///
+/// @return number of vertices merged away
+/// @throws RuntimeErrorST where a mesh of 1000 vertices or more has a vertex that is not within the tolerance of
+///         itself: NaN or infinite coordinates. The mesh is untouched then.
+/// O(vertices + corners) expected.
+std::uint64_t mergeVertices(Mesh& mesh, double tolerance);
+
+}  // namespace util
