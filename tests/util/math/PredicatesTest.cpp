@@ -1,0 +1,250 @@
+#include <facetbox/util/math/Predicates.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+#include <boost/multiprecision/cpp_int.hpp>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <vector>
+
+namespace util {
+namespace {
+
+using boost::multiprecision::cpp_int;
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+constexpr double kDenormal = std::numeric_limits<double>::denorm_min();
+constexpr double kHuge = std::numeric_limits<double>::max();
+
+/// The double in units of the smallest denormal.
+cpp_int exact(double v) {
+  const auto bits = std::bit_cast<std::uint64_t>(v);
+  const auto exponent = static_cast<unsigned>(bits >> 52 & 0x7ff);
+  const std::uint64_t fraction = bits & ((std::uint64_t{1} << 52) - 1);
+  cpp_int magnitude = exponent == 0 ? fraction : fraction | std::uint64_t{1} << 52;
+  if (exponent > 1) magnitude <<= exponent - 1;
+  return bits >> 63 ? cpp_int(-magnitude) : magnitude;
+}
+
+int exactOrientation(Vec2 a, Vec2 b, Vec2 c) {
+  const cpp_int cx = exact(c.x), cy = exact(c.y);
+  const cpp_int left = (exact(a.x) - cx) * (exact(b.y) - cy), right = (exact(a.y) - cy) * (exact(b.x) - cx);
+  return left.compare(right) > 0 ? 1 : left.compare(right) < 0 ? -1 : 0;
+}
+
+/// Moves v by some units in the last place.
+double nudged(double v, int steps) {
+  for (; steps > 0; --steps) v = std::nextafter(v, kInfinity);
+  for (; steps < 0; ++steps) v = std::nextafter(v, -kInfinity);
+  return v;
+}
+
+class Random {
+ public:
+  explicit Random(unsigned seed) : mEngine(seed) {}
+  int integer(int low, int high) { return std::uniform_int_distribution<int>(low, high)(mEngine); }
+  double real(double low, double high) { return std::uniform_real_distribution<double>(low, high)(mEngine); }
+  Vec2 gridPoint(int size) { return {double(integer(-size, size)), double(integer(-size, size))}; }
+  /// Any finite bit pattern: all magnitudes alike.
+  double anyFinite() {
+    for (;;) {
+      const auto v = std::bit_cast<double>(std::uint64_t{mEngine()});
+      if (std::isfinite(v)) return v;
+    }
+  }
+
+ private:
+  std::mt19937_64 mEngine;
+};
+
+void expectExact(Vec2 a, Vec2 b, Vec2 c) {
+  ASSERT_EQ(orientation(a, b, c), exactOrientation(a, b, c))
+      << std::hexfloat << a.x << ' ' << a.y << ", " << b.x << ' ' << b.y << ", " << c.x << ' ' << c.y;
+}
+
+TEST(Orientation, isPositiveForALeftTurn) {
+  EXPECT_EQ(orientation({0, 0}, {1, 0}, {0, 1}), 1);
+  EXPECT_EQ(orientation({0, 0}, {0, 1}, {1, 0}), -1);
+  EXPECT_EQ(orientation({0, 0}, {1, 1}, {3, 3}), 0);
+}
+
+TEST(Orientation, agreesWithIntegersOnNearlyCollinearPoints) {
+  Random random(1);
+  constexpr std::array kExponents{0, 0, -480, -520, -700, -1000, 480, 505, 900};
+  for (int i = 0; i < 60000; ++i) {
+    // c is rounded onto the line ab, then all are moved by a few units in the last place.
+    const int exponent = kExponents[static_cast<std::size_t>(i) % kExponents.size()];
+    const double scale = std::ldexp(1, exponent + random.integer(-40, 40));
+    Vec2 a{random.real(-1, 1) * scale, random.real(-1, 1) * scale};
+    Vec2 b{random.real(-1, 1) * scale, random.real(-1, 1) * scale};
+    const double t = random.real(-2, 2);
+    Vec2 c{a.x + (b.x - a.x) * t, a.y + (b.y - a.y) * t};
+    for (double* v : {&a.x, &b.y, &c.x, &c.y}) *v = nudged(*v, random.integer(-2, 2));
+    expectExact(a, b, c);
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(Orientation, agreesWithIntegersAtEveryMagnitude) {
+  Random random(2);
+  constexpr std::array kScales{-1074, -1060, -1022, -990, -540, -500, -450, 0, 440, 460, 500, 900, 960, 971};
+  for (int i = 0; i < 30000; ++i) {
+    // Collinear integers, small or of nearly all bits, and their neighbours, at one scale or at one scale for each
+    // coordinate.
+    const int shiftX = kScales[static_cast<std::size_t>(random.integer(0, kScales.size() - 1))];
+    const int shiftY = i % 2 ? shiftX : kScales[static_cast<std::size_t>(random.integer(0, kScales.size() - 1))];
+    const auto part = [&, size = i % 3 ? 3 : 0x1p50] { return std::floor(random.real(-size, size)); };
+    const Vec2 start{part(), part()}, step{part(), part()};
+    const auto at = [&](int k) {
+      return Vec2{nudged(std::ldexp(start.x + k * step.x, shiftX), random.integer(-1, 1)),
+                  std::ldexp(start.y + k * step.y, shiftY)};
+    };
+    expectExact(at(random.integer(-3, 3)), at(random.integer(-3, 3)), at(random.integer(-3, 3)));
+    if (HasFatalFailure()) return;
+  }
+  for (int i = 0; i < 30000; ++i) {
+    std::array<double, 6> v;
+    v.fill(random.anyFinite());
+    for (double& value : v) {
+      if (random.integer(0, 1)) value = random.anyFinite();
+    }
+    expectExact({v[0], v[1]}, {v[2], v[3]}, {v[4], v[5]});
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(Orientation, holdsWhereDifferencesOverflowOrVanish) {
+  expectExact({-kHuge, -kHuge}, {kHuge, kHuge}, {nudged(1, 1), 1});
+  expectExact({-kHuge, -kHuge}, {kHuge, kHuge}, {kDenormal, 0});
+  expectExact({-kHuge, 1}, {kHuge, 1}, {0, nudged(1, -1)});
+  expectExact({0, 0}, {kDenormal, kDenormal}, {2 * kDenormal, 3 * kDenormal});
+  expectExact({0, 0}, {kHuge, kDenormal}, {-kHuge, -kDenormal});
+  expectExact({1, 1}, {kDenormal, kDenormal}, {-kHuge, -kHuge});
+}
+
+TEST(Orientation, isZeroForNonFiniteInput) {
+  for (const double bad : {kNan, kInfinity, -kInfinity}) {
+    EXPECT_EQ(orientation({bad, 0}, {1, 0}, {0, 1}), 0);
+    EXPECT_EQ(orientation({0, 0}, {1, bad}, {0, 1}), 0);
+    EXPECT_EQ(orientation({0, 0}, {1, 0}, {0, bad}), 0);
+    EXPECT_EQ(orientation({-kHuge, 0}, {kHuge, bad}, {bad, kHuge}), 0);
+  }
+}
+
+// Twins in integers: parameters on both segments instead of signs, a slanted ray that meets no corner.
+
+std::int64_t crossOf(Vec2 a, Vec2 b) {
+  return std::int64_t(a.x) * std::int64_t(b.y) - std::int64_t(a.y) * std::int64_t(b.x);
+}
+std::int64_t dotOf(Vec2 a, Vec2 b) {
+  return std::int64_t(a.x) * std::int64_t(b.x) + std::int64_t(a.y) * std::int64_t(b.y);
+}
+Vec2 minus(Vec2 a, Vec2 b) { return {a.x - b.x, a.y - b.y}; }
+
+bool isOnSegment(Vec2 p, Vec2 a, Vec2 b) {
+  const Vec2 along = minus(b, a), to = minus(p, a);
+  return crossOf(along, to) == 0 && dotOf(along, to) >= 0 && dotOf(along, to) <= dotOf(along, along) &&
+         (along != Vec2{} || to == Vec2{});
+}
+
+bool isFractionWithin01(std::int64_t numerator, std::int64_t denominator) {
+  return denominator > 0 ? numerator >= 0 && numerator <= denominator : numerator <= 0 && numerator >= denominator;
+}
+
+bool twinSegmentsTouch(Vec2 p, Vec2 q, Vec2 r, Vec2 s) {
+  const Vec2 d = minus(q, p), e = minus(s, r), offset = minus(r, p);
+  const std::int64_t denominator = crossOf(d, e);
+  if (denominator != 0)
+    return isFractionWithin01(crossOf(offset, e), denominator) && isFractionWithin01(crossOf(offset, d), denominator);
+  return isOnSegment(p, r, s) || isOnSegment(q, r, s) || isOnSegment(r, p, q) || isOnSegment(s, p, q);
+}
+
+bool twinStrictlyInside(const std::vector<Vec2>& polygon, Vec2 p) {
+  const Vec2 far{p.x + 1000003, p.y + 1};  // passes no other point of a small grid
+  bool inside = false;
+  for (std::size_t i = 0; i < polygon.size(); ++i) {
+    const Vec2 a = polygon[i], b = polygon[(i + 1) % polygon.size()];
+    if (isOnSegment(p, a, b)) return false;
+    inside ^= twinSegmentsTouch(a, b, p, far);
+  }
+  return inside && polygon.size() >= 3;
+}
+
+TEST(SegmentsTouch, agreesWithIntegersOnASmallGrid) {
+  Random random(3);
+  int touching = 0;
+  for (int i = 0; i < 100000; ++i) {
+    const int size = random.integer(1, 6);
+    const Vec2 p = random.gridPoint(size), q = random.gridPoint(size);
+    const Vec2 r = random.gridPoint(size), s = random.gridPoint(size);
+    const bool expected = twinSegmentsTouch(p, q, r, s);
+    touching += expected;
+    ASSERT_EQ(segmentsTouch(p, q, r, s), expected)
+        << p.x << ' ' << p.y << ", " << q.x << ' ' << q.y << ", " << r.x << ' ' << r.y << ", " << s.x << ' ' << s.y;
+    ASSERT_EQ(segmentsTouch(s, r, q, p), expected);
+  }
+  EXPECT_GT(touching, 20000);
+  EXPECT_LT(touching, 80000);
+}
+
+TEST(SegmentsTouch, tellsAHairsBreadth) {
+  EXPECT_TRUE(segmentsTouch({0, 0}, {1, 1}, {0.5, 0.5}, {1, 0}));
+  EXPECT_FALSE(segmentsTouch({0, 0}, {1, 1}, {nudged(0.5, 1), 0.5}, {1, 0}));
+  EXPECT_TRUE(segmentsTouch({-kHuge, -kHuge}, {kHuge, kHuge}, {1, 1}, {1, 1}));
+  EXPECT_FALSE(segmentsTouch({-kHuge, -kHuge}, {kHuge, kHuge}, {1, nudged(1, 1)}, {1, 2}));
+}
+
+TEST(SegmentsTouch, isFalseForNonFiniteInput) {
+  for (const double bad : {kNan, kInfinity, -kInfinity}) {
+    EXPECT_FALSE(segmentsTouch({bad, 0}, {1, 0}, {0, 0}, {1, 0}));
+    EXPECT_FALSE(segmentsTouch({0, 0}, {1, bad}, {0, 0}, {1, 0}));
+    EXPECT_FALSE(segmentsTouch({0, 0}, {1, 0}, {0, 0}, {bad, 0}));
+    EXPECT_FALSE(segmentsTouch({0, bad}, {0, bad}, {0, bad}, {0, bad}));
+  }
+}
+
+TEST(StrictlyInside, agreesWithASlantedRayOnASmallGrid) {
+  Random random(4);
+  int inside = 0;
+  for (int i = 0; i < 30000; ++i) {
+    const int size = random.integer(1, 5);
+    std::vector<Vec2> polygon(static_cast<std::size_t>(random.integer(0, 12)));
+    for (Vec2& corner : polygon) corner = random.gridPoint(size);
+    for (int k = 0; k < 4; ++k) {
+      const Vec2 p = random.gridPoint(size);
+      const bool expected = twinStrictlyInside(polygon, p);
+      inside += expected;
+      ASSERT_EQ(strictlyInside(polygon, p), expected) << "case " << i << " at " << p.x << ' ' << p.y;
+    }
+  }
+  EXPECT_GT(inside, 5000);
+}
+
+TEST(StrictlyInside, followsTheEvenOddRule) {
+  //  a square run round twice is empty, a pentagram's core too
+  const std::vector<Vec2> twice{{0, 0}, {2, 0}, {2, 2}, {0, 2}, {0, 0}, {2, 0}, {2, 2}, {0, 2}};
+  EXPECT_FALSE(strictlyInside(twice, {1, 1}));
+  const std::vector<Vec2> star{{0, 10}, {6, -8}, {-9, 3}, {9, 3}, {-6, -8}};
+  EXPECT_FALSE(strictlyInside(star, {0, 0}));
+  EXPECT_TRUE(strictlyInside(star, {0, 8}));
+}
+
+TEST(StrictlyInside, isFalseForNonFiniteInput) {
+  const std::vector<Vec2> square{{0, 0}, {2, 0}, {2, 2}, {0, 2}};
+  ASSERT_TRUE(strictlyInside(square, {1, 1}));
+  for (const double bad : {kNan, kInfinity, -kInfinity}) {
+    EXPECT_FALSE(strictlyInside(square, {bad, 1}));
+    EXPECT_FALSE(strictlyInside(square, {1, bad}));
+    for (std::size_t i = 0; i < square.size(); ++i) {
+      std::vector<Vec2> broken = square;
+      broken[i].y = bad;
+      EXPECT_FALSE(strictlyInside(broken, {1, 1})) << "corner " << i << ' ' << bad;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace util
