@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <array>
+#include <assimp/DefaultLogger.hpp>
 #include <assimp/Importer.hpp>
+#include <assimp/LogStream.hpp>
 #include <bit>
 #include <cerrno>
 #include <cstdio>
@@ -49,6 +51,33 @@ struct PositionHash {
     for (const float value : p) hash = (hash ^ std::bit_cast<std::uint32_t>(value)) * 0x9E3779B97F4A7C15U;
     return static_cast<std::size_t>(hash ^ (hash >> 32));
   }
+};
+
+// Collects what the import library logs as an error while it goes on with a guess, such as another vertex for an index
+// that is out of range.
+class ImportErrors {
+ public:
+  ImportErrors() {
+    Assimp::Logger* logger = Assimp::DefaultLogger::create("", Assimp::Logger::NORMAL, 0);
+    logger->attachStream(new Stream(mText), Assimp::Logger::Err);  // the logger owns its streams
+  }
+  ImportErrors(const ImportErrors&) = delete;
+  ImportErrors& operator=(const ImportErrors&) = delete;
+  ~ImportErrors() { Assimp::DefaultLogger::kill(); }
+
+  /// The first message, empty when there is none.
+  std::string first() const { return mText.substr(0, mText.find('\n')); }
+
+ private:
+  class Stream : public Assimp::LogStream {
+   public:
+    explicit Stream(std::string& text) : mText(text) {}
+    void write(const char* message) override { mText += message; }
+
+   private:
+    std::string& mText;
+  };
+  std::string mText;
 };
 
 // Walks the nodes of an imported scene and appends what they show to a model.
@@ -159,11 +188,12 @@ Model importModel(const std::string& path) {
   const bool isGltf = extension == ".gltf" || extension == ".glb";
   // For the messages: the import library tells neither why it cannot open a file nor that it is empty.
   readFile(path);
+  const ImportErrors errors;
   Assimp::Importer importer;
   const aiScene* scene = importer.ReadFile(path, 0);
-  if (!scene)
-    throw InputError(
-        fmt::format("{}: cannot be understood as {}: {}", path, extension.substr(1), importer.GetErrorString()));
+  const std::string error = scene ? errors.first() : importer.GetErrorString();
+  if (!scene || !error.empty())
+    throw InputError(fmt::format("{}: cannot be understood as {}: {}", path, extension.substr(1), error));
   return SceneReader(*scene, path, isGltf || extension == ".stl", isGltf).read();
 }
 

@@ -118,6 +118,9 @@ TEST(Program, badInputAndUsageEndWithTwoAndWriteNothing) {
       {cleanCommand(folder.path("."), out, ""), "unknown kind of file"},
       {cleanCommand(folder.write("empty.obj", ""), out, ""), "empty.obj: is empty"},
       {cleanCommand(folder.write("noise.ply", "ply\nfoo"), out, ""), "noise.ply: cannot be understood as ply"},
+      {cleanCommand(folder.write("range.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 7\n"), out, ""), "out of range"},
+      {cleanCommand(folder.write("inf.off", "OFF\n3 1 0\n0 0 0\n1 inf 0\n0 1 0\n3 0 1 2\n"), out, ""),
+       "inf.off: vertex 2 has a coordinate that is not a finite number"},
       {cleanCommand(good, folder.path("out.stl"), ""), "out.stl: the name of the output must end in .obj"},
       {cleanCommand(good, out, "--merge-vertices nan"), "--merge-vertices: 'nan' is not a finite number of 0 or more"},
       {cleanCommand(good, out, "--remove-coplanar 200"), "--remove-coplanar: '200' is not a number from 0 to 180"},
@@ -180,6 +183,27 @@ TEST(Program, readsOtherFormatsWithPolygonsAndSharedVertices) {
               "endfacet\nendsolid s\n");
   EXPECT_EQ(stl["vertices"], 4);
   EXPECT_EQ(stl["defects"]["borderEdges"], 4);
+}
+
+// Two triangles, split where their texture coordinates differ, shown as they are and mirrored.
+TEST(Program, readsSceneWithSplitVerticesAndMirroringNode) {
+  const TestFolder folder;
+  const std::string model = folder.write(
+      "m.gltf",
+      R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0,1]}],"nodes":[{"name":"plain","mesh":0},{"name":"mirrored","mesh":0,"scale":[-1,1,1]}],"materials":[{"name":"paint"}],
+"meshes":[{"primitives":[{"attributes":{"POSITION":0,"TEXCOORD_0":1},"indices":2,"material":0}]}],
+"buffers":[{"byteLength":132,"uri":"data:application/octet-stream;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAAAACAPwAAAAAAAAAAAACAPwAAgD8AAAAAAAAAAAAAgD8AAAAAAAAAAAAAAAAAAIA/AAAAAAAAAAAAAIA/AAAAPwAAAAAAAAA/AACAPwAAAAAAAAA/AAABAAIAAwAEAAUA"}],
+"bufferViews":[{"buffer":0,"byteOffset":0,"byteLength":72},{"buffer":0,"byteOffset":72,"byteLength":48},{"buffer":0,"byteOffset":120,"byteLength":12}],
+"accessors":[{"bufferView":0,"componentType":5126,"count":6,"type":"VEC3","min":[0,0,0],"max":[1,1,0]},{"bufferView":1,"componentType":5126,"count":6,"type":"VEC2"},{"bufferView":2,"componentType":5123,"count":6,"type":"SCALAR"}]})");
+  const RunResult run = runProgram(cleanCommand(model, "/dev/stdout", ""));
+  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
+  const Model scene = parseObj(run.mOut, "out");
+  EXPECT_EQ(scene.vertexCount(), 8U);
+  EXPECT_EQ(scene.mTexCoords.size(), 24U);
+  EXPECT_THAT(scene.mIndices, ElementsAre(0, 1, 2, 1, 3, 2, 6, 5, 4, 6, 7, 5));
+  EXPECT_THAT(scene.mMaterials, ElementsAre("paint"));
+  ASSERT_EQ(scene.mObjects.size(), 2U);
+  EXPECT_EQ(scene.mObjects[1].mName, "mirrored");
 }
 
 }  // namespace
