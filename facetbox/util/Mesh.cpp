@@ -45,17 +45,20 @@ void readTexCoords(int coordCount, const float* coords, Buffer<Vec2>& texCoords)
   for (std::size_t p = 0; p < count; ++p) texCoords[p] = {coords[2 * p], coords[2 * p + 1]};
 }
 
-[[noreturn]] void throwIndexOutOfRange(const PrimitiveList& list, std::size_t vertexCount) {
+/// `numberOf(i)` is the caller's number of record i.
+template <class NumberOf>
+[[noreturn]] void throwIndexOutOfRange(const PrimitiveList& list, std::size_t vertexCount, NumberOf numberOf) {
   for (std::size_t i = 0; i < list.size(); ++i)
     for (const std::uint32_t v : list.corners(i))
       if (v >= vertexCount)
-        throw std::out_of_range("face " + std::to_string(i) + " refers to vertex " + std::to_string(v) +
+        throw std::out_of_range("face " + std::to_string(numberOf(i)) + " refers to vertex " + std::to_string(v) +
                                 ", but the mesh has " + std::to_string(vertexCount) + " vertices");
   throw std::logic_error("no index is out of range");
 }
 
-/// Everything after this check may rely on the indices.
-void checkIndices(const PrimitiveList& list, std::size_t vertexCount) {
+/// Everything after this check may rely on the indices. `numberOf(i)` is the caller's number of record i.
+template <class NumberOf>
+void checkIndices(const PrimitiveList& list, std::size_t vertexCount, NumberOf numberOf) {
   std::uint32_t largest = 0;
   bool any = false;
   for (std::size_t i = 0; i < list.size(); ++i)
@@ -63,7 +66,7 @@ void checkIndices(const PrimitiveList& list, std::size_t vertexCount) {
       largest = std::max(largest, v);
       any = true;
     }
-  if (any && largest >= vertexCount) throwIndexOutOfRange(list, vertexCount);
+  if (any && largest >= vertexCount) throwIndexOutOfRange(list, vertexCount, numberOf);
 }
 
 /// Reads the faces; those of fewer than three corners are left out. `renumbering` learns which, unless null.
@@ -104,13 +107,17 @@ std::size_t readFaces(const FaceArrays& in, std::size_t vertexCount, FaceRenumbe
     }
   }
   faces.adopt(std::move(counts), std::move(corners), std::move(texCoordIndices));
-  checkIndices(faces, vertexCount);
+  checkIndices(faces, vertexCount, [&](std::size_t legal) {
+    std::size_t f = 0;
+    while (in.counts[f] < kFewestCorners || legal-- > 0) ++f;
+    return f;
+  });
   return in.faceCount - legalCount;
 }
 
 void appendAll(const std::vector<Polygon>& records, std::size_t vertexCount, PrimitiveList& list) {
   for (const Polygon& record : records) list.append(record);
-  checkIndices(list, vertexCount);
+  checkIndices(list, vertexCount, [](std::size_t i) { return i; });
 }
 
 }  // namespace
