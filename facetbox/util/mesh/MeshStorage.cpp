@@ -28,6 +28,12 @@ void ConnectivityCache::clear() {
   mEdges.reset();
 }
 
+CacheStamps& CacheStamps::operator=(const CacheStamps&) {
+  const boost::unique_lock<boost::mutex> lock(mMutex);
+  mStamps.reset();
+  return *this;
+}
+
 std::uint64_t CacheStamps::stampOr(int kind, std::uint64_t fresh) {
   const boost::unique_lock<boost::mutex> lock(mMutex);
   if (!mStamps) mStamps = std::make_unique<std::array<std::uint64_t, kKinds>>();

@@ -42,14 +42,14 @@ class ConnectivityCache {
 };
 
 /// The numbers under which caches of triangle meshes know this very mesh object, one per kind of cache, 0 for none.
-/// They belong to the object: copies start without.
+/// They belong to the object and its content: copies start without, and assignment takes them away.
 class CacheStamps {
  public:
   static constexpr int kKinds = 5;
 
   CacheStamps() = default;
   CacheStamps(const CacheStamps&) {}
-  CacheStamps& operator=(const CacheStamps&) { return *this; }
+  CacheStamps& operator=(const CacheStamps&);
 
   /// The stamp for `kind`; when there is none yet, it becomes `fresh`. May be called from several threads.
   std::uint64_t stampOr(int kind, std::uint64_t fresh);
