@@ -126,6 +126,7 @@ void compactPrimitives(Mesh& mesh) {
     m.renumberFaces(renumbering);
   }
   list.compact();
+  clearConnectivityCache(mesh);
 }
 
 std::size_t removeUnusedVertices(Mesh& mesh) {
@@ -139,10 +140,11 @@ std::size_t removeUnusedVertices(Mesh& mesh) {
     return vertexCount;
   }
 
-  PrimitiveList& list = m.activePrimitives();
+  // All lists, not just the active one: lines beside points must not keep indices of vertices that have gone.
   VertexSet used(vertexCount);
-  for (std::size_t i = 0; i < list.size(); ++i)
-    for (const std::uint32_t v : list.corners(i)) used.insert(v);
+  for (const PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
+    for (std::size_t i = 0; i < list->size(); ++i)
+      for (const std::uint32_t v : list->corners(i)) used.insert(v);
   const std::uint32_t kept = used.count();
   if (kept == vertexCount) return 0;
 
@@ -156,8 +158,9 @@ std::size_t removeUnusedVertices(Mesh& mesh) {
   }
   m.mVertices.resize(kept);
   if (withLists) m.mVertexIndexLists.resize(kept);
-  for (std::size_t i = 0; i < list.size(); ++i)
-    for (std::uint32_t& v : list.corners(i)) v = used.rank(v);
+  for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
+    for (std::size_t i = 0; i < list->size(); ++i)
+      for (std::uint32_t& v : list->corners(i)) v = used.rank(v);
   clearConnectivityCache(mesh);
   return vertexCount - kept;
 }

@@ -29,7 +29,7 @@ bool sanitizeFaces(Mesh& mesh);
 /// A run start at or beyond the old record count stays as it is. O(records + corners).
 void compactPrimitives(Mesh& mesh);
 
-/// Drops the vertices that no record of the active list uses; the others keep their order.
+/// Drops the vertices that no face, line or point uses; the others keep their order.
 /// @return number of vertices dropped. O(vertices + corners).
 std::size_t removeUnusedVertices(Mesh& mesh);
 
