@@ -1,0 +1,298 @@
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/cleanup/MeshDataConversion.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tests/support/Meshes.h>
+#include <tests/support/RecordCheck.h>
+
+#include <bit>
+#include <cmath>
+#include <iomanip>
+#include <limits>
+#include <locale>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+using support::arrayOf;
+using support::describe;
+using support::Faces;
+using support::findRecordProblem;
+using support::Indices;
+using support::kEnd;
+using support::Record;
+using support::Result;
+using support::texturesOf;
+using Names = std::vector<std::optional<std::string>>;
+
+/// A square with a square hole, both apart from a triangle, with texture coordinates.
+Record perforatedSquare() {
+  std::vector<util::Vec3> points;
+  for (const auto& [low, high] : {std::pair(0.0, 9.0), {2.0, 4.0}})
+    points.insert(points.end(), {{low, low, 0}, {high, low, 0}, {high, high, 0}, {low, high, 0}});
+  points.insert(points.end(), {{20, 0, 0.1}, {30, 0, 0.2}, {20, 9, 0.3}});
+  Record record = support::recordOf(points, {{8, 9, 10}, {0, 1, 2, 3}, {4, 5, 6, 7}});
+  record.mName = "square";
+  record.mTexCoords = {0, 0, 1, 0, 0.1f, 1};
+  record.mTexCoordIndices = {0, 1, 2, 0, 1, 2, 77, 0, 1, 2, 0};
+  record.mTextures = {"one", std::nullopt};
+  record.mStarts = {0, 1};
+  record.mHoles = {1, 2, kEnd};
+  return record;
+}
+
+/// The record through the library by an operation that finds nothing to do.
+Result roundTrip(const Cleanup::MeshData& data) {
+  Result result(Cleanup::removeFacesZero(0, data));
+  EXPECT_EQ(result ? findRecordProblem(*result) : "", "");
+  return result;
+}
+Result roundTrip(Record record) { return roundTrip(record.view()); }
+
+TEST(Cleanup, recordSurvivesTheRoundTripAndTheInputIsLeftAlone) {
+  Record record = perforatedSquare();
+  const Cleanup::MeshData data = record.view();
+  const std::string before = describe(data);
+  EXPECT_EQ(describe(*roundTrip(data)), before);
+  EXPECT_EQ(describe(data), before);
+
+  // Released without the holes array, which stays with the process.
+  Cleanup::freeMeshData(Cleanup::removeFacesZero(0, data));
+  Cleanup::freeMeshDataAndHoles(nullptr);
+}
+
+TEST(Cleanup, nothingLeftGivesNull) {
+  Record record = support::recordOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}});
+  EXPECT_EQ(Cleanup::removeFacesZero(1.0f, record.view()), nullptr);
+  EXPECT_EQ(Cleanup::removeEdgesZero(5.0f, record.view()), nullptr);
+  Cleanup::MeshData data = record.view();
+  for (const int count : {-3, 0, 1, 2}) {
+    data.mVCCount = count;
+    EXPECT_EQ(roundTrip(data), nullptr) << count;
+  }
+  data = record.view();
+  data.mVertexCoords = nullptr;
+  EXPECT_EQ(roundTrip(data), nullptr);
+  data = record.view();
+  data.mCountCount = -1;
+  EXPECT_EQ(roundTrip(data), nullptr);
+  record.mCounts = {2, 1};
+  EXPECT_EQ(roundTrip(record), nullptr);
+}
+
+TEST(Cleanup, remainderOfTheCoordinateCountsIsIgnored) {
+  Record record = support::recordOf({{0, 0, 0}, {1, 0, 0}}, {{0, 1, 0}});
+  record.mCoords.push_back(5);
+  record.mTexCoords = {1, 2, 3, 4, 5};
+  record.mTexCoordIndices = {0, 1, 0};
+  const Result result = roundTrip(record);
+  EXPECT_EQ(result->mVCCount, 6);
+  EXPECT_EQ(arrayOf(result->mTexCoords, result->mTCCount), std::vector<float>({1, 2, 3, 4}));
+}
+
+TEST(Cleanup, illegalFacesAreLoggedAndRunsAndHolesSpeakOfTheFacesThatAreLeft) {
+  Record record = perforatedSquare();
+  record.mCounts.insert(record.mCounts.begin() + 1, 2);
+  record.mIndices.insert(record.mIndices.begin() + 3, {999, 999});
+  record.mTexCoordIndices.insert(record.mTexCoordIndices.begin() + 3, {999, 999});
+  record.mStarts = {0, 2};
+  record.mHoles = {2, 3, 1, kEnd};
+  const Result result = roundTrip(record);
+  EXPECT_STREQ(result->mLog, "Constructing Mesh from array : 1 illegal faces (<3 vertices) were ignored.");
+  EXPECT_EQ(arrayOf(result->mCounts, result->mCountCount), Indices({3, 4, 4}));
+  EXPECT_EQ(arrayOf(result->mTCIndices, result->mTCIndexCount), perforatedSquare().mTexCoordIndices);
+  EXPECT_EQ(arrayOf(result->mTexturesStartFaces, result->mTexturesStartFacesCount), Indices({0, 1}));
+  EXPECT_EQ(arrayOf(result->mHoles, result->mHolesCount), Indices({1, 2, kEnd}));
+}
+
+TEST(Cleanup, removedFacesTakeRunsAndHolesAlong) {
+  Record record = perforatedSquare();  // areas 45, 81 and 4
+  const auto after = [&](float threshold) { return Result(Cleanup::removeFacesZero(threshold, record.view())); };
+  const Result withoutHole = after(5), square = after(60);
+  EXPECT_EQ(findRecordProblem(*withoutHole), "");
+  EXPECT_EQ(arrayOf(withoutHole->mHoles, withoutHole->mHolesCount), Indices({1, kEnd}));
+  EXPECT_EQ(arrayOf(square->mIndices, square->mIndexCount), Indices({0, 1, 2, 3}));
+  EXPECT_EQ(arrayOf(square->mTCIndices, square->mTCIndexCount), Indices({0, 1, 2, 77}));
+  EXPECT_EQ(arrayOf(square->mTexturesStartFaces, square->mTexturesStartFacesCount), Indices({0, 0}));
+  EXPECT_EQ(texturesOf(*square), Names({"one", std::nullopt}));
+}
+
+TEST(Cleanup, thresholdIsWidenedNotRounded) {
+  Record record = support::recordOf({{0, 0, 0}, {1, 0, 0}, {1, 0.1f, 0}, {0, 0.1f, 0}}, {{0, 1, 2, 3}});
+  EXPECT_NE(Result(Cleanup::removeFacesZero(0.1f, record.view())), nullptr);
+  EXPECT_EQ(Result(Cleanup::removeFacesZero(std::nextafter(0.1f, 1.0f), record.view())), nullptr);
+  EXPECT_EQ(Result(Cleanup::removeEdgesZero(0.1f, record.view()))->mVCCount, 12);
+}
+
+TEST(Cleanup, onlyRemovingEdgesDropsUnusedVerticesWhenNothingIsShort) {
+  Record record = support::recordOf({{5, 5, 5}, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{1, 2, 3}});
+  EXPECT_EQ(roundTrip(record)->mVCCount, 12);
+  const Result result(Cleanup::removeEdgesZero(0, record.view()));
+  EXPECT_EQ(findRecordProblem(*result), "");
+  EXPECT_EQ(arrayOf(result->mVertexCoords, result->mVCCount), std::vector<float>({0, 0, 0, 1, 0, 0, 0, 1, 0}));
+  EXPECT_EQ(arrayOf(result->mIndices, result->mIndexCount), Indices({0, 1, 2}));
+}
+
+TEST(Cleanup, textureRunsComeBackAsTheyCame) {
+  Record record = perforatedSquare();
+  const auto names = [&](Names textures) {
+    record.mTextures = std::move(textures);
+    record.mStarts.assign(record.mTextures.size(), 0);
+    return texturesOf(*roundTrip(record));
+  };
+  EXPECT_EQ(names({"a\xE9"}), Names({"a\xC3\xA9"}));  // Latin-1 in, UTF-8 out
+  EXPECT_EQ(names({"same", "other", "same"}), Names({"same", "other", "same"}));
+  EXPECT_EQ(names({std::nullopt, std::nullopt}), Names({std::nullopt, std::nullopt}));
+  EXPECT_EQ(names({"", "x"}), Names({std::nullopt, "x"}));
+  EXPECT_EQ(names({}), Names({std::nullopt}));
+
+  // Without starts every run begins at face 0; odd starts pass through.
+  record = perforatedSquare();
+  record.mStarts = {};
+  Result result = roundTrip(record);
+  EXPECT_EQ(arrayOf(result->mTexturesStartFaces, result->mTexturesStartFacesCount), Indices({0, 0}));
+  record.mStarts = {kEnd, 3};
+  result = roundTrip(record);
+  EXPECT_EQ(arrayOf(result->mTexturesStartFaces, result->mTexturesStartFacesCount), Indices({kEnd, 3}));
+}
+
+TEST(Cleanup, withoutTextureCoordinatesThereIsOneNullTexture) {
+  for (const bool nullArray : {true, false}) {
+    Record record = perforatedSquare();
+    Cleanup::MeshData data = record.view();
+    if (nullArray) data.mTexCoords = nullptr;
+    data.mTCCount = 0;
+    const Result result = roundTrip(data);
+    EXPECT_EQ(texturesOf(*result), Names({std::nullopt}));
+    EXPECT_EQ(result->mTexturesStartFaces, nullptr);
+    EXPECT_EQ(result->mTCIndices, nullptr);
+  }
+}
+
+TEST(Cleanup, missingArraysAndWildIndicesAreRefused) {
+  Record record = perforatedSquare();
+  const auto refuses = [&](auto edit) {
+    Cleanup::MeshData data = record.view();
+    edit(data);
+    EXPECT_THROW(Cleanup::removeFacesZero(0, data), std::invalid_argument);
+  };
+  refuses([](Cleanup::MeshData& data) { data.mIndices = nullptr; });
+  refuses([](Cleanup::MeshData& data) { data.mCounts = nullptr; });
+  refuses([](Cleanup::MeshData& data) { data.mTCIndices = nullptr; });
+  refuses([](Cleanup::MeshData& data) { data.mTextures = nullptr; });
+  record.mIndices.back() = 11;
+  EXPECT_THAT([&] { Cleanup::removeFacesZero(0, record.view()); },
+              testing::ThrowsMessage<std::out_of_range>("face 2 refers to vertex 11, but the mesh has 11 vertices"));
+  Cleanup::MeshData data = record.view();
+  data.mHoles = nullptr;  // with a count: no holes
+  record.mIndices.back() = 7;
+  EXPECT_EQ(roundTrip(data)->mHoles, nullptr);
+}
+
+TEST(Cleanup, coordinatesAreRoundedToTheNearestFloatAtEveryArrayLength) {
+  // A third of a float is hardly ever a float; the last two put sums exactly between two floats, and out of range.
+  const double scales[] = {1.0 / 3, 1e-46, 1.0, 1e38};
+  const double shifts[] = {0.1, 0, 0x1p-24, 0};
+  std::mt19937 random(1);
+  for (std::size_t vertexCount = 1; vertexCount <= 40; ++vertexCount) {
+    std::vector<util::Vec3> points(vertexCount);
+    for (util::Vec3& p : points)
+      for (double* c : {&p.x, &p.y, &p.z}) *c = 1.0f + 0x1p-23f * static_cast<float>(support::pick(random, 0, 999));
+    points[0] = {std::numeric_limits<double>::quiet_NaN(), -std::numeric_limits<double>::infinity(), -0.0};
+    const util::Mesh mesh = support::meshOf(points, {{0, 0, 0}});
+    for (int i = 0; i < 4; ++i) {
+      const double s = scales[i], t = shifts[i];
+      const double matrix[16] = {s, 0, 0, 0, 0, 100 * s, 0, 0, 0, 0, -s, 0, t, t, -t, 1};
+      const std::unique_ptr<util::Mesh> derived(mesh.derive(matrix, false));
+      const Result result(meshToMeshData(*derived, ""));
+      for (std::size_t v = 0; v < vertexCount; ++v) {
+        const util::Vec3 exact = derived->storage().mVertices[v];
+        const volatile double components[] = {exact.x, exact.y, exact.z};
+        for (std::size_t c = 0; c < 3; ++c) {
+          const volatile float expected = static_cast<float>(components[c]);
+          const float got = result->mVertexCoords[3 * v + c];
+          EXPECT_TRUE(std::bit_cast<std::uint32_t>(got) == std::bit_cast<std::uint32_t>(float{expected}) ||
+                      (std::isnan(got) && std::isnan(float{expected})))
+              << got << " for " << components[c] << ", vertex " << v << " of " << vertexCount;
+        }
+      }
+    }
+  }
+
+  // Halfway cases go to the even neighbour.
+  const util::Mesh halfway = support::meshOf({{1 + 0x1p-24, 1 + 3 * 0x1p-24, 0x1p-150}}, {{0, 0, 0}});
+  const Result result(meshToMeshData(halfway, ""));
+  EXPECT_EQ(arrayOf(result->mVertexCoords, 3), std::vector<float>({1.0f, 1.0f + 0x1p-22f, 0.0f}));
+}
+
+struct Grouping : std::numpunct<wchar_t> {
+  wchar_t do_thousands_sep() const override { return L'.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+struct FlushCounter : std::wstringbuf {
+  int mFlushes = 0;
+  int sync() override { return ++mFlushes, 0; }
+};
+
+TEST(CleanupDump, writesCountsPointersAndNamesWhateverTheStreamIsSetTo) {
+  char texture[] = "wood\xFF";
+  char* textures[] = {texture, nullptr};
+  const auto at = []<class T>(T*& pointer, std::uintptr_t address) { pointer = reinterpret_cast<T*>(address); };
+  Cleanup::MeshData data{};
+  data.mName = "caf\xE9";
+  at(data.mVertexCoords, 0x1000);
+  data.mVCCount = 1234567;
+  at(data.mIndices, 0xabcd);
+  data.mIndexCount = -1;
+  at(data.mTexCoords, 0x3000);
+  data.mTCCount = 2000;
+  at(data.mTCIndices, 0x4000);
+  data.mTCIndexCount = 3;
+  at(data.mCounts, 0x5000);
+  data.mCountCount = 4;
+  data.mTextures = textures;
+  data.mTexturesCount = 2;
+  at(data.mTexturesStartFaces, 0x6000);
+  data.mTexturesStartFacesCount = 5;
+  at(data.mHoles, 0x7000);
+  data.mHolesCount = 6;
+  std::wostringstream texturesAt;
+  texturesAt << static_cast<const void*>(textures);
+  const std::wstring expected =
+      L"MeshData, \nmName: caf\u00E9\nmVertexCoords: 0x1000\nmVCCount: 1234567\nmIndices: 0xabcd\nmIndexCount: -1\n"
+      L"mTexCoords: 0x3000\nmTCCount: 2000\nmTCIndices: 0x4000\nmTCIndexCount: 3\nmCounts: 0x5000\nmCountCount: 4\n"
+      L"mTextures: " +
+      texturesAt.str() +
+      L" [ wood\u00FF, 0x0,  ] \nmTexturesCount: 2\nmTexturesStartFaces: 0x6000\nmTexturesStartFacesCount: 5\n"
+      L"mHoles: 0x7000\n\nmHolesCount: 6\n\n";
+
+  FlushCounter buffer;
+  std::wostream stream(&buffer);
+  EXPECT_EQ(&(stream << data), &stream);
+  EXPECT_EQ(buffer.str(), expected);
+  EXPECT_GE(buffer.mFlushes, 1);
+
+  buffer.str(L"");
+  stream.imbue(std::locale(std::locale::classic(), new Grouping));
+  stream << std::hex << std::showbase << std::showpos << std::uppercase << std::setw(40) << std::setfill(L'*');
+  const auto flags = stream.flags();
+  stream << data;
+  EXPECT_EQ(buffer.str(), expected);
+  EXPECT_TRUE(stream.good());
+  EXPECT_EQ(stream.flags(), flags);
+  EXPECT_EQ(stream.width(), 40);
+}
+
+TEST(CleanupDump, writesNullNamesAsZeroAddress) {
+  Record record = support::recordOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}});
+  const Result result = roundTrip(record);
+  std::wostringstream stream;
+  stream << *result;
+  EXPECT_NE(stream.str().find(L"mName: 0x0\nmVertexCoords: 0x"), std::wstring::npos);
+  EXPECT_NE(stream.str().find(L" [ 0x0,  ] \nmTexturesCount: 1\n"), std::wstring::npos);
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <gtest/gtest.h>
+#include <tests/support/Meshes.h>
+#include <tests/support/RecordCheck.h>
+
+#include <atomic>
+#include <barrier>
+#include <set>
+#include <thread>
+
+namespace {
+
+using support::describe;
+using support::findRecordProblem;
+using support::pick;
+using support::Record;
+using support::Result;
+
+constexpr int kThreads = 4;
+
+Record randomRecord(unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<util::Vec3> points(60);
+  for (util::Vec3& p : points) p = {1.0 * pick(random, 0, 4), 1.0 * pick(random, 0, 4), 1.0 * pick(random, 0, 4)};
+  support::Faces faces(40);
+  for (auto& face : faces)
+    for (int corner = pick(random, 2, 6); corner > 0; --corner)
+      face.push_back(static_cast<std::uint32_t>(pick(random, 0, 59)));
+  Record record = support::recordOf(points, faces);
+  record.mTexCoords = {0, 0, 1, 1};
+  record.mTexCoordIndices.assign(record.mIndices.size(), 1);
+  for (std::uint32_t run = 0; run < 8; ++run) {
+    // The same few names everywhere: the threads meet in the material store.
+    record.mTextures.push_back("texture " + std::to_string(pick(random, 0, 4)));
+    record.mStarts.push_back(5 * run);
+  }
+  return record;
+}
+
+/// All operations on one record, as text.
+std::string cleanedUp(unsigned seed) {
+  Record record = randomRecord(seed);
+  std::string text;
+  const Result results[] = {Result(Cleanup::removeFacesZero(1.5f, record.view())),
+                            Result(Cleanup::removeEdgesZero(1.5f, record.view()))};
+  for (const Result& result : results) text += result ? findRecordProblem(*result) + describe(*result) : "null";
+  return text;
+}
+
+template <class Work>
+void onAllThreads(Work work) {
+  std::barrier start(kThreads);
+  std::vector<std::jthread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&, t] {
+      start.arrive_and_wait();
+      work(t);
+    });
+}
+
+TEST(CleanupConcurrency, parallelCallsOnDifferentRecordsGiveTheSerialResults) {
+  constexpr unsigned kRecords = 40;
+  std::vector<std::string> serial;
+  for (unsigned seed = 0; seed < kRecords; ++seed) serial.push_back(cleanedUp(seed));
+  EXPECT_GT(std::set(serial.begin(), serial.end()).size(), kRecords / 2);
+
+  std::vector<std::string> parallel(kThreads * kRecords);
+  onAllThreads([&](int t) {
+    for (unsigned seed = 0; seed < kRecords; ++seed)
+      parallel[static_cast<unsigned>(t) * kRecords + seed] = cleanedUp(seed);
+  });
+  for (std::size_t i = 0; i < parallel.size(); ++i) EXPECT_EQ(parallel[i], serial[i % kRecords]);
+}
+
+TEST(MeshConcurrency, parallelReadersShareOneConnectivityAndOneStamp) {
+  const util::Mesh mesh = support::meshOf(std::vector<util::Vec3>(4), {{0, 1, 2}, {1, 2, 3}});
+  std::vector<const void*> edges(kThreads);
+  std::vector<std::uint64_t> stamps(kThreads);
+  onAllThreads([&](int t) {
+    const auto i = static_cast<std::size_t>(t);
+    edges[i] = &mesh.storage().mConnectivity.edges(mesh.storage().mFaces);
+    stamps[i] = mesh.storage().mStamps.stampOr(0, i + 1);
+  });
+  EXPECT_EQ(std::set(edges.begin(), edges.end()).size(), 1u);
+  EXPECT_EQ(std::set(stamps.begin(), stamps.end()).size(), 1u);
+  EXPECT_NE(stamps[0], 0u);
+}
+
+}  // namespace

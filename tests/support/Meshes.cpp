@@ -1,0 +1,157 @@
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <gtest/gtest.h>
+#include <tests/support/Meshes.h>
+
+#include <algorithm>
+#include <map>
+#include <span>
+#include <sstream>
+
+namespace support {
+namespace {
+
+std::string findListProblem(const util::MeshStorage& m, const util::PrimitiveList& list) {
+  std::map<std::size_t, std::size_t> ends;  // of the records' places in the pool, by their begins
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    const std::string which = "record " + std::to_string(i);
+    if (list.isCleared(i)) return which + " is cleared";
+    for (const std::uint32_t v : list.corners(i))
+      if (v >= m.mVertices.size()) return which + " refers to vertex " + std::to_string(v);
+    ends[list.offset(i)] = list.offset(i) + list.cornerCount(i);
+    const util::Polygon record = list.record(i);  // reads every pool that the record claims to use
+    if (record.mPerVertexNormals)
+      for (const std::uint32_t normal : record.mNormalIndices)
+        if (normal >= m.mNormals.size()) return which + " refers to normal " + std::to_string(normal);
+  }
+  if (ends.size() != list.size()) return "two records begin at one place";
+  std::size_t end = 0;
+  for (const auto& [recordBegin, recordEnd] : ends) {
+    if (recordBegin < end) return "records overlap";
+    end = recordEnd;
+  }
+  return end > list.poolSize() ? "record behind the pool" : "";
+}
+
+std::string findProblem(const util::Mesh& mesh) {
+  const util::MeshStorage& m = mesh.storage();
+  for (const util::PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
+    if (const std::string problem = findListProblem(m, *list); !problem.empty()) return problem;
+  if (m.mRunStarts.size() != m.mRunMaterials.size()) return "runs not parallel";
+  if (!m.mVertexIndexLists.empty() && m.mVertexIndexLists.size() != m.mVertices.size()) return "vertex lists";
+
+  bool atOuter = true;
+  std::uint32_t outer = kEnd;
+  for (const std::uint32_t entry : m.mHoles.list()) {
+    if (entry == kEnd) {
+      if (atOuter) return "bare terminator in the hole list";
+      atOuter = true;
+      continue;
+    }
+    if (entry >= m.mFaces.size()) return "hole list refers to face " + std::to_string(entry);
+    if (!atOuter && entry == outer) return "face is its own hole";
+    if (atOuter) outer = entry;
+    atOuter = false;
+  }
+  if (!atOuter) return "unterminated hole group";
+
+  const util::Mesh fresh(mesh);
+  if (m.mConnectivity.edges(m.mFaces) != fresh.storage().mConnectivity.edges(m.mFaces)) return "outdated connectivity";
+  return "";
+}
+
+template <class T>
+void describeArray(std::ostream& out, const char* name, const T* array, int count) {
+  out << name << ':';
+  if (!array) out << " null";
+  for (const T& value : std::span(array, array ? static_cast<std::size_t>(count) : 0)) out << ' ' << value;
+  out << '\n';
+}
+
+}  // namespace
+
+util::Mesh meshOf(const std::vector<util::Vec3>& points, const Faces& faces, const Indices& holes) {
+  std::vector<util::Polygon> records(faces.size());
+  for (std::size_t i = 0; i < faces.size(); ++i) records[i].mVertexIndices.assign(faces[i].begin(), faces[i].end());
+  util::Mesh mesh("", points, records);
+  util::recomputeFaceNormals(mesh);
+  mesh.storage().mHoles.append(holes.data(), holes.size());
+  return mesh;
+}
+
+Faces facesOf(const util::Mesh& mesh) {
+  const util::PrimitiveList& list = mesh.storage().mFaces;
+  Faces faces(list.size());
+  for (std::size_t i = 0; i < list.size(); ++i) faces[i].assign(list.corners(i).begin(), list.corners(i).end());
+  return faces;
+}
+
+Indices holesOf(const util::Mesh& mesh) {
+  const auto& list = mesh.storage().mHoles.list();
+  return {list.begin(), list.end()};
+}
+
+void expectConsistent(const util::Mesh& mesh) { EXPECT_EQ(findProblem(mesh), ""); }
+
+void warmCache(const util::Mesh& mesh) { mesh.storage().mConnectivity.edges(mesh.storage().mFaces); }
+
+Cleanup::MeshData Record::view() {
+  const auto orNull = [](auto& array) { return array.empty() ? nullptr : array.data(); };
+  const auto countOf = [](const auto& array) { return static_cast<int>(array.size()); };
+  mTexturePointers.clear();
+  for (auto& texture : mTextures) mTexturePointers.push_back(texture ? texture->data() : nullptr);
+  Cleanup::MeshData data{};
+  data.mName = mName ? mName->c_str() : nullptr;
+  data.mVertexCoords = orNull(mCoords);
+  data.mVCCount = countOf(mCoords);
+  data.mIndices = orNull(mIndices);
+  data.mIndexCount = countOf(mIndices);
+  data.mTexCoords = orNull(mTexCoords);
+  data.mTCCount = countOf(mTexCoords);
+  data.mTCIndices = orNull(mTexCoordIndices);
+  data.mTCIndexCount = countOf(mTexCoordIndices);
+  data.mCounts = reinterpret_cast<std::uint32_t*>(orNull(mCounts));
+  data.mCountCount = countOf(mCounts);
+  data.mTextures = orNull(mTexturePointers);
+  data.mTexturesCount = countOf(mTextures);
+  data.mTexturesStartFaces = orNull(mStarts);
+  data.mTexturesStartFacesCount = countOf(mStarts);
+  data.mHoles = orNull(mHoles);
+  data.mHolesCount = countOf(mHoles);
+  return data;
+}
+
+Record recordOf(const std::vector<util::Vec3>& points, const Faces& faces) {
+  Record record;
+  for (const util::Vec3& p : points)
+    for (const double c : {p.x, p.y, p.z}) record.mCoords.push_back(static_cast<float>(c));
+  for (const Indices& face : faces) {
+    record.mIndices.insert(record.mIndices.end(), face.begin(), face.end());
+    record.mCounts.push_back(static_cast<std::int32_t>(face.size()));
+  }
+  return record;
+}
+
+std::vector<std::optional<std::string>> texturesOf(const Cleanup::MeshData& data) {
+  std::vector<std::optional<std::string>> names;
+  for (char* name : arrayOf(data.mTextures, data.mTexturesCount))
+    names.push_back(name ? std::optional<std::string>(name) : std::nullopt);
+  return names;
+}
+
+std::string describe(const Cleanup::MeshData& data) {
+  std::ostringstream out;
+  out << std::hexfloat << "name: " << (data.mName ? data.mName : "null") << '\n';
+  describeArray(out, "coords", data.mVertexCoords, data.mVCCount);
+  describeArray(out, "indices", data.mIndices, data.mIndexCount);
+  describeArray(out, "texture coords", data.mTexCoords, data.mTCCount);
+  describeArray(out, "texture indices", data.mTCIndices, data.mTCIndexCount);
+  describeArray(out, "counts", data.mCounts, data.mCountCount);
+  for (const auto& name : texturesOf(data)) out << "texture: " << (name ? *name : "null") << '\n';
+  describeArray(out, "starts", data.mTexturesStartFaces, data.mTexturesStartFacesCount);
+  describeArray(out, "holes", data.mHoles, data.mHolesCount);
+  out << "log: " << (data.mLog ? data.mLog : "null") << '\n';
+  return std::move(out).str();
+}
+
+}  // namespace support

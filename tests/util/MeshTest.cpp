@@ -1,0 +1,230 @@
+#include <facetbox/util/Mesh.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tests/support/PlainMesh.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <limits>
+#include <set>
+#include <stdexcept>
+
+namespace {
+
+using support::describe;
+using support::expectConsistent;
+using support::Faces;
+using support::facesOf;
+using support::holesOf;
+using support::Indices;
+using support::kEnd;
+using support::pick;
+using support::plainOf;
+using testing::ThrowsMessage;
+using util::Mesh;
+using util::Vec3;
+
+/// The mesh that the array constructor makes of vertices 0, 1, 2 ... at (v, v², v³) and the given faces.
+Mesh constructed(int vertexCount, const Indices& indices, const std::vector<std::int32_t>& counts, const Indices& holes,
+                 const Indices& starts, std::string* log) {
+  std::vector<float> coords;
+  for (int v = 0; v < vertexCount; ++v)
+    for (const int c : {v, v * v, v * v * v}) coords.push_back(static_cast<float>(c));
+  // One more index per corner, to be told apart from the vertex.
+  Indices texCoordIndices;
+  for (const std::uint32_t v : indices) texCoordIndices.push_back(v + 100);
+  return Mesh("mesh", 3 * vertexCount, coords.data(), indices.data(), 0, nullptr, texCoordIndices.data(),
+              static_cast<int>(counts.size()), counts.data(), holes.data(), static_cast<int>(holes.size()),
+              std::vector<util::MaterialPair>(starts.size()), starts, log);
+}
+
+TEST(Mesh, virtualSlotsAreDestructorCloneDerive) {
+  // Itanium ABI: a pointer to a virtual member holds 1 plus the byte offset of its slot; a destructor takes two slots.
+  const auto slotOf = [](auto member) {
+    std::ptrdiff_t parts[2];
+    static_assert(sizeof(member) == sizeof(parts));
+    std::memcpy(parts, &member, sizeof(parts));
+    return (parts[0] - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+  };
+  EXPECT_EQ(slotOf(&Mesh::clone), 2);
+  EXPECT_EQ(slotOf(&Mesh::derive), 3);
+}
+
+TEST(Mesh, illegalFaceIsSkippedAndReported) {
+  std::string log = "old";
+  const Mesh mesh = constructed(9, {0, 1, 2, 7, 8, 3, 4, 5, 6}, {3, 2, 4}, {}, {}, &log);
+  EXPECT_EQ(facesOf(mesh), Faces({{0, 1, 2}, {3, 4, 5, 6}}));
+  EXPECT_EQ(mesh.storage().mVertices.size(), 7u);
+  EXPECT_EQ(log, "Constructing Mesh from array : 1 illegal faces (<3 vertices) were ignored.");
+  EXPECT_EQ(mesh.storage().mName, "mesh");
+  expectConsistent(mesh);
+
+  // Nothing dropped: unused vertices stay, and so does the log.
+  log = "old";
+  EXPECT_EQ(constructed(9, {0, 1, 2}, {3}, {}, {}, &log).storage().mVertices.size(), 9u);
+  EXPECT_EQ(log, "old");
+
+  const Mesh none = constructed(3, {0, 1, 2}, {2, -1, 0}, {0, 1, kEnd}, {0}, nullptr);
+  EXPECT_TRUE(none.storage().mFaces.empty() && none.storage().mVertices.empty() && none.storage().mHoles.empty());
+}
+
+TEST(Mesh, hugeAndMostNegativeCornerCountsDoNotOverflow) {
+  constexpr std::int32_t kLowest = std::numeric_limits<std::int32_t>::min();
+  const Mesh mesh = constructed(3, {0, 1, 2, 2, 1, 0}, {3, kLowest, kLowest, 3}, {}, {}, nullptr);
+  EXPECT_EQ(facesOf(mesh), Faces({{0, 1, 2}, {0, 1, 2}}));
+}
+
+TEST(Mesh, droppedFacesTakeIndicesRunsAndHolesAlongLikeTheSlowTwin) {
+  for (unsigned seed = 0; seed < 2000; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    std::vector<std::int32_t> counts(static_cast<std::size_t>(pick(random, 0, 7)));
+    std::size_t length = 0;
+    for (std::int32_t& count : counts) {
+      count = pick(random, seed % 3 == 0 ? 3 : -3, 5);
+      length += static_cast<std::size_t>(std::max(count, 0));
+    }
+    const int faceCount = static_cast<int>(counts.size());
+    Indices indices(length);
+    for (std::uint32_t& v : indices) v = static_cast<std::uint32_t>(pick(random, 0, 9));
+    Indices starts(static_cast<std::size_t>(pick(random, 0, 5)));
+    for (std::uint32_t& start : starts) start = static_cast<std::uint32_t>(pick(random, 0, faceCount + 2));
+    Indices holes(static_cast<std::size_t>(pick(random, 0, 9)));
+    for (std::uint32_t& face : holes)
+      face = pick(random, 0, 3) == 0 ? kEnd : static_cast<std::uint32_t>(pick(random, 0, faceCount + 2));
+
+    Faces faces;
+    std::vector<bool> kept;
+    std::ptrdiff_t p = 0;
+    for (const std::int32_t c : counts) {
+      kept.push_back(c >= 3);
+      if (c >= 3) faces.emplace_back(indices.begin() + p, indices.begin() + p + c);
+      p = std::max<std::ptrdiff_t>(p + c, 0);
+    }
+    Indices expectedStarts;
+    for (const std::uint32_t s : starts)
+      expectedStarts.push_back(
+          s < kept.size() ? static_cast<std::uint32_t>(std::count(kept.begin(), kept.begin() + s, true)) : s);
+    std::set<std::uint32_t> used;
+    for (const Indices& face : faces) used.insert(face.begin(), face.end());
+
+    std::string log;
+    const Mesh mesh = constructed(10, indices, counts, holes, starts, &log);
+    const util::MeshStorage& m = mesh.storage();
+    ASSERT_EQ(m.mFaces.size(), faces.size());
+    for (std::size_t face = 0; face < faces.size(); ++face) {
+      const auto corners = m.mFaces.corners(face);
+      ASSERT_EQ(corners.size(), faces[face].size());
+      for (std::size_t i = 0; i < corners.size(); ++i) {
+        EXPECT_EQ(m.mVertices[corners[i]].x, faces[face][i]);
+        EXPECT_EQ(m.mFaces.cornerSet(face, 0)[i], faces[face][i] + 100);
+      }
+    }
+    EXPECT_EQ(Indices(m.mRunStarts.begin(), m.mRunStarts.end()), expectedStarts);
+    EXPECT_EQ(holesOf(mesh), support::renumberedHoles(holes, kept));
+    const bool allKept = faces.size() == counts.size();
+    EXPECT_EQ(log.empty(), allKept);
+    EXPECT_EQ(m.mVertices.size(), allKept ? 10 : used.size());
+  }
+}
+
+TEST(Mesh, remaindersAndNegativeCountsAreIgnored) {
+  const std::vector<float> coords{1, 2, 3, 4, 5, 6, 7};
+  for (const int count : {-5, 0, 1, 2, 3, 4, 5, 6, 7}) {
+    const Mesh mesh(nullptr, count, coords.data(), nullptr, -2, nullptr, nullptr, -1, nullptr);
+    EXPECT_EQ(mesh.storage().mVertices.size(), static_cast<std::size_t>(std::max(count, 0) / 3));
+    EXPECT_EQ(mesh.storage().mName, "");
+  }
+  const Mesh mesh(nullptr, 3, coords.data(), nullptr, 5, coords.data(), nullptr, 0, nullptr, nullptr, 4, nullptr,
+                  nullptr, nullptr);
+  EXPECT_EQ(mesh.storage().mTexCoords[0], (util::Buffer<util::Vec2>{{1, 2}, {3, 4}}));
+  EXPECT_TRUE(mesh.storage().mHoles.empty());
+}
+
+TEST(Mesh, nullArraysAndIndicesOutOfRangeAreRefused) {
+  const float coords[] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  const std::uint32_t indices[] = {9, 9, 0, 1, 2, 0, 1, 3};
+  const std::int32_t counts[] = {3, 3}, withIllegal[] = {2, 3, 3};
+  const auto build = [&](const float* c, const std::uint32_t* i, int faceCount, const std::int32_t* n) {
+    return [=] { Mesh("", 9, c, i, faceCount, n, nullptr, 0, nullptr); };
+  };
+  EXPECT_THROW(build(nullptr, indices, 0, nullptr)(), std::invalid_argument);
+  EXPECT_THROW(build(coords, nullptr, 1, counts)(), std::invalid_argument);
+  EXPECT_THROW(build(coords, indices, 1, nullptr)(), std::invalid_argument);
+  EXPECT_THAT(build(coords, indices + 2, 2, counts),
+              ThrowsMessage<std::out_of_range>("face 1 refers to vertex 3, but the mesh has 3 vertices"));
+  // The caller's number of the face, and indices of illegal faces do not matter.
+  EXPECT_THAT(build(coords, indices, 3, withIllegal),
+              ThrowsMessage<std::out_of_range>("face 2 refers to vertex 3, but the mesh has 3 vertices"));
+  EXPECT_THROW(Mesh("", 9, coords, indices, 2, nullptr, nullptr, 0, nullptr, nullptr, 0, nullptr, nullptr, nullptr),
+               std::invalid_argument);
+  EXPECT_THROW(Mesh("", 9, coords, indices + 2, 0, nullptr, nullptr, 1, counts, nullptr, 0, nullptr, indices, nullptr),
+               std::invalid_argument);
+  EXPECT_THROW(support::meshOf({{0, 0, 0}}, {{0, 1, 0}}), std::out_of_range);
+}
+
+TEST(Mesh, cloneTakesMaterialsAndHolesOnlyWhenAskedTo) {
+  std::mt19937 random(3);
+  support::PlainMesh plain = support::randomFaceMesh(random, 1.0);
+  plain.mDefaultMaterial = support::materialOf("default");
+  plain.mRunMaterials = {support::materialOf("run")};
+  plain.mRunStarts = {0};
+  plain.mHoles = {{0, {1}}};
+  const Mesh mesh = support::buildMesh(plain);
+  EXPECT_EQ(describe(plainOf(*std::unique_ptr<Mesh>(mesh.clone(true)))), describe(plain));
+  plain.mDefaultMaterial = {};
+  plain.mRunMaterials.clear();
+  plain.mRunStarts.clear();
+  plain.mHoles.clear();
+  EXPECT_EQ(describe(plainOf(*std::unique_ptr<Mesh>(mesh.clone(false)))), describe(plain));
+}
+
+TEST(Mesh, deriveTransformsRecomputesNormalsAndReversesMirroredFacesOnRequest) {
+  Mesh mesh = support::meshOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3}}, {0, kEnd});
+  mesh.storage().mRunMaterials = {support::materialOf("run")};
+  mesh.storage().mRunStarts = {0};
+  mesh.storage().mFaces.setNormal(0, {7, 7, 7});
+  const auto derived = [&](const double* matrix, bool reverse) {
+    const std::unique_ptr<Mesh> result(mesh.derive(matrix, reverse));
+    EXPECT_TRUE(result->storage().mHoles.empty());
+    EXPECT_EQ(result->storage().mRunMaterials, mesh.storage().mRunMaterials);
+    return Mesh(*result);
+  };
+  EXPECT_EQ(derived(nullptr, true).storage().mFaces.normal(0), Vec3(0, 0, 1));
+  EXPECT_EQ(facesOf(derived(nullptr, true)), facesOf(mesh));
+
+  // Columns: x to 2y, y to -x, z to z, then moved by (10, 20, 30). It does not mirror; with z to -z it does.
+  double matrix[16] = {0, 2, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 10, 20, 30, 1};
+  EXPECT_EQ(derived(matrix, true).storage().mVertices[2], Vec3(9, 22, 30));
+  EXPECT_EQ(facesOf(derived(matrix, true)), facesOf(mesh));
+  matrix[10] = -1;
+  EXPECT_EQ(facesOf(derived(matrix, false)), facesOf(mesh));
+  EXPECT_EQ(derived(matrix, false).storage().mFaces.normal(0), Vec3(0, 0, 1));
+  EXPECT_EQ(facesOf(derived(matrix, true)), Faces({{1, 0, 3, 2}}));
+  EXPECT_EQ(derived(matrix, true).storage().mFaces.normal(0), Vec3(0, 0, -1));
+}
+
+TEST(Mesh, cacheStampsStayWithTheObjectThatTheyWereGivenTo) {
+  Mesh mesh = support::meshOf(std::vector<Vec3>(3), {{0, 1, 2}});
+  EXPECT_EQ(mesh.storage().mStamps.stampOr(2, 7), 7u);
+  EXPECT_EQ(mesh.storage().mStamps.stampOr(2, 8), 7u);
+  EXPECT_EQ(mesh.storage().mStamps.stampOr(3, 9), 9u);
+  EXPECT_EQ(std::unique_ptr<Mesh>(mesh.clone(true))->storage().mStamps.stampOr(2, 10), 10u);
+
+  // Other content under the old stamp would be taken for what the cache holds.
+  mesh = Mesh(mesh);
+  EXPECT_EQ(mesh.storage().mStamps.stampOr(2, 11), 11u);
+}
+
+TEST(Mesh, assignedMeshHasTheConnectivityOfItsNewFaces) {
+  Mesh mesh = support::meshOf(std::vector<Vec3>(4), {{0, 1, 2}});
+  support::warmCache(mesh);
+  mesh = support::meshOf(std::vector<Vec3>(4), {{3, 2, 1}, {1, 2, 2}});
+  using Pair = util::ConnectivityCache::VertexPair;
+  EXPECT_THAT(mesh.storage().mConnectivity.edges(mesh.storage().mFaces),
+              testing::ElementsAre(Pair(1, 2), Pair(1, 3), Pair(2, 2), Pair(2, 3)));
+}
+
+}  // namespace
