@@ -1,7 +1,6 @@
 #include <facetbox/util/mesh/EdgeMap.h>
 
 #include <algorithm>
-#include <utility>
 
 namespace util {
 namespace {
@@ -42,7 +41,8 @@ void matchBucket(std::span<EdgeUse> bucket, Found found) {
     }
     return;
   }
-  std::ranges::sort(bucket, {}, [](const EdgeUse& use) { return std::pair(use.high, use.position); });
+  // Stable, so that the first use of an edge leads. Its position would not tell: records may have moved in the pool.
+  std::ranges::stable_sort(bucket, {}, &EdgeUse::high);
   for (std::size_t i = 0, first = 0; i < bucket.size(); ++i) {
     if (bucket[i].high != bucket[first].high) first = i;
     found(bucket[i].position, bucket[first].position);
