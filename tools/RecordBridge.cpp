@@ -247,8 +247,20 @@ void ObjectRecord::append(const Cleanup::MeshData& record, Model& model) const {
   for (int i = 0; i < record.mIndexCount; ++i) model.mIndices.push_back(firstVertex + record.mIndices[i]);
   appendRuns(record, model);
   appendTexCoords(record, model);
-  for (int i = 0; i < record.mHolesCount; ++i)
-    model.mHoles.push_back(record.mHoles[i] == kEndOfGroup ? kEndOfGroup : firstFace + record.mHoles[i]);
+  appendHoles(record, firstFace, model);
+}
+
+// Groups that have lost all their holes stay in the record with their outer face alone; files know no such thing.
+void ObjectRecord::appendHoles(const Cleanup::MeshData& record, std::uint32_t firstFace, Model& model) {
+  const std::uint32_t* const end = record.mHoles + record.mHolesCount;
+  for (const std::uint32_t* entry = record.mHoles; entry != end; ++entry) {
+    const std::uint32_t* const groupEnd = std::find(entry, end, kEndOfGroup);
+    if (groupEnd - entry >= 2) {
+      for (; entry != groupEnd; ++entry) model.mHoles.push_back(firstFace + *entry);
+      model.mHoles.push_back(kEndOfGroup);
+    }
+    entry = groupEnd;
+  }
 }
 
 std::vector<ObjectRecord> makeRecords(const Model& model) {

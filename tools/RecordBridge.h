@@ -51,6 +51,7 @@ class ObjectRecord {
   Label labelOf(const char* token) const;
   void appendRuns(const Cleanup::MeshData& record, Model& model) const;
   void appendTexCoords(const Cleanup::MeshData& record, Model& model) const;
+  static void appendHoles(const Cleanup::MeshData& record, std::uint32_t firstFace, Model& model);
 
   std::string mName;
   std::vector<float> mVertices, mTexCoords;

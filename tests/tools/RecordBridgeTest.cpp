@@ -71,6 +71,19 @@ TEST(RecordBridge, runsOfAResultAreReadInTheirOrder) {
   EXPECT_EQ(result.mMaterials[static_cast<std::size_t>(result.mRuns[1].mLabel.mMaterial)], "b");
 }
 
+TEST(RecordBridge, groupsThatLostTheirHolesAreNotHandedOn) {
+  const Model model = parseObj(std::string(kVertices) + "f 1 2 3\nf 1 2 3\nf 1 2 3\n", "t.obj");
+  const auto records = makeRecords(model);
+  Cleanup::MeshData record = records[0].view();
+  std::uint32_t holes[] = {1, kEndOfGroup, 2, 0, kEndOfGroup, 0, kEndOfGroup};
+  record.mHoles = holes;
+  record.mHolesCount = 7;
+  Model result = emptyLike(model);
+  records[0].append(record, result);
+  EXPECT_THAT(result.mHoles, ElementsAre(2, 0, kEndOfGroup));
+  EXPECT_NO_THROW(parseObj(formatObj(result), "again"));
+}
+
 TEST(RecordBridge, aFaceThatWasMergedAcrossTheTextureBorderHasNoTextureCoordinates) {
   const Model model =
       parseObj(std::string(kVertices) + "vt 0 0\nvt 1 1\nf 1/1 2/2 3/2\nf 1/2 2/2 3/2\nf 1 2 3\n", "t.obj");
