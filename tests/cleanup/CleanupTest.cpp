@@ -276,10 +276,12 @@ TEST(CleanupDump, writesCountsPointersAndNamesWhateverTheStreamIsSetTo) {
   EXPECT_GE(buffer.mFlushes, 1);
 
   buffer.str(L"");
-  stream.imbue(std::locale(std::locale::classic(), new Grouping));
+  const std::locale grouped(std::locale::classic(), new Grouping), before = std::locale::global(grouped);
+  stream.imbue(grouped);
   stream << std::hex << std::showbase << std::showpos << std::uppercase << std::setw(40) << std::setfill(L'*');
   const auto flags = stream.flags();
   stream << data;
+  std::locale::global(before);
   EXPECT_EQ(buffer.str(), expected);
   EXPECT_TRUE(stream.good());
   EXPECT_EQ(stream.flags(), flags);

@@ -130,12 +130,13 @@ TEST(RemoveUnusedVertices, meshWithoutPrimitivesLosesEveryVertex) {
   expectConsistent(mesh);
 }
 
-TEST(SanitizeFaces, holeGoesWhenItSticksOutOrTouches) {
-  const std::vector<Vec3> outer{{0, 0, 0}, {9, 0, 0}, {9, 9, 0}, {0, 9, 0}};
+TEST(SanitizeFaces, holeGoesWhenItSticksOutTouchesOrSpansANotch) {
+  // A square with a bulge on the right and a notch in its upper edge.
+  const std::vector<Vec3> outer{{0, 0, 0}, {9, 0, 0}, {10, 4, 0}, {9, 9, 0}, {5, 3, 0}, {0, 9, 0}};
   const auto survives = [&](const std::vector<Vec3>& hole) {
     std::vector<Vec3> points = outer;
     points.insert(points.end(), hole.begin(), hole.end());
-    util::Mesh mesh = meshOf(points, {{0, 1, 2, 3}, {4, 5, 6}}, {0, 1, kEnd});
+    util::Mesh mesh = meshOf(points, {{0, 1, 2, 3, 4, 5}, {6, 7, 8}}, {0, 1, kEnd});
     const bool changed = util::sanitizeFaces(mesh);
     EXPECT_EQ(changed, facesOf(mesh).size() == 1);
     EXPECT_EQ(holesOf(mesh), changed ? Indices({0, kEnd}) : Indices({0, 1, kEnd}));
@@ -144,9 +145,11 @@ TEST(SanitizeFaces, holeGoesWhenItSticksOutOrTouches) {
   };
   EXPECT_TRUE(survives({{1, 1, 0}, {2, 1, 0}, {1, 2, 0}}));
   EXPECT_TRUE(survives({{1, 1, 5}, {2, 1, 5}, {1, 2, 5}}));  // seen along the normal
-  EXPECT_FALSE(survives({{1, 1, 0}, {10, 1, 0}, {1, 2, 0}}));
-  EXPECT_FALSE(survives({{1, 1, 0}, {9, 4, 0}, {1, 2, 0}}));
-  EXPECT_FALSE(survives({{-9, -9, 0}, {30, 0, 0}, {0, 30, 0}}));
+  EXPECT_FALSE(survives({{1, 1, 0}, {11, 1, 0}, {1, 2, 0}}));
+  EXPECT_FALSE(survives({{1, 1, 0}, {10, 4, 0}, {1, 2, 0}}));
+  EXPECT_FALSE(survives({{-9, -9, 0}, {40, 0, 0}, {0, 40, 0}}));
+  EXPECT_FALSE(survives({{1, 6, 0}, {8, 5.9, 0}, {8, 6, 0}}));    // only its edges leave
+  EXPECT_FALSE(survives({{2, 3.5, -1}, {2, 5, -1}, {2, 4, 2}}));  // upright: seen along x it holds the bulge's tip
 }
 
 }  // namespace
