@@ -1,0 +1,5 @@
+#include "VtkThreads.h"
+
+#include <vtkSMPTools.h>
+
+void useOneVtkThread() { vtkSMPTools::Initialize(1); }
