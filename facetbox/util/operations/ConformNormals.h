@@ -1,0 +1,29 @@
+#pragma once
+
+#include <facetbox/util/Mesh.h>
+
+namespace util {
+
+/// Orients the faces consistently, and every connected piece of them outward.
+///
+/// Faces are neighbours where exactly these two use an edge, and belong together then: a piece grows over such edges,
+/// from the lowest face not yet reached, and from a hole face to its outer face and back. Edges of one face or of three
+/// and more carry no orientation. Within a piece, neighbours end up running their edge in opposite directions, and hole
+/// faces are turned exactly when their outer faces are: holes are expected to run like the face that they perforate. On
+/// a surface that cannot be oriented, the way on which a face is first reached decides.
+///
+/// A piece counts as turned outward when the signed volume between its faces (holes left out) and a point one unit
+/// below its bounding box is positive: for a closed piece three times its own volume, for an open one a vote for "up".
+/// A piece of a single face is measured from the point below the whole mesh. Cavities are pieces of their own and are
+/// turned outward as well.
+///
+/// A flipped face turns its corner cycle, stored normal and corner sets (flipFace). Per-vertex normals are dropped from
+/// the whole mesh. Lines and points keep everything else.
+///
+/// @param transform  16 doubles, column-major: the frame in which "outward" and "below" (-y) are meant, the stored
+///                   coordinates don't change
+/// O(vertices + corners); about 17 bytes a corner beside the mesh, 24 more per vertex unless `transform` is the
+/// identity.
+void conformNormals(Mesh& mesh, const double* transform);
+
+}  // namespace util

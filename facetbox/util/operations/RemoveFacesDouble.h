@@ -1,0 +1,26 @@
+#pragma once
+
+#include <facetbox/util/Mesh.h>
+
+#include <cstdint>
+
+namespace util {
+
+/// Removes faces that repeat another face: the same corners in the same cyclic order or in the reversed one. The lowest
+/// of them stays.
+///
+/// With `compareAttributes`, they must also have the same first material, and texture coordinates less than 0.001 apart
+/// at matching corners in every set that the lower face carries (a set that the higher one lacks, and an index beyond
+/// the coordinates, count as different; a NaN distance does not). This relation is not transitive: each face that stays
+/// removes all higher ones that are double to *it*, in ascending order.
+///
+/// A face that visits a vertex twice repeats itself and goes. Hole faces are never compared; a face that goes takes its
+/// holes with it. The tag of the face that stays becomes the union of both tags.
+///
+/// @return number of faces removed as double, holes not counted. If 0, the mesh is untouched.
+/// O(corners) expected, plus O(d log d) in the number d of doubles; about 4 bytes a corner, 16 a double. Many copies of
+/// one face that differ in their texture coordinates alone are compared where they lie close to each other along the
+/// coordinate that separates them best; only if there is none (or each visits vertices twice), each with each.
+std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes);
+
+}  // namespace util

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <facetbox/util/Mesh.h>
+
+#include <cstdint>
+
+namespace util {
+
+/// Takes out of the faces every corner at which the boundary runs straight on, so that a chain of edges along one line
+/// becomes one edge. Lines and points are not looked at.
+///
+/// Only a vertex that shares edges with at most two others can go; one inside a surface never does. Its corners are
+/// straight when the directions to those two enclose at least 180 - `toleranceDegrees`. The angle is taken in the mesh
+/// as it was given: along a gently curving chain every corner within the tolerance goes, however far the chain turns in
+/// all. From 180 degrees on every corner is straight, spikes (both neighbours the same vertex) included; below, spikes
+/// stay. A NaN tolerance or angle makes nothing straight.
+///
+/// A straight corner stays, in every face that shares one of its two edges so that no T-junction comes about,
+/// - with `keepTextureMapping`, where its texture coordinates in some set are 0.001 or more off the interpolation
+///   between its neighbours in the face, or an index lies beyond the set's pairs;
+/// - where the face's seam set has an entry for it, or its entry in the handed-over set differs from the corner's
+/// before.
+///
+/// Vertices are visited in index order. A face that would be left with two corners is removed instead. A face that
+/// visits a vertex several times loses only the first of these corners. A per-vertex normal belongs to the edge that
+/// leaves its corner: where that edge is longer than the one before, the removed corner's normal replaces its
+/// predecessor's. (Not so at a face's first corner: there the list of normals loses its last entry, and all others move
+/// on by one corner. Intended.)
+/// Afterwards unused vertices and removed faces are gone and all face normals are computed anew. Tag sets stay as they
+/// are: tags are opaque to this operation.
+///
+/// @return number of corners removed, a removed face counting for the one corner it was removed for. If 0, the mesh is
+///         untouched. O(vertices + corners); O(n log n) for a face of n corners with per-vertex normals.
+std::uint64_t removeVerticesColinear(Mesh& mesh, double toleranceDegrees, bool keepTextureMapping);
+
+}  // namespace util
