@@ -17,9 +17,10 @@ bool clearMisplacedHoles(MeshStorage& mesh) {
   bool cleared = false;
   HolePlacement placement(mesh);
   for (const HoleTable::Group& group : mesh.mHoles.groupsByOuter(mesh.mFaces.size())) {
+    if (!mesh.mFaces.isCleared(group.outer)) placement.setOuter(group.outer, HolePlacement::Search::indexed);
     for (const std::uint32_t hole : group.holes) {
       if (hole >= mesh.mFaces.size() || mesh.mFaces.isCleared(hole)) continue;
-      if (!mesh.mFaces.isCleared(group.outer) && placement.isInside(hole, group.outer)) continue;
+      if (!mesh.mFaces.isCleared(group.outer) && placement.isInside(hole)) continue;
       mesh.mFaces.clear(hole);
       cleared = true;
     }

@@ -1,0 +1,179 @@
+#include <facetbox/util/math/Box.h>
+#include <facetbox/util/mesh/HoleAssignment.h>
+#include <facetbox/util/mesh/HolePlacement.h>
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/spatial/BoxForest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <span>
+#include <stdexcept>
+#include <vector>
+
+namespace util {
+namespace {
+
+using Search = HolePlacement::Search;
+
+// When octrees are allowed at all, and for which groups they are used.
+constexpr std::size_t kLargeModeVertices = 101, kLargeModeEntries = 21;
+constexpr std::size_t kLargeGroupHoles = 21, kLargeOuterCorners = 101;
+
+constexpr int kAxes = 3;
+
+/// The holes of one group that were kept so far, by their boxes.
+///
+/// Two holes overlap only where their boxes meet as seen along the dominant axis of one of them: each of the tests
+/// projects along one or the other. That the boxes are apart along the axis of sight says nothing, so the faces need
+/// not be planar.
+class KeptHoles {
+ public:
+  explicit KeptHoles(const MeshStorage& mesh) : mMesh(mesh) {}
+
+  /// Forgets all and gets ready for the holes of a group.
+  void begin(std::span<const std::uint32_t> holes, int outerAxis, Search search);
+
+  /// Whether all holes have this dominant axis.
+  bool allAlong(int axis) const { return mAxes == 1u << axis; }
+
+  void add(std::size_t position);
+
+  /// Calls `use(position)` for the kept holes that the hole at `position` may overlap until it returns true. Returns
+  /// whether it did.
+  template <class Use>
+  bool any(std::size_t position, Use use);
+
+ private:
+  Box boxOf(std::uint32_t face) const;
+
+  const MeshStorage& mMesh;
+  bool mIsIndexed = false;
+  unsigned mAxes = 0;  // a bit for each dominant axis in use
+  // Per hole of the group.
+  std::vector<Box> mBoxes;
+  std::vector<int> mAxisOf;
+  // One of the two.
+  std::vector<unsigned> mKept;
+  BoxForest<unsigned> mIndex;
+};
+
+/// The box of the finite coordinates, axis by axis; so it holds the box of every projection's finite corners.
+Box KeptHoles::boxOf(std::uint32_t face) const {
+  constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+  const auto finite = [](double v) { return std::isfinite(v) ? v : kNone; };
+  Box box;
+  for (const std::uint32_t v : mMesh.mFaces.corners(face)) {
+    const Vec3& p = mMesh.mVertices[v];
+    box.extend(Vec3{finite(p.x), finite(p.y), finite(p.z)});
+  }
+  return box;
+}
+
+void KeptHoles::begin(std::span<const std::uint32_t> holes, int outerAxis, Search search) {
+  mAxes = 0;
+  mBoxes.clear();
+  mAxisOf.clear();
+  mKept.clear();
+  for (const std::uint32_t hole : holes) {
+    mAxisOf.push_back(dominantAxis(mMesh.mFaces.normal(hole)));
+    mAxes |= 1u << mAxisOf.back();
+    mBoxes.push_back(boxOf(hole));
+  }
+  mIsIndexed = search == Search::indexed && holes.size() >= kLargeGroupHoles;
+  if (mIsIndexed) mIndex.plan(mBoxes, outerAxis);
+}
+
+void KeptHoles::add(std::size_t position) {
+  if (mIsIndexed)
+    mIndex.insert(position, static_cast<unsigned>(position));
+  else
+    mKept.push_back(static_cast<unsigned>(position));
+}
+
+template <class Use>
+bool KeptHoles::any(std::size_t position, Use use) {
+  const int axis = mAxisOf[position];
+  for (int sight = 0; sight < kAxes; ++sight) {
+    if ((mAxes >> sight & 1) == 0) continue;
+    const Box column = columnAlong(sight, mBoxes[position]);
+    const auto useIfSeen = [&](unsigned other) {
+      return (axis == sight || mAxisOf[other] == sight) && use(std::size_t{other});
+    };
+    if (mIsIndexed) {
+      if (mIndex.any(column, useIfSeen)) return true;
+    } else if (std::ranges::any_of(
+                   mKept, [&](unsigned other) { return boxesMeet(mBoxes[other], column) && useIfSeen(other); })) {
+      return true;
+    }
+  }
+  return false;
+}
+
+class GroupCheck {
+ public:
+  GroupCheck(MeshStorage& mesh, bool isLargeMode, HoleAssignmentCounts& counts)
+      : mMesh(mesh), mIsLargeMode(isLargeMode), mCounts(counts), mPlacement(mesh), mKept(mesh) {}
+
+  /// Clears the holes of a group that fail.
+  void check(std::uint32_t outer, std::span<const std::uint32_t> holes) {
+    if (holes.empty()) return;
+    const bool isLarge =
+        mIsLargeMode && (holes.size() >= kLargeGroupHoles || mMesh.mFaces.cornerCount(outer) >= kLargeOuterCorners);
+    const Search search = isLarge ? Search::indexed : Search::plain;
+    const int axis = mPlacement.axisOf(outer);
+    mPlacement.setOuter(outer, search);
+    mKept.begin(holes, axis, search);
+    if (isLarge && mKept.allAlong(axis)) ++mCounts.mLargeGroups;
+
+    for (std::size_t i = 0; i < holes.size(); ++i) {
+      // Cleared as a hole of an earlier group: nothing left to test, or to be in the way of others.
+      if (mMesh.mFaces.isCleared(holes[i])) continue;
+      if (passes(holes, i)) {
+        mKept.add(i);
+      } else {
+        mMesh.mFaces.clear(holes[i]);
+        ++mCounts.mClearedHoles;
+      }
+    }
+  }
+
+ private:
+  bool passes(std::span<const std::uint32_t> holes, std::size_t i) {
+    return mPlacement.isInside(holes[i]) && !mPlacement.sharesVertex(holes[i]) &&
+           !mKept.any(i, [&](std::size_t earlier) { return mPlacement.overlap(holes[earlier], holes[i]); });
+  }
+
+  MeshStorage& mMesh;
+  const bool mIsLargeMode;
+  HoleAssignmentCounts& mCounts;
+  HolePlacement mPlacement;
+  KeptHoles mKept;
+};
+
+}  // namespace
+
+HoleAssignmentCounts assignHoles(Mesh& mesh) {
+  MeshStorage& m = mesh.storage();
+  HoleAssignmentCounts counts;
+  if (m.mHoles.empty()) return counts;
+  counts.mDroppedEntries = m.mHoles.validate(m.mFaces.size());
+
+  const std::span<const std::uint32_t> list(m.mHoles.list().data(), m.mHoles.list().size());
+  GroupCheck groupCheck(m, m.mVertices.size() >= kLargeModeVertices || list.size() >= kLargeModeEntries, counts);
+  for (auto group = list.begin(); group != list.end();) {
+    const auto end = std::find(group, list.end(), HoleTable::kEnd);
+    if (end == list.end()) throw std::runtime_error("illegal hole index.");
+    groupCheck.check(*group, {group + 1, end});
+    group = end + 1;
+  }
+  if (counts.mClearedHoles != 0) {
+    compactPrimitives(mesh);
+    removeUnusedVertices(mesh);
+    clearConnectivityCache(mesh);
+  }
+  return counts;
+}
+
+}  // namespace util

@@ -1,0 +1,254 @@
+#pragma once
+
+#include <facetbox/util/math/Box.h>
+#include <facetbox/util/spatial/Octree.h>
+
+#include <algorithm>
+#include <cassert>
+#include <cstdint>
+#include <iterator>
+#include <numeric>
+#include <span>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace util {
+
+/// A cell of a BBoxOctree.
+template <class T, class Real>
+struct BBoxOctreeNode {
+  struct Record {
+    Box box;
+    T item;
+  };
+
+  virtual ~BBoxOctreeNode() = default;
+
+  std::vector<Record> mRecords;    ///< those that belong to this very cell, in order of insertion
+  std::int32_t mSubtreeCount = 0;  ///< of records here and in all cells below
+};
+
+/// Items with boxes in an octree of five levels. Each item is stored once, in the deepest cell that holds its box
+/// whole; a box that straddles a midplane of a cell stays in that cell.
+///
+/// The order of all results is part of the contract: cells by depth first, children by ascending number, and the
+/// records of a cell in order of insertion. The order in which items come out of extractAll() becomes their order of
+/// insertion when the tree is rebuilt.
+///
+/// Five levels tell at most 16 x 16 items of a plane apart: made for some thousands of items.
+template <class T, class Real>
+class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
+  static_assert(std::is_same_v<Real, double>, "boxes are made of doubles");
+
+ public:
+  using Node = BBoxOctreeNode<T, Real>;
+  using Record = typename Node::Record;
+
+  /// @param halfSize  of the root's edges; above 0
+  explicit BBoxOctree(Real halfSize) : mHalfSize(halfSize) { assert(halfSize > 0); }
+
+  const Vec3& center() const { return mCenter; }
+  Real halfSize() const { return mHalfSize; }
+  /// The records of one cell. Valid until the tree changes.
+  std::span<const Record> records(std::uint32_t cell) const {
+    const Node* node = this->find(cell);
+    return node ? std::span<const Record>(node->mRecords) : std::span<const Record>();
+  }
+  /// Number of records in the cell and all cells below it.
+  std::int32_t subtreeCount(std::uint32_t cell) const {
+    const Node* node = this->find(cell);
+    return node ? node->mSubtreeCount : 0;
+  }
+
+  /// Makes the root hold `box` besides all that is stored. If it does not yet, the tree is rebuilt around the middle of
+  /// the union of all boxes, with a root whose size is doubled as often as needed and never shrinks.
+  void ensureContains(const Box& box);
+
+  /// Stores an item. ensureContains() comes first: a box beyond the root is stored in the cell that its position
+  /// selects, where queryBox() may miss it.
+  void insert(const Box& box, T item) {
+    const std::uint32_t cell = locate(box, mAdder);
+    this->find(cell)->mRecords.push_back({box, std::move(item)});
+  }
+
+  /// Removes the first record of this very box and item; the others keep their order.
+  /// @return whether there was one
+  bool remove(const Box& box, const T& item);
+
+  /// Appends every item to `out`.
+  void collectAll(std::vector<T>& out) const;
+
+  /// Appends every record to `out` and leaves the tree empty; its root keeps place and size.
+  void extractAll(std::vector<Record>& out);
+
+  /// Appends the numbers of the cells that hold records and whose cubes share a point with `box`. The caller looks at
+  /// their records' boxes. Cubes are computed in rounded arithmetic: widen the box a little where touching must count.
+  void queryBox(const Box& box, std::vector<std::uint32_t>& out) const;
+
+ private:
+  using Visitor = IOctreeVisitor<Node>;
+
+  class CNull final : public Visitor {
+    void visitPath(std::uint32_t, Node&) override {}
+    void visitTarget(std::uint32_t, Node&) override {}
+  };
+  class CAdder final : public Visitor {
+    void visitPath(std::uint32_t, Node& node) override { ++node.mSubtreeCount; }
+    void visitTarget(std::uint32_t, Node& node) override { ++node.mSubtreeCount; }
+  };
+  class CRemover final : public Visitor {
+    void visitPath(std::uint32_t, Node& node) override { --node.mSubtreeCount; }
+    void visitTarget(std::uint32_t, Node& node) override { --node.mSubtreeCount; }
+  };
+
+  static constexpr int kStays = -1;
+
+  std::uint32_t locate(const Box& box, Visitor& visitor);
+  static int childFor(const Box& box, const Vec3& center);
+  static Vec3 childCenter(const Vec3& center, Real step, unsigned code) {
+    return {(code & 1) != 0 ? center.x + step : center.x - step, (code & 2) != 0 ? center.y + step : center.y - step,
+            (code & 4) != 0 ? center.z + step : center.z - step};
+  }
+  template <class Use>
+  void forEachUsedChild(std::uint32_t cell, int level, Use use) const;
+  void listUsed(std::uint32_t cell, int level, std::vector<std::uint32_t>& out) const;
+  template <class Meets>
+  void listMeeting(std::uint32_t cell, int level, const Vec3& center, Real halfSize, const Meets& meets,
+                   std::vector<std::uint32_t>& out) const;
+
+  CNull mNull;
+  CAdder mAdder;
+  CRemover mRemover;
+  Vec3 mCenter{0, 0, 0};
+  Real mHalfSize;
+};
+
+/// Code of the child that holds the box whole, or kStays. Low is asked first: a box flat on a midplane goes low.
+template <class T, class Real>
+int BBoxOctree<T, Real>::childFor(const Box& box, const Vec3& center) {
+  int code = 0;
+  const auto isOnOneSide = [&code](Real middle, Real min, Real max, int bit) {
+    if (middle >= max) return true;
+    if (!(min >= middle)) return false;
+    code |= bit;
+    return true;
+  };
+  const bool fits = isOnOneSide(center.x, box.min.x, box.max.x, 1) && isOnOneSide(center.y, box.min.y, box.max.y, 2) &&
+                    isOnOneSide(center.z, box.min.z, box.max.z, 4);
+  return fits ? code : kStays;
+}
+
+/// Descends to the cell of a box; the cells on the way are created.
+template <class T, class Real>
+std::uint32_t BBoxOctree<T, Real>::locate(const Box& box, Visitor& visitor) {
+  std::uint32_t cell = 0;
+  Vec3 center = mCenter;
+  Real halfSize = mHalfSize;
+  for (int level = 1; level < this->kDepth; ++level) {
+    const int code = childFor(box, center);
+    if (code == kStays) break;
+    visitor.visitPath(cell, this->touch(cell));
+    halfSize = halfSize / 2;
+    cell = this->childOf(cell, static_cast<unsigned>(code));
+    center = childCenter(center, halfSize, static_cast<unsigned>(code));
+  }
+  visitor.visitTarget(cell, this->touch(cell));
+  return cell;
+}
+
+template <class T, class Real>
+void BBoxOctree<T, Real>::ensureContains(const Box& box) {
+  const Vec3 half{mHalfSize, mHalfSize, mHalfSize};
+  const Vec3 low = mCenter - half, high = mCenter + half;
+  if (box.max.x <= high.x && low.x <= box.min.x && box.max.y <= high.y && low.y <= box.min.y && box.max.z <= high.z &&
+      low.z <= box.min.z)
+    return;
+
+  std::vector<Record> records;
+  extractAll(records);
+  Box all = box;
+  for (const Record& record : records) all.extend(record.box);
+  mCenter = {std::midpoint(all.min.x, all.max.x), std::midpoint(all.min.y, all.max.y),
+             std::midpoint(all.min.z, all.max.z)};
+  const Vec3 extent = all.max - all.min;
+  const Real needed = std::max(std::max(std::max(Real{0}, extent.x), extent.y), extent.z) / 2;
+  while (needed > mHalfSize) mHalfSize = 2 * mHalfSize;
+  for (Record& record : records) insert(record.box, std::move(record.item));
+}
+
+template <class T, class Real>
+bool BBoxOctree<T, Real>::remove(const Box& box, const T& item) {
+  std::vector<Record>& records = this->find(locate(box, mNull))->mRecords;
+  const auto found =
+      std::ranges::find_if(records, [&](const Record& record) { return record.item == item && record.box == box; });
+  if (found == records.end()) return false;
+  records.erase(found);
+  locate(box, mRemover);
+  return true;
+}
+
+template <class T, class Real>
+template <class Use>
+void BBoxOctree<T, Real>::forEachUsedChild(std::uint32_t cell, int level, Use use) const {
+  if (level == this->kDepth) return;
+  for (unsigned code = 0; code < 8; ++code)
+    if (subtreeCount(this->childOf(cell, code)) != 0) use(this->childOf(cell, code), code);
+}
+
+/// Lists the cells that hold or lead to records.
+template <class T, class Real>
+void BBoxOctree<T, Real>::listUsed(std::uint32_t cell, int level, std::vector<std::uint32_t>& out) const {
+  if (subtreeCount(cell) == 0) return;
+  out.push_back(cell);
+  forEachUsedChild(cell, level, [&](std::uint32_t child, unsigned) { listUsed(child, level + 1, out); });
+}
+
+template <class T, class Real>
+void BBoxOctree<T, Real>::collectAll(std::vector<T>& out) const {
+  std::vector<std::uint32_t> cells;
+  listUsed(0, 1, cells);
+  for (const std::uint32_t cell : cells)
+    for (const Record& record : records(cell)) out.push_back(record.item);
+}
+
+template <class T, class Real>
+void BBoxOctree<T, Real>::extractAll(std::vector<Record>& out) {
+  std::vector<std::uint32_t> cells;
+  listUsed(0, 1, cells);
+  for (const std::uint32_t cell : cells) {
+    std::ranges::move(this->find(cell)->mRecords, std::back_inserter(out));
+    this->release(cell);
+  }
+}
+
+/// Lists the cells with records whose cubes and whose ancestors' cubes pass `meets(center, halfSize)`. Every kind of
+/// query is this traversal with a test of its own.
+template <class T, class Real>
+template <class Meets>
+void BBoxOctree<T, Real>::listMeeting(std::uint32_t cell, int level, const Vec3& center, Real halfSize,
+                                      const Meets& meets, std::vector<std::uint32_t>& out) const {
+  if (!meets(center, halfSize)) return;
+  if (!records(cell).empty()) out.push_back(cell);
+  const Real childSize = halfSize / 2;
+  forEachUsedChild(cell, level, [&](std::uint32_t child, unsigned code) {
+    listMeeting(child, level + 1, childCenter(center, childSize, code), childSize, meets, out);
+  });
+}
+
+template <class T, class Real>
+void BBoxOctree<T, Real>::queryBox(const Box& box, std::vector<std::uint32_t>& out) const {
+  // Spelt so that a cube without a place (NaN, after an overflow) is looked at.
+  const auto meetsOn = [](Real min, Real max, Real center, Real halfSize) {
+    return std::min(max, center + halfSize) >= std::max(min, center - halfSize);
+  };
+  listMeeting(
+      0, 1, mCenter, mHalfSize,
+      [&](const Vec3& center, Real halfSize) {
+        return meetsOn(box.min.x, box.max.x, center.x, halfSize) && meetsOn(box.min.y, box.max.y, center.y, halfSize) &&
+               meetsOn(box.min.z, box.max.z, center.z, halfSize);
+      },
+      out);
+}
+
+}  // namespace util
