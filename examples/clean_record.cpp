@@ -1,26 +1,27 @@
-// Welds the corners of two triangles that only touch, and prints what is left.
+// Welds the corners of two triangles that only nearly touch, and merges them into one square.
 
 #include <facetbox/cleanup/Cleanup.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 
 int main() {
-  // A square as two separate triangles: six vertices, two of them doubled up to 0.001, and a needle without area.
-  float coords[] = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 0, 0.001f, 1, 1, 0.001f, 0, 1, 0};
-  std::uint32_t indices[] = {0, 1, 2, 3, 4, 5, 0, 1, 0};
-  std::uint32_t counts[] = {3, 3, 3};
+  float coords[] = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 0, 0.001f, 1, 1, 0.001f, 0, 1, 0};  // six vertices: x, y, z
+  std::uint32_t corners[] = {0, 1, 2, 3, 4, 5};                                       // of both triangles
+  std::uint32_t counts[] = {3, 3};                                                    // corners per face
 
-  Cleanup::MeshData mesh{};
+  Cleanup::MeshData mesh{};  // all counts and pointers that we do not need stay zero
   mesh.mVertexCoords = coords;
   mesh.mVCCount = 18;
-  mesh.mIndices = indices;
-  mesh.mIndexCount = 9;
+  mesh.mIndices = corners;
+  mesh.mIndexCount = 6;
   mesh.mCounts = counts;
-  mesh.mCountCount = 3;
+  mesh.mCountCount = 2;
 
-  const Cleanup::MeshData* cleaned = Cleanup::removeFacesZero(1e-6f, mesh);
-  if (!cleaned) return 1;
-  std::printf("%d faces, %d vertices\n", cleaned->mCountCount, cleaned->mVCCount / 3);
-  Cleanup::freeMeshData(cleaned);
+  using Record = std::unique_ptr<const Cleanup::MeshData, void (*)(const Cleanup::MeshData*)>;
+  const Record welded(Cleanup::mergeVertices(0.01f, mesh), Cleanup::freeMeshDataAndHoles);
+  if (!welded) return 1;  // nothing left
+  const Record merged(Cleanup::removeEdgesCoplanar(0.1f, false, *welded), Cleanup::freeMeshDataAndHoles);
+  std::printf("%d vertices, %d face of %u corners\n", merged->mVCCount / 3, merged->mCountCount, merged->mCounts[0]);
 }

@@ -142,7 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
       break;
     }
     if (!last) break;
-    const std::string problem = findRecordProblem(*last);
+    const std::string problem = support::findRecordProblem(*last);
     if (!problem.empty()) {
       std::fprintf(stderr, "step %d: %s\n", step, problem.c_str());
       std::abort();

@@ -1,9 +1,13 @@
 #include <facetbox/cleanup/Cleanup.h>
 #include <facetbox/cleanup/MeshDataConversion.h>
 #include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/operations/ConformNormals.h>
 #include <facetbox/util/operations/MergeVertices.h>
+#include <facetbox/util/operations/RemoveEdgesCoplanar.h>
 #include <facetbox/util/operations/RemoveEdgesZero.h>
+#include <facetbox/util/operations/RemoveFacesDouble.h>
 #include <facetbox/util/operations/RemoveFacesZero.h>
+#include <facetbox/util/operations/RemoveVerticesColinear.h>
 
 #include <cstddef>
 #include <locale>
@@ -60,6 +64,20 @@ const Cleanup::MeshData* Cleanup::mergeVertices(float tolerance, const MeshData&
   return runOperation(data, [=](util::Mesh& mesh) { util::mergeVertices(mesh, tolerance); });
 }
 
+const Cleanup::MeshData* Cleanup::removeVerticesColinear(float tolerance, bool keepTextureMapping,
+                                                         const MeshData& data) {
+  return runOperation(data,
+                      [=](util::Mesh& mesh) { util::removeVerticesColinear(mesh, tolerance, keepTextureMapping); });
+}
+
+const Cleanup::MeshData* Cleanup::removeEdgesCoplanar(float tolerance, bool compareAttributes, const MeshData& data) {
+  return runOperation(data, [=](util::Mesh& mesh) { util::removeEdgesCoplanar(mesh, tolerance, compareAttributes); });
+}
+
+const Cleanup::MeshData* Cleanup::removeFacesDouble(bool compareAttributes, const MeshData& data) {
+  return runOperation(data, [=](util::Mesh& mesh) { util::removeFacesDouble(mesh, compareAttributes); });
+}
+
 const Cleanup::MeshData* Cleanup::removeFacesZero(float threshold, const MeshData& data) {
   return runOperation(data, [=](util::Mesh& mesh) { util::removeFacesZero(mesh, threshold); });
 }
@@ -69,6 +87,11 @@ const Cleanup::MeshData* Cleanup::removeEdgesZero(float threshold, const MeshDat
     util::removeEdgesZero(mesh, threshold);
     util::removeUnusedVertices(mesh);
   });
+}
+
+const Cleanup::MeshData* Cleanup::conformNormals(const MeshData& data) {
+  constexpr double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+  return runOperation(data, [&](util::Mesh& mesh) { util::conformNormals(mesh, kIdentity); });
 }
 
 void Cleanup::freeMeshData(const MeshData* data) {

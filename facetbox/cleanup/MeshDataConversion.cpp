@@ -3,6 +3,7 @@
 #include <facetbox/util/materials/Shader.h>
 #include <facetbox/util/materials/TextEncoding.h>
 #include <facetbox/util/materials/Texture.h>
+#include <facetbox/util/mesh/HoleAssignment.h>
 #include <facetbox/util/mesh/MeshStorage.h>
 
 #include <algorithm>
@@ -167,6 +168,7 @@ std::unique_ptr<util::Mesh> meshDataToMesh(const Cleanup::MeshData& data, std::s
                                         data.mTexCoords, data.mTCIndices, data.mCountCount, counts, data.mHoles,
                                         data.mHolesCount, std::move(materials), starts, &log);
   }
+  util::assignHoles(*mesh);
   return mesh;
 }
 

@@ -46,9 +46,11 @@ std::size_t HoleTable::validate(std::size_t faceCount) {
       if (hole < faceCount && hole != outer) entries.push_back({known->second, hole, entries.size()});
   });
   std::ranges::sort(entries, {}, [](const Entry& e) { return std::tuple(e.outerPosition, e.hole, e.place); });
-  const auto repeats =
-      std::ranges::unique(entries, {}, [](const Entry& e) { return std::pair(e.outerPosition, e.hole); });
-  entries.erase(repeats.begin(), repeats.end());
+  entries.erase(std::unique(entries.begin(), entries.end(),
+                            [](const Entry& a, const Entry& b) {
+                              return a.outerPosition == b.outerPosition && a.hole == b.hole;
+                            }),
+                entries.end());
   std::ranges::sort(entries, {}, [](const Entry& e) { return std::pair(e.outerPosition, e.place); });
 
   SmallIndexList list;
@@ -86,6 +88,32 @@ void HoleTable::renumber(const FaceRenumbering& faces) {
   mList.erase(write, mList.end());
 }
 
+void HoleTable::regroup(std::span<const std::uint32_t> newOuterOf, std::span<const NewHole> newHoles) {
+  // Holes tagged with the position of their outer face in first-seen order; a stable sort by it makes the groups.
+  std::vector<std::uint32_t> outers;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> holes;
+  std::unordered_map<std::uint32_t, std::uint32_t> positionOf;
+  const auto positionFor = [&](std::uint32_t outer) {
+    const auto [known, isNew] = positionOf.try_emplace(outer, static_cast<std::uint32_t>(outers.size()));
+    if (isNew) outers.push_back(outer);
+    return known->second;
+  };
+  forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> groupHoles) {
+    const std::uint32_t position = positionFor(outer < newOuterOf.size() ? newOuterOf[outer] : outer);
+    for (const std::uint32_t hole : groupHoles) holes.emplace_back(position, hole);
+  });
+  for (const NewHole& added : newHoles) holes.emplace_back(positionFor(added.outer), added.hole);
+  std::ranges::stable_sort(holes, {}, [](const auto& hole) { return hole.first; });
+
+  mList.clear();
+  auto hole = holes.begin();
+  for (std::uint32_t position = 0; position < outers.size(); ++position) {
+    mList.push_back(outers[position]);
+    for (; hole != holes.end() && hole->first == position; ++hole) mList.push_back(hole->second);
+    mList.push_back(kEnd);
+  }
+}
+
 std::vector<HoleTable::Group> HoleTable::groupsByOuter(std::size_t faceCount) const {
   std::vector<Group> groups;
   forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> holes) {
@@ -93,6 +121,11 @@ std::vector<HoleTable::Group> HoleTable::groupsByOuter(std::size_t faceCount) co
   });
   if (!std::ranges::is_sorted(groups, {}, &Group::outer)) std::ranges::stable_sort(groups, {}, &Group::outer);
   return groups;
+}
+
+std::span<const HoleTable::Group> HoleTable::groupsOf(std::uint32_t outer, std::span<const Group> groups) {
+  const auto begin = std::ranges::lower_bound(groups, outer, {}, &Group::outer);
+  return {begin, std::find_if(begin, groups.end(), [outer](const Group& group) { return group.outer != outer; })};
 }
 
 std::vector<std::uint32_t> HoleTable::outerOfHoles(std::size_t faceCount) const {

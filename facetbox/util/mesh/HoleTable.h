@@ -45,9 +45,22 @@ class HoleTable {
   /// both are for validate() to drop. O(entries).
   void renumber(const FaceRenumbering& faces);
 
+  /// A hole that a face gets.
+  struct NewHole {
+    std::uint32_t outer, hole;
+  };
+
+  /// Lets the holes of faces pass to others and adds holes: the group of face f becomes one of newOuterOf[f], unless
+  /// f is beyond that array. Groups of one outer face become one, in the order in which they are met, new holes last.
+  /// O(entries + array).
+  void regroup(std::span<const std::uint32_t> newOuterOf, std::span<const NewHole> newHoles);
+
   /// The groups, in ascending order of their outer faces (equal ones in list order). Only outer faces below
   /// `faceCount`; an unfinished group at the end is left out. Valid until the table changes. O(entries log entries).
   std::vector<Group> groupsByOuter(std::size_t faceCount) const;
+
+  /// The groups of one outer face among those that groupsByOuter() returned. O(log groups).
+  static std::span<const Group> groupsOf(std::uint32_t outer, std::span<const Group> groups);
 
   /// Per face the lowest of the outer faces that it is a hole of, or kNone; empty when there are no groups.
   std::vector<std::uint32_t> outerOfHoles(std::size_t faceCount) const;

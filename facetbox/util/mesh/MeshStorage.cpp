@@ -16,8 +16,7 @@ const std::vector<ConnectivityCache::VertexPair>& ConnectivityCache::edges(const
         edges->push_back(std::minmax({corners[i], corners[i + 1 == corners.size() ? 0 : i + 1]}));
     }
     std::ranges::sort(*edges);
-    const auto repeats = std::ranges::unique(*edges);
-    edges->erase(repeats.begin(), repeats.end());
+    edges->erase(std::unique(edges->begin(), edges->end()), edges->end());
     mEdges = std::move(edges);
   }
   return *mEdges;

@@ -63,8 +63,7 @@ void PrimitiveList::eraseCorner(std::size_t i, std::uint32_t corner, std::uint32
 }
 
 void PrimitiveList::appendUninitialised(std::uint32_t count, std::uint32_t mask) {
-  const std::size_t offset = mCorners.size();
-  checkPoolSize(offset + count);
+  const std::size_t offset = growPools(count);
   mOffsets.push_back(static_cast<std::uint32_t>(offset));
   mCounts.push_back(count);
   mNormals.push_back({0.0, 0.0, 0.0});
@@ -75,10 +74,35 @@ void PrimitiveList::appendUninitialised(std::uint32_t count, std::uint32_t mask)
   if (!mFlags.empty()) growFlags();
   if (!mTags.empty()) mTags.push_back(-1);
 
+  for (int set = 0; set < kCornerSets; ++set)
+    if ((mask >> set & 1) != 0) mCornerSets[set].resize(offset + count, 0);
+}
+
+std::size_t PrimitiveList::growPools(std::uint32_t count) {
+  const std::size_t offset = mCorners.size();
+  checkPoolSize(offset + count);
   mCorners.resize(offset + count);
   if (!mNormalIndices.empty()) mNormalIndices.resize(offset + count, 0);
-  for (int set = 0; set < kCornerSets; ++set)
-    if (!mCornerSets[set].empty() || (mask >> set & 1) != 0) mCornerSets[set].resize(offset + count, 0);
+  for (auto& pool : mCornerSets)
+    if (!pool.empty()) pool.resize(offset + count, 0);
+  return offset;
+}
+
+void PrimitiveList::appendLike(std::size_t like, std::uint32_t count) {
+  appendUninitialised(count, mask(like));
+  if (!mFlags.empty()) mFlags.back() = mFlags[like];
+}
+
+void PrimitiveList::relocate(std::size_t i, std::uint32_t count) {
+  mOffsets[i] = static_cast<std::uint32_t>(growPools(count));
+  mCounts[i] = count;
+}
+
+void PrimitiveList::copyCorner(std::size_t to, std::size_t from) {
+  mCorners[to] = mCorners[from];
+  if (!mNormalIndices.empty()) mNormalIndices[to] = mNormalIndices[from];
+  for (auto& pool : mCornerSets)
+    if (!pool.empty()) pool[to] = pool[from];
 }
 
 void PrimitiveList::append(const Polygon& record) {

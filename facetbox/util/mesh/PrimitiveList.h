@@ -74,6 +74,15 @@ class PrimitiveList {
   void append(const Polygon& record);
   /// Appends an empty-handed record of `count` corners, none of them set yet, with the normal (0, 0, 0).
   void appendUninitialised(std::uint32_t count, std::uint32_t mask);
+  /// Appends a record of `count` corners that carries what record `like` does; corners not set yet, normal (0, 0, 0).
+  void appendLike(std::size_t like, std::uint32_t count);
+  /// Gives a record, which may not be cleared, `count` new corners at the pool's end, none of them set yet; what it
+  /// carries, its normal and its tag stay. The old corners stay where they were until compact().
+  void relocate(std::size_t i, std::uint32_t count);
+  /// Vertex index at a position of the pool.
+  std::uint32_t vertexAt(std::size_t position) const { return mCorners[position]; }
+  /// Copies a corner with all that belongs to it from one position of the pools to another.
+  void copyCorner(std::size_t to, std::size_t from);
   /// The record on its own.
   Polygon record(std::size_t i) const;
 
@@ -96,6 +105,7 @@ class PrimitiveList {
  private:
   enum Flag : std::uint8_t { kPerVertexNormals = 1, kHasNormalIndices = 2 };
 
+  std::size_t growPools(std::uint32_t count);
   void copyPool(const Buffer<std::uint32_t>& pool, std::uint32_t* out) const;
   void growFlags();
   void growMasks();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <tests/support/Meshes.h>
 
+#include <algorithm>
 #include <map>
 
 namespace {
@@ -83,6 +84,18 @@ TEST(EdgeMap, fansOfEverySizeAroundOneVertexKeepTheOrderOfTheWalk) {
     const util::Mesh mesh = support::meshOf(std::vector<util::Vec3>(size + 1), faces);
     expectLikeSlowTwin(mesh.storage().mFaces, size + 1, nullptr, EdgeMask::bothEndsMarked);
   }
+}
+
+TEST(EdgeMap, facesThatHaveMovedWithinThePoolKeepTheOrderOfTheWalk) {
+  Faces faces;
+  for (std::uint32_t i = 0; i < 40; ++i) faces.push_back({0, i + 1, (i + 1) % 40 + 1});
+  util::Mesh mesh = support::meshOf(std::vector<util::Vec3>(41), faces);
+  util::PrimitiveList& list = mesh.storage().mFaces;
+  for (const std::size_t face : {0u, 7u, 3u}) {
+    list.relocate(face, 3);
+    std::ranges::copy(faces[face], list.corners(face).begin());
+  }
+  expectLikeSlowTwin(list, 41, nullptr, EdgeMask::bothEndsMarked);
 }
 
 }  // namespace

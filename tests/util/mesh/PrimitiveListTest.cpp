@@ -50,7 +50,7 @@ TEST(PrimitiveList, manyRandomEditsKeepItEqualToAListOfRecords) {
     for (int step = 0; step < 60; ++step) {
       const std::size_t i = twin.empty() ? 0 : static_cast<std::size_t>(pick(random, 0, int(twin.size()) - 1));
       const int count = twin.empty() ? 0 : static_cast<int>(twin[i].mCorners.size());
-      switch (pick(random, 0, 9)) {
+      switch (pick(random, 0, 10)) {
         case 0:
         case 1:
         case 2: {
@@ -94,7 +94,20 @@ TEST(PrimitiveList, manyRandomEditsKeepItEqualToAListOfRecords) {
           twin[i].mTag = pick(random, -1, 5);
           list.setTag(i, twin[i].mTag);
           break;
-        case 8:
+        case 8: {
+          if (count == 0) break;
+          // Moves to the pool's end with two more corners there, copies of one of its own.
+          const std::size_t from = list.offset(i), copied = static_cast<std::size_t>(pick(random, 0, count - 1));
+          list.relocate(i, static_cast<std::uint32_t>(count + 2));
+          for (std::size_t c = 0; c < list.cornerCount(i); ++c)
+            list.copyCorner(list.offset(i) + c, from + (c < static_cast<std::size_t>(count) ? c : copied));
+          const auto grow = [&](Indices& indices) { indices.resize(indices.size() + 2, Indices(indices)[copied]); };
+          grow(twin[i].mCorners);
+          if (!twin[i].mNormalIndices.empty()) grow(twin[i].mNormalIndices);
+          for (auto& [set, indices] : twin[i].mSets) grow(indices);
+          break;
+        }
+        case 9:
           std::erase_if(twin, [](const PlainFace& face) { return face.isCleared(); });
           list.compact();
           EXPECT_FALSE(list.anyCleared());

@@ -1,0 +1,278 @@
+#include <facetbox/util/operations/FaceRegions.h>
+
+#include <algorithm>
+#include <deque>
+#include <functional>
+#include <utility>
+
+namespace util {
+namespace {
+
+constexpr std::uint32_t kNone = EdgeTwins::kNone;
+
+}  // namespace
+
+/// Finds what is no longer connected with the seed after faces were put out, in time that counts only the parts that
+/// get cut off: searches start from every neighbour of the gap and take turns, face by face; those that meet go on as
+/// one; as soon as a single one is left, it does not have to go on.
+class FaceRegions::SplitSearch {
+ public:
+  explicit SplitSearch(FaceRegions& regions) : mRegions(regions) {}
+
+  void run(std::span<const std::uint32_t> starts) {
+    prepareLabels(starts.size());
+    for (const std::uint32_t face : starts) {
+      // A face that borders the gap twice starts once.
+      if (!mRegions.isMember(face) || mRegions.mLabels[face] >= mRegions.mLabelBase) continue;
+      const auto search = static_cast<std::uint32_t>(mSearches.size());
+      mSearches.push_back({search, false, {}, {}});
+      reach(search, face);
+      mTurns.push_back(search);
+    }
+    std::size_t running = mTurns.size();
+    while (running > 1) {
+      const std::uint32_t turn = mTurns.front();
+      mTurns.pop_front();
+      if (mSearches[turn].mParent != turn) continue;  // goes on as part of another
+      if (mSearches[turn].mOpen.empty()) {
+        mFinished.push_back(turn);
+        --running;
+        continue;
+      }
+      running -= advance(turn);
+      // Unless it has joined another, which has a turn of its own.
+      if (mSearches[turn].mParent == turn) mTurns.push_back(turn);
+    }
+    putOutWhatIsCutOff();
+    mRegions.mLabelBase += static_cast<std::uint32_t>(mSearches.size());
+  }
+
+ private:
+  struct Search {
+    std::uint32_t mParent;
+    bool mHasSeed;
+    std::vector<std::uint32_t> mDone, mOpen;  // faces reached, and of these those not yet looked around from
+  };
+
+  void prepareLabels(std::size_t searchCount) {
+    if (mRegions.mLabels.empty()) mRegions.mLabels.resize(mRegions.mRegionOf.size(), 0);
+    if (mRegions.mLabelBase == 0) mRegions.mLabelBase = 1;
+    if (searchCount < 0xFFFFFFFFu - mRegions.mLabelBase) return;
+    std::ranges::fill(mRegions.mLabels, 0u);
+    mRegions.mLabelBase = 1;
+  }
+
+  std::uint32_t rootOf(std::uint32_t search) {
+    while (mSearches[search].mParent != search)
+      search = mSearches[search].mParent = mSearches[mSearches[search].mParent].mParent;
+    return search;
+  }
+
+  void reach(std::uint32_t search, std::uint32_t face) {
+    mRegions.mLabels[face] = mRegions.mLabelBase + search;
+    mSearches[search].mOpen.push_back(face);
+    mSearches[search].mHasSeed |= face == mRegions.mSeed;
+  }
+
+  /// Looks around from one face. Returns how many other searches were met.
+  std::size_t advance(std::uint32_t search) {
+    const std::uint32_t face = mSearches[search].mOpen.back();
+    mSearches[search].mOpen.pop_back();
+    mSearches[search].mDone.push_back(face);
+    std::size_t met = 0;
+    const auto begin = static_cast<std::uint32_t>(mRegions.mFaces.offset(face));
+    for (std::uint32_t corner = begin; corner < begin + mRegions.mFaces.cornerCount(face); ++corner) {
+      if (!mRegions.isInner(corner)) continue;
+      const std::uint32_t neighbour = mRegions.mTwins.mFaceOf[mRegions.mTwins.mTwinOf[corner]];
+      if (mRegions.mLabels[neighbour] < mRegions.mLabelBase) {
+        reach(search, neighbour);
+        continue;
+      }
+      const std::uint32_t other = rootOf(mRegions.mLabels[neighbour] - mRegions.mLabelBase);
+      if (other == search) continue;
+      search = join(search, other);
+      ++met;
+    }
+    return met;
+  }
+
+  /// The smaller one joins the larger one. Returns the one that goes on.
+  std::uint32_t join(std::uint32_t a, std::uint32_t b) {
+    const auto size = [&](std::uint32_t s) { return mSearches[s].mDone.size() + mSearches[s].mOpen.size(); };
+    if (size(a) < size(b)) std::swap(a, b);
+    Search &into = mSearches[a], &from = mSearches[b];
+    into.mDone.insert(into.mDone.end(), from.mDone.begin(), from.mDone.end());
+    into.mOpen.insert(into.mOpen.end(), from.mOpen.begin(), from.mOpen.end());
+    into.mHasSeed |= from.mHasSeed;
+    from = {a, false, {}, {}};
+    return a;
+  }
+
+  void putOutWhatIsCutOff() {
+    bool seedIsIn = false;
+    for (const std::uint32_t search : mFinished) seedIsIn |= mSearches[search].mHasSeed;
+    if (seedIsIn) {
+      // The one that was still running is cut off: let it find all of its faces.
+      for (const std::uint32_t turn : mTurns) {
+        if (mSearches[turn].mParent != turn) continue;
+        while (!mSearches[turn].mOpen.empty()) advance(turn);
+        mFinished.push_back(turn);
+      }
+    }
+    for (const std::uint32_t search : mFinished)
+      if (!mSearches[search].mHasSeed)
+        for (const std::uint32_t face : mSearches[search].mDone) mRegions.putOut(face);
+  }
+
+  FaceRegions& mRegions;
+  std::vector<Search> mSearches;
+  std::deque<std::uint32_t> mTurns;
+  std::vector<std::uint32_t> mFinished;
+};
+
+FaceRegions::FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, const EdgeTwins& twins,
+                         std::span<const double> areas)
+    : mFaces(faces), mTwins(twins), mAreas(areas) {
+  mRegionOf.resize(faces.size(), kFree);
+  mFirstBorder.resize(vertexCount, kNone);
+  mNextBorder.resize(faces.poolSize());
+}
+
+std::uint32_t FaceRegions::previousCorner(std::uint32_t corner) const {
+  const std::uint32_t face = mTwins.mFaceOf[corner];
+  const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
+  return corner == begin ? begin + mFaces.cornerCount(face) - 1 : corner - 1;
+}
+
+void FaceRegions::addBorder(std::uint32_t corner) {
+  std::uint32_t& first = mFirstBorder[mFaces.vertexAt(corner)];
+  if (first == kNone) {
+    mTouchedVertices.push_back(mFaces.vertexAt(corner));
+  } else {
+    mPinches.push_back(mFaces.vertexAt(corner));
+    std::ranges::push_heap(mPinches, std::greater());
+  }
+  mNextBorder[corner] = first;
+  first = corner;
+}
+
+/// The corners at a vertex that border edges leave now; tidies the vertex's chain. Valid until the next call.
+std::span<const std::uint32_t> FaceRegions::borderFrom(std::uint32_t vertex) {
+  mScratch.clear();
+  for (std::uint32_t c = mFirstBorder[vertex]; c != kNone; c = mNextBorder[c])
+    if (isBorder(c)) mScratch.push_back(c);
+  mFirstBorder[vertex] = kNone;
+  for (const std::uint32_t c : mScratch) {
+    mNextBorder[c] = mFirstBorder[vertex];
+    mFirstBorder[vertex] = c;
+  }
+  return mScratch;
+}
+
+void FaceRegions::putOut(std::uint32_t face) {
+  if (!isMember(face)) return;
+  mRegionOf[face] = kFree;
+  const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
+  for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(face); ++corner) {
+    if (!isInner(corner)) continue;
+    addBorder(mTwins.mTwinOf[corner]);
+    mLoose.push_back(mTwins.mFaceOf[mTwins.mTwinOf[corner]]);
+  }
+}
+
+/// Keeps one fan at a vertex. False where that would put out the seed.
+bool FaceRegions::resolveAt(std::uint32_t vertex) {
+  const auto starts = borderFrom(vertex);
+  if (starts.size() < 2) return true;
+
+  // A fan begins at a border edge that leaves the vertex and turns over inner edges up to one that arrives.
+  std::vector<std::vector<std::uint32_t>> fans;
+  std::size_t kept = 0;
+  double keptArea = -1.0;
+  bool keptHasSeed = false;
+  for (const std::uint32_t start : starts) {
+    std::vector<std::uint32_t> fan{mTwins.mFaceOf[start]};
+    for (std::uint32_t arriving = previousCorner(start); isInner(arriving);) {
+      const std::uint32_t leaving = mTwins.mTwinOf[arriving];
+      fan.push_back(mTwins.mFaceOf[leaving]);
+      arriving = previousCorner(leaving);
+    }
+    double area = 0.0;
+    std::ranges::sort(fan);  // so that the sum does not depend on where the fan began
+    for (const std::uint32_t face : fan) area += mAreas[face];
+    const bool hasSeed = std::ranges::binary_search(fan, mSeed);
+    const bool isBetter = area > keptArea || (area == keptArea && fan.front() < fans[kept].front());
+    if (hasSeed ? !keptHasSeed : (!keptHasSeed && isBetter)) {
+      kept = fans.size();
+      keptArea = area;
+      keptHasSeed = hasSeed;
+    }
+    fans.push_back(std::move(fan));
+  }
+
+  mLoose.clear();
+  for (std::size_t i = 0; i < fans.size(); ++i) {
+    if (i == kept) continue;
+    if (std::ranges::binary_search(fans[i], mSeed)) return false;
+    for (const std::uint32_t face : fans[i]) putOut(face);
+  }
+  const std::vector<std::uint32_t> loose = std::move(mLoose);
+  mLoose.clear();
+  SplitSearch(*this).run(loose);
+  return true;
+}
+
+bool FaceRegions::resolvePinches() {
+  for (const std::uint32_t face : mMembers) {
+    const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
+    for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(face); ++corner)
+      if (!isInner(corner)) addBorder(corner);
+  }
+  const bool hadPinches = !mPinches.empty();
+  while (!mPinches.empty()) {
+    std::ranges::pop_heap(mPinches, std::greater());
+    const std::uint32_t vertex = mPinches.back();
+    mPinches.pop_back();
+    if (!resolveAt(vertex)) return false;
+  }
+  if (hadPinches) std::erase_if(mMembers, [&](std::uint32_t face) { return !isMember(face); });
+  std::ranges::sort(mMembers);
+  return true;
+}
+
+std::vector<std::vector<std::uint32_t>> FaceRegions::borderLoops() {
+  std::vector<std::vector<std::uint32_t>> loops;
+  for (const std::uint32_t face : mMembers) {
+    const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
+    for (std::uint32_t start = begin; start < begin + mFaces.cornerCount(face); ++start) {
+      if (!isBorder(start) || mFirstBorder[mFaces.vertexAt(start)] == kNone) continue;
+      std::vector<std::uint32_t> loop;
+      std::uint32_t corner = start;
+      do {
+        loop.push_back(corner);
+        // Linked: one border edge leaves each vertex, so a vertex without one has been passed.
+        mFirstBorder[mFaces.vertexAt(corner)] = kNone;
+        const std::uint32_t next =
+            corner + 1 == mFaces.offset(mTwins.mFaceOf[corner]) + mFaces.cornerCount(mTwins.mFaceOf[corner])
+                ? static_cast<std::uint32_t>(mFaces.offset(mTwins.mFaceOf[corner]))
+                : corner + 1;
+        const auto leaving = borderFrom(mFaces.vertexAt(next));
+        corner = leaving.empty() ? start : leaving.front();
+      } while (corner != start);
+      const auto vertexAt = [&](std::uint32_t c) { return mFaces.vertexAt(c); };
+      std::rotate(loop.begin(), std::ranges::min_element(loop, {}, vertexAt), loop.end());
+      loops.push_back(std::move(loop));
+    }
+  }
+  std::ranges::sort(loops, {}, [&](const auto& loop) { return mFaces.vertexAt(loop.front()); });
+  return loops;
+}
+
+void FaceRegions::finish() {
+  for (const std::uint32_t vertex : mTouchedVertices) mFirstBorder[vertex] = kNone;
+  mTouchedVertices.clear();
+  mPinches.clear();
+  mSeed = kFree;
+}
+
+}  // namespace util
