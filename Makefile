@@ -5,9 +5,10 @@ MODEL ?= examples/models/pavilion.obj
 BUILD := build/release
 JOBS ?= $(shell nproc)
 
-.PHONY: demo test bench deps build clean
+.PHONY: demo test bench deps configure build clean
 
-demo: build
+demo: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target facetbox_program
 	@scripts/demo.sh $(BUILD)/tools/facetbox "$(MODEL)" $(BUILD)/demo
 
 test: build
@@ -19,8 +20,10 @@ bench: build
 deps:
 	@scripts/install-deps.sh build test
 
-build: deps
+configure: deps
 	@[ -f $(BUILD)/build.ninja ] || cmake --preset release
+
+build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
 clean:
