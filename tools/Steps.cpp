@@ -20,7 +20,7 @@ std::string describe(const Step& step) {
     case StepKind::removeDouble:
       return "--remove-double";
     case StepKind::removeZeroArea:
-      return fmt::format("--remove-zero-area {}", step.mValue);
+      return fmt::format("--remove-zero-area {:.6g}", step.mValue);
     case StepKind::removeZeroEdges:
       return fmt::format("--remove-zero-edges {}", step.mValue);
     case StepKind::conformNormals:
