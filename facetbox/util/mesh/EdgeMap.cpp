@@ -76,8 +76,9 @@ EdgeMap buildEdgeMap(const PrimitiveList& faces, std::size_t vertexCount, const 
       if (use == first) ++edgeCount;
     });
   const std::size_t useCount = uses.size();
-  uses = {};
-  bucketEnds = {};
+  // Assigning an empty list would keep the memory.
+  Buffer<EdgeUse>().swap(uses);
+  Buffer<std::uint32_t>().swap(bucketEnds);
 
   // Number the edges in walk order: the first use of an edge is met before the others.
   map.mEdges.reserve(edgeCount);

@@ -174,7 +174,7 @@ class PieceWalk {
 void conformNormals(Mesh& mesh, const double* transform) {
   MeshStorage& m = mesh.storage();
   for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints}) list->dropNormalIndices();
-  m.mNormals = {};
+  m.mNormals.clear();
   clearConnectivityCache(mesh);
 
   // The identity changes no finite coordinate but for the sign of a zero, and that sign reaches no result: it is lost
