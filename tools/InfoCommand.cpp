@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <tools/DefectProbe.h>
 #include <tools/InfoCommand.h>
 #include <tools/OtherFormats.h>
 #include <tools/Progress.h>
@@ -25,6 +26,9 @@ constexpr Defect kDefects[] = {
     {"edges used once", "borderEdges", &MeshFacts::mBorderEdges},
     {"edges used more than twice", "overusedEdges", &MeshFacts::mOverusedEdges},
     {"edges used twice in one direction", "sameDirectionEdges", &MeshFacts::mSameDirectionEdges},
+    {"faces that repeat another face", "doubleFaces", &MeshFacts::mDoubleFaces},
+    {"vertices at the same position", "duplicateVertices", &MeshFacts::mDuplicateVertices},
+    {"  or within 0.0001 diagonals", "nearlyDuplicateVertices", &MeshFacts::mNearlyDuplicateVertices},
     {"vertices that no face uses", "unusedVertices", &MeshFacts::mUnusedVertices},
 };
 
@@ -126,7 +130,8 @@ void runInfo(const InfoOptions& options) {
     progress.setStage("reading " + options.mModel);
     const Model model = readModel(options.mModel);
     progress.setStage("looking at " + options.mModel);
-    const MeshFacts facts = gatherFacts(model);
+    MeshFacts facts = gatherFacts(model);
+    probeDefects(model, facts);
     text = options.mJson ? formatFactsAsJson(options.mModel, model, facts) : formatFacts(options.mModel, model, facts);
   }
   std::fwrite(text.data(), 1, text.size(), stdout);

@@ -51,12 +51,6 @@ double areaOf(const Model& model, Corners corners) {
   return 0.5 * std::sqrt(sum[0] * sum[0] + sum[1] * sum[1] + sum[2] * sum[2]);
 }
 
-bool repeatsVertex(Corners corners, std::vector<std::uint32_t>& scratch) {
-  scratch.assign(corners.begin(), corners.end());
-  std::sort(scratch.begin(), scratch.end());
-  return std::adjacent_find(scratch.begin(), scratch.end()) != scratch.end();
-}
-
 struct EdgeUse {
   std::uint64_t mKey;  // both vertices, the smaller one high
   bool mIsForward;     // from the smaller to the larger
@@ -129,6 +123,12 @@ void countHoles(const Model& model, MeshFacts& facts) {
 }
 
 }  // namespace
+
+bool repeatsVertex(Corners corners, std::vector<std::uint32_t>& scratch) {
+  scratch.assign(corners.begin(), corners.end());
+  std::sort(scratch.begin(), scratch.end());
+  return std::adjacent_find(scratch.begin(), scratch.end()) != scratch.end();
+}
 
 double boundingBoxDiagonal(const Model& model) {
   MeshFacts facts;

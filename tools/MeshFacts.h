@@ -4,7 +4,9 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,10 +33,17 @@ struct MeshFacts {
   std::size_t mOverusedEdges = 0;        ///< used more than twice
   std::size_t mSameDirectionEdges = 0;   ///< used twice, both times in the same direction
   std::size_t mUnusedVertices = 0;       ///< no face refers to them
+  // Filled in by probeDefects().
+  std::size_t mDuplicateVertices = 0;        ///< at the position of an earlier one
+  std::size_t mNearlyDuplicateVertices = 0;  ///< within 1e-4 of the diagonal of an earlier one, duplicates included
+  std::size_t mDoubleFaces = 0;              ///< repeat an earlier face, in either direction
 };
 
 /// The box part of the facts alone: the length of its diagonal.
 double boundingBoxDiagonal(const Model& model);
+
+/// Whether a vertex stands more than once in the list; `scratch` is working space.
+bool repeatsVertex(std::span<const std::uint32_t> corners, std::vector<std::uint32_t>& scratch);
 
 /// O(corners log corners). The model must have passed checkModel().
 MeshFacts gatherFacts(const Model& model);

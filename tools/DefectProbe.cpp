@@ -1,0 +1,80 @@
+#include <facetbox/cleanup/Cleanup.h>
+#include <tools/DefectProbe.h>
+#include <tools/RecordBridge.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace tool {
+namespace {
+
+/// Faces and vertices without anything else.
+struct Probe {
+  std::vector<float> vertices;
+  std::vector<std::uint32_t> indices, counts;
+
+  Cleanup::MeshData view() {
+    Cleanup::MeshData data{};
+    data.mVertexCoords = vertices.data();
+    data.mVCCount = static_cast<int>(vertices.size());
+    data.mIndices = indices.data();
+    data.mIndexCount = static_cast<int>(indices.size());
+    data.mCounts = counts.data();
+    data.mCountCount = static_cast<int>(counts.size());
+    return data;
+  }
+};
+
+/// How many vertices a weld takes away when no face can have a say in it: every vertex gets a triangle of its own with
+/// two points far outside of the box.
+std::size_t countDuplicates(const Model& model, const MeshFacts& facts, double tolerance) {
+  const auto vertexCount = static_cast<std::uint32_t>(model.vertexCount());
+  Probe probe;
+  probe.vertices = model.mVertices;
+  const auto away = static_cast<float>(4 * facts.mDiagonal + 1);
+  for (const float side : {1.0f, -1.0f})
+    for (std::size_t axis = 0; axis < 3; ++axis)
+      probe.vertices.push_back(facts.mMax[axis] + away * (axis == 0 ? 1.0f : axis == 1 ? side : 0.5f));
+  if (!std::all_of(probe.vertices.begin(), probe.vertices.end(), [](float x) { return std::isfinite(x); })) return 0;
+  for (std::uint32_t v = 0; v < vertexCount; ++v) {
+    probe.indices.insert(probe.indices.end(), {v, vertexCount, vertexCount + 1});
+    probe.counts.push_back(3);
+  }
+  const RecordPtr welded(Cleanup::mergeVertices(static_cast<float>(tolerance), probe.view()));
+  return welded ? vertexCount + 2 - static_cast<std::size_t>(welded->mVCCount) / 3 : 0;
+}
+
+/// How many faces repeat an earlier one. Hole faces are not compared, and faces that repeat a vertex are told apart.
+std::size_t countDoubleFaces(const Model& model) {
+  std::vector<bool> isHole(model.faceCount());
+  for (std::size_t i = 1; i < model.mHoles.size(); ++i)
+    if (model.mHoles[i] != kEndOfGroup && model.mHoles[i - 1] != kEndOfGroup) isHole[model.mHoles[i]] = true;
+  Probe probe;
+  probe.vertices = model.mVertices;
+  std::vector<std::uint32_t> scratch;
+  std::size_t corner = 0;
+  for (std::size_t face = 0; face < model.faceCount(); ++face) {
+    const auto corners = std::span(model.mIndices).subspan(corner, model.mCounts[face]);
+    corner += corners.size();
+    if (isHole[face] || corners.size() < 3 || repeatsVertex(corners, scratch)) continue;
+    probe.indices.insert(probe.indices.end(), corners.begin(), corners.end());
+    probe.counts.push_back(model.mCounts[face]);
+  }
+  if (probe.counts.empty()) return 0;
+  const RecordPtr single(Cleanup::removeFacesDouble(false, probe.view()));
+  return single ? probe.counts.size() - static_cast<std::size_t>(single->mCountCount) : 0;
+}
+
+}  // namespace
+
+void probeDefects(const Model& model, MeshFacts& facts) {
+  if (model.vertexCount() == 0) return;
+  facts.mDuplicateVertices = countDuplicates(model, facts, 0);
+  facts.mNearlyDuplicateVertices = countDuplicates(model, facts, kNearlySame * facts.mDiagonal);
+  facts.mDoubleFaces = countDoubleFaces(model);
+}
+
+}  // namespace tool
