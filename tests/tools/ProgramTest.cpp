@@ -36,10 +36,20 @@ TEST(Program, infoTellsDefectsAsJson) {
   EXPECT_EQ(json["materials"][0], (nlohmann::json{{"name", "a"}, {"faces", 5}}));
   EXPECT_EQ(json["holeFaces"], 1);
   EXPECT_EQ(json["boundingBox"]["max"], (nlohmann::json{9, 9, 9}));
-  const nlohmann::json defects = {{"illegalFaces", 1},        {"repeatingFaces", 1},     {"zeroAreaFaces", 1},
-                                  {"nearlyZeroAreaFaces", 1}, {"zeroLengthEdges", 2},    {"borderEdges", 2},
-                                  {"overusedEdges", 1},       {"sameDirectionEdges", 3}, {"unusedVertices", 1}};
+  const nlohmann::json defects = {
+      {"illegalFaces", 1},    {"repeatingFaces", 1}, {"zeroAreaFaces", 1},     {"nearlyZeroAreaFaces", 1},
+      {"zeroLengthEdges", 2}, {"borderEdges", 2},    {"overusedEdges", 1},     {"sameDirectionEdges", 3},
+      {"unusedVertices", 1},  {"doubleFaces", 0},    {"duplicateVertices", 1}, {"nearlyDuplicateVertices", 1}};
   EXPECT_EQ(json["defects"], defects);
+
+  // Three copies of one square, one of them reversed, on vertices of their own but for a hair.
+  const std::string copies = folder.write("copies.obj",
+                                          "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 0.00001\n"
+                                          "f 1 2 3 4\nf 3 4 1 2\nf 4 3 2 1\nf 5 2 3 4\n");
+  const auto doubles = nlohmann::json::parse(runProgram("info --json " + quoted(copies)).mOut)["defects"];
+  EXPECT_EQ(doubles["doubleFaces"], 2);
+  EXPECT_EQ(doubles["duplicateVertices"], 0);
+  EXPECT_EQ(doubles["nearlyDuplicateVertices"], 1);
 }
 
 TEST(Program, infoTableIsAligned) {
