@@ -99,7 +99,7 @@ TEST(PolygonArea, faceWithoutAnAreaGetsTheStandInNormalAndIsMeasuredAlongIt) {
   const std::vector<Vec3> line{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {kNaN, 0, 0}};
   Vec3 normal{};
   EXPECT_FALSE(util::computeFaceNormal(line, Indices({0, 1, 2}), normal));
-  EXPECT_EQ(normal, Vec3(0.0, 1.0, 0.0));
+  EXPECT_EQ(normal, (Vec3{0.0, 1.0, 0.0}));
   EXPECT_EQ(util::computePolygonArea(line, Indices({0, 1, 2}), normal), 0.0);
   EXPECT_FALSE(util::computeFaceNormal(line, Indices({0, 1, 3}), normal));
   EXPECT_FALSE(util::computeFaceNormal(line, Indices({0, 1}), normal));

@@ -137,7 +137,7 @@ TEST(RemoveEdgesZero, quadWithOneShortEdgeBecomesTriangleWithItsOwnNormal) {
     util::Mesh collapsed(mesh);
     EXPECT_EQ(removeEdgesZero(collapsed, sign * 0.1), 1u);
     EXPECT_EQ(facesOf(collapsed), Faces({{0, 1, 2}}));
-    EXPECT_EQ(collapsed.storage().mFaces.normal(0), util::Vec3(0, 0, 1));
+    EXPECT_EQ(collapsed.storage().mFaces.normal(0), (util::Vec3{0, 0, 1}));
     EXPECT_EQ(collapsed.storage().mVertices.size(), 3u);
   }
   EXPECT_EQ(removeEdgesZero(mesh, 0.0), 0u);
@@ -166,7 +166,7 @@ TEST(RemoveEdgesZero, startOfTheFirstLongEdgeCanItselfBeOverwritten) {
   util::Mesh mesh = meshOf({{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 0.5, 0}}, {{0, 1, 2, 3}});
   EXPECT_EQ(removeEdgesZero(mesh, 1.0), 1u);
   EXPECT_EQ(facesOf(mesh), Faces({{2, 0, 1}}));
-  EXPECT_EQ(mesh.storage().mVertices[2], util::Vec3(0, 0.5, 0));
+  EXPECT_EQ(mesh.storage().mVertices[2], (util::Vec3{0, 0.5, 0}));
 }
 
 TEST(RemoveEdgesZero, pointsStayAndOfLinesOnlyTheFirstSegmentCounts) {
