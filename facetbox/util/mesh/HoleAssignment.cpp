@@ -6,7 +6,6 @@
 #include <facetbox/util/spatial/BoxForest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <span>
 #include <stdexcept>
@@ -59,15 +58,10 @@ class KeptHoles {
   BoxForest<unsigned> mIndex;
 };
 
-/// The box of the finite coordinates, axis by axis; so it holds the box of every projection's finite corners.
+/// Holds the box of every projection's finite corners, also where others are not finite.
 Box KeptHoles::boxOf(std::uint32_t face) const {
-  constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
-  const auto finite = [](double v) { return std::isfinite(v) ? v : kNone; };
   Box box;
-  for (const std::uint32_t v : mMesh.mFaces.corners(face)) {
-    const Vec3& p = mMesh.mVertices[v];
-    box.extend(Vec3{finite(p.x), finite(p.y), finite(p.z)});
-  }
+  for (const std::uint32_t v : mMesh.mFaces.corners(face)) box.extend(mMesh.mVertices[v]);
   return box;
 }
 

@@ -47,7 +47,7 @@ void HolePlacement::setOuter(std::uint32_t outer, Search search) {
   fill(mOuter, outer, axisOf(outer));
   mSearch = search;
   mPlainQueries = 0;
-  mIsIndexTried = mIsIndexed = false;
+  mIsIndexed = false;
   if (!mLarge.empty()) mLarge.clear();  // which costs its largest size ever
 }
 
@@ -78,9 +78,9 @@ const HolePlacement::Projection& HolePlacement::projectionOf(std::uint32_t face,
 
 bool HolePlacement::isInside(std::uint32_t hole) {
   const Projection& seen = projectionOf(hole, mOuter.axis);
-  // Some corner of the hole is outside: the outer face has no inside, or that corner has no place.
-  if (!mOuter.isProper() || !seen.isFinite) return false;
-  // A hole of fewer than three corners contains nothing, and its edges don't count.
+  if (!mOuter.isProper()) return false;  // then it has no inside
+  // A corner without a place is outside. Otherwise the hole has fewer than three: it contains nothing, and its edges
+  // don't count.
   if (!seen.isProper()) return mOuter.polygon.containsAllStrictly(seen.polygon.corners());
 
   if (!mOuter.polygon.containsStrictly(seen.corner()) || mOuter.polygon.anyEdgeTouches(seen.polygon)) return false;
@@ -134,14 +134,9 @@ bool HolePlacement::anyOuterCornerInside(const Projection& polygon) {
 /// To be asked before `queries` searches for corners of the outer face. Builds the index when it begins to pay.
 bool HolePlacement::usesCornerIndex(std::size_t queries) {
   const auto corners = mMesh.mFaces.corners(mOuter.face);
-  if (mIsIndexTried || mSearch == Search::plain || corners.size() < kIndexedOuter) return mIsIndexed;
+  if (mIsIndexed || mSearch == Search::plain || corners.size() < kIndexedOuter) return mIsIndexed;
   mPlainQueries += queries;
   if (mPlainQueries <= kPlainQueries) return false;
-  mIsIndexTried = true;
-  // Corners that are found in one projection only have no place in the index.
-  const auto isFiniteCorner = [&](std::uint32_t v) { return isFinite(mMesh.mVertices[v]); };
-  if (!std::ranges::all_of(corners, isFiniteCorner)) return false;
-
   std::vector<Box> boxes(corners.size());
   for (std::size_t i = 0; i < corners.size(); ++i) boxes[i].extend(mMesh.mVertices[corners[i]]);
   mCornerIndex.plan(boxes, mOuter.axis);

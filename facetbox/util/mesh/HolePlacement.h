@@ -10,7 +10,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <unordered_map>
 #include <utility>
 
@@ -83,7 +82,6 @@ class HolePlacement {
 
   // The corners of the outer face.
   std::size_t mPlainQueries = 0;  // answered one by one
-  bool mIsIndexTried = false;
   bool mIsIndexed = false;
   BoxForest<CornerNumber> mCornerIndex;
 

@@ -24,7 +24,7 @@ namespace util {
 template <class T>
 class BoxForest {
  public:
-  /// Drops everything and plans for these boxes. Boxes with NaN are not allowed, all others are.
+  /// Drops everything and plans for these boxes. Boxes may be empty or infinite, but hold no NaN.
   /// @param axis  the axis along which they spread least
   void plan(std::span<const Box> boxes, int axis);
 
