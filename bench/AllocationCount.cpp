@@ -1,10 +1,10 @@
 #include "AllocationCount.h"
 
-#include <malloc.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <new>
+
+#include <malloc.h>
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The exported clean-up calls, conversions included: normal cases at several sizes, worst cases by name.
 
-#include <benchmark/benchmark.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
+
+#include <benchmark/benchmark.h>
 
 #include "AllocationCount.h"
 #include "CleanupCases.h"

@@ -1,14 +1,14 @@
 // The frame around every clean-up call: what a record costs on its way in and out, beside a memcpy of its arrays.
 
-#include <benchmark/benchmark.h>
-#include <facetbox/cleanup/Cleanup.h>
-#include <facetbox/cleanup/MeshDataConversion.h>
-
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <benchmark/benchmark.h>
+
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/cleanup/MeshDataConversion.h>
 #include "AllocationCount.h"
 #include "Workloads.h"
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <facetbox/cleanup/Cleanup.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +8,8 @@
 #include <random>
 #include <span>
 #include <vector>
+
+#include <facetbox/cleanup/Cleanup.h>
 
 /// A record that owns its arrays.
 struct Workload {

@@ -130,6 +130,20 @@ std::unique_ptr<Answer> write(const Mesh& mesh, std::size_t corners) {
   return answer;
 }
 
+/// Takes away the edge that ends at a vertex without other edges, and so on from its other end.
+void removeDanglingEdges(Mesh& mesh, Mesh::Vertex_index vertex) {
+  for (auto half = mesh.halfedge(vertex); mesh.next(half) == mesh.opposite(half);) {
+    const auto before = mesh.prev(half), back = mesh.opposite(half);
+    if (before == back) return;
+    mesh.set_next(before, mesh.next(back));
+    mesh.set_halfedge(mesh.face(half), before);
+    mesh.set_halfedge(mesh.source(half), before);
+    mesh.remove_vertex(mesh.target(half));
+    mesh.remove_edge(mesh.edge(half));
+    half = before;
+  }
+}
+
 std::unique_ptr<Answer> mergeCoplanar(const Workload& record) {
   Mesh mesh = meshOf(record);
   std::vector<Vector> normals;
@@ -144,8 +158,11 @@ std::unique_ptr<Answer> mergeCoplanar(const Workload& record) {
     if (mesh.is_border(half) || mesh.is_border(opposite)) continue;
     const auto face = mesh.face(half), other = mesh.face(opposite);
     if (face == other || normals[face] * normals[other] < minCosine) continue;
-    if (mesh.degree(mesh.source(half)) < 3 || mesh.degree(mesh.target(half)) < 3) continue;
+    const auto source = mesh.source(half), target = mesh.target(half);
     CGAL::Euler::join_face(half, mesh);
+    // Where the two had more edges in common, the others hang inside the merged face now, sooner or later by one end.
+    removeDanglingEdges(mesh, source);
+    if (!mesh.is_removed(target)) removeDanglingEdges(mesh, target);
   }
   return write(mesh, record.corners());
 }
@@ -185,7 +202,8 @@ std::vector<Peer> cgalPeers() {
     peers.push_back({"CGAL soup of vectors", hexagons, 0.4, doubles(polygonsOf)});
     peers.push_back({"CGAL soup of arrays", hexagons, 0, doubles(arraysOf<6>)});
   }
-  peers.push_back({"CGAL mesh, joining faces", "removeEdgesCoplanar/city", 0.75, mergeCoplanar});
+  for (const char* name : {"removeEdgesCoplanar/city", "removeEdgesCoplanar/griddedBoxes"})
+    peers.push_back({"CGAL mesh, joining faces", name, 0.75, mergeCoplanar});
   peers.push_back({"CGAL mesh, areas", "removeFacesZero/needles", 0.5, removeZeroFacesOfMesh});
   peers.push_back({"loop over triangles, CGAL areas", "removeFacesZero/needles", 0, removeZeroFacesOfSoup});
   return peers;

@@ -1,7 +1,5 @@
 // The clean-up calls beside what other libraries need for the same records, in turns within one process.
 
-#include <malloc.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +8,8 @@
 #include <functional>
 #include <string>
 #include <vector>
+
+#include <malloc.h>
 
 #include "../CleanupCases.h"
 #include "Peers.h"
