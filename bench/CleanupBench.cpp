@@ -24,7 +24,7 @@ Prepared& prepare(const CleanupCase& tested, std::size_t corners) {
   static std::unique_ptr<Prepared> last;
   if (last && last->name == tested.name && last->corners == corners) return *last;
   last.reset();
-  last = std::make_unique<Prepared>(tested.name, corners, tested.make(corners));
+  last = std::make_unique<Prepared>(Prepared{tested.name, corners, tested.make(corners), {}});
   const Cleanup::MeshData* result = tested.call(last->work.input.view());
   last->fault = faultOf(result, last->work.expected);
   Cleanup::freeMeshDataAndHoles(result);
