@@ -1,10 +1,10 @@
 // Welds the corners of two triangles that only nearly touch, and merges them into one square.
 
-#include <facetbox/cleanup/Cleanup.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+
+#include <facetbox/cleanup/Cleanup.h>
 
 int main() {
   float coords[] = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 0, 0.001f, 1, 1, 0.001f, 0, 1, 0};  // six vertices: x, y, z

@@ -1,8 +1,6 @@
 // Turns bytes into a record that keeps the caller's promises (arrays as long as the counts say), runs clean-up
 // functions on it one after another, each on the result of the last, and checks every record that comes out.
 
-#include <facetbox/cleanup/Cleanup.h>
-
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <facetbox/cleanup/Cleanup.h>
 #include "tests/support/RecordCheck.h"
 
 namespace {

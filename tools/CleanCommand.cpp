@@ -1,17 +1,19 @@
-#include <fmt/format.h>
 #include <tools/CleanCommand.h>
-#include <tools/Errors.h>
-#include <tools/MeshFacts.h>
-#include <tools/ObjFile.h>
-#include <tools/OtherFormats.h>
-#include <tools/OutputFile.h>
-#include <tools/Progress.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <numeric>
 #include <optional>
+
+#include <fmt/format.h>
+
+#include <tools/Errors.h>
+#include <tools/MeshFacts.h>
+#include <tools/ObjFile.h>
+#include <tools/OtherFormats.h>
+#include <tools/OutputFile.h>
+#include <tools/Progress.h>
 
 namespace tool {
 namespace {

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <tools/Steps.h>
-
 #include <string>
 #include <vector>
+
+#include <tools/Steps.h>
 
 namespace tool {
 

@@ -1,12 +1,13 @@
-#include <facetbox/cleanup/Cleanup.h>
 #include <tools/DefectProbe.h>
-#include <tools/RecordBridge.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <span>
 #include <vector>
+
+#include <facetbox/cleanup/Cleanup.h>
+#include <tools/RecordBridge.h>
 
 namespace tool {
 namespace {

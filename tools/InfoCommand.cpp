@@ -1,11 +1,13 @@
-#include <fmt/format.h>
-#include <tools/DefectProbe.h>
 #include <tools/InfoCommand.h>
-#include <tools/OtherFormats.h>
-#include <tools/Progress.h>
 
 #include <cstdio>
+
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
+
+#include <tools/DefectProbe.h>
+#include <tools/OtherFormats.h>
+#include <tools/Progress.h>
 
 namespace tool {
 namespace {

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <string>
+
 #include <tools/MeshFacts.h>
 #include <tools/Model.h>
-
-#include <string>
 
 namespace tool {
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <tools/Model.h>
-
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +8,8 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <tools/Model.h>
 
 namespace tool {
 

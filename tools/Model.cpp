@@ -1,10 +1,12 @@
-#include <fmt/format.h>
-#include <tools/Errors.h>
 #include <tools/Model.h>
 
 #include <cmath>
 #include <limits>
 #include <numeric>
+
+#include <fmt/format.h>
+
+#include <tools/Errors.h>
 
 namespace tool {
 

@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-#include <tools/Errors.h>
 #include <tools/ObjFile.h>
 
 #include <algorithm>
@@ -7,6 +5,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <unordered_map>
+
+#include <fmt/format.h>
+
+#include <tools/Errors.h>
 
 namespace tool {
 namespace {

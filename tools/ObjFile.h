@@ -1,9 +1,9 @@
 #pragma once
 
-#include <tools/Model.h>
-
 #include <string>
 #include <string_view>
+
+#include <tools/Model.h>
 
 namespace tool {
 

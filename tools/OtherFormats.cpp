@@ -1,15 +1,7 @@
-#include <assimp/postprocess.h>
-#include <assimp/scene.h>
-#include <fmt/format.h>
-#include <tools/Errors.h>
-#include <tools/ObjFile.h>
 #include <tools/OtherFormats.h>
 
 #include <algorithm>
 #include <array>
-#include <assimp/DefaultLogger.hpp>
-#include <assimp/Importer.hpp>
-#include <assimp/LogStream.hpp>
 #include <bit>
 #include <cerrno>
 #include <cstdio>
@@ -17,6 +9,16 @@
 #include <memory>
 #include <string_view>
 #include <unordered_map>
+
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+#include <fmt/format.h>
+#include <assimp/DefaultLogger.hpp>
+#include <assimp/Importer.hpp>
+#include <assimp/LogStream.hpp>
+
+#include <tools/Errors.h>
+#include <tools/ObjFile.h>
 
 namespace tool {
 namespace {

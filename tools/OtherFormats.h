@@ -1,8 +1,8 @@
 #pragma once
 
-#include <tools/Model.h>
-
 #include <string>
+
+#include <tools/Model.h>
 
 namespace tool {
 

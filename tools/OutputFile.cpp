@@ -1,10 +1,4 @@
-#include <fcntl.h>
-#include <fmt/format.h>
-#include <signal.h>
-#include <sys/stat.h>
-#include <tools/Errors.h>
 #include <tools/OutputFile.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -12,6 +6,14 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <tools/Errors.h>
 
 namespace tool {
 namespace {

@@ -1,8 +1,9 @@
-#include <fmt/format.h>
 #include <tools/Progress.h>
-#include <unistd.h>
 
 #include <cstdio>
+
+#include <fmt/format.h>
+#include <unistd.h>
 
 namespace tool {
 

@@ -1,4 +1,3 @@
-#include <fmt/format.h>
 #include <tools/RecordBridge.h>
 
 #include <algorithm>
@@ -8,6 +7,8 @@
 #include <limits>
 #include <map>
 #include <string_view>
+
+#include <fmt/format.h>
 
 namespace tool {
 namespace {

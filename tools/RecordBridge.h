@@ -1,12 +1,12 @@
 #pragma once
 
-#include <facetbox/cleanup/Cleanup.h>
-#include <tools/Model.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <facetbox/cleanup/Cleanup.h>
+#include <tools/Model.h>
 
 namespace tool {
 

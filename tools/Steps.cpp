@@ -1,11 +1,13 @@
-#include <fmt/format.h>
-#include <tools/Errors.h>
 #include <tools/Steps.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <numbers>
+
+#include <fmt/format.h>
+
+#include <tools/Errors.h>
 
 namespace tool {
 

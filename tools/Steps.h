@@ -1,9 +1,9 @@
 #pragma once
 
-#include <tools/RecordBridge.h>
-
 #include <string>
 #include <vector>
+
+#include <tools/RecordBridge.h>
 
 namespace tool {
 

@@ -1,15 +1,16 @@
-#include <facetbox/version.h>
-#include <fmt/format.h>
-#include <tools/CleanCommand.h>
-#include <tools/Errors.h>
-#include <tools/InfoCommand.h>
-#include <tools/Steps.h>
-
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
 #include <limits>
 #include <new>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include <facetbox/version.h>
+#include <tools/CleanCommand.h>
+#include <tools/Errors.h>
+#include <tools/InfoCommand.h>
+#include <tools/Steps.h>
 
 namespace {
 

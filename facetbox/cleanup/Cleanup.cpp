@@ -1,4 +1,12 @@
 #include <facetbox/cleanup/Cleanup.h>
+
+#include <cstddef>
+#include <locale>
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <string>
+
 #include <facetbox/cleanup/MeshDataConversion.h>
 #include <facetbox/util/mesh/Maintenance.h>
 #include <facetbox/util/operations/ConformNormals.h>
@@ -8,13 +16,6 @@
 #include <facetbox/util/operations/RemoveFacesDouble.h>
 #include <facetbox/util/operations/RemoveFacesZero.h>
 #include <facetbox/util/operations/RemoveVerticesColinear.h>
-
-#include <cstddef>
-#include <locale>
-#include <memory>
-#include <ostream>
-#include <sstream>
-#include <string>
 
 // Hosts fill the record themselves: its layout is fixed.
 static_assert(sizeof(Cleanup::MeshData) == 144);

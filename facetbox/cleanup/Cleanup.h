@@ -1,9 +1,9 @@
 #pragma once
 
-#include <facetbox/util/Export.h>
-
 #include <cstdint>
 #include <iosfwd>
+
+#include <facetbox/util/Export.h>
 
 /// Clean-up of polygon meshes: a flat record goes in, one operation runs, a new record comes out.
 ///

@@ -1,10 +1,4 @@
 #include <facetbox/cleanup/MeshDataConversion.h>
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/materials/Shader.h>
-#include <facetbox/util/materials/TextEncoding.h>
-#include <facetbox/util/materials/Texture.h>
-#include <facetbox/util/mesh/HoleAssignment.h>
-#include <facetbox/util/mesh/MeshStorage.h>
 
 #include <algorithm>
 #include <limits>
@@ -13,6 +7,13 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
+
+#include <facetbox/util/Buffer.h>
+#include <facetbox/util/materials/Shader.h>
+#include <facetbox/util/materials/TextEncoding.h>
+#include <facetbox/util/materials/Texture.h>
+#include <facetbox/util/mesh/HoleAssignment.h>
+#include <facetbox/util/mesh/MeshStorage.h>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define FACETBOX_LEAK_CHECKED 1

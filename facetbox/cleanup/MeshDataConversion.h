@@ -1,10 +1,10 @@
 #pragma once
 
-#include <facetbox/cleanup/Cleanup.h>
-#include <facetbox/util/Mesh.h>
-
 #include <memory>
 #include <string>
+
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/util/Mesh.h>
 
 /// The working mesh for a record, with its hole groups checked; null when the record has no vertex.
 ///

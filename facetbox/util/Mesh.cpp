@@ -1,4 +1,10 @@
 #include <facetbox/util/Mesh.h>
+
+#include <algorithm>
+#include <span>
+#include <stdexcept>
+#include <utility>
+
 #include <facetbox/util/math/Matrix4.h>
 #include <facetbox/util/mesh/FaceRenumbering.h>
 #include <facetbox/util/mesh/FlipFace.h>
@@ -6,11 +12,6 @@
 #include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/mesh/Polygon.h>
 #include <facetbox/util/mesh/PolygonArea.h>
-
-#include <algorithm>
-#include <span>
-#include <stdexcept>
-#include <utility>
 
 namespace util {
 namespace {

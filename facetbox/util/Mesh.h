@@ -1,12 +1,12 @@
 #pragma once
 
-#include <facetbox/util/Export.h>
-
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <vector>
+
+#include <facetbox/util/Export.h>
 
 namespace util {
 

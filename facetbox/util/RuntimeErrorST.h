@@ -1,10 +1,10 @@
 #pragma once
 
-#include <facetbox/util/Export.h>
-
 #include <memory>
 #include <stdexcept>
 #include <string>
+
+#include <facetbox/util/Export.h>
 
 namespace util {
 

@@ -1,10 +1,4 @@
 #include <facetbox/cleanup/Cleanup.h>
-#include <facetbox/cleanup/MeshDataConversion.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <tests/support/Meshes.h>
-#include <tests/support/RecordCheck.h>
 
 #include <bit>
 #include <cmath>
@@ -13,6 +7,14 @@
 #include <locale>
 #include <sstream>
 #include <stdexcept>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <facetbox/cleanup/MeshDataConversion.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <tests/support/Meshes.h>
+#include <tests/support/RecordCheck.h>
 
 namespace {
 

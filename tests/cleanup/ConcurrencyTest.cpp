@@ -1,13 +1,14 @@
-#include <facetbox/cleanup/Cleanup.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <gtest/gtest.h>
-#include <tests/support/Meshes.h>
-#include <tests/support/RecordCheck.h>
-
 #include <atomic>
 #include <barrier>
 #include <set>
 #include <thread>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <tests/support/Meshes.h>
+#include <tests/support/RecordCheck.h>
 
 namespace {
 

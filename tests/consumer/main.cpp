@@ -1,14 +1,14 @@
 // Uses what a host may use and nothing else; prints the version and what is left of a mesh.
 
-#include <facetbox/cleanup/Cleanup.h>
-#include <facetbox/util/Mesh.h>
-#include <facetbox/util/RuntimeErrorST.h>
-#include <facetbox/version.h>
-
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <string>
+
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/util/Mesh.h>
+#include <facetbox/util/RuntimeErrorST.h>
+#include <facetbox/version.h>
 
 int main() {
   if (std::strcmp(facetbox::version(), FACETBOX_VERSION_STRING) != 0) return 1;

@@ -1,12 +1,13 @@
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <gtest/gtest.h>
-#include <tests/support/Meshes.h>
-
 #include <algorithm>
 #include <map>
 #include <span>
 #include <sstream>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <tests/support/Meshes.h>
 
 namespace support {
 namespace {

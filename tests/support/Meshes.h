@@ -1,15 +1,15 @@
 #pragma once
 
-#include <facetbox/cleanup/Cleanup.h>
-#include <facetbox/util/Mesh.h>
-#include <facetbox/util/math/Vec3.h>
-
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
+
+#include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/util/Mesh.h>
+#include <facetbox/util/math/Vec3.h>
 
 namespace support {
 

@@ -1,12 +1,12 @@
-#include <facetbox/util/math/Predicates.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
-#include <tests/support/PlainMesh.h>
-
 #include <algorithm>
 #include <cmath>
 #include <span>
 #include <sstream>
+
+#include <facetbox/util/math/Predicates.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
+#include <tests/support/PlainMesh.h>
 
 namespace support {
 namespace {

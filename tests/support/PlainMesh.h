@@ -1,16 +1,16 @@
 #pragma once
 
-#include <facetbox/util/Mesh.h>
-#include <facetbox/util/materials/Shader.h>
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/mesh/Polygon.h>
-#include <tests/support/Meshes.h>
-
 #include <cstdint>
 #include <map>
 #include <random>
 #include <string>
 #include <vector>
+
+#include <facetbox/util/Mesh.h>
+#include <facetbox/util/materials/Shader.h>
+#include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/mesh/Polygon.h>
+#include <tests/support/Meshes.h>
 
 /// The slow twin of the working mesh: a record per face, a map of holes, and the maintenance steps written down the
 /// way they are described, without a thought for speed.

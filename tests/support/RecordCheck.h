@@ -1,9 +1,9 @@
 #pragma once
 
-#include <facetbox/cleanup/Cleanup.h>
-
 #include <cstdint>
 #include <string>
+
+#include <facetbox/cleanup/Cleanup.h>
 
 namespace support {
 

@@ -1,10 +1,10 @@
 #include <tools/ObjFile.h>
-#include <tools/RecordBridge.h>
 
 #include <bit>
 #include <cmath>
 #include <random>
 
+#include <tools/RecordBridge.h>
 #include "ToolTestSupport.h"
 
 namespace tool {

@@ -1,10 +1,11 @@
-#include <signal.h>
-#include <sys/stat.h>
 #include <tools/OutputFile.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <thread>
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "ToolTestSupport.h"
 

@@ -1,10 +1,9 @@
-#include <tools/Model.h>
-
 #include <algorithm>
 #include <array>
 #include <map>
 #include <set>
 
+#include <tools/Model.h>
 #include "ToolTestSupport.h"
 
 namespace tool {

@@ -1,9 +1,9 @@
-#include <tools/Model.h>
-
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <set>
 
+#include <nlohmann/json.hpp>
+
+#include <tools/Model.h>
 #include "ToolTestSupport.h"
 
 namespace tool {

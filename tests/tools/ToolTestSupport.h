@@ -1,12 +1,5 @@
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <tools/Errors.h>
-#include <tools/ObjFile.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +7,14 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <tools/Errors.h>
+#include <tools/ObjFile.h>
 
 namespace tool {
 

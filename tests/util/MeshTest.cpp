@@ -1,8 +1,4 @@
 #include <facetbox/util/Mesh.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <tests/support/PlainMesh.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -10,6 +6,12 @@
 #include <limits>
 #include <set>
 #include <stdexcept>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <tests/support/PlainMesh.h>
 
 namespace {
 

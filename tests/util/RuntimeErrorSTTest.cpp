@@ -1,11 +1,12 @@
 #include <facetbox/util/RuntimeErrorST.h>
-#include <gtest/gtest.h>
 
-#include <boost/stacktrace.hpp>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <boost/stacktrace.hpp>
 
 namespace {
 

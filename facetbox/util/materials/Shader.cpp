@@ -1,14 +1,16 @@
 #include <facetbox/util/materials/Shader.h>
-#include <facetbox/util/materials/Texture.h>
 
 #include <algorithm>
+#include <stdexcept>
+
 #include <boost/container_hash/hash.hpp>
 #include <boost/flyweight/flyweight.hpp>
 #include <boost/flyweight/hashed_factory.hpp>
 #include <boost/flyweight/intermodule_holder.hpp>
 #include <boost/flyweight/refcounted.hpp>
 #include <boost/flyweight/simple_locking.hpp>
-#include <stdexcept>
+
+#include <facetbox/util/materials/Texture.h>
 
 namespace util {
 namespace {

@@ -1,7 +1,8 @@
 #include <facetbox/util/materials/Texture.h>
-#include <md5.h>
 
 #include <utility>
+
+#include <md5.h>
 
 namespace util {
 namespace {

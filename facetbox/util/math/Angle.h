@@ -1,8 +1,8 @@
 #pragma once
 
-#include <facetbox/util/math/Vec3.h>
-
 #include <cmath>
+
+#include <facetbox/util/math/Vec3.h>
 
 namespace util {
 

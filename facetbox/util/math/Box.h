@@ -1,9 +1,9 @@
 #pragma once
 
-#include <facetbox/util/math/Vec3.h>
-
 #include <algorithm>
 #include <limits>
+
+#include <facetbox/util/math/Vec3.h>
 
 namespace util {
 

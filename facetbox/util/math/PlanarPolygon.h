@@ -1,13 +1,13 @@
 #pragma once
 
-#include <facetbox/util/math/Predicates.h>
-#include <facetbox/util/math/Vec3.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <span>
 #include <vector>
+
+#include <facetbox/util/math/Predicates.h>
+#include <facetbox/util/math/Vec3.h>
 
 namespace util {
 

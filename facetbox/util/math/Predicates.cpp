@@ -1,10 +1,11 @@
 #include <facetbox/util/math/Predicates.h>
 
 #include <array>
-#include <boost/multiprecision/cpp_int.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
+
+#include <boost/multiprecision/cpp_int.hpp>
 
 // Error-free sums after Knuth, products after Dekker (A Floating-Point Technique for Extending the Available
 // Precision, 1971), expansions after Shewchuk (see the header).

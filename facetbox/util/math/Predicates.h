@@ -1,11 +1,11 @@
 #pragma once
 
-#include <facetbox/util/math/Vec3.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <span>
+
+#include <facetbox/util/math/Vec3.h>
 
 /// Exact predicates on points of the plane: no tolerance, no rounding, for every finite double (denormals and the
 /// largest magnitudes included). Round-to-nearest is assumed.

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/mesh/PrimitiveList.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
+
+#include <facetbox/util/Buffer.h>
+#include <facetbox/util/mesh/PrimitiveList.h>
 
 namespace util {
 

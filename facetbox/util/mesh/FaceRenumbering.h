@@ -1,9 +1,9 @@
 #pragma once
 
-#include <facetbox/util/Buffer.h>
-
 #include <cstddef>
 #include <cstdint>
+
+#include <facetbox/util/Buffer.h>
 
 namespace util {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <facetbox/util/mesh/PrimitiveList.h>
-
 #include <cstddef>
+
+#include <facetbox/util/mesh/PrimitiveList.h>
 
 namespace util {
 

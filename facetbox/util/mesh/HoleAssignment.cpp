@@ -1,15 +1,16 @@
-#include <facetbox/util/math/Box.h>
 #include <facetbox/util/mesh/HoleAssignment.h>
-#include <facetbox/util/mesh/HolePlacement.h>
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/spatial/BoxForest.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <span>
 #include <stdexcept>
 #include <vector>
+
+#include <facetbox/util/math/Box.h>
+#include <facetbox/util/mesh/HolePlacement.h>
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/spatial/BoxForest.h>
 
 namespace util {
 namespace {

@@ -1,17 +1,17 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <utility>
+
 #include <facetbox/util/Buffer.h>
 #include <facetbox/util/math/Box.h>
 #include <facetbox/util/math/PlanarPolygon.h>
 #include <facetbox/util/math/Vec3.h>
 #include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/spatial/BoxForest.h>
-
-#include <array>
-#include <cstddef>
-#include <cstdint>
-#include <unordered_map>
-#include <utility>
 
 namespace util {
 

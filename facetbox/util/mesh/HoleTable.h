@@ -1,12 +1,12 @@
 #pragma once
 
-#include <facetbox/util/mesh/FaceRenumbering.h>
-#include <facetbox/util/mesh/SmallIndexList.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
+
+#include <facetbox/util/mesh/FaceRenumbering.h>
+#include <facetbox/util/mesh/SmallIndexList.h>
 
 namespace util {
 

@@ -1,12 +1,13 @@
-#include <facetbox/util/math/PlanarPolygon.h>
-#include <facetbox/util/mesh/FaceRenumbering.h>
-#include <facetbox/util/mesh/HolePlacement.h>
 #include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
 
 #include <bit>
 #include <vector>
+
+#include <facetbox/util/math/PlanarPolygon.h>
+#include <facetbox/util/mesh/FaceRenumbering.h>
+#include <facetbox/util/mesh/HolePlacement.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
 
 namespace util {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <facetbox/util/Mesh.h>
-#include <facetbox/util/mesh/PrimitiveList.h>
-
 #include <cstddef>
 #include <cstdint>
+
+#include <facetbox/util/Mesh.h>
+#include <facetbox/util/mesh/PrimitiveList.h>
 
 namespace util {
 

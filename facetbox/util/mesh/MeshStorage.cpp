@@ -1,6 +1,7 @@
 #include <facetbox/util/mesh/MeshStorage.h>
 
 #include <algorithm>
+
 #include <boost/thread/lock_types.hpp>
 
 namespace util {

@@ -1,5 +1,15 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <boost/thread/mutex.hpp>
+
 #include <facetbox/util/Buffer.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/materials/Shader.h>
@@ -7,15 +17,6 @@
 #include <facetbox/util/mesh/HoleTable.h>
 #include <facetbox/util/mesh/PrimitiveList.h>
 #include <facetbox/util/mesh/SmallIndexList.h>
-
-#include <array>
-#include <boost/thread/mutex.hpp>
-#include <cstdint>
-#include <memory>
-#include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace util {
 

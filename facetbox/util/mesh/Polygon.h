@@ -1,10 +1,10 @@
 #pragma once
 
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/mesh/SmallIndexList.h>
-
 #include <cstdint>
 #include <vector>
+
+#include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/mesh/SmallIndexList.h>
 
 namespace util {
 

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/mesh/Polygon.h>
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
+
+#include <facetbox/util/Buffer.h>
+#include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/mesh/Polygon.h>
 
 namespace util {
 

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <boost/container/small_vector.hpp>
 #include <cstdint>
+
+#include <boost/container/small_vector.hpp>
 
 namespace util {
 

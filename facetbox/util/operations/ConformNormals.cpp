@@ -1,9 +1,3 @@
-#include <facetbox/util/math/Matrix4.h>
-#include <facetbox/util/mesh/EdgeMap.h>
-#include <facetbox/util/mesh/FlipFace.h>
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/ConformNormals.h>
 
 #include <algorithm>
@@ -13,6 +7,12 @@
 #include <limits>
 #include <span>
 #include <vector>
+
+#include <facetbox/util/math/Matrix4.h>
+#include <facetbox/util/mesh/FlipFace.h>
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
 
 namespace util {
 namespace {
@@ -78,18 +78,85 @@ Orientation opposite(Orientation orientation) {
   return orientation == Orientation::likeSeed ? Orientation::againstSeed : Orientation::likeSeed;
 }
 
-/// Whether a face that uses the edge between u and w once runs it from u to w.
-///
-/// It has the edge in one direction or the other: the map that names it as a user was built from these corners.
-bool runsEdge(std::span<const std::uint32_t> corners, std::uint32_t u, std::uint32_t w) {
-  std::uint32_t from = corners.back();
-  for (const std::uint32_t to : corners) {
-    if (from == u && to == w) return true;
-    if (from == w && to == u) return false;
-    from = to;
+/// For every corner the face beyond the edge that leaves it, where the edge is used exactly twice.
+class FaceNeighbours {
+ public:
+  /// O(vertices + corners), O(corners log corners) around a vertex that very many edges share.
+  FaceNeighbours(const PrimitiveList& faces, std::size_t vertexCount) {
+    mNeighbours.resize(faces.poolSize(), kNone);
+
+    // Counting sort of the edge uses by their lower vertex, then matching within each vertex's bucket.
+    Buffer<std::uint32_t> bucketEnds(vertexCount + 1, 0);
+    for (std::size_t face = 0; face < faces.size(); ++face) {
+      const auto corners = faces.corners(face);
+      for (std::size_t i = 0, n = corners.size(); i < n; ++i)
+        ++bucketEnds[std::min(corners[i], corners[i + 1 == n ? 0 : i + 1]) + 1];
+    }
+    for (std::size_t v = 1; v <= vertexCount; ++v) bucketEnds[v] += bucketEnds[v - 1];
+    Buffer<EdgeUse> uses(bucketEnds[vertexCount]);
+    // Filling moves the start of bucket v, kept in bucketEnds[v], to its end.
+    for (std::uint32_t face = 0; face < faces.size(); ++face) {
+      const auto corners = faces.corners(face);
+      auto position = static_cast<std::uint32_t>(faces.offset(face));
+      for (std::size_t i = 0, n = corners.size(); i < n; ++i, ++position) {
+        const std::uint32_t a = corners[i], b = corners[i + 1 == n ? 0 : i + 1];
+        uses[bucketEnds[std::min(a, b)]++] = {std::max(a, b), position, face << 1 | (a < b ? 0u : 1u)};
+      }
+    }
+    for (std::size_t v = 0, begin = 0; v < vertexCount; begin = bucketEnds[v++])
+      matchBucket(std::span(uses).subspan(begin, bucketEnds[v] - begin));
   }
-  return false;
-}
+
+  /// Calls `use(neighbour, runs the edge in the same direction)` for the corners of a face, in order. A face that uses
+  /// an edge twice is its own neighbour there.
+  template <class Use>
+  void forEach(const PrimitiveList& faces, std::uint32_t face, Use use) const {
+    const std::uint32_t* const first = mNeighbours.data() + faces.offset(face);
+    for (const std::uint32_t neighbour : std::span(first, faces.cornerCount(face)))
+      if (neighbour != kNone) use(neighbour >> 1, (neighbour & kSameDirection) != 0);
+  }
+
+ private:
+  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+  static constexpr std::uint32_t kSameDirection = 1;
+  static constexpr std::size_t kSortFrom = 24;  // below it, looking through a bucket is cheaper than sorting it
+
+  /// One use of an edge, in the bucket of its lower vertex.
+  struct EdgeUse {
+    std::uint32_t high;              ///< the other vertex
+    std::uint32_t position;          ///< of the corner in the pool
+    std::uint32_t faceAndDirection;  ///< twice the face; one more where it runs down, or from a vertex to itself
+  };
+
+  void matchBucket(std::span<EdgeUse> bucket) {
+    if (bucket.size() < kSortFrom) {
+      for (std::size_t i = 0; i < bucket.size(); ++i) {
+        std::size_t other = i, useCount = 0;
+        for (std::size_t j = 0; j < bucket.size(); ++j) {
+          if (bucket[j].high != bucket[i].high) continue;
+          ++useCount;
+          if (j != i) other = j;
+        }
+        if (useCount == 2 && i < other) match(bucket[i], bucket[other]);
+      }
+      return;
+    }
+    std::ranges::sort(bucket, {}, &EdgeUse::high);
+    for (auto begin = bucket.begin(); begin != bucket.end();) {
+      const auto end = std::find_if(begin, bucket.end(), [&](const EdgeUse& use) { return use.high != begin->high; });
+      if (end - begin == 2) match(begin[0], begin[1]);
+      begin = end;
+    }
+  }
+
+  void match(const EdgeUse& a, const EdgeUse& b) {
+    const std::uint32_t same = ~(a.faceAndDirection ^ b.faceAndDirection) & kSameDirection;
+    mNeighbours[a.position] = (b.faceAndDirection & ~1u) | same;
+    mNeighbours[b.position] = (a.faceAndDirection & ~1u) | same;
+  }
+
+  Buffer<std::uint32_t> mNeighbours;  // per position of the corner pool
+};
 
 /// The faces in the order in which they are reached, piece after piece, and each one's orientation.
 class PieceWalk {
@@ -97,7 +164,7 @@ class PieceWalk {
   PieceWalk(MeshStorage& mesh, std::span<const Vec3> points)
       : mFaces(mesh.mFaces),
         mPoints(points),
-        mEdges(buildEdgeMap(mesh.mFaces, mesh.mVertices.size())),
+        mNeighbours(mesh.mFaces, mesh.mVertices.size()),
         mLinks(mesh.mHoles, mesh.mFaces.size()),
         mOrientations(mesh.mFaces.size(), Orientation::unreached) {
     mReached.reserve(mesh.mFaces.size());
@@ -129,18 +196,10 @@ class PieceWalk {
 
   void reachNeighbours(std::uint32_t face, BoxFromBelow& box) {
     const Orientation orientation = mOrientations[face];
-    const auto corners = mFaces.corners(face);
-    const std::size_t n = corners.size();
-    for (std::size_t i = 0; i < n; ++i) {
-      box.add(mPoints[corners[i]]);
-      const auto users = mEdges.faces(mEdges.edgeOfCorner(mFaces.offset(face) + i));
-      if (users.size() != 2) continue;
-      // Where the face uses the edge twice itself, it is its own neighbour and reached.
-      const std::uint32_t neighbour = users[0] == face ? users[1] : users[0];
-      if (isReached(neighbour)) continue;
-      const bool sameDirection = runsEdge(mFaces.corners(neighbour), corners[i], corners[i + 1 == n ? 0 : i + 1]);
-      reach(neighbour, sameDirection ? opposite(orientation) : orientation);
-    }
+    for (const std::uint32_t v : mFaces.corners(face)) box.add(mPoints[v]);
+    mNeighbours.forEach(mFaces, face, [&](std::uint32_t neighbour, bool sameDirection) {
+      if (!isReached(neighbour)) reach(neighbour, sameDirection ? opposite(orientation) : orientation);
+    });
     mLinks.forEachLink(face, [&](std::uint32_t other) {
       if (!isReached(other)) reach(other, orientation);
     });
@@ -162,7 +221,7 @@ class PieceWalk {
 
   PrimitiveList& mFaces;
   std::span<const Vec3> mPoints;
-  EdgeMap mEdges;
+  FaceNeighbours mNeighbours;
   HoleLinks mLinks;
   BoxFromBelow mWholeBox;
   Buffer<Orientation> mOrientations;

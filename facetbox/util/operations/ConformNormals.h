@@ -22,7 +22,7 @@ namespace util {
 ///
 /// @param transform  16 doubles, column-major: the frame in which "outward" and "below" (-y) are meant, the stored
 ///                   coordinates don't change
-/// O(vertices + corners); about 16 bytes a corner beside the mesh, 24 more a vertex unless `transform` is the
+/// O(vertices + corners); about 17 bytes a corner beside the mesh, 24 more a vertex unless `transform` is the
 /// identity.
 void conformNormals(Mesh& mesh, const double* transform);
 

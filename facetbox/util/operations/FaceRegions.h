@@ -1,13 +1,13 @@
 #pragma once
 
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/mesh/EdgeTwins.h>
-#include <facetbox/util/mesh/PrimitiveList.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
+
+#include <facetbox/util/Buffer.h>
+#include <facetbox/util/mesh/EdgeTwins.h>
+#include <facetbox/util/mesh/PrimitiveList.h>
 
 namespace util {
 

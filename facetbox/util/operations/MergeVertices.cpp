@@ -1,13 +1,14 @@
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/MergeVertices.h>
-#include <facetbox/util/operations/VertexGroups.h>
 
 #include <algorithm>
 #include <compare>
 #include <span>
 #include <vector>
+
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
+#include <facetbox/util/operations/VertexGroups.h>
 
 namespace util {
 namespace {

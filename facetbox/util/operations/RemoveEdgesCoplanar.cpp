@@ -1,10 +1,3 @@
-#include <facetbox/util/math/Angle.h>
-#include <facetbox/util/mesh/EdgeTwins.h>
-#include <facetbox/util/mesh/HoleAssignment.h>
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
-#include <facetbox/util/operations/FaceRegions.h>
 #include <facetbox/util/operations/RemoveEdgesCoplanar.h>
 
 #include <algorithm>
@@ -15,6 +8,14 @@
 #include <span>
 #include <utility>
 #include <vector>
+
+#include <facetbox/util/math/Angle.h>
+#include <facetbox/util/mesh/EdgeTwins.h>
+#include <facetbox/util/mesh/HoleAssignment.h>
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
+#include <facetbox/util/operations/FaceRegions.h>
 
 namespace util {
 namespace {

@@ -1,12 +1,13 @@
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/RemoveEdgesZero.h>
-#include <facetbox/util/operations/RemoveFacesZero.h>
 
 #include <algorithm>
 #include <span>
 #include <vector>
+
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
+#include <facetbox/util/operations/RemoveFacesZero.h>
 
 namespace util {
 namespace {

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <facetbox/util/Mesh.h>
-
 #include <cstdint>
+
+#include <facetbox/util/Mesh.h>
 
 namespace util {
 
@@ -18,7 +18,7 @@ namespace util {
 /// holes with it. The tag of the face that stays becomes the union of both tags.
 ///
 /// @return number of faces removed as double, holes not counted. If 0, the mesh is untouched.
-/// O(corners) expected, plus O(d log d) in the number d of doubles; about 4 bytes a corner, 16 a double. Many copies of
+/// O(corners) expected; about 12 bytes a face, and up to 32 more for one that has a double. Many copies of
 /// one face that differ in their texture coordinates alone are compared where they lie close to each other along the
 /// coordinate that separates them best; only if there is none (or each visits vertices twice), each with each.
 std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes);

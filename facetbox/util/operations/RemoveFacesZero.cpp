@@ -1,7 +1,8 @@
+#include <facetbox/util/operations/RemoveFacesZero.h>
+
 #include <facetbox/util/mesh/Maintenance.h>
 #include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/mesh/PolygonArea.h>
-#include <facetbox/util/operations/RemoveFacesZero.h>
 
 namespace util {
 

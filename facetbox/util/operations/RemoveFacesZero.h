@@ -1,8 +1,8 @@
 #pragma once
 
-#include <facetbox/util/Mesh.h>
-
 #include <cstdint>
+
+#include <facetbox/util/Mesh.h>
 
 namespace util {
 

@@ -1,7 +1,3 @@
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/math/Angle.h>
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/operations/RemoveVerticesColinear.h>
 
 #include <algorithm>
@@ -10,6 +6,11 @@
 #include <cstddef>
 #include <span>
 #include <vector>
+
+#include <facetbox/util/Buffer.h>
+#include <facetbox/util/math/Angle.h>
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
 
 namespace util {
 namespace {

@@ -1,10 +1,11 @@
-#include <facetbox/util/RuntimeErrorST.h>
 #include <facetbox/util/operations/VertexGroups.h>
-#include <facetbox/util/spatial/PointOctree.h>
 
 #include <algorithm>
 #include <locale>
 #include <sstream>
+
+#include <facetbox/util/RuntimeErrorST.h>
+#include <facetbox/util/spatial/PointOctree.h>
 
 namespace util {
 namespace {

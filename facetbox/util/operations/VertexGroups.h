@@ -1,10 +1,10 @@
 #pragma once
 
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/math/Vec3.h>
-
 #include <cstdint>
 #include <span>
+
+#include <facetbox/util/Buffer.h>
+#include <facetbox/util/math/Vec3.h>
 
 namespace util {
 

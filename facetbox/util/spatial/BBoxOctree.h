@@ -1,8 +1,5 @@
 #pragma once
 
-#include <facetbox/util/math/Box.h>
-#include <facetbox/util/spatial/Octree.h>
-
 #include <algorithm>
 #include <cassert>
 #include <cstdint>
@@ -12,6 +9,9 @@
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+#include <facetbox/util/math/Box.h>
+#include <facetbox/util/spatial/Octree.h>
 
 namespace util {
 

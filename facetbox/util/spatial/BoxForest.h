@@ -1,8 +1,5 @@
 #pragma once
 
-#include <facetbox/util/math/Box.h>
-#include <facetbox/util/spatial/BBoxOctree.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -13,6 +10,9 @@
 #include <span>
 #include <utility>
 #include <vector>
+
+#include <facetbox/util/math/Box.h>
+#include <facetbox/util/spatial/BBoxOctree.h>
 
 namespace util {
 

@@ -1,7 +1,4 @@
 #include <facetbox/util/materials/Shader.h>
-#include <facetbox/util/materials/Texture.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <array>
 #include <barrier>
@@ -11,6 +8,11 @@
 #include <limits>
 #include <stdexcept>
 #include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <facetbox/util/materials/Texture.h>
 
 namespace {
 

@@ -1,9 +1,10 @@
 #include <facetbox/util/materials/TextEncoding.h>
-#include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace {
 

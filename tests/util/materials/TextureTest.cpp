@@ -1,4 +1,5 @@
 #include <facetbox/util/materials/Texture.h>
+
 #include <gtest/gtest.h>
 
 namespace {

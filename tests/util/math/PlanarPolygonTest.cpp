@@ -1,5 +1,4 @@
 #include <facetbox/util/math/PlanarPolygon.h>
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
@@ -7,6 +6,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace util {
 namespace {

@@ -1,13 +1,14 @@
 #include <facetbox/util/math/Predicates.h>
-#include <gtest/gtest.h>
 
 #include <array>
 #include <bit>
-#include <boost/multiprecision/cpp_int.hpp>
 #include <cstdint>
 #include <limits>
 #include <random>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <boost/multiprecision/cpp_int.hpp>
 
 namespace util {
 namespace {

@@ -1,10 +1,12 @@
 #include <facetbox/util/mesh/EdgeMap.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <gtest/gtest.h>
-#include <tests/support/Meshes.h>
 
 #include <algorithm>
 #include <map>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <tests/support/Meshes.h>
 
 namespace {
 

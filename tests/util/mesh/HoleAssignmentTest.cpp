@@ -1,10 +1,4 @@
-#include <facetbox/util/math/Predicates.h>
 #include <facetbox/util/mesh/HoleAssignment.h>
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <gtest/gtest.h>
-#include <tests/support/Meshes.h>
-#include <tests/support/PlainMesh.h>
 
 #include <algorithm>
 #include <array>
@@ -14,11 +8,19 @@
 #include <fstream>
 #include <limits>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <numbers>
 #include <random>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <facetbox/util/math/Predicates.h>
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <tests/support/Meshes.h>
+#include <tests/support/PlainMesh.h>
 
 namespace {
 

@@ -1,10 +1,12 @@
 #include <facetbox/util/mesh/HoleTable.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <tests/support/PlainMesh.h>
 
 #include <algorithm>
 #include <unordered_map>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <tests/support/PlainMesh.h>
 
 namespace {
 

@@ -1,6 +1,8 @@
 #include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
+
 #include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/MeshStorage.h>
 #include <tests/support/PlainMesh.h>
 
 namespace {

@@ -1,11 +1,13 @@
 #include <facetbox/util/mesh/PolygonArea.h>
-#include <gtest/gtest.h>
-#include <tests/support/Meshes.h>
 
 #include <bit>
 #include <cmath>
 #include <limits>
 #include <numeric>
+
+#include <gtest/gtest.h>
+
+#include <tests/support/Meshes.h>
 
 namespace {
 

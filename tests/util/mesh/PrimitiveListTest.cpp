@@ -1,10 +1,12 @@
-#include <facetbox/util/mesh/FlipFace.h>
 #include <facetbox/util/mesh/PrimitiveList.h>
-#include <gtest/gtest.h>
-#include <tests/support/PlainMesh.h>
 
 #include <algorithm>
 #include <bit>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/FlipFace.h>
+#include <tests/support/PlainMesh.h>
 
 namespace {
 

@@ -1,8 +1,4 @@
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/ConformNormals.h>
-#include <gtest/gtest.h>
-#include <tests/support/PlainMesh.h>
 
 #include <algorithm>
 #include <array>
@@ -11,6 +7,12 @@
 #include <map>
 #include <set>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
+#include <tests/support/PlainMesh.h>
 
 namespace {
 

@@ -1,9 +1,4 @@
-#include <facetbox/util/RuntimeErrorST.h>
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/MergeVertices.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
@@ -11,6 +6,12 @@
 #include <map>
 #include <random>
 
+#include <gtest/gtest.h>
+
+#include <facetbox/util/RuntimeErrorST.h>
+#include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
 #include "tests/support/Meshes.h"
 
 namespace {

@@ -1,9 +1,4 @@
-#include <facetbox/util/mesh/HoleAssignment.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
-#include <facetbox/util/operations/FaceRegions.h>
 #include <facetbox/util/operations/RemoveEdgesCoplanar.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
@@ -13,6 +8,12 @@
 #include <random>
 #include <set>
 
+#include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/HoleAssignment.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
+#include <facetbox/util/operations/FaceRegions.h>
 #include "tests/support/Meshes.h"
 
 namespace {

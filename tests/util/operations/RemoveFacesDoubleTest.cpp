@@ -1,13 +1,15 @@
-#include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/operations/RemoveFacesDouble.h>
-#include <gtest/gtest.h>
-#include <tests/support/PlainMesh.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <set>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <tests/support/PlainMesh.h>
 
 namespace {
 

@@ -1,10 +1,12 @@
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/RemoveFacesZero.h>
-#include <gtest/gtest.h>
-#include <tests/support/PlainMesh.h>
 
 #include <limits>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
+#include <tests/support/PlainMesh.h>
 
 namespace {
 

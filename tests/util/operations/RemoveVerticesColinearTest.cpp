@@ -1,9 +1,4 @@
-#include <facetbox/util/math/Angle.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/RemoveVerticesColinear.h>
-#include <gtest/gtest.h>
-#include <tests/support/PlainMesh.h>
 
 #include <algorithm>
 #include <array>
@@ -11,6 +6,13 @@
 #include <limits>
 #include <numeric>
 #include <set>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/math/Angle.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/util/mesh/PolygonArea.h>
+#include <tests/support/PlainMesh.h>
 
 namespace {
 

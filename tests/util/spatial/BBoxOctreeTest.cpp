@@ -1,8 +1,4 @@
-#include <facetbox/util/math/Box.h>
 #include <facetbox/util/spatial/BBoxOctree.h>
-#include <facetbox/util/spatial/BoxForest.h>
-#include <gtest/gtest.h>
-#include <tests/support/Meshes.h>
 
 #include <algorithm>
 #include <array>
@@ -16,6 +12,12 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/math/Box.h>
+#include <facetbox/util/spatial/BoxForest.h>
+#include <tests/support/Meshes.h>
 
 namespace {
 
