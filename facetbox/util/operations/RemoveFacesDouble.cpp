@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <boost/sort/spreadsort/integer_sort.hpp>
 #include <cmath>
 #include <compare>
 #include <cstddef>
@@ -155,6 +154,49 @@ class RepeatedKeys {
 
   Buffer<std::uint64_t> mWords;  // 32 slots each: low half for met, high half for met again; 16 to 32 slots per key
   int mShift;
+};
+
+/// Faces in classes of the same key, by the first faces of the classes; the faces of a class are ascending.
+class KeyClasses {
+ public:
+  /// @param faces  ascending
+  /// @param keys   of all faces, addressed by face
+  KeyClasses(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& keys) {
+    // A key's slot is the one that its upper bits name, or the next free one behind.
+    struct Slot {
+      std::uint32_t key, keyClass;
+    };
+    Buffer<Slot> slots(std::bit_ceil(faces.size() + faces.size() / 2 + 1), {0, kNone});
+    const int shift = 32 - std::bit_width(slots.size() - 1);
+    Buffer<std::uint32_t> classes;
+    classes.reserve(faces.size());
+    for (const std::uint32_t face : faces) {
+      std::size_t slot = std::uint64_t{keys[face]} >> shift;
+      while (slots[slot].keyClass != kNone && slots[slot].key != keys[face])
+        slot = slot + 1 == slots.size() ? 0 : slot + 1;
+      if (slots[slot].keyClass == kNone) {
+        slots[slot] = {keys[face], static_cast<std::uint32_t>(mEnds.size())};
+        mEnds.push_back(0);
+      }
+      classes.push_back(slots[slot].keyClass);
+      ++mEnds[slots[slot].keyClass];
+    }
+    // Counts to starts; filling moves them to the ends.
+    std::uint32_t total = 0;
+    for (std::uint32_t& end : mEnds) total += std::exchange(end, total);
+    mFaces.resize(faces.size());
+    for (std::size_t i = 0; i < faces.size(); ++i) mFaces[mEnds[classes[i]]++] = faces[i];
+  }
+
+  /// The faces, class after class.
+  std::span<std::uint32_t> faces() { return mFaces; }
+  /// Per class, where it ends among them.
+  std::span<const std::uint32_t> ends() const { return mEnds; }
+
+ private:
+  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+
+  Buffer<std::uint32_t> mFaces, mEnds;
 };
 
 /// Finds the faces that visit a vertex twice.
@@ -311,18 +353,11 @@ class DoubleSearch {
   DoubleSearch(const MeshStorage& mesh, bool compareAttributes) : mMesh(mesh), mComparison(mesh, compareAttributes) {}
 
   std::vector<Match> run() {
-    Buffer<std::uint64_t> candidates = findCandidates();
-    boost::sort::spreadsort::integer_sort(candidates.begin(), candidates.end());
-    std::vector<std::uint32_t> copies;
-    for (auto begin = candidates.begin(); begin != candidates.end();) {
-      const std::uint64_t key = *begin >> 32;
-      auto end = begin + 1;
-      while (end != candidates.end() && *end >> 32 == key) ++end;
-      if (end - begin > 1 || !mTwiceVisiting.empty()) {
-        copies.clear();
-        for (; begin != end; ++begin) copies.push_back(static_cast<std::uint32_t>(*begin));
-        resolveCopies(copies);
-      }
+    KeyClasses classes = findCandidates();
+    std::size_t begin = 0;
+    for (const std::uint32_t end : classes.ends()) {
+      const auto copies = classes.faces().subspan(begin, end - begin);
+      if (copies.size() > 1 || !mTwiceVisiting.empty()) resolveCopies(copies);
       begin = end;
     }
     return std::move(mMatches);
@@ -331,8 +366,8 @@ class DoubleSearch {
  private:
   static constexpr std::size_t kFewCopies = 16;  // compared each with each
 
-  /// The faces that may repeat another or themselves, each with its key in the upper half. Hole faces are left out.
-  Buffer<std::uint64_t> findCandidates() {
+  /// The faces that may repeat another or themselves, in classes by their keys. Hole faces are left out.
+  KeyClasses findCandidates() {
     const PrimitiveList& faces = mMesh.mFaces;
     const auto faceCount = static_cast<std::uint32_t>(faces.size());
     const std::vector<std::uint32_t> outerOf = mMesh.mHoles.outerOfHoles(faceCount);
@@ -355,15 +390,14 @@ class DoubleSearch {
       }
     }
 
-    Buffer<std::uint64_t> candidates;
+    Buffer<std::uint32_t> candidates;
     for (std::uint32_t face = 0; face < faceCount; ++face)
-      if (isCompared(face) && repeated.mayRepeat(keys[face]))
-        candidates.push_back(std::uint64_t{keys[face]} << 32 | face);
-    return candidates;
+      if (isCompared(face) && repeated.mayRepeat(keys[face])) candidates.push_back(face);
+    return {candidates, keys};
   }
 
   /// Matches faces of one key, ascending.
-  void resolveCopies(std::vector<std::uint32_t>& copies) {
+  void resolveCopies(std::span<std::uint32_t> copies) {
     if (!mComparison.comparesAttributes() || copies.size() <= kFewCopies) {
       resolvePlainly(copies);
       return;
