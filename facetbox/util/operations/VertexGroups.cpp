@@ -1,6 +1,7 @@
 #include <facetbox/util/operations/VertexGroups.h>
 
 #include <algorithm>
+#include <array>
 #include <locale>
 #include <sstream>
 
@@ -13,8 +14,39 @@ namespace {
 /// From this size on, a vertex that does not find itself is an error.
 constexpr std::size_t kCheckedSize = 1000;
 
-/// How far ahead of the search the memory that it needs is asked for.
-constexpr std::uint32_t kLookAhead = 12;
+/// The slots of the vertices to come, found early enough that the memory their searches need is there in time.
+class SlotsAhead {
+ public:
+  SlotsAhead(const PointOctree& octree, std::uint32_t vertexCount) : mOctree(octree), mVertexCount(vertexCount) {
+    findFrom(0);
+  }
+
+  /// The slot of a vertex. To be asked of the vertices in order.
+  std::uint32_t slotOf(std::uint32_t vertex) {
+    if (mRevision != mOctree.revision()) findFrom(vertex);
+    if (mVertexCount - vertex > kAhead) {
+      mOctree.prefetchSlot(mSlots[(vertex + kAhead) % kRing] = mOctree.slotOfPoint(vertex + kAhead));
+      mOctree.prefetchEntry(mSlots[(vertex + kAhead * 2 / 3) % kRing]);
+      mOctree.prefetchPoint(mSlots[(vertex + kAhead / 3) % kRing]);
+    }
+    return mSlots[vertex % kRing];
+  }
+
+ private:
+  static constexpr std::uint32_t kAhead = 24;
+  static constexpr std::uint32_t kRing = 32;
+
+  void findFrom(std::uint32_t vertex) {
+    mRevision = mOctree.revision();
+    const std::uint32_t end = vertex + std::min(kAhead, mVertexCount - vertex);
+    for (std::uint32_t v = vertex; v < end; ++v) mSlots[v % kRing] = mOctree.slotOfPoint(v);
+  }
+
+  const PointOctree& mOctree;
+  std::uint32_t mVertexCount;
+  int mRevision;
+  std::array<std::uint32_t, kRing> mSlots{};
+};
 
 [[noreturn]] void throwNotFound(const Vec3& vertex) {
   std::ostringstream text;
@@ -32,9 +64,9 @@ VertexGroups::VertexGroups(std::span<const Vec3> vertices, double tolerance) {
   // So seeds alone need to be searched.
   PointOctree seeds(vertices, tolerance);
   const double toleranceSq = tolerance * tolerance;
+  SlotsAhead slots(seeds, vertexCount);
   for (std::uint32_t v = 0; v < vertexCount; ++v) {
-    if (v + kLookAhead < vertexCount) seeds.prefetch(v + kLookAhead);
-    const std::uint32_t seed = seeds.findFirstNear(v);
+    const std::uint32_t seed = seeds.findFirstNear(v, slots.slotOf(v));
     if (seed != PointOctree::kNone) {
       mGroupOf[seed] = mGroupOf[v] = seed;
       mIsEmpty = false;

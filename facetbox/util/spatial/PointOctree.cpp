@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <utility>
 
 namespace util {
 namespace {
@@ -14,11 +15,35 @@ constexpr double kShortestReach = 1e-150;
 /// Covers the rounding of the squared test: its two sides are off by a few parts in 2^53.
 constexpr double kReachMargin = 1.0 + 1e-9;
 
+/// Leaf edges by level: at first by how far apart the points would be if they were spread over a surface as wide as
+/// their box, then smaller, then by the reach. Below twice the reach, a point could lie near more than two leaves of an
+/// axis.
+constexpr double kLeafEdgePerSpacing = 1.5;
+constexpr double kSmallerLeafEdge = 1.0 / 16.0;
 constexpr double kLeafEdgePerReach = 4.0;
+constexpr double kFinestLeafEdgePerReach = 2.5;
+constexpr int kLevelByReach = 2;
+constexpr int kFinestLevel = 3;
 
-/// From this leaf number on, neighbouring doubles are more than the reach apart: points within it are equal in the
-/// coordinate.
+/// A leaf of more points than this is crowded. By the reach alone it may hold more on a level that is good enough.
+constexpr int kCrowd = 24;
+constexpr int kCrowdByReach = 72;
+
+/// From this leaf number on, neighbouring doubles are more than twice the reach apart: points within it are equal in
+/// the coordinate.
 constexpr double kLastLeaf = 0x1p53;
+
+/// Distance between neighbours when the points are spread over a square as wide as their box; not finite where a
+/// coordinate is not, or where it overflows.
+double surfaceSpacing(std::span<const Vec3> points) {
+  if (points.empty()) return 0.0;
+  Vec3 low = points[0], high = points[0];
+  for (const Vec3& p : points) {
+    low = {std::min(p.x, low.x), std::min(p.y, low.y), std::min(p.z, low.z)};
+    high = {std::max(p.x, high.x), std::max(p.y, high.y), std::max(p.z, high.z)};
+  }
+  return std::sqrt(lengthSq(high - low) / static_cast<double>(points.size()));
+}
 
 }  // namespace
 
@@ -26,9 +51,15 @@ PointOctree::PointOctree(std::span<const Vec3> points, double distance)
     : mPoints(points),
       mDistanceSq(distance * distance),
       mReach(std::max(std::fabs(distance), kShortestReach) * kReachMargin),
-      mLeavesPerUnit(1.0 / (kLeafEdgePerReach * mReach)),
+      mLeafEdge(kLeafEdgePerReach * mReach),
+      mLevel(kLevelByReach),
       // Where the square overflows, everything is near and hardly anything gets stored.
       mIsIndexed(std::isfinite(mDistanceSq)) {
+  if (const double wide = kLeafEdgePerSpacing * surfaceSpacing(points); std::isfinite(wide) && wide > mLeafEdge) {
+    mLeafEdge = wide;
+    mLevel = 0;
+  }
+  mLeavesPerUnit = 1.0 / mLeafEdge;
   const std::size_t slotCount = mIsIndexed ? std::bit_ceil(std::max<std::size_t>(points.size(), 2)) : 2;
   mHashShift = 64 - std::countr_zero(slotCount);
   mSlots.resize(slotCount, kNone);
@@ -38,19 +69,49 @@ std::int64_t PointOctree::leafIndex(double coordinate) const {
   // Half a leaf off, so that the usual round coordinates lie inside a leaf and not between two.
   const double leaf = coordinate * mLeavesPerUnit + 0.5;
   // NaN takes the second way as well. Adding zero makes the two zeros one.
-  if (std::fabs(leaf) < kLastLeaf) return static_cast<std::int64_t>(std::floor(leaf));
-  return std::bit_cast<std::int64_t>(coordinate + 0.0);
+  if (!(std::fabs(leaf) < kLastLeaf)) return std::bit_cast<std::int64_t>(coordinate + 0.0);
+  // Rounded down.
+  const auto truncated = static_cast<std::int64_t>(leaf);
+  return truncated - (static_cast<double>(truncated) > leaf ? 1 : 0);
 }
 
-std::size_t PointOctree::slotOf(std::int64_t x, std::int64_t y, std::int64_t z) const {
+std::uint32_t PointOctree::slotOf(std::int64_t x, std::int64_t y, std::int64_t z) const {
   if (!mIsIndexed) return 0;
   std::uint64_t hash = static_cast<std::uint64_t>(x) * 0x9E3779B97F4A7C15u;
   hash = (std::rotl(hash, 26) ^ static_cast<std::uint64_t>(y)) * 0xC2B2AE3D27D4EB4Fu;
   hash = (std::rotl(hash, 26) ^ static_cast<std::uint64_t>(z)) * 0x165667B19E3779F9u;
-  return (hash ^ hash >> 32) * 0x9E3779B97F4A7C15u >> mHashShift;
+  return static_cast<std::uint32_t>((hash ^ hash >> 32) * 0x9E3779B97F4A7C15u >> mHashShift);
+}
+
+bool PointOctree::isCrowded(std::uint32_t slot) const {
+  int room = mLevel < kLevelByReach ? kCrowd : kCrowdByReach;
+  for (std::uint32_t e = mSlots[slot]; e != kNone; e = mEntries[e].next)
+    if (--room < 0) return true;
+  return false;
+}
+
+/// Makes all leaves smaller.
+void PointOctree::refine() {
+  ++mLevel;
+  const double byReach = kLeafEdgePerReach * mReach;
+  if (mLevel < kLevelByReach)
+    mLeafEdge = std::max(mLeafEdge * kSmallerLeafEdge, byReach);
+  else
+    mLeafEdge = mLevel == kLevelByReach ? byReach : kFinestLeafEdgePerReach * mReach;
+  mLeavesPerUnit = 1.0 / mLeafEdge;
+  const Buffer<Entry> old = std::exchange(mEntries, {});
+  std::ranges::fill(mSlots, kNone);
+  std::uint32_t last = kNone;
+  for (const Entry& entry : old)
+    if (entry.number != last) store(last = entry.number);
 }
 
 void PointOctree::insert(std::uint32_t number) {
+  if (mIsIndexed && mLevel < kFinestLevel && isCrowded(slotOfPoint(number))) refine();
+  store(number);
+}
+
+void PointOctree::store(std::uint32_t number) {
   // Points within the distance have, by the monotony of rounding, coordinates from the rounded p - reach to the
   // rounded p + reach, and leaf numbers are monotone in the coordinate. A leaf is wider than that range: at most two.
   const Vec3& p = mPoints[number];
@@ -66,16 +127,5 @@ void PointOctree::insert(std::uint32_t number) {
         if (!mIsIndexed) return;
       }
 }
-
-std::uint32_t PointOctree::findFirstNear(std::uint32_t number) const {
-  const Vec3 p = mPoints[number];
-  std::uint32_t first = kNone;
-  // Newest first: the last one found has the lowest number.
-  for (std::uint32_t e = mSlots[slotAt(p)]; e != kNone; e = mEntries[e].next)
-    if (lengthSq(mPoints[mEntries[e].number] - p) <= mDistanceSq) first = mEntries[e].number;
-  return first;
-}
-
-void PointOctree::prefetch(std::uint32_t number) const { __builtin_prefetch(&mSlots[slotAt(mPoints[number])]); }
 
 }  // namespace util

@@ -10,10 +10,11 @@ namespace util {
 
 /// Finds, among the points stored so far, the lowest-numbered one within a fixed distance of a point.
 ///
-/// A linear octree: only leaves that hold something exist, in a hash table. A leaf's edge is four times the distance,
-/// and a point is stored in every leaf that comes within the distance of it (mostly one to eight), so that a search
-/// looks at a single leaf. When only points that are farther than the distance from all stored ones get stored, a leaf
-/// holds a bounded number of them, however crowded the place is.
+/// A linear octree: only leaves that hold something exist, in a hash table of slots. A point is stored in every leaf
+/// that comes within the distance of it (one to eight), so that a search looks at a single leaf. Leaves begin about as
+/// wide as points are apart on a surface; where a leaf gets crowded, all leaves are made smaller, three times at most,
+/// down to two and a half times the distance. When only points that are farther than the distance from all stored ones
+/// get stored, a leaf then holds a bounded number of them, however crowded the place is.
 ///
 /// Exact: finds what comparing with every stored point would find, for all coordinates and distances.
 class PointOctree {
@@ -27,12 +28,31 @@ class PointOctree {
   /// Stores a point. Numbers must come in ascending order. Amortised O(1).
   void insert(std::uint32_t number);
 
+  /// The slot to search for points near point `number`. Valid until revision() changes.
+  std::uint32_t slotOfPoint(std::uint32_t number) const { return slotAt(mPoints[number]); }
+  /// Changes when the leaves are made smaller.
+  int revision() const { return mLevel; }
+
   /// The lowest-numbered stored point whose squared distance to point `number` is at most the squared distance of the
   /// octree, or kNone. O(points stored in one leaf).
-  std::uint32_t findFirstNear(std::uint32_t number) const;
+  std::uint32_t findFirstNear(std::uint32_t number, std::uint32_t slot) const {
+    const Vec3 p = mPoints[number];
+    std::uint32_t first = kNone;
+    // Newest first: the last one found has the lowest number.
+    for (std::uint32_t e = mSlots[slot]; e != kNone; e = mEntries[e].next)
+      if (lengthSq(mPoints[mEntries[e].number] - p) <= mDistanceSq) first = mEntries[e].number;
+    return first;
+  }
 
-  /// Hints that findFirstNear(number) is going to be asked for a few calls later.
-  void prefetch(std::uint32_t number) const;
+  /// Ask for the memory that a later search of the slot is going to need; each builds on what the one before it, some
+  /// searches ago, has brought.
+  void prefetchSlot(std::uint32_t slot) const { __builtin_prefetch(&mSlots[slot]); }
+  void prefetchEntry(std::uint32_t slot) const {
+    if (mSlots[slot] != kNone) __builtin_prefetch(&mEntries[mSlots[slot]]);
+  }
+  void prefetchPoint(std::uint32_t slot) const {
+    if (mSlots[slot] != kNone) __builtin_prefetch(&mPoints[mEntries[mSlots[slot]].number]);
+  }
 
  private:
   struct Entry {
@@ -40,14 +60,19 @@ class PointOctree {
     std::uint32_t next;  // position of the next entry of the same slot, or kNone
   };
 
+  void store(std::uint32_t number);
+  bool isCrowded(std::uint32_t slot) const;
+  void refine();
   std::int64_t leafIndex(double coordinate) const;
-  std::size_t slotOf(std::int64_t x, std::int64_t y, std::int64_t z) const;
-  std::size_t slotAt(const Vec3& p) const { return slotOf(leafIndex(p.x), leafIndex(p.y), leafIndex(p.z)); }
+  std::uint32_t slotOf(std::int64_t x, std::int64_t y, std::int64_t z) const;
+  std::uint32_t slotAt(const Vec3& p) const { return slotOf(leafIndex(p.x), leafIndex(p.y), leafIndex(p.z)); }
 
   std::span<const Vec3> mPoints;
   double mDistanceSq;
-  double mReach;          // a bit more than the distance
+  double mReach;  // a bit more than the distance
+  double mLeafEdge;
   double mLeavesPerUnit;  // 1 / leaf edge
+  int mLevel;             // 0: wide leaves, up to kFinestLevel
   bool mIsIndexed;        // else every point is stored in slot 0
   int mHashShift;
   Buffer<std::uint32_t> mSlots;  // position of the newest entry, or kNone; a power of two of them
