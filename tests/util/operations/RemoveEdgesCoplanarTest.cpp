@@ -33,7 +33,7 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 /// The cycle from its lowest vertex on.
 Indices fromLowest(Indices cycle) {
-  std::ranges::rotate(cycle, std::ranges::min_element(cycle));
+  std::rotate(cycle.begin(), std::ranges::min_element(cycle), cycle.end());
   return cycle;
 }
 
@@ -144,7 +144,9 @@ Faces triangulate(const Surface& surface, std::mt19937& random) {
     for (std::size_t f = 0; f < triangles.size(); ++f)
       for (int i = 0; i < 3; ++i) faceOf[{triangles[f][i], triangles[f][(i + 1) % 3]}] = f;
     std::set<std::size_t> changed;
-    for (const auto& [edge, f] : faceOf) {
+    for (const auto& entry : faceOf) {
+      const auto edge = entry.first;
+      const std::size_t f = entry.second;
       const auto other = faceOf.find({edge.second, edge.first});
       if (other == faceOf.end() || pick(random, 0, 1) || changed.contains(f) || changed.contains(other->second))
         continue;
@@ -163,7 +165,7 @@ Faces triangulate(const Surface& surface, std::mt19937& random) {
     }
   }
   std::ranges::shuffle(triangles, random);
-  for (Indices& t : triangles) std::ranges::rotate(t, t.begin() + pick(random, 0, 2));
+  for (Indices& t : triangles) std::rotate(t.begin(), t.begin() + pick(random, 0, 2), t.end());
   return triangles;
 }
 
