@@ -18,6 +18,7 @@
 /// - std::invalid_argument: an array that the counts call for is null
 /// - std::out_of_range: a vertex index is not below the number of vertices
 /// - std::length_error: a result has more than 2^31 - 1 entries in an array
+/// - util::RuntimeErrorST: only from mergeVertices, see there
 /// - std::bad_alloc: out of memory
 /// Arrays that are shorter than the counts say cannot be noticed; reading behind them is undefined.
 ///
@@ -49,19 +50,23 @@ class FACETBOX_EXPORT Cleanup {
     char* mLog;             ///< only in results: a text about dropped input, or null
   };
 
-  /// Welds vertices that lie within `tolerance` (inclusive) of each other into the one of lowest index.
+  /// Welds vertices that lie within `tolerance` (inclusive, the sign is ignored) of each other into the one of lowest
+  /// index. Linear. From 1000 vertices on, a vertex with a NaN or infinite coordinate raises util::RuntimeErrorST
+  /// "Merge failed : Vertex (x, y, z) not found in octree.".
   static const MeshData* mergeVertices(float tolerance, const MeshData& data);
 
-  /// Removes corners at which a face's boundary runs straight on, up to `tolerance` degrees.
-  /// With `keepTextureMapping`, corners whose texture coordinates are off the line stay.
+  /// Removes corners at which a face's boundary runs straight on, up to `tolerance` degrees, in all faces alike.
+  /// With `keepTextureMapping`, corners whose texture coordinates are 0.001 or more off the line stay. Linear.
   static const MeshData* removeVerticesColinear(float tolerance, bool keepTextureMapping, const MeshData& data);
 
   /// Merges neighbouring faces whose planes differ by at most `tolerance` degrees from that of their region's seed.
-  /// With `compareAttributes`, only faces of one material and one continuous texture mapping.
+  /// With `compareAttributes`, only faces of one material and one continuous texture mapping. Inner boundaries become
+  /// hole faces, which run opposite to their outer face. Below 0 nothing happens, 89 degrees at most count. O(n log n).
   static const MeshData* removeEdgesCoplanar(float tolerance, bool compareAttributes, const MeshData& data);
 
   /// Removes faces that repeat an earlier face: the same corners in the same or the reversed cyclic order.
-  /// With `compareAttributes`, material and texture coordinates (closer than 0.001) must agree as well.
+  /// With `compareAttributes`, material and texture coordinates (closer than 0.001) must agree as well. Holes of a
+  /// removed face go with it. Linear on average.
   static const MeshData* removeFacesDouble(bool compareAttributes, const MeshData& data);
 
   /// Removes faces whose area is below `threshold` (square units); an area equal to it stays, a NaN area too.
@@ -73,7 +78,8 @@ class FACETBOX_EXPORT Cleanup {
   /// vertices that no face uses. With nothing shorter, only unused vertices go. O(corners).
   static const MeshData* removeEdgesZero(float threshold, const MeshData& data);
 
-  /// Makes neighbouring faces run their common edge in opposite directions and every connected piece face outward.
+  /// Makes neighbouring faces run their common edge in opposite directions and every connected piece face outward,
+  /// cavities included. Linear.
   static const MeshData* conformNormals(const MeshData& data);
 
   /// Releases a record that one of the functions above returned, and every array in it but mHoles, which is left to
