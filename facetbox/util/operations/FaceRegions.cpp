@@ -144,6 +144,12 @@ std::uint32_t FaceRegions::previousCorner(std::uint32_t corner) const {
   return corner == begin ? begin + mFaces.cornerCount(face) - 1 : corner - 1;
 }
 
+std::uint32_t FaceRegions::nextCorner(std::uint32_t corner) const {
+  const std::uint32_t face = mTwins.mFaceOf[corner];
+  const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
+  return corner + 1 == begin + mFaces.cornerCount(face) ? begin : corner + 1;
+}
+
 void FaceRegions::addBorder(std::uint32_t corner) {
   std::uint32_t& first = mFirstBorder[mFaces.vertexAt(corner)];
   if (first == kNone) {
@@ -240,32 +246,39 @@ bool FaceRegions::resolvePinches() {
   return true;
 }
 
-std::vector<std::vector<std::uint32_t>> FaceRegions::borderLoops() {
-  std::vector<std::vector<std::uint32_t>> loops;
+/// Appends the loop of the border that a corner lies on.
+void FaceRegions::followLoop(std::uint32_t start) {
+  const auto vertexAt = [&](std::uint32_t corner) { return mFaces.vertexAt(corner); };
+  const auto begin = static_cast<std::ptrdiff_t>(mLoopCorners.size());
+  std::uint32_t corner = start;
+  do {
+    mLoopCorners.push_back(corner);
+    // One border edge leaves each vertex, so a vertex without one has been passed.
+    mFirstBorder[vertexAt(corner)] = kNone;
+    const auto leaving = borderFrom(vertexAt(nextCorner(corner)));
+    corner = leaving.empty() ? start : leaving.front();
+  } while (corner != start);
+  const auto first = mLoopCorners.begin() + begin;
+  std::rotate(first, std::ranges::min_element(first, mLoopCorners.end(), {}, vertexAt), mLoopCorners.end());
+  mLoopEnds.push_back(mLoopCorners.size());
+}
+
+const std::vector<FaceRegions::Loop>& FaceRegions::borderLoops() {
+  mLoopCorners.clear();
+  mLoopEnds.clear();
   for (const std::uint32_t face : mMembers) {
     const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
-    for (std::uint32_t start = begin; start < begin + mFaces.cornerCount(face); ++start) {
-      if (!isBorder(start) || mFirstBorder[mFaces.vertexAt(start)] == kNone) continue;
-      std::vector<std::uint32_t> loop;
-      std::uint32_t corner = start;
-      do {
-        loop.push_back(corner);
-        // Linked: one border edge leaves each vertex, so a vertex without one has been passed.
-        mFirstBorder[mFaces.vertexAt(corner)] = kNone;
-        const std::uint32_t next =
-            corner + 1 == mFaces.offset(mTwins.mFaceOf[corner]) + mFaces.cornerCount(mTwins.mFaceOf[corner])
-                ? static_cast<std::uint32_t>(mFaces.offset(mTwins.mFaceOf[corner]))
-                : corner + 1;
-        const auto leaving = borderFrom(mFaces.vertexAt(next));
-        corner = leaving.empty() ? start : leaving.front();
-      } while (corner != start);
-      const auto vertexAt = [&](std::uint32_t c) { return mFaces.vertexAt(c); };
-      std::rotate(loop.begin(), std::ranges::min_element(loop, {}, vertexAt), loop.end());
-      loops.push_back(std::move(loop));
-    }
+    for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(face); ++corner)
+      if (isBorder(corner) && mFirstBorder[mFaces.vertexAt(corner)] != kNone) followLoop(corner);
   }
-  std::ranges::sort(loops, {}, [&](const auto& loop) { return mFaces.vertexAt(loop.front()); });
-  return loops;
+  mLoops.clear();
+  std::size_t begin = 0;
+  for (const std::size_t end : mLoopEnds) {
+    mLoops.emplace_back(mLoopCorners.data() + begin, end - begin);
+    begin = end;
+  }
+  std::ranges::sort(mLoops, {}, [&](const Loop& loop) { return mFaces.vertexAt(loop.front()); });
+  return mLoops;
 }
 
 void FaceRegions::finish() {

@@ -18,6 +18,8 @@ namespace util {
 /// once pinches the region.
 class FaceRegions {
  public:
+  using Loop = std::span<const std::uint32_t>;
+
   static constexpr std::uint32_t kFree = 0xFFFFFFFFu;
 
   FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, const EdgeTwins& twins,
@@ -58,8 +60,8 @@ class FaceRegions {
 
   /// The closed loops that the region's border consists of, as pool positions of the corners that border edges leave.
   /// Each begins at its corner of lowest vertex index; the loops come in ascending order of these vertices.
-  /// Only after resolvePinches() returned true. O(n log n) in the loops.
-  std::vector<std::vector<std::uint32_t>> borderLoops();
+  /// Only after resolvePinches() returned true; valid until the next region's. O(n log n) in the loops.
+  const std::vector<Loop>& borderLoops();
 
   /// Ends the region: its faces stay taken. To be called before the next grow().
   void finish();
@@ -74,6 +76,8 @@ class FaceRegions {
   }
   bool isBorder(std::uint32_t corner) const { return isMember(mTwins.mFaceOf[corner]) && !isInner(corner); }
   std::uint32_t previousCorner(std::uint32_t corner) const;
+  std::uint32_t nextCorner(std::uint32_t corner) const;
+  void followLoop(std::uint32_t start);
 
   void addBorder(std::uint32_t corner);
   std::span<const std::uint32_t> borderFrom(std::uint32_t vertex);
@@ -96,6 +100,9 @@ class FaceRegions {
   std::vector<std::uint32_t> mPinches;  // a heap, lowest first, of vertices that may pinch
   std::vector<std::uint32_t> mLoose;    // neighbours of faces that were put out
   std::vector<std::uint32_t> mScratch;
+  std::vector<std::uint32_t> mLoopCorners;  // of all loops, loop after loop
+  std::vector<std::size_t> mLoopEnds;
+  std::vector<Loop> mLoops;
 
   // Which search reached a face; labels below mLabelBase are of old searches. Allocated when first needed.
   Buffer<std::uint32_t> mLabels;

@@ -304,15 +304,14 @@ class CoplanarMerge {
     return std::sqrt(du * du + dv * dv) < kTexCoordTolerance;
   }
 
-  using Loop = std::vector<std::uint32_t>;
+  using Loop = FaceRegions::Loop;
 
   /// Replaces the region's faces by one, its inner edges all cancelled at once; inner loops become hole faces.
   void mergeFacesWithSharedEdge(std::uint32_t seed, FaceRegions& regions) {
     const std::vector<std::uint32_t>& members = regions.members();
     if (members.size() < 2) return;
-    std::vector<Loop> loops = regions.borderLoops();
-    std::optional<Loop> outer = extractOuterLoop(seed, loops);
-    if (!outer || !holesWouldStay(*outer, loops, members)) return;
+    const std::optional<Loop> outer = extractOuterLoop(seed, regions.borderLoops());
+    if (!outer || !holesWouldStay(*outer, mInnerLoops, members)) return;
 
     const std::uint32_t survivor = members.front();
     changeMaterial(survivor, seed);
@@ -320,24 +319,23 @@ class CoplanarMerge {
     for (const std::uint32_t member : members) noteNewOuter(member, survivor);
     writeLoop(survivor, *outer);
     m.mFaces.setTag(survivor, tag);
-    extractAndRemoveHoles(seed, survivor, loops, members);
+    extractAndRemoveHoles(seed, survivor, mInnerLoops, members);
     mMergedCount += members.size() - 1;
   }
 
-  /// Takes the one loop of positive area out of the loops; none where there is not exactly one.
-  std::optional<Loop> extractOuterLoop(std::uint32_t seed, std::vector<Loop>& loops) const {
+  /// The one loop of positive area; none where there is not exactly one. The others become mInnerLoops.
+  std::optional<Loop> extractOuterLoop(std::uint32_t seed, std::span<const Loop> loops) {
     std::optional<Loop> outer;
-    std::vector<Loop> inner;
-    for (Loop& loop : loops) {
+    mInnerLoops.clear();
+    for (const Loop& loop : loops) {
       if (loop.size() < 3) return {};
       if (!(signedArea(loop, m.mFaces.normal(seed)) > 0.0)) {
-        inner.push_back(std::move(loop));
+        mInnerLoops.push_back(loop);
         continue;
       }
       if (outer) return {};
-      outer = std::move(loop);
+      outer = loop;
     }
-    loops = std::move(inner);
     return outer;
   }
 
@@ -352,7 +350,7 @@ class CoplanarMerge {
 
   /// Whether hole assignment would keep all the holes that the merged face is to have: those of the members and the
   /// new ones. Asked of a small mesh of these faces alone.
-  bool holesWouldStay(const Loop& outer, const std::vector<Loop>& newHoles, std::span<const std::uint32_t> members) {
+  bool holesWouldStay(const Loop& outer, std::span<const Loop> newHoles, std::span<const std::uint32_t> members) {
     std::vector<std::uint32_t> oldHoles;
     if (!m.mHoles.empty()) {
       if (mGroups.empty()) mGroups = m.mHoles.groupsByOuter(m.mFaces.size());
@@ -392,7 +390,7 @@ class CoplanarMerge {
 
   /// The inner loops become hole faces: at the places of the members that are no longer needed, ascending, then at the
   /// end of the list. The other members are cleared.
-  void extractAndRemoveHoles(std::uint32_t seed, std::uint32_t survivor, const std::vector<Loop>& holes,
+  void extractAndRemoveHoles(std::uint32_t seed, std::uint32_t survivor, std::span<const Loop> holes,
                              std::span<const std::uint32_t> members) {
     std::size_t next = 1;
     for (const Loop& loop : holes) {
@@ -464,6 +462,7 @@ class CoplanarMerge {
   Buffer<std::uint8_t> mHasPlane;
   Buffer<std::uint32_t> mRunOf;                          // empty without runs
   std::vector<std::pair<int, TextureMap>> mTextureMaps;  // of the current seed, per carried set
+  std::vector<Loop> mInnerLoops;                         // of the current region
   std::vector<HoleTable::Group> mGroups;
   std::vector<std::uint32_t> mNewOuterOf;  // empty as long as no hole can be concerned
   std::vector<HoleTable::NewHole> mNewHoles;
