@@ -159,8 +159,6 @@ std::unique_ptr<util::Mesh> meshDataToMesh(const Cleanup::MeshData& data, std::s
     mesh = std::make_unique<util::Mesh>(data.mName, data.mVCCount, data.mVertexCoords, data.mIndices, data.mCountCount,
                                         counts, data.mHoles, data.mHolesCount, &log);
   } else {
-    if (!data.mTCIndices && data.mCountCount > 0)
-      throw std::invalid_argument("mesh has texture coordinates, but no texture-coordinate indices");
     std::vector<MaterialPair> materials;
     if (data.mTexturesCount > 0) materials = makeRunMaterials(data);
     util::Buffer<std::uint32_t> starts(materials.size(), 0);

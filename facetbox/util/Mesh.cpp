@@ -22,6 +22,7 @@ constexpr std::int32_t kFewestCorners = 3;
 struct FaceArrays {
   const std::uint32_t* indices;
   const std::uint32_t* texCoordIndices;  ///< null without texture coordinates
+  bool hasTexCoords;
   const std::int32_t* counts;
   std::size_t faceCount;
 };
@@ -81,6 +82,7 @@ std::size_t readFaces(const FaceArrays& in, std::size_t vertexCount, FaceRenumbe
     cornerCount += static_cast<std::size_t>(in.counts[f]);
   }
   requireArray(in.indices, cornerCount > 0, "vertex indices");
+  requireArray(in.texCoordIndices, in.hasTexCoords && cornerCount > 0, "texture-coordinate indices");
   if (cornerCount > 0xFFFFFFFFu) throw std::length_error("mesh has more than 2^32 - 1 corners");
 
   Buffer<std::uint32_t> counts(legalCount), corners(cornerCount);
@@ -160,7 +162,7 @@ void Mesh::build(const char* name, int coordCount, const float* coords, const st
   readTexCoords(texCoordCount, texCoords, m.mTexCoords[0]);
   if (holes) m.mHoles.append(holes, countOf(holesCount));
 
-  const FaceArrays arrays{indices, texCoordIndices, counts, countOf(faceCount)};
+  const FaceArrays arrays{indices, texCoordIndices, texCoords != nullptr, counts, countOf(faceCount)};
   requireArray(counts, arrays.faceCount > 0, "corner counts");
   const bool mustRenumber = !m.mHoles.empty() || !m.mRunStarts.empty();
   FaceRenumbering renumbering(mustRenumber ? arrays.faceCount : 0);

@@ -82,6 +82,12 @@ TEST(Cleanup, nothingLeftGivesNull) {
   EXPECT_EQ(roundTrip(data), nullptr);
   record.mCounts = {2, 1};
   EXPECT_EQ(roundTrip(record), nullptr);
+  // Faces without corners need no indices, not even beside texture coordinates.
+  record.mCounts = {0};
+  record.mTexCoords = {0, 0};
+  data = record.view();
+  data.mIndices = data.mTCIndices = nullptr;
+  EXPECT_EQ(roundTrip(data), nullptr);
 }
 
 TEST(Cleanup, remainderOfTheCoordinateCountsIsIgnored) {
