@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <facetbox/util/math/Matrix4.h>
+#include <facetbox/util/mesh/EdgeBuckets.h>
 #include <facetbox/util/mesh/FlipFace.h>
 #include <facetbox/util/mesh/Maintenance.h>
 #include <facetbox/util/mesh/MeshStorage.h>
@@ -84,27 +85,16 @@ class FaceNeighbours {
   /// O(vertices + corners), O(corners log corners) around a vertex that very many edges share.
   FaceNeighbours(const PrimitiveList& faces, std::size_t vertexCount) {
     mNeighbours.resize(faces.poolSize(), kNone);
-
-    // Counting sort of the edge uses by their lower vertex, then matching within each vertex's bucket.
-    Buffer<std::uint32_t> bucketEnds(vertexCount + 1, 0);
-    for (std::size_t face = 0; face < faces.size(); ++face) {
-      const auto corners = faces.corners(face);
-      for (std::size_t i = 0, n = corners.size(); i < n; ++i)
-        ++bucketEnds[std::min(corners[i], corners[i + 1 == n ? 0 : i + 1]) + 1];
-    }
-    for (std::size_t v = 1; v <= vertexCount; ++v) bucketEnds[v] += bucketEnds[v - 1];
-    Buffer<EdgeUse> uses(bucketEnds[vertexCount]);
-    // Filling moves the start of bucket v, kept in bucketEnds[v], to its end.
-    for (std::uint32_t face = 0; face < faces.size(); ++face) {
-      const auto corners = faces.corners(face);
-      auto position = static_cast<std::uint32_t>(faces.offset(face));
-      for (std::size_t i = 0, n = corners.size(); i < n; ++i, ++position) {
-        const std::uint32_t a = corners[i], b = corners[i + 1 == n ? 0 : i + 1];
-        uses[bucketEnds[std::min(a, b)]++] = {std::max(a, b), position, face << 1 | (a < b ? 0u : 1u)};
-      }
-    }
-    for (std::size_t v = 0, begin = 0; v < vertexCount; begin = bucketEnds[v++])
-      matchBucket(std::span(uses).subspan(begin, bucketEnds[v] - begin));
+    EdgeBuckets<EdgeUse> buckets(
+        vertexCount, [&](auto visit) { forEachEdge(faces, visit); },
+        [](std::uint32_t face, std::uint32_t position, std::uint32_t a, std::uint32_t b) {
+          return EdgeUse{std::max(a, b), position, face << 1 | (a < b ? 0u : 1u)};
+        });
+    buckets.forEachPair([this](const EdgeUse& a, const EdgeUse& b) {
+      const std::uint32_t same = ~(a.mFaceAndDirection ^ b.mFaceAndDirection) & kSameDirection;
+      mNeighbours[a.mPosition] = (b.mFaceAndDirection & ~1u) | same;
+      mNeighbours[b.mPosition] = (a.mFaceAndDirection & ~1u) | same;
+    });
   }
 
   /// Calls `use(neighbour, runs the edge in the same direction)` for the corners of a face, in order. A face that uses
@@ -119,41 +109,14 @@ class FaceNeighbours {
  private:
   static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
   static constexpr std::uint32_t kSameDirection = 1;
-  static constexpr std::size_t kSortFrom = 24;  // below it, looking through a bucket is cheaper than sorting it
 
-  /// One use of an edge, in the bucket of its lower vertex.
   struct EdgeUse {
-    std::uint32_t high;              ///< the other vertex
-    std::uint32_t position;          ///< of the corner in the pool
-    std::uint32_t faceAndDirection;  ///< twice the face; one more where it runs down, or from a vertex to itself
+    std::uint32_t mHigh;
+    std::uint32_t mPosition;          ///< of the corner in the pool
+    std::uint32_t mFaceAndDirection;  ///< twice the face; one more where it runs down, or from a vertex to itself
+
+    std::uint32_t high() const { return mHigh; }
   };
-
-  void matchBucket(std::span<EdgeUse> bucket) {
-    if (bucket.size() < kSortFrom) {
-      for (std::size_t i = 0; i < bucket.size(); ++i) {
-        std::size_t other = i, useCount = 0;
-        for (std::size_t j = 0; j < bucket.size(); ++j) {
-          if (bucket[j].high != bucket[i].high) continue;
-          ++useCount;
-          if (j != i) other = j;
-        }
-        if (useCount == 2 && i < other) match(bucket[i], bucket[other]);
-      }
-      return;
-    }
-    std::ranges::sort(bucket, {}, &EdgeUse::high);
-    for (auto begin = bucket.begin(); begin != bucket.end();) {
-      const auto end = std::find_if(begin, bucket.end(), [&](const EdgeUse& use) { return use.high != begin->high; });
-      if (end - begin == 2) match(begin[0], begin[1]);
-      begin = end;
-    }
-  }
-
-  void match(const EdgeUse& a, const EdgeUse& b) {
-    const std::uint32_t same = ~(a.faceAndDirection ^ b.faceAndDirection) & kSameDirection;
-    mNeighbours[a.position] = (b.faceAndDirection & ~1u) | same;
-    mNeighbours[b.position] = (a.faceAndDirection & ~1u) | same;
-  }
 
   Buffer<std::uint32_t> mNeighbours;  // per position of the corner pool
 };
