@@ -1,0 +1,25 @@
+#include <facetbox/util/Triangulator.h>
+
+#include <utility>
+
+#include <facetbox/util/triangles/TriangleHierarchy.h>
+#include <facetbox/util/triangles/TriangleMeshFactory.h>
+
+namespace util {
+
+TriangleMesh::TriangleMesh(TriangleMeshArrays&& arrays) noexcept
+    : mVertexCoordinates(std::move(arrays.vertexCoordinates)),
+      mSecondCoordinates(std::move(arrays.secondCoordinates)),
+      mCoordinateSets(std::move(arrays.coordinateSets)),
+      mIndices(std::move(arrays.indices)),
+      mEdgePairs(std::move(arrays.edgePairs)) {}
+
+TriangleMesh::~TriangleMesh() = default;
+
+void TriangleMesh::buildHierarchy() { mHierarchy = std::make_unique<TriangleHierarchy>(mVertexCoordinates, mIndices); }
+
+TriangleMesh* Triangulator::TriangleMeshFactory::create(TriangleMeshArrays&& arrays) const {
+  return new TriangleMesh(std::move(arrays));
+}
+
+}  // namespace util
