@@ -1,13 +1,10 @@
-#include <algorithm>
-#include <map>
+#include <tests/support/Meshes.h>
+
 #include <span>
 #include <sstream>
 
-#include <gtest/gtest.h>
-
 #include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <tests/support/Meshes.h>
+#include <tests/support/RecordCheck.h>
 
 namespace support {
 namespace {
@@ -34,31 +31,15 @@ std::string findListProblem(const util::MeshStorage& m, const util::PrimitiveLis
   return end > list.poolSize() ? "record behind the pool" : "";
 }
 
-std::string findProblem(const util::Mesh& mesh) {
+std::string findProblem(const Mesh& mesh) {
   const util::MeshStorage& m = mesh.storage();
   for (const util::PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
     if (const std::string problem = findListProblem(m, *list); !problem.empty()) return problem;
   if (m.mRunStarts.size() != m.mRunMaterials.size()) return "runs not parallel";
   if (!m.mVertexIndexLists.empty() && m.mVertexIndexLists.size() != m.mVertices.size()) return "vertex lists";
-
-  bool atOuter = true;
-  std::uint32_t outer = kEnd;
-  for (const std::uint32_t entry : m.mHoles.list()) {
-    if (entry == kEnd) {
-      if (atOuter) return "bare terminator in the hole list";
-      atOuter = true;
-      continue;
-    }
-    if (entry >= m.mFaces.size()) return "hole list refers to face " + std::to_string(entry);
-    if (!atOuter && entry == outer) return "face is its own hole";
-    if (atOuter) outer = entry;
-    atOuter = false;
-  }
-  if (!atOuter) return "unterminated hole group";
-
-  const util::Mesh fresh(mesh);
+  const Mesh fresh(mesh);
   if (m.mConnectivity.edges(m.mFaces) != fresh.storage().mConnectivity.edges(m.mFaces)) return "outdated connectivity";
-  return "";
+  return findHoleProblem(m.mHoles.list(), m.mFaces.size());
 }
 
 template <class T>
@@ -71,30 +52,69 @@ void describeArray(std::ostream& out, const char* name, const T* array, int coun
 
 }  // namespace
 
-util::Mesh meshOf(const std::vector<util::Vec3>& points, const Faces& faces, const Indices& holes) {
+Mesh meshOf(const std::vector<Vec3>& points, const Faces& faces, const Indices& holes) {
   std::vector<util::Polygon> records(faces.size());
   for (std::size_t i = 0; i < faces.size(); ++i) records[i].mVertexIndices.assign(faces[i].begin(), faces[i].end());
-  util::Mesh mesh("", points, records);
+  Mesh mesh("", points, records);
   util::recomputeFaceNormals(mesh);
   mesh.storage().mHoles.append(holes.data(), holes.size());
   return mesh;
 }
 
-Faces facesOf(const util::Mesh& mesh) {
+Faces facesOf(const Mesh& mesh) {
   const util::PrimitiveList& list = mesh.storage().mFaces;
   Faces faces(list.size());
   for (std::size_t i = 0; i < list.size(); ++i) faces[i].assign(list.corners(i).begin(), list.corners(i).end());
   return faces;
 }
 
-Indices holesOf(const util::Mesh& mesh) {
+Indices holesOf(const Mesh& mesh) {
   const auto& list = mesh.storage().mHoles.list();
   return {list.begin(), list.end()};
 }
 
-void expectConsistent(const util::Mesh& mesh) { EXPECT_EQ(findProblem(mesh), ""); }
+void expectConsistent(const Mesh& mesh) { EXPECT_EQ(findProblem(mesh), ""); }
 
-void warmCache(const util::Mesh& mesh) { mesh.storage().mConnectivity.edges(mesh.storage().mFaces); }
+void warmCache(const Mesh& mesh) { mesh.storage().mConnectivity.edges(mesh.storage().mFaces); }
+
+Indices randomIndices(std::mt19937& random, std::size_t count, std::size_t end) {
+  Indices indices(count);
+  for (std::uint32_t& index : indices) index = below(random, end);
+  return indices;
+}
+
+Surface surfaceOf(const std::set<std::array<int, 3>>& cubes, double size) {
+  Surface surface;
+  std::map<std::array<int, 3>, std::uint32_t> numbers;
+  for (const auto& cube : cubes)
+    for (int axis = 0; axis < 3; ++axis)
+      for (const int side : {0, 1}) {
+        auto beyond = cube;
+        beyond[axis] += 2 * side - 1;
+        if (cubes.contains(beyond)) continue;
+        Indices& square = surface.mFaces.emplace_back();
+        for (const auto& [s, t] : {std::pair(0, 0), {1, 0}, {1, 1}, {0, 1}}) {
+          auto p = cube;
+          p[axis] += side, p[(axis + 1) % 3] += s, p[(axis + 2) % 3] += t;
+          square.push_back(numbers.try_emplace(p, numbers.size()).first->second);
+          if (square.back() == surface.mPoints.size())
+            surface.mPoints.push_back({size * p[0], size * p[1], size * p[2]});
+        }
+        if (side == 0) std::ranges::reverse(square);
+      }
+  return surface;
+}
+
+Surface gridOf(std::uint32_t width, std::uint32_t height, const std::function<bool(unsigned, unsigned)>& missing) {
+  Surface grid;
+  for (unsigned y = 0; y <= height; ++y)
+    for (unsigned x = 0; x <= width; ++x) {
+      grid.mPoints.push_back({1.0 * x, 1.0 * y, 0});
+      const std::uint32_t a = y * (width + 1) + x, above = a + width + 1;
+      if (x < width && y < height && !missing(x, y)) grid.mFaces.push_back({a, a + 1, above + 1, above});
+    }
+  return grid;
+}
 
 Cleanup::MeshData Record::view() {
   const auto orNull = [](auto& array) { return array.empty() ? nullptr : array.data(); };
@@ -122,9 +142,9 @@ Cleanup::MeshData Record::view() {
   return data;
 }
 
-Record recordOf(const std::vector<util::Vec3>& points, const Faces& faces) {
+Record recordOf(const std::vector<Vec3>& points, const Faces& faces) {
   Record record;
-  for (const util::Vec3& p : points)
+  for (const Vec3& p : points)
     for (const double c : {p.x, p.y, p.z}) record.mCoords.push_back(static_cast<float>(c));
   for (const Indices& face : faces) {
     record.mIndices.insert(record.mIndices.end(), face.begin(), face.end());

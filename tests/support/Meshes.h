@@ -1,39 +1,68 @@
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include <facetbox/cleanup/Cleanup.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/mesh/MeshStorage.h>
 
 namespace support {
 
+using util::Mesh;
+using util::Vec2;
+using util::Vec3;
 using Indices = std::vector<std::uint32_t>;
 using Faces = std::vector<Indices>;
 
 constexpr std::uint32_t kEnd = 0xFFFFFFFFu;  ///< ends a hole group
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 /// A mesh of faces with their computed normals; `holes` is the flat list of hole groups.
-util::Mesh meshOf(const std::vector<util::Vec3>& points, const Faces& faces, const Indices& holes = {});
-Faces facesOf(const util::Mesh& mesh);
-Indices holesOf(const util::Mesh& mesh);
+Mesh meshOf(const std::vector<Vec3>& points, const Faces& faces, const Indices& holes = {});
+Faces facesOf(const Mesh& mesh);
+Indices holesOf(const Mesh& mesh);
 
 /// Fails where the mesh breaks what holds between operations: indices in range, no cleared record left, records apart
 /// in the pools, corner sets and runs parallel, hole groups alive, derived facts not outdated.
-void expectConsistent(const util::Mesh& mesh);
+void expectConsistent(const Mesh& mesh);
 
 /// Has the mesh derive its connectivity, so that expectConsistent() sees whether a later change discards it.
-void warmCache(const util::Mesh& mesh);
+void warmCache(const Mesh& mesh);
 
 /// Uniform enough, and the same numbers with every standard library: both ends included.
 inline int pick(std::mt19937& random, int low, int high) {
   return low + static_cast<int>(random() % static_cast<unsigned>(high - low + 1));
 }
+inline std::uint32_t below(std::mt19937& random, std::size_t end) { return static_cast<std::uint32_t>(random() % end); }
+/// True once in `times`.
+inline bool oneIn(std::mt19937& random, int times) { return pick(random, 1, times) == 1; }
+Indices randomIndices(std::mt19937& random, std::size_t count, std::size_t end);
+
+struct Surface {
+  std::vector<Vec3> mPoints;
+  Faces mFaces;
+};
+/// What is outside of a pile of cubes of side `size`, as squares that share their vertices and look outward.
+Surface surfaceOf(const std::set<std::array<int, 3>>& cubes, double size);
+/// The squares of a grid that are not `missing`; vertex x, y has the number y * (width + 1) + x.
+Surface gridOf(std::uint32_t width, std::uint32_t height, const std::function<bool(unsigned x, unsigned y)>& missing);
 
 /// An exchange record that owns its arrays.
 struct Record {
@@ -54,7 +83,7 @@ struct Record {
   std::vector<char*> mTexturePointers;
 };
 
-Record recordOf(const std::vector<util::Vec3>& points, const Faces& faces);
+Record recordOf(const std::vector<Vec3>& points, const Faces& faces);
 
 struct ResultDeleter {
   void operator()(const Cleanup::MeshData* data) const { Cleanup::freeMeshDataAndHoles(data); }

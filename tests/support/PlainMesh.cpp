@@ -1,50 +1,34 @@
-#include <algorithm>
-#include <cmath>
-#include <span>
+#include <tests/support/PlainMesh.h>
+
 #include <sstream>
 
 #include <facetbox/util/math/Predicates.h>
-#include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/mesh/PolygonArea.h>
-#include <tests/support/PlainMesh.h>
 
 namespace support {
 namespace {
 
 /// Exact, and every NaN alike.
-void describe(std::ostream& out, const util::Vec3& v) {
-  for (const double c : {v.x, v.y, v.z}) {
-    out << ' ';
-    if (std::isnan(c))
-      out << "nan";
-    else
-      out << std::hexfloat << c;
-  }
+std::string textOf(double c) {
+  std::ostringstream out;
+  out << ' ' << std::hexfloat << c;
+  return std::isnan(c) ? " nan" : std::move(out).str();
+}
+std::string textOf(const Vec3& v) { return textOf(v.x) + textOf(v.y) + textOf(v.z); }
+
+template <class List>
+std::string textOf(const std::string& name, const List& indices) {
+  std::string text = ' ' + name + '[';
+  for (const std::uint32_t i : indices) text += ' ' + std::to_string(i);
+  return text + " ]";
 }
 
-void describe(std::ostream& out, const char* name, const Indices& indices) {
-  out << ' ' << name << '[';
-  for (const std::uint32_t i : indices) out << ' ' << i;
-  out << " ]";
-}
-
-std::vector<util::Vec2> projected(const PlainMesh& mesh, const PlainFace& face, int axis) {
-  std::vector<util::Vec2> points;
-  for (const std::uint32_t v : face.mCorners) points.push_back(util::project(mesh.mVertices[v], axis));
-  return points;
-}
-
-bool liesInside(const PlainMesh& mesh, const PlainFace& hole, const PlainFace& outer) {
-  const int holeAxis = util::dominantAxis(hole.mNormal), axis = util::dominantAxis(outer.mNormal);
-  for (const util::Vec2 p : projected(mesh, outer, holeAxis))
-    if (util::strictlyInside(projected(mesh, hole, holeAxis), p)) return false;
-  const auto a = projected(mesh, outer, axis), b = projected(mesh, hole, axis);
-  for (const util::Vec2 p : b)
-    if (!util::strictlyInside(a, p)) return false;
-  for (std::size_t i = 0; i < a.size(); ++i)
-    for (std::size_t j = 0; j < b.size(); ++j)
-      if (util::segmentsTouch(a[i], a[(i + 1) % a.size()], b[j], b[(j + 1) % b.size()])) return false;
-  return true;
+bool liesInside(const PlainMesh& mesh, std::uint32_t hole, std::uint32_t outer) {
+  const int holeAxis = util::dominantAxis(mesh.mFaces[hole].mNormal);
+  const auto a = seen(mesh, outer, util::dominantAxis(mesh.mFaces[outer].mNormal));
+  const auto b = seen(mesh, hole, util::dominantAxis(mesh.mFaces[outer].mNormal));
+  return countInside(seen(mesh, hole, holeAxis), seen(mesh, outer, holeAxis)) == 0 && countInside(a, b) == b.size() &&
+         !edgesTouch(a, b);
 }
 
 }  // namespace
@@ -93,16 +77,18 @@ util::Polygon polygonOf(const PlainFace& face) {
 }
 
 std::string describe(const PlainFace& face) {
-  std::ostringstream out;
-  describe(out, "corners", face.mCorners);
-  describe(out, "normals", face.mNormalIndices);
-  for (const auto& [set, indices] : face.mSets) describe(out, ("set" + std::to_string(set)).c_str(), indices);
-  describe(out, face.mNormal);
-  out << (face.mPerVertexNormals ? " flag" : "") << " tag " << face.mTag;
-  return std::move(out).str();
+  std::string text = textOf("corners", face.mCorners) + textOf("normals", face.mNormalIndices);
+  for (const auto& [set, indices] : face.mSets) text += textOf("set" + std::to_string(set), indices);
+  return text + textOf(face.mNormal) + (face.mPerVertexNormals ? " flag tag " : " tag ") + std::to_string(face.mTag);
 }
 
-PlainMesh plainOf(const util::Mesh& mesh) {
+void PlainMesh::makeLines() {
+  mLines = std::move(mFaces);
+  mFaces.clear();
+  mHoles.clear();
+}
+
+PlainMesh plainOf(const Mesh& mesh) {
   const util::MeshStorage& m = mesh.storage();
   PlainMesh plain;
   plain.mVertices.assign(m.mVertices.begin(), m.mVertices.end());
@@ -115,23 +101,30 @@ PlainMesh plainOf(const util::Mesh& mesh) {
   plain.mDefaultMaterial = m.mDefaultMaterial;
   plain.mRunMaterials = m.mRunMaterials;
   plain.mRunStarts.assign(m.mRunStarts.begin(), m.mRunStarts.end());
-  for (auto entry = m.mHoles.list().begin(); entry != m.mHoles.list().end(); ++entry) {
-    Indices& holes = plain.mHoles[*entry];
-    while (*++entry != kEnd) holes.push_back(*entry);
+  Indices group;
+  for (const std::uint32_t entry : m.mHoles.list()) {
+    if (entry == kEnd && !group.empty()) plain.mHoles[group[0]].assign(group.begin() + 1, group.end());
+    if (entry == kEnd)
+      group.clear();
+    else
+      group.push_back(entry);
   }
   for (const auto& list : m.mVertexIndexLists) plain.mVertexIndexLists.emplace_back(list.begin(), list.end());
+  for (int set = 0; set < 10; ++set)
+    if (const auto& pairs = m.mTexCoords[set]; !pairs.empty()) plain.mTexCoords[set].assign(pairs.begin(), pairs.end());
+  plain.mTagSets = m.mTagSets;
   return plain;
 }
 
-util::Mesh buildMesh(const PlainMesh& plain) {
+Mesh buildMesh(const PlainMesh& plain) {
   const auto records = [](const std::vector<PlainFace>& faces) {
     std::vector<util::Polygon> polygons;
     for (const PlainFace& face : faces) polygons.push_back(polygonOf(face));
     return polygons;
   };
-  util::Mesh mesh = plain.mFaces.empty()
-                        ? util::Mesh("", plain.mVertices, records(plain.mLines), records(plain.mPoints))
-                        : util::Mesh("", plain.mVertices, records(plain.mFaces));
+  Mesh mesh = plain.mLines.empty() && plain.mPoints.empty()
+                  ? Mesh("", plain.mVertices, records(plain.mFaces))
+                  : Mesh("", plain.mVertices, records(plain.mLines), records(plain.mPoints));
   util::MeshStorage& m = mesh.storage();
   m.mNormals.resize(100, {0, 0, 1});
   m.mDefaultMaterial = plain.mDefaultMaterial;
@@ -143,28 +136,32 @@ util::Mesh buildMesh(const PlainMesh& plain) {
     m.mHoles.append(&kEnd, 1);
   }
   for (const Indices& list : plain.mVertexIndexLists) m.mVertexIndexLists.emplace_back(list.begin(), list.end());
+  for (const auto& [set, pairs] : plain.mTexCoords) m.mTexCoords[set].assign(pairs.begin(), pairs.end());
+  m.mTagSets = plain.mTagSets;
+  warmCache(mesh);
   return mesh;
 }
 
 std::string describe(const PlainMesh& mesh) {
-  std::ostringstream out;
-  for (const util::Vec3& v : mesh.mVertices) {
-    out << "vertex";
-    describe(out, v);
-    out << '\n';
+  std::string text;
+  for (const Vec3& v : mesh.mVertices) text += "vertex" + textOf(v) + '\n';
+  for (const auto* list : {&mesh.mFaces, &mesh.mLines, &mesh.mPoints}) {
+    for (const PlainFace& face : *list) text += describe(face) + '\n';
+    text += "end of list\n";
   }
-  for (const PlainFace& face : mesh.mFaces) out << "face" << describe(face) << '\n';
-  for (const PlainFace& line : mesh.mLines) out << "line" << describe(line) << '\n';
-  for (const PlainFace& point : mesh.mPoints) out << "point" << describe(point) << '\n';
-  out << "default " << mesh.mDefaultMaterial.first->name() << '\n';
-  for (const util::MaterialPair& material : mesh.mRunMaterials) out << "run " << material.first->name() << '\n';
-  describe(out, "starts", mesh.mRunStarts);
-  for (const auto& [outer, holes] : mesh.mHoles) {
-    out << "\nouter " << outer;
-    describe(out, "holes", holes);
-  }
-  for (const Indices& list : mesh.mVertexIndexLists) describe(out, "list", list);
-  return std::move(out).str();
+  text += "default " + mesh.mDefaultMaterial.first->name() + textOf("starts", mesh.mRunStarts);
+  for (const util::MaterialPair& material : mesh.mRunMaterials) text += " run " + material.first->name();
+  for (const auto& [outer, holes] : mesh.mHoles) text += textOf("\nholes of " + std::to_string(outer), holes);
+  for (const Indices& list : mesh.mVertexIndexLists) text += textOf("list", list);
+  for (const auto& [set, pairs] : mesh.mTexCoords)
+    for (const Vec2& p : pairs) text += "\npair" + textOf(p.x) + textOf(p.y);
+  for (const auto& tags : mesh.mTagSets) text += textOf("tags", tags);
+  return text;
+}
+
+void expectSame(const Mesh& mesh, const PlainMesh& twin) {
+  EXPECT_EQ(describe(plainOf(mesh)), describe(twin));
+  expectConsistent(mesh);
 }
 
 bool removeRepeatedIndices(PlainFace& face) {
@@ -187,15 +184,13 @@ bool removeRepeatedIndices(PlainFace& face) {
       if (set != 10) indices[w] = indices[r];
   }
   handOver(n - 1);
-  const std::ptrdiff_t m = static_cast<std::ptrdiff_t>(w) - (v[w] != v[0] ? 0 : 1);
-  if (m < 2) {
+  const std::size_t count = v[w] != v[0] ? w + 1 : w;
+  if (count < 3) {
     face.clear();
     return true;
   }
-  const auto count = static_cast<std::size_t>(m) + 1;
-  if (count == n) return false;
   face.shrink(count);
-  return true;
+  return count < n;
 }
 
 bool sanitizeFaces(PlainMesh& mesh) {
@@ -205,7 +200,7 @@ bool sanitizeFaces(PlainMesh& mesh) {
   for (const auto& [k, holes] : mesh.mHoles)
     for (const std::uint32_t j : holes) {
       if (mesh.mFaces[j].isCleared()) continue;
-      if (!mesh.mFaces[k].isCleared() && liesInside(mesh, mesh.mFaces[j], mesh.mFaces[k])) continue;
+      if (!mesh.mFaces[k].isCleared() && liesInside(mesh, j, k)) continue;
       mesh.mFaces[j].clear();
       changed = true;
     }
@@ -214,9 +209,7 @@ bool sanitizeFaces(PlainMesh& mesh) {
 }
 
 void compactPrimitives(PlainMesh& mesh) {
-  std::vector<PlainFace>& list = !mesh.mPoints.empty()  ? mesh.mPoints
-                                 : !mesh.mLines.empty() ? mesh.mLines
-                                                        : mesh.mFaces;
+  std::vector<PlainFace>& list = mesh.primitives();
   std::size_t dropped = 0;
   for (std::uint32_t r = 0; r - dropped < list.size(); ++r) {
     for (std::uint32_t& start : mesh.mRunStarts)
@@ -239,35 +232,54 @@ void compactPrimitives(PlainMesh& mesh) {
 }
 
 void removeUnusedVertices(PlainMesh& mesh) {
-  const bool withLists = !mesh.mVertexIndexLists.empty();
+  const std::array lists{&mesh.mFaces, &mesh.mLines, &mesh.mPoints};
   for (std::size_t v = mesh.mVertices.size(); v-- > 0;) {
     bool used = false;
-    for (auto* list : {&mesh.mFaces, &mesh.mLines, &mesh.mPoints})
+    for (auto* list : lists)
       for (const PlainFace& face : *list) used = used || std::ranges::count(face.mCorners, v) > 0;
     if (used) continue;
-    mesh.mVertices.erase(mesh.mVertices.begin() + static_cast<std::ptrdiff_t>(v));
-    if (withLists) mesh.mVertexIndexLists.erase(mesh.mVertexIndexLists.begin() + static_cast<std::ptrdiff_t>(v));
-    for (auto* list : {&mesh.mFaces, &mesh.mLines, &mesh.mPoints})
+    mesh.mVertices.erase(mesh.mVertices.begin() + v);
+    if (!mesh.mVertexIndexLists.empty()) mesh.mVertexIndexLists.erase(mesh.mVertexIndexLists.begin() + v);
+    for (auto* list : lists)
       for (PlainFace& face : *list)
         for (std::uint32_t& corner : face.mCorners)
           if (corner > v) --corner;
   }
 }
 
+Indices validatedHoles(const Indices& list, std::size_t faceCount) {
+  if (list.size() < 2 || list.back() != kEnd) return {};
+  Faces groups;
+  for (auto entry = list.begin(); entry != list.end(); ++entry) {
+    const auto end = std::find(entry, list.end(), kEnd);
+    if (entry != end && *entry < faceCount) {
+      auto group = std::ranges::find(groups, *entry, [](const Indices& g) { return g[0]; });
+      if (group == groups.end()) group = groups.insert(groups.end(), Indices{*entry});
+      for (; entry != end; ++entry)
+        if (*entry < faceCount && std::ranges::count(*group, *entry) == 0) group->push_back(*entry);
+    }
+    entry = end;
+  }
+  Indices result;
+  for (Indices& group : groups) {
+    group.push_back(kEnd);
+    result.insert(result.end(), group.begin(), group.end());
+  }
+  return result;
+}
+
 Indices renumberedHoles(const Indices& list, const std::vector<bool>& kept) {
   if (list.size() < 2 || list.back() != kEnd) return list;
   const auto isGone = [&](std::uint32_t face) { return face < kept.size() && !kept[face]; };
-  const auto lowered = [&](std::uint32_t face) {
-    if (face >= kept.size()) return face;
-    return static_cast<std::uint32_t>(std::count(kept.begin(), kept.begin() + face, true));
-  };
   Indices result;
   for (auto group = list.begin(); group != list.end();) {
     const auto end = std::find(group, list.end(), kEnd);
     if (group == end || !isGone(*group)) {
-      std::for_each(group, end, [&](std::uint32_t face) {
-        if (!isGone(face)) result.push_back(lowered(face));
-      });
+      for (; group != end; ++group)
+        if (!isGone(*group))
+          result.push_back(*group >= kept.size()
+                               ? *group
+                               : static_cast<std::uint32_t>(std::count(kept.begin(), kept.begin() + *group, true)));
       result.push_back(kEnd);
     }
     group = end + 1;
@@ -275,22 +287,35 @@ Indices renumberedHoles(const Indices& list, const std::vector<bool>& kept) {
   return result;
 }
 
+std::vector<Vec2> seen(const PlainMesh& mesh, std::uint32_t face, int axis) {
+  std::vector<Vec2> points;
+  for (const std::uint32_t v : mesh.mFaces[face].mCorners) points.push_back(util::project(mesh.mVertices[v], axis));
+  return points;
+}
+
+std::size_t countInside(const std::vector<Vec2>& polygon, const std::vector<Vec2>& points) {
+  return std::ranges::count_if(points, [&](Vec2 p) { return util::strictlyInside(polygon, p); });
+}
+
+bool edgesTouch(const std::vector<Vec2>& a, const std::vector<Vec2>& b) {
+  if (a.size() < 3 || b.size() < 3) return false;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    for (std::size_t j = 0; j < b.size(); ++j)
+      if (util::segmentsTouch(a[i], a[(i + 1) % a.size()], b[j], b[(j + 1) % b.size()])) return true;
+  return false;
+}
+
 util::MaterialPair materialOf(const std::string& name) { return {util::intern(util::Shader(name)), {}}; }
 
 PlainFace randomFace(std::mt19937& random, int vertexCount, int fewestCorners, int mostCorners) {
   PlainFace face;
   const int n = pick(random, fewestCorners, mostCorners);
-  const auto indices = [&](int below) {
-    Indices values;
-    for (int i = 0; i < n; ++i) values.push_back(static_cast<std::uint32_t>(pick(random, 0, below - 1)));
-    return values;
-  };
-  face.mCorners = indices(vertexCount);
-  if (pick(random, 0, 1)) face.mNormalIndices = indices(100);
+  face.mCorners = randomIndices(random, n, vertexCount);
+  if (oneIn(random, 2)) face.mNormalIndices = randomIndices(random, n, 100);
   for (const int set : {0, 3, 10, 11})
-    if (pick(random, 0, 2) == 0) face.mSets[set] = indices(100);
-  face.mNormal = {1.0 * pick(random, -2, 2), 1.0 * pick(random, -2, 2), 1.0 * pick(random, -2, 2)};
-  face.mPerVertexNormals = pick(random, 0, 1) != 0;
+    if (oneIn(random, 3)) face.mSets[set] = randomIndices(random, n, 100);
+  for (double* c : {&face.mNormal.x, &face.mNormal.y, &face.mNormal.z}) *c = pick(random, -2, 2);
+  face.mPerVertexNormals = oneIn(random, 2);
   face.mTag = pick(random, -1, 2);
   return face;
 }
@@ -300,36 +325,33 @@ PlainMesh randomFaceMesh(std::mt19937& random, double scale) {
   const auto grid = [&](int low, int high) { return scale * pick(random, low, high); };
   const int vertexCount = pick(random, 3, 12);
   for (int v = 0; v < vertexCount; ++v) mesh.mVertices.push_back({grid(0, 3), grid(0, 3), grid(0, 1)});
-  const int crumpled = pick(random, 1, 6);
-  for (int f = 0; f < crumpled; ++f) mesh.mFaces.push_back(randomFace(random, vertexCount, 3, 7));
+  for (int crumpled = pick(random, 1, 6); crumpled > 0; --crumpled)
+    mesh.mFaces.push_back(randomFace(random, vertexCount, 3, 7));
 
-  const auto addSquare = [&](util::Vec3 corner, double size, int axis) {
-    PlainFace square;
+  const auto addSquare = [&](Vec3 corner, double size, int axis) {
+    PlainFace& square = mesh.mFaces.emplace_back();
     for (const auto& [s, t] : {std::pair(0., 0.), {size, 0.}, {size, size}, {0., size}}) {
       square.mCorners.push_back(static_cast<std::uint32_t>(mesh.mVertices.size()));
-      const util::Vec3 p{corner.x + s, corner.y + t, corner.z};
-      mesh.mVertices.push_back(axis == 0 ? util::Vec3{p.z, p.x, p.y} : axis == 1 ? util::Vec3{p.y, p.z, p.x} : p);
+      const Vec3 p{corner.x + s, corner.y + t, corner.z};
+      mesh.mVertices.push_back(axis == 0 ? Vec3{p.z, p.x, p.y} : axis == 1 ? Vec3{p.y, p.z, p.x} : p);
     }
-    mesh.mFaces.push_back(square);
     return static_cast<std::uint32_t>(mesh.mFaces.size() - 1);
   };
   for (int group = pick(random, 0, 3); group > 0; --group) {
     const int axis = pick(random, 0, 2);
-    const std::uint32_t outer = addSquare({0, 0, grid(0, 9)}, 10 * scale, axis);
-    Indices& holes = mesh.mHoles[outer];
+    Indices& holes = mesh.mHoles[addSquare({0, 0, grid(0, 9)}, 10 * scale, axis)];
     for (int hole = pick(random, 0, 4); hole > 0; --hole)
       holes.push_back(addSquare({grid(-1, 9), grid(-1, 9), grid(0, 9)}, grid(1, 3), axis));
-    if (pick(random, 0, 1)) std::ranges::reverse(holes);
+    if (oneIn(random, 2)) std::ranges::reverse(holes);
   }
   for (PlainFace& face : mesh.mFaces) util::computeFaceNormal(mesh.mVertices, face.mCorners, face.mNormal);
 
-  const int faceCount = static_cast<int>(mesh.mFaces.size());
   for (int run = pick(random, 0, 4); run > 0; --run) {
     mesh.mRunMaterials.push_back(materialOf(std::string(1, static_cast<char>('a' + pick(random, 0, 2)))));
-    mesh.mRunStarts.push_back(static_cast<std::uint32_t>(pick(random, 0, faceCount + 1)));
+    mesh.mRunStarts.push_back(below(random, mesh.mFaces.size() + 2));
   }
-  if (pick(random, 0, 3) != 0) std::ranges::sort(mesh.mRunStarts);
-  if (pick(random, 0, 1))
+  if (!oneIn(random, 4)) std::ranges::sort(mesh.mRunStarts);
+  if (oneIn(random, 2))
     for (std::uint32_t v = 0; v < mesh.mVertices.size(); ++v) mesh.mVertexIndexLists.push_back(Indices(v % 3, v));
   return mesh;
 }

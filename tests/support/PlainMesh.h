@@ -1,14 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <facetbox/util/Mesh.h>
 #include <facetbox/util/materials/Shader.h>
-#include <facetbox/util/math/Vec3.h>
 #include <facetbox/util/mesh/Polygon.h>
 #include <tests/support/Meshes.h>
 
@@ -17,10 +9,10 @@
 namespace support {
 
 struct PlainFace {
-  Indices mCorners;
-  Indices mNormalIndices;        ///< one per corner, or empty
-  std::map<int, Indices> mSets;  ///< corner sets 0 to 11 that the face carries
-  util::Vec3 mNormal{0, 0, 0};
+  Indices mCorners{};
+  Indices mNormalIndices{};        ///< one per corner, or empty
+  std::map<int, Indices> mSets{};  ///< corner sets 0 to 11 that the face carries
+  Vec3 mNormal{0, 0, 0};
   bool mPerVertexNormals = false;
   std::int32_t mTag = -1;
 
@@ -34,27 +26,43 @@ util::Polygon polygonOf(const PlainFace& face);
 std::string describe(const PlainFace& face);
 
 struct PlainMesh {
-  std::vector<util::Vec3> mVertices;
+  std::vector<Vec3> mVertices;
   std::vector<PlainFace> mFaces, mLines, mPoints;
   util::MaterialPair mDefaultMaterial;
   std::vector<util::MaterialPair> mRunMaterials;
   Indices mRunStarts;
   std::map<std::uint32_t, Indices> mHoles;  ///< hole faces by outer face
   Faces mVertexIndexLists;
+  std::map<int, std::vector<Vec2>> mTexCoords;  ///< by set; none is empty
+  std::vector<std::set<std::uint32_t>> mTagSets;
+
+  /// The list that is in use.
+  std::vector<PlainFace>& primitives() { return !mPoints.empty() ? mPoints : !mLines.empty() ? mLines : mFaces; }
+  /// Turns the faces into lines.
+  void makeLines();
 };
 
-PlainMesh plainOf(const util::Mesh& mesh);
-util::Mesh buildMesh(const PlainMesh& plain);
+PlainMesh plainOf(const Mesh& mesh);
+/// With derived connectivity.
+Mesh buildMesh(const PlainMesh& plain);
 std::string describe(const PlainMesh& mesh);
+/// The same content, and consistent.
+void expectSame(const Mesh& mesh, const PlainMesh& twin);
 
 bool removeRepeatedIndices(PlainFace& face);
 bool sanitizeFaces(PlainMesh& mesh);
 void compactPrimitives(PlainMesh& mesh);
 void removeUnusedVertices(PlainMesh& mesh);
 
-/// A flat list of hole groups after some of the faces have gone: a gone outer face takes its group along, a gone hole
-/// its entry; a list without its final terminator stays as it is.
+/// Flat lists of hole groups: as validation leaves them, and after some of the faces have gone. A gone outer face takes
+/// its group along, a gone hole its entry; a list without its final terminator stays as it is.
+Indices validatedHoles(const Indices& list, std::size_t faceCount);
 Indices renumberedHoles(const Indices& list, const std::vector<bool>& kept);
+
+/// The corners seen along an axis, and what holds of polygons so seen.
+std::vector<Vec2> seen(const PlainMesh& mesh, std::uint32_t face, int axis);
+std::size_t countInside(const std::vector<Vec2>& polygon, const std::vector<Vec2>& points);
+bool edgesTouch(const std::vector<Vec2>& a, const std::vector<Vec2>& b);
 
 /// A material that is told apart by its name.
 util::MaterialPair materialOf(const std::string& name);

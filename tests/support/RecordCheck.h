@@ -1,50 +1,36 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include <facetbox/cleanup/Cleanup.h>
 
 namespace support {
 
-namespace detail {
-
-/// What is wrong with the hole groups, or "".
-inline std::string findHoleProblem(const Cleanup::MeshData& data) {
-  constexpr std::uint32_t kEnd = 0xFFFFFFFFu;
-  const auto faceCount = static_cast<std::uint32_t>(data.mCountCount);
-  std::uint32_t outer = kEnd;
-  for (int i = 0; i < data.mHolesCount; ++i) {
-    const std::uint32_t entry = data.mHoles[i];
-    const std::string where = " at hole entry " + std::to_string(i);
-    if (entry == kEnd) {
-      if (outer == kEnd) return "bare terminator" + where;
-      outer = kEnd;
-      continue;
-    }
-    if (entry >= faceCount) return "no such face" + where;
-    if (outer == kEnd)
-      outer = entry;
-    else if (entry == outer)
-      return "face is its own hole" + where;
+/// What is wrong with a flat list of hole groups, or "".
+template <class List>
+std::string findHoleProblem(const List& list, std::size_t faceCount) {
+  constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+  std::uint32_t outer = kNone;
+  for (const std::uint32_t entry : list) {
+    if (entry == kNone && outer == kNone) return "bare terminator in the hole list";
+    if (entry != kNone && entry >= faceCount) return "hole list refers to face " + std::to_string(entry);
+    if (entry != kNone && entry == outer) return "face is its own hole";
+    if (entry == kNone || outer == kNone) outer = entry;
   }
-  return outer == kEnd ? "" : "unterminated hole group";
+  return outer == kNone ? "" : "unterminated hole group";
 }
-
-}  // namespace detail
 
 /// What is wrong with a record that the library has returned, or "". Arrays must be as long as their counts say.
 /// Texture-coordinate indices may lie beyond the pairs: they are passed through.
 inline std::string findRecordProblem(const Cleanup::MeshData& data) {
   const auto mismatch = [](const void* array, int count) { return count < 0 || (array != nullptr) != (count > 0); };
-  if (mismatch(data.mVertexCoords, data.mVCCount)) return "mVertexCoords and mVCCount";
-  if (mismatch(data.mIndices, data.mIndexCount)) return "mIndices and mIndexCount";
-  if (mismatch(data.mTexCoords, data.mTCCount)) return "mTexCoords and mTCCount";
-  if (mismatch(data.mTCIndices, data.mTCIndexCount)) return "mTCIndices and mTCIndexCount";
-  if (mismatch(data.mCounts, data.mCountCount)) return "mCounts and mCountCount";
-  if (mismatch(data.mTextures, data.mTexturesCount)) return "mTextures and mTexturesCount";
-  if (mismatch(data.mTexturesStartFaces, data.mTexturesStartFacesCount)) return "mTexturesStartFaces and its count";
-  if (mismatch(data.mHoles, data.mHolesCount)) return "mHoles and mHolesCount";
+  if (mismatch(data.mVertexCoords, data.mVCCount) || mismatch(data.mIndices, data.mIndexCount) ||
+      mismatch(data.mTexCoords, data.mTCCount) || mismatch(data.mTCIndices, data.mTCIndexCount) ||
+      mismatch(data.mCounts, data.mCountCount) || mismatch(data.mTextures, data.mTexturesCount) ||
+      mismatch(data.mTexturesStartFaces, data.mTexturesStartFacesCount) || mismatch(data.mHoles, data.mHolesCount))
+    return "an array and its count";
 
   if (data.mVCCount == 0 || data.mVCCount % 3 != 0) return "mVCCount is not three per vertex";
   if (data.mCountCount == 0) return "no faces";
@@ -66,7 +52,7 @@ inline std::string findRecordProblem(const Cleanup::MeshData& data) {
   if (!startsFit) return "mTexturesStartFaces not parallel to mTextures";
   if (data.mName && !*data.mName) return "empty mName";
   if (data.mLog && !*data.mLog) return "empty mLog";
-  return detail::findHoleProblem(data);
+  return findHoleProblem(std::span(data.mHoles, data.mHolesCount), data.mCountCount);
 }
 
 }  // namespace support
