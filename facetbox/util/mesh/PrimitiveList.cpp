@@ -105,6 +105,27 @@ void PrimitiveList::copyCorner(std::size_t to, std::size_t from) {
     if (!pool.empty()) pool[to] = pool[from];
 }
 
+void PrimitiveList::setCorners(std::size_t i, std::span<const std::uint32_t> positions, std::uint32_t room,
+                               Buffer<std::uint32_t>& scratch) {
+  const auto count = static_cast<std::uint32_t>(positions.size());
+  if (count > room) {
+    relocate(i, count);
+    std::size_t to = mOffsets[i];
+    for (const std::uint32_t position : positions) copyCorner(to++, position);
+    return;
+  }
+  mCounts[i] = count;
+  scratch.resize(count);
+  const auto gather = [&](Buffer<std::uint32_t>& pool) {
+    if (pool.empty()) return;
+    std::ranges::transform(positions, scratch.begin(), [&](std::uint32_t position) { return pool[position]; });
+    std::ranges::copy(scratch, pool.begin() + mOffsets[i]);
+  };
+  gather(mCorners);
+  gather(mNormalIndices);
+  for (auto& pool : mCornerSets) gather(pool);
+}
+
 void PrimitiveList::append(const Polygon& record) {
   const auto count = static_cast<std::uint32_t>(record.mVertexIndices.size());
   const std::uint32_t declared = record.mTexCoordMask & ((1u << kCornerSets) - 1);

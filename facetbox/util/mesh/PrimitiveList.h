@@ -37,6 +37,15 @@ class PrimitiveList {
   std::size_t offset(std::size_t i) const { return mOffsets[i]; }
   std::size_t poolSize() const { return mCorners.size(); }
 
+  /// Asks for the memory of a record's place, count and normal.
+  void prefetch(std::size_t i) const {
+    __builtin_prefetch(&mOffsets[i]);
+    __builtin_prefetch(&mCounts[i]);
+    __builtin_prefetch(&mNormals[i]);
+  }
+  /// Asks for the memory of the corner at a position of the pool.
+  void prefetchCorner(std::size_t poolPosition) const { __builtin_prefetch(&mCorners[poolPosition]); }
+
   const Vec3& normal(std::size_t i) const { return mNormals[i]; }
   void setNormal(std::size_t i, const Vec3& normal) { mNormals[i] = normal; }
 
@@ -83,6 +92,12 @@ class PrimitiveList {
   std::uint32_t vertexAt(std::size_t position) const { return mCorners[position]; }
   /// Copies a corner with all that belongs to it from one position of the pools to another.
   void copyCorner(std::size_t to, std::size_t from);
+  /// Gives a record, which may not be cleared, copies of the corners at these positions of the pools, with all that
+  /// belongs to them, at its place if they are no more than `room`, else like relocate().
+  /// @param room     how many corners may be overwritten from the record's offset on; `positions` may lie among them
+  /// @param scratch  kept between calls, so that it is not allocated each time
+  void setCorners(std::size_t i, std::span<const std::uint32_t> positions, std::uint32_t room,
+                  Buffer<std::uint32_t>& scratch);
   /// The record on its own.
   Polygon record(std::size_t i) const;
 

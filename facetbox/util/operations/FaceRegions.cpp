@@ -1,6 +1,7 @@
 #include <facetbox/util/operations/FaceRegions.h>
 
 #include <algorithm>
+#include <cmath>
 #include <deque>
 #include <functional>
 #include <utility>
@@ -205,7 +206,7 @@ bool FaceRegions::resolveAt(std::uint32_t vertex) {
     }
     double area = 0.0;
     std::ranges::sort(fan);  // so that the sum does not depend on where the fan began
-    for (const std::uint32_t face : fan) area += mAreas[face];
+    for (const std::uint32_t face : fan) area += std::fabs(mAreas[face]);
     const bool hasSeed = std::ranges::binary_search(fan, mSeed);
     const bool isBetter = area > keptArea || (area == keptArea && fan.front() < fans[kept].front());
     if (hasSeed ? !keptHasSeed : (!keptHasSeed && isBetter)) {

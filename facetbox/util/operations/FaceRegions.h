@@ -22,10 +22,14 @@ class FaceRegions {
 
   static constexpr std::uint32_t kFree = 0xFFFFFFFFu;
 
+  /// @param areas  per face, of either sign
   FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, const EdgeTwins& twins,
               std::span<const double> areas);
 
   bool isFree(std::uint32_t face) const { return mRegionOf[face] == kFree; }
+
+  /// Asks for the memory that isFree() will need.
+  void prefetch(std::uint32_t face) const { __builtin_prefetch(&mRegionOf[face]); }
 
   /// Starts a region from a free face and grows it over clean edges to free faces for which `accept(face, corner,
   /// neighbour, twin)` holds, given as face numbers and pool positions. O(corners of the region).

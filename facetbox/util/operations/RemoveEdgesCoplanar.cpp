@@ -35,6 +35,9 @@ class NormalTest {
     mLimitChordSq = 4.0 * halfChord * halfChord;
   }
 
+  /// Whether no normal at all is accepted beside both: by the triangle inequality, their chords would add up to theirs.
+  bool areFarApart(const Vec3& a, const Vec3& b) const { return lengthSq(b - a) > 4.0 * mLimitChordSq * (1.0 + 1e-6); }
+
   bool accepts(const Vec3& a, const Vec3& b) const {
     // The chord grows with the angle; its square carries a relative error of a few parts in 2^53.
     const double chordSq = lengthSq(b - a);
@@ -117,7 +120,7 @@ std::array<std::uint32_t, 3> largestTriangle(const MeshStorage& m, std::size_t f
 }
 
 /// Seeds by decreasing area, ties by lower index. Areas are not NaN and not negative.
-void sortByArea(std::vector<std::uint32_t>& seeds, std::span<const double> areas) {
+void sortByArea(std::span<std::uint32_t> seeds, std::span<const double> areas) {
   // Stable radix sort on the bits of the area, which order like the areas themselves.
   constexpr int kDigitBits = 11, kDigits = 6;
   constexpr std::size_t kDigitValues = std::size_t{1} << kDigitBits;
@@ -155,13 +158,15 @@ class CoplanarMerge {
   std::uint64_t run() {
     keepHolesApart();
     measureFaces();
-    std::vector<std::uint32_t> seeds = findSeeds();
+    Buffer<std::uint32_t> seeds = findSeeds();
     if (seeds.empty()) return 0;
     sortByArea(seeds, mAreas);
     findRuns();
 
     FaceRegions regions(m.mFaces, m.mVertices.size(), mTwins, mAreas);
-    for (const std::uint32_t seed : seeds) {
+    for (std::size_t i = 0; i < seeds.size(); ++i) {
+      prefetchAhead(seeds, i, regions);
+      const std::uint32_t seed = seeds[i];
       if (!regions.isFree(seed)) continue;
       growFrom(seed, regions);
       if (regions.members().size() > 1 && regions.resolvePinches()) mergeFacesWithSharedEdge(seed, regions);
@@ -197,16 +202,15 @@ class CoplanarMerge {
   void measureFaces() {
     const std::size_t faceCount = m.mFaces.size();
     mAreas.resize(faceCount);
-    mHasPlane.resize(faceCount);
     for (std::size_t face = 0; face < faceCount; ++face) {
       const double area = computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face));
       // So that areas can be ordered: one that is no number comes last.
-      mAreas[face] = area >= 0.0 ? area : 0.0;
-      mHasPlane[face] = hasPlane(face) ? 1 : 0;
+      const double ordered = area >= 0.0 ? area : 0.0;
+      mAreas[face] = findPlane(face) ? ordered : -ordered;
     }
   }
 
-  bool hasPlane(std::size_t face) const {
+  bool findPlane(std::size_t face) const {
     const Vec3& normal = m.mFaces.normal(face);
     // A normal of overflowed length is none.
     if (!(std::fabs(lengthSq(normal) - 1.0) < 1e-6)) return false;
@@ -216,30 +220,66 @@ class CoplanarMerge {
     return computeFaceNormal(m.mVertices, m.mFaces.corners(face), computed);
   }
 
-  /// The faces that can grow at all: next to a face that they accept. Ascending.
-  std::vector<std::uint32_t> findSeeds() const {
-    std::vector<std::uint32_t> seeds;
+  bool hasPlane(std::size_t face) const { return !std::signbit(mAreas[face]); }
+
+  /// Seeds come in the order of their areas, each from another end of the mesh: asks early for what the ones to come
+  /// will need. Each step builds on what the one before it, some seeds ago, has brought.
+  void prefetchAhead(std::span<const std::uint32_t> seeds, std::size_t position, const FaceRegions& regions) const {
+    constexpr std::size_t kStep = 16;
+    const auto prefetchFace = [&](std::uint32_t face) {
+      m.mFaces.prefetch(face);
+      regions.prefetch(face);
+      __builtin_prefetch(&mAreas[face]);
+    };
+    const auto forEachTwin = [&](std::uint32_t face, auto use) {
+      const std::size_t begin = m.mFaces.offset(face), end = begin + std::min(m.mFaces.cornerCount(face), 4u);
+      for (std::size_t corner = begin; corner < end; ++corner)
+        if (mTwins.mTwinOf[corner] != EdgeTwins::kNone) use(mTwins.mTwinOf[corner]);
+    };
+    const auto prefetchCorner = [&](std::size_t corner) {
+      m.mFaces.prefetchCorner(corner);
+      __builtin_prefetch(&mTwins.mTwinOf[corner]);
+      __builtin_prefetch(&mTwins.mFaceOf[corner]);
+    };
+    if (position + 4 * kStep >= seeds.size()) return;
+    prefetchFace(seeds[position + 4 * kStep]);
+    prefetchCorner(m.mFaces.offset(seeds[position + 3 * kStep]));
+    if (const std::uint32_t seed = seeds[position + 2 * kStep]; regions.isFree(seed)) forEachTwin(seed, prefetchCorner);
+    if (const std::uint32_t seed = seeds[position + kStep]; regions.isFree(seed))
+      forEachTwin(seed, [&](std::uint32_t twin) { prefetchFace(mTwins.mFaceOf[twin]); });
+  }
+
+  /// The faces that can grow at all: next to a face that they accept. Ascending. Forgets the twins across which no
+  /// region can grow whatever its seed, as long as the two faces are at hand.
+  Buffer<std::uint32_t> findSeeds() {
+    Buffer<std::uint32_t> seeds;
+    seeds.reserve(m.mFaces.size());
     for (std::uint32_t face = 0; face < m.mFaces.size(); ++face) {
-      if (mHasPlane[face] == 0) continue;
+      if (!hasPlane(face)) continue;
+      bool isSeed = false;
       const std::size_t begin = m.mFaces.offset(face), end = begin + m.mFaces.cornerCount(face);
       for (std::size_t p = begin; p < end; ++p) {
         const std::uint32_t twin = mTwins.mTwinOf[p];
-        if (twin == EdgeTwins::kNone || !fitsPlane(mTwins.mFaceOf[twin], face)) continue;
-        seeds.push_back(face);
-        break;
+        if (twin == EdgeTwins::kNone) continue;
+        const std::uint32_t neighbour = mTwins.mFaceOf[twin];
+        if (hasPlane(neighbour) && mNormalTest.areFarApart(m.mFaces.normal(neighbour), m.mFaces.normal(face)))
+          mTwins.mTwinOf[p] = mTwins.mTwinOf[twin] = EdgeTwins::kNone;
+        else
+          isSeed = isSeed || fitsPlane(neighbour, face);
       }
+      if (isSeed) seeds.push_back(face);
     }
     return seeds;
   }
 
   bool fitsPlane(std::uint32_t face, std::uint32_t seed) const {
-    return mHasPlane[face] == 0 || mNormalTest.accepts(m.mFaces.normal(face), m.mFaces.normal(seed));
+    return !hasPlane(face) || mNormalTest.accepts(m.mFaces.normal(face), m.mFaces.normal(seed));
   }
 
   /// Whether a face's turn as a seed would come after that of `seed`. Faces whose turn has passed without growing are
   /// not listed as seeds, but they are no longer to be had.
   bool comesLater(std::uint32_t face, std::uint32_t seed) const {
-    return mHasPlane[face] == 0 || mAreas[face] < mAreas[seed] || (mAreas[face] == mAreas[seed] && face > seed);
+    return !hasPlane(face) || mAreas[face] < mAreas[seed] || (mAreas[face] == mAreas[seed] && face > seed);
   }
 
   bool carrySameSets(std::uint32_t a, std::uint32_t b) const {
@@ -317,7 +357,8 @@ class CoplanarMerge {
     changeMaterial(survivor, seed);
     const std::int32_t tag = m.mFaces.tag(seed);
     for (const std::uint32_t member : members) noteNewOuter(member, survivor);
-    writeLoop(survivor, *outer);
+    // Inner loops are read from the members' corners later: these have to stay.
+    writeLoop(survivor, *outer, mInnerLoops.empty() ? roomOf(members) : 0);
     m.mFaces.setTag(survivor, tag);
     extractAndRemoveHoles(seed, survivor, mInnerLoops, members);
     mMergedCount += members.size() - 1;
@@ -403,16 +444,25 @@ class CoplanarMerge {
         m.mFaces.appendLike(survivor, 0);
         changeMaterial(face, seed);
       }
-      writeLoop(face, loop);
+      writeLoop(face, loop, 0);
       mNewHoles.push_back({survivor, face});
     }
     for (; next < members.size(); ++next) m.mFaces.clear(members[next]);
   }
 
-  void writeLoop(std::uint32_t face, const Loop& loop) {
-    m.mFaces.relocate(face, static_cast<std::uint32_t>(loop.size()));
-    std::size_t position = m.mFaces.offset(face);
-    for (const std::uint32_t corner : loop) m.mFaces.copyCorner(position++, corner);
+  /// How many corners of the pool stand at the first member's place and behind it that are all the members'.
+  std::uint32_t roomOf(std::span<const std::uint32_t> members) const {
+    const std::size_t begin = m.mFaces.offset(members.front());
+    std::size_t end = begin;
+    for (const std::uint32_t member : members) {
+      if (m.mFaces.offset(member) != end) break;
+      end += m.mFaces.cornerCount(member);
+    }
+    return static_cast<std::uint32_t>(end - begin);
+  }
+
+  void writeLoop(std::uint32_t face, const Loop& loop, std::uint32_t room) {
+    m.mFaces.setCorners(face, loop, room, mScratch);
     Vec3 normal;
     computeFaceNormal(m.mVertices, m.mFaces.corners(face), normal);
     m.mFaces.setNormal(face, normal);
@@ -458,11 +508,11 @@ class CoplanarMerge {
   bool mCompareAttributes;
   EdgeTwins mTwins;
   std::vector<std::uint32_t> mIsHole;  // per face the outer face it is a hole of; empty without holes
-  Buffer<double> mAreas;
-  Buffer<std::uint8_t> mHasPlane;
-  Buffer<std::uint32_t> mRunOf;                          // empty without runs
+  Buffer<double> mAreas;               // with the sign bit where the face has no plane: one read tells both
+  Buffer<std::uint32_t> mRunOf;        // empty without runs
   std::vector<std::pair<int, TextureMap>> mTextureMaps;  // of the current seed, per carried set
-  std::vector<Loop> mInnerLoops;                         // of the current region
+  Buffer<std::uint32_t> mScratch;
+  std::vector<Loop> mInnerLoops;  // of the current region
   std::vector<HoleTable::Group> mGroups;
   std::vector<std::uint32_t> mNewOuterOf;  // empty as long as no hole can be concerned
   std::vector<HoleTable::NewHole> mNewHoles;
