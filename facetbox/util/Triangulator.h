@@ -64,6 +64,9 @@ class FACETBOX_EXPORT TriangleMesh : public MeshBase {
 /// Turns the faces of polygon meshes into triangles: an outer contour with any number of hole contours, in space,
 /// concave and self-crossing ones included (a point is inside when contours go around it an odd number of times).
 ///
+/// One exception, which is the tessellator's: a single contour of at most 100 corners whose triangles from its first
+/// corner to each of its other edges all have one orientation becomes these triangles, also where it goes around twice.
+///
 /// What went wrong with a single face is printed to standard error ("Tessellation Error: ..."). An object serves one
 /// thread at a time and stays usable after an exception.
 class FACETBOX_EXPORT Triangulator {

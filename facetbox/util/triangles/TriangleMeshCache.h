@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+
+#include <boost/thread/mutex.hpp>
+
+#include <facetbox/util/Triangulator.h>
+
+namespace util {
+
+/// Triangulates each polygon mesh once and shares the result with all who ask for it.
+///
+/// A polygon mesh is known by a stamp that it carries, one per kind of cache: by object, not by content. One that
+/// changes after its first use keeps receiving its first triangulation as long as that stays cached. Caches of one kind
+/// share stamps, but each triangulates for itself.
+///
+/// Safe to use from several threads. Order of the locks:
+/// - the cache's mutex, and under it a polygon mesh's stamp mutex. It guards the maps only and is never held while
+///   triangles are made or waited for: who prunes, or asks for a mesh that is there, never waits for a triangulation.
+/// - the triangulator's mutex comes after it and is never held together with it; under it, the mutex of a polygon
+///   mesh's derived facts.
+/// - a record in flight has a mutex that is taken alone.
+class TriangleMeshCache {
+ public:
+  /// @param kind  0 to 4; kind 1 keeps the polygons' edges with the triangles
+  explicit TriangleMeshCache(int kind);
+  ~TriangleMeshCache();
+  TriangleMeshCache(const TriangleMeshCache&) = delete;
+  TriangleMeshCache& operator=(const TriangleMeshCache&) = delete;
+
+  /// The triangles of `mesh`, with their hierarchy; never null. When another thread is just making them, waits for
+  /// it. When making them fails, nothing is cached, and each of those who wait tries itself.
+  /// @throws what Triangulator::triangulate() throws
+  std::shared_ptr<TriangleMesh> getTriangleMesh(const Mesh& mesh);
+
+  /// Drops the triangle meshes that nobody else holds. Those being made are passed over. O(cached meshes).
+  void pruneUnused();
+
+ private:
+  struct InFlight;
+  std::shared_ptr<TriangleMesh> makeTriangleMesh(const Mesh& mesh);
+
+  const int mKind;
+  boost::mutex mMutex;
+  std::map<std::uint64_t, std::shared_ptr<TriangleMesh>> mMeshes;  // by stamp; guarded by mMutex
+  std::map<std::uint64_t, std::shared_ptr<InFlight>> mInFlight;    // by stamp; guarded by mMutex
+  boost::mutex mTriangulatorMutex;
+  Triangulator mTriangulator;  // guarded by mTriangulatorMutex
+};
+
+}  // namespace util
