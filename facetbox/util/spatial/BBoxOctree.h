@@ -1,9 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 #include <cstdint>
 #include <iterator>
+#include <memory>
 #include <numeric>
 #include <span>
 #include <type_traits>
@@ -11,7 +13,9 @@
 #include <vector>
 
 #include <facetbox/util/math/Box.h>
+#include <facetbox/util/spatial/BoxIndex.h>
 #include <facetbox/util/spatial/Octree.h>
+#include <facetbox/util/spatial/ViewVolume.h>
 
 namespace util {
 
@@ -25,8 +29,9 @@ struct BBoxOctreeNode {
 
   virtual ~BBoxOctreeNode() = default;
 
-  std::vector<Record> mRecords;    ///< those that belong to this very cell, in order of insertion
-  std::int32_t mSubtreeCount = 0;  ///< of records here and in all cells below
+  std::vector<Record> mRecords;      ///< those that belong to this very cell, in order of insertion
+  std::int32_t mSubtreeCount = 0;    ///< of records here and in all cells below
+  std::unique_ptr<BoxIndex> mIndex;  ///< of the first of a crowded cell's records; made by queries
 };
 
 /// Items with boxes in an octree of five levels. Each item is stored once, in the deepest cell that holds its box
@@ -36,7 +41,8 @@ struct BBoxOctreeNode {
 /// records of a cell in order of insertion. The order in which items come out of extractAll() becomes their order of
 /// insertion when the tree is rebuilt.
 ///
-/// Five levels tell at most 16 x 16 items of a plane apart: made for some thousands of items.
+/// Five levels tell at most 16 x 16 items of a plane apart, and large sets leave many in the upper cells. View-volume
+/// queries therefore make an index for each crowded cell that they come to; box queries leave that to the caller.
 template <class T, class Real>
 class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   static_assert(std::is_same_v<Real, double>, "boxes are made of doubles");
@@ -62,7 +68,7 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   }
 
   /// Makes the root hold `box` besides all that is stored. If it does not yet, the tree is rebuilt around the middle of
-  /// the union of all boxes, with a root whose size is doubled as often as needed and never shrinks.
+  /// the union of all boxes, with a root whose size is doubled as often as needed and never shrinks. Linear, then.
   void ensureContains(const Box& box);
 
   /// Stores an item. ensureContains() comes first: a box beyond the root is stored in the cell that its position
@@ -70,6 +76,7 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   void insert(const Box& box, T item) {
     const std::uint32_t cell = locate(box, mAdder);
     this->find(cell)->mRecords.push_back({box, std::move(item)});
+    mUnion.extend(box);
   }
 
   /// Removes the first record of this very box and item; the others keep their order.
@@ -81,6 +88,20 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
 
   /// Appends every record to `out` and leaves the tree empty; its root keeps place and size.
   void extractAll(std::vector<Record>& out);
+
+  /// Appends every record to `out` and leaves the tree as if newly made.
+  void extractAllAndReset(Real halfSize, std::vector<Record>& out) {
+    extractAll(out);
+    mCenter = {0, 0, 0};
+    mHalfSize = halfSize;
+  }
+
+  /// Appends the items whose boxes meet the volume of eight corners, see ViewVolume. Cells whose cubes do not meet it
+  /// are passed over with all below them. A box that is empty on an axis meets nothing.
+  ///
+  /// The pointers are valid until the tree changes. The first query after a change costs O(n log n) for the cells that
+  /// hold more than a hundred records, later ones about what they find and what lies around the volume's surface.
+  void queryFrustum(const Vec3 corners[8], std::vector<const T*>& out);
 
   /// Appends the numbers of the cells that hold records and whose cubes share a point with `box`. The caller looks at
   /// their records' boxes. Cubes are computed in rounded arithmetic: widen the box a little where touching must count.
@@ -103,6 +124,8 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   };
 
   static constexpr int kStays = -1;
+  static constexpr std::size_t kCrowded = 64;        // records of a cell from which on an index pays
+  static constexpr std::size_t kSparedCapacity = 8;  // of a cell's records that emptying the tree leaves allocated
 
   std::uint32_t locate(const Box& box, Visitor& visitor);
   static int childFor(const Box& box, const Vec3& center);
@@ -117,11 +140,18 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   void listMeeting(std::uint32_t cell, int level, const Vec3& center, Real halfSize, const Meets& meets,
                    std::vector<std::uint32_t>& out) const;
 
+  void updateIndex(Node& node);
+  void listMeeting(Node& node, const ViewVolume& volume, std::vector<const T*>& out);
+
   CNull mNull;
   CAdder mAdder;
   CRemover mRemover;
   Vec3 mCenter{0, 0, 0};
   Real mHalfSize;
+  Box mUnion;                               // of all boxes stored; those removed since it was last empty may be in it
+  bool mUnionIsWide = false;                // whether a box was removed since
+  std::vector<std::uint32_t> mListedCells;  // scratch
+  std::vector<std::uint64_t> mMarks;        // scratch
 };
 
 /// Code of the child that holds the box whole, or kStays. Low is asked first: a box flat on a midplane goes low.
@@ -165,25 +195,47 @@ void BBoxOctree<T, Real>::ensureContains(const Box& box) {
       low.z <= box.min.z)
     return;
 
-  std::vector<Record> records;
-  extractAll(records);
-  Box all = box;
-  for (const Record& record : records) all.extend(record.box);
-  mCenter = {std::midpoint(all.min.x, all.max.x), std::midpoint(all.min.y, all.max.y),
-             std::midpoint(all.min.z, all.max.z)};
+  if (mUnionIsWide) {
+    std::vector<std::uint32_t> cells;
+    listUsed(0, 1, cells);
+    mUnion = Box{};
+    for (const std::uint32_t cell : cells)
+      for (const Record& record : records(cell)) mUnion.extend(record.box);
+    mUnionIsWide = false;
+  }
+  Box all = mUnion;
+  all.extend(box);
+  const Vec3 newCenter{std::midpoint(all.min.x, all.max.x), std::midpoint(all.min.y, all.max.y),
+                       std::midpoint(all.min.z, all.max.z)};
   const Vec3 extent = all.max - all.min;
   const Real needed = std::max(std::max(std::max(Real{0}, extent.x), extent.y), extent.z) / 2;
-  while (needed > mHalfSize) mHalfSize = 2 * mHalfSize;
+  Real newHalfSize = mHalfSize;
+  while (needed > newHalfSize) newHalfSize = 2 * newHalfSize;
+
+  // Every record would come back to its cell, after the same ones as before. Where rounding, or a box without a place,
+  // keeps a root from ever holding all, this is what makes filling the tree linear. (A NaN is no place to stay in.)
+  const auto isSame = [](Real a, Real b) { return a == b || (a != a && b != b); };
+  if (newHalfSize == mHalfSize && isSame(newCenter.x, mCenter.x) && isSame(newCenter.y, mCenter.y) &&
+      isSame(newCenter.z, mCenter.z))
+    return;
+
+  std::vector<Record> records;
+  extractAll(records);
+  mCenter = newCenter;
+  mHalfSize = newHalfSize;
   for (Record& record : records) insert(record.box, std::move(record.item));
 }
 
 template <class T, class Real>
 bool BBoxOctree<T, Real>::remove(const Box& box, const T& item) {
-  std::vector<Record>& records = this->find(locate(box, mNull))->mRecords;
+  Node& node = *this->find(locate(box, mNull));
+  std::vector<Record>& records = node.mRecords;
   const auto found =
       std::ranges::find_if(records, [&](const Record& record) { return record.item == item && record.box == box; });
   if (found == records.end()) return false;
   records.erase(found);
+  node.mIndex.reset();
+  mUnionIsWide = true;
   locate(box, mRemover);
   return true;
 }
@@ -217,9 +269,16 @@ void BBoxOctree<T, Real>::extractAll(std::vector<Record>& out) {
   std::vector<std::uint32_t> cells;
   listUsed(0, 1, cells);
   for (const std::uint32_t cell : cells) {
-    std::ranges::move(this->find(cell)->mRecords, std::back_inserter(out));
-    this->release(cell);
+    Node& node = *this->find(cell);
+    std::ranges::move(node.mRecords, std::back_inserter(out));
+    // Cells are kept, for they are likely to be filled again.
+    node.mRecords.clear();
+    if (node.mRecords.capacity() > kSparedCapacity) node.mRecords.shrink_to_fit();
+    node.mIndex.reset();
+    node.mSubtreeCount = 0;
   }
+  mUnion = Box{};
+  mUnionIsWide = false;
 }
 
 /// Lists the cells with records whose cubes and whose ancestors' cubes pass `meets(center, halfSize)`. Every kind of
@@ -249,6 +308,49 @@ void BBoxOctree<T, Real>::queryBox(const Box& box, std::vector<std::uint32_t>& o
                meetsOn(box.min.z, box.max.z, center.z, halfSize);
       },
       out);
+}
+
+/// Sees to it that an index covers at least three quarters of a crowded cell's records. Those behind it were appended
+/// since.
+template <class T, class Real>
+void BBoxOctree<T, Real>::updateIndex(Node& node) {
+  const std::size_t count = node.mRecords.size();
+  if (count < kCrowded || (node.mIndex && 4 * (count - node.mIndex->size()) < count)) return;
+  std::vector<Box> boxes;
+  boxes.reserve(count);
+  for (const Record& record : node.mRecords) boxes.push_back(record.box);
+  node.mIndex = std::make_unique<BoxIndex>(boxes);
+}
+
+/// Appends those of a cell's records that meet the volume, in order of insertion.
+template <class T, class Real>
+void BBoxOctree<T, Real>::listMeeting(Node& node, const ViewVolume& volume, std::vector<const T*>& out) {
+  updateIndex(node);
+  const std::span<const Record> records = node.mRecords;
+  std::size_t indexed = 0;
+  if (node.mIndex) {
+    indexed = node.mIndex->size();
+    mMarks.assign((indexed + 63) / 64, 0);
+    node.mIndex->markMeeting(volume, mMarks);
+    for (std::size_t word = 0; word < mMarks.size(); ++word)
+      for (std::uint64_t marks = mMarks[word]; marks != 0; marks &= marks - 1)
+        out.push_back(&records[64 * word + static_cast<std::size_t>(std::countr_zero(marks))].item);
+  }
+  for (const Record& record : records.subspan(indexed))
+    if (volume.meets(record.box)) out.push_back(&record.item);
+}
+
+template <class T, class Real>
+void BBoxOctree<T, Real>::queryFrustum(const Vec3 corners[8], std::vector<const T*>& out) {
+  const ViewVolume volume(corners);
+  mListedCells.clear();
+  listMeeting(
+      0, 1, mCenter, mHalfSize,
+      [&](const Vec3& center, Real halfSize) {
+        return volume.meets(center, {halfSize, halfSize, halfSize});
+      },
+      mListedCells);
+  for (const std::uint32_t cell : mListedCells) listMeeting(*this->find(cell), volume, out);
 }
 
 }  // namespace util

@@ -41,7 +41,6 @@ class Octree {
   /// The cell, or null.
   Node* find(std::uint32_t cell) { return mCells[cell].get(); }
   const Node* find(std::uint32_t cell) const { return mCells[cell].get(); }
-  void release(std::uint32_t cell) { mCells[cell].reset(); }
 
  private:
   std::vector<std::unique_ptr<Node>> mCells;

@@ -18,135 +18,18 @@
 #include <facetbox/util/math/Box.h>
 #include <facetbox/util/spatial/BoxForest.h>
 #include <tests/support/Meshes.h>
+#include <tests/support/PlainOctree.h>
 
 namespace {
 
+using support::arrayOf;
+using support::Cells;
+using support::Items;
 using support::pick;
+using support::PlainOctree;
 using util::Box;
 using util::Vec3;
 using Octree = util::BBoxOctree<unsigned, double>;
-using Cells = std::vector<std::uint32_t>;
-using Items = std::vector<unsigned>;
-
-std::array<double, 3> arrayOf(const Vec3& v) { return {v.x, v.y, v.z}; }
-
-/// The records of a tree in one list, each with its cell; all looked at in every query.
-class PlainTree {
- public:
-  explicit PlainTree(double halfSize) : mHalfSize(halfSize) {}
-
-  struct Record {
-    Box box;
-    unsigned item;
-    std::uint32_t cell;
-  };
-  struct Cube {
-    std::array<double, 3> center;
-    double halfSize;
-  };
-
-  std::uint32_t cellOf(const Box& box) const {
-    std::uint32_t cell = 0;
-    std::array<double, 3> c = mCenter;
-    double h = mHalfSize;
-    const auto min = ::arrayOf(box.min), max = ::arrayOf(box.max);
-    for (int descents = 0; descents < 4; ++descents) {
-      std::array<bool, 3> low{}, high{};
-      for (int a = 0; a < 3; ++a) {
-        low[a] = c[a] >= max[a];
-        high[a] = !low[a] && min[a] >= c[a];
-        if (!low[a] && !high[a]) return cell;
-      }
-      h = h / 2;
-      cell = 8 * cell + 1 + (high[2] ? 4 : 0) + (high[1] ? 2 : 0) + (high[0] ? 1 : 0);
-      for (int a = 0; a < 3; ++a) c[a] += high[a] ? h : -h;
-    }
-    return cell;
-  }
-
-  /// The way from the root to a cell; comparing ways compares by depth first, children by number.
-  static Cells wayTo(std::uint32_t cell) {
-    Cells way;
-    for (; cell != 0; cell = (cell - 1) / 8) way.insert(way.begin(), cell);
-    return way;
-  }
-
-  Cube cubeOf(std::uint32_t cell) const {
-    Cube cube{mCenter, mHalfSize};
-    for (const std::uint32_t step : wayTo(cell)) {
-      cube.halfSize /= 2;
-      for (int a = 0; a < 3; ++a) cube.center[a] += ((step - 1) >> a & 1) != 0 ? cube.halfSize : -cube.halfSize;
-    }
-    return cube;
-  }
-
-  void insert(const Box& box, unsigned item) { mRecords.push_back({box, item, cellOf(box)}); }
-
-  bool remove(const Box& box, unsigned item) {
-    const auto found = std::ranges::find_if(mRecords, [&](const Record& r) { return r.item == item && r.box == box; });
-    if (found == mRecords.end()) return false;
-    mRecords.erase(found);
-    return true;
-  }
-
-  std::vector<Record> sorted() const {
-    std::vector<Record> records = mRecords;
-    std::ranges::stable_sort(records, {}, [](const Record& r) { return wayTo(r.cell); });
-    return records;
-  }
-
-  void ensureContains(const Box& box) {
-    bool contained = true;
-    for (int a = 0; a < 3; ++a)
-      contained = contained && ::arrayOf(box.max)[a] <= mCenter[a] + mHalfSize &&
-                  mCenter[a] - mHalfSize <= ::arrayOf(box.min)[a];
-    if (contained) return;
-    const std::vector<Record> records = sorted();
-    Box all = box;
-    for (const Record& r : records) all.extend(r.box);
-    double half = 0;
-    for (int a = 0; a < 3; ++a) {
-      mCenter[a] = (::arrayOf(all.min)[a] + ::arrayOf(all.max)[a]) / 2;
-      half = std::max(half, (::arrayOf(all.max)[a] - ::arrayOf(all.min)[a]) / 2);
-    }
-    while (half > mHalfSize) mHalfSize *= 2;
-    mRecords.clear();
-    for (const Record& r : records) insert(r.box, r.item);
-  }
-
-  Cells queryBox(const Box& box) const {
-    const auto meets = [&](std::uint32_t cell) {
-      const Cube cube = cubeOf(cell);
-      for (int a = 0; a < 3; ++a)
-        if (std::min(::arrayOf(box.max)[a], cube.center[a] + cube.halfSize) <
-            std::max(::arrayOf(box.min)[a], cube.center[a] - cube.halfSize))
-          return false;
-      return true;
-    };
-    std::set<Cells> ways;
-    for (const Record& r : mRecords) ways.insert(wayTo(r.cell));
-    Cells found;
-    for (const Cells& way : ways)
-      if (meets(0) && std::ranges::all_of(way, meets)) found.push_back(way.empty() ? 0 : way.back());
-    return found;
-  }
-
-  std::int32_t subtreeCount(std::uint32_t cell) const {
-    return static_cast<std::int32_t>(std::ranges::count_if(mRecords, [&](const Record& r) {
-      const Cells way = wayTo(r.cell);
-      return cell == 0 || std::ranges::find(way, cell) != way.end();
-    }));
-  }
-
-  const std::vector<Record>& records() const { return mRecords; }
-  std::array<double, 3> center() const { return mCenter; }
-  double halfSize() const { return mHalfSize; }
-
- private:
-  std::vector<Record> mRecords;
-  std::array<double, 3> mCenter{0, 0, 0};
-  double mHalfSize;
-};
 
 /// Integer corners: plenty of boxes that touch midplanes and each other.
 Box randomBox(std::mt19937& random, int reach, int size) {
@@ -170,14 +53,14 @@ Cells queried(const Octree& tree, const Box& box) {
   return cells;
 }
 
-void expectSame(const Octree& tree, const PlainTree& plain) {
-  EXPECT_EQ(::arrayOf(tree.center()), plain.center());
+void expectSame(const Octree& tree, const PlainOctree& plain) {
+  EXPECT_EQ(arrayOf(tree.center()), plain.center());
   EXPECT_EQ(tree.halfSize(), plain.halfSize());
   Items items;
-  for (const PlainTree::Record& r : plain.sorted()) items.push_back(r.item);
+  for (const PlainOctree::Record& r : plain.sorted()) items.push_back(r.item);
   EXPECT_EQ(collected(tree), items);
   std::map<std::uint32_t, Items> byCell;
-  for (const PlainTree::Record& r : plain.records()) byCell[r.cell].push_back(r.item);
+  for (const PlainOctree::Record& r : plain.records()) byCell[r.cell].push_back(r.item);
   for (std::uint32_t cell = 0; cell < Octree::kCellCount; ++cell) {
     Items inCell;
     for (const auto& record : tree.records(cell)) inCell.push_back(record.item);
@@ -196,7 +79,7 @@ TEST(BBoxOctree, doesWhatALinearListDoes) {
     std::mt19937 random(seed);
     const double halfSize = pick(random, 1, 3) * 0.75;
     Octree tree(halfSize);
-    PlainTree plain(halfSize);
+    PlainOctree plain(halfSize);
     const int reach = pick(random, 1, 60), size = pick(random, 0, 6);
     for (unsigned item = 0; item < 120; ++item) {
       const Box box = randomBox(random, reach, size);
@@ -225,6 +108,99 @@ TEST(BBoxOctree, doesWhatALinearListDoes) {
     EXPECT_TRUE(collected(tree).empty());
     EXPECT_TRUE(queried(tree, randomBox(random, 0, 100)).empty());
   }
+}
+
+Items foundIn(Octree& tree, const std::array<Vec3, 8>& corners) {
+  std::vector<const unsigned*> found;
+  tree.queryFrustum(corners.data(), found);
+  Items items;
+  for (const unsigned* item : found) items.push_back(*item);
+  return items;
+}
+
+/// Boxes and pyramids cut off, on the grid or turned; now and then corners without any sense.
+std::array<Vec3, 8> randomVolume(std::mt19937& random, int reach) {
+  const auto point = [&](int r) {
+    const double x = pick(random, -r, r), y = pick(random, -r, r), z = pick(random, -r, r);
+    return Vec3{x, y, z};
+  };
+  const Vec3 origin = point(reach);
+  Vec3 across{1, 0, 0}, up{0, 1, 0}, back{0, 0, 1};
+  if (pick(random, 0, 1) == 0) {
+    back = point(5);
+    across = cross({1, 2, 4}, back);
+    up = cross(back, across);
+    if (across == Vec3{0, 0, 0}) return randomVolume(random, reach);
+    across = across / length(across);
+    up = up / length(up);
+    back = back / length(back);
+  }
+  const double nearSize = pick(random, 0, reach) / 2.0, depth = pick(random, 1, 3 * reach),
+               farSize = nearSize * pick(random, 1, 3);
+  std::array<Vec3, 8> corners;
+  for (int k = 0; k < 8; ++k) {
+    const double size = k < 4 ? nearSize : farSize;
+    const double x = k % 4 == 1 || k % 4 == 2 ? size : -size, y = k % 4 >= 2 ? size : -size;
+    corners[static_cast<std::size_t>(k)] = origin + x * across + y * up + (k < 4 ? 0.0 : -depth) * back;
+  }
+  switch (pick(random, 0, 11)) {
+    case 0:
+      std::ranges::shuffle(corners, random);
+      break;
+    case 1:
+      for (Vec3& corner : corners) corner = point(reach);
+      break;
+    case 2:
+      corners[static_cast<std::size_t>(pick(random, 0, 7))].y = pick(random, 0, 1) == 0 ? NAN : INFINITY;
+      break;
+    default:
+      break;
+  }
+  return corners;
+}
+
+TEST(BBoxOctree, findsInAViewVolumeWhatTheWrittenOutTestFindsInItsOrder) {
+  std::size_t foundInAll = 0;
+  for (unsigned seed = 0; seed < 60; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    // Few records leave cells without an index; large boxes crowd the upper ones.
+    const unsigned count = seed % 3 == 0 ? 40 : 500;
+    const int reach = pick(random, 2, 20), size = pick(random, 0, 8);
+    // Far off the origin rounding is coarse; near 1e-160 squares underflow.
+    const double scale = std::array{1.0, 0.1, 1e-160, 1e80, 1.0}[seed % 5];
+    const Vec3 offset = seed % 10 == 4 ? Vec3{1e9, -3e9, 7e8} : Vec3{0, 0, 0};
+    const auto place = [&](const Vec3& p) { return scale * p + offset; };
+    Octree tree(10 * scale);
+    PlainOctree plain(10 * scale);
+    for (unsigned item = 0; item < count; ++item) {
+      Box box = randomBox(random, reach, size);
+      box = {place(box.min), place(box.max)};
+      if (item % 50 == 7) box = Box{};
+      if (item % 50 == 8 && seed % 4 == 0) box.min.x = item % 100 == 8 ? -INFINITY : -1.7e308;
+      if (item % 50 == 9) std::swap(box.min.y, box.max.y);
+      tree.ensureContains(box);
+      plain.ensureContains(box);
+      tree.insert(box, item);
+      plain.insert(box, item);
+      if (item % 100 == 99) {
+        auto corners = randomVolume(random, reach);
+        for (Vec3& corner : corners) corner = place(corner);
+        const Items expected = plain.queryFrustum(corners);
+        foundInAll += expected.size();
+        EXPECT_EQ(foundIn(tree, corners), expected);
+      }
+    }
+    for (int q = 0; q < 10; ++q) {
+      auto corners = randomVolume(random, reach);
+      for (Vec3& corner : corners) corner = place(corner);
+      const Items expected = plain.queryFrustum(corners);
+      foundInAll += expected.size();
+      EXPECT_EQ(foundIn(tree, corners), expected);
+    }
+    if (seed % 4 != 0) expectSame(tree, plain);
+  }
+  EXPECT_GT(foundInAll, 10000u);
 }
 
 TEST(BBoxOctree, sendsABoxFlatOnTheMidplaneLow) {

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <array>
+
+#include <facetbox/util/math/Box.h>
+#include <facetbox/util/math/Vec3.h>
+
+namespace util {
+
+/// The volume that eight corners span, made ready for many questions.
+///
+/// Corners 0 to 3 follow each other along the near face, counter-clockwise seen from outside; 4 to 7 lie behind them
+/// on the far face. Corners in another order do no harm, but then boxes deep inside are missed, or boxes that lie
+/// inside all six planes are found far off.
+class ViewVolume {
+ public:
+  explicit ViewVolume(const Vec3 corners[8]);
+
+  /// Whether a box meets the volume: its inner sphere, of its smallest half-extent, lies strictly inside all six
+  /// planes, or one of the twelve triangles of the volume's surface overlaps it.
+  ///
+  /// Only boxes near the surface are put to the triangles: where rounding cannot matter, the planes decide.
+  bool meets(const Vec3& centre, const Vec3& half) const;
+  /// Likewise; a box that is empty on any axis meets nothing.
+  bool meets(const Box& box) const;
+
+  /// True only if meets() is false for this box and for every box within. The box may be empty on an axis.
+  bool isCertainlyApart(const Box& box) const;
+
+ private:
+  struct Face {
+    Vec3 normal;       // unit length, outward
+    Vec3 size;         // of the normal's coordinates
+    double offset;     // normal times the point that the plane goes through
+    double low, high;  // of normal times the face's corners
+    double farthest;   // of normal times all eight corners
+  };
+
+  double marginFor(const Vec3& centre, const Vec3& half) const;
+  bool touchesSurface(const Vec3& centre, const Vec3& half, double margin) const;
+
+  std::array<Vec3, 8> mCorners;
+  std::array<Face, 6> mFaces;
+  double mSize;  // the largest coordinate by absolute value; infinite where shortcuts must not be taken
+};
+
+}  // namespace util
