@@ -84,9 +84,14 @@ std::uint32_t PointOctree::slotOf(std::int64_t x, std::int64_t y, std::int64_t z
 }
 
 bool PointOctree::isCrowded(std::uint32_t slot) const {
+  const std::uint32_t newest = mSlots[slot];
+  if (newest == kNone) return false;
   int room = mLevel < kLevelByReach ? kCrowd : kCrowdByReach;
-  for (std::uint32_t e = mSlots[slot]; e != kNone; e = mEntries[e].next)
+  std::uint32_t e = newest;
+  do {
     if (--room < 0) return true;
+    e = mEntries[e].next;
+  } while (e != newest);
   return false;
 }
 
@@ -122,8 +127,9 @@ void PointOctree::store(std::uint32_t number) {
     for (int j = 0; j <= (y[0] != y[1]); ++j)
       for (int k = 0; k <= (z[0] != z[1]); ++k) {
         std::uint32_t& slot = mSlots[slotOf(x[i], y[j], z[k])];
-        mEntries.push_back({number, slot});
-        slot = static_cast<std::uint32_t>(mEntries.size() - 1);
+        const auto added = static_cast<std::uint32_t>(mEntries.size());
+        mEntries.push_back({number, slot == kNone ? added : std::exchange(mEntries[slot].next, added)});
+        slot = added;
         if (!mIsIndexed) return;
       }
 }

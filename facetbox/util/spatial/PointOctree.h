@@ -36,12 +36,15 @@ class PointOctree {
   /// The lowest-numbered stored point whose squared distance to point `number` is at most the squared distance of the
   /// octree, or kNone. O(points stored in one leaf).
   std::uint32_t findFirstNear(std::uint32_t number, std::uint32_t slot) const {
+    const std::uint32_t newest = mSlots[slot];
+    if (newest == kNone) return kNone;
     const Vec3 p = mPoints[number];
-    std::uint32_t first = kNone;
-    // Newest first: the last one found has the lowest number.
-    for (std::uint32_t e = mSlots[slot]; e != kNone; e = mEntries[e].next)
-      if (lengthSq(mPoints[mEntries[e].number] - p) <= mDistanceSq) first = mEntries[e].number;
-    return first;
+    std::uint32_t e = newest;
+    do {
+      e = mEntries[e].next;
+      if (lengthSq(mPoints[mEntries[e].number] - p) <= mDistanceSq) return mEntries[e].number;
+    } while (e != newest);
+    return kNone;
   }
 
   /// Ask for the memory that a later search of the slot is going to need; each builds on what the one before it, some
@@ -57,7 +60,7 @@ class PointOctree {
  private:
   struct Entry {
     std::uint32_t number;
-    std::uint32_t next;  // position of the next entry of the same slot, or kNone
+    std::uint32_t next;  // position of the next newer entry of the same slot; the newest leads back to the oldest
   };
 
   void store(std::uint32_t number);
