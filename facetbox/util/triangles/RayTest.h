@@ -1,0 +1,65 @@
+#pragma once
+
+#include <facetbox/util/Triangulator.h>
+#include <facetbox/util/math/Vec3.h>
+
+namespace util {
+
+class TriangleHierarchy;
+
+/// Nearest hit of a ray with a mesh that is placed by a matrix.
+///
+/// Two-sided. Every corner is transformed, then the triangles are tested in the order of their indices by the formulas
+/// of Moeller and Trumbore, in doubles; of equal distances the earlier triangle's counts. A triangle whose determinant
+/// lies strictly between -1e-5 and 1e-5 is passed over. That limit is absolute: the determinant grows with the
+/// direction's length and the square of the edges', so rays of unit length see nothing of models below some
+/// thousandths of a unit.
+///
+/// The mesh's hierarchy, where there is one, gives these very results, bit for bit, in logarithmic time.
+///
+/// @param matrix     16 doubles, column-major (translation in [12] to [14]), without division by w
+/// @param direction  need not be of unit length
+/// @param t          the ray parameter of the hit, in units of the direction's length; untouched without a hit
+/// @param normalOut  the triangle's unit normal in the matrix's space, by its winding; may be null; untouched without
+///                   a hit
+/// @return whether there is a hit at a parameter from 0 to below FLT_MAX
+bool intersectRay(const TriangleMesh& mesh, const double matrix[16], const double origin[3], const double direction[3],
+                  double* t, double* normalOut);
+
+/// The same by looking at every triangle. What intersectRay() is measured against.
+bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const double origin[3],
+                       const double direction[3], double* t, double* normalOut);
+
+/// The vector instructions that a ray test may use.
+enum class Instructions { best, base };
+
+/// What all rays against one mesh in one place have in common: made once for many calls of the other intersectRay().
+/// Refers to nothing; belongs to the mesh and the matrix that it was made from.
+class RayPlacement {
+ public:
+  RayPlacement() = default;
+  RayPlacement(const TriangleMesh& mesh, const double matrix[16]);
+
+ private:
+  friend class RayFrame;
+
+  bool mIsUsable = false;  ///< whether the hierarchy may be descended
+  Vec3 mColumns[3];        ///< of the inverse's linear part, scaled to unit coordinates
+  Vec3 mRowSums;           ///< of its absolute values
+  double mLargestRowSum = 0;
+  Vec3 mTranslation;      ///< of the matrix
+  Vec3 mCenter;           ///< of the mesh, in unit coordinates
+  double mGrowth = 0;     ///< the matrix's largest row sum of absolute values, per unit coordinate
+  double mWorldSize = 0;  ///< largest coordinate of the placed mesh
+  double mTranslationSize = 0;
+  double mEdge = 0;         ///< largest coordinate of a placed edge
+  double mCornerError = 0;  ///< of a placed corner
+  double mInverseError = 0;
+  double mCommonWidth = 0;  ///< the part of the boxes' widening that no ray changes
+};
+
+bool intersectRay(const TriangleMesh& mesh, const RayPlacement& placement, const double matrix[16],
+                  const double origin[3], const double direction[3], double* t, double* normalOut,
+                  Instructions instructions = Instructions::best);
+
+}  // namespace util
