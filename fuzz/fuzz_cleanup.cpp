@@ -35,21 +35,10 @@ class Bytes {
 
 /// Mostly a small integer grid, where ties happen; now and then something nasty.
 float nextCoordinate(Bytes& in) {
+  static constexpr float kNasty[] = {0.3f, -1e-40f, 3e38f, INFINITY, NAN};
   const std::uint8_t byte = in.next();
-  switch (byte) {
-    case 0xFF:
-      return NAN;
-    case 0xFE:
-      return INFINITY;
-    case 0xFD:
-      return 3e38f;
-    case 0xFC:
-      return -1e-40f;
-    case 0xFB:
-      return 0.3f;
-    default:
-      return static_cast<float>(byte % 16) * (byte < 128 ? 1.0f : 0.25f);
-  }
+  if (byte >= 0xFB) return kNasty[byte - 0xFB];
+  return static_cast<float>(byte % 16) * (byte < 128 ? 1.0f : 0.25f);
 }
 
 struct Input {
@@ -114,12 +103,7 @@ void readInput(Bytes& in, Input& input) {
 
 const Cleanup::MeshData* runNext(Bytes& in, const Cleanup::MeshData& data) {
   const float tolerance = nextCoordinate(in) * 0.25f;
-  switch (in.below(2)) {
-    case 0:
-      return Cleanup::removeFacesZero(tolerance, data);
-    default:
-      return Cleanup::removeEdgesZero(tolerance, data);
-  }
+  return in.below(2) == 0 ? Cleanup::removeFacesZero(tolerance, data) : Cleanup::removeEdgesZero(tolerance, data);
 }
 
 struct Release {

@@ -1,34 +1,22 @@
-#include <atomic>
 #include <barrier>
-#include <set>
 #include <thread>
 
-#include <gtest/gtest.h>
-
-#include <facetbox/cleanup/Cleanup.h>
-#include <facetbox/util/mesh/MeshStorage.h>
 #include <tests/support/Meshes.h>
 #include <tests/support/RecordCheck.h>
 
 namespace {
 
-using support::describe;
-using support::findRecordProblem;
-using support::pick;
-using support::Record;
-using support::Result;
+using namespace support;
 
 constexpr int kThreads = 4;
 
 Record randomRecord(unsigned seed) {
   std::mt19937 random(seed);
-  std::vector<util::Vec3> points(60);
-  for (util::Vec3& p : points) p = {1.0 * pick(random, 0, 4), 1.0 * pick(random, 0, 4), 1.0 * pick(random, 0, 4)};
-  support::Faces faces(40);
-  for (auto& face : faces)
-    for (int corner = pick(random, 2, 6); corner > 0; --corner)
-      face.push_back(static_cast<std::uint32_t>(pick(random, 0, 59)));
-  Record record = support::recordOf(points, faces);
+  std::vector<Vec3> points(60);
+  for (Vec3& p : points) p = {1.0 * pick(random, 0, 4), 1.0 * pick(random, 0, 4), 1.0 * pick(random, 0, 4)};
+  Faces faces(40);
+  for (auto& face : faces) face = randomIndices(random, pick(random, 2, 6), points.size());
+  Record record = recordOf(points, faces);
   record.mTexCoords = {0, 0, 1, 1};
   record.mTexCoordIndices.assign(record.mIndices.size(), 1);
   for (std::uint32_t run = 0; run < 8; ++run) {
@@ -75,7 +63,7 @@ TEST(CleanupConcurrency, parallelCallsOnDifferentRecordsGiveTheSerialResults) {
 }
 
 TEST(MeshConcurrency, parallelReadersShareOneConnectivityAndOneStamp) {
-  const util::Mesh mesh = support::meshOf(std::vector<util::Vec3>(4), {{0, 1, 2}, {1, 2, 3}});
+  const Mesh mesh = meshOf(std::vector<Vec3>(4), {{0, 1, 2}, {1, 2, 3}});
   std::vector<const void*> edges(kThreads);
   std::vector<std::uint64_t> stamps(kThreads);
   onAllThreads([&](int t) {

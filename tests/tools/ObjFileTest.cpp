@@ -66,43 +66,23 @@ TEST(ObjFile, readsEveryFormOfCornerAndLine) {
   EXPECT_THAT(model.mLibraries, ElementsAre("a b.mtl"));
 }
 
-TEST(ObjFile, readsAndWritesPolygonsOfAnySize) {
-  std::string text, face = "f";
-  for (int i = 0; i < 300; ++i) {
-    text.append("v ")
-        .append(std::to_string(std::cos(i * 0.02)))
-        .append(" 0 ")
-        .append(std::to_string(std::sin(i * 0.02)));
-    text.append("\n");
-    face.append(" ").append(std::to_string(i + 1));
-  }
-  const Model model = parse(text + face + "\n");
-  EXPECT_THAT(model.mCounts, ElementsAre(300));
-  expectSameModel(parse(formatObj(throughRecords(model))), model);
-}
-
 TEST(ObjFile, tellsFileAndLineOfEveryMistake) {
   const std::string v = kThreeVertices;
   const std::pair<std::string, const char*> cases[] = {
       {v + "f 1 2 4\n", "t.obj:4: vertex index 4 is out of range: the file has 3"},
       {v + "f 1 2 0\n", "t.obj:4: vertex index 0 is not valid"},
       {v + "f 1 2 -4\n", "t.obj:4: vertex index -4 reaches back before the first"},
-      {v + "f 1 2 -9223372036854775808\n", "t.obj:4: vertex index -9223372036854775808"},
       {v + "f 1 2 99999999999999999999\n", "t.obj:4: vertex index '99999999999999999999' is out of range"},
       {v + "f 1 2 4294967296\n", "t.obj:4: vertex index 4294967296 is out of range"},
       {v + "f 1/1 2/1 3/1\n", "t.obj:4: texture coordinate index 1 is out of range: the file has 0"},
-      {v + "f 1/0 2/1 3/1\n", "t.obj:4: texture coordinate index 0"},
       {v + "\n\nf \\\n1 2 \\\n x\n", "t.obj:8: 'x' is not a vertex index"},
       {v + "f 1 2 3.5\n", "t.obj:4: '3.5' is not a vertex index"},
       {v + "f 1/2/3/4 2 3\n", "t.obj:4: '/4' does not belong behind a corner"},
       {v + "f\n", "t.obj:4: a face has no vertices"},
-      {v + "f # 1 2 3\n", "t.obj:4: a face has no vertices"},
       {"v 0 0\nf 1 1 1\n", "t.obj:1: a vertex has too few numbers"},
       {"v 0 0 \\", "t.obj:1: '\\' is not a number"},
       {"v 0 0,5 0\n", "t.obj:1: '0,5' is not a number"},
-      {"v 0 0 0x10\n", "t.obj:1: '0x10' is not a number"},
       {v + "f 1 2 3\nv 0 nan 0\n", "t.obj:5: 'nan' in a vertex is not a finite number"},
-      {"v 0 0 -INF\n", "t.obj:1: '-INF' in a vertex is not a finite number"},
       {"v 0 0 1e39\n", "t.obj:1: '1e39' in a vertex is not a finite number"},
       {"vt nan 0\n", "t.obj:1: 'nan' in a texture coordinate is not a finite number"},
       {v + "f 1 2 3\n#facetbox:holes 1\n", "t.obj:5: a 'facetbox:holes' line needs an outer face and at least one"},
@@ -117,12 +97,10 @@ TEST(ObjFile, tellsFileAndLineOfEveryMistake) {
   for (const auto& [text, message] : cases) EXPECT_THAT(parseError(text), StartsWith(message)) << text;
 }
 
-TEST(ObjFile, numbersBelowTheRangeOfFloatAreZero) {
-  EXPECT_THAT(parse("v 1e-60 -1e-400 1e-46\nf 1 1 1\n").mVertices, ElementsAre(0, -0.0F, 0));
-}
-
-TEST(ObjFile, keepsFacesThatTheLibraryWillReport) {
-  EXPECT_THAT(parse(std::string(kThreeVertices) + "f 1\nf 1 2\nf 1 2 3\n").mCounts, ElementsAre(1, 2, 3));
+TEST(ObjFile, numbersBelowTheRangeOfFloatAreZeroAndShortFacesAreKeptForTheLibraryToReport) {
+  const Model model = parse("v 1e-60 -1e-400 1e-46\nf 1\nf 1 1\nf 1 1 1\n");
+  EXPECT_THAT(model.mVertices, ElementsAre(0, -0.0F, 0));
+  EXPECT_THAT(model.mCounts, ElementsAre(1, 2, 3));
 }
 
 TEST(ObjFile, facesWithSomeTextureCoordinatesAreReadAsFacesWithout) {
@@ -161,7 +139,7 @@ TEST(ObjFile, holesSurviveTheRoundTrip) {
 // A model whose objects share no vertices and use all of them, as one that came from records.
 Model randomModel(unsigned seed) {
   std::mt19937 random(seed);
-  const auto below = [&](std::size_t n) { return static_cast<std::uint32_t>(random() % n); };
+  const auto below = [&](unsigned n) { return static_cast<std::uint32_t>(random() % n); };
   const auto anyFloat = [&] {
     float value = NAN;
     while (!std::isfinite(value)) value = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
@@ -171,27 +149,23 @@ Model randomModel(unsigned seed) {
   model.mMaterials = {"Z\xFCrich stone", "\xE7\x93\xA6", "plain"};
   model.mGroups = {"left", "right wing"};
   model.mLibraries = {"some.mtl"};
-  const std::size_t objects = 1 + below(3);
-  for (std::size_t object = 0; object < objects; ++object) {
-    const std::uint32_t firstVertex = static_cast<std::uint32_t>(model.vertexCount());
-    const std::uint32_t firstPair = static_cast<std::uint32_t>(model.mTexCoords.size() / 2);
-    const std::uint32_t firstFace = static_cast<std::uint32_t>(model.faceCount());
-    model.mObjects.push_back({std::to_string(object), firstFace, firstVertex, firstPair});
-    const std::uint32_t faces = 1 + below(6);
-    for (std::uint32_t face = 0; face < faces; ++face) {
+  for (unsigned object = 0, objects = 1 + below(3); object < objects; ++object) {
+    const auto firstFace = static_cast<std::uint32_t>(model.faceCount());
+    model.mObjects.push_back({std::to_string(object), firstFace, static_cast<std::uint32_t>(model.vertexCount()),
+                              static_cast<std::uint32_t>(model.mTexCoords.size() / 2)});
+    for (unsigned face = 0, faces = 1 + below(6); face < faces; ++face) {
       const bool textured = below(2) == 0;
-      const std::uint32_t corners = 1 + below(7);
+      const std::uint32_t corners = below(20) == 0 ? 300 : 1 + below(7);
       model.startRun({static_cast<int>(below(4)) - 1, static_cast<int>(below(3)) - 1});
       if (textured) model.mTexIndices.resize(model.mIndices.size(), kNoTexCoord);
       for (std::uint32_t corner = 0; corner < corners; ++corner) {
         model.mIndices.push_back(static_cast<std::uint32_t>(model.vertexCount()));
-        for (int axis = 0; axis < 3; ++axis) model.mVertices.push_back(anyFloat());
-        if (textured) {
-          model.mTexIndices.push_back(static_cast<std::uint32_t>(model.mTexCoords.size() / 2));
-          model.mTexCoords.insert(model.mTexCoords.end(), {anyFloat(), anyFloat()});
-        }
+        model.mVertices.insert(model.mVertices.end(), {anyFloat(), anyFloat(), anyFloat()});
+        if (!textured) continue;
+        model.mTexIndices.push_back(static_cast<std::uint32_t>(model.mTexCoords.size() / 2));
+        model.mTexCoords.insert(model.mTexCoords.end(), {anyFloat(), anyFloat()});
       }
-      if (!textured && !model.mTexIndices.empty()) model.mTexIndices.resize(model.mIndices.size(), kNoTexCoord);
+      if (!model.mTexIndices.empty()) model.mTexIndices.resize(model.mIndices.size(), kNoTexCoord);
       model.mCounts.push_back(corners);
       if (face > 0 && below(3) == 0)
         model.mHoles.insert(model.mHoles.end(), {firstFace, firstFace + face, kEndOfGroup});
@@ -235,23 +209,6 @@ TEST(ObjFile, damagedTextGivesAModelOrAMessage) {
     }
   }
   EXPECT_GT(accepted, 100);
-}
-
-TEST(ObjFile, readsThePublicModels) {
-  const fs::path folder = FACETBOX_MODELS;
-  if (!fs::is_directory(folder)) GTEST_SKIP() << "no folder of public models beside the checkout";
-  int models = 0;
-  for (const auto& entry : fs::directory_iterator(folder)) {
-    if (entry.path().extension() != ".obj") continue;
-    SCOPED_TRACE(entry.path().filename());
-    const Model model = parse(readText(entry.path()));
-    checkModel(model, "t.obj");
-    const Model copy = throughRecords(model);
-    EXPECT_EQ(copy.mCounts, model.mCounts);
-    expectSameModel(parse(formatObj(copy)), copy);
-    ++models;
-  }
-  EXPECT_GT(models, 0);
 }
 
 }  // namespace

@@ -46,19 +46,13 @@ TEST(OutputFile, failureLeavesNothingBehindAndTheOldFileAsItWas) {
 
 TEST(OutputFile, tellsWhyItCannotWrite) {
   const TestFolder folder;
-  const auto messageFor = [](const std::string& path) -> std::string {
-    try {
-      checkWritable(path);
-      writeFile(path, "text");
-    } catch (const RunError& error) {
-      return error.what();
-    }
-    return "no error";
-  };
-  EXPECT_THAT(messageFor(folder.path("missing/out.obj")),
-              HasSubstr("missing/out.obj: cannot be written: No such file"));
-  EXPECT_THAT(messageFor(folder.path("")), HasSubstr("Is a directory"));
-  EXPECT_THAT(messageFor("/dev/full"), HasSubstr("/dev/full: cannot be written: No space left"));
+  const std::pair<std::string, const char*> cases[] = {
+      {folder.path("missing/out.obj"), "missing/out.obj: cannot be written: No such file"},
+      {folder.path(""), "Is a directory"},
+      {"/dev/full", "/dev/full: cannot be written: No space left"}};
+  for (const auto& [path, message] : cases)
+    EXPECT_THAT(([&name = path] { checkWritable(name), writeFile(name, "text"); }),
+                testing::ThrowsMessage<RunError>(HasSubstr(message)));
   EXPECT_THAT(folder.files(), IsEmpty());
 }
 

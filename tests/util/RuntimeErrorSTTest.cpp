@@ -1,6 +1,5 @@
 #include <facetbox/util/RuntimeErrorST.h>
 
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,16 +28,13 @@ TEST(RuntimeErrorST, callStackStartsAtThePlaceThatMadeTheError) {
 }
 
 TEST(RuntimeErrorST, isARuntimeErrorWhoseCopiesKeepTextAndCallStack) {
-  auto original = std::make_unique<util::RuntimeErrorST>("lost");
-  const std::string stacktrace = original->stacktrace();
+  const util::RuntimeErrorST original("lost");
   try {
     util::RuntimeErrorST assigned("other");
-    assigned = *original;
-    original.reset();
-    throw assigned;
+    throw assigned = original;
   } catch (const std::runtime_error& caught) {
     EXPECT_STREQ(caught.what(), "lost");
-    EXPECT_EQ(dynamic_cast<const util::RuntimeErrorST&>(caught).stacktrace(), stacktrace);
+    EXPECT_EQ(dynamic_cast<const util::RuntimeErrorST&>(caught).stacktrace(), original.stacktrace());
   }
 }
 

@@ -30,25 +30,23 @@ Shader texturedShader(std::u16string uri) {
   return Shader("surface").declare("texture", ShaderType::texture).set("texture", textureOf(std::move(uri)));
 }
 
-/// A texture with a digest of its own.
+/// A brick texture with a digest of its own.
 class RepaintedTexture final : public util::Texture {
  public:
-  explicit RepaintedTexture(std::u16string uri) : mUri(std::move(uri)) { mMetadata.mDigest[0] = 1; }
+  RepaintedTexture() { mMetadata.mDigest[0] = 1; }
   const std::u16string& uri() const noexcept override { return mUri; }
   std::span<const std::uint8_t> data() const noexcept override { return {}; }
   const util::TextureMetadata& metadata() const noexcept override { return mMetadata; }
 
  private:
-  std::u16string mUri;
+  std::u16string mUri = u"brick";
   util::TextureMetadata mMetadata;
 };
 
 TEST(Shader, changesYieldNewRecordsAndLeaveTheOldOnesAlone) {
-  const Shader bare("surface");
-  const Shader declared = bare.declare("gloss", ShaderType::doubles, 2);
+  const Shader bare("surface"), declared = bare.declare("gloss", ShaderType::doubles, 2);
   const Shader set = declared.set("gloss", std::vector<double>{0.5, 2});
   const Shader changed = set.set("gloss", std::vector<double>{1, 2});
-
   EXPECT_FALSE(bare.declares("gloss"));
   EXPECT_EQ(declared.find("gloss"), nullptr);
   EXPECT_EQ(*set.find("gloss"), util::ShaderValue(std::vector<double>{0.5, 2}));
@@ -83,39 +81,22 @@ TEST(Shader, contentDecidesEqualityAndHash) {
     EXPECT_EQ(hash_value(x), hash_value(y));
   }
 
+  const Shader none = Shader("s").declare("a", ShaderType::integers, 0).declare("b", ShaderType::string);
+  const Shader repainted = texturedShader(u"brick").set("texture", std::make_shared<const RepaintedTexture>());
   const std::vector<Shader> different = {
-      Shader("s"),
-      Shader("t"),
-      ab,
-      ab.set("a", std::vector<std::int64_t>{1}),
-      ab.set("b", ""),
-      ab.set("b", "x"),
-      Shader("s").declare("a", ShaderType::integers, 0).declare("b", ShaderType::string),
-      number(0.0),
-      number(-0.0),
-      number(1),
-      texturedShader(u"brick"),
-      texturedShader(u"slate"),
-      texturedShader(u"brick").set("texture", std::make_shared<const RepaintedTexture>(u"brick")),
-  };
+      Shader("s"),     Shader("t"),  ab,        ab.set("a", std::vector<std::int64_t>{1}),
+      ab.set("b", ""), none,         repainted, texturedShader(u"brick"),
+      number(0.0),     number(-0.0), number(1), texturedShader(u"slate")};
   for (std::size_t i = 0; i < different.size(); ++i)
     for (std::size_t j = 0; j < i; ++j) EXPECT_FALSE(different[i] == different[j]) << i << " and " << j;
-}
-
-TEST(ShaderHandle, isTheEmptyMaterialByDefault) {
-  const ShaderHandle empty;
-  EXPECT_EQ(empty->name(), "EmptyShader");
-  EXPECT_FALSE(empty->declares("texture"));
-  EXPECT_EQ(&*empty, &*ShaderHandle());
-  EXPECT_EQ(empty, intern(Shader("EmptyShader")));
-  EXPECT_EQ(MaterialPair(), MaterialPair());
-  EXPECT_NE(empty, intern(texturedShader(u"brick")));
 }
 
 TEST(ShaderHandle, equalContentsShareOneRecordUntilTheLastHandleGoes) {
   const auto texture = std::make_shared<const util::SimpleTexture>(u"shared");
   const std::weak_ptr<const util::Texture> watched = texture;
   const auto internShared = [&] { return intern(texturedShader(u"other").set("texture", texture)); };
+  EXPECT_EQ(ShaderHandle()->name(), "EmptyShader");
+  EXPECT_EQ(ShaderHandle(), intern(Shader("EmptyShader")));
   const ShaderHandle first = intern(texturedShader(u"shared"));
   {
     const ShaderHandle second = internShared();
@@ -164,8 +145,7 @@ TEST(ShaderHandle, threadsInternCompareAndReleaseTheSameContents) {
   // The first two stay alive throughout, the others come and go. Run on its own, this also makes the store in a race.
   std::array<std::array<ShaderHandle, 2>, kThreads> kept;
   std::array<int, kThreads> mistakes{};
-  std::barrier start(static_cast<std::ptrdiff_t>(kThreads));
-
+  std::barrier start(std::ptrdiff_t{kThreads});
   const auto work = [&](std::size_t thread) {
     start.arrive_and_wait();
     for (std::size_t i = 0; i < kept[thread].size(); ++i) kept[thread][i] = intern(texturedShader(names[i]));
@@ -187,23 +167,16 @@ TEST(ShaderHandle, threadsInternCompareAndReleaseTheSameContents) {
 }
 
 TEST(FindTexture, looksInTheSecondRecordOnlyForWhatTheFirstDeclares) {
-  const ShaderHandle brick = intern(texturedShader(u"brick"));
-  const ShaderHandle slate = intern(texturedShader(u"slate"));
+  const ShaderHandle brick = intern(texturedShader(u"brick")), slate = intern(texturedShader(u"slate")), empty;
   const ShaderHandle unset = intern(Shader("surface").declare("texture", ShaderType::texture));
   const ShaderHandle text = intern(Shader("s").declare("texture", ShaderType::string).set("texture", "brick"));
-  const ShaderHandle empty;
-
-  const auto uriOf = [](const ShaderHandle& first, const ShaderHandle& second) {
+  const std::tuple<ShaderHandle, ShaderHandle, std::u16string> cases[] = {
+      {brick, empty, u"brick"}, {brick, slate, u"brick"}, {unset, slate, u"slate"}, {unset, unset, u"none"},
+      {unset, empty, u"none"},  {empty, slate, u"none"},  {text, slate, u"none"}};
+  for (const auto& [first, second, expected] : cases) {
     const auto texture = util::findTexture({first, second}, "texture");
-    return texture ? texture->uri() : std::u16string(u"none");
-  };
-  EXPECT_EQ(uriOf(brick, empty), u"brick");
-  EXPECT_EQ(uriOf(brick, slate), u"brick");
-  EXPECT_EQ(uriOf(unset, slate), u"slate");
-  EXPECT_EQ(uriOf(unset, unset), u"none");
-  EXPECT_EQ(uriOf(unset, empty), u"none");
-  EXPECT_EQ(uriOf(empty, slate), u"none");
-  EXPECT_EQ(uriOf(text, slate), u"none");
+    EXPECT_EQ(texture ? texture->uri() : std::u16string(u"none"), expected);
+  }
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <string>
 #include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -17,31 +16,21 @@ TEST(TextEncoding, bytesComeBackAsTheUtf8OfTheirLatin1Characters) {
   }
 }
 
-TEST(TextEncoding, utf8ChangesItsLengthAtTheLimitsOfTheEncoding) {
-  const std::vector<std::pair<std::u16string, std::string>> pairs = {
+TEST(TextEncoding, utf8ChangesItsLengthAtTheLimitsOfTheEncodingAndReplacesLoneSurrogates) {
+  const std::string replacement = "\xEF\xBF\xBD", face = "\xF0\x9F\x98\x80";
+  const std::pair<std::u16string, std::string> cases[] = {
       {u"", ""},
       {std::u16string(1, u'\0'), std::string(1, '\0')},
-      {u"\u007F", "\x7F"},
-      {u"\u0080", "\xC2\x80"},
-      {u"\u07FF", "\xDF\xBF"},
-      {u"\u0800", "\xE0\xA0\x80"},
+      {u"\u007F\u0080", "\x7F\xC2\x80"},
+      {u"\u07FF\u0800", "\xDF\xBF\xE0\xA0\x80"},
       {u"\uD7FF\uE000\uFFFF", "\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF"},
-      {u"\U00010000", "\xF0\x90\x80\x80"},
-      {u"\U0001F600!", "\xF0\x9F\x98\x80!"},
-      {u"\U0010FFFF", "\xF4\x8F\xBF\xBF"},
+      {u"\U00010000\U0010FFFF", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"},
+      {{0xD83D}, replacement},
+      {{0xDE00, u'x'}, replacement + "x"},
+      {{0xDE00, 0xD83D}, replacement + replacement},
+      {{0xD83D, 0xD83D, 0xDE00, 0xDE00}, replacement + face + replacement},
   };
-  for (const auto& [wide, narrow] : pairs) EXPECT_EQ(util::toUtf8(wide), narrow);
-}
-
-TEST(TextEncoding, surrogateWithoutPartnerBecomesTheReplacementCharacter) {
-  constexpr char16_t kHigh = 0xD83D;
-  constexpr char16_t kLow = 0xDE00;
-  const std::string replacement = "\xEF\xBF\xBD";
-  const std::string pair = "\xF0\x9F\x98\x80";
-  EXPECT_EQ(util::toUtf8(std::u16string{kHigh}), replacement);
-  EXPECT_EQ(util::toUtf8(std::u16string{kLow, u'x'}), replacement + "x");
-  EXPECT_EQ(util::toUtf8(std::u16string{kLow, kHigh}), replacement + replacement);
-  EXPECT_EQ(util::toUtf8(std::u16string{kHigh, kHigh, kLow, kLow}), replacement + pair + replacement);
+  for (const auto& [wide, narrow] : cases) EXPECT_EQ(util::toUtf8(wide), narrow);
 }
 
 }  // namespace

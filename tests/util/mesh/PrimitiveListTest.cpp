@@ -1,26 +1,18 @@
 #include <facetbox/util/mesh/PrimitiveList.h>
 
-#include <algorithm>
-#include <bit>
-
-#include <gtest/gtest.h>
-
 #include <facetbox/util/mesh/FlipFace.h>
 #include <tests/support/PlainMesh.h>
 
 namespace {
 
-using support::describe;
-using support::Indices;
-using support::pick;
-using support::PlainFace;
+using namespace support;
 using util::PrimitiveList;
 
 void expectEqual(const PrimitiveList& list, const std::vector<PlainFace>& twin) {
   ASSERT_EQ(list.size(), twin.size());
   Indices corners, set0;
   for (std::size_t i = 0; i < twin.size(); ++i) {
-    EXPECT_EQ(describe(support::plainOf(list.record(i))), describe(twin[i])) << "record " << i;
+    EXPECT_EQ(describe(plainOf(list.record(i))), describe(twin[i])) << "record " << i;
     corners.insert(corners.end(), twin[i].mCorners.begin(), twin[i].mCorners.end());
     const auto set = twin[i].mSets.find(0);
     const Indices indices = set == twin[i].mSets.end() ? Indices(twin[i].mCorners.size(), 0) : set->second;
@@ -34,8 +26,8 @@ void expectEqual(const PrimitiveList& list, const std::vector<PlainFace>& twin) 
 }
 
 void appendInPlace(PrimitiveList& list, const PlainFace& face) {
-  const util::Polygon record = support::polygonOf(face);
-  list.appendUninitialised(static_cast<std::uint32_t>(face.mCorners.size()), record.mTexCoordMask);
+  const util::Polygon record = polygonOf(face);
+  list.appendUninitialised(face.mCorners.size(), record.mTexCoordMask);
   const std::size_t i = list.size() - 1;
   std::ranges::copy(face.mCorners, list.corners(i).begin());
   for (const auto& [set, indices] : face.mSets) std::ranges::copy(indices, list.cornerSet(i, set).begin());
@@ -50,74 +42,53 @@ TEST(PrimitiveList, manyRandomEditsKeepItEqualToAListOfRecords) {
     PrimitiveList list;
     std::vector<PlainFace> twin;
     for (int step = 0; step < 60; ++step) {
-      const std::size_t i = twin.empty() ? 0 : static_cast<std::size_t>(pick(random, 0, int(twin.size()) - 1));
+      const std::size_t i = twin.empty() ? 0 : below(random, twin.size());
       const int count = twin.empty() ? 0 : static_cast<int>(twin[i].mCorners.size());
-      switch (pick(random, 0, 10)) {
-        case 0:
-        case 1:
-        case 2: {
-          twin.push_back(support::randomFace(random, 100, 0, 6));
-          // A record without corners has nothing that could belong to them.
-          if (twin.back().isCleared()) twin.back().clear();
-          list.append(support::polygonOf(twin.back()));
-          break;
-        }
-        case 3: {
-          twin.push_back(support::randomFace(random, 100, 1, 6));
-          twin.back().mNormalIndices.clear();
-          twin.back().mPerVertexNormals = false;
-          appendInPlace(list, twin.back());
-          break;
-        }
-        case 4:
-          if (twin.empty()) break;
-          twin[i].clear();
-          list.clear(i);
-          break;
-        case 5: {
-          if (count == 0) break;
-          const int kept = pick(random, 1, count);
-          twin[i].shrink(static_cast<std::size_t>(kept));
-          list.shrink(i, static_cast<std::uint32_t>(kept));
-          break;
-        }
-        case 6: {
-          if (count < 2) break;
-          const int corner = pick(random, 0, count - 1), normalCorner = pick(random, 0, count - 1);
-          twin[i].mCorners.erase(twin[i].mCorners.begin() + corner);
-          for (auto& [set, indices] : twin[i].mSets) indices.erase(indices.begin() + corner);
-          if (!twin[i].mNormalIndices.empty())
-            twin[i].mNormalIndices.erase(twin[i].mNormalIndices.begin() + normalCorner);
-          list.eraseCorner(i, static_cast<std::uint32_t>(corner), static_cast<std::uint32_t>(normalCorner));
-          break;
-        }
-        case 7:
-          if (count == 0) break;
-          twin[i].mTag = pick(random, -1, 5);
-          list.setTag(i, twin[i].mTag);
-          break;
-        case 8: {
-          if (count == 0) break;
-          // Moves to the pool's end with two more corners there, copies of one of its own.
-          const std::size_t from = list.offset(i), copied = static_cast<std::size_t>(pick(random, 0, count - 1));
-          list.relocate(i, static_cast<std::uint32_t>(count + 2));
-          for (std::size_t c = 0; c < list.cornerCount(i); ++c)
-            list.copyCorner(list.offset(i) + c, from + (c < static_cast<std::size_t>(count) ? c : copied));
-          const auto grow = [&](Indices& indices) { indices.resize(indices.size() + 2, Indices(indices)[copied]); };
-          grow(twin[i].mCorners);
-          if (!twin[i].mNormalIndices.empty()) grow(twin[i].mNormalIndices);
-          for (auto& [set, indices] : twin[i].mSets) grow(indices);
-          break;
-        }
-        case 9:
-          std::erase_if(twin, [](const PlainFace& face) { return face.isCleared(); });
-          list.compact();
-          EXPECT_FALSE(list.anyCleared());
-          break;
-        default:
-          if (pick(random, 0, 9) != 0) break;
-          for (PlainFace& face : twin) face.mNormalIndices.clear();
-          list.dropNormalIndices();
+      const int kind = pick(random, 0, 10);
+      if (kind < 3) {
+        twin.push_back(randomFace(random, 100, 0, 6));
+        // A record without corners has nothing that could belong to them.
+        if (twin.back().isCleared()) twin.back().clear();
+        list.append(polygonOf(twin.back()));
+      } else if (kind == 3) {
+        twin.push_back(randomFace(random, 100, 1, 6));
+        twin.back().mNormalIndices.clear();
+        twin.back().mPerVertexNormals = false;
+        appendInPlace(list, twin.back());
+      } else if (kind == 4) {
+        std::erase_if(twin, [](const PlainFace& face) { return face.isCleared(); });
+        list.compact();
+        EXPECT_FALSE(list.anyCleared());
+      } else if (kind == 5 && oneIn(random, 10)) {
+        for (PlainFace& face : twin) face.mNormalIndices.clear();
+        list.dropNormalIndices();
+      } else if (count == 0) {
+        continue;
+      } else if (kind == 6) {
+        twin[i].clear();
+        list.clear(i);
+      } else if (kind == 7) {
+        const int kept = pick(random, 1, count);
+        twin[i].shrink(kept);
+        list.shrink(i, kept);
+      } else if (kind == 8 && count > 1) {
+        const int corner = pick(random, 0, count - 1), normalCorner = pick(random, 0, count - 1);
+        twin[i].mCorners.erase(twin[i].mCorners.begin() + corner);
+        for (auto& [set, indices] : twin[i].mSets) indices.erase(indices.begin() + corner);
+        if (!twin[i].mNormalIndices.empty())
+          twin[i].mNormalIndices.erase(twin[i].mNormalIndices.begin() + normalCorner);
+        list.eraseCorner(i, corner, normalCorner);
+      } else if (kind == 9) {
+        list.setTag(i, twin[i].mTag = pick(random, -1, 5));
+      } else if (kind == 10) {
+        // Moves to the pool's end with two more corners there, copies of one of its own.
+        const std::size_t from = list.offset(i), copied = pick(random, 0, count - 1);
+        list.relocate(i, count + 2);
+        for (int c = 0; c < count + 2; ++c) list.copyCorner(list.offset(i) + c, from + (c < count ? c : copied));
+        const auto grow = [&](Indices& indices) { indices.resize(indices.size() + 2, Indices(indices)[copied]); };
+        grow(twin[i].mCorners);
+        if (!twin[i].mNormalIndices.empty()) grow(twin[i].mNormalIndices);
+        for (auto& [set, indices] : twin[i].mSets) grow(indices);
       }
     }
     expectEqual(list, twin);
@@ -125,19 +96,6 @@ TEST(PrimitiveList, manyRandomEditsKeepItEqualToAListOfRecords) {
     list.compact();
     expectEqual(list, twin);
   }
-}
-
-TEST(PrimitiveList, arraysThatDoNotFitTheCornersAreNotCarried) {
-  util::Polygon record;
-  record.mVertexIndices = {1, 2, 3};
-  record.mNormalIndices = {1, 2};
-  record.mTexCoordCount = 3;
-  record.mTexCoordMask = 0b1001;
-  record.mTexCoordIndices = {1, 2, 3, 4, 5};
-  PrimitiveList list;
-  list.append(record);
-  EXPECT_EQ(list.mask(0), 0u);
-  EXPECT_FALSE(list.hasNormalIndices(0));
 }
 
 TEST(FlipFace, reversesTheCycleAndKeepsWhatDescribesTheEdgesWithTheirEdges) {
@@ -149,9 +107,9 @@ TEST(FlipFace, reversesTheCycleAndKeepsWhatDescribesTheEdgesWithTheirEdges) {
   flippedWithout.mPerVertexNormals = false;
 
   PrimitiveList list;
-  list.append(support::polygonOf(face));
+  list.append(polygonOf(face));
   face.mPerVertexNormals = false;
-  list.append(support::polygonOf(face));
+  list.append(polygonOf(face));
   for (std::size_t i = 0; i < 2; ++i) util::flipFace(list, i);
   expectEqual(list, {flippedWithFlag, flippedWithout});
 }

@@ -178,13 +178,6 @@ TEST(MergeVertices, guardsAgainstTurnedFacesOnlyAbove015) {
     EXPECT_EQ(expectLikeTwin(meshOf(points, {{1, 3, 2}, {0, 2, 4}}), tolerance), merged);
 }
 
-TEST(MergeVertices, keepsAHoleWhoseCornerIsNearItsOuterFace) {
-  // The hole's corner 4 lies 0.1 from the outer corner 0, its corner 6 at 0.1 from corner 8 of a later hole.
-  const std::vector<Vec3> points{{0, 0, 0},     {4, 0, 0},     {4, 4, 0},       {0, 4, 0}, {0.07, 0.07, 0}, {1, 0.5, 0},
-                                 {1.5, 1.5, 0}, {0.5, 1.0, 0}, {1.57, 1.57, 0}, {3, 2, 0}, {2, 3, 0}};
-  EXPECT_EQ(expectLikeTwin(meshOf(points, {{0, 1, 2, 3}, {4, 7, 6, 5}, {8, 10, 9}}, {0, 1, 2, kEnd}), 0.12), 0u);
-}
-
 TEST(MergeVertices, reportsAVertexThatDoesNotFindItselfFrom1000On) {
   for (const double bad : {kNaN, kInfinity}) {
     std::vector<Vec3> points = gridOf(49, 19, [](auto...) { return true; }).mPoints;
