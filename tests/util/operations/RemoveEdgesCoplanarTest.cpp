@@ -1,35 +1,21 @@
 #include <facetbox/util/operations/RemoveEdgesCoplanar.h>
 
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <map>
-#include <numeric>
-#include <random>
-#include <set>
-
-#include <gtest/gtest.h>
-
 #include <facetbox/util/mesh/HoleAssignment.h>
-#include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/FaceRegions.h>
-#include "tests/support/Meshes.h"
+#include <tests/support/Meshes.h>
 
 namespace {
 
-using support::expectConsistent;
-using support::Faces;
-using support::facesOf;
-using support::holesOf;
-using support::Indices;
-using support::kEnd;
-using support::meshOf;
-using support::pick;
-using util::Mesh;
-using util::Vec3;
+using namespace support;
+using util::removeEdgesCoplanar;
+using Edge = std::pair<std::uint32_t, std::uint32_t>;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+std::vector<Edge> edgesOf(const Indices& face) {
+  std::vector<Edge> edges;
+  for (std::size_t i = 0; i < face.size(); ++i) edges.emplace_back(face[i], face[(i + 1) % face.size()]);
+  return edges;
+}
 
 /// The cycle from its lowest vertex on.
 Indices fromLowest(Indices cycle) {
@@ -68,60 +54,20 @@ std::pair<double, double> areaAndVolume(const Mesh& mesh) {
   return {area, volume};
 }
 
-/// The surface of a random pile of cubes as unit squares.
-struct Surface {
-  std::vector<Vec3> points;
-  Faces squares;
-};
-
-Surface pileOfCubes(std::mt19937& random, int side) {
-  std::set<std::array<int, 3>> cubes;
-  for (int x = 0; x < side; ++x)
-    for (int y = 0; y < side; ++y)
-      for (int z = 0; z < side; ++z)
-        if (pick(random, 0, 19) < 18) cubes.insert({x, y, z});
-  Surface surface;
-  std::map<std::array<int, 3>, std::uint32_t> numbers;
-  const auto number = [&](std::array<int, 3> p) {
-    const auto [known, isNew] = numbers.try_emplace(p, static_cast<std::uint32_t>(surface.points.size()));
-    if (isNew) surface.points.push_back({p[0] * 0.5, p[1] * 0.5, p[2] * 0.5});
-    return known->second;
-  };
-  for (const auto& cube : cubes)
-    for (int axis = 0; axis < 3; ++axis)
-      for (const int direction : {-1, 1}) {
-        auto beyond = cube;
-        beyond[axis] += direction;
-        if (cubes.contains(beyond)) continue;
-        Indices square;
-        for (const auto& [du, dv] : {std::pair(0, 0), std::pair(1, 0), std::pair(1, 1), std::pair(0, 1)}) {
-          auto corner = cube;
-          corner[axis] += direction > 0;
-          corner[(axis + 1) % 3] += du;
-          corner[(axis + 2) % 3] += dv;
-          square.push_back(number(corner));
-        }
-        if (direction < 0) std::ranges::reverse(square);
-        surface.squares.push_back(square);
-      }
-  return surface;
-}
-
 /// Whether the border of every flat part passes each vertex once and no edge has more than two faces.
 bool isPlain(const Surface& surface) {
-  std::map<std::pair<std::uint32_t, std::uint32_t>, int> uses;
-  for (const Indices& square : surface.squares)
-    for (int i = 0; i < 4; ++i)
-      if (++uses[{square[i], square[(i + 1) % 4]}] > 1) return false;
-  auto mesh = meshOf(surface.points, surface.squares);
-  const auto twins = util::findEdgeTwins(mesh.storage().mFaces, surface.points.size());
-  const std::vector<double> areas(surface.squares.size(), 1.0);
-  util::FaceRegions regions(mesh.storage().mFaces, surface.points.size(), twins, areas);
-  for (std::uint32_t f = 0; f < surface.squares.size(); ++f) {
+  std::set<Edge> used;
+  for (const Indices& square : surface.mFaces)
+    for (const Edge& edge : edgesOf(square))
+      if (!used.insert(edge).second) return false;
+  const Mesh mesh = meshOf(surface.mPoints, surface.mFaces);
+  const auto& faces = mesh.storage().mFaces;
+  const auto twins = util::findEdgeTwins(faces, surface.mPoints.size());
+  const std::vector<double> areas(surface.mFaces.size(), 1.0);
+  util::FaceRegions regions(faces, surface.mPoints.size(), twins, areas);
+  for (std::uint32_t f = 0; f < faces.size(); ++f) {
     if (!regions.isFree(f)) continue;
-    regions.grow(f, [&](auto, auto, std::uint32_t g, auto) {
-      return mesh.storage().mFaces.normal(g) == mesh.storage().mFaces.normal(f);
-    });
+    regions.grow(f, [&](auto, auto, std::uint32_t g, auto) { return faces.normal(g) == faces.normal(f); });
     const std::size_t grown = regions.members().size();
     if (!regions.resolvePinches() || regions.members().size() != grown) return false;
     regions.finish();
@@ -132,40 +78,29 @@ bool isPlain(const Surface& surface) {
 /// Squares cut in two, then inner edges of flat parts flipped at random: triangulations of the same vertices.
 Faces triangulate(const Surface& surface, std::mt19937& random) {
   Faces triangles;
-  for (const Indices& s : surface.squares) {
-    triangles.push_back({s[0], s[1], s[2]});
-    triangles.push_back({s[0], s[2], s[3]});
-  }
-  const auto doubleArea = [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
-    return util::cross(surface.points[b] - surface.points[a], surface.points[c] - surface.points[a]);
+  for (const Indices& s : surface.mFaces) triangles.insert(triangles.end(), {{s[0], s[1], s[2]}, {s[0], s[2], s[3]}});
+  const auto normalOf = [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+    return util::cross(surface.mPoints[b] - surface.mPoints[a], surface.mPoints[c] - surface.mPoints[a]);
   };
-  for (int round = 0; round < 3; ++round) {
-    std::map<std::pair<std::uint32_t, std::uint32_t>, std::size_t> faceOf;
-    for (std::size_t f = 0; f < triangles.size(); ++f)
-      for (int i = 0; i < 3; ++i) faceOf[{triangles[f][i], triangles[f][(i + 1) % 3]}] = f;
-    std::set<std::size_t> changed;
-    for (const auto& entry : faceOf) {
-      const auto edge = entry.first;
-      const std::size_t f = entry.second;
-      const auto other = faceOf.find({edge.second, edge.first});
-      if (other == faceOf.end() || pick(random, 0, 1) || changed.contains(f) || changed.contains(other->second))
-        continue;
-      const auto apex = [&](const Indices& t) {
-        return *std::ranges::find_if(t, [&](std::uint32_t v) { return v != edge.first && v != edge.second; });
-      };
-      const std::uint32_t a = apex(triangles[f]), b = apex(triangles[other->second]);
-      const Vec3 normal = doubleArea(triangles[f][0], triangles[f][1], triangles[f][2]);
-      const Vec3 n1 = doubleArea(a, edge.first, b), n2 = doubleArea(b, edge.second, a);
-      if (util::cross(normal, doubleArea(b, edge.second, edge.first)) != Vec3{0, 0, 0}) continue;
-      // Only where both new triangles have area; the same plane keeps them parallel.
-      if (!(util::dot(n1, normal) > 0) || !(util::dot(n2, normal) > 0)) continue;
-      triangles[f] = {a, edge.first, b};
-      triangles[other->second] = {b, edge.second, a};
-      changed.insert({f, other->second});
-    }
+  for (int flips = 0; flips < 2 * static_cast<int>(triangles.size()); ++flips) {
+    Indices& t = triangles[below(random, triangles.size())];
+    std::ranges::rotate(t, t.begin() + pick(random, 0, 2));
+    for (Indices& other : triangles)
+      for (int turn = 0; turn < 3; ++turn) {
+        std::ranges::rotate(other, other.begin() + 1);
+        if (other[0] != t[1] || other[1] != t[0]) continue;
+        // Only where both new triangles have area; the same plane keeps them parallel.
+        const std::uint32_t u = t[0], w = t[1], a = t[2], b = other[2];
+        const Vec3 normal = normalOf(u, w, a), n1 = normalOf(a, u, b), n2 = normalOf(b, w, a);
+        if (util::cross(normal, normalOf(b, w, u)) != Vec3{0, 0, 0} || !(util::dot(n1, normal) > 0) ||
+            !(util::dot(n2, normal) > 0))
+          continue;
+        t = {a, u, b};
+        other = {b, w, a};
+      }
   }
   std::ranges::shuffle(triangles, random);
-  for (Indices& t : triangles) std::rotate(t.begin(), t.begin() + pick(random, 0, 2), t.end());
+  for (Indices& t : triangles) std::ranges::rotate(t, t.begin() + pick(random, 0, 2));
   return triangles;
 }
 
@@ -174,22 +109,26 @@ TEST(RemoveEdgesCoplanar, aSolidComesBackAsItsPolygonsHoweverItWasTriangulated) 
   for (unsigned seed = 0; solids < 25 && seed < 4000; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
-    const Surface surface = pileOfCubes(random, pick(random, 3, 5));
-    if (surface.squares.empty() || !isPlain(surface)) continue;
+    std::set<std::array<int, 3>> cubes;
+    const int side = pick(random, 3, 5);
+    for (int i = 0; i < side * side * side; ++i)
+      if (!oneIn(random, 10)) cubes.insert({i % side, i / side % side, i / side / side});
+    const Surface surface = surfaceOf(cubes, 0.5);
+    if (!isPlain(surface)) continue;
     ++solids;
-    auto expected = meshOf(surface.points, surface.squares);
+    Mesh expected = meshOf(surface.mPoints, surface.mFaces);
     const auto [area, volume] = areaAndVolume(expected);
-    util::removeEdgesCoplanar(expected, 0.0, false);
+    removeEdgesCoplanar(expected, 0.0, false);
     withHoles += !holesOf(expected).empty();
     for (int way = 0; way < 5; ++way) {
-      auto mesh = meshOf(surface.points, triangulate(surface, random));
-      EXPECT_GT(util::removeEdgesCoplanar(mesh, way * 10.0, way % 2 == 1), 0u);
+      Mesh mesh = meshOf(surface.mPoints, triangulate(surface, random));
+      EXPECT_GT(removeEdgesCoplanar(mesh, way * 10.0, way % 2 == 1), 0u);
       EXPECT_EQ(drawing(mesh), drawing(expected));
       expectConsistent(mesh);
       EXPECT_DOUBLE_EQ(areaAndVolume(mesh).first, area);
       EXPECT_NEAR(areaAndVolume(mesh).second, volume, 1e-9);
       const Faces before = facesOf(mesh);
-      EXPECT_EQ(util::removeEdgesCoplanar(mesh, 0.0, false), 0u);
+      EXPECT_EQ(removeEdgesCoplanar(mesh, 0.0, false), 0u);
       EXPECT_EQ(facesOf(mesh), before);
       EXPECT_EQ(util::assignHoles(mesh).mClearedHoles, 0u);
     }
@@ -200,66 +139,45 @@ TEST(RemoveEdgesCoplanar, aSolidComesBackAsItsPolygonsHoweverItWasTriangulated) 
 
 /// The slow, obvious twin of a region: everything looked at anew after every step.
 std::set<std::uint32_t> growSlowly(const Faces& faces, const std::vector<double>& areas, std::uint32_t seed) {
-  using Edge = std::pair<std::uint32_t, std::uint32_t>;
-  std::map<Edge, std::vector<std::uint32_t>> users;
-  for (std::uint32_t f = 0; f < faces.size(); ++f)
-    for (std::size_t i = 0; i < faces[f].size(); ++i)
-      users[{faces[f][i], faces[f][(i + 1) % faces[f].size()]}].push_back(f);
-  const auto across = [&](Edge e) -> std::int64_t {
-    const auto back = users.find({e.second, e.first});
-    if (back == users.end() || back->second.size() != 1 || users[e].size() != 1) return -1;
-    return back->second[0] == users[e][0] ? -1 : back->second[0];
-  };
-  const auto edgesOf = [&](std::uint32_t f) {
-    std::vector<Edge> edges;
-    for (std::size_t i = 0; i < faces[f].size(); ++i)
-      edges.push_back({faces[f][i], faces[f][(i + 1) % faces[f].size()]});
-    return edges;
-  };
+  std::map<Edge, Indices> users;
   std::set<std::uint32_t> all;
-  for (std::uint32_t f = 0; f < faces.size(); ++f) all.insert(f);
+  for (std::uint32_t f = 0; f < faces.size(); ++f) {
+    all.insert(f);
+    for (const Edge& e : edgesOf(faces[f])) users[e].push_back(f);
+  }
+  // The face on the other side of a clean edge; kEnd for none.
+  const auto across = [&](const Edge& e) {
+    const auto back = users.find({e.second, e.first});
+    if (back == users.end() || back->second.size() != 1 || users[e].size() != 1) return kEnd;
+    return back->second[0] == users[e][0] ? kEnd : back->second[0];
+  };
   // Faces of `within` that are edge-connected with `start`, over edges that `passes`.
   const auto connected = [&](const std::set<std::uint32_t>& within, std::uint32_t start, auto passes) {
     std::set<std::uint32_t> reached{start};
-    std::vector<std::uint32_t> open{start};
-    while (!open.empty()) {
-      const std::uint32_t f = open.back();
-      open.pop_back();
-      for (const Edge& e : edgesOf(f))
-        if (const std::int64_t g = across(e); g >= 0 && passes(e) && within.contains(static_cast<std::uint32_t>(g)) &&
-                                              reached.insert(static_cast<std::uint32_t>(g)).second)
-          open.push_back(static_cast<std::uint32_t>(g));
-    }
+    Indices open{start};
+    for (std::size_t at = 0; at < open.size(); ++at)
+      for (const Edge& e : edgesOf(Indices(faces[open[at]])))
+        if (passes(e) && within.contains(across(e)) && reached.insert(across(e)).second) open.push_back(across(e));
     return reached;
   };
   const auto anyEdge = [](const Edge&) { return true; };
   auto region = connected(all, seed, anyEdge);
   while (true) {
-    std::map<std::uint32_t, std::vector<std::uint32_t>> leaving;  // border edges by vertex, as faces
+    std::map<std::uint32_t, int> leaving;  // number of border edges by vertex
     for (const std::uint32_t f : region)
-      for (const Edge& e : edgesOf(f))
-        if (const std::int64_t g = across(e); g < 0 || !region.contains(static_cast<std::uint32_t>(g)))
-          leaving[e.first].push_back(f);
-    const auto pinch = std::ranges::find_if(leaving, [](const auto& at) { return at.second.size() > 1; });
+      for (const Edge& e : edgesOf(faces[f])) leaving[e.first] += !region.contains(across(e));
+    const auto pinch = std::ranges::find_if(leaving, [](const auto& at) { return at.second > 1; });
     if (pinch == leaving.end()) return region;
     const std::uint32_t v = pinch->first;
-    std::set<std::uint32_t> around;
+    std::set<std::uint32_t> around, kept;
     for (const std::uint32_t f : region)
       if (std::ranges::count(faces[f], v)) around.insert(f);
-    std::set<std::uint32_t> kept;
     double keptArea = -1;
-    for (std::set<std::uint32_t> left = around; !left.empty();) {
-      const auto fan = connected(around, *left.begin(), [&](const Edge& e) { return e.first == v || e.second == v; });
-      double area = 0;
-      for (const std::uint32_t f : fan) {
-        area += areas[f];
-        left.erase(f);
-      }
-      if (fan.contains(seed)) area = 1e300;
-      if (area > keptArea) {
-        kept = fan;
-        keptArea = area;
-      }
+    for (const std::uint32_t first : around) {
+      const auto fan = connected(around, first, [&](const Edge& e) { return e.first == v || e.second == v; });
+      double area = fan.contains(seed) ? 1e300 : 0;
+      for (const std::uint32_t f : fan) area += areas[f];
+      if (area > keptArea) kept = fan, keptArea = area;
     }
     for (const std::uint32_t f : around)
       if (!kept.contains(f)) region.erase(f);
@@ -272,43 +190,28 @@ TEST(FaceRegions, trimsPinchedRegionsLikeTheSlowTwin) {
   for (unsigned seed = 0; seed < 500; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
-    const int width = pick(random, 2, 9), height = pick(random, 2, 9), missing = pick(random, 1, 5);
-    std::vector<Vec3> points;
-    Indices number(static_cast<std::size_t>((width + 1) * (height + 1)));
+    const int missing = pick(random, 1, 5);
+    const Surface grid =
+        gridOf(pick(random, 2, 9), pick(random, 2, 9), [&](auto...) { return pick(random, 0, 9) < missing; });
+    Indices number(grid.mPoints.size());
     std::iota(number.begin(), number.end(), 0u);
     std::ranges::shuffle(number, random);
-    for (std::size_t i = 0; i < number.size(); ++i) points.push_back({0, 0, 0});
-    const auto at = [&](int x, int y) { return number[static_cast<std::size_t>(y * (width + 1) + x)]; };
-    for (int y = 0; y <= height; ++y)
-      for (int x = 0; x <= width; ++x) points[at(x, y)] = {1.0 * x, 1.0 * y, 0};
     Faces faces;
-    for (int y = 0; y < height; ++y)
-      for (int x = 0; x < width; ++x) {
-        if (pick(random, 0, 9) < missing) continue;
-        const std::uint32_t a = at(x, y), b = at(x + 1, y), c = at(x + 1, y + 1), d = at(x, y + 1);
-        switch (pick(random, 0, 3)) {
-          case 0:
-            faces.push_back({a, b, c, d});
-            break;
-          case 1:
-            faces.insert(faces.end(), {{a, b, c}, {a, c, d}});
-            break;
-          case 2:
-            faces.insert(faces.end(), {{a, b, d}, {b, c, d}});
-            break;
-          default:
-            faces.push_back({a, b, c});
-        }
-      }
+    for (const Indices& s : grid.mFaces) {
+      const std::uint32_t a = number[s[0]], b = number[s[1]], c = number[s[2]], d = number[s[3]];
+      const Faces ways[] = {{{a, b, c, d}}, {{a, b, c}, {a, c, d}}, {{a, b, d}, {b, c, d}}, {{a, b, c}}};
+      const Faces& way = ways[below(random, 4)];
+      faces.insert(faces.end(), way.begin(), way.end());
+    }
     if (faces.empty()) continue;
-    auto mesh = meshOf(points, faces);
     std::vector<double> areas;
     // Distinct areas: a tie between fans would hang on how their sums round.
     for (std::size_t f = 0; f < faces.size(); ++f)
       areas.push_back(1.0 + static_cast<double>((f * 37 + seed) % 101) / 128);
-    const auto twins = util::findEdgeTwins(mesh.storage().mFaces, points.size());
-    util::FaceRegions regions(mesh.storage().mFaces, points.size(), twins, areas);
-    const auto start = static_cast<std::uint32_t>(pick(random, 0, static_cast<int>(faces.size()) - 1));
+    const Mesh mesh = meshOf(grid.mPoints, faces);
+    const auto twins = util::findEdgeTwins(mesh.storage().mFaces, grid.mPoints.size());
+    util::FaceRegions regions(mesh.storage().mFaces, grid.mPoints.size(), twins, areas);
+    const std::uint32_t start = below(random, faces.size());
     regions.grow(start, [](auto...) { return true; });
     const std::size_t grown = regions.members().size();
     ASSERT_TRUE(regions.resolvePinches());
@@ -328,22 +231,16 @@ TEST(RemoveEdgesCoplanar, aFrameThatIsPinchedOnlyOnTheWayBecomesAFaceWithAHole) 
   const std::vector<Vec3> points{{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0},
                                  {1, 1, 0}, {3, 1, 0}, {3, 3, 0}, {1, 3, 0}};
   auto mesh = meshOf(points, {{0, 1, 4}, {1, 5, 4}, {1, 2, 5}, {2, 6, 5}, {2, 3, 6}, {3, 7, 6}, {3, 0, 7}, {0, 4, 7}});
-  EXPECT_EQ(util::removeEdgesCoplanar(mesh, 0.0, false), 7u);
+  EXPECT_EQ(removeEdgesCoplanar(mesh, 0.0, false), 7u);
   EXPECT_EQ(facesOf(mesh), Faces({{0, 1, 2, 3}, {4, 7, 6, 5}}));
   EXPECT_EQ(holesOf(mesh), Indices({0, 1, kEnd}));
 }
 
 TEST(RemoveEdgesCoplanar, holesThatTouchLeaveARestThatIsStillSound) {
   // A 5 x 5 grid of squares without (1, 1) and (2, 2): the two openings share a corner.
-  std::vector<Vec3> points;
-  Faces faces;
-  for (int y = 0; y <= 5; ++y)
-    for (int x = 0; x <= 5; ++x) points.push_back({1.0 * x, 1.0 * y, 0});
-  for (std::uint32_t y = 0; y < 5; ++y)
-    for (std::uint32_t x = 0; x < 5; ++x)
-      if (!(x == y && (x == 1 || x == 2))) faces.push_back({y * 6 + x, y * 6 + x + 1, y * 6 + x + 7, y * 6 + x + 6});
-  auto mesh = meshOf(points, faces);
-  EXPECT_GT(util::removeEdgesCoplanar(mesh, 0.0, false), 15u);
+  const Surface grid = gridOf(5, 5, [](unsigned x, unsigned y) { return x == y && (x == 1 || x == 2); });
+  Mesh mesh = meshOf(grid.mPoints, grid.mFaces);
+  EXPECT_GT(removeEdgesCoplanar(mesh, 0.0, false), 15u);
   expectConsistent(mesh);
   EXPECT_DOUBLE_EQ(areaAndVolume(mesh).first, 23.0);
   for (const Indices& face : facesOf(mesh)) EXPECT_EQ(std::set(face.begin(), face.end()).size(), face.size());
@@ -364,7 +261,7 @@ TEST(RemoveEdgesCoplanar, isHeldAgainstTheSeedSoThatNothingDrifts) {
   Faces faces;
   for (std::uint32_t i = 0; i < 12; ++i) faces.push_back({2 * i, 2 * i + 2, 2 * i + 3, 2 * i + 1});
   auto mesh = meshOf(points, faces);
-  util::removeEdgesCoplanar(mesh, 10.0, false);
+  removeEdgesCoplanar(mesh, 10.0, false);
   EXPECT_EQ(facesOf(mesh)[0].size(), 8u);
   for (std::size_t f = 0; f < mesh.storage().mFaces.size(); ++f)
     EXPECT_LE(mesh.storage().mFaces.cornerCount(f), 12u);  // at most two neighbours on either side
@@ -377,22 +274,22 @@ TEST(RemoveEdgesCoplanar, joinsOnlyOverCleanEdges) {
                              Faces{{0, 1, 2}, {0, 2, 3}, {0, 1, 2}}}) {  // a double face
     auto mesh = meshOf(points, faces);
     mesh.storage().mFaces.setNormal(1, mesh.storage().mFaces.normal(0));
-    EXPECT_EQ(util::removeEdgesCoplanar(mesh, 89.0, false), 0u);
+    EXPECT_EQ(removeEdgesCoplanar(mesh, 89.0, false), 0u);
     EXPECT_EQ(facesOf(mesh), faces);
   }
   for (const double tolerance : {-1.0, kNaN}) {
     auto mesh = meshOf(points, {{0, 1, 2}, {0, 2, 3}});
-    EXPECT_EQ(util::removeEdgesCoplanar(mesh, tolerance, false), 0u);
+    EXPECT_EQ(removeEdgesCoplanar(mesh, tolerance, false), 0u);
   }
   auto folded = meshOf(points, {{0, 1, 2}, {0, 2, 4}});
-  EXPECT_EQ(util::removeEdgesCoplanar(folded, 200.0, false), 0u);
+  EXPECT_EQ(removeEdgesCoplanar(folded, 200.0, false), 0u);
 }
 
 TEST(RemoveEdgesCoplanar, needlesWithoutAreaJoinAnyNeighbour) {
   // A needle 0, 4, 1 between the lower and the upper square, all three corners on one line.
   const std::vector<Vec3> points{{0, 0, 0}, {2, 0, 0}, {2, 1, 0}, {0, 1, 0}, {1, 0, 0}, {0, -1, 0}, {2, -1, 0}};
   auto mesh = meshOf(points, {{0, 1, 2, 3}, {0, 4, 1}, {5, 6, 1, 4, 0}});
-  EXPECT_EQ(util::removeEdgesCoplanar(mesh, 1.0, false), 2u);
+  EXPECT_EQ(removeEdgesCoplanar(mesh, 1.0, false), 2u);
   EXPECT_EQ(mesh.storage().mFaces.size(), 1u);
   EXPECT_DOUBLE_EQ(areaAndVolume(mesh).first, 4.0);
 }
@@ -402,7 +299,7 @@ TEST(RemoveEdgesCoplanar, holesOfMergedFacesPassOverAndOnesThatCouldNotStayPreve
                            {1, 1, 0}, {1, 2, 0}, {2, 1, 0}, {6, 1, 0}, {6, 2, 0}, {7, 1, 0}};
   const Faces faces{{0, 1, 2, 3}, {6, 7, 8}, {1, 4, 5, 2}, {9, 10, 11}};
   auto mesh = meshOf(points, faces, {2, 3, kEnd, 0, 1, kEnd});
-  EXPECT_EQ(util::removeEdgesCoplanar(mesh, 0.0, true), 1u);
+  EXPECT_EQ(removeEdgesCoplanar(mesh, 0.0, true), 1u);
   EXPECT_EQ(facesOf(mesh), Faces({{0, 1, 4, 5, 2, 3}, {6, 7, 8}, {9, 10, 11}}));
   EXPECT_EQ(holesOf(mesh), Indices({0, 2, 1, kEnd}));
 
@@ -410,13 +307,13 @@ TEST(RemoveEdgesCoplanar, holesOfMergedFacesPassOverAndOnesThatCouldNotStayPreve
   // call.
   points[9] = {4.0005, 3.9995, 0};
   auto close = meshOf(points, {{0, 1, 2, 3}, {1, 4, 5, 2}, {9, 10, 11}}, {1, 2, kEnd});
-  EXPECT_EQ(util::removeEdgesCoplanar(close, 0.0, false), 0u);
+  EXPECT_EQ(removeEdgesCoplanar(close, 0.0, false), 0u);
   EXPECT_EQ(mesh.storage().mFaces.size(), 3u);
 }
 
 /// A row of unit squares with texture coordinates and one material run per square.
-support::Record rowOfSquares(const std::vector<std::string>& textures, const std::vector<float>& jumps) {
-  support::Record row;
+Record rowOfSquares(const std::vector<std::string>& textures, const std::vector<float>& jumps) {
+  Record row;
   const auto count = static_cast<std::uint32_t>(textures.size());
   for (std::uint32_t i = 0; i <= count; ++i)
     for (const float y : {0.0f, 1.0f}) row.mCoords.insert(row.mCoords.end(), {static_cast<float>(i), y, 0.0f});
@@ -436,27 +333,19 @@ support::Record rowOfSquares(const std::vector<std::string>& textures, const std
 }
 
 TEST(RemoveEdgesCoplanar, attributesKeepFacesApartWhenAskedFor) {
-  const auto facesLeft = [](const support::Record& record, bool compareAttributes) {
-    support::Record copy = record;
-    const support::Result result(Cleanup::removeEdgesCoplanar(0.5f, compareAttributes, copy.view()));
-    return result->mCountCount;
-  };
   const auto smooth = rowOfSquares({"a", "a", "a"}, {0, 0, 0});
-  const auto seam = rowOfSquares({"a", "a", "a"}, {0, 0.01f, 0});
-  const auto materials = rowOfSquares({"a", "a", "b"}, {0, 0, 0});
-  auto bent = smooth;  // continuous at the edge, but stretched differently behind it
-  bent.mTexCoords[10] += 0.1f;
-  bent.mTexCoords[12] += 0.1f;
-  bent.mTexCoords[16] += 0.1f;
-  bent.mTexCoords[22] += 0.1f;
-  auto beyond = smooth;
+  auto bent = smooth, beyond = smooth;
+  for (const int u : {10, 12, 16, 22}) bent.mTexCoords[u] += 0.1f;  // continuous, but stretched differently
   beyond.mTexCoordIndices[5] = 999;
-  EXPECT_EQ(facesLeft(smooth, true), 1);
-  EXPECT_EQ(facesLeft(seam, true), 2);
-  EXPECT_EQ(facesLeft(materials, true), 2);
-  EXPECT_EQ(facesLeft(bent, true), 3);
-  EXPECT_EQ(facesLeft(beyond, true), 3);
-  for (const auto& record : {smooth, seam, materials, bent, beyond}) EXPECT_EQ(facesLeft(record, false), 1);
+  for (const auto& [record, faces] : {std::pair(smooth, 1),
+                                      {rowOfSquares({"a", "a", "a"}, {0, 0.01f, 0}), 2},
+                                      {rowOfSquares({"a", "a", "b"}, {0, 0, 0}), 2},
+                                      {bent, 3},
+                                      {beyond, 3}}) {
+    Record copy = record;
+    EXPECT_EQ(Result(Cleanup::removeEdgesCoplanar(0.5f, true, copy.view()))->mCountCount, faces);
+    EXPECT_EQ(Result(Cleanup::removeEdgesCoplanar(0.5f, false, copy.view()))->mCountCount, 1);
+  }
 }
 
 TEST(RemoveEdgesCoplanar, geometryAloneKeepsTheSeedsMaterialAndTheOwnersCornerData) {
@@ -465,28 +354,21 @@ TEST(RemoveEdgesCoplanar, geometryAloneKeepsTheSeedsMaterialAndTheOwnersCornerDa
   row.mCoords[3 * 4] = row.mCoords[3 * 5] = 2.5f;
   row.mCoords[3 * 6] = row.mCoords[3 * 7] = 3.0f;
   row.mCoords[3 * 6 + 2] = row.mCoords[3 * 7 + 2] = 4.0f;  // the third one stands upright
-  const support::Result result(Cleanup::removeEdgesCoplanar(0.5f, false, row.view()));
+  const Result result(Cleanup::removeEdgesCoplanar(0.5f, false, row.view()));
   ASSERT_EQ(result->mCountCount, 2);
-  EXPECT_EQ(support::arrayOf(result->mCounts, 2), Indices({6, 4}));
-  EXPECT_EQ(support::texturesOf(*result), (std::vector<std::optional<std::string>>{"b", "c"}));
-  EXPECT_EQ(support::arrayOf(result->mTexturesStartFaces, 2), Indices({0, 1}));
-  EXPECT_EQ(support::arrayOf(result->mIndices, 6), Indices({0, 2, 4, 5, 3, 1}));
-  EXPECT_EQ(support::arrayOf(result->mTCIndices, 6), Indices({0, 4, 5, 6, 2, 3}));
+  EXPECT_EQ(arrayOf(result->mCounts, 2), Indices({6, 4}));
+  EXPECT_EQ(texturesOf(*result), (std::vector<std::optional<std::string>>{"b", "c"}));
+  EXPECT_EQ(arrayOf(result->mTexturesStartFaces, 2), Indices({0, 1}));
+  EXPECT_EQ(arrayOf(result->mIndices, 6), Indices({0, 2, 4, 5, 3, 1}));
+  EXPECT_EQ(arrayOf(result->mTCIndices, 6), Indices({0, 4, 5, 6, 2, 3}));
 }
 
 TEST(RemoveEdgesCoplanar, aCombedGridWithManyHolesIsMergedIntoOneFace) {
   // 200 x 200 squares without every other one of every other row: ten thousand holes, one outer loop.
   constexpr std::uint32_t kSide = 201;
-  std::vector<Vec3> points;
-  Faces faces;
-  for (std::uint32_t y = 0; y <= kSide; ++y)
-    for (std::uint32_t x = 0; x <= kSide; ++x) points.push_back({1.0 * x, 1.0 * y, 0});
-  const auto at = [](std::uint32_t x, std::uint32_t y) { return y * (kSide + 1) + x; };
-  for (std::uint32_t y = 0; y < kSide; ++y)
-    for (std::uint32_t x = 0; x < kSide; ++x)
-      if (x % 2 == 0 || y % 2 == 0) faces.push_back({at(x, y), at(x + 1, y), at(x + 1, y + 1), at(x, y + 1)});
-  auto mesh = meshOf(points, faces);
-  util::removeEdgesCoplanar(mesh, 0.0, false);
+  const Surface grid = gridOf(kSide, kSide, [](unsigned x, unsigned y) { return x % 2 == 1 && y % 2 == 1; });
+  Mesh mesh = meshOf(grid.mPoints, grid.mFaces);
+  removeEdgesCoplanar(mesh, 0.0, false);
   expectConsistent(mesh);
   EXPECT_EQ(mesh.storage().mFaces.size(), 1u + 100 * 100);
   EXPECT_EQ(mesh.storage().mFaces.cornerCount(0), 4 * kSide);
