@@ -62,7 +62,8 @@ void writeBytes(std::wostream& stream, const char* text) {
 }  // namespace
 
 const Cleanup::MeshData* Cleanup::mergeVertices(float tolerance, const MeshData& data) {
-  return runOperation(data, [=](util::Mesh& mesh) { util::mergeVertices(mesh, tolerance); });
+  // A record holds no normals.
+  return runOperation(data, [=](util::Mesh& mesh) { util::mergeVertices(mesh, tolerance, util::FaceNormals::left); });
 }
 
 const Cleanup::MeshData* Cleanup::removeVerticesColinear(float tolerance, bool keepTextureMapping,

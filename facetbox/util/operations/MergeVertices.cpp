@@ -208,12 +208,12 @@ std::uint64_t weld(Mesh& mesh, double tolerance) {
 
 }  // namespace
 
-std::uint64_t mergeVertices(Mesh& mesh, double tolerance) {
+std::uint64_t mergeVertices(Mesh& mesh, double tolerance, FaceNormals normals) {
   if (mesh.storage().mFaces.empty()) return 0;
   const std::uint64_t mergedCount = weld(mesh, tolerance);
   sanitizeFaces(mesh);
   removeUnusedVertices(mesh);
-  recomputeFaceNormals(mesh);
+  if (normals == FaceNormals::recomputed) recomputeFaceNormals(mesh);
   return mergedCount;
 }
 

@@ -6,6 +6,8 @@
 
 namespace util {
 
+enum class FaceNormals { recomputed, left };
+
 /// Welds vertices that lie within `tolerance` of each other.
 ///
 /// Groups: the vertex of lowest index that is in no group yet is a seed and takes every later vertex in no group whose
@@ -18,12 +20,13 @@ namespace util {
 /// - above a tolerance of 0.15 (an absolute length) no face ends up visiting a vertex twice or turned over.
 ///
 /// Repeated corners, faces and holes that collapse, and unused vertices go; all face normals are recomputed, also when
-/// nothing is merged. A mesh without faces stays as it is.
+/// nothing is merged (unless a caller that has no use for them leaves them as they are). A mesh without faces stays as
+/// it is.
 ///
 /// @return number of vertices merged away
 /// @throws RuntimeErrorST where a mesh of 1000 vertices or more has a vertex that is not within the tolerance of
 ///         itself: NaN or infinite coordinates. The mesh is untouched then.
 /// O(vertices + corners) expected.
-std::uint64_t mergeVertices(Mesh& mesh, double tolerance);
+std::uint64_t mergeVertices(Mesh& mesh, double tolerance, FaceNormals normals = FaceNormals::recomputed);
 
 }  // namespace util

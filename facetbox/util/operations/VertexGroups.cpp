@@ -66,7 +66,8 @@ VertexGroups::VertexGroups(std::span<const Vec3> vertices, double tolerance) {
   const double toleranceSq = tolerance * tolerance;
   SlotsAhead slots(seeds, vertexCount);
   for (std::uint32_t v = 0; v < vertexCount; ++v) {
-    const std::uint32_t seed = seeds.findFirstNear(v, slots.slotOf(v));
+    const std::uint32_t slot = slots.slotOf(v);
+    const std::uint32_t seed = seeds.findFirstNear(v, slot);
     if (seed != PointOctree::kNone) {
       mGroupOf[seed] = mGroupOf[v] = seed;
       mIsEmpty = false;
@@ -74,7 +75,7 @@ VertexGroups::VertexGroups(std::span<const Vec3> vertices, double tolerance) {
     }
     if (vertexCount >= kCheckedSize && !(lengthSq(vertices[v] - vertices[v]) <= toleranceSq))
       throwNotFound(vertices[v]);
-    seeds.insert(v);
+    seeds.insert(v, slot);
   }
 }
 

@@ -29,10 +29,6 @@ constexpr int kFinestLevel = 3;
 constexpr int kCrowd = 24;
 constexpr int kCrowdByReach = 72;
 
-/// From this leaf number on, neighbouring doubles are more than twice the reach apart: points within it are equal in
-/// the coordinate.
-constexpr double kLastLeaf = 0x1p53;
-
 /// Distance between neighbours when the points are spread over a square as wide as their box; not finite where a
 /// coordinate is not, or where it overflows.
 double surfaceSpacing(std::span<const Vec3> points) {
@@ -65,24 +61,6 @@ PointOctree::PointOctree(std::span<const Vec3> points, double distance)
   mSlots.resize(slotCount, kNone);
 }
 
-std::int64_t PointOctree::leafIndex(double coordinate) const {
-  // Half a leaf off, so that the usual round coordinates lie inside a leaf and not between two.
-  const double leaf = coordinate * mLeavesPerUnit + 0.5;
-  // NaN takes the second way as well. Adding zero makes the two zeros one.
-  if (!(std::fabs(leaf) < kLastLeaf)) return std::bit_cast<std::int64_t>(coordinate + 0.0);
-  // Rounded down.
-  const auto truncated = static_cast<std::int64_t>(leaf);
-  return truncated - (static_cast<double>(truncated) > leaf ? 1 : 0);
-}
-
-std::uint32_t PointOctree::slotOf(std::int64_t x, std::int64_t y, std::int64_t z) const {
-  if (!mIsIndexed) return 0;
-  std::uint64_t hash = static_cast<std::uint64_t>(x) * 0x9E3779B97F4A7C15u;
-  hash = (std::rotl(hash, 26) ^ static_cast<std::uint64_t>(y)) * 0xC2B2AE3D27D4EB4Fu;
-  hash = (std::rotl(hash, 26) ^ static_cast<std::uint64_t>(z)) * 0x165667B19E3779F9u;
-  return static_cast<std::uint32_t>((hash ^ hash >> 32) * 0x9E3779B97F4A7C15u >> mHashShift);
-}
-
 bool PointOctree::isCrowded(std::uint32_t slot) const {
   const std::uint32_t newest = mSlots[slot];
   if (newest == kNone) return false;
@@ -111,8 +89,8 @@ void PointOctree::refine() {
     if (entry.number != last) store(last = entry.number);
 }
 
-void PointOctree::insert(std::uint32_t number) {
-  if (mIsIndexed && mLevel < kFinestLevel && isCrowded(slotOfPoint(number))) refine();
+void PointOctree::insert(std::uint32_t number, std::uint32_t slot) {
+  if (mIsIndexed && mLevel < kFinestLevel && isCrowded(slot)) refine();
   store(number);
 }
 

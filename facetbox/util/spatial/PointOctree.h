@@ -1,5 +1,7 @@
 #pragma once
 
+#include <bit>
+#include <cmath>
 #include <cstdint>
 #include <span>
 
@@ -26,7 +28,8 @@ class PointOctree {
   PointOctree(std::span<const Vec3> points, double distance);
 
   /// Stores a point. Numbers must come in ascending order. Amortised O(1).
-  void insert(std::uint32_t number);
+  /// @param slot  slotOfPoint(number)
+  void insert(std::uint32_t number, std::uint32_t slot);
 
   /// The slot to search for points near point `number`. Valid until revision() changes.
   std::uint32_t slotOfPoint(std::uint32_t number) const { return slotAt(mPoints[number]); }
@@ -58,6 +61,10 @@ class PointOctree {
   }
 
  private:
+  /// From this leaf number on, neighbouring doubles are more than twice the reach apart: points within it are equal in
+  /// the coordinate.
+  static constexpr double kLastLeaf = 0x1p53;
+
   struct Entry {
     std::uint32_t number;
     std::uint32_t next;  // position of the next newer entry of the same slot; the newest leads back to the oldest
@@ -66,8 +73,25 @@ class PointOctree {
   void store(std::uint32_t number);
   bool isCrowded(std::uint32_t slot) const;
   void refine();
-  std::int64_t leafIndex(double coordinate) const;
-  std::uint32_t slotOf(std::int64_t x, std::int64_t y, std::int64_t z) const;
+
+  std::int64_t leafIndex(double coordinate) const {
+    // Half a leaf off, so that the usual round coordinates lie inside a leaf and not between two.
+    const double leaf = coordinate * mLeavesPerUnit + 0.5;
+    // NaN takes this way as well. Adding zero makes the two zeros one.
+    if (!(std::fabs(leaf) < kLastLeaf)) return std::bit_cast<std::int64_t>(coordinate + 0.0);
+    // Rounded down.
+    const auto truncated = static_cast<std::int64_t>(leaf);
+    return truncated - (static_cast<double>(truncated) > leaf ? 1 : 0);
+  }
+
+  std::uint32_t slotOf(std::int64_t x, std::int64_t y, std::int64_t z) const {
+    if (!mIsIndexed) return 0;
+    std::uint64_t hash = static_cast<std::uint64_t>(x) * 0x9E3779B97F4A7C15u;
+    hash = (std::rotl(hash, 26) ^ static_cast<std::uint64_t>(y)) * 0xC2B2AE3D27D4EB4Fu;
+    hash = (std::rotl(hash, 26) ^ static_cast<std::uint64_t>(z)) * 0x165667B19E3779F9u;
+    return static_cast<std::uint32_t>((hash ^ hash >> 32) * 0x9E3779B97F4A7C15u >> mHashShift);
+  }
+
   std::uint32_t slotAt(const Vec3& p) const { return slotOf(leafIndex(p.x), leafIndex(p.y), leafIndex(p.z)); }
 
   std::span<const Vec3> mPoints;
