@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include <facetbox/util/Buffer.h>
 #include <facetbox/util/math/Box.h>
 #include <facetbox/util/mesh/HolePlacement.h>
 #include <facetbox/util/mesh/Maintenance.h>
@@ -49,12 +50,12 @@ class KeptHoles {
   Box boxOf(std::uint32_t face) const;
 
   const MeshStorage& mMesh;
+  std::span<const std::uint32_t> mHoles;  // the group's
   bool mIsIndexed = false;
-  unsigned mAxes = 0;  // a bit for each dominant axis in use
-  // Per hole of the group.
-  std::vector<Box> mBoxes;
-  std::vector<int> mAxisOf;
-  // One of the two.
+  unsigned mAxes = 0;            // a bit for each dominant axis in use
+  Buffer<std::uint8_t> mAxisOf;  // per hole of the group
+  // One of the two. The index has the boxes itself.
+  std::vector<Box> mBoxes;  // per hole of the group
   std::vector<unsigned> mKept;
   BoxForest<unsigned> mIndex;
 };
@@ -67,17 +68,21 @@ Box KeptHoles::boxOf(std::uint32_t face) const {
 }
 
 void KeptHoles::begin(std::span<const std::uint32_t> holes, int outerAxis, Search search) {
+  mHoles = holes;
   mAxes = 0;
-  mBoxes.clear();
-  mAxisOf.clear();
+  mAxisOf.resize(holes.size());
+  mBoxes.resize(holes.size());
   mKept.clear();
-  for (const std::uint32_t hole : holes) {
-    mAxisOf.push_back(dominantAxis(mMesh.mFaces.normal(hole)));
-    mAxes |= 1u << mAxisOf.back();
-    mBoxes.push_back(boxOf(hole));
+  for (std::size_t i = 0; i < holes.size(); ++i) {
+    const int axis = dominantAxis(mMesh.mFaces.normal(holes[i]));
+    mAxisOf[i] = static_cast<std::uint8_t>(axis);
+    mAxes |= 1u << axis;
+    mBoxes[i] = boxOf(holes[i]);
   }
   mIsIndexed = search == Search::indexed && holes.size() >= kLargeGroupHoles;
-  if (mIsIndexed) mIndex.plan(mBoxes, outerAxis);
+  if (!mIsIndexed) return;
+  mIndex.plan(mBoxes, outerAxis);
+  std::vector<Box>().swap(mBoxes);  // a large group's are worth giving back
 }
 
 void KeptHoles::add(std::size_t position) {
@@ -90,9 +95,10 @@ void KeptHoles::add(std::size_t position) {
 template <class Use>
 bool KeptHoles::any(std::size_t position, Use use) {
   const int axis = mAxisOf[position];
+  const Box box = mIsIndexed ? boxOf(mHoles[position]) : mBoxes[position];
   for (int sight = 0; sight < kAxes; ++sight) {
     if ((mAxes >> sight & 1) == 0) continue;
-    const Box column = columnAlong(sight, mBoxes[position]);
+    const Box column = columnAlong(sight, box);
     const auto useIfSeen = [&](unsigned other) {
       return (axis == sight || mAxisOf[other] == sight) && use(std::size_t{other});
     };
