@@ -20,6 +20,36 @@ void forEachGroup(const SmallIndexList& list, Use use) {
   }
 }
 
+/// Outer faces in the order in which they are first seen. Ascending ones, as most lists have them, are found by
+/// bisection and take no allocation each.
+class OuterFaces {
+ public:
+  /// Position of an outer face, which is added if it is new.
+  std::uint32_t positionOf(std::uint32_t outer) {
+    const auto next = static_cast<std::uint32_t>(mOuters.size());
+    const auto ascending = std::span(mOuters).first(mAscending);
+    if (ascending.empty() || outer > ascending.back()) {
+      if (mAscending == next) {
+        mOuters.push_back(outer);
+        return mAscending++;
+      }
+    } else if (const auto found = std::ranges::lower_bound(ascending, outer); *found == outer) {
+      return static_cast<std::uint32_t>(found - ascending.begin());
+    }
+    const auto [known, isNew] = mOthers.try_emplace(outer, next);
+    if (isNew) mOuters.push_back(outer);
+    return known->second;
+  }
+
+  std::size_t size() const { return mOuters.size(); }
+  std::uint32_t operator[](std::size_t position) const { return mOuters[position]; }
+
+ private:
+  std::vector<std::uint32_t> mOuters;
+  std::uint32_t mAscending = 0;  // so many of the first are ascending
+  std::unordered_map<std::uint32_t, std::uint32_t> mOthers;
+};
+
 }  // namespace
 
 std::size_t HoleTable::validate(std::size_t faceCount) {
@@ -35,15 +65,13 @@ std::size_t HoleTable::validate(std::size_t faceCount) {
     std::uint32_t outerPosition, hole;
     std::size_t place;
   };
-  std::vector<std::uint32_t> outers;
+  OuterFaces outers;
   std::vector<Entry> entries;
-  std::unordered_map<std::uint32_t, std::uint32_t> positionOf;
   forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> holes) {
     if (outer >= faceCount) return;
-    const auto [known, isNew] = positionOf.try_emplace(outer, static_cast<std::uint32_t>(outers.size()));
-    if (isNew) outers.push_back(outer);
+    const std::uint32_t position = outers.positionOf(outer);
     for (const std::uint32_t hole : holes)
-      if (hole < faceCount && hole != outer) entries.push_back({known->second, hole, entries.size()});
+      if (hole < faceCount && hole != outer) entries.push_back({position, hole, entries.size()});
   });
   std::ranges::sort(entries, {}, [](const Entry& e) { return std::tuple(e.outerPosition, e.hole, e.place); });
   entries.erase(std::unique(entries.begin(), entries.end(),
@@ -90,19 +118,13 @@ void HoleTable::renumber(const FaceRenumbering& faces) {
 
 void HoleTable::regroup(std::span<const std::uint32_t> newOuterOf, std::span<const NewHole> newHoles) {
   // Holes tagged with the position of their outer face in first-seen order; a stable sort by it makes the groups.
-  std::vector<std::uint32_t> outers;
+  OuterFaces outers;
   std::vector<std::pair<std::uint32_t, std::uint32_t>> holes;
-  std::unordered_map<std::uint32_t, std::uint32_t> positionOf;
-  const auto positionFor = [&](std::uint32_t outer) {
-    const auto [known, isNew] = positionOf.try_emplace(outer, static_cast<std::uint32_t>(outers.size()));
-    if (isNew) outers.push_back(outer);
-    return known->second;
-  };
   forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> groupHoles) {
-    const std::uint32_t position = positionFor(outer < newOuterOf.size() ? newOuterOf[outer] : outer);
+    const std::uint32_t position = outers.positionOf(outer < newOuterOf.size() ? newOuterOf[outer] : outer);
     for (const std::uint32_t hole : groupHoles) holes.emplace_back(position, hole);
   });
-  for (const NewHole& added : newHoles) holes.emplace_back(positionFor(added.outer), added.hole);
+  for (const NewHole& added : newHoles) holes.emplace_back(outers.positionOf(added.outer), added.hole);
   std::ranges::stable_sort(holes, {}, [](const auto& hole) { return hole.first; });
 
   mList.clear();
