@@ -12,9 +12,6 @@
 namespace tool {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 TEST(OutputFile, keepsModeAndLinkOfTheFileThatItReplaces) {

@@ -9,12 +9,6 @@
 namespace tool {
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
-
 std::string cleanCommand(const std::string& model, const std::string& out, const std::string& steps) {
   return "clean " + quoted(model) + " -o " + quoted(out) + " " + steps;
 }

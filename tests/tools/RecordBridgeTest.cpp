@@ -7,8 +7,6 @@
 namespace tool {
 namespace {
 
-using testing::ElementsAre;
-
 const std::string kVertices = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 9 9 9\n";
 
 std::vector<ObjectRecord> recordsOf(const std::string& text) {

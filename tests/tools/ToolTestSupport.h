@@ -19,12 +19,15 @@
 namespace tool {
 
 namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
 
 inline std::string readText(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 /// A folder that goes with the test.
@@ -72,16 +75,6 @@ inline RunResult runProgram(const std::string& arguments, const std::string& bef
                               " 2>" + quoted(folder.path("err")) + " </dev/null";
   const int status = std::system(command.c_str());
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(folder.path("out")), readText(folder.path("err"))};
-}
-
-/// The text of the InputError that parsing must end with.
-inline std::string parseError(const std::string& text) {
-  try {
-    parseObj(text, "t.obj");
-  } catch (const InputError& error) {
-    return error.what();
-  }
-  return "no error";
 }
 
 inline constexpr const char* kTetrahedron = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 3 2\nf 1 2 4\nf 2 3 4\nf 3 1 4\n";

@@ -119,7 +119,8 @@ PlainMesh randomPieces(std::mt19937& random) {
   for (Indices& face : surface.mFaces)
     if (oneIn(random, 4)) std::ranges::reverse(face);
   std::erase_if(surface.mFaces, [&](const Indices&) { return oneIn(random, 10); });
-  std::ranges::rotate(surface.mFaces, surface.mFaces.begin() + below(random, surface.mFaces.size() + 1));
+  std::rotate(surface.mFaces.begin(), surface.mFaces.begin() + below(random, surface.mFaces.size() + 1),
+              surface.mFaces.end());
   return plainOf(meshOf(surface.mPoints, surface.mFaces));
 }
 

@@ -84,10 +84,10 @@ Faces triangulate(const Surface& surface, std::mt19937& random) {
   };
   for (int flips = 0; flips < 2 * static_cast<int>(triangles.size()); ++flips) {
     Indices& t = triangles[below(random, triangles.size())];
-    std::ranges::rotate(t, t.begin() + pick(random, 0, 2));
+    std::rotate(t.begin(), t.begin() + pick(random, 0, 2), t.end());
     for (Indices& other : triangles)
       for (int turn = 0; turn < 3; ++turn) {
-        std::ranges::rotate(other, other.begin() + 1);
+        std::rotate(other.begin(), other.begin() + 1, other.end());
         if (other[0] != t[1] || other[1] != t[0]) continue;
         // Only where both new triangles have area; the same plane keeps them parallel.
         const std::uint32_t u = t[0], w = t[1], a = t[2], b = other[2];
@@ -100,7 +100,7 @@ Faces triangulate(const Surface& surface, std::mt19937& random) {
       }
   }
   std::ranges::shuffle(triangles, random);
-  for (Indices& t : triangles) std::ranges::rotate(t, t.begin() + pick(random, 0, 2));
+  for (Indices& t : triangles) std::rotate(t.begin(), t.begin() + pick(random, 0, 2), t.end());
   return triangles;
 }
 

@@ -141,7 +141,7 @@ PlainMesh randomMesh(std::mt19937& random, const Likeness& like) {
     const std::uint32_t first = below(random, face.mCorners.size());
     const bool backward = oneIn(random, 2);
     const auto turn = [&](Indices& indices) {
-      std::ranges::rotate(indices, indices.begin() + first);
+      std::rotate(indices.begin(), indices.begin() + first, indices.end());
       if (backward) std::ranges::reverse(indices);
     };
     turn(face.mCorners);
