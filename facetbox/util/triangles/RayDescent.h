@@ -3,23 +3,59 @@
 #include <cstdint>
 
 #include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/triangles/RayTest.h>
 #include <facetbox/util/triangles/TriangleHierarchy.h>
 
 // The descent of a ray through a hierarchy. The kernel is written once, over a set of vector operations, and compiled
 // once per instruction set; nothing in here may call an inline function of a library, since the linker would be free to
 // keep the copy that an older processor cannot run.
 
+// How far the boxes have to be widened so that no triangle that the plain loop accepts is passed over.
+//
+// Let u = 2^-53, |.| the largest absolute component, A and T the matrix's linear part and translation, a a bound of A's
+// row sums of absolute values, L the largest coordinate of the mesh, D = |direction|.
+//
+// In the world. A corner P computed from x = A v + T is off by at most rho = 5u (a L + |T|) in each coordinate. With
+// the computed edges e1, e2 (at most E) and s = origin - P0 (at most S), every triple product of the test has a
+// rounding error of at most 32u times the product of its three bounds: 2 roundings in each component of the cross
+// product and 3 in the sum, over 6 products. So the numerators of u and v are off by N = 32u S D E, that of t by M =
+// 32u S E E, the determinant by Q = 32u E E D. The test only accepts |det| >= 1e-5; where Q <= 0.25e-5, the true
+// determinant is at least three quarters of the computed one, and the true (u, v) of the ray and the computed triangle
+// lies within delta = (N + Q) / 0.75e-5 + 4u of accepted ones, the true parameter t' of an accepted t within (M + t Q)
+// / 0.75e-5 + 4u t. Hence the point origin + t' direction lies within eta = 2 delta E + rho + u S + 6u E of the
+// transformed triangle, in each coordinate.
+//
+// In the mesh's space. With any matrix B, the map w -> B (w - T) takes that point to within b_i eta + r 3 L of the
+// triangle, where b_i is B's row sum and r bounds the components of B A - 1. For B from cofactors, r <= 64u kappa with
+// kappa = (largest |A_ij|)^3 / |det A|. The computed image of the origin is off by at most 6u (b_i (|o| + |T|) + L),
+// that of the direction by 4u b_i D per unit of the parameter; the parameter of a point in the mesh is at most
+// (|o'| + 2 h) / |d'|, with h the half size of the mesh.
+//
+// In floats. The origin is moved along the ray to the point next to the mesh's center, which keeps far origins from
+// costing digits. With e = 2^-24 the plane distances (plane - origin) / direction carry relative errors of at
+// most 4.1e, the origin one of e, and tiny directions are replaced by 2^-22 of the largest: 10e times the largest
+// distance between origin and box planes covers all three.
+
 namespace util {
 
+inline constexpr double kUnit = 0x1p-53;
+inline constexpr double kFloatUnit = 0x1p-24;
+/// A hit lies nearer than the largest float.
+inline constexpr double kFarthest = 3.4028234663852886e38;
+/// Determinants strictly between -kSmallestDeterminant and kSmallestDeterminant mean a parallel ray.
+inline constexpr double kSmallestDeterminant = 1e-5;
+/// Magnitudes up to this can be multiplied four at a time without overflow.
+inline constexpr double kLargestMagnitude = 1e70;
+
 /// A ray in the unit coordinates of a hierarchy, its parameter shifted and scaled so that the largest coordinate of the
-/// direction is 1. It serves to pass over boxes and triangles only; RayTest.cpp derives the margins.
+/// direction is 1. It serves to pass over boxes and triangles only; the margins are derived above.
 struct UnitRay {
-  float origin[3];
-  float direction[3];
+  float origin[4];  ///< vectors of three; the fourth place has no meaning
+  float direction[4];
+  float nearOrigin[4];  ///< origin moved so that the near planes of all boxes lie nearer by the margin
+  float farOrigin[4];   ///< and so that the far planes lie farther
+  float inverse[4];     ///< 1 / direction; never infinite
   float tolerance;      ///< of the triangle filter, per unit of a triangle's reach
-  float nearOrigin[3];  ///< origin moved so that the near planes of all boxes lie nearer by the margin
-  float farOrigin[3];   ///< and so that the far planes lie farther
-  float inverse[3];     ///< 1 / direction; never infinite
   float first;          ///< parameters of interest
   float last;           ///< shrinks with every hit
 };
@@ -48,15 +84,81 @@ struct ExactSearch {
   Vec3 edge1, edge2;       ///< of that triangle, placed by the matrix
 };
 
-/// The test of the plain loop on one triangle. A hit at the nearest parameter so far counts where its triangle is the
-/// earlier one: the loop would have met it first.
-void testExact(const TriangleHierarchy::Exact& exact, ExactSearch& search);
+/// The test of the plain loop on one triangle whose corners, a point in every fourth place, have been transformed. A
+/// hit at the nearest parameter so far counts where its triangle is the earlier one: the loop would have met it first.
+void testPlaced(const double corners[12], std::uint32_t triangle, ExactSearch& search);
 
-using RayDescent = void(const TriangleHierarchy::View&, UnitRay, const ParameterMap&, ExactSearch&);
+/// Finds the nearest hit.
+/// @return whether it could: else the ray is one for the plain loop, and `search` is untouched
+using RayDescent = bool(const TriangleHierarchy::View&, const RayPlacement&, ExactSearch&);
 
 /// For processors with AVX2 and fused multiply-add, and for any.
 RayDescent descendAvx2;
 RayDescent descendBase;
+
+/// What becomes of a ray: it is descended, cannot hit anything, or is one for the plain loop.
+enum class Outlook { descend, noHit, unknown };
+
+/// Derives the unit ray, with its margins, from the ray of the search.
+template <class Ops>
+inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placement, const ExactSearch& search,
+                                                      UnitRay& ray, ParameterMap& limits) {
+  using V = typename Ops::Doubles;
+  constexpr double kPerDeterminant = 1 / (0.75 * kSmallestDeterminant);
+  const V origin = Ops::three(search.origin), direction = Ops::three(search.direction);
+  const double D = Ops::largest(direction), O = Ops::largest(origin), E = placement.edge;
+  if (!(D < kLargestMagnitude && O < kLargestMagnitude)) return Outlook::unknown;
+  if (7 * E * E * D < kSmallestDeterminant) return Outlook::noHit;
+  const double Q = 32 * kUnit * E * E * D;
+  if (!(Q <= 0.25 * kSmallestDeterminant)) return Outlook::unknown;
+
+  // The ray in unit coordinates, its origin moved next to the center.
+  const V x = Ops::load(placement.columns[0]), y = Ops::load(placement.columns[1]), z = Ops::load(placement.columns[2]);
+  const V moved = origin - Ops::load(placement.translation);
+  const V o = Ops::template lane<0>(moved) * x + Ops::template lane<1>(moved) * y + Ops::template lane<2>(moved) * z -
+              Ops::load(placement.center);
+  const V d = Ops::template lane<0>(direction) * x + Ops::template lane<1>(direction) * y +
+              Ops::template lane<2>(direction) * z;
+  const double oSize = Ops::largest(o), dSize = Ops::largest(d);
+  // Per unit of a row sum, the error of d.
+  const double drift = 4 * kUnit * D;
+  if (!(drift * placement.largestRowSum < 0.01 * dSize) || !(dSize > 1e-100 && dSize < 1e100)) return Outlook::unknown;
+  const double shift = -Ops::sum(o * d) / Ops::sum(d * d);
+  const V n = o + Ops::all(shift) * d;
+
+  const double OT = O + placement.translationSize, rho = placement.cornerError;
+  const double anywhere = O + placement.worldSize;
+  const double here = placement.growth * (oSize + 1) + 4 * placement.inverseError * OT + rho;
+  const double S = 1.01 * (anywhere < here ? anywhere : here);
+  const double delta = kPerDeterminant * (32 * kUnit * S * D * E + Q) + 4 * kUnit;
+  const double eta = 2 * delta * E + rho + kUnit * S + 6 * kUnit * E;
+  const double unit = 1 / dSize;
+  const double common = placement.commonWidth + 10 * kUnit * oSize;
+  const double perRow = eta + 6 * kUnit * OT + 1.02 * drift * (oSize + 2) * unit;
+  const double widest = common + placement.largestRowSum * perRow;
+  const double size = 1 + Ops::sum(Ops::absolute(n)) + widest;
+  // A NaN or an infinity anywhere in the ray ends up in here.
+  if (!(size < 1e30)) return Outlook::unknown;
+
+  const V along = d * Ops::all(unit);
+  const V width = Ops::all(common + 10 * kFloatUnit * size) + Ops::load(placement.rowSums) * Ops::all(perRow);
+  const V outward = Ops::withSignOf(width, along);
+  Ops::storeRounded(ray.origin, n);
+  Ops::storeRounded(ray.direction, along);
+  Ops::storeRounded(ray.nearOrigin, n + outward);
+  Ops::storeRounded(ray.farOrigin, n - outward);
+  Ops::storeRounded(ray.inverse,
+                    Ops::all(1.0) / Ops::withSignOf(Ops::max(Ops::absolute(along), Ops::all(0x1p-22)), along));
+  ray.tolerance = static_cast<float>(1.001 * (6 * widest + 160 * kFloatUnit * size));
+  limits.growth = 1 + 1.01 * (kPerDeterminant * Q + 4 * kUnit);
+  limits.slack = kPerDeterminant * 32 * kUnit * S * E * E;
+  limits.shift = shift;
+  limits.scale = dSize;
+  // The least parameter is, but for its sign, the largest one of the ray in the other direction.
+  ray.first = -ParameterMap{0, limits.slack, -shift, dSize}.limit(0);
+  ray.last = limits.limit(kFarthest);
+  return Outlook::descend;
+}
 
 /// The lanes whose triangles the ray may hit, as bits: the test of Moeller and Trumbore without its division, in
 /// floats, each comparison loosened by the tolerance.
@@ -83,10 +185,40 @@ inline __attribute__((always_inline)) unsigned filterBlock(const TriangleHierarc
   return Ops::lessEqual(Ops::all(0.0F), least) | Ops::lessEqual(size, tolerance);
 }
 
+/// Transforms the corners as transformPoint() does, x, y and z at once, and tests the triangle.
+template <class Ops>
+inline __attribute__((always_inline)) void testExact(const TriangleHierarchy::Exact& exact, ExactSearch& search) {
+  const double* m = search.matrix;
+  alignas(32) double placed[12];
+  for (int k = 0; k < 3; ++k) {
+    const double* p = exact.corner + 3 * k;
+    Ops::store(placed + 4 * k, Ops::load(m) * Ops::all(p[0]) + Ops::load(m + 4) * Ops::all(p[1]) +
+                                   Ops::load(m + 8) * Ops::all(p[2]) + Ops::load(m + 12));
+  }
+  testPlaced(placed, exact.triangle, search);
+}
+
+/// Asks for the start of what a reference names, before it is needed.
+inline __attribute__((always_inline)) void prefetch(const TriangleHierarchy::View& view,
+                                                    TriangleHierarchy::Reference reference) {
+  const auto* start = reinterpret_cast<const char*>(view.arena + (reference & ~TriangleHierarchy::kLeaf));
+  for (int line = 0; line < 256; line += 64) __builtin_prefetch(start + line);
+}
+
+/// Asks for a block's exact triangles while the filter runs: one of them will be wanted at once.
+inline __attribute__((always_inline)) void prefetchExact(const TriangleHierarchy::Block& block) {
+  const auto* start = reinterpret_cast<const char*>(&block + 1);
+  for (int line = 0; line < 640; line += 64) __builtin_prefetch(start + line);
+}
+
 /// Tests every triangle that the filters leave between the ray's first and its last parameter, near boxes first.
 template <class Ops>
-inline __attribute__((always_inline)) void descend(const TriangleHierarchy::View& view, UnitRay ray,
-                                                   const ParameterMap& map, ExactSearch& search) {
+inline __attribute__((always_inline)) bool descend(const TriangleHierarchy::View& view, const RayPlacement& placement,
+                                                   ExactSearch& search) {
+  UnitRay ray;
+  ParameterMap limits;
+  const Outlook outlook = prepare<Ops>(placement, search, ray, limits);
+  if (outlook != Outlook::descend) return outlook == Outlook::noHit;
   using F = typename Ops::Floats;
   struct Entry {
     TriangleHierarchy::Reference reference;
@@ -140,6 +272,7 @@ inline __attribute__((always_inline)) void descend(const TriangleHierarchy::View
         stack[depth].near = isNearer ? nearest : distance;
         reference = isNearer ? other : reference;
         nearest = isNearer ? distance : nearest;
+        if (view.isLarge) prefetch(view, stack[depth].reference);
         ++depth;
       } while (met != 0);
     }
@@ -147,21 +280,22 @@ inline __attribute__((always_inline)) void descend(const TriangleHierarchy::View
       const TriangleHierarchy::Block& block = view.block(reference);
       const F origin[3] = {Ops::all(ray.origin[0]), Ops::all(ray.origin[1]), Ops::all(ray.origin[2])};
       const F direction[3] = {Ops::all(ray.direction[0]), Ops::all(ray.direction[1]), Ops::all(ray.direction[2])};
+      if (view.isLarge) prefetchExact(block);
       unsigned hits = filterBlock<Ops>(block, origin, direction, Ops::all(ray.tolerance));
       if (hits != 0) {
         const double before = search.best;
         do {
-          testExact(TriangleHierarchy::View::exact(block)[__builtin_ctz(hits)], search);
+          testExact<Ops>(TriangleHierarchy::View::exact(block)[__builtin_ctz(hits)], search);
           hits &= hits - 1;
         } while (hits != 0);
         if (search.best < before) {
-          const float limit = map.limit(search.best);
+          const float limit = limits.limit(search.best);
           if (limit < ray.last) ray.last = limit;
         }
       }
     }
     do {
-      if (depth == 0) return;
+      if (depth == 0) return true;
       --depth;
     } while (stack[depth].near > ray.last);
     reference = stack[depth].reference;

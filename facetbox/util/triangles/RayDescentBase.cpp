@@ -12,13 +12,52 @@ struct Base {
   typedef float Half __attribute__((vector_size(16)));
   typedef std::int32_t Mask __attribute__((vector_size(16)));
 
-  struct Floats {
-    Half low, high;
+  template <class Vector>
+  struct Pair {
+    Vector low, high;
 
-    friend Floats operator+(const Floats& a, const Floats& b) { return {a.low + b.low, a.high + b.high}; }
-    friend Floats operator-(const Floats& a, const Floats& b) { return {a.low - b.low, a.high - b.high}; }
-    friend Floats operator*(const Floats& a, const Floats& b) { return {a.low * b.low, a.high * b.high}; }
+    friend Pair operator+(const Pair& a, const Pair& b) { return {a.low + b.low, a.high + b.high}; }
+    friend Pair operator-(const Pair& a, const Pair& b) { return {a.low - b.low, a.high - b.high}; }
+    friend Pair operator*(const Pair& a, const Pair& b) { return {a.low * b.low, a.high * b.high}; }
+    friend Pair operator/(const Pair& a, const Pair& b) { return {a.low / b.low, a.high / b.high}; }
   };
+  typedef double HalfDoubles __attribute__((vector_size(16)));
+  using Floats = Pair<Half>;
+  using Doubles = Pair<HalfDoubles>;
+
+  static Doubles load(const double* p) {
+    Doubles x;
+    __builtin_memcpy(&x, p, sizeof x);
+    return x;
+  }
+  static Doubles all(double x) { return {HalfDoubles{x, x}, HalfDoubles{x, x}}; }
+  static void store(double* p, const Doubles& x) { __builtin_memcpy(p, &x, sizeof x); }
+  static Doubles three(const double* p) { return {HalfDoubles{p[0], p[1]}, HalfDoubles{p[2], 0}}; }
+  template <int kLane>
+  static Doubles lane(const Doubles& x) {
+    return all(kLane < 2 ? x.low[kLane & 1] : x.high[kLane & 1]);
+  }
+  static Doubles max(const Doubles& a, const Doubles& b) {
+    return {a.low > b.low ? a.low : b.low, a.high > b.high ? a.high : b.high};
+  }
+  static HalfDoubles absolute(HalfDoubles x) { return x < 0 ? -x : x; }
+  static Doubles absolute(const Doubles& x) { return {absolute(x.low), absolute(x.high)}; }
+  /// Of something positive.
+  static HalfDoubles withSignOf(HalfDoubles x, HalfDoubles sign) { return sign < 0 ? -x : x; }
+  static Doubles withSignOf(const Doubles& x, const Doubles& sign) {
+    return {withSignOf(x.low, sign.low), withSignOf(x.high, sign.high)};
+  }
+  static void storeRounded(float* p, const Doubles& x) {
+    for (int i = 0; i < 2; ++i) {
+      p[i] = static_cast<float>(x.low[i]);
+      p[2 + i] = static_cast<float>(x.high[i]);
+    }
+  }
+  static double largest(const Doubles& x) {
+    const HalfDoubles a = max(absolute(x), {absolute(x).high, absolute(x).high}).low;
+    return a[0] > a[1] ? a[0] : a[1];
+  }
+  static double sum(const Doubles& x) { return x.low[0] + x.low[1] + x.high[0] + x.high[1]; }
 
   static Floats load(const float* p) {
     Floats x;
@@ -55,8 +94,8 @@ struct Base {
 
 }  // namespace
 
-void descendBase(const TriangleHierarchy::View& view, UnitRay ray, const ParameterMap& map, ExactSearch& search) {
-  descend<Base>(view, ray, map, search);
+bool descendBase(const TriangleHierarchy::View& view, const RayPlacement& placement, ExactSearch& search) {
+  return descend<Base>(view, placement, search);
 }
 
 }  // namespace util

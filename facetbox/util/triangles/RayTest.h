@@ -1,11 +1,8 @@
 #pragma once
 
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/math/Vec3.h>
 
 namespace util {
-
-class TriangleHierarchy;
 
 /// Nearest hit of a ray with a mesh that is placed by a matrix.
 ///
@@ -35,27 +32,24 @@ enum class Instructions { best, base };
 
 /// What all rays against one mesh in one place have in common: made once for many calls of the other intersectRay().
 /// Refers to nothing; belongs to the mesh and the matrix that it was made from.
-class RayPlacement {
- public:
+struct RayPlacement {
   RayPlacement() = default;
   RayPlacement(const TriangleMesh& mesh, const double matrix[16]);
 
- private:
-  friend class RayFrame;
-
-  bool mIsUsable = false;  ///< whether the hierarchy may be descended
-  Vec3 mColumns[3];        ///< of the inverse's linear part, scaled to unit coordinates
-  Vec3 mRowSums;           ///< of its absolute values
-  double mLargestRowSum = 0;
-  Vec3 mTranslation;      ///< of the matrix
-  Vec3 mCenter;           ///< of the mesh, in unit coordinates
-  double mGrowth = 0;     ///< the matrix's largest row sum of absolute values, per unit coordinate
-  double mWorldSize = 0;  ///< largest coordinate of the placed mesh
-  double mTranslationSize = 0;
-  double mEdge = 0;         ///< largest coordinate of a placed edge
-  double mCornerError = 0;  ///< of a placed corner
-  double mInverseError = 0;
-  double mCommonWidth = 0;  ///< the part of the boxes' widening that no ray changes
+  bool isUsable = false;  ///< whether the hierarchy may be descended
+  // Vectors of three, with a zero behind.
+  double columns[3][4] = {};  ///< of the inverse's linear part, scaled to unit coordinates
+  double rowSums[4] = {};     ///< of its absolute values
+  double translation[4] = {};
+  double center[4] = {};  ///< of the mesh, in unit coordinates
+  double largestRowSum = 0;
+  double growth = 0;     ///< the matrix's largest row sum of absolute values, per unit coordinate
+  double worldSize = 0;  ///< largest coordinate of the placed mesh
+  double translationSize = 0;
+  double edge = 0;         ///< largest coordinate of a placed edge
+  double cornerError = 0;  ///< of a placed corner
+  double inverseError = 0;
+  double commonWidth = 0;  ///< the part of the boxes' widening that no ray changes
 };
 
 bool intersectRay(const TriangleMesh& mesh, const RayPlacement& placement, const double matrix[16],

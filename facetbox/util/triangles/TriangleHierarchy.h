@@ -28,6 +28,8 @@ class TriangleHierarchy {
   using Reference = std::uint32_t;
   static constexpr Reference kLeaf = 0x80000000u;
 
+  static constexpr std::size_t kNearCache = 1 << 19;
+
   /// What the arena consists of.
   struct alignas(32) Unit {
     std::byte bytes[32];
@@ -65,6 +67,7 @@ class TriangleHierarchy {
   struct View {
     const Unit* arena;
     Reference root;
+    bool isLarge;  ///< beyond what stays in a near cache: fetching ahead pays
 
     const Node& node(Reference reference) const { return *reinterpret_cast<const Node*>(arena + reference); }
     const Block& block(Reference reference) const {
@@ -72,7 +75,7 @@ class TriangleHierarchy {
     }
     static const Exact* exact(const Block& block) { return reinterpret_cast<const Exact*>(&block + 1); }
   };
-  View view() const noexcept { return {mArena.data(), mRoot}; }
+  View view() const noexcept { return {mArena.data(), mRoot, bytes() > kNearCache}; }
   std::size_t bytes() const noexcept { return mArena.size() * sizeof(Unit); }
 
   const Vec3& center() const noexcept { return mCenter; }
