@@ -260,30 +260,31 @@ bool Triangulator::State::touchesNaN(std::span<const std::uint32_t> corners) con
 /// Turns the primitive's vertices into triangles that all have the primitive's orientation.
 void Triangulator::State::endPrimitive() {
   const std::size_t n = mPrimitive.size();
-  if (n < 3) return;
-  const VertexRecord* const* const v = mPrimitive.data();
+  if (n < 3 ||
+      (mPrimitiveType != GL_TRIANGLES && mPrimitiveType != GL_TRIANGLE_FAN && mPrimitiveType != GL_TRIANGLE_STRIP))
+    return;
+  const std::size_t count = mPrimitiveType == GL_TRIANGLES ? n / 3 : n - 2;
   std::vector<std::uint32_t>& indices = mOutput->indices;
-  const std::size_t before = indices.size();
-  const auto emit = [&indices, v](std::size_t a, std::size_t b, std::size_t c) {
-    indices.insert(indices.end(), {v[a]->mVertex, v[b]->mVertex, v[c]->mVertex});
+  indices.resize(indices.size() + 3 * count);
+  std::uint32_t* out = indices.data() + indices.size() - 3 * count;
+  const VertexRecord* const* const v = mPrimitive.data();
+  const auto emit = [&out, v](std::size_t a, std::size_t b, std::size_t c) {
+    *out++ = v[a]->mVertex;
+    *out++ = v[b]->mVertex;
+    *out++ = v[c]->mVertex;
   };
   switch (mPrimitiveType) {
     case GL_TRIANGLES:
-      for (std::size_t i = 0; i + 2 < n; i += 3) emit(i, i + 1, i + 2);
+      for (std::size_t i = 0; i < count; ++i) emit(3 * i, 3 * i + 1, 3 * i + 2);
       break;
     case GL_TRIANGLE_FAN:
-      for (std::size_t i = 1; i + 1 < n; ++i) emit(0, i, i + 1);
+      for (std::size_t i = 0; i < count; ++i) emit(0, i + 1, i + 2);
       break;
-    case GL_TRIANGLE_STRIP:
-      for (std::size_t i = 0; i + 2 < n; ++i) {
-        const std::size_t odd = i & 1;
-        emit(i + odd, i + 1 - odd, i + 2);
-      }
-      break;
-    default:
+    default:  // a strip: every second triangle is the other way round
+      for (std::size_t i = 0; i < count; ++i) emit(i + i % 2, i + 1 - i % 2, i + 2);
       break;
   }
-  if (mSourceFaces) mSourceFaces->insert(mSourceFaces->end(), (indices.size() - before) / 3, mFace);
+  if (mSourceFaces) mSourceFaces->insert(mSourceFaces->end(), count, mFace);
 }
 
 /// Adds a vertex where contours cross or meet: at most four vertices that it lies between, some of which may be null,

@@ -2,12 +2,15 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <facetbox/cleanup/Cleanup.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/RuntimeErrorST.h>
+#include <facetbox/util/Triangulator.h>
 #include <facetbox/version.h>
 
 int main() {
@@ -20,6 +23,11 @@ int main() {
   const util::Mesh mesh("triangle", 9, coords, indices, 1, counts, nullptr, 0, &log);
   delete mesh.clone(true);
   delete mesh.derive(nullptr, false);
+
+  util::Triangulator triangulator;
+  const std::unique_ptr<util::TriangleMesh> triangles(
+      triangulator.triangulate(mesh, std::vector<double>(coords, coords + 9), 1));
+  if (triangles->indices().size() != 3 || triangles->edgePairs().size() != 6) return 1;
 
   // Exceptions must be caught across the library's border by their type.
   try {

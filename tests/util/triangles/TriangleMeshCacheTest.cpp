@@ -1,0 +1,163 @@
+#include <facetbox/util/triangles/TriangleMeshCache.h>
+
+#include <atomic>
+#include <barrier>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/mesh/MeshStorage.h>
+#include <tests/support/Meshes.h>
+
+namespace {
+
+using support::facesOf;
+using support::meshOf;
+using util::Mesh;
+using util::TriangleMesh;
+using util::TriangleMeshCache;
+
+constexpr int kThreads = 4;
+
+/// `quads` squares in a row. `holes` names a group that cannot be followed, or nothing.
+Mesh rowOfQuads(std::uint32_t quads, const support::Indices& holes = {}) {
+  std::vector<util::Vec3> points;
+  support::Faces faces;
+  for (std::uint32_t i = 0; i <= quads; ++i) points.insert(points.end(), {{1.0 * i, 0, 0}, {1.0 * i, 1, 0}});
+  for (std::uint32_t i = 0; i < quads; ++i) faces.push_back({2 * i, 2 * i + 2, 2 * i + 3, 2 * i + 1});
+  return meshOf(points, faces, holes);
+}
+
+/// A row whose last face crosses itself too often, which shows only after all others have been triangulated.
+Mesh rowThatFails(std::uint32_t quads) {
+  support::Faces faces = facesOf(rowOfQuads(quads));
+  support::Indices zigzag;
+  for (std::uint32_t i = 0; i <= quads; ++i) zigzag.push_back(2 * i + i % 2);
+  for (std::uint32_t i = quads + 1; i-- > 0;) zigzag.push_back(2 * i + 1 - i % 2);
+  faces.push_back(zigzag);
+  const Mesh row = rowOfQuads(quads);
+  const auto& points = row.storage().mVertices;
+  return meshOf({points.begin(), points.end()}, faces);
+}
+
+/// 0 for none.
+std::uint64_t stampOf(const Mesh& mesh, int kind) { return mesh.storage().mStamps.stampOr(kind, 0); }
+
+template <class Work>
+void onAllThreads(Work work) {
+  std::barrier start(kThreads);
+  std::vector<std::jthread> threads;
+  for (int t = 0; t < kThreads; ++t)
+    threads.emplace_back([&, t] {
+      start.arrive_and_wait();
+      work(t);
+    });
+}
+
+TEST(TriangleMeshCache, sharesOneTriangulationUntilNobodyHoldsIt) {
+  TriangleMeshCache cache(4), second(4);
+  const Mesh mesh = rowOfQuads(2), other = rowOfQuads(3);
+  std::shared_ptr<TriangleMesh> first = cache.getTriangleMesh(mesh);
+  const std::uint64_t stamp = stampOf(mesh, 4);
+  EXPECT_EQ(first->indices().size(), 12u);
+  EXPECT_NE(first->hierarchy(), nullptr);
+  EXPECT_EQ(cache.getTriangleMesh(mesh), first);
+  // A number that was taken for a mesh that is there goes back: the next new mesh gets it.
+  cache.getTriangleMesh(other);
+  EXPECT_EQ(stampOf(other, 4), stamp + 1);
+  // Another cache of the kind knows the stamp, but triangulates for itself; its number is lost.
+  EXPECT_NE(second.getTriangleMesh(mesh), first);
+  EXPECT_EQ(stampOf(mesh, 4), stamp);
+  EXPECT_EQ(stampOf(mesh, 1), 0u);
+
+  const std::weak_ptr<TriangleMesh> unheld = cache.getTriangleMesh(other);
+  cache.pruneUnused();
+  EXPECT_TRUE(unheld.expired());
+  EXPECT_EQ(cache.getTriangleMesh(mesh), first);
+  EXPECT_EQ(cache.getTriangleMesh(other)->indices().size(), 18u);
+  EXPECT_EQ(stampOf(other, 4), stamp + 1);
+  const Mesh third = rowOfQuads(1);
+  cache.getTriangleMesh(third);
+  EXPECT_EQ(stampOf(third, 4), stamp + 4);
+}
+
+TEST(TriangleMeshCache, knowsMeshesByObjectAndKind) {
+  TriangleMeshCache cache(1);
+  Mesh mesh = rowOfQuads(1);
+  const auto first = cache.getTriangleMesh(mesh);
+  EXPECT_EQ(first->edgePairs().size(), 8u);
+  EXPECT_TRUE(TriangleMeshCache(4).getTriangleMesh(mesh)->edgePairs().empty());
+  mesh.storage().mVertices[0].x = -1;
+  EXPECT_EQ(cache.getTriangleMesh(mesh), first);
+  const Mesh copy(mesh);
+  EXPECT_NE(cache.getTriangleMesh(copy), first);
+  // Assigned content is another mesh's.
+  mesh = rowOfQuads(5);
+  EXPECT_EQ(cache.getTriangleMesh(mesh)->indices().size(), 30u);
+}
+
+TEST(TriangleMeshCache, cachesNothingWhenTriangulationFails) {
+  TriangleMeshCache cache(4);
+  Mesh mesh = rowOfQuads(2, {0, 7, support::kEnd});
+  for (int round = 0; round < 2; ++round) EXPECT_THROW(cache.getTriangleMesh(mesh), std::runtime_error);
+  mesh.storage().mHoles.clear();
+  EXPECT_EQ(cache.getTriangleMesh(mesh)->indices().size(), 12u);
+}
+
+TEST(TriangleMeshCacheConcurrency, allThreadsGetTheSameTrianglesWhilePruning) {
+  for (int round = 0; round < 20; ++round) {
+    TriangleMeshCache cache(1);
+    std::vector<std::unique_ptr<Mesh>> meshes;
+    for (std::uint32_t i = 0; i < 3; ++i) meshes.push_back(std::make_unique<Mesh>(rowOfQuads(1000 * i + 100)));
+    std::vector<std::vector<std::shared_ptr<TriangleMesh>>> got(kThreads);
+    onAllThreads([&](int t) {
+      for (int i = 0; i < 30; ++i) {
+        if ((i + t) % 5 == 0) cache.pruneUnused();
+        got[static_cast<std::size_t>(t)].push_back(cache.getTriangleMesh(*meshes[static_cast<std::size_t>(i % 3)]));
+      }
+    });
+    for (const auto& ofThread : got) EXPECT_EQ(ofThread, got[0]);
+  }
+}
+
+TEST(TriangleMeshCacheConcurrency, eachThreadThrowsItsOwnErrorWhenTriangulationFails) {
+  for (int round = 0; round < 5; ++round) {
+    TriangleMeshCache cache(4);
+    const Mesh mesh = rowThatFails(2000);
+    std::atomic<int> failures = 0;
+    onAllThreads([&](int) {
+      try {
+        cache.getTriangleMesh(mesh);
+      } catch (const std::runtime_error& error) {
+        failures += error.what() == std::string("Triangulator: not enough space for combined vertices!");
+      }
+    });
+    EXPECT_EQ(failures, kThreads);
+  }
+}
+
+TEST(TriangleMeshCacheConcurrency, neitherPruningNorCachedMeshesWaitForATriangulation) {
+  TriangleMeshCache cache(4);
+  const Mesh small = rowOfQuads(1), large = rowOfQuads(300'000);
+  const auto held = cache.getTriangleMesh(small);
+  std::atomic<bool> isDone = false;
+  std::jthread producer([&] {
+    cache.getTriangleMesh(large);
+    isDone = true;
+  });
+  while (stampOf(large, 4) == 0) std::this_thread::yield();
+  int rounds = 0;
+  for (; !isDone; ++rounds) {
+    cache.pruneUnused();
+    EXPECT_EQ(cache.getTriangleMesh(small), held);
+  }
+  // Were the cache locked all along, the first call would return with the triangulation done.
+  EXPECT_GT(rounds, 10);
+}
+
+}  // namespace
