@@ -92,12 +92,11 @@ class FACETBOX_EXPORT Triangulator {
   ///                (first, second, second corner) behind the others; anything else: neither
   /// @return never null; the caller owns it
   /// @throws std::invalid_argument where `vertexCoordinates` are not three per vertex
-  /// @throws std::runtime_error "illegal hole index." where a face's hole group has no end or names a face that the
-  /// mesh
-  ///         does not have
+  /// @throws std::runtime_error "illegal hole index." where a face's hole group has no end or names no face of the mesh
   /// @throws std::runtime_error "Triangulator: not enough space for combined vertices!" where one face needs more than
   ///         512 vertices of its own, because contours cross or touch
-  /// O(vertices + n log n) for n corners and crossings; one face's crossings can be as many as its corners squared.
+  /// O(vertices), and per face O(e w) for e corners and crossings and w edges that a line across it meets at most. All
+  /// crossings of a face, up to its corners squared, are worked through before the error of too many is thrown.
   TriangleMesh* triangulate(const Mesh& mesh, std::vector<double> vertexCoordinates, int option);
 
   // From here on for the library itself.
