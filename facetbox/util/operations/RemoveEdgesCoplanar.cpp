@@ -243,7 +243,9 @@ class CoplanarMerge {
     };
     if (position + 4 * kStep >= seeds.size()) return;
     prefetchFace(seeds[position + 4 * kStep]);
-    prefetchCorner(m.mFaces.offset(seeds[position + 3 * kStep]));
+    // A face that has grown lies behind the corners that have twins.
+    if (const std::uint32_t seed = seeds[position + 3 * kStep]; regions.isFree(seed))
+      prefetchCorner(m.mFaces.offset(seed));
     if (const std::uint32_t seed = seeds[position + 2 * kStep]; regions.isFree(seed)) forEachTwin(seed, prefetchCorner);
     if (const std::uint32_t seed = seeds[position + kStep]; regions.isFree(seed))
       forEachTwin(seed, [&](std::uint32_t twin) { prefetchFace(mTwins.mFaceOf[twin]); });
