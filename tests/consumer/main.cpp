@@ -8,10 +8,12 @@
 #include <vector>
 
 #include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/picker/Picker.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/RuntimeErrorST.h>
 #include <facetbox/util/Triangulator.h>
 #include <facetbox/version.h>
+#include <facetbox/viewVolume.h>
 
 int main() {
   if (std::strcmp(facetbox::version(), FACETBOX_VERSION_STRING) != 0) return 1;
@@ -28,6 +30,18 @@ int main() {
   const std::unique_ptr<util::TriangleMesh> triangles(
       triangulator.triangulate(mesh, std::vector<double>(coords, coords + 9), 1));
   if (triangles->indices().size() != 3 || triangles->edgePairs().size() != 6) return 1;
+
+  const std::unique_ptr<Picker> picker(Picker::createPicker());
+  const std::size_t handle = picker->createHandle();
+  const double place[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+  picker->addEntry(handle, 7, {&mesh}, place);
+  const float view[16] = {0.5f, 0, 0, 0, 0, 0.5f, 0, 0, 0, 0, -0.5f, 0, 0, 0, 0, 1};
+  float corners[24];
+  std::uint32_t id = 0;
+  if (!facetbox::viewVolumeCorners(view, corners)) return 1;
+  if (picker->pickFrustum(handle, corners, view, true, &id, 1) != 1 || id != 7) return 1;
+  picker->dispose(handle);
+  if (Picker::getAssociatedPicker(handle) != picker.get()) return 1;
 
   // Exceptions must be caught across the library's border by their type.
   try {

@@ -1,0 +1,274 @@
+#include <facetbox/picker/OctreePicker.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include <boost/thread/lock_types.hpp>
+
+#include <facetbox/util/triangles/ClipTest.h>
+
+using util::Box;
+using util::Vec3;
+using Lock = boost::unique_lock<boost::mutex>;
+
+namespace {
+
+constexpr int kCacheKind = 4;
+constexpr double kRootHalfSize = 10.0;
+
+Vec3 vectorOf(const double* p) { return {p[0], p[1], p[2]}; }
+
+bool isFinite(const Vec3& v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); }
+
+}  // namespace
+
+/// A queued change. Holds all that it needs: when it is executed its handle may be gone.
+class OctreePicker::Command {
+ public:
+  explicit Command(std::uint64_t serial) : mSerial(serial) {}
+  virtual ~Command() = default;
+  virtual void execute(OctreePicker& picker) = 0;
+
+ protected:
+  const std::uint64_t mSerial;
+};
+
+class OctreePicker::AddEntryCommand final : public Command {
+ public:
+  AddEntryCommand(std::uint64_t serial, PickablePointer pickable, const Box& box)
+      : Command(serial), mPickable(std::move(pickable)), mBox(box) {}
+
+  void execute(OctreePicker& picker) override {
+    // Disposed of meanwhile: nobody could ever ask for the record, or have it released.
+    if (!picker.mHandles.isAlive(mSerial)) return;
+    HandleRecord& record = picker.mRecords[mSerial];
+    if (!record.mOctree) record.mOctree = std::make_unique<Octree>(kRootHalfSize);
+    record.mOctree->ensureContains(mBox);
+    record.mOctree->insert(mBox, mPickable);
+    // An earlier object of this id stays in the octree on purpose: view volumes still find it.
+    record.mById[mPickable->mId] = std::move(mPickable);
+  }
+
+ private:
+  PickablePointer mPickable;
+  const Box mBox;  // measured by who queued it
+};
+
+class OctreePicker::RelocateCommand final : public Command {
+ public:
+  RelocateCommand(std::uint64_t serial, const Vec3& offset) : Command(serial), mOffset(offset) {}
+
+  void execute(OctreePicker& picker) override {
+    const auto found = picker.mRecords.find(mSerial);
+    if (found == picker.mRecords.end() || !found->second.mOctree) return;
+    Octree& octree = *found->second.mOctree;
+    std::vector<Octree::Record> records;
+    octree.extractAllAndReset(kRootHalfSize, records);
+    for (Octree::Record& record : records) {
+      record.box = record.item->move(mOffset);
+      octree.ensureContains(record.box);
+      octree.insert(record.box, std::move(record.item));
+    }
+  }
+
+ private:
+  const Vec3 mOffset;
+};
+
+class OctreePicker::DisposeCommand final : public Command {
+ public:
+  using Command::Command;
+
+  void execute(OctreePicker& picker) override {
+    if (picker.mRecords.erase(mSerial) != 0) picker.mMeshesMayBeUnused = true;
+    picker.mHandles.free(mSerial);
+  }
+};
+
+Box OctreePicker::Pickable::measure() {
+  mLocalBox = mUntranslated = Box{};
+  mHasTriangles = false;
+  const Vec3 translation = vectorOf(mMatrix + 12);
+  Box box;
+  // Becomes NaN with the first number that is not finite.
+  double nothing = 0;
+  for (const auto& mesh : mMeshes) {
+    mHasTriangles = mHasTriangles || !mesh->indices().empty();
+    const std::span<const double> vertices = mesh->vertexCoordinates();
+    for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) {
+      const double x = vertices[v], y = vertices[v + 1], z = vertices[v + 2];
+      const Vec3 p{mMatrix[0] * x + mMatrix[4] * y + mMatrix[8] * z, mMatrix[1] * x + mMatrix[5] * y + mMatrix[9] * z,
+                   mMatrix[2] * x + mMatrix[6] * y + mMatrix[10] * z};
+      mLocalBox.extend(Vec3{x, y, z});
+      mUntranslated.extend(p);
+      box.extend(p + translation);
+      nothing += 0.0 * p.x + 0.0 * p.y + 0.0 * p.z;
+    }
+  }
+  mIsFinite = nothing == 0;
+  if (!mIsFinite) mLocalBox = Box{};
+  return box;
+}
+
+Box OctreePicker::Pickable::move(const Vec3& offset) {
+  const double translation[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, offset.x, offset.y, offset.z, 1};
+  double moved[16];
+  util::multiply(translation, mMatrix, moved);
+  bool onlyTranslationChanged = true;
+  for (const int column : {0, 4, 8})
+    for (int i = column; i < column + 3; ++i) onlyTranslationChanged = onlyTranslationChanged && moved[i] == mMatrix[i];
+  std::copy_n(moved, 16, mMatrix);
+  mPlacements.clear();
+
+  // Rounded addition is monotone: the smallest sum of all vertices' is that of the smallest.
+  if (onlyTranslationChanged && mIsFinite && mUntranslated.min.x <= mUntranslated.max.x) {
+    const Vec3 to = vectorOf(mMatrix + 12);
+    const Box box{mUntranslated.min + to, mUntranslated.max + to};
+    if (isFinite(box.min) && isFinite(box.max)) return box;
+  }
+  return measure();
+}
+
+bool OctreePicker::Pickable::isInsideClipVolume(const double viewProjection[16], bool wholeInside) const {
+  double c[16];
+  util::multiply(viewProjection, mMatrix, c);
+  const util::ClipSide side = util::sideOfClipCube(mLocalBox, c);
+  if (side == util::ClipSide::outside) return false;
+  if (side == util::ClipSide::inside) return wholeInside || mHasTriangles;
+  if (wholeInside)
+    return std::ranges::all_of(mMeshes, [&](const auto& mesh) { return util::liesInClipCube(*mesh, c); });
+  return std::ranges::any_of(mMeshes, [&](const auto& mesh) { return util::overlapsClipCube(*mesh, c); });
+}
+
+OctreePicker::OctreePicker() : mCache(kCacheKind) {}
+
+OctreePicker::~OctreePicker() = default;
+
+std::uint64_t OctreePicker::serialOf(std::size_t handle) const {
+  const auto* record = util::Handle<Picker>::at(handle);
+  return record && record->mOwner == this ? record->mSerial : 0;
+}
+
+std::size_t OctreePicker::createHandle() { return mHandles.create(this); }
+
+void OctreePicker::addEntry(std::size_t handle, std::uint32_t id, const std::vector<const util::Mesh*>& meshes,
+                            const double matrix[16]) {
+  const std::uint64_t serial = serialOf(handle);
+  if (!matrix) throw std::invalid_argument("addEntry: the matrix is null");
+  for (std::size_t i = 0; i < meshes.size(); ++i)
+    if (!meshes[i]) throw std::invalid_argument("addEntry: mesh " + std::to_string(i) + " is null");
+  if (serial == 0) return;
+
+  const auto pickable = std::make_shared<Pickable>();
+  pickable->mId = static_cast<std::int32_t>(id);
+  std::copy_n(matrix, 16, pickable->mMatrix);
+  pickable->mMeshes.reserve(meshes.size());
+  for (const util::Mesh* mesh : meshes) pickable->mMeshes.push_back(mCache.getTriangleMesh(*mesh));
+  const Box box = pickable->measure();
+  mQueue.push(std::make_unique<AddEntryCommand>(serial, pickable, box));
+}
+
+void OctreePicker::relocate(std::size_t handle, float dx, float dy, float dz) {
+  if (const std::uint64_t serial = serialOf(handle))
+    mQueue.push(std::make_unique<RelocateCommand>(serial, Vec3{dx, dy, dz}));
+}
+
+void OctreePicker::dispose(std::size_t handle) {
+  if (const std::uint64_t serial = serialOf(handle)) mQueue.push(std::make_unique<DisposeCommand>(serial));
+}
+
+std::uint64_t OctreePicker::getPendingCommandCount() { return mQueue.count(); }
+
+void OctreePicker::discardPendingCommands() { mQueue.discard(util::Discarded::released); }
+
+/// Executes what is queued; under the tree mutex.
+void OctreePicker::drain() {
+  mQueue.drain([this](Command& command) { command.execute(*this); });
+  if (!mMeshesMayBeUnused) return;
+  // Once for all that was disposed of.
+  mMeshesMayBeUnused = false;
+  mCache.pruneUnused();
+}
+
+void OctreePicker::applyPendingCommands() {
+  const Lock lock(mTreeMutex);
+  drain();
+}
+
+const OctreePicker::HandleRecord* OctreePicker::find(std::uint64_t serial) const {
+  const auto found = mRecords.find(serial);
+  return found == mRecords.end() ? nullptr : &found->second;
+}
+
+std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[24], const float matrix[16],
+                                       bool wholeInside, std::uint32_t* ids, std::size_t capacity) {
+  const std::uint64_t serial = serialOf(handle);
+  const Lock lock(mTreeMutex);
+  drain();
+  const HandleRecord* record = find(serial);
+  if (!record || !record->mOctree) return 0;
+
+  Vec3 volume[8];
+  for (std::size_t k = 0; k < 8; ++k) volume[k] = {corners[3 * k], corners[3 * k + 1], corners[3 * k + 2]};
+  double viewProjection[16];
+  std::copy_n(matrix, 16, viewProjection);
+
+  mCandidates.clear();
+  record->mOctree->queryFrustum(volume, mCandidates);
+  mFoundIds.clear();
+  constexpr std::size_t kAhead = 8;
+  for (std::size_t i = 0; i < mCandidates.size(); ++i) {
+    // Objects lie anywhere in memory: have the next ones fetched meanwhile.
+    if (i + kAhead < mCandidates.size()) {
+      const char* next = reinterpret_cast<const char*>(mCandidates[i + kAhead]->get());
+      for (std::size_t line = 0; line < sizeof(Pickable); line += 64) __builtin_prefetch(next + line);
+    }
+    const Pickable& pickable = **mCandidates[i];
+    if (pickable.isInsideClipVolume(viewProjection, wholeInside))
+      mFoundIds.push_back(static_cast<std::uint32_t>(pickable.mId));
+  }
+
+  const auto count = static_cast<std::int64_t>(mFoundIds.size());
+  if (mFoundIds.size() > capacity) return -count;
+  std::ranges::copy(mFoundIds, ids);
+  return count;
+}
+
+bool OctreePicker::pickRay(std::size_t handle, std::int32_t id, const float origin[3], const float direction[3],
+                           float* distance, float* normal) {
+  const std::uint64_t serial = serialOf(handle);
+  const Lock lock(mTreeMutex);
+  drain();
+  const HandleRecord* record = find(serial);
+  if (!record) return false;
+  const auto found = record->mById.find(id);
+  if (found == record->mById.end()) return false;
+  Pickable& pickable = *found->second;
+  if (pickable.mPlacements.empty())
+    for (const auto& mesh : pickable.mMeshes) pickable.mPlacements.emplace_back(*mesh, pickable.mMatrix);
+
+  const double from[3] = {origin[0], origin[1], origin[2]}, along[3] = {direction[0], direction[1], direction[2]};
+  constexpr double kFarthest = FLT_MAX;
+  double best = kFarthest, bestNormal[3] = {0, 0, 0};
+  bool hit = false;
+  for (std::size_t i = 0; i < pickable.mMeshes.size(); ++i) {
+    double t = kFarthest, meshNormal[3];
+    if (!util::intersectRay(*pickable.mMeshes[i], pickable.mPlacements[i], pickable.mMatrix, from, along, &t,
+                            normal ? meshNormal : nullptr))
+      continue;
+    hit = true;
+    // Strictly: the earlier mesh wins a tie.
+    if (!(t < best)) continue;
+    best = t;
+    if (normal) std::copy_n(meshNormal, 3, bestNormal);
+  }
+  *distance = static_cast<float>(best);
+  if (normal)
+    for (int axis = 0; axis < 3; ++axis) normal[axis] = static_cast<float>(bestNormal[axis]);
+  return hit;
+}

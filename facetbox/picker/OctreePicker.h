@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include <boost/thread/mutex.hpp>
+
+#include <facetbox/picker/Picker.h>
+#include <facetbox/util/math/Box.h>
+#include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/scene/CommandQueue.h>
+#include <facetbox/util/scene/Handle.h>
+#include <facetbox/util/spatial/BBoxOctree.h>
+#include <facetbox/util/triangles/RayTest.h>
+#include <facetbox/util/triangles/TriangleMeshCache.h>
+
+/// The picker: per handle an octree of objects.
+///
+/// Locks: the tree mutex first, then either the queue's, the handles' or the cache's, never two of these.
+class OctreePicker final : public Picker {
+ public:
+  OctreePicker();
+  ~OctreePicker() override;
+
+  std::size_t createHandle() override;
+  void addEntry(std::size_t handle, std::uint32_t id, const std::vector<const util::Mesh*>& meshes,
+                const double matrix[16]) override;
+  void relocate(std::size_t handle, float dx, float dy, float dz) override;
+  void dispose(std::size_t handle) override;
+  std::uint64_t getPendingCommandCount() override;
+  void discardPendingCommands() override;
+  void applyPendingCommands() override;
+  std::int64_t pickFrustum(std::size_t handle, const float corners[24], const float matrix[16], bool wholeInside,
+                           std::uint32_t* ids, std::size_t capacity) override;
+  bool pickRay(std::size_t handle, std::int32_t id, const float origin[3], const float direction[3], float* distance,
+               float* normal) override;
+
+ private:
+  class Command;
+  class AddEntryCommand;
+  class RelocateCommand;
+  class DisposeCommand;
+
+  /// One object.
+  struct Pickable {
+    /// Measures the meshes, and returns the box around them in the world. O(vertices).
+    util::Box measure();
+    /// Moves the object, and returns the box around it in the world: the very one that measure() would, mostly without
+    /// looking at the vertices.
+    util::Box move(const util::Vec3& offset);
+    bool isInsideClipVolume(const double viewProjection[16], bool wholeInside) const;
+
+    double mMatrix[16];
+    std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;
+    std::vector<util::RayPlacement> mPlacements;  // one per mesh, made by the first ray after a change
+    util::Box mLocalBox;                          // of all vertices; empty on all axes where one of them is not finite
+    util::Box mUntranslated;                      // of all vertices by the matrix, before its translation is added
+    bool mIsFinite = true;                        // whether all numbers that went into these boxes are
+    bool mHasTriangles = false;
+    std::int32_t mId;
+  };
+  using PickablePointer = std::shared_ptr<Pickable>;
+  using Octree = util::BBoxOctree<PickablePointer, double>;
+
+  struct HandleRecord {
+    std::unique_ptr<Octree> mOctree;  // null until something is added
+    std::unordered_map<std::int32_t, PickablePointer> mById;
+  };
+
+  /// Reads a handle: its serial number, or 0, which none has, where it is no handle of ours.
+  std::uint64_t serialOf(std::size_t handle) const;
+  void drain();
+  const HandleRecord* find(std::uint64_t serial) const;
+
+  util::HandleRegistry<Picker> mHandles;  // guards itself
+  boost::mutex mTreeMutex;                // taken before all others
+  util::CommandQueue<Command> mQueue;     // guards itself
+  util::TriangleMeshCache mCache;         // guards itself
+
+  // Guarded by mTreeMutex, and so is every Pickable that has left the queue; stale until the queue is drained.
+  std::unordered_map<std::uint64_t, HandleRecord> mRecords;  // by serial number
+  bool mMeshesMayBeUnused = false;                           // since something was disposed of
+  std::vector<const PickablePointer*> mCandidates;           // scratch
+  std::vector<std::uint32_t> mFoundIds;                      // scratch
+};

@@ -1,0 +1,13 @@
+#include <facetbox/picker/Picker.h>
+
+#include <facetbox/picker/OctreePicker.h>
+#include <facetbox/util/scene/Handle.h>
+
+Picker::Picker() = default;
+Picker::Picker(const Picker&) {}
+Picker& Picker::operator=(const Picker&) { return *this; }
+Picker::~Picker() = default;
+
+Picker* Picker::createPicker() { return new OctreePicker; }
+
+Picker* Picker::getAssociatedPicker(std::size_t handle) { return util::Handle<Picker>::at(handle)->mOwner; }

@@ -1,0 +1,113 @@
+#include <facetbox/util/triangles/ClipTest.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include <facetbox/util/math/OverlapsBox.h>
+#include <facetbox/util/math/Vec3.h>
+
+namespace util {
+
+namespace {
+
+constexpr double kSmallestW = 1e-25;
+
+/// Projects a vertex.
+/// @return whether its w allows it; if not, `out` is untouched
+bool project(const double c[16], const double* vertex, double out[3]) {
+  const double x = vertex[0], y = vertex[1], z = vertex[2];
+  const double w = std::fabs(c[3] * x + c[7] * y + c[11] * z + c[15]);
+  if (!(w > kSmallestW)) return false;
+  out[0] = (c[0] * x + c[4] * y + c[8] * z + c[12]) / w;
+  out[1] = (c[1] * x + c[5] * y + c[9] * z + c[13]) / w;
+  out[2] = (c[2] * x + c[6] * y + c[10] * z + c[14]) / w;
+  return true;
+}
+
+/// Room for projected vertices that is kept from call to call.
+std::span<double> scratch(std::size_t size) {
+  static thread_local std::vector<double> room;
+  if (room.size() < size) room.resize(size);
+  return std::span(room).first(size);
+}
+
+}  // namespace
+
+void multiply(const double a[16], const double b[16], double product[16]) {
+  for (int column = 0; column < 4; ++column)
+    for (int row = 0; row < 4; ++row)
+      product[4 * column + row] = a[row] * b[4 * column] + a[4 + row] * b[4 * column + 1] +
+                                  a[8 + row] * b[4 * column + 2] + a[12 + row] * b[4 * column + 3];
+}
+
+bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
+  const std::span<const double> vertices = mesh.vertexCoordinates();
+  const std::span<const std::uint32_t> indices = mesh.indices();
+  if (indices.empty()) return false;
+  const std::span<double> projected = scratch(vertices.size());
+  for (std::size_t v = 0; v + 2 < vertices.size(); v += 3)
+    if (!project(c, &vertices[v], &projected[v])) projected[v] = projected[v + 1] = projected[v + 2] = 0.0;
+  constexpr double kCentre[3] = {0, 0, 0}, kHalf[3] = {1, 1, 1};
+  for (std::size_t i = 0; i + 2 < indices.size(); i += 3)
+    if (overlapsBox(&projected[3 * std::size_t{indices[i]}], &projected[3 * std::size_t{indices[i + 1]}],
+                    &projected[3 * std::size_t{indices[i + 2]}], kCentre, kHalf))
+      return true;
+  return false;
+}
+
+bool liesInClipCube(const TriangleMesh& mesh, const double c[16]) {
+  const std::span<const double> vertices = mesh.vertexCoordinates();
+  // Not reset for the next vertex: one that cannot be projected stays at the last one's place.
+  double p[3] = {0, 0, 0};
+  for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) {
+    project(c, &vertices[v], p);
+    // A NaN lies nowhere.
+    if (!(p[0] >= -1.0 && p[0] <= 1.0 && p[1] >= -1.0 && p[1] <= 1.0 && p[2] >= -1.0 && p[2] <= 1.0)) return false;
+  }
+  return true;
+}
+
+// Over a box, x - w and x + w are linear functions like x and w themselves: their value at the centre, and a reach of
+// the sizes of their coefficients times the half-extents to both sides.
+//
+// Rounding: let S be the sum of the sizes of a coordinate's four terms, where x, y and z are as large as the box
+// allows. A vertex's coordinate comes out right to 4 ulp of S, and so do the values at the centre, the reaches and the
+// centre itself; the division adds half an ulp of a quotient near 1. 1e-13 of S covers that some hundred times over. So
+// when w - |x| exceeds 1e-13 (S of x + S of w) all over the box, the rounded quotient lies strictly within (-1, 1) for
+// each vertex; when x - w does, strictly above 1. Sizes of 1e-20 and more for w and of at most 1e100 for S keep clear
+// of the smallest w and of over- and underflow. NaN fails every comparison: unsure.
+ClipSide sideOfClipCube(const Box& box, const double c[16]) {
+  constexpr double kRounding = 1e-13;
+  const Vec3 half = (box.max - box.min) / 2, centre = box.min + half;
+  if (!(half.x >= 0 && half.y >= 0 && half.z >= 0)) return ClipSide::unsure;
+  const Vec3 size{std::fabs(centre.x) + half.x, std::fabs(centre.y) + half.y, std::fabs(centre.z) + half.z};
+  double middle[4], sum[4];
+  for (int row = 0; row < 4; ++row) {
+    middle[row] = c[row] * centre.x + c[4 + row] * centre.y + c[8 + row] * centre.z + c[12 + row];
+    sum[row] = std::fabs(c[row]) * size.x + std::fabs(c[4 + row]) * size.y + std::fabs(c[8 + row]) * size.z +
+               std::fabs(c[12 + row]);
+    if (!(sum[row] <= 1e100)) return ClipSide::unsure;
+  }
+  const double reachOfW = std::fabs(c[3]) * half.x + std::fabs(c[7]) * half.y + std::fabs(c[11]) * half.z;
+  if (!(std::fabs(middle[3]) - reachOfW > 1e-20 + kRounding * sum[3])) return ClipSide::unsure;
+  // Where w is below 0 all over the box, -w is what counts.
+  const double sign = middle[3] < 0 ? -1.0 : 1.0;
+  bool inside = true;
+  for (int row = 0; row < 3; ++row)
+    for (const double face : {1.0, -1.0}) {
+      // face x - w, which is above 0 beyond the face.
+      const double beyond = face * middle[row] - sign * middle[3];
+      const double reach = std::fabs(face * c[row] - sign * c[3]) * half.x +
+                           std::fabs(face * c[4 + row] - sign * c[7]) * half.y +
+                           std::fabs(face * c[8 + row] - sign * c[11]) * half.z;
+      const double margin = kRounding * (sum[row] + sum[3]);
+      if (beyond - reach > margin) return ClipSide::outside;
+      inside = inside && beyond + reach < -margin;
+    }
+  return inside ? ClipSide::inside : ClipSide::unsure;
+}
+
+}  // namespace util
