@@ -19,11 +19,17 @@
 // the computed edges e1, e2 (at most E) and s = origin - P0 (at most S), every triple product of the test has a
 // rounding error of at most 32u times the product of its three bounds: 2 roundings in each component of the cross
 // product and 3 in the sum, over 6 products. So the numerators of u and v are off by N = 32u S D E, that of t by M =
-// 32u S E E, the determinant by Q = 32u E E D. The test only accepts |det| >= 1e-5; where Q <= 0.25e-5, the true
-// determinant is at least three quarters of the computed one, and the true (u, v) of the ray and the computed triangle
-// lies within delta = (N + Q) / 0.75e-5 + 4u of accepted ones, the true parameter t' of an accepted t within (M + t Q)
-// / 0.75e-5 + 4u t. Hence the point origin + t' direction lies within eta = 2 delta E + rho + u S + 6u E of the
-// transformed triangle, in each coordinate.
+// 32u S E E, the determinant by Q = 32u E E D. The test only accepts |det| >= 1e-5. Where |det| >= tau and Q <= tau /
+// 4, the true determinant is at least three quarters of the computed one, and the true (u, v) of the ray and the
+// computed triangle lies within delta = (N + Q) / 0.75 tau + 4u of accepted ones, the true parameter t' of an accepted
+// t within (M + t Q) / 0.75 tau + 4u t. Hence the point origin + t' direction lies within eta = 2 delta E + rho + u S +
+// 6u E of the transformed triangle, in each coordinate.
+//
+// Mostly tau = 1e-5 will do. Where coordinates or the direction are long, N and Q grow into it: a triangle that the ray
+// just grazes may then be hit far from where it is. So tau is raised until delta is small, which leaves the triangles
+// of 1e-5 <= |det| < tau. Up to 24 rho E D, det is det A (e1 x e2) . (A^-1 direction) in the mesh's own coordinates,
+// and a box around the cross products of a subtree tells whether it may hold one that small; such a subtree is entered
+// too, unless the delta of 1e-5 is of use and its boxes are missed.
 //
 // In the mesh's space. With any matrix B, the map w -> B (w - T) takes that point to within b_i eta + r 3 L of the
 // triangle, where b_i is B's row sum and r bounds the components of B A - 1. For B from cofactors, r <= 64u kappa with
@@ -31,10 +37,16 @@
 // that of the direction by 4u b_i D per unit of the parameter; the parameter of a point in the mesh is at most
 // (|o'| + 2 h) / |d'|, with h the half size of the mesh.
 //
-// In floats. The origin is moved along the ray to the point next to the mesh's center, which keeps far origins from
-// costing digits. With e = 2^-24 the plane distances (plane - origin) / direction carry relative errors of at
-// most 4.1e, the origin one of e, and tiny directions are replaced by 2^-22 of the largest: 10e times the largest
-// distance between origin and box planes covers all three.
+// In floats. The mesh is scaled to coordinates of at most 1, the largest coordinate of the direction is scaled to 1,
+// and the origin is moved along the ray to the point n next to the mesh's center, which keeps far origins from costing
+// digits. Let e = 2^-24 and w the widening so far. The plane distances plane * (1 / d) - n * (1 / d) are off by less
+// than 6e (1 + |n| + w), as positions, and replacing tiny direction components by 2^-22 moves the ray by 4e of the
+// same.
+//
+// The filter of the triangles computes the numerators and the determinant once more in floats. A point n + t d that
+// lies within w of the triangle's point (alpha, beta) has the numerators alpha det and beta det up to 6 w reach, where
+// reach bounds the edges; the rounding of all data and operations adds less than 160e (1 + |n| + w) reach. Where |det|
+// is smaller than this sum, its sign says nothing, and the triangle stays.
 
 namespace util {
 
@@ -58,6 +70,12 @@ struct UnitRay {
   float tolerance;      ///< of the triangle filter, per unit of a triangle's reach
   float first;          ///< parameters of interest
   float last;           ///< shrinks with every hit
+
+  // For grazed triangles only, see above.
+  float wideNearOrigin[4];
+  float wideFarOrigin[4];
+  float grazing;      ///< determinants up to this, in unit coordinates, need the wide boxes
+  float normalError;  ///< of such a determinant, per unit of the sum of the cross product's coordinates
 };
 
 /// Turns a bound of the true parameter into one of the unit ray's: (bound * growth + slack - shift) * scale.
@@ -96,21 +114,22 @@ using RayDescent = bool(const TriangleHierarchy::View&, const RayPlacement&, Exa
 RayDescent descendAvx2;
 RayDescent descendBase;
 
-/// What becomes of a ray: it is descended, cannot hit anything, or is one for the plain loop.
-enum class Outlook { descend, noHit, unknown };
+/// What becomes of a ray: it is descended (warily: with an eye on grazed triangles), cannot hit anything, or is one for
+/// the plain loop.
+enum class Outlook { descend, descendWarily, noHit, unknown };
 
 /// Derives the unit ray, with its margins, from the ray of the search.
 template <class Ops>
 inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placement, const ExactSearch& search,
                                                       UnitRay& ray, ParameterMap& limits) {
   using V = typename Ops::Doubles;
-  constexpr double kPerDeterminant = 1 / (0.75 * kSmallestDeterminant);
+  /// Boxes may be widened by this much, in unit coordinates, before grazed triangles are treated apart.
+  constexpr double kWide = 0x1p-12;
   const V origin = Ops::three(search.origin), direction = Ops::three(search.direction);
   const double D = Ops::largest(direction), O = Ops::largest(origin), E = placement.edge;
   if (!(D < kLargestMagnitude && O < kLargestMagnitude)) return Outlook::unknown;
   if (7 * E * E * D < kSmallestDeterminant) return Outlook::noHit;
   const double Q = 32 * kUnit * E * E * D;
-  if (!(Q <= 0.25 * kSmallestDeterminant)) return Outlook::unknown;
 
   // The ray in unit coordinates, its origin moved next to the center.
   const V x = Ops::load(placement.columns[0]), y = Ops::load(placement.columns[1]), z = Ops::load(placement.columns[2]);
@@ -130,7 +149,13 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   const double anywhere = O + placement.worldSize;
   const double here = placement.growth * (oSize + 1) + 4 * placement.inverseError * OT + rho;
   const double S = 1.01 * (anywhere < here ? anywhere : here);
-  const double delta = kPerDeterminant * (32 * kUnit * S * D * E + Q) + 4 * kUnit;
+  const double N = 32 * kUnit * S * D * E;
+  double tau = kSmallestDeterminant;
+  const double wideEta = 2 * ((N + Q) / (0.75 * kSmallestDeterminant)) * E;
+  const bool isWary = !(Q <= 0.25 * kSmallestDeterminant && wideEta * placement.largestRowSum < kWide);
+  if (isWary) tau = 0x1p13 * (N + Q + 24 * rho * E * D);
+  const double perDeterminant = 1 / (0.75 * tau);
+  const double delta = perDeterminant * (N + Q) + 4 * kUnit;
   const double eta = 2 * delta * E + rho + kUnit * S + 6 * kUnit * E;
   const double unit = 1 / dSize;
   const double common = placement.commonWidth + 10 * kUnit * oSize;
@@ -150,23 +175,39 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   Ops::storeRounded(ray.inverse,
                     Ops::all(1.0) / Ops::withSignOf(Ops::max(Ops::absolute(along), Ops::all(0x1p-22)), along));
   ray.tolerance = static_cast<float>(1.001 * (6 * widest + 160 * kFloatUnit * size));
-  limits.growth = 1 + 1.01 * (kPerDeterminant * Q + 4 * kUnit);
-  limits.slack = kPerDeterminant * 32 * kUnit * S * E * E;
+  limits.growth = 1 + 1.01 * (perDeterminant * Q + 4 * kUnit);
+  limits.slack = perDeterminant * 32 * kUnit * S * E * E;
   limits.shift = shift;
   limits.scale = dSize;
   // The least parameter is, but for its sign, the largest one of the ray in the other direction.
   ray.first = -ParameterMap{0, limits.slack, -shift, dSize}.limit(0);
   ray.last = limits.limit(kFarthest);
-  return Outlook::descend;
+  if (!isWary) return Outlook::descend;
+
+  const double directionError =
+      12 * kFloatUnit + 4 * placement.inverseError + 1.1 * drift * placement.largestRowSum * unit;
+  const double toUnit = unit / placement.volume;
+  if (!(directionError < 0x1p-8) || !(toUnit < 1e30) || !(tau * toUnit < 1e30)) return Outlook::unknown;
+  ray.normalError = static_cast<float>(1.01 * directionError);
+  ray.grazing = static_cast<float>(1.01 * (tau + 24 * rho * E * D) * toUnit);
+  // Without a bound for these, boxes so wide that every ray meets them.
+  const bool isBounded = Q <= 0.25 * kSmallestDeterminant && wideEta * placement.largestRowSum < 1;
+  const double wider = isBounded ? 1.01 * wideEta : 0;
+  const V wideOutward = Ops::withSignOf(
+      width + Ops::load(placement.rowSums) * Ops::all(wider) + Ops::all(isBounded ? 0 : 4 * size), along);
+  Ops::storeRounded(ray.wideNearOrigin, n + wideOutward);
+  Ops::storeRounded(ray.wideFarOrigin, n - wideOutward);
+  return Outlook::descendWarily;
 }
 
 /// The lanes whose triangles the ray may hit, as bits: the test of Moeller and Trumbore without its division, in
-/// floats, each comparison loosened by the tolerance.
+/// floats, each comparison loosened by the tolerance. With `grazing`, also those whose determinant may be that small.
 template <class Ops>
 inline __attribute__((always_inline)) unsigned filterBlock(const TriangleHierarchy::Block& block,
                                                            const typename Ops::Floats* origin,
                                                            const typename Ops::Floats* direction,
-                                                           typename Ops::Floats tolerancePerReach) {
+                                                           typename Ops::Floats tolerancePerReach,
+                                                           const float* grazing) {
   using F = typename Ops::Floats;
   const F e1x = Ops::load(block.edge1[0]), e1y = Ops::load(block.edge1[1]), e1z = Ops::load(block.edge1[2]);
   const F e2x = Ops::load(block.edge2[0]), e2y = Ops::load(block.edge2[1]), e2z = Ops::load(block.edge2[2]);
@@ -182,7 +223,10 @@ inline __attribute__((always_inline)) unsigned filterBlock(const TriangleHierarc
   const F size = Ops::flip(det, sign);
   const F tolerance = tolerancePerReach * Ops::load(block.reach);
   const F least = Ops::min(Ops::min(u, v), size + tolerance - u - v) + tolerance;
-  return Ops::lessEqual(Ops::all(0.0F), least) | Ops::lessEqual(size, tolerance);
+  const unsigned lanes = Ops::lessEqual(Ops::all(0.0F), least) | Ops::lessEqual(size, tolerance);
+  if (grazing == nullptr) return lanes;
+  return lanes | (Ops::lessEqual(size, tolerance + Ops::all(*grazing)) &
+                  Ops::lessEqual(Ops::all(0.0F), Ops::load(block.reach)));
 }
 
 /// Transforms the corners as transformPoint() does, x, y and z at once, and tests the triangle.
@@ -211,14 +255,33 @@ inline __attribute__((always_inline)) void prefetchExact(const TriangleHierarchy
   for (int line = 0; line < 640; line += 64) __builtin_prefetch(start + line);
 }
 
-/// Tests every triangle that the filters leave between the ray's first and its last parameter, near boxes first.
+/// The children of a node, as bits, that may hold grazed triangles which a ray hits far from where they are.
 template <class Ops>
-inline __attribute__((always_inline)) bool descend(const TriangleHierarchy::View& view, const RayPlacement& placement,
-                                                   ExactSearch& search) {
-  UnitRay ray;
-  ParameterMap limits;
-  const Outlook outlook = prepare<Ops>(placement, search, ray, limits);
-  if (outlook != Outlook::descend) return outlook == Outlook::noHit;
+inline __attribute__((always_inline)) unsigned grazedChildren(const TriangleHierarchy::View& view,
+                                                              const TriangleHierarchy::Node& node, const UnitRay& ray) {
+  using F = typename Ops::Floats;
+  const float(&normals)[6][TriangleHierarchy::kWidth] = view.normals[node.number].bounds;
+  F near = Ops::all(-3e38F), far = Ops::all(3e38F), low = Ops::all(0.0F), high = low, size = low;
+  for (int a = 0; a < 3; ++a) {
+    const F inverse = Ops::all(ray.inverse[a]), direction = Ops::all(ray.direction[a]);
+    const int nearPlane = ray.inverse[a] < 0 ? 3 + a : a, farPlane = 3 + 2 * a - nearPlane;
+    near = Ops::max(near, Ops::multiplySubtract(Ops::load(node.bounds[nearPlane]), inverse,
+                                                Ops::all(ray.wideNearOrigin[a] * ray.inverse[a])));
+    far = Ops::min(far, Ops::multiplySubtract(Ops::load(node.bounds[farPlane]), inverse,
+                                              Ops::all(ray.wideFarOrigin[a] * ray.inverse[a])));
+    const F least = Ops::load(normals[a]), most = Ops::load(normals[3 + a]);
+    low = low + Ops::min(least * direction, most * direction);
+    high = high + Ops::max(least * direction, most * direction);
+    size = size + Ops::max(Ops::all(0.0F) - least, most);
+  }
+  const F slack = size * Ops::all(ray.normalError) + Ops::all(ray.grazing);
+  return Ops::lessEqual(near, far) & Ops::lessEqual(low, slack) & Ops::lessEqual(Ops::all(0.0F) - slack, high);
+}
+
+/// Tests every triangle that the filters leave between the ray's first and its last parameter, near boxes first.
+template <class Ops, bool kWarily>
+inline __attribute__((always_inline)) void search(const TriangleHierarchy::View& view, UnitRay ray,
+                                                  const ParameterMap& limits, ExactSearch& exact) {
   using F = typename Ops::Floats;
   struct Entry {
     TriangleHierarchy::Reference reference;
@@ -250,6 +313,8 @@ inline __attribute__((always_inline)) bool descend(const TriangleHierarchy::View
                    Ops::min(Ops::multiplySubtract(Ops::load(node.bounds[farY]), inverseY, farY0),
                             Ops::multiplySubtract(Ops::load(node.bounds[farZ]), inverseZ, farZ0)));
       unsigned met = Ops::lessEqual(near, far);
+      const unsigned grazed = kWarily ? grazedChildren<Ops>(view, node, ray) : 0;
+      met |= grazed;
       if (met == 0) {
         reference = kNothing;
         break;
@@ -261,6 +326,11 @@ inline __attribute__((always_inline)) bool descend(const TriangleHierarchy::View
       // Go on with the nearest child, the others wait. Which is nearest cannot be foretold: no branch on it.
       alignas(32) float at[TriangleHierarchy::kWidth];
       Ops::store(at, near);
+      if (kWarily) {
+        // Whatever lies nearer says nothing about grazed triangles.
+        for (unsigned i = 0; i < TriangleHierarchy::kWidth; ++i)
+          if ((grazed >> i & 1) != 0) at[i] = ray.first;
+      }
       float nearest = at[a];
       do {
         const int c = __builtin_ctz(met);
@@ -281,25 +351,37 @@ inline __attribute__((always_inline)) bool descend(const TriangleHierarchy::View
       const F origin[3] = {Ops::all(ray.origin[0]), Ops::all(ray.origin[1]), Ops::all(ray.origin[2])};
       const F direction[3] = {Ops::all(ray.direction[0]), Ops::all(ray.direction[1]), Ops::all(ray.direction[2])};
       if (view.isLarge) prefetchExact(block);
-      unsigned hits = filterBlock<Ops>(block, origin, direction, Ops::all(ray.tolerance));
+      unsigned hits =
+          filterBlock<Ops>(block, origin, direction, Ops::all(ray.tolerance), kWarily ? &ray.grazing : nullptr);
       if (hits != 0) {
-        const double before = search.best;
+        const double before = exact.best;
         do {
-          testExact<Ops>(TriangleHierarchy::View::exact(block)[__builtin_ctz(hits)], search);
+          testExact<Ops>(TriangleHierarchy::View::exact(block)[__builtin_ctz(hits)], exact);
           hits &= hits - 1;
         } while (hits != 0);
-        if (search.best < before) {
-          const float limit = limits.limit(search.best);
+        if (exact.best < before) {
+          const float limit = limits.limit(exact.best);
           if (limit < ray.last) ray.last = limit;
         }
       }
     }
     do {
-      if (depth == 0) return true;
+      if (depth == 0) return;
       --depth;
     } while (stack[depth].near > ray.last);
     reference = stack[depth].reference;
   }
+}
+
+template <class Ops>
+inline __attribute__((always_inline)) bool descend(const TriangleHierarchy::View& view, const RayPlacement& placement,
+                                                   ExactSearch& exact) {
+  UnitRay ray;
+  ParameterMap limits;
+  const Outlook outlook = prepare<Ops>(placement, exact, ray, limits);
+  if (outlook == Outlook::descend) search<Ops, false>(view, ray, limits, exact);
+  if (outlook == Outlook::descendWarily) search<Ops, true>(view, ray, limits, exact);
+  return outlook != Outlook::unknown;
 }
 
 }  // namespace util

@@ -110,8 +110,10 @@ RayPlacement::RayPlacement(const TriangleMesh& mesh, const double matrix[16]) {
   center[1] = unitCenter.y;
   center[2] = unitCenter.z;
   growth = a / scale;
+  volume = std::fabs(determinant) / (scale * scale * scale);
   commonWidth = scale * (3 * inverseError + 10 * kUnit) * hierarchy->magnitude();
-  isUsable = sumOf(toVec3(rowSums)) < 1e100 && growth < 1e100 && commonWidth < 1e30;
+  isUsable =
+      sumOf(toVec3(rowSums)) < 1e100 && volume > 1e-200 && volume < 1e200 && growth < 1e100 && commonWidth < 1e30;
 }
 
 bool intersectRay(const TriangleMesh& mesh, const RayPlacement& placement, const double matrix[16],

@@ -43,6 +43,7 @@ struct RayPlacement {
   double translation[4] = {};
   double center[4] = {};  ///< of the mesh, in unit coordinates
   double largestRowSum = 0;
+  double volume = 0;     ///< the matrix's absolute determinant, per unit coordinates: what a unit cube becomes
   double growth = 0;     ///< the matrix's largest row sum of absolute values, per unit coordinate
   double worldSize = 0;  ///< largest coordinate of the placed mesh
   double translationSize = 0;

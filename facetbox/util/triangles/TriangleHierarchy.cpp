@@ -14,6 +14,7 @@ namespace util {
 namespace {
 
 using Node = TriangleHierarchy::Node;
+using Normals = TriangleHierarchy::Normals;
 using Block = TriangleHierarchy::Block;
 using Exact = TriangleHierarchy::Exact;
 using Unit = TriangleHierarchy::Unit;
@@ -94,17 +95,20 @@ struct Binning {
 
 class Builder {
  public:
-  Builder(std::vector<Item>& items, Buffer<Unit>& arena, std::span<const double> coordinates,
+  Builder(std::vector<Item>& items, Buffer<Unit>& arena, Buffer<Normals>& normals, std::span<const double> coordinates,
           std::span<const std::uint32_t> indices, const Vec3& center, double scale)
       : mItems(items),
         mArena(arena),
+        mNormals(normals),
         mCoordinates(coordinates),
         mIndices(indices),
         mCenter{center.x, center.y, center.z},
         mScale(scale) {}
 
-  Reference build(const Range& range, int depth) {
-    if (range.size() <= kBlockSize) return makeBlock(range);
+  /// Builds the subtree of a range.
+  /// @param normals  receives the box around its cross products
+  Reference build(const Range& range, int depth, QuadBox& normals) {
+    if (range.size() <= kBlockSize) return makeBlock(range, normals);
     std::array<Range, kWidth> children;
     children[0] = range;
     int count = 1;
@@ -115,11 +119,18 @@ class Builder {
       children[widest] = left;
       children[count++] = right;
     }
-    const auto place = append<Node>(0);
-    fillBounds(*at<Node>(place), children.data(), count);
-    for (int i = 0; i < count; ++i) {
-      const Reference child = build(children[i], depth + 1);
-      at<Node>(place)->child[i] = child;
+    const Reference place = append<Node>(0);
+    const auto number = static_cast<std::uint32_t>(mNormals.size());
+    mNormals.emplace_back();
+    at<Node>(place)->number = number;
+    for (int i = 0; i < kWidth; ++i) {
+      QuadBox childNormals;
+      const Reference child = i < count ? build(children[i], depth + 1, childNormals) : TriangleHierarchy::kLeaf;
+      Node& node = *at<Node>(place);
+      node.child[i] = child;
+      fillBounds(node.bounds, i, i < count ? children[i].bounds : QuadBox());
+      fillBounds(mNormals[number].bounds, i, childNormals);
+      normals.extend(childNormals.low, childNormals.high);
     }
     return place;
   }
@@ -140,42 +151,45 @@ class Builder {
     return widest;
   }
 
-  static void fillBounds(Node& node, const Range* children, int count) {
-    for (int i = 0; i < kWidth; ++i) {
-      const QuadBox box = i < count ? children[i].bounds : QuadBox();
-      for (int a = 0; a < 3; ++a) {
-        node.bounds[a][i] = box.low[a];
-        node.bounds[3 + a][i] = box.high[a];
-      }
-      node.child[i] = TriangleHierarchy::kLeaf;
+  static void fillBounds(float (&bounds)[6][kWidth], int child, const QuadBox& box) {
+    for (int a = 0; a < 3; ++a) {
+      bounds[a][child] = box.low[a];
+      bounds[3 + a][child] = box.high[a];
     }
   }
 
-  Reference makeBlock(const Range& range) {
+  Reference makeBlock(const Range& range, QuadBox& normals) {
     const Reference place = append<Block>(range.size());
     Block& block = *at<Block>(place);
     auto* exact = reinterpret_cast<Exact*>(&block + 1);
     for (std::uint32_t lane = 0; lane < kBlockSize; ++lane) {
       block.reach[lane] = -1;
       for (int a = 0; a < 3; ++a) block.corner[a][lane] = block.edge1[a][lane] = block.edge2[a][lane] = 0;
-      if (lane < range.size()) fillLane(block, lane, exact[lane], mItems[range.begin + lane].triangle());
+      if (lane < range.size()) fillLane(block, lane, exact[lane], mItems[range.begin + lane].triangle(), normals);
     }
     return TriangleHierarchy::kLeaf | place;
   }
 
-  void fillLane(Block& block, std::uint32_t lane, Exact& exact, std::uint32_t triangle) {
+  void fillLane(Block& block, std::uint32_t lane, Exact& exact, std::uint32_t triangle, QuadBox& normals) {
     exact.triangle = triangle;
     for (std::size_t k = 0; k < 3; ++k)
       std::copy_n(mCoordinates.data() + 3 * std::size_t{mIndices[3 * std::size_t{triangle} + k]}, 3,
                   exact.corner + 3 * k);
     float reach = 0;
+    double e1[3], e2[3];
     for (int a = 0; a < 3; ++a) {
+      e1[a] = mScale * (exact.corner[3 + a] - exact.corner[a]);
+      e2[a] = mScale * (exact.corner[6 + a] - exact.corner[a]);
       block.corner[a][lane] = static_cast<float>(mScale * (exact.corner[a] - mCenter[a]));
-      block.edge1[a][lane] = static_cast<float>(mScale * (exact.corner[3 + a] - exact.corner[a]));
-      block.edge2[a][lane] = static_cast<float>(mScale * (exact.corner[6 + a] - exact.corner[a]));
+      block.edge1[a][lane] = static_cast<float>(e1[a]);
+      block.edge2[a][lane] = static_cast<float>(e2[a]);
       reach = std::max({reach, std::fabs(block.edge1[a][lane]), std::fabs(block.edge2[a][lane])});
     }
     block.reach[lane] = 1.000001F * reach;
+    // Rounding to floats costs half an ulp, less than the test allows for.
+    const Vec3 normal = cross(Vec3{e1[0], e1[1], e1[2]}, Vec3{e2[0], e2[1], e2[2]});
+    const Quad point{static_cast<float>(normal.x), static_cast<float>(normal.y), static_cast<float>(normal.z), 0};
+    normals.extend(point, point);
   }
 
   /// Room for a record and what follows it in the arena.
@@ -283,6 +297,7 @@ class Builder {
 
   std::vector<Item>& mItems;
   Buffer<Unit>& mArena;
+  Buffer<Normals>& mNormals;
   std::span<const double> mCoordinates;
   std::span<const std::uint32_t> mIndices;
   double mCenter[3];
@@ -357,7 +372,9 @@ TriangleHierarchy::TriangleHierarchy(std::span<const double> vertexCoordinates,
   }
   range.end = static_cast<std::uint32_t>(items.size());
   mArena.reserve(5 * items.size());
-  mRoot = Builder(items, mArena, vertexCoordinates, indices, mCenter, mScale).build(range, 0);
+  mNormals.reserve(items.size() / 16);
+  QuadBox normals;
+  mRoot = Builder(items, mArena, mNormals, vertexCoordinates, indices, mCenter, mScale).build(range, 0, normals);
 }
 
 }  // namespace util

@@ -39,6 +39,12 @@ class TriangleHierarchy {
   struct alignas(32) Node {
     float bounds[6][kWidth];  ///< min x, min y, min z, max x, max y, max z
     Reference child[kWidth];
+    std::uint32_t number;  ///< of the node among all, for what is kept apart
+  };
+  /// For each child of a node a box around the cross products of its triangles' edges, edge1 x edge2 in unit
+  /// coordinates, rounded outward; laid out like the bounds.
+  struct alignas(32) Normals {
+    float bounds[6][kWidth];
   };
   /// A leaf: triangles side by side in unit coordinates, rounded, to see which are worth the exact test. Their Exact
   /// records follow, in the order of the lanes.
@@ -66,6 +72,7 @@ class TriangleHierarchy {
   /// What a descent needs. Valid as long as the hierarchy.
   struct View {
     const Unit* arena;
+    const Normals* normals;  ///< by a node's number
     Reference root;
     bool isLarge;  ///< beyond what stays in a near cache: fetching ahead pays
 
@@ -75,8 +82,8 @@ class TriangleHierarchy {
     }
     static const Exact* exact(const Block& block) { return reinterpret_cast<const Exact*>(&block + 1); }
   };
-  View view() const noexcept { return {mArena.data(), mRoot, bytes() > kNearCache}; }
-  std::size_t bytes() const noexcept { return mArena.size() * sizeof(Unit); }
+  View view() const noexcept { return {mArena.data(), mNormals.data(), mRoot, bytes() > kNearCache}; }
+  std::size_t bytes() const noexcept { return mArena.size() * sizeof(Unit) + mNormals.size() * sizeof(Normals); }
 
   const Vec3& center() const noexcept { return mCenter; }
   /// A power of two.
@@ -92,6 +99,7 @@ class TriangleHierarchy {
   double mScale = 1;
   double mMagnitude = 0;
   double mLongestEdge = 0;
+  Buffer<Normals> mNormals;
   Buffer<Unit> mArena;  ///< depth first: a node, then what its children lead to
 };
 
