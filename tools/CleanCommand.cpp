@@ -14,6 +14,7 @@
 #include <tools/OtherFormats.h>
 #include <tools/OutputFile.h>
 #include <tools/Progress.h>
+#include <tools/Triangles.h>
 
 namespace tool {
 namespace {
@@ -37,6 +38,12 @@ struct Counts {
 Counts countsOf(const Cleanup::MeshData& record) {
   const auto groups = std::count(record.mHoles, record.mHoles + record.mHolesCount, kEndOfGroup);
   return {record.mVCCount / 3, record.mCountCount, record.mIndexCount, record.mHolesCount - 2 * groups};
+}
+
+Counts countsOf(const Model& model) {
+  const auto groups = std::count(model.mHoles.begin(), model.mHoles.end(), kEndOfGroup);
+  return {static_cast<long long>(model.vertexCount()), static_cast<long long>(model.faceCount()),
+          static_cast<long long>(model.mIndices.size()), static_cast<long long>(model.mHoles.size()) - 2 * groups};
 }
 
 // Faces whose corners stand in another order, in records with the same faces.
@@ -129,7 +136,7 @@ class Cleaner {
     mReport.totals("before", totalCounts());
     for (std::size_t i = 0; i < mSteps.size(); ++i) runOnAll(i);
     mReport.totals("after", totalCounts());
-    if (mSteps.empty()) mReport.note("no step given: the model is only copied");
+    if (mSteps.empty() && !mOptions.mTriangulate) mReport.note("no step given: the model is only copied");
   }
 
   Model result(const Model& model) const {
@@ -221,10 +228,16 @@ void runClean(const CleanOptions& options) {
 
   Cleaner cleaner(options, model, report, progress);
   cleaner.run();
+  Model result = cleaner.result(model);
+  if (options.mTriangulate) {
+    progress.setStage("triangulating");
+    result = triangulated(result, options.mModel);
+    report.totals("in triangles", countsOf(result));
+  }
   report.flush();
 
   progress.setStage("writing " + options.mOutput);
-  writeFile(options.mOutput, formatObj(cleaner.result(model)));
+  writeFile(options.mOutput, formatObj(result));
 }
 
 }  // namespace tool

@@ -12,6 +12,7 @@ struct CleanOptions {
   std::string mOutput;  ///< ends in .obj, or is a device or a pipe
   std::vector<StepRequest> mRequests;
   bool mJoin = false;
+  bool mTriangulate = false;  ///< as the last of all
 };
 
 /// Cleans a model and writes the result; tells on standard output, step by step, what it changed. When the model itself

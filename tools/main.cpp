@@ -1,21 +1,34 @@
+#include <array>
 #include <cstdio>
 #include <exception>
 #include <limits>
+#include <map>
 #include <new>
+#include <string>
+#include <vector>
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
 #include <facetbox/version.h>
+#include <tools/Arguments.h>
 #include <tools/CleanCommand.h>
 #include <tools/Errors.h>
 #include <tools/InfoCommand.h>
+#include <tools/PickCommands.h>
+#include <tools/RenderCommand.h>
 #include <tools/Steps.h>
 
 namespace {
 
+using tool::CameraOptions;
 using tool::CleanOptions;
+using tool::Coloring;
+using tool::Grouping;
 using tool::InfoOptions;
+using tool::PickOptions;
+using tool::RenderOptions;
+using tool::SelectOptions;
 using tool::Step;
 using tool::StepKind;
 using tool::StepRequest;
@@ -38,9 +51,21 @@ counted from 1 over the whole file.
 
 Exit codes: 0 done, 1 failed (nothing left, cannot write), 2 bad model or bad arguments.)";
 
+constexpr const char* kSelectFooter =
+    R"(--volume: corners 1 to 4 go around the near face, 5 to 8 lie behind them in the same order: a block or a
+frustum. Else the volume is what `facetbox render` would show with the same --eye, --look-at, --up, --fov
+and --size, or the part of it that --window cuts out.
+
+An object counts when one of its faces touches the volume. One whose bounding box holds the whole volume
+is not found, however; small volumes in the midst of large objects are a question for --by face.)";
+
+void addModel(CLI::App& command, std::string& model) {
+  command.add_option("MODEL", model, "File to read: .obj, .ply, .off, .stl, .gltf or .glb")->required();
+}
+
 void addInfo(CLI::App& app, InfoOptions& options) {
   CLI::App* info = app.add_subcommand("info", "Tell what is in a model: counts, materials, defects");
-  info->add_option("MODEL", options.mModel, "File to read: .obj, .ply, .off, .stl, .gltf or .glb")->required();
+  addModel(*info, options.mModel);
   info->add_flag("--json", options.mJson, "Print JSON instead of a table");
 }
 
@@ -119,31 +144,130 @@ class StepCollector {
 
 CLI::App* addClean(CLI::App& app, CleanOptions& options) {
   CLI::App* clean = app.add_subcommand("clean", "Clean a model and write the result as OBJ");
-  clean->add_option("MODEL", options.mModel, "File to read: .obj, .ply, .off, .stl, .gltf or .glb")->required();
+  addModel(*clean, options.mModel);
   clean->add_option("-o,--output", options.mOutput, "File to write: .obj")->required()->type_name("OUT");
   clean->add_flag("--join", options.mJoin, "Clean all objects as one; else each on its own");
+  clean->add_flag("--triangulate", options.mTriangulate,
+                  "At the end, turn all faces into triangles, for programs that know no holes");
   clean->footer(kCleanFooter);
   return clean;
 }
 
+// An option whose text is for `parse` to make sense of.
+template <typename Value, typename Parse>
+CLI::Option* addParsed(CLI::App& command, const std::string& name, const std::string& unit, const std::string& help,
+                       Value& target, Parse parse) {
+  const auto take = [name, &target, parse](const std::string& text) { target = parse(text, name); };
+  return command.add_option_function<std::string>(name, take, help)->type_name(unit);
+}
+
+void addGrouping(CLI::App& command, Grouping& grouping) {
+  const std::map<std::string, Grouping> names = {
+      {"object", Grouping::object}, {"face", Grouping::face}, {"material", Grouping::material}};
+  command.add_option("--by", grouping, "What counts as one: object (default), face or material")
+      ->type_name("WHAT")
+      ->transform(CLI::CheckedTransformer(names).description(""));
+}
+
+void addCamera(CLI::App& command, CameraOptions& options, std::array<int, 2>& size) {
+  addParsed(command, "--eye", "X,Y,Z", "Where to look from (default: from where all of the model is seen)",
+            options.mEye, tool::parseVector);
+  addParsed(command, "--look-at", "X,Y,Z", "What to look at (default: the middle)", options.mLookAt, tool::parseVector);
+  addParsed(command, "--up", "X,Y,Z", "What is up (default: 0,1,0)", options.mUp, tool::parseVector);
+  command.add_option("--fov", options.mFieldOfView, "Angle from the lower to the upper edge (default: 40)")
+      ->type_name("DEGREES")
+      ->check(CLI::Range(1.0, 150.0).description(""));
+  addParsed(command, "--size", "WxH", "Size of the picture in pixels (default: 640x480)", size, tool::parseSize);
+}
+
+void addRender(CLI::App& app, RenderOptions& options, std::array<int, 2>& size) {
+  CLI::App* render = app.add_subcommand("render", "Draw a model into a PNG picture; backs of faces are red");
+  addModel(*render, options.mModel);
+  render->add_option("-o,--output", options.mOutput, "File to write: .png")->required()->type_name("OUT");
+  addCamera(*render, options.mCamera, size);
+  const auto chooseColors = [&options](const std::string& by) {
+    options.mSettings.mColoring = by == "normal" ? Coloring::normals : Coloring::entries;
+    options.mGrouping = by == "face" ? Grouping::face : by == "material" ? Grouping::material : Grouping::object;
+  };
+  render
+      ->add_option_function<std::string>("--by", chooseColors,
+                                         "What colours tell apart: object (default), face, material or normal")
+      ->type_name("WHAT")
+      ->check(CLI::IsMember({"object", "face", "material", "normal"}).description(""));
+  render->add_flag("--wireframe", options.mSettings.mWireframe, "Draw the edges of all faces");
+  addParsed(*render, "--background", "COLOUR", "#rrggbb, white (default) or black", options.mSettings.mBackground,
+            tool::parseColor);
+  render->add_option("--samples", options.mSettings.mSamples, "Rays per pixel, in each direction: 1 to 4 (default: 2)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 4).description(""));
+}
+
+void addPick(CLI::App& app, PickOptions& options) {
+  CLI::App* pick = app.add_subcommand("pick", "Tell what a ray hits first");
+  addModel(*pick, options.mModel);
+  const auto takeRay = [&options](const std::string& text) {
+    const std::vector<double> n = tool::parseNumbers(text, "--ray", 6);
+    options.mOrigin = {n[0], n[1], n[2]};
+    options.mDirection = {n[3], n[4], n[5]};
+  };
+  pick->add_option_function<std::string>("--ray", takeRay, "Where the ray starts, and its direction")
+      ->required()
+      ->type_name("X,Y,Z,DX,DY,DZ");
+  addGrouping(*pick, options.mGrouping);
+  pick->add_flag("--json", options.mJson, "Print JSON");
+}
+
+void addSelect(CLI::App& app, SelectOptions& options) {
+  CLI::App* select = app.add_subcommand("select", "Tell what lies in a view volume");
+  addModel(*select, options.mModel);
+  const auto parseVolume = [](const std::string& text, const std::string& name) {
+    const std::vector<double> n = tool::parseNumbers(text, name, 24);
+    std::array<tool::Vector, 8> corners;
+    for (std::size_t k = 0; k < corners.size(); ++k) corners[k] = {n[3 * k], n[3 * k + 1], n[3 * k + 2]};
+    return corners;
+  };
+  addParsed(*select, "--volume", "X,Y,Z,...", "Eight corners, see below", options.mVolume, parseVolume);
+  addCamera(*select, options.mCamera, options.mSize);
+  const auto parseWindow = [](const std::string& text, const std::string& name) {
+    const std::vector<double> n = tool::parseNumbers(text, name, 4);
+    return std::array{n[0], n[1], n[2], n[3]};
+  };
+  addParsed(*select, "--window", "LEFT,TOP,RIGHT,BOTTOM", "Part of the picture (default: 0,0,1,1, all of it)",
+            options.mWindow, parseWindow);
+  select->add_flag("--inside", options.mWholeInside, "Only what lies in the volume as a whole");
+  addGrouping(*select, options.mGrouping);
+  select->add_flag("--json", options.mJson, "Print JSON");
+  select->footer(kSelectFooter);
+}
+
 int runProgram(int argc, char** argv) {
-  CLI::App app("Looks at polygon models and cleans them", "facetbox");
+  CLI::App app("Looks at polygon models, cleans them and draws them", "facetbox");
   app.set_version_flag("--version", std::string("facetbox ") + facetbox::version());
   app.require_subcommand(1);
   InfoOptions infoOptions;
   CleanOptions cleanOptions;
+  RenderOptions renderOptions;
+  PickOptions pickOptions;
+  SelectOptions selectOptions;
   addInfo(app, infoOptions);
   StepCollector steps(*addClean(app, cleanOptions), cleanOptions);
   steps.addAll();
+  std::array<int, 2> size{renderOptions.mSettings.mWidth, renderOptions.mSettings.mHeight};
+  addRender(app, renderOptions, size);
+  addPick(app, pickOptions);
+  addSelect(app, selectOptions);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? tool::kExitOk : tool::kExitBadInput;
   }
-  if (app.got_subcommand("info"))
-    tool::runInfo(infoOptions);
-  else
-    tool::runClean(cleanOptions);
+  renderOptions.mSettings.mWidth = size[0];
+  renderOptions.mSettings.mHeight = size[1];
+  if (app.got_subcommand("info")) tool::runInfo(infoOptions);
+  if (app.got_subcommand("clean")) tool::runClean(cleanOptions);
+  if (app.got_subcommand("render")) tool::runRender(renderOptions);
+  if (app.got_subcommand("pick")) tool::runPick(pickOptions);
+  if (app.got_subcommand("select")) tool::runSelect(selectOptions);
   if (std::fflush(stdout) != 0) throw tool::RunError("standard output: cannot be written");
   return tool::kExitOk;
 }

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+
+#include <tools/Scene.h>
+#include <tools/Vector.h>
+
+namespace tool {
+
+/// A part of the picture: -1 is its left and lower edge, 1 its right and upper one.
+struct Window {
+  double mLeft = -1, mBottom = -1, mRight = 1, mTop = 1;
+};
+
+/// What the command line tells of a view, in the coordinates of the model.
+struct CameraOptions {
+  std::optional<Vector> mEye, mLookAt;
+  Vector mUp{0, 1, 0};
+  double mFieldOfView = 40;  ///< from the lower to the upper edge of the picture, degrees
+};
+
+/// A perspective view of a scene, in the scene's coordinates.
+struct Camera {
+  Vector mEye, mRight, mUp, mForward;  ///< directions of unit length, at right angles
+  double mTanX = 1, mTanY = 1;         ///< half the picture's size at depth 1
+  double mNear = 0.1, mFar = 10;       ///< depths between which all of the scene before the eye lies
+
+  /// Without a point to look at, it is the middle of what the picture shows. Without an eye, it is before, to the right
+  /// and above, where all faces just fit in the picture. O(corners) then.
+  /// @param aspect  width of the picture by its height
+  /// @throws InputError where the eye is the point looked at, or `up` runs along the view
+  Camera(const Scene& scene, const CameraOptions& options, double aspect);
+
+  double depthOf(const Vector& point) const { return dot(point - mEye, mForward); }
+
+  /// Direction to a point of the picture, of depth 1.
+  Vector directionTo(double x, double y) const { return mForward + mRight * (x * mTanX) + mUp * (y * mTanY); }
+
+  /// View-projection matrix that maps the volume behind a window onto the cube from -1 to 1; column-major.
+  std::array<float, 16> matrixOf(const Window& window) const;
+};
+
+/// The matrix that maps a volume of eight corners onto the cube from -1 to 1, column-major. Corners 0 to 3 run around
+/// the near face, corner k + 4 lies behind corner k.
+/// @throws InputError where no matrix does so: the volume is flat, or its sides are not those of a block or a frustum
+std::array<float, 16> matrixOfCorners(const std::array<Vector, 8>& corners, const std::string& option);
+
+}  // namespace tool

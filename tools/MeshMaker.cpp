@@ -1,0 +1,151 @@
+#include <tools/MeshMaker.h>
+
+#include <algorithm>
+#include <numeric>
+
+namespace tool {
+namespace {
+
+constexpr std::uint32_t kNone = 0xFFFFFFFF;
+
+std::vector<std::pair<std::uint32_t, std::uint32_t>> listHoles(const Model& model) {
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> holes;
+  for (auto entry = model.mHoles.begin(); entry != model.mHoles.end(); ++entry) {
+    const std::uint32_t outer = *entry;
+    while (*++entry != kEndOfGroup) {
+      if (model.mCounts[outer] >= 3 && model.mCounts[*entry] >= 3) holes.emplace_back(outer, *entry);
+    }
+  }
+  std::sort(holes.begin(), holes.end());
+  holes.erase(std::unique(holes.begin(), holes.end()), holes.end());
+  return holes;
+}
+
+// Per face, the lowest of the faces that it is tied to by holes and that are not holes themselves.
+std::vector<std::uint32_t> findOwners(const Model& model) {
+  std::vector<std::uint32_t> roots(model.faceCount());
+  std::iota(roots.begin(), roots.end(), 0U);
+  const auto rootOf = [&](std::uint32_t face) {
+    while (roots[face] != face) face = roots[face] = roots[roots[face]];
+    return face;
+  };
+  std::vector<bool> isHole(model.faceCount());
+  for (const auto& [outer, hole] : listHoles(model)) {
+    isHole[hole] = true;
+    const std::uint32_t a = rootOf(outer), b = rootOf(hole);
+    roots[std::max(a, b)] = std::min(a, b);
+  }
+  std::vector<std::uint32_t> ownerOfRoot(model.faceCount(), kNone), owners(model.faceCount(), kNone);
+  for (std::uint32_t face = 0; face < owners.size(); ++face) {
+    std::uint32_t& owner = ownerOfRoot[rootOf(face)];
+    if (owner == kNone && !isHole[face] && model.mCounts[face] >= 3) owner = face;
+  }
+  for (std::uint32_t face = 0; face < owners.size(); ++face) {
+    if (model.mCounts[face] >= 3) owners[face] = ownerOfRoot[rootOf(face)];
+  }
+  return owners;
+}
+
+// Turns each face's owner into the number of its set, counted from 0.
+void numberSets(const Model& model, Grouping grouping, std::vector<std::uint32_t>& owners) {
+  if (grouping == Grouping::face) return;
+  std::vector<std::uint32_t> numbers(model.faceCount());
+  if (grouping == Grouping::object) {
+    for (std::uint32_t object = 0; object < model.mObjects.size(); ++object)
+      std::fill(numbers.begin() + model.mObjects[object].mFirstFace, numbers.begin() + model.endFace(object), object);
+  } else {
+    const std::vector<Label> labels = labelsOf(model);
+    const auto none = static_cast<std::uint32_t>(model.mMaterials.size());
+    std::transform(labels.begin(), labels.end(), numbers.begin(), [none](const Label& label) {
+      return label.mMaterial < 0 ? none : static_cast<std::uint32_t>(label.mMaterial);
+    });
+  }
+  for (std::uint32_t& owner : owners) {
+    if (owner != kNone) owner = numbers[owner];
+  }
+}
+
+}  // namespace
+
+std::vector<Label> labelsOf(const Model& model) {
+  std::vector<Label> labels(model.faceCount());
+  for (std::size_t run = 0; run < model.mRuns.size(); ++run) {
+    const std::size_t end = run + 1 < model.mRuns.size() ? model.mRuns[run + 1].mFirstFace : labels.size();
+    std::fill(labels.begin() + model.mRuns[run].mFirstFace, labels.begin() + static_cast<std::ptrdiff_t>(end),
+              model.mRuns[run].mLabel);
+  }
+  return labels;
+}
+
+FaceSets groupFaces(const Model& model, Grouping grouping) {
+  std::vector<std::uint32_t> setOfFace = findOwners(model);
+  numberSets(model, grouping, setOfFace);
+
+  FaceSets sets;
+  for (std::uint32_t face = 0; face < setOfFace.size(); ++face) {
+    if (setOfFace[face] != kNone) sets.mFaces.push_back(face);
+  }
+  std::stable_sort(sets.mFaces.begin(), sets.mFaces.end(),
+                   [&](std::uint32_t a, std::uint32_t b) { return setOfFace[a] < setOfFace[b]; });
+  for (std::size_t i = 0; i < sets.mFaces.size(); ++i) {
+    const std::uint32_t number = setOfFace[sets.mFaces[i]] + 1;
+    if (!sets.mNumbers.empty() && sets.mNumbers.back() == number) continue;
+    sets.mNumbers.push_back(number);
+    sets.mStarts.push_back(i);
+  }
+  sets.mStarts.push_back(sets.mFaces.size());
+  return sets;
+}
+
+MeshMaker::MeshMaker(const Model& model)
+    : mModel(model),
+      mFirstCorners(model.faceCount()),
+      mHolesOf(listHoles(model)),
+      mLocalVertices(model.vertexCount(), kNone) {
+  std::exclusive_scan(model.mCounts.begin(), model.mCounts.end(), mFirstCorners.begin(), std::size_t{0});
+}
+
+util::Mesh MeshMaker::make(std::span<const std::uint32_t> faces) {
+  mIndices.clear();
+  mHoles.clear();
+  mCorners.clear();
+  mCounts.clear();
+  mCoordinates.clear();
+  for (const std::uint32_t face : faces) {
+    mCounts.push_back(static_cast<std::int32_t>(mModel.mCounts[face]));
+    const std::size_t begin = mFirstCorners[face];
+    for (std::size_t corner = begin; corner < begin + mModel.mCounts[face]; ++corner) {
+      const std::uint32_t vertex = mModel.mIndices[corner];
+      if (mLocalVertices[vertex] == kNone) {
+        mLocalVertices[vertex] = static_cast<std::uint32_t>(mCorners.size());
+        mCorners.push_back(static_cast<std::uint32_t>(corner));
+        const float* const p = mModel.mVertices.data() + std::size_t{3} * vertex;
+        mCoordinates.insert(mCoordinates.end(), p, p + 3);
+      }
+      mIndices.push_back(mLocalVertices[vertex]);
+    }
+  }
+  for (const std::uint32_t corner : mCorners) mLocalVertices[mModel.mIndices[corner]] = kNone;
+
+  const auto numberInSet = [&](std::uint32_t face) {
+    return static_cast<std::uint32_t>(std::lower_bound(faces.begin(), faces.end(), face) - faces.begin());
+  };
+  for (std::uint32_t i = 0; i < faces.size() && !mHolesOf.empty(); ++i) {
+    auto entry = std::lower_bound(mHolesOf.begin(), mHolesOf.end(), std::pair(faces[i], std::uint32_t{0}));
+    if (entry == mHolesOf.end() || entry->first != faces[i]) continue;
+    mHoles.push_back(i);
+    for (; entry != mHolesOf.end() && entry->first == faces[i]; ++entry) mHoles.push_back(numberInSet(entry->second));
+    mHoles.push_back(kEndOfGroup);
+  }
+  return {nullptr,
+          static_cast<int>(mCoordinates.size()),
+          mCoordinates.data(),
+          mIndices.data(),
+          static_cast<int>(mCounts.size()),
+          mCounts.data(),
+          mHoles.empty() ? nullptr : mHoles.data(),
+          static_cast<int>(mHoles.size()),
+          nullptr};
+}
+
+}  // namespace tool
