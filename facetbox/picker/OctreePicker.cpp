@@ -23,6 +23,14 @@ constexpr double kRootHalfSize = 10.0;
 
 Vec3 vectorOf(const double* p) { return {p[0], p[1], p[2]}; }
 
+/// Objects lie anywhere in memory: this has one fetched that will be looked at soon.
+template <class Object>
+void prefetch(const Object* object) {
+  const char* bytes = reinterpret_cast<const char*>(object);
+  for (std::size_t line = 0; line < sizeof(Object); line += 64) __builtin_prefetch(bytes + line);
+}
+constexpr std::size_t kAhead = 8;
+
 bool isFinite(const Vec3& v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); }
 
 }  // namespace
@@ -69,7 +77,9 @@ class OctreePicker::RelocateCommand final : public Command {
     Octree& octree = *found->second.mOctree;
     std::vector<Octree::Record> records;
     octree.extractAllAndReset(kRootHalfSize, records);
-    for (Octree::Record& record : records) {
+    for (std::size_t i = 0; i < records.size(); ++i) {
+      if (i + kAhead < records.size()) prefetch(records[i + kAhead].item.get());
+      Octree::Record& record = records[i];
       record.box = record.item->move(mOffset);
       octree.ensureContains(record.box);
       octree.insert(record.box, std::move(record.item));
@@ -85,8 +95,9 @@ class OctreePicker::DisposeCommand final : public Command {
   using Command::Command;
 
   void execute(OctreePicker& picker) override {
-    if (picker.mRecords.erase(mSerial) != 0) picker.mMeshesMayBeUnused = true;
-    picker.mHandles.free(mSerial);
+    picker.mRecords.erase(mSerial);
+    // Even without a record: additions that were discarded may have left triangles in the cache.
+    if (picker.mHandles.free(mSerial)) picker.mMeshesMayBeUnused = true;
   }
 };
 
@@ -221,13 +232,8 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   mCandidates.clear();
   record->mOctree->queryFrustum(volume, mCandidates);
   mFoundIds.clear();
-  constexpr std::size_t kAhead = 8;
   for (std::size_t i = 0; i < mCandidates.size(); ++i) {
-    // Objects lie anywhere in memory: have the next ones fetched meanwhile.
-    if (i + kAhead < mCandidates.size()) {
-      const char* next = reinterpret_cast<const char*>(mCandidates[i + kAhead]->get());
-      for (std::size_t line = 0; line < sizeof(Pickable); line += 64) __builtin_prefetch(next + line);
-    }
+    if (i + kAhead < mCandidates.size()) prefetch(mCandidates[i + kAhead]->get());
     const Pickable& pickable = **mCandidates[i];
     if (pickable.isInsideClipVolume(viewProjection, wholeInside))
       mFoundIds.push_back(static_cast<std::uint32_t>(pickable.mId));

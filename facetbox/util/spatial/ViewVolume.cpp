@@ -68,15 +68,23 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
     const Vec3 normal = cross(at(table.a1) - at(table.a0), at(table.b1) - at(table.b0));
     face.normal = normal / length(normal);
     face.size = {std::fabs(face.normal.x), std::fabs(face.normal.y), std::fabs(face.normal.z)};
-    face.offset = dot(face.normal, at(table.p));
+    const double offset = dot(face.normal, at(table.p));
     std::array<double, 8> heights;
     for (std::size_t corner = 0; corner < 8; ++corner) heights[corner] = dot(face.normal, mCorners[corner]);
-    face.farthest = *std::ranges::max_element(heights);
-    face.low = face.high = face.offset;
+    face.low = face.high = offset;
     for (const int corner : table.corners) {
       face.low = std::min(face.low, heights[static_cast<std::size_t>(corner)]);
       face.high = std::max(face.high, heights[static_cast<std::size_t>(corner)]);
     }
+    TwoFaces& two = mPlanes[i / 2];
+    two.normalX[i % 2] = face.normal.x;
+    two.normalY[i % 2] = face.normal.y;
+    two.normalZ[i % 2] = face.normal.z;
+    two.sizeX[i % 2] = face.size.x;
+    two.sizeY[i % 2] = face.size.y;
+    two.sizeZ[i % 2] = face.size.z;
+    two.offset[i % 2] = offset;
+    two.farthest[i % 2] = *std::ranges::max_element(heights);
   }
 }
 
@@ -106,13 +114,17 @@ bool ViewVolume::touchesSurface(const Vec3& centre, const Vec3& half, double mar
 bool ViewVolume::meets(const Vec3& centre, const Vec3& half) const {
   const double margin = marginFor(centre, half);
   const double radius = std::min(std::min(std::fabs(half.x), std::fabs(half.y)), std::fabs(half.z));
-  bool inside = true;
-  for (const Face& face : mFaces) {
-    const double height = dot(face.normal, centre);
-    if (height - face.farthest > reach(face.size, half) + margin) return false;
-    if (!(height < face.offset - radius)) inside = false;
+  // All planes without a branch: boxes near the volume are beyond any of them.
+  auto apart = Pair{0, 0} != Pair{0, 0};
+  auto inside = Pair{0, 0} == Pair{0, 0};
+  for (const TwoFaces& two : mPlanes) {
+    const Pair height = two.normalX * centre.x + two.normalY * centre.y + two.normalZ * centre.z;
+    const Pair reached = two.sizeX * half.x + two.sizeY * half.y + two.sizeZ * half.z;
+    apart |= height - two.farthest > reached + margin;
+    inside &= height < two.offset - radius;
   }
-  return inside || touchesSurface(centre, half, margin);
+  if ((apart[0] | apart[1]) != 0) return false;
+  return (inside[0] & inside[1]) != 0 || touchesSurface(centre, half, margin);
 }
 
 bool ViewVolume::meets(const Box& box) const {
@@ -124,9 +136,13 @@ bool ViewVolume::meets(const Box& box) const {
 bool ViewVolume::isCertainlyApart(const Box& box) const {
   const Vec3 half = (box.max - box.min) / 2, centre = box.min + half;
   const double margin = marginFor(centre, half);
-  for (const Face& face : mFaces)
-    if (dot(face.normal, centre) - face.farthest > reach(face.size, half) + margin) return true;
-  return false;
+  auto apart = Pair{0, 0} != Pair{0, 0};
+  for (const TwoFaces& two : mPlanes) {
+    const Pair height = two.normalX * centre.x + two.normalY * centre.y + two.normalZ * centre.z;
+    const Pair reached = two.sizeX * half.x + two.sizeY * half.y + two.sizeZ * half.z;
+    apart |= height - two.farthest > reached + margin;
+  }
+  return (apart[0] | apart[1]) != 0;
 }
 
 }  // namespace util

@@ -28,18 +28,23 @@ class ViewVolume {
   bool isCertainlyApart(const Box& box) const;
 
  private:
+  /// Two numbers at a time.
+  using Pair = double __attribute__((vector_size(16)));
+  /// What two neighbouring faces have: coordinates of the unit outward normals and their sizes, normal times the point
+  /// that the plane goes through, the largest of normal times any of the eight corners.
+  struct TwoFaces {
+    Pair normalX, normalY, normalZ, sizeX, sizeY, sizeZ, offset, farthest;
+  };
   struct Face {
-    Vec3 normal;       // unit length, outward
-    Vec3 size;         // of the normal's coordinates
-    double offset;     // normal times the point that the plane goes through
+    Vec3 normal, size;
     double low, high;  // of normal times the face's corners
-    double farthest;   // of normal times all eight corners
   };
 
   double marginFor(const Vec3& centre, const Vec3& half) const;
   bool touchesSurface(const Vec3& centre, const Vec3& half, double margin) const;
 
   std::array<Vec3, 8> mCorners;
+  std::array<TwoFaces, 3> mPlanes;
   std::array<Face, 6> mFaces;
   double mSize;  // the largest coordinate by absolute value; infinite where shortcuts must not be taken
 };
