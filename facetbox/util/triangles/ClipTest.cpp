@@ -8,12 +8,14 @@
 
 #include <facetbox/util/math/OverlapsBox.h>
 #include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/triangles/TriangleHierarchy.h>
 
 namespace util {
 
 namespace {
 
 constexpr double kSmallestW = 1e-25;
+constexpr double kCentre[3] = {0, 0, 0}, kHalf[3] = {1, 1, 1};
 
 /// Projects a vertex.
 /// @return whether its w allows it; if not, `out` is untouched
@@ -25,6 +27,11 @@ bool project(const double c[16], const double* vertex, double out[3]) {
   out[1] = (c[1] * x + c[5] * y + c[9] * z + c[13]) / w;
   out[2] = (c[2] * x + c[6] * y + c[10] * z + c[14]) / w;
   return true;
+}
+
+/// A NaN lies nowhere.
+bool isInCube(const double p[3]) {
+  return p[0] >= -1.0 && p[0] <= 1.0 && p[1] >= -1.0 && p[1] <= 1.0 && p[2] >= -1.0 && p[2] <= 1.0;
 }
 
 /// Room for projected vertices that is kept from call to call.
@@ -43,14 +50,13 @@ void multiply(const double a[16], const double b[16], double product[16]) {
                                   a[8 + row] * b[4 * column + 2] + a[12 + row] * b[4 * column + 3];
 }
 
-bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
+bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   const std::span<const double> vertices = mesh.vertexCoordinates();
   const std::span<const std::uint32_t> indices = mesh.indices();
   if (indices.empty()) return false;
   const std::span<double> projected = scratch(vertices.size());
   for (std::size_t v = 0; v + 2 < vertices.size(); v += 3)
     if (!project(c, &vertices[v], &projected[v])) projected[v] = projected[v + 1] = projected[v + 2] = 0.0;
-  constexpr double kCentre[3] = {0, 0, 0}, kHalf[3] = {1, 1, 1};
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3)
     if (overlapsBox(&projected[3 * std::size_t{indices[i]}], &projected[3 * std::size_t{indices[i + 1]}],
                     &projected[3 * std::size_t{indices[i + 2]}], kCentre, kHalf))
@@ -58,14 +64,13 @@ bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
   return false;
 }
 
-bool liesInClipCube(const TriangleMesh& mesh, const double c[16]) {
+bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   const std::span<const double> vertices = mesh.vertexCoordinates();
   // Not reset for the next vertex: one that cannot be projected stays at the last one's place.
   double p[3] = {0, 0, 0};
   for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) {
     project(c, &vertices[v], p);
-    // A NaN lies nowhere.
-    if (!(p[0] >= -1.0 && p[0] <= 1.0 && p[1] >= -1.0 && p[1] <= 1.0 && p[2] >= -1.0 && p[2] <= 1.0)) return false;
+    if (!isInCube(p)) return false;
   }
   return true;
 }
@@ -108,6 +113,98 @@ ClipSide sideOfClipCube(const Box& box, const double c[16]) {
       inside = inside && beyond + reach < -margin;
     }
   return inside ? ClipSide::inside : ClipSide::unsure;
+}
+
+namespace {
+
+enum class Verdict { yes, no, openStill };
+
+/// Walks down the subtrees that lie on neither side for certain.
+///
+/// `atChild(side)` is asked for each child box, `atTriangle(corners)` for each triangle that is left, nine coordinates;
+/// both may end the walk with a verdict. After too many triangles it ends openly: the plain loop is faster then.
+template <class AtChild, class AtTriangle>
+Verdict walk(const TriangleHierarchy& hierarchy, const double c[16], AtChild atChild, AtTriangle atTriangle) {
+  const TriangleHierarchy::View view = hierarchy.view();
+  constexpr int kWidth = TriangleHierarchy::kWidth;
+  std::size_t patience = 64 + hierarchy.triangleCount() / 16;
+  TriangleHierarchy::Reference stack[(kWidth - 1) * TriangleHierarchy::kMaxDepth + kWidth];
+  int depth = 0;
+  stack[depth++] = view.root;
+  while (depth > 0) {
+    const TriangleHierarchy::Reference reference = stack[--depth];
+    if ((reference & TriangleHierarchy::kLeaf) == 0) {
+      const TriangleHierarchy::Node& node = view.node(reference);
+      for (int child = 0; child < kWidth; ++child) {
+        if (node.bounds[0][child] > node.bounds[3][child]) continue;
+        const ClipSide side = sideOfClipCube(hierarchy.childBox(node, child), c);
+        if (side == ClipSide::unsure)
+          stack[depth++] = node.child[child];
+        else if (const Verdict verdict = atChild(side); verdict != Verdict::openStill)
+          return verdict;
+      }
+      continue;
+    }
+    const TriangleHierarchy::Block& block = view.block(reference);
+    for (int lane = 0; lane < kWidth && block.reach[lane] >= 0; ++lane) {
+      if (patience-- == 0) return Verdict::openStill;
+      const Verdict verdict = atTriangle(TriangleHierarchy::View::exact(block)[lane].corner);
+      if (verdict != Verdict::openStill) return verdict;
+    }
+  }
+  return Verdict::no;
+}
+
+/// Whether a mesh has a hierarchy that knows of all its triangles.
+bool canWalk(const TriangleMesh& mesh) {
+  return mesh.hierarchy() != nullptr && mesh.hierarchy()->isUsable() && mesh.hierarchy()->isComplete();
+}
+
+}  // namespace
+
+bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
+  if (!canWalk(mesh)) return overlapsClipCubePlain(mesh, c);
+  const Verdict verdict = walk(
+      *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::inside ? Verdict::yes : Verdict::openStill; },
+      [&](const double* corners) {
+        double p[9];
+        for (int k = 0; k < 9; k += 3)
+          if (!project(c, corners + k, p + k)) p[k] = p[k + 1] = p[k + 2] = 0.0;
+        return overlapsBox(p, p + 3, p + 6, kCentre, kHalf) ? Verdict::yes : Verdict::openStill;
+      });
+  return verdict == Verdict::openStill ? overlapsClipCubePlain(mesh, c) : verdict == Verdict::yes;
+}
+
+bool liesInClipCube(const TriangleMesh& mesh, const double c[16]) {
+  if (!canWalk(mesh)) return liesInClipCubePlain(mesh, c);
+  enum class Place { inside, outside, unknown };
+  Place place = Place::inside;
+  // Where a vertex that cannot be projected goes depends on those before it: the plain loop knows.
+  const auto look = [&](const double* vertex) {
+    double p[3];
+    if (!project(c, vertex, p))
+      place = Place::unknown;
+    else if (!isInCube(p))
+      place = Place::outside;
+    return place != Place::inside ? Verdict::yes : Verdict::openStill;
+  };
+  Verdict verdict = walk(
+      *mesh.hierarchy(), c,
+      [&](ClipSide side) {
+        if (side == ClipSide::outside) place = Place::outside;
+        return side == ClipSide::outside ? Verdict::yes : Verdict::openStill;
+      },
+      [&](const double* corners) {
+        for (int k = 0; k < 9; k += 3)
+          if (look(corners + k) == Verdict::yes) return Verdict::yes;
+        return Verdict::openStill;
+      });
+  const std::span<const std::uint32_t> loose = mesh.hierarchy()->looseVertices();
+  for (std::size_t i = 0; i < loose.size() && verdict == Verdict::no; ++i)
+    verdict =
+        look(mesh.vertexCoordinates().data() + 3 * std::size_t{loose[i]}) == Verdict::yes ? Verdict::yes : verdict;
+  if (place == Place::outside) return false;
+  return verdict == Verdict::no || liesInClipCubePlain(mesh, c);
 }
 
 }  // namespace util

@@ -15,10 +15,15 @@ void multiply(const double a[16], const double b[16], double product[16]);
 
 /// Whether a triangle of the mesh, its corners projected, overlaps the cube. A vertex whose w is not above 1e-25 goes
 /// to (0, 0, 0). No triangles: no. O(vertices + triangles).
-bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]);
+bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]);
 
 /// Whether all vertices of the mesh, those of no triangle included, project into the closed cube. A vertex whose w is
 /// not above 1e-25 stays where the vertex before it went, the first at (0, 0, 0). No vertices: yes. O(vertices).
+bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]);
+
+/// The same answers, where the mesh has a hierarchy by deciding whole subtrees that lie inside or outside.
+/// O(log triangles) for most meshes and volumes, never much more than the plain loops.
+bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]);
 bool liesInClipCube(const TriangleMesh& mesh, const double c[16]);
 
 enum class ClipSide { inside, outside, unsure };

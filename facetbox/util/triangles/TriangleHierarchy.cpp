@@ -354,6 +354,7 @@ TriangleHierarchy::TriangleHierarchy(std::span<const double> vertexCoordinates,
   // Second pass: a box per triangle.
   std::vector<Item> items;
   items.reserve(triangleCount);
+  std::vector<char> isUsed(vertexCoordinates.size() / 3);
   Range range;
   for (std::size_t t = 0; t < triangleCount; ++t) {
     Box box;
@@ -363,7 +364,11 @@ TriangleHierarchy::TriangleHierarchy(std::span<const double> vertexCoordinates,
       isComplete = isComplete && !std::isnan(unit.x + unit.y + unit.z);
       box.extend(unit);
     }
-    if (!isComplete) continue;
+    if (!isComplete) {
+      mIsComplete = false;
+      continue;
+    }
+    for (std::size_t k = 0; k < 3; ++k) isUsed[indices[3 * t + k]] = true;
     const Item item{{roundedDown(box.min.x), roundedDown(box.min.y), roundedDown(box.min.z),
                      std::bit_cast<float>(static_cast<std::uint32_t>(t))},
                     {roundedUp(box.max.x), roundedUp(box.max.y), roundedUp(box.max.z), 0}};
@@ -375,6 +380,20 @@ TriangleHierarchy::TriangleHierarchy(std::span<const double> vertexCoordinates,
   mNormals.reserve(items.size() / 16);
   QuadBox normals;
   mRoot = Builder(items, mArena, mNormals, vertexCoordinates, indices, mCenter, mScale).build(range, 0, normals);
+  mTriangleCount = items.size();
+  for (std::size_t v = 0; v < isUsed.size(); ++v)
+    if (!isUsed[v]) mLooseVertices.push_back(static_cast<std::uint32_t>(v));
+}
+
+Box TriangleHierarchy::childBox(const Node& node, int child) const noexcept {
+  const double size = 1 / mScale;
+  const double slack = 0x1p-50 * (size + std::max({std::fabs(mCenter.x), std::fabs(mCenter.y), std::fabs(mCenter.z)}));
+  const auto corner = [&](int first, double outward) {
+    return Vec3{mCenter.x + size * static_cast<double>(node.bounds[first][child]) + outward,
+                mCenter.y + size * static_cast<double>(node.bounds[first + 1][child]) + outward,
+                mCenter.z + size * static_cast<double>(node.bounds[first + 2][child]) + outward};
+  };
+  return {corner(0, -slack), corner(3, slack)};
 }
 
 }  // namespace util

@@ -85,6 +85,14 @@ class TriangleHierarchy {
   View view() const noexcept { return {mArena.data(), mNormals.data(), mRoot, bytes() > kNearCache}; }
   std::size_t bytes() const noexcept { return mArena.size() * sizeof(Unit) + mNormals.size() * sizeof(Normals); }
 
+  /// Whether every triangle is in it: none has a NaN corner.
+  bool isComplete() const noexcept { return mIsComplete; }
+  /// The vertices that no triangle in it uses, ascending.
+  std::span<const std::uint32_t> looseVertices() const noexcept { return mLooseVertices; }
+  std::size_t triangleCount() const noexcept { return mTriangleCount; }
+  /// The box of a child in the mesh's coordinates, widened by what its computation may be off.
+  Box childBox(const Node& node, int child) const noexcept;
+
   const Vec3& center() const noexcept { return mCenter; }
   /// A power of two.
   double scale() const noexcept { return mScale; }
@@ -94,6 +102,9 @@ class TriangleHierarchy {
   double longestEdge() const noexcept { return mLongestEdge; }
 
  private:
+  bool mIsComplete = true;
+  std::size_t mTriangleCount = 0;
+  std::vector<std::uint32_t> mLooseVertices;
   Reference mRoot = 0;
   Vec3 mCenter{0, 0, 0};
   double mScale = 1;
