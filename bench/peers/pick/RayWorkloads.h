@@ -1,0 +1,74 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <facetbox/picker/Picker.h>
+#include <facetbox/util/Mesh.h>
+#include <facetbox/util/Triangulator.h>
+#include <facetbox/util/triangles/RayTest.h>
+
+#include "../../Workloads.h"
+
+/// In floats, so that everyone gets the very same ray.
+struct Ray {
+  float origin[3];
+  float direction[3];  ///< of unit length but for rounding
+};
+
+enum class RayKind {
+  camera,      ///< an image, row by row, around the object: about 64 % hit
+  screenful,   ///< an image that the object fills
+  incoherent,  ///< from all around to points within the object
+};
+constexpr RayKind kRayKinds[] = {RayKind::camera, RayKind::screenful, RayKind::incoherent};
+const char* nameOf(RayKind kind);
+
+/// About `count` rays at a sphere of radius 100 around `center`; images are square.
+std::vector<Ray> raysOf(RayKind kind, std::size_t count, const std::array<double, 3>& center);
+
+/// Placed triangles, for libraries that have no matrix.
+struct Triangles {
+  std::vector<double> coordinates;     ///< x, y, z per vertex
+  std::vector<std::uint32_t> indices;  ///< three per triangle
+
+  std::size_t count() const { return indices.size() / 3; }
+};
+
+/// A working mesh with a record's faces.
+std::unique_ptr<util::Mesh> meshOf(const Workload& record);
+std::unique_ptr<util::TriangleMesh> triangleMeshOf(const util::Mesh& mesh, const Workload& record);
+
+std::array<double, 16> translationBy(const std::array<double, 3>& offset);
+
+/// A bumpy sphere of radius 100 in one place, as the ray test, the picker and the peers have it.
+struct Sphere {
+  Sphere(std::size_t triangleCount, const std::array<double, 3>& centerAt);
+
+  /// By the picker, which has the object under the id 0.
+  bool pick(const Ray& ray, float* distance, float* normal) {
+    return picker->pickRay(handle, 0, ray.origin, ray.direction, distance, normal);
+  }
+  /// By the ray test.
+  bool intersect(const Ray& ray, util::Instructions instructions, double* t, double* normal) const {
+    const double origin[3] = {ray.origin[0], ray.origin[1], ray.origin[2]};
+    const double direction[3] = {ray.direction[0], ray.direction[1], ray.direction[2]};
+    return util::intersectRay(*mesh, placement, matrix.data(), origin, direction, t, normal, instructions);
+  }
+  bool intersectPlain(const Ray& ray, double* t, double* normal) const {
+    const double origin[3] = {ray.origin[0], ray.origin[1], ray.origin[2]};
+    const double direction[3] = {ray.direction[0], ray.direction[1], ray.direction[2]};
+    return util::intersectRayPlain(*mesh, matrix.data(), origin, direction, t, normal);
+  }
+
+  std::array<double, 3> center;
+  std::array<double, 16> matrix;
+  std::unique_ptr<util::TriangleMesh> mesh;
+  util::RayPlacement placement;
+  std::unique_ptr<Picker> picker;
+  std::size_t handle;
+  Triangles placed;
+};
