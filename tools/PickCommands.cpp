@@ -1,6 +1,6 @@
 #include <tools/PickCommands.h>
 
-#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
@@ -35,7 +35,10 @@ std::string formatHit(const PickOptions& options, const Scene& scene, const std:
   if (!hit) return options.mJson ? dumped({{"hit", false}}) : "nothing\n";
   const Vector direction = normalized(options.mDirection);
   const double distance = hit->mDistance / scene.scale();
-  const Vector point = options.mOrigin + direction * distance;
+  // What floats round off would show as odd numbers near 0.
+  const auto snapped = [&](double value) { return std::fabs(value * scene.scale()) < 1e-6 ? 0 : value; };
+  const Vector exact = options.mOrigin + direction * distance;
+  const Vector point{snapped(exact.x), snapped(exact.y), snapped(exact.z)};
   const std::string& name = scene.entry(hit->mId).mName;
   const char* const side = dot(hit->mNormal, direction) > 0 ? "back" : "front";
   if (options.mJson)

@@ -204,7 +204,7 @@ class Shader {
       const Vector color = (normal + Vector{1, 1, 1}) * 0.5;
       return isBack ? color * 0.45 : color;
     }
-    const double light = 0.3 + 0.7 * std::max(0.0, dot(isBack ? -normal : normal, mLight));
+    const double light = 0.4 + 0.6 * std::max(0.0, dot(isBack ? -normal : normal, mLight));
     return (isBack ? kBack : kPalette[(sample.mId - 1) % std::size(kPalette)]) * light;
   }
 
