@@ -1,15 +1,26 @@
 #!/usr/bin/env bash
-# Our main job on one model: what it is, what cleaning removes, what comes out.
+# Our main job on one model: what it is, what cleaning removes, what comes out, what that looks like.
 # Usage: scripts/demo.sh PROGRAM MODEL OUTPUT_DIRECTORY
+# UP=0,0,1 draws models whose z axis points up.
 set -euo pipefail
 program=$1 model=$2 out=$3
 name=$(basename "${model%.*}")
+cleaned="$out/${name}_cleaned.obj"
 mkdir -p "$out"
 
 say() { printf '\n\033[1m%s\033[0m\n' "$*"; }
 say "Before: $model"
 "$program" info "$model"
 say "Cleaning"
-"$program" clean "$model" -o "$out/${name}_cleaned.obj" --all "${LENGTH_TOLERANCE:-0.01}"
-say "After: $out/${name}_cleaned.obj"
-"$program" info "$out/${name}_cleaned.obj"
+"$program" clean "$model" -o "$cleaned" --all "${LENGTH_TOLERANCE:-0.01}"
+say "After: $cleaned"
+"$program" info "$cleaned"
+
+say "Pictures: drawn by rays of the picker, with the edges of the faces"
+draw() {
+  "$program" render "$2" -o "$3" --up "${UP:-0,1,0}" --wireframe --by "$4"
+  printf '  %-44s %s\n' "$3" "$1"
+}
+draw "before" "$model" "$out/$name.png" object
+draw "after" "$cleaned" "$out/${name}_cleaned.png" object
+draw "after, a colour for each material" "$cleaned" "$out/${name}_materials.png" material
