@@ -13,6 +13,12 @@ namespace util {
 /// costs mostly page faults. Only a hint; call it before the memory is first touched. Cheap for small blocks.
 void adviseLargePages(void* data, std::size_t bytes) noexcept;
 
+/// Memory from the global operator new, for arrays of what is aligned like this. A block in which a large page has room
+/// begins with one, for elsewhere it would have one less, and asks for large pages.
+void* allocateBlock(std::size_t bytes, std::size_t alignment);
+/// Releases a block of allocateBlock(bytes, alignment).
+void deallocateBlock(void* data, std::size_t bytes, std::size_t alignment) noexcept;
+
 /// Allocator for arrays of plain values that are written before they are read: resize() leaves new elements
 /// uninitialised instead of filling them first.
 template <class T>
@@ -26,12 +32,8 @@ class BufferAllocator {
   template <class U>
   BufferAllocator(const BufferAllocator<U>&) noexcept {}
 
-  T* allocate(std::size_t count) {
-    T* data = std::allocator<T>().allocate(count);
-    adviseLargePages(data, count * sizeof(T));
-    return data;
-  }
-  void deallocate(T* data, std::size_t count) noexcept { std::allocator<T>().deallocate(data, count); }
+  T* allocate(std::size_t count) { return static_cast<T*>(allocateBlock(count * sizeof(T), alignof(T))); }
+  void deallocate(T* data, std::size_t count) noexcept { deallocateBlock(data, count * sizeof(T), alignof(T)); }
 
   template <class U>
   void construct(U* place) noexcept {
