@@ -18,19 +18,18 @@ struct EdgeUse {
 
 EdgeTwins findEdgeTwins(const PrimitiveList& faces, std::size_t vertexCount) {
   EdgeTwins twins;
-  twins.mTwinOf.resize(faces.poolSize(), EdgeTwins::kNone);
-  twins.mFaceOf.resize(faces.poolSize());
+  twins.mCorners.resize(faces.poolSize(), {EdgeTwins::kNone, 0});
   EdgeBuckets<EdgeUse> buckets(
       vertexCount, [&](auto visit) { forEachEdge(faces, visit); },
       [&](std::uint32_t face, std::uint32_t position, std::uint32_t a, std::uint32_t b) {
-        twins.mFaceOf[position] = face;
+        twins.mCorners[position].mFace = face;
         return EdgeUse{a < b ? b : a | EdgeUse::kReversedBit, position};
       });
   buckets.forEachPair([&](const EdgeUse& a, const EdgeUse& b) {
     const bool runOpposite = ((a.mHighAndDirection ^ b.mHighAndDirection) & EdgeUse::kReversedBit) != 0;
-    if (!runOpposite || twins.mFaceOf[a.mPosition] == twins.mFaceOf[b.mPosition]) return;
-    twins.mTwinOf[a.mPosition] = b.mPosition;
-    twins.mTwinOf[b.mPosition] = a.mPosition;
+    if (!runOpposite || twins.faceOf(a.mPosition) == twins.faceOf(b.mPosition)) return;
+    twins.mCorners[a.mPosition].mTwin = b.mPosition;
+    twins.mCorners[b.mPosition].mTwin = a.mPosition;
   });
   return twins;
 }

@@ -12,11 +12,24 @@ namespace util {
 struct EdgeTwins {
   static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 
-  /// Per position of the corner pool: the corner at which the other face's run of the edge starts, or kNone where the
-  /// edge that leaves the corner is no clean one.
-  Buffer<std::uint32_t> mTwinOf;
-  /// Per position of the corner pool: the face that the corner belongs to. Undefined where it belongs to none.
-  Buffer<std::uint32_t> mFaceOf;
+  /// Of a position of the corner pool. Both in one, for walks that jump from face to face ask for both at once.
+  struct Corner {
+    std::uint32_t mTwin;  ///< corner where the other face's run of the edge starts; kNone if the edge is not clean
+    std::uint32_t mFace;  ///< the face that the corner belongs to; undefined where it belongs to none
+  };
+
+  std::uint32_t twinOf(std::uint32_t corner) const { return mCorners[corner].mTwin; }
+  std::uint32_t faceOf(std::uint32_t corner) const { return mCorners[corner].mFace; }
+  /// Asks for the memory that both will need.
+  void prefetch(std::size_t corner) const { __builtin_prefetch(&mCorners[corner]); }
+
+  /// The edge that leaves a corner is clean no more.
+  void forgetTwin(std::uint32_t corner) {
+    if (const std::uint32_t twin = mCorners[corner].mTwin; twin != kNone)
+      mCorners[corner].mTwin = mCorners[twin].mTwin = kNone;
+  }
+
+  Buffer<Corner> mCorners;  ///< per position of the corner pool
 };
 
 /// Finds the twins of a face list whose vertex indices are below `vertexCount` and below 2^31. O(vertices + corners),

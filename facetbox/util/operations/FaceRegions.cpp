@@ -84,7 +84,7 @@ class FaceRegions::SplitSearch {
     const auto begin = static_cast<std::uint32_t>(mRegions.mFaces.offset(face));
     for (std::uint32_t corner = begin; corner < begin + mRegions.mFaces.cornerCount(face); ++corner) {
       if (!mRegions.isInner(corner)) continue;
-      const std::uint32_t neighbour = mRegions.mTwins.mFaceOf[mRegions.mTwins.mTwinOf[corner]];
+      const std::uint32_t neighbour = mRegions.mTwins.faceOf(mRegions.mTwins.twinOf(corner));
       if (mRegions.mLabels[neighbour] < mRegions.mLabelBase) {
         reach(search, neighbour);
         continue;
@@ -140,13 +140,13 @@ FaceRegions::FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, co
 }
 
 std::uint32_t FaceRegions::previousCorner(std::uint32_t corner) const {
-  const std::uint32_t face = mTwins.mFaceOf[corner];
+  const std::uint32_t face = mTwins.faceOf(corner);
   const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
   return corner == begin ? begin + mFaces.cornerCount(face) - 1 : corner - 1;
 }
 
 std::uint32_t FaceRegions::nextCorner(std::uint32_t corner) const {
-  const std::uint32_t face = mTwins.mFaceOf[corner];
+  const std::uint32_t face = mTwins.faceOf(corner);
   const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
   return corner + 1 == begin + mFaces.cornerCount(face) ? begin : corner + 1;
 }
@@ -182,8 +182,8 @@ void FaceRegions::putOut(std::uint32_t face) {
   const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
   for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(face); ++corner) {
     if (!isInner(corner)) continue;
-    addBorder(mTwins.mTwinOf[corner]);
-    mLoose.push_back(mTwins.mFaceOf[mTwins.mTwinOf[corner]]);
+    addBorder(mTwins.twinOf(corner));
+    mLoose.push_back(mTwins.faceOf(mTwins.twinOf(corner)));
   }
 }
 
@@ -198,10 +198,10 @@ bool FaceRegions::resolveAt(std::uint32_t vertex) {
   double keptArea = -1.0;
   bool keptHasSeed = false;
   for (const std::uint32_t start : starts) {
-    std::vector<std::uint32_t> fan{mTwins.mFaceOf[start]};
+    std::vector<std::uint32_t> fan{mTwins.faceOf(start)};
     for (std::uint32_t arriving = previousCorner(start); isInner(arriving);) {
-      const std::uint32_t leaving = mTwins.mTwinOf[arriving];
-      fan.push_back(mTwins.mFaceOf[leaving]);
+      const std::uint32_t leaving = mTwins.twinOf(arriving);
+      fan.push_back(mTwins.faceOf(leaving));
       arriving = previousCorner(leaving);
     }
     double area = 0.0;

@@ -42,9 +42,9 @@ class FaceRegions {
       const std::uint32_t face = mMembers[next];
       const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
       for (std::uint32_t corner = begin, end = begin + mFaces.cornerCount(face); corner < end; ++corner) {
-        const std::uint32_t twin = mTwins.mTwinOf[corner];
+        const std::uint32_t twin = mTwins.twinOf(corner);
         if (twin == EdgeTwins::kNone) continue;
-        const std::uint32_t neighbour = mTwins.mFaceOf[twin];
+        const std::uint32_t neighbour = mTwins.faceOf(twin);
         if (!isFree(neighbour) || !accept(face, corner, neighbour, twin)) continue;
         mRegionOf[neighbour] = seed;
         mMembers.push_back(neighbour);
@@ -75,10 +75,10 @@ class FaceRegions {
 
   bool isMember(std::uint32_t face) const { return mRegionOf[face] == mSeed; }
   bool isInner(std::uint32_t corner) const {
-    const std::uint32_t twin = mTwins.mTwinOf[corner];
-    return twin != EdgeTwins::kNone && isMember(mTwins.mFaceOf[twin]);
+    const std::uint32_t twin = mTwins.twinOf(corner);
+    return twin != EdgeTwins::kNone && isMember(mTwins.faceOf(twin));
   }
-  bool isBorder(std::uint32_t corner) const { return isMember(mTwins.mFaceOf[corner]) && !isInner(corner); }
+  bool isBorder(std::uint32_t corner) const { return isMember(mTwins.faceOf(corner)) && !isInner(corner); }
   std::uint32_t previousCorner(std::uint32_t corner) const;
   std::uint32_t nextCorner(std::uint32_t corner) const;
   void followLoop(std::uint32_t start);

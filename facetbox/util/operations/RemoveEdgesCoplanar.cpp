@@ -191,11 +191,8 @@ class CoplanarMerge {
     mIsHole = m.mHoles.outerOfHoles(m.mFaces.size());
     for (std::size_t face = 0; face < mIsHole.size(); ++face) {
       if (mIsHole[face] == HoleTable::kNone) continue;
-      for (std::size_t p = m.mFaces.offset(face); p < m.mFaces.offset(face) + m.mFaces.cornerCount(face); ++p) {
-        const std::uint32_t twin = mTwins.mTwinOf[p];
-        if (twin != EdgeTwins::kNone) mTwins.mTwinOf[twin] = EdgeTwins::kNone;
-        mTwins.mTwinOf[p] = EdgeTwins::kNone;
-      }
+      for (std::size_t p = m.mFaces.offset(face); p < m.mFaces.offset(face) + m.mFaces.cornerCount(face); ++p)
+        mTwins.forgetTwin(static_cast<std::uint32_t>(p));
     }
   }
 
@@ -234,12 +231,11 @@ class CoplanarMerge {
     const auto forEachTwin = [&](std::uint32_t face, auto use) {
       const std::size_t begin = m.mFaces.offset(face), end = begin + std::min(m.mFaces.cornerCount(face), 4u);
       for (std::size_t corner = begin; corner < end; ++corner)
-        if (mTwins.mTwinOf[corner] != EdgeTwins::kNone) use(mTwins.mTwinOf[corner]);
+        if (mTwins.twinOf(corner) != EdgeTwins::kNone) use(mTwins.twinOf(corner));
     };
     const auto prefetchCorner = [&](std::size_t corner) {
       m.mFaces.prefetchCorner(corner);
-      __builtin_prefetch(&mTwins.mTwinOf[corner]);
-      __builtin_prefetch(&mTwins.mFaceOf[corner]);
+      mTwins.prefetch(corner);
     };
     if (position + 4 * kStep >= seeds.size()) return;
     prefetchFace(seeds[position + 4 * kStep]);
@@ -248,7 +244,7 @@ class CoplanarMerge {
       prefetchCorner(m.mFaces.offset(seed));
     if (const std::uint32_t seed = seeds[position + 2 * kStep]; regions.isFree(seed)) forEachTwin(seed, prefetchCorner);
     if (const std::uint32_t seed = seeds[position + kStep]; regions.isFree(seed))
-      forEachTwin(seed, [&](std::uint32_t twin) { prefetchFace(mTwins.mFaceOf[twin]); });
+      forEachTwin(seed, [&](std::uint32_t twin) { prefetchFace(mTwins.faceOf(twin)); });
   }
 
   /// The faces that can grow at all: next to a face that they accept. Ascending. Forgets the twins across which no
@@ -261,11 +257,11 @@ class CoplanarMerge {
       bool isSeed = false;
       const std::size_t begin = m.mFaces.offset(face), end = begin + m.mFaces.cornerCount(face);
       for (std::size_t p = begin; p < end; ++p) {
-        const std::uint32_t twin = mTwins.mTwinOf[p];
+        const std::uint32_t twin = mTwins.twinOf(p);
         if (twin == EdgeTwins::kNone) continue;
-        const std::uint32_t neighbour = mTwins.mFaceOf[twin];
+        const std::uint32_t neighbour = mTwins.faceOf(twin);
         if (hasPlane(neighbour) && mNormalTest.areFarApart(m.mFaces.normal(neighbour), m.mFaces.normal(face)))
-          mTwins.mTwinOf[p] = mTwins.mTwinOf[twin] = EdgeTwins::kNone;
+          mTwins.forgetTwin(p);
         else
           isSeed = isSeed || fitsPlane(neighbour, face);
       }
