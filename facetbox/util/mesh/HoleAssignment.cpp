@@ -54,7 +54,7 @@ class KeptHoles {
   bool mIsIndexed = false;
   unsigned mAxes = 0;            // a bit for each dominant axis in use
   Buffer<std::uint8_t> mAxisOf;  // per hole of the group
-  // One of the two. The index has the boxes itself.
+  // One of the two. The index has the boxes of the kept ones itself.
   std::vector<Box> mBoxes;  // per hole of the group
   std::vector<unsigned> mKept;
   BoxForest<unsigned> mIndex;
@@ -87,7 +87,7 @@ void KeptHoles::begin(std::span<const std::uint32_t> holes, int outerAxis, Searc
 
 void KeptHoles::add(std::size_t position) {
   if (mIsIndexed)
-    mIndex.insert(position, static_cast<unsigned>(position));
+    mIndex.insert(position, boxOf(mHoles[position]), static_cast<unsigned>(position));
   else
     mKept.push_back(static_cast<unsigned>(position));
 }

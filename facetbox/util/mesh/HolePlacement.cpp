@@ -140,7 +140,7 @@ bool HolePlacement::usesCornerIndex(std::size_t queries) {
   std::vector<Box> boxes(corners.size());
   for (std::size_t i = 0; i < corners.size(); ++i) boxes[i].extend(mMesh.mVertices[corners[i]]);
   mCornerIndex.plan(boxes, mOuter.axis);
-  for (unsigned i = 0; i < corners.size(); ++i) mCornerIndex.insert(i, {mOuter.face, i});
+  for (unsigned i = 0; i < corners.size(); ++i) mCornerIndex.insert(i, boxes[i], {mOuter.face, i});
   mIsIndexed = true;
   return true;
 }

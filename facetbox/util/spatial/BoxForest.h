@@ -28,8 +28,9 @@ class BoxForest {
   /// @param axis  the axis along which they spread least
   void plan(std::span<const Box> boxes, int axis);
 
-  /// Inserts the item of box `index` of those that were planned for, at most once.
-  void insert(std::size_t index, T item);
+  /// Inserts the item of box `index` of those that were planned for, at most once. The box is that box again: where it
+  /// can be computed anew, nobody has to keep it.
+  void insert(std::size_t index, const Box& box, T item);
 
   /// Calls `use(item)` for the inserted items whose boxes meet `query` (touching counts) until it returns true.
   /// @return whether it did
@@ -49,9 +50,8 @@ class BoxForest {
   static constexpr std::uint32_t kApart = 0xFFFFFFFFu;
 
   static bool isOrdinary(const Box& box);
-  void pack(std::span<std::uint32_t> ofOneTree);
+  void pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTree);
 
-  std::vector<Box> mBoxes;
   std::vector<std::uint32_t> mTreeOf;  // per box: position in mTrees, or kApart
   std::vector<Tree> mTrees;
   std::vector<std::pair<Box, T>> mApart;  // boxes without an ordinary place; every query looks at them all
@@ -69,7 +69,6 @@ bool BoxForest<T>::isOrdinary(const Box& box) {
 
 template <class T>
 void BoxForest<T>::plan(std::span<const Box> boxes, int axis) {
-  mBoxes.assign(boxes.begin(), boxes.end());
   mTreeOf.assign(boxes.size(), kApart);
   mTrees.clear();
   mApart.clear();
@@ -79,7 +78,7 @@ void BoxForest<T>::plan(std::span<const Box> boxes, int axis) {
   for (std::uint32_t i = 0; i < boxes.size(); ++i)
     if (isOrdinary(boxes[i])) order.push_back(i);
   if (order.size() <= kTreeSize) {
-    if (!order.empty()) pack(order);
+    if (!order.empty()) pack(boxes, order);
     return;
   }
 
@@ -96,16 +95,16 @@ void BoxForest<T>::plan(std::span<const Box> boxes, int axis) {
     const auto ofStrip = all.subspan(strip, std::min(stripSize, all.size() - strip));
     std::ranges::sort(ofStrip, {}, bySecond);
     for (std::size_t tree = 0; tree < ofStrip.size(); tree += kTreeSize)
-      pack(ofStrip.subspan(tree, std::min(kTreeSize, ofStrip.size() - tree)));
+      pack(boxes, ofStrip.subspan(tree, std::min(kTreeSize, ofStrip.size() - tree)));
   }
 }
 
 template <class T>
-void BoxForest<T>::pack(std::span<std::uint32_t> ofOneTree) {
+void BoxForest<T>::pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTree) {
   Box bounds;
   for (const std::uint32_t i : ofOneTree) {
     mTreeOf[i] = static_cast<std::uint32_t>(mTrees.size());
-    bounds.extend(mBoxes[i]);
+    bounds.extend(boxes[i]);
   }
   // A cell's centre is the sum of six numbers below this size: the margin is some hundred times their rounding.
   const double size = std::max({std::fabs(bounds.min.x), std::fabs(bounds.min.y), std::fabs(bounds.min.z),
@@ -114,8 +113,7 @@ void BoxForest<T>::pack(std::span<std::uint32_t> ofOneTree) {
 }
 
 template <class T>
-void BoxForest<T>::insert(std::size_t index, T item) {
-  const Box& box = mBoxes[index];
+void BoxForest<T>::insert(std::size_t index, const Box& box, T item) {
   if (mTreeOf[index] == kApart) {
     mApart.emplace_back(box, std::move(item));
     return;

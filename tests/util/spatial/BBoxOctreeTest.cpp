@@ -286,7 +286,7 @@ TEST(BoxForest, findsWhatALinearSearchFinds) {
     Items inserted;
     for (unsigned i = 0; i < boxes.size(); ++i) {
       if (pick(random, 0, 3) == 0) continue;
-      forest.insert(i, i);
+      forest.insert(i, boxes[i], i);
       inserted.push_back(i);
     }
     for (int q = 0; q < 200; ++q) {
