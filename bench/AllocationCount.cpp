@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <new>
 
 #include <malloc.h>
@@ -32,15 +33,28 @@ void countedFree(void* data) noexcept {
   std::free(data);
 }
 
-/// Aligned blocks count what was asked for: what lies around them to get there is address space that nobody touches.
+/// Stands before an aligned block.
+struct Origin {
+  void* block;
+  std::size_t size;
+};
+
+/// Aligned blocks count what was asked for: the rest of what is taken to get there is never touched.
 void* countedAlloc(std::size_t size, std::align_val_t alignment) {
-  const auto step = static_cast<std::size_t>(alignment);
-  return count(std::aligned_alloc(step, (size + step - 1) / step * step), size);
+  std::size_t room = size + static_cast<std::size_t>(alignment);
+  void* const block = std::malloc(sizeof(Origin) + room);
+  if (!block) throw std::bad_alloc();
+  void* data = static_cast<Origin*>(block) + 1;
+  std::align(static_cast<std::size_t>(alignment), size, data, room);
+  static_cast<Origin*>(data)[-1] = {block, size};
+  return count(data, size);
 }
 
-void countedFree(void* data, std::size_t size) noexcept {
-  byteCount -= data ? size : 0;
-  std::free(data);
+void countedAlignedFree(void* data) noexcept {
+  if (!data) return;
+  const Origin origin = static_cast<Origin*>(data)[-1];
+  byteCount -= origin.size;
+  std::free(origin.block);
 }
 
 }  // namespace
@@ -52,7 +66,8 @@ void operator delete[](void* data) noexcept { countedFree(data); }
 void operator delete(void* data, std::size_t) noexcept { countedFree(data); }
 void operator delete[](void* data, std::size_t) noexcept { countedFree(data); }
 void* operator new(std::size_t size, std::align_val_t alignment) { return countedAlloc(size, alignment); }
-void operator delete(void* data, std::size_t size, std::align_val_t) noexcept { countedFree(data, size); }
+void operator delete(void* data, std::align_val_t) noexcept { countedAlignedFree(data); }
+void operator delete(void* data, std::size_t, std::align_val_t) noexcept { countedAlignedFree(data); }
 
 AllocationCount allocationCount() { return {callCount, byteCount, peakByteCount}; }
 

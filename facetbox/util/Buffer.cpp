@@ -33,11 +33,11 @@ void* allocateBlock(std::size_t bytes, std::size_t alignment) {
 
 void deallocateBlock(void* data, std::size_t bytes, std::size_t alignment) noexcept {
   if (bytes >= kLargePage)
-    ::operator delete(data, roomFor(bytes), std::align_val_t(kLargePage));
+    ::operator delete(data, std::align_val_t(kLargePage));
   else if (alignment > __STDCPP_DEFAULT_NEW_ALIGNMENT__)
-    ::operator delete(data, bytes, std::align_val_t(alignment));
+    ::operator delete(data, std::align_val_t(alignment));
   else
-    ::operator delete(data, bytes);
+    ::operator delete(data);
 }
 
 void adviseLargePages([[maybe_unused]] void* data, [[maybe_unused]] std::size_t bytes) noexcept {
