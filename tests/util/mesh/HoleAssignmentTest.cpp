@@ -1,6 +1,10 @@
 #include <facetbox/util/mesh/HoleAssignment.h>
 
+#include <filesystem>
+#include <fstream>
 #include <numbers>
+
+#include <nlohmann/json.hpp>
 
 #include <facetbox/util/mesh/Maintenance.h>
 #include <tests/support/PlainMesh.h>
@@ -293,6 +297,43 @@ TEST(HoleAssignment, thousandsOfHolesAcrossEachOtherEndSoon) {
   Mesh mesh = scene.mesh();
   EXPECT_EQ(assignHoles(mesh).mClearedHoles, 5999u);
   EXPECT_EQ(mesh.storage().mFaces.size(), 3002u);
+}
+
+TEST(HoleAssignment, agreesWithWhatIsKnownOfCollectedPolygons) {
+  std::ifstream file(std::filesystem::path(FACETBOX_SHARED_DATA) / "polygons_holes.json");
+  if (!file) GTEST_SKIP() << "no collected polygons beside the checkout";
+  int known = 0, open = 0;
+  for (const auto& polygon : nlohmann::json::parse(file)) {
+    SCOPED_TRACE(polygon["name"].get<std::string>());
+    std::vector<Vec3> points;
+    for (const auto& p : polygon["vertices"])
+      points.push_back({p[0].get<float>(), p[1].get<float>(), p[2].get<float>()});
+    for (std::size_t f = 0; f < polygon["faces"].size(); ++f) {
+      Faces faces{polygon["faces"][f]["outer"].get<Indices>()};
+      for (const auto& ring : polygon["faces"][f]["holes"]) faces.push_back(ring.get<Indices>());
+      if (faces.size() < 2 || std::ranges::min(faces, {}, &Indices::size).size() < 3) continue;
+      Indices group(faces.size());
+      std::iota(group.begin(), group.end(), 0u);
+      group.push_back(kEnd);
+      Mesh mesh = meshOf(points, faces, group);
+      expectSameAsPlain(mesh);
+      std::vector<bool> kept(faces.size(), false);
+      const util::PrimitiveList& left = mesh.storage().mFaces;
+      for (std::size_t i = 0; i < left.size(); ++i) kept[static_cast<std::size_t>(left.tag(i))] = true;
+      const auto& facts = polygon["hole_facts"][f];
+      ASSERT_EQ(facts.size() + 1, faces.size());
+      for (std::size_t hole = 0; hole < facts.size(); ++hole) {
+        const auto& expected = facts[hole]["expected_kept"];
+        ++(expected.is_null() ? open : known);  // open where a ring is not simple, so that no rule applies
+        if (!expected.is_null()) {
+          EXPECT_EQ(kept[hole + 1], expected.get<bool>()) << "face " << f << " hole " << hole << facts[hole];
+        }
+      }
+    }
+  }
+  EXPECT_GT(known, 100);
+  RecordProperty("holesWithKnownAnswer", known);
+  RecordProperty("holesWithoutKnownAnswer", open);
 }
 
 }  // namespace
