@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/intersector/Intersector.h>
 #include <facetbox/picker/Picker.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/RuntimeErrorST.h>
@@ -42,6 +43,16 @@ int main() {
   if (picker->pickFrustum(handle, corners, view, true, &id, 1) != 1 || id != 7) return 1;
   picker->dispose(handle);
   if (Picker::getAssociatedPicker(handle) != picker.get()) return 1;
+
+  const std::unique_ptr<Intersector> intersector(Intersector::createIntersector());
+  const std::size_t object = intersector->createHandle();
+  intersector->addEntry(object, mesh, place, triangulator);
+  if (!intersector->setOABBox(object, mesh, triangulator)) return 1;
+  if (!intersector->intersectsFrustum(object, view, true)) return 1;
+  const float origin[3] = {0.25f, 0.25f, 2}, direction[3] = {0, 0, -1};
+  float distance = 0;
+  if (!intersector->intersectsRay(object, origin, direction, &distance, nullptr) || distance != 2) return 1;
+  if (Intersector::getAssociatedIntersector(object) != intersector.get()) return 1;
 
   // Exceptions must be caught across the library's border by their type.
   try {

@@ -1,0 +1,55 @@
+#include <facetbox/intersector/Entry.h>
+
+#include <cstddef>
+#include <span>
+#include <utility>
+
+#include <facetbox/util/triangles/ClipTest.h>
+#include <facetbox/util/triangles/TriangleMeshFactory.h>
+
+namespace {
+
+/// A mesh in the world gets a new hierarchy wherever it is moved to. That pays beyond this number of triangles only,
+/// which a box and a mesh of few vertices hardly ever have.
+constexpr std::size_t kManyTriangles = 64;
+
+/// A copy, for others may be looking at the mesh: an instance's is never shared, but what is known about it is.
+std::shared_ptr<const util::TriangleMesh> moved(const util::TriangleMesh& mesh, const util::Vec3& offset) {
+  const std::span<const double> from = mesh.vertexCoordinates();
+  util::TriangleMeshArrays arrays;
+  arrays.vertexCoordinates.reserve(from.size());
+  for (std::size_t v = 0; v + 2 < from.size(); v += 3)
+    for (const double coordinate : {from[v] + offset.x, from[v + 1] + offset.y, from[v + 2] + offset.z})
+      arrays.vertexCoordinates.push_back(coordinate);
+  arrays.indices.assign(mesh.indices().begin(), mesh.indices().end());
+  arrays.edgePairs.assign(mesh.edgePairs().begin(), mesh.edgePairs().end());
+  std::shared_ptr<util::TriangleMesh> result(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
+  prepareForQueries(*result);
+  return result;
+}
+
+}  // namespace
+
+void prepareForQueries(util::TriangleMesh& mesh) {
+  if (mesh.indices().size() > 3 * kManyTriangles) mesh.buildHierarchy();
+}
+
+void Entry::relocate(const util::Vec3& offset) {
+  // First all that may fail.
+  std::shared_ptr<const util::TriangleMesh> box = mBox ? moved(*mBox, offset) : nullptr;
+  std::vector<std::shared_ptr<const util::TriangleMesh>> meshes;
+  meshes.reserve(mInstances.size());
+  for (const Instance& instance : mInstances)
+    meshes.push_back(instance.mTransform ? instance.mMesh : moved(*instance.mMesh, offset));
+
+  mBox = std::move(box);
+  const double translation[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, offset.x, offset.y, offset.z, 1};
+  for (std::size_t i = 0; i < meshes.size(); ++i) {
+    Instance& instance = mInstances[i];
+    instance.mMesh = std::move(meshes[i]);
+    instance.mPlacement.reset();
+    if (!instance.mTransform) continue;
+    const std::array<double, 16> from = *instance.mTransform;
+    util::multiply(translation, from.data(), instance.mTransform->data());
+  }
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <facetbox/intersector/EdgeList.h>
+#include <facetbox/util/Triangulator.h>
+#include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/triangles/RayTest.h>
+
+/// A mesh in the world.
+struct Instance {
+  std::shared_ptr<const util::TriangleMesh> mMesh;
+  std::shared_ptr<const EdgeList> mEdges;                ///< of the mesh
+  std::optional<std::array<double, 16>> mTransform;      ///< none: the mesh is the instance's own and lies in the world
+  std::unique_ptr<const util::RayPlacement> mPlacement;  ///< made by the first ray after a change
+};
+
+/// An object of the intersector.
+struct Entry {
+  std::shared_ptr<const util::TriangleMesh> mBox;  ///< in the world; null while there is none
+  std::vector<Instance> mInstances;                ///< in the order in which they were added
+
+  /// Moves box and instances, or throws and moves nothing.
+  void relocate(const util::Vec3& offset);
+};
+
+/// Makes ready for queries a mesh that lies in the world; for its only owner.
+void prepareForQueries(util::TriangleMesh& mesh);

@@ -1,0 +1,15 @@
+#include <facetbox/intersector/Intersector.h>
+
+#include <facetbox/intersector/TriIntersector.h>
+#include <facetbox/util/scene/Handle.h>
+
+Intersector::Intersector() = default;
+Intersector::Intersector(const Intersector&) {}
+Intersector& Intersector::operator=(const Intersector&) { return *this; }
+Intersector::~Intersector() = default;
+
+Intersector* Intersector::createIntersector() { return new TriIntersector; }
+
+Intersector* Intersector::getAssociatedIntersector(std::size_t handle) {
+  return util::Handle<Intersector>::at(handle)->mOwner;
+}
