@@ -7,7 +7,8 @@
 namespace {
 
 constexpr std::size_t kWindows = 16;  // a query each per round
-constexpr double kShares[] = {0.02, 0.1, 0.5};
+// 2, 10 and 50 percent of the screen by width and height, and then by area.
+constexpr double kWidths[] = {0.02, 0.1, 0.5, 0.1414, 0.3162, 0.7071};
 
 /// A scene in a picker, and room for what it finds.
 struct OurScene {
@@ -52,7 +53,8 @@ bool isEqual(OurScene& ours, SelectionPeer& peer, const std::vector<Window>& win
 }  // namespace
 
 void compareSelections(const Options& options) {
-  printHeading("Objects of 12 triangles in a window of the screen: queries per second", "ours", "speed");
+  printHeading("Objects of 12 triangles in a window, so much of the screen wide and high: queries per second", "ours",
+               "speed");
   for (const std::size_t count : {std::size_t{1000}, std::size_t{100'000}}) {
     if (count > options.largest) continue;
     const SelectionScene scene(count);
@@ -60,8 +62,8 @@ void compareSelections(const Options& options) {
     const std::unique_ptr<SelectionPeer> peer = selectionPeer(scene);
     if (!peer) return;
     for (const bool wholeInside : {false, true})
-      for (const double share : kShares) {
-        const std::vector<Window> windows = windowsOf(share, kWindows);
+      for (const double width : kWidths) {
+        const std::vector<Window> windows = windowsOf(width, kWindows);
         std::size_t found;
         const bool equal = isEqual(ours, *peer, windows, wholeInside, found);
         std::vector<std::uint32_t> ids;
@@ -85,7 +87,7 @@ void compareSelections(const Options& options) {
         const Turns turns = inTurns(options.pairs, repeated(ourRound), repeated(theirRound));
         const double queries = static_cast<double>(repeats * kWindows);
         char what[64];
-        std::snprintf(what, sizeof what, "%s %2.0f %%/%zu", wholeInside ? "wholly inside" : "touching", 100 * share,
+        std::snprintf(what, sizeof what, "%s %2.0f %%/%zu", wholeInside ? "wholly inside" : "touching", 100 * width,
                       count);
         Row{what, queries / turns.ours, peer->name(), queries / turns.theirs, turns.speed, 1.5}.print();
         std::printf("# %.1f found per query, %s\n", static_cast<double>(found) / kWindows,
@@ -161,7 +163,7 @@ void compareChanges(const Options& options) {
 
     // One more object before every query.
     constexpr std::size_t kAdded = 50;
-    const std::vector<Window> windows = windowsOf(kShares[0], kWindows);
+    const std::vector<Window> windows = windowsOf(kWidths[0], kWindows);
     std::vector<std::uint32_t> ids;
     const Turns steps = inTurns(
         options.pairs,

@@ -63,7 +63,7 @@ SelectionScene::SelectionScene(std::size_t count) {
   }
 }
 
-std::vector<Window> windowsOf(double share, std::size_t count) {
+std::vector<Window> windowsOf(double width, std::size_t count) {
   // From outside; of the scene, only corners lie beyond the edge of the screen.
   constexpr double kDistance = 400, kNear = 150, kFar = 700, kHalfAngleTangent = 0.33;
   const Matrix projection{1 / kHalfAngleTangent,
@@ -86,9 +86,8 @@ std::vector<Window> windowsOf(double share, std::size_t count) {
   std::mt19937_64 random(13);
   std::vector<Window> windows(count);
   for (Window& window : windows) {
-    const double half = std::sqrt(share);  // of the screen's half width
-    const double x = (1 - half) * (2 * uniform(random) - 1), y = (1 - half) * (2 * uniform(random) - 1);
-    const Matrix stretch{1 / half, 0, 0, 0, 0, 1 / half, 0, 0, 0, 0, 1, 0, -x / half, -y / half, 0, 1};
+    const double x = (1 - width) * (2 * uniform(random) - 1), y = (1 - width) * (2 * uniform(random) - 1);
+    const Matrix stretch{1 / width, 0, 0, 0, 0, 1 / width, 0, 0, 0, 0, 1, 0, -x / width, -y / width, 0, 1};
     const Matrix all = stretch * projection * view;
     std::ranges::transform(all, window.matrix, [](double value) { return static_cast<float>(value); });
     if (!facetbox::viewVolumeCorners(window.matrix, window.corners)) throw std::logic_error("a window has no corners");

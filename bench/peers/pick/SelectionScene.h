@@ -40,5 +40,5 @@ struct Window {
 };
 
 /// Square windows anywhere on the screen.
-/// @param share  of the screen's area
-std::vector<Window> windowsOf(double share, std::size_t count);
+/// @param width  of the screen's width and height
+std::vector<Window> windowsOf(double width, std::size_t count);
