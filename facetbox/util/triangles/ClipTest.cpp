@@ -9,31 +9,12 @@
 
 #include <facetbox/util/math/OverlapsBox.h>
 #include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/triangles/ClipProjection.h>
 #include <facetbox/util/triangles/TriangleHierarchy.h>
 
 namespace util {
 
 namespace {
-
-constexpr double kSmallestW = 1e-25;
-constexpr double kCentre[3] = {0, 0, 0}, kHalf[3] = {1, 1, 1};
-
-/// Projects a vertex.
-/// @return whether its w allows it; if not, `out` is untouched
-bool project(const double c[16], const double* vertex, double out[3]) {
-  const double x = vertex[0], y = vertex[1], z = vertex[2];
-  const double w = std::fabs(c[3] * x + c[7] * y + c[11] * z + c[15]);
-  if (!(w > kSmallestW)) return false;
-  out[0] = (c[0] * x + c[4] * y + c[8] * z + c[12]) / w;
-  out[1] = (c[1] * x + c[5] * y + c[9] * z + c[13]) / w;
-  out[2] = (c[2] * x + c[6] * y + c[10] * z + c[14]) / w;
-  return true;
-}
-
-/// A NaN lies nowhere.
-bool isInCube(const double p[3]) {
-  return p[0] >= -1.0 && p[0] <= 1.0 && p[1] >= -1.0 && p[1] <= 1.0 && p[2] >= -1.0 && p[2] <= 1.0;
-}
 
 /// Room for projected vertices that is kept from call to call.
 std::span<double> scratch(std::size_t size) {
@@ -57,10 +38,10 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   if (indices.empty()) return false;
   const std::span<double> projected = scratch(vertices.size());
   for (std::size_t v = 0; v + 2 < vertices.size(); v += 3)
-    if (!project(c, &vertices[v], &projected[v])) projected[v] = projected[v + 1] = projected[v + 2] = 0.0;
+    if (!projectToClipSpace(c, &vertices[v], &projected[v])) projected[v] = projected[v + 1] = projected[v + 2] = 0.0;
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3)
     if (overlapsBox(&projected[3 * std::size_t{indices[i]}], &projected[3 * std::size_t{indices[i + 1]}],
-                    &projected[3 * std::size_t{indices[i + 2]}], kCentre, kHalf))
+                    &projected[3 * std::size_t{indices[i + 2]}], kClipCubeCentre, kClipCubeHalf))
       return true;
   return false;
 }
@@ -70,8 +51,8 @@ bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   // Not reset for the next vertex: one that cannot be projected stays at the last one's place.
   double p[3] = {0, 0, 0};
   for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) {
-    project(c, &vertices[v], p);
-    if (!isInCube(p)) return false;
+    projectToClipSpace(c, &vertices[v], p);
+    if (!isInClipCube(p)) return false;
   }
   return true;
 }
@@ -170,8 +151,8 @@ bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
       [&](const double* corners) {
         double p[9];
         for (int k = 0; k < 9; k += 3)
-          if (!project(c, corners + k, p + k)) p[k] = p[k + 1] = p[k + 2] = 0.0;
-        return overlapsBox(p, p + 3, p + 6, kCentre, kHalf) ? Verdict::yes : Verdict::openStill;
+          if (!projectToClipSpace(c, corners + k, p + k)) p[k] = p[k + 1] = p[k + 2] = 0.0;
+        return overlapsBox(p, p + 3, p + 6, kClipCubeCentre, kClipCubeHalf) ? Verdict::yes : Verdict::openStill;
       });
   return verdict == Verdict::openStill ? overlapsClipCubePlain(mesh, c) : verdict == Verdict::yes;
 }
@@ -183,9 +164,9 @@ bool liesInClipCube(const TriangleMesh& mesh, const double c[16]) {
   // Where a vertex that cannot be projected goes depends on those before it: the plain loop knows.
   const auto look = [&](const double* vertex) {
     double p[3];
-    if (!project(c, vertex, p))
+    if (!projectToClipSpace(c, vertex, p))
       place = Place::unknown;
-    else if (!isInCube(p))
+    else if (!isInClipCube(p))
       place = Place::outside;
     return place != Place::inside ? Verdict::yes : Verdict::openStill;
   };
