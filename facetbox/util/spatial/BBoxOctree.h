@@ -100,7 +100,7 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   /// are passed over with all below them. A box that is empty on an axis meets nothing.
   ///
   /// The pointers are valid until the tree changes. The first query after a change costs O(n log n) for the cells that
-  /// hold more than a hundred records, later ones about what they find and what lies around the volume's surface.
+  /// hold sixteen records or more, later ones about what they find and what lies around the volume's surface.
   void queryFrustum(const Vec3 corners[8], std::vector<const T*>& out);
 
   /// Appends the numbers of the cells that hold records and whose cubes share a point with `box`. The caller looks at
@@ -124,7 +124,8 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   };
 
   static constexpr int kStays = -1;
-  static constexpr std::size_t kCrowded = 64;        // records of a cell from which on an index pays
+  static constexpr std::size_t kCrowded = 16;        // records of a cell from which on an index pays
+  static constexpr std::size_t kFew = 2;             // records of a cell that are tested before the cell itself
   static constexpr std::size_t kSparedCapacity = 8;  // of a cell's records that emptying the tree leaves allocated
 
   std::uint32_t locate(const Box& box, Visitor& visitor);
@@ -142,16 +143,17 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
 
   void updateIndex(Node& node);
   void listMeeting(Node& node, const ViewVolume& volume, std::vector<const T*>& out);
+  void listMeeting(std::uint32_t cell, int level, const Vec3& center, Real halfSize, const ViewVolume& volume,
+                   std::vector<const T*>& out);
 
   CNull mNull;
   CAdder mAdder;
   CRemover mRemover;
   Vec3 mCenter{0, 0, 0};
   Real mHalfSize;
-  Box mUnion;                               // of all boxes stored; those removed since it was last empty may be in it
-  bool mUnionIsWide = false;                // whether a box was removed since
-  std::vector<std::uint32_t> mListedCells;  // scratch
-  std::vector<std::uint64_t> mMarks;        // scratch
+  Box mUnion;                         // of all boxes stored; those removed since it was last empty may be in it
+  bool mUnionIsWide = false;          // whether a box was removed since
+  std::vector<std::uint64_t> mMarks;  // scratch
 };
 
 /// Code of the child that holds the box whole, or kStays. Low is asked first: a box flat on a midplane goes low.
@@ -340,17 +342,31 @@ void BBoxOctree<T, Real>::listMeeting(Node& node, const ViewVolume& volume, std:
     if (volume.meets(record.box)) out.push_back(&record.item);
 }
 
+/// Appends what meets the volume from the cell and all below it.
+template <class T, class Real>
+void BBoxOctree<T, Real>::listMeeting(std::uint32_t cell, int level, const Vec3& center, Real halfSize,
+                                      const ViewVolume& volume, std::vector<const T*>& out) {
+  Node& node = *this->find(cell);
+  const auto meets = [&] { return volume.meets(center, {halfSize, halfSize, halfSize}); };
+  if (node.mRecords.size() <= kFew && static_cast<std::size_t>(node.mSubtreeCount) == node.mRecords.size()) {
+    // The records are smaller than the cell, and so more likely to be apart from the volume: the cell is asked for only
+    // where one is not. It takes both.
+    const std::size_t before = out.size();
+    listMeeting(node, volume, out);
+    if (out.size() != before && !meets()) out.resize(before);
+    return;
+  }
+  if (!meets()) return;
+  listMeeting(node, volume, out);
+  const Real childSize = halfSize / 2;
+  forEachUsedChild(cell, level, [&](std::uint32_t child, unsigned code) {
+    listMeeting(child, level + 1, childCenter(center, childSize, code), childSize, volume, out);
+  });
+}
+
 template <class T, class Real>
 void BBoxOctree<T, Real>::queryFrustum(const Vec3 corners[8], std::vector<const T*>& out) {
-  const ViewVolume volume(corners);
-  mListedCells.clear();
-  listMeeting(
-      0, 1, mCenter, mHalfSize,
-      [&](const Vec3& center, Real halfSize) {
-        return volume.meets(center, {halfSize, halfSize, halfSize});
-      },
-      mListedCells);
-  for (const std::uint32_t cell : mListedCells) listMeeting(*this->find(cell), volume, out);
+  if (subtreeCount(0) != 0) listMeeting(0, 1, mCenter, mHalfSize, ViewVolume(corners), out);
 }
 
 }  // namespace util
