@@ -29,7 +29,7 @@
 // just grazes may then be hit far from where it is. So tau is raised until delta is small, which leaves the triangles
 // of 1e-5 <= |det| < tau. Up to 24 rho E D, det is det A (e1 x e2) . (A^-1 direction) in the mesh's own coordinates,
 // and a box around the cross products of a subtree tells whether it may hold one that small; such a subtree is entered
-// too, unless the delta of 1e-5 is of use and its boxes are missed.
+// too, unless tau = 1e-5 and the longest edge of this very subtree make for boxes that the ray misses.
 //
 // In the mesh's space. With any matrix B, the map w -> B (w - T) takes that point to within b_i eta + r 3 L of the
 // triangle, where b_i is B's row sum and r bounds the components of B A - 1. For B from cofactors, r <= 64u kappa with
@@ -72,10 +72,15 @@ struct UnitRay {
   float last;           ///< shrinks with every hit
 
   // For grazed triangles only, see above.
-  float wideNearOrigin[4];
-  float wideFarOrigin[4];
-  float grazing;      ///< determinants up to this, in unit coordinates, need the wide boxes
-  float normalError;  ///< of such a determinant, per unit of the sum of the cross product's coordinates
+  float width[4];        ///< by which boxes are widened all the same
+  float rowSums[4];      ///< and this by the eta of the subtree
+  float edgePerReach;    ///< the edges' size in the world from the subtree's reach: times this,
+  float edgeError;       ///< plus this
+  float errorPerEdgeSq;  ///< Q from the edges' size
+  float etaPerEdgeSq;    ///< eta from it
+  float farWidth;        ///< a width with which every ray meets every box
+  float grazing;         ///< determinants up to this, in unit coordinates, need the wide boxes
+  float normalError;     ///< of such a determinant, per unit of the sum of the cross product's coordinates
 };
 
 /// Turns a bound of the true parameter into one of the unit ray's: (bound * growth + slack - shift) * scale.
@@ -190,13 +195,18 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   if (!(directionError < 0x1p-8) || !(toUnit < 1e30) || !(tau * toUnit < 1e30)) return Outlook::unknown;
   ray.normalError = static_cast<float>(1.01 * directionError);
   ray.grazing = static_cast<float>(1.01 * (tau + 24 * rho * E * D) * toUnit);
-  // Without a bound for these, boxes so wide that every ray meets them.
-  const bool isBounded = Q <= 0.25 * kSmallestDeterminant && wideEta * placement.largestRowSum < 1;
-  const double wider = isBounded ? 1.01 * wideEta : 0;
-  const V wideOutward = Ops::withSignOf(
-      width + Ops::load(placement.rowSums) * Ops::all(wider) + Ops::all(isBounded ? 0 : 4 * size), along);
-  Ops::storeRounded(ray.wideNearOrigin, n + wideOutward);
-  Ops::storeRounded(ray.wideFarOrigin, n - wideOutward);
+  // One more rounding than where the width is part of the origin.
+  Ops::storeRounded(ray.width, width * Ops::all(1.2));
+  Ops::storeRounded(ray.rowSums, Ops::load(placement.rowSums));
+  ray.edgePerReach = static_cast<float>(1.02 * placement.growth);
+  ray.edgeError = static_cast<float>(1.02 * 2 * rho);
+  ray.errorPerEdgeSq = static_cast<float>(1.02 * 32 * kUnit * D);
+  ray.etaPerEdgeSq = static_cast<float>(1.02 * 2 * 32 * kUnit * D * (S + E) / (0.75 * kSmallestDeterminant));
+  ray.farWidth = static_cast<float>(4 * size);
+  const auto isModest = [](float x) { return x > 1e-30F && x < 1e30F; };
+  if (!(E < 1e15 && isModest(ray.edgePerReach) && isModest(ray.errorPerEdgeSq) && isModest(ray.etaPerEdgeSq) &&
+        E * E * static_cast<double>(ray.etaPerEdgeSq) < 1e30 && placement.largestRowSum < 1e30))
+    return Outlook::unknown;
   return Outlook::descendWarily;
 }
 
@@ -261,14 +271,22 @@ inline __attribute__((always_inline)) unsigned grazedChildren(const TriangleHier
                                                               const TriangleHierarchy::Node& node, const UnitRay& ray) {
   using F = typename Ops::Floats;
   const float(&normals)[6][TriangleHierarchy::kWidth] = view.normals[node.number].bounds;
+  const F edge = Ops::load(view.normals[node.number].reach) * Ops::all(ray.edgePerReach) + Ops::all(ray.edgeError);
+  const F edgeSq = edge * edge;
+  const F eta = edgeSq * Ops::all(ray.etaPerEdgeSq);
+  // Without a bound for these, boxes so wide that every ray meets them.
+  const F unbounded =
+      Ops::greaterOrNothing(edgeSq * Ops::all(ray.errorPerEdgeSq),
+                            Ops::all(static_cast<float>(0.25 * kSmallestDeterminant)), Ops::all(ray.farWidth));
   F near = Ops::all(-3e38F), far = Ops::all(3e38F), low = Ops::all(0.0F), high = low, size = low;
   for (int a = 0; a < 3; ++a) {
     const F inverse = Ops::all(ray.inverse[a]), direction = Ops::all(ray.direction[a]);
     const int nearPlane = ray.inverse[a] < 0 ? 3 + a : a, farPlane = 3 + 2 * a - nearPlane;
-    near = Ops::max(near, Ops::multiplySubtract(Ops::load(node.bounds[nearPlane]), inverse,
-                                                Ops::all(ray.wideNearOrigin[a] * ray.inverse[a])));
-    far = Ops::min(far, Ops::multiplySubtract(Ops::load(node.bounds[farPlane]), inverse,
-                                              Ops::all(ray.wideFarOrigin[a] * ray.inverse[a])));
+    const F width = Ops::all(ray.width[a]) + eta * Ops::all(ray.rowSums[a]) + unbounded;
+    const F outward = width * Ops::all(ray.inverse[a] < 0 ? -ray.inverse[a] : ray.inverse[a]);
+    const F origin = Ops::all(ray.origin[a] * ray.inverse[a]);
+    near = Ops::max(near, Ops::multiplySubtract(Ops::load(node.bounds[nearPlane]), inverse, origin) - outward);
+    far = Ops::min(far, Ops::multiplySubtract(Ops::load(node.bounds[farPlane]), inverse, origin) + outward);
     const F least = Ops::load(normals[a]), most = Ops::load(normals[3 + a]);
     low = low + Ops::min(least * direction, most * direction);
     high = high + Ops::max(least * direction, most * direction);

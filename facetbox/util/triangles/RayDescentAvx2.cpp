@@ -22,6 +22,10 @@ struct Avx2 {
   static Floats max(Floats a, Floats b) { return _mm256_max_ps(a, b); }
   /// Fused: what it feeds has a margin for either rounding.
   static Floats multiplySubtract(Floats a, Floats b, Floats c) { return _mm256_fmsub_ps(a, b, c); }
+  /// `value` where a > b, else 0.
+  static Floats greaterOrNothing(Floats a, Floats b, Floats value) {
+    return _mm256_and_ps(_mm256_cmp_ps(a, b, _CMP_GT_OQ), value);
+  }
   static Floats signOf(Floats x) { return _mm256_and_ps(x, _mm256_set1_ps(-0.0F)); }
   static Floats flip(Floats x, Floats sign) { return _mm256_xor_ps(x, sign); }
 

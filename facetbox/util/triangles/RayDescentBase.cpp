@@ -73,6 +73,11 @@ struct Base {
     return {a.low > b.low ? a.low : b.low, a.high > b.high ? a.high : b.high};
   }
   static Floats multiplySubtract(const Floats& a, const Floats& b, const Floats& c) { return a * b - c; }
+  static Half greaterOrNothing(Half a, Half b, Half value) { return a > b ? value : Half{}; }
+  /// `value` where a > b, else 0.
+  static Floats greaterOrNothing(const Floats& a, const Floats& b, const Floats& value) {
+    return {greaterOrNothing(a.low, b.low, value.low), greaterOrNothing(a.high, b.high, value.high)};
+  }
   static Half signOf(Half x) { return reinterpret_cast<Half>(reinterpret_cast<Mask>(x) & INT32_MIN); }
   static Floats signOf(const Floats& x) { return {signOf(x.low), signOf(x.high)}; }
   static Half flip(Half x, Half sign) {

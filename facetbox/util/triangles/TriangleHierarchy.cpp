@@ -106,7 +106,7 @@ class Builder {
         mScale(scale) {}
 
   /// Builds the subtree of a range.
-  /// @param normals  receives the box around its cross products
+  /// @param normals  receives the box around its cross products; in the fourth lane the largest reach
   Reference build(const Range& range, int depth, QuadBox& normals) {
     if (range.size() <= kBlockSize) return makeBlock(range, normals);
     std::array<Range, kWidth> children;
@@ -130,6 +130,7 @@ class Builder {
       node.child[i] = child;
       fillBounds(node.bounds, i, i < count ? children[i].bounds : QuadBox());
       fillBounds(mNormals[number].bounds, i, childNormals);
+      mNormals[number].reach[i] = childNormals.high[3];
       normals.extend(childNormals.low, childNormals.high);
     }
     return place;
@@ -188,7 +189,8 @@ class Builder {
     block.reach[lane] = 1.000001F * reach;
     // Rounding to floats costs half an ulp, less than the test allows for.
     const Vec3 normal = cross(Vec3{e1[0], e1[1], e1[2]}, Vec3{e2[0], e2[1], e2[2]});
-    const Quad point{static_cast<float>(normal.x), static_cast<float>(normal.y), static_cast<float>(normal.z), 0};
+    const Quad point{static_cast<float>(normal.x), static_cast<float>(normal.y), static_cast<float>(normal.z),
+                     block.reach[lane]};
     normals.extend(point, point);
   }
 

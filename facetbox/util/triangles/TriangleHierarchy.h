@@ -42,9 +42,10 @@ class TriangleHierarchy {
     std::uint32_t number;  ///< of the node among all, for what is kept apart
   };
   /// For each child of a node a box around the cross products of its triangles' edges, edge1 x edge2 in unit
-  /// coordinates, rounded outward; laid out like the bounds.
+  /// coordinates, and the largest reach of one of them.
   struct alignas(32) Normals {
-    float bounds[6][kWidth];
+    float bounds[6][kWidth];  ///< laid out like the boxes
+    float reach[kWidth];
   };
   /// A leaf: triangles side by side in unit coordinates, rounded, to see which are worth the exact test. Their Exact
   /// records follow, in the order of the lanes.
