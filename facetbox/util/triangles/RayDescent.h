@@ -203,7 +203,7 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   ray.errorPerEdgeSq = static_cast<float>(1.02 * 32 * kUnit * D);
   ray.etaPerEdgeSq = static_cast<float>(1.02 * 2 * 32 * kUnit * D * (S + E) / (0.75 * kSmallestDeterminant));
   ray.farWidth = static_cast<float>(4 * size);
-  const auto isModest = [](float x) { return x > 1e-30F && x < 1e30F; };
+  const auto isModest = [](float value) { return value > 1e-30F && value < 1e30F; };
   if (!(E < 1e15 && isModest(ray.edgePerReach) && isModest(ray.errorPerEdgeSq) && isModest(ray.etaPerEdgeSq) &&
         E * E * static_cast<double>(ray.etaPerEdgeSq) < 1e30 && placement.largestRowSum < 1e30))
     return Outlook::unknown;
