@@ -108,7 +108,7 @@ void countRayDifferences(const Options& options) {
       kLargestForTheLoop);
   std::printf("%-8s %-10s %8s  %-34s %8s %-10s %8s %8s %8s\n", "object", "rays", "size", "who", "rays", "against",
               "missed", "phantoms", "differ");
-  for (std::size_t triangles = 1000; triangles <= options.largest; triangles *= 10) {
+  for (std::size_t triangles = options.smallest; triangles <= options.largest; triangles *= 10) {
     countIn("origin", {0, 0, 0}, triangles, options);
     countIn("1e6 off", {1e6, 1e6, 1e6}, triangles, options);
   }

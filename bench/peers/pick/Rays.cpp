@@ -91,7 +91,7 @@ std::string caseName(const char* what, std::size_t triangles) {
 
 void compareRays(const Options& options) {
   printHeading("Rays against one bumpy sphere, one call per ray: ns per ray", "ours", "speed");
-  for (std::size_t triangles = 1000; triangles <= options.largest; triangles *= 10) {
+  for (std::size_t triangles = options.smallest; triangles <= options.largest; triangles *= 10) {
     Sphere sphere(triangles, {0, 0, 0});
     OurCaster best(sphere, util::Instructions::best), base(sphere, util::Instructions::base);
     LoopCaster loop(sphere);
@@ -143,7 +143,7 @@ void compareRays(const Options& options) {
 
 void compareHierarchies(const Options& options) {
   printHeading("Building what rays descend: us per triangle; bytes per triangle", "ours", "us; bytes");
-  for (std::size_t triangles = 1000; triangles <= options.largest; triangles *= 10) {
+  for (std::size_t triangles = options.smallest; triangles <= options.largest; triangles *= 10) {
     const Sphere sphere(triangles, {0, 0, 0});
     const auto coordinates = sphere.mesh->vertexCoordinates();
     const auto indices = sphere.mesh->indices();

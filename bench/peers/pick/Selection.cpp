@@ -56,7 +56,7 @@ void compareSelections(const Options& options) {
   printHeading("Objects of 12 triangles in a window, so much of the screen wide and high: queries per second", "ours",
                "speed");
   for (const std::size_t count : {std::size_t{1000}, std::size_t{100'000}}) {
-    if (count > options.largest) continue;
+    if (count < options.smallest || count > options.largest) continue;
     const SelectionScene scene(count);
     OurScene ours(scene);
     const std::unique_ptr<SelectionPeer> peer = selectionPeer(scene);

@@ -91,8 +91,8 @@ inline void printHeading(const char* title, const char* ours, const char* value)
 /// What the program was asked for.
 struct Options {
   std::size_t pairs = 21;
-  std::size_t rays = 1'000'000;     ///< of each kind whose answers are compared
-  std::size_t largest = 1'000'000;  ///< triangles, and objects
+  std::size_t rays = 1'000'000;                      ///< of each kind whose answers are compared
+  std::size_t smallest = 1000, largest = 1'000'000;  ///< triangles, and objects in windows
 };
 
 void compareRays(const Options& options);

@@ -24,7 +24,7 @@ constexpr Part kParts[] = {{"rays", compareRays},
 
 }  // namespace
 
-/// @param arguments  [--pairs n] [--rays n] [--largest n] names of parts; only those are run
+/// @param arguments  [--pairs n] [--rays n] [--smallest n] [--largest n] names of parts; only those are run
 int main(int argc, char** argv) {
   Options options;
   std::vector<std::string> asked;
@@ -34,11 +34,15 @@ int main(int argc, char** argv) {
       options.pairs = std::strtoull(argv[++i], nullptr, 10);
     else if (isOption("--rays"))
       options.rays = std::strtoull(argv[++i], nullptr, 10);
+    else if (isOption("--smallest"))
+      options.smallest = std::strtoull(argv[++i], nullptr, 10);
     else if (isOption("--largest"))
       options.largest = std::strtoull(argv[++i], nullptr, 10);
     else
       asked.emplace_back(argv[i]);
   }
+  options.pairs = std::max<std::size_t>(options.pairs, 1);
+  options.smallest = std::max<std::size_t>(options.smallest, 1);
   std::printf("CPU time, medians of %zu pairs; speed: how many times as fast as the other\n", options.pairs);
   for (const Part& part : kParts) {
     if (!asked.empty() && std::ranges::find(asked, part.name) == asked.end()) continue;
