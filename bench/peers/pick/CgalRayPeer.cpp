@@ -30,7 +30,7 @@ class CgalCaster final : public RayCaster {
 
   void cast(std::span<const Ray> rays, std::span<double> distances) override {
     for (std::size_t i = 0; i < rays.size(); ++i) {
-      const float *o = rays[i].origin, *d = rays[i].direction;
+      const double *o = rays[i].exactOrigin, *d = rays[i].exactDirection;
       const Kernel::Point_3 origin(o[0], o[1], o[2]);
       const Kernel::Vector_3 direction(d[0], d[1], d[2]);
       const auto hit = mTree.first_intersection(Kernel::Ray_3(origin, direction));

@@ -1,5 +1,6 @@
 #include "RayWorkloads.h"
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -14,8 +15,13 @@ constexpr double kRadius = 100;
 
 Ray rayBetween(const Vec3& from, const Vec3& through) {
   const Vec3 way = through - from, direction = way / util::length(way);
-  return {{static_cast<float>(from.x), static_cast<float>(from.y), static_cast<float>(from.z)},
-          {static_cast<float>(direction.x), static_cast<float>(direction.y), static_cast<float>(direction.z)}};
+  Ray ray{{static_cast<float>(from.x), static_cast<float>(from.y), static_cast<float>(from.z)},
+          {static_cast<float>(direction.x), static_cast<float>(direction.y), static_cast<float>(direction.z)},
+          {},
+          {}};
+  std::ranges::copy(ray.origin, ray.exactOrigin);
+  std::ranges::copy(ray.direction, ray.exactDirection);
+  return ray;
 }
 
 /// @param halfWidth  of the image, one unit away

@@ -36,11 +36,9 @@ class VtkCaster final : public RayCaster {
     constexpr double kLength = 1000;  // of the lines, well behind the object
     constexpr double kTolerance = 0;
     for (std::size_t i = 0; i < rays.size(); ++i) {
-      double from[3], to[3], t, point[3], coordinates[3];
-      for (int axis = 0; axis < 3; ++axis) {
-        from[axis] = rays[i].origin[axis];
-        to[axis] = from[axis] + kLength * rays[i].direction[axis];
-      }
+      const double* from = rays[i].exactOrigin;
+      double to[3], t, point[3], coordinates[3];
+      for (int axis = 0; axis < 3; ++axis) to[axis] = from[axis] + kLength * rays[i].exactDirection[axis];
       int part;
       vtkIdType cell;
       const int hit = mLocator->IntersectWithLine(from, to, kTolerance, t, point, coordinates, part, cell, mCell);
