@@ -4,6 +4,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <span>
 
@@ -81,7 +82,7 @@ class WorldPositions {
 bool showsOnRaster(const Instance& instance, const IntersectionRaster& raster, QueryScratch& scratch) {
   const Positions vertices = instance.mMesh->vertexCoordinates();
   scratch.mCells.resize(vertices.size() / 3);
-  QueryScratch::Cell* cells = scratch.mCells.data();
+  RasterCell* cells = scratch.mCells.data();
   WorldPositions positions(instance.mTransform ? instance.mTransform->data() : nullptr);
   for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) {
     const double* world = positions.next(&vertices[v]);
@@ -89,10 +90,7 @@ bool showsOnRaster(const Instance& instance, const IntersectionRaster& raster, Q
     if (!raster.isUsable(p)) return false;
     *cells++ = {p.mColumn, p.mRow};
   }
-  return std::ranges::all_of(*instance.mEdges, [&](const DirectedEdge& edge) {
-    const QueryScratch::Cell from = scratch.mCells[edge.mFrom], to = scratch.mCells[edge.mTo];
-    return raster.isLineSet(from.column, from.row, to.column, to.row);
-  });
+  return raster.areEdgesSet(*instance.mEdges, scratch.mCells.data());
 }
 
 /// A box's vertex in clip space; one without projection keeps its world coordinates, unlike an instance's.
@@ -151,7 +149,7 @@ bool liesInVolume(const Entry& entry, const double view[16]) {
 const NearestHit* findNearest(const Entry& entry, NearestSearch& search, QueryScratch& scratch) {
   if (!boxOverlapsVolume(entry, search.view(), scratch)) return nullptr;
   for (const Instance& instance : entry.mInstances)
-    search.search(*instance.mMesh, instance.mTransform ? instance.mTransform->data() : nullptr, scratch.mProjected);
+    search.search(*instance.mMesh, instance.mTransform ? instance.mTransform->data() : nullptr);
   return search.hit();
 }
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-
 #include <facetbox/intersector/Entry.h>
 #include <facetbox/intersector/IntersectionRaster.h>
 #include <facetbox/intersector/NearestSearch.h>
@@ -12,10 +10,7 @@
 
 /// Room that is kept from query to query, for one thread at a time.
 struct QueryScratch {
-  struct Cell {
-    std::int32_t column, row;
-  };
-  util::Buffer<Cell> mCells;        ///< per vertex
+  util::Buffer<RasterCell> mCells;  ///< per vertex
   util::Buffer<double> mProjected;  ///< x, y, z per vertex
 };
 

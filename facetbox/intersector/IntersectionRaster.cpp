@@ -1,5 +1,8 @@
 #include <facetbox/intersector/IntersectionRaster.h>
 
+#include <algorithm>
+#include <cstdlib>
+
 IntersectionRaster::IntersectionRaster(const float matrix[16], const int viewport[4], const std::int32_t* raster,
                                        int rasterWidth, int rasterHeight, int offsetX, int offsetY)
     : mRaster(raster),
@@ -12,31 +15,31 @@ IntersectionRaster::IntersectionRaster(const float matrix[16], const int viewpor
 }
 
 // Bresenham, Algorithm for computer control of a digital plotter, 1965, for all octants by one sum of errors.
-bool IntersectionRaster::isLineSet(std::int32_t fromColumn, std::int32_t fromRow, std::int32_t toColumn,
-                                   std::int32_t toRow) const {
-  // In 64 bits: twice the length of a line may exceed 32. Nothing leaves the raster: x and y only go from one end to
-  // the other.
-  std::int64_t x = fromColumn, y = fromRow;
-  const std::int64_t endX = toColumn, endY = toRow;
-  const std::int64_t dx = std::abs(endX - x), dy = -std::abs(endY - y);
-  const std::int64_t stepX = x < endX ? 1 : -1, stepY = y < endY ? 1 : -1, rowStep = stepY * mRasterWidth;
-  const std::int32_t* cell = cellAt(fromColumn, fromRow);
+//
+// It steps from one end to the other and no farther: nothing leaves the raster. After i steps along x of dx and j along
+// y of dy, the error is (j + 1) dx - (i + 1) dy, with both counted positive. With i = dx and j < dy that is at most
+// -dy, too little for one more step along x; with j = dy and i < dx it is at least dx, too much for one along y.
+inline bool IntersectionRaster::isLineSet(const RasterCell& from, const RasterCell& to) const {
+  // In 64 bits: twice the length of a line may exceed 32.
+  const std::int64_t toX = std::int64_t{to.mColumn} - from.mColumn, toY = std::int64_t{to.mRow} - from.mRow;
+  // From one cell to itself or the next, diagonally or not, there is no other.
+  if (-1 <= toX && toX <= 1 && -1 <= toY && toY <= 1) return true;
+  const std::int64_t dx = std::abs(toX), dy = -std::abs(toY);
+  const std::ptrdiff_t stepX = toX < 0 ? -1 : 1, stepY = toY < 0 ? -mRasterWidth : mRasterWidth;
+  const std::int32_t* cell = at(from);
+  const std::int32_t* const end = at(to);
   std::int64_t error = dx + dy;
-  while (x != endX || y != endY) {
+  do {
     const std::int64_t twice = 2 * error;
-    if (twice >= dy) {
-      if (x == endX) return true;
-      error += dy;
-      x += stepX;
-      cell += stepX;
-    }
-    if (twice <= dx) {
-      if (y == endY) return true;
-      error += dx;
-      y += stepY;
-      cell += rowStep;
-    }
+    const bool alongX = twice >= dy, alongY = twice <= dx;
+    error += (alongX ? dy : 0) + (alongY ? dx : 0);
+    cell += (alongX ? stepX : 0) + (alongY ? stepY : 0);
     if (*cell == 0) return false;
-  }
+  } while (cell != end);
   return true;
+}
+
+bool IntersectionRaster::areEdgesSet(const EdgeList& edges, const RasterCell* cells) const {
+  return std::ranges::all_of(edges,
+                             [&](const DirectedEdge& edge) { return isLineSet(cells[edge.mFrom], cells[edge.mTo]); });
 }

@@ -1,14 +1,20 @@
 #pragma once
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
+
+#include <facetbox/intersector/EdgeList.h>
 
 /// Where a point shows.
 struct RasterPosition {
   std::int32_t mColumn, mRow;
   std::int32_t mDepthFlag;  ///< 1 between the near and the far plane, both included, else -1
+};
+
+struct RasterCell {
+  std::int32_t mColumn, mRow;
 };
 
 /// A mask of cells over a part of a viewport. Refers to the caller's cells.
@@ -41,24 +47,25 @@ class IntersectionRaster {
   /// Whether a position lies between the planes, on a set cell.
   bool isUsable(const RasterPosition& p) const {
     return p.mDepthFlag == 1 && 0 <= p.mColumn && p.mColumn < mRasterWidth && 0 <= p.mRow && p.mRow < mRasterHeight &&
-           *cellAt(p.mColumn, p.mRow) != 0;
+           *at({p.mColumn, p.mRow}) != 0;
   }
 
-  /// Whether all cells behind the first on the line between two usable positions are set. O(length).
-  bool isLineSet(std::int32_t fromColumn, std::int32_t fromRow, std::int32_t toColumn, std::int32_t toRow) const;
+  /// Whether all cells on the edges of a mesh are set, given the usable positions of its vertices. O(length).
+  bool areEdgesSet(const EdgeList& edges, const RasterCell* cells) const;
 
  private:
-  const std::int32_t* cellAt(std::int32_t column, std::int32_t row) const {
-    return mRaster + (static_cast<std::ptrdiff_t>(mRasterWidth) * row + column);
+  bool isLineSet(const RasterCell& from, const RasterCell& to) const;
+
+  const std::int32_t* at(const RasterCell& cell) const {
+    return mRaster + (static_cast<std::ptrdiff_t>(mRasterWidth) * cell.mRow + cell.mColumn);
   }
 
   /// The nearest integer, halves away from zero; beyond 32 bits the nearest that they hold, for NaN the lowest.
   static std::int32_t rounded(float value) {
-    const double x = value;
-    // A half can be added to a float without rounding in double, unless it is so small that nothing comes of it.
-    const double raised = x + std::copysign(0.5, x);
-    const double bounded = std::min(raised > -2147483648.0 ? raised : -2147483648.0, 2147483647.0);
-    return static_cast<std::int32_t>(bounded);
+    // The float before a half: with the half itself, the sum with the float before a half would be rounded up to 1.
+    const float raised = value + std::copysign(0x1.fffffep-2f, value);
+    const float bounded = raised > -0x1p31f ? raised : -0x1p31f;
+    return bounded < 0x1p31f ? static_cast<std::int32_t>(bounded) : std::numeric_limits<std::int32_t>::max();
   }
 
   float mMatrix[16];

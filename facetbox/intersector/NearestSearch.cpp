@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <span>
-#include <utility>
 
 #include <facetbox/util/math/Matrix4.h>
 #include <facetbox/util/math/OverlapsBox.h>
@@ -45,29 +45,68 @@ ClipPoint crossing(const ClipPoint& inside, const ClipPoint& outside, double sha
   return point;
 }
 
-/// Cuts off what lies outside of a plane.
-int clip(int plane, const ClipPoint* from, int count, ClipPoint* to) {
-  double distances[kMostPoints];
-  for (int i = 0; i < count; ++i) distances[i] = distanceTo(plane, from[i].h);
-  int kept = 0;
-  for (int i = 0; i < count; ++i) {
-    const int next = i + 1 == count ? 0 : i + 1;
-    const double here = distances[i], there = distances[next];
-    const bool startsInside = isInside(plane, here), endsInside = isInside(plane, there);
-    if (startsInside) to[kept++] = from[i];
-    if (startsInside && !endsInside) to[kept++] = crossing(from[i], from[next], here / (here - there));
-    if (!startsInside && endsInside) to[kept++] = crossing(from[next], from[i], there / (there - here));
+/// A triangle, or what is left of it.
+class ClipPolygon {
+ public:
+  /// @param c         the way into clip space
+  /// @param vertices  the corners' coordinates, three each; `corners` are their places in the world
+  ClipPolygon(const double c[16], const double* const (&vertices)[3], const Vec3 (&corners)[3]) : mCount(3) {
+    for (int k = 0; k < 3; ++k) {
+      const double x = vertices[k][0], y = vertices[k][1], z = vertices[k][2];
+      for (int r = 0; r < 4; ++r) mPoints[k].h[r] = c[r] * x + c[4 + r] * y + c[8 + r] * z + c[12 + r];
+      mPoints[k].world = corners[k];
+    }
   }
-  return kept;
-}
+  ClipPolygon(const ClipPolygon&) = delete;
+  ClipPolygon& operator=(const ClipPolygon&) = delete;
 
-bool overlapsClipCube(const double p0[3], const double p1[3], const double p2[3]) {
-  return util::overlapsBox(p0, p1, p2, util::kClipCubeCentre, util::kClipCubeHalf);
-}
+  void clip() {
+    for (int plane = 0; plane < kPlanes && mCount > 0; ++plane) clipBy(plane);
+  }
 
-/// A vertex in clip space; one without projection goes to the origin.
-void project(const double c[16], const double* vertex, double out[3]) {
-  if (!util::projectToClipSpace(c, vertex, out)) std::fill_n(out, 3, 0.0);
+  const ClipPoint* begin() const { return mPoints; }
+  const ClipPoint* end() const { return mPoints + mCount; }
+
+ private:
+  void clipBy(int plane) {
+    double distances[kMostPoints];
+    int insideCount = 0;
+    for (int i = 0; i < mCount; ++i) {
+      distances[i] = distanceTo(plane, mPoints[i].h);
+      insideCount += isInside(plane, distances[i]) ? 1 : 0;
+    }
+    if (insideCount == mCount) return;
+    if (insideCount > 0)
+      cutOff(plane, distances);
+    else
+      mCount = 0;
+  }
+
+  void cutOff(int plane, const double* distances) {
+    ClipPoint from[kMostPoints];
+    std::copy_n(mPoints, mCount, from);
+    ClipPoint* to = mPoints;
+    for (int i = 0; i < mCount; ++i) {
+      const int next = i + 1 == mCount ? 0 : i + 1;
+      const double here = distances[i], there = distances[next];
+      const bool startsInside = isInside(plane, here), endsInside = isInside(plane, there);
+      if (startsInside) *to++ = from[i];
+      if (startsInside && !endsInside) *to++ = crossing(from[i], from[next], here / (here - there));
+      if (!startsInside && endsInside) *to++ = crossing(from[next], from[i], there / (there - here));
+    }
+    mCount = static_cast<int>(to - mPoints);
+  }
+
+  ClipPoint mPoints[kMostPoints];
+  int mCount;
+};
+
+/// Whether a triangle overlaps the clip cube as util::overlapsClipCube() sees it.
+bool overlapsClipCube(const double c[16], const double* const (&vertices)[3]) {
+  double p[3][3];
+  for (int k = 0; k < 3; ++k)
+    if (!util::projectToClipSpace(c, vertices[k], p[k])) std::fill_n(p[k], 3, 0.0);
+  return util::overlapsBox(p[0], p[1], p[2], util::kClipCubeCentre, util::kClipCubeHalf);
 }
 
 }  // namespace
@@ -91,49 +130,46 @@ Vec3 NearestSearch::placed(const double* vertex) const {
   return mTransform ? util::transformPoint(mTransform, p) : p;
 }
 
-void NearestSearch::offer(const Vec3& point, const Vec3 (&corners)[3], std::uint32_t triangle) {
-  const double depth = dot(point - mEye, mDirection);
-  if (!(depth < mBest || (depth == mBest && triangle < mTriangle))) return;
+double NearestSearch::depthOf(const Vec3& p) const { return dot(p - mEye, mDirection); }
+
+bool NearestSearch::isNearer(double depth, std::uint32_t triangle) const {
+  return depth < mBest || (depth == mBest && triangle < mTriangle);
+}
+
+void NearestSearch::take(double depth, const Vec3& point, const Vec3 (&corners)[3], std::uint32_t triangle) {
   mBest = depth;
   mTriangle = triangle;
   mHasHit = true;
   mHit = {point, {corners[0], corners[1], corners[2]}};
 }
 
-void NearestSearch::offerClipped(const double* const (&vertices)[3], const Vec3 (&corners)[3], std::uint32_t triangle) {
-  ClipPoint points[2][kMostPoints];
-  ClipPoint *from = points[0], *to = points[1];
-  const double* c = mClip;
-  for (int k = 0; k < 3; ++k) {
-    const double x = vertices[k][0], y = vertices[k][1], z = vertices[k][2];
-    for (int r = 0; r < 4; ++r) from[k].h[r] = c[r] * x + c[4 + r] * y + c[8 + r] * z + c[12 + r];
-    from[k].world = corners[k];
-  }
-  int count = 3;
-  for (int plane = 0; plane < kPlanes && count > 0; ++plane) {
-    if (std::all_of(from, from + count,
-                    [plane](const ClipPoint& p) { return isInside(plane, distanceTo(plane, p.h)); }))
-      continue;
-    count = clip(plane, from, count, to);
-    std::swap(from, to);
-  }
-  for (int i = 0; i < count; ++i) offer(from[i].world, corners, triangle);
+void NearestSearch::testTriangle(const double* const (&vertices)[3], const Vec3 (&corners)[3], std::uint32_t triangle) {
+  ClipPolygon polygon(mClip, vertices, corners);
+  polygon.clip();
+  double least = std::numeric_limits<double>::max();
+  const ClipPoint* nearest = nullptr;
+  for (const ClipPoint& point : polygon)
+    if (const double depth = depthOf(point.world); depth < least) {
+      least = depth;
+      nearest = &point;
+    }
+  // The overlap test comes last: few triangles get as far.
+  if (nearest && isNearer(least, triangle) && overlapsClipCube(mClip, vertices))
+    take(least, nearest->world, corners, triangle);
 }
 
-void NearestSearch::searchPlain(const util::TriangleMesh& mesh, const double* transform,
-                                util::Buffer<double>& scratch) {
+void NearestSearch::searchPlain(const util::TriangleMesh& mesh, const double* transform) {
   startMesh(transform);
-  const std::span<const double> vertices = mesh.vertexCoordinates();
+  testAll(mesh);
+}
+
+void NearestSearch::testAll(const util::TriangleMesh& mesh) {
+  const std::span<const double> coordinates = mesh.vertexCoordinates();
   const std::span<const std::uint32_t> indices = mesh.indices();
-  scratch.resize(vertices.size());
-  double* projected = scratch.data();
-  for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) project(mClip, &vertices[v], projected + v);
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
-    const std::size_t at[3] = {3 * std::size_t{indices[i]}, 3 * std::size_t{indices[i + 1]},
-                               3 * std::size_t{indices[i + 2]}};
-    if (!overlapsClipCube(projected + at[0], projected + at[1], projected + at[2])) continue;
-    const double* const corners[3] = {&vertices[at[0]], &vertices[at[1]], &vertices[at[2]]};
-    offerClipped(corners, {placed(corners[0]), placed(corners[1]), placed(corners[2])},
+    const auto at = [&](std::size_t k) { return &coordinates[3 * std::size_t{indices[i + k]}]; };
+    const double* const vertices[3] = {at(0), at(1), at(2)};
+    testTriangle(vertices, {placed(vertices[0]), placed(vertices[1]), placed(vertices[2])},
                  static_cast<std::uint32_t>(i / 3));
   }
 }
@@ -155,6 +191,9 @@ void NearestSearch::searchPlain(const util::TriangleMesh& mesh, const double* tr
 // than the margin, no triangle can have that depth or less.
 
 namespace {
+
+/// Below this many, the plain loop is as fast.
+constexpr std::size_t kFewTriangles = 32;
 
 constexpr double kRounding = 1e-13;
 constexpr double kFloatRounding = 16 * 0x1p-24;
@@ -208,11 +247,12 @@ class NearestSearch::Descent {
  public:
   Descent(NearestSearch& search, const TriangleHierarchy& hierarchy) : mSearch(search), mView(hierarchy.view()) {
     mIsPossible = prepare(hierarchy);
+    mPatience = 16 + hierarchy.triangleCount() / 64;
   }
 
-  /// Whether the numbers keep clear of overflow; else the mesh is one for the plain search.
-  bool isPossible() const { return mIsPossible; }
-  void run();
+  /// Finds the nearest point of the mesh, unless the plain loop is faster or the numbers might overflow.
+  /// @return whether every triangle has been dealt with
+  bool run();
 
  private:
   static constexpr int kWidth = TriangleHierarchy::kWidth;
@@ -229,11 +269,12 @@ class NearestSearch::Descent {
 
   bool prepare(const TriangleHierarchy& hierarchy);
   void openNode(const TriangleHierarchy::Node& node, bool isInside);
-  void testBlock(const TriangleHierarchy::Block& block, bool isInside);
+  bool testBlock(const TriangleHierarchy::Block& block, bool isInside);
 
   NearestSearch& mSearch;
   const TriangleHierarchy::View mView;
   bool mIsPossible;
+  std::size_t mPatience;  ///< with triangles that have to be clipped: for many of them, the plain loop is faster
   Plane mPlanes[kPlanes];
   UnitFunction mDepth;
   double mCornerMargin = 0;  ///< what a clipped point may be nearer than its triangle's corners
@@ -281,7 +322,8 @@ bool NearestSearch::Descent::prepare(const TriangleHierarchy& hierarchy) {
   return true;
 }
 
-void NearestSearch::Descent::run() {
+bool NearestSearch::Descent::run() {
+  if (!mIsPossible) return false;
   double limitedBest = mSearch.mBest;
   mDepthLimit = mDepth.limitAbove(limitedBest);
   mStack[mCount++] = {mView.root, -INFINITY, false};
@@ -291,16 +333,17 @@ void NearestSearch::Descent::run() {
     if ((next.reference & TriangleHierarchy::kLeaf) == 0) {
       openNode(mView.node(next.reference), next.isInside);
     } else {
-      testBlock(mView.block(next.reference), next.isInside);
+      if (!testBlock(mView.block(next.reference), next.isInside)) return false;
       if (mSearch.mBest < limitedBest) {
         limitedBest = mSearch.mBest;
         mDepthLimit = mDepth.limitAbove(limitedBest);
       }
     }
   }
+  return true;
 }
 
-/// Stacks the children that may hold something, the nearest last.
+/// Stacks the children that may hold something, the nearest last, of equal ones the first: the arena is in this order.
 void NearestSearch::Descent::openNode(const TriangleHierarchy::Node& node, bool isInside) {
   alignas(32) float middle[3][kWidth], half[3][kWidth], nearest[kWidth];
   alignas(32) int isOut[kWidth], isIn[kWidth];
@@ -336,36 +379,32 @@ void NearestSearch::Descent::openNode(const TriangleHierarchy::Node& node, bool 
   for (int i = 0; i < kWidth; ++i) {
     if (isOut[i] != 0) continue;
     int place = mCount++;
-    for (; place > first && mStack[place - 1].nearest < nearest[i]; --place) mStack[place] = mStack[place - 1];
+    for (; place > first && mStack[place - 1].nearest <= nearest[i]; --place) mStack[place] = mStack[place - 1];
     mStack[place] = {node.child[i], nearest[i], isIn[i] != 0};
   }
 }
 
-void NearestSearch::Descent::testBlock(const TriangleHierarchy::Block& block, bool isInside) {
+/// @return whether patience lasted
+bool NearestSearch::Descent::testBlock(const TriangleHierarchy::Block& block, bool isInside) {
   for (int lane = 0; lane < kWidth && block.reach[lane] >= 0; ++lane) {
     const TriangleHierarchy::Exact& exact = TriangleHierarchy::View::exact(block)[lane];
     const double* const vertices[3] = {exact.corner, exact.corner + 3, exact.corner + 6};
     const Vec3 corners[3] = {mSearch.placed(vertices[0]), mSearch.placed(vertices[1]), mSearch.placed(vertices[2])};
-    if (isInside) {
-      for (const Vec3& corner : corners) mSearch.offer(corner, corners, exact.triangle);
-      continue;
-    }
-    const auto depthOf = [&](const Vec3& p) { return dot(p - mSearch.mEye, mSearch.mDirection); };
-    const double nearest = std::min({depthOf(corners[0]), depthOf(corners[1]), depthOf(corners[2])});
+    const double depths[3] = {mSearch.depthOf(corners[0]), mSearch.depthOf(corners[1]), mSearch.depthOf(corners[2])};
+    const double nearest = std::min({depths[0], depths[1], depths[2]});
     if (nearest - mCornerMargin > mSearch.mBest) continue;
-    double projected[9];
-    for (int k = 0; k < 3; ++k) project(mSearch.mClip, vertices[k], projected + 3 * k);
-    if (overlapsClipCube(projected, projected + 3, projected + 6))
-      mSearch.offerClipped(vertices, corners, exact.triangle);
+    if (!isInside && mPatience-- == 0) return false;
+    if (!isInside)
+      mSearch.testTriangle(vertices, corners, exact.triangle);
+    else if (mSearch.isNearer(nearest, exact.triangle))
+      mSearch.take(nearest, corners[std::find(depths, depths + 2, nearest) - depths], corners, exact.triangle);
   }
+  return true;
 }
 
-void NearestSearch::search(const util::TriangleMesh& mesh, const double* transform, util::Buffer<double>& scratch) {
+void NearestSearch::search(const util::TriangleMesh& mesh, const double* transform) {
+  startMesh(transform);
   const TriangleHierarchy* hierarchy = mesh.hierarchy();
-  if (hierarchy && hierarchy->isUsable() && hierarchy->isComplete()) {
-    startMesh(transform);
-    Descent descent(*this, *hierarchy);
-    if (descent.isPossible()) return descent.run();
-  }
-  searchPlain(mesh, transform, scratch);
+  const bool pays = hierarchy && hierarchy->isUsable() && hierarchy->triangleCount() >= kFewTriangles;
+  if (!pays || !hierarchy->isComplete() || !Descent(*this, *hierarchy).run()) testAll(mesh);
 }

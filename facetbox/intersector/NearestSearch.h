@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <limits>
 
-#include <facetbox/util/Buffer.h>
 #include <facetbox/util/Triangulator.h>
 #include <facetbox/util/math/Vec3.h>
 
@@ -28,9 +27,9 @@ class NearestSearch {
 
   /// Searches one more mesh, by its hierarchy where it has one: O(log triangles) while few are as near as the nearest.
   /// @param transform  places it in the world, without division by w; null: it lies there
-  void search(const util::TriangleMesh& mesh, const double* transform, util::Buffer<double>& scratch);
+  void search(const util::TriangleMesh& mesh, const double* transform);
   /// The same by looking at every triangle.
-  void searchPlain(const util::TriangleMesh& mesh, const double* transform, util::Buffer<double>& scratch);
+  void searchPlain(const util::TriangleMesh& mesh, const double* transform);
 
   /// The nearest point so far, null while there is none.
   const NearestHit* hit() const { return mHasHit ? &mHit : nullptr; }
@@ -40,8 +39,11 @@ class NearestSearch {
 
   void startMesh(const double* transform);
   util::Vec3 placed(const double* vertex) const;
-  void offer(const util::Vec3& point, const util::Vec3 (&corners)[3], std::uint32_t triangle);
-  void offerClipped(const double* const (&vertices)[3], const util::Vec3 (&corners)[3], std::uint32_t triangle);
+  double depthOf(const util::Vec3& p) const;
+  bool isNearer(double depth, std::uint32_t triangle) const;
+  void take(double depth, const util::Vec3& point, const util::Vec3 (&corners)[3], std::uint32_t triangle);
+  void testAll(const util::TriangleMesh& mesh);
+  void testTriangle(const double* const (&vertices)[3], const util::Vec3 (&corners)[3], std::uint32_t triangle);
 
   double mView[16];
   util::Vec3 mEye, mDirection;
