@@ -104,7 +104,7 @@ void countRayDifferences(const Options& options) {
   std::printf(
       "\nAnswers that differ. Of others: hits missed, hits where there are none, distances off by more than 1e-4 of\n"
       "themselves. Up to %zu triangles against the plain loop in doubles; beyond, where it would take hours, against\n"
-      "ours, which equals it bit for bit.\n",
+      "ours, which equalled it before.\n",
       kLargestForTheLoop);
   std::printf("%-8s %-10s %8s  %-34s %8s %-10s %8s %8s %8s\n", "object", "rays", "size", "who", "rays", "against",
               "missed", "phantoms", "differ");
