@@ -4,8 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -13,60 +11,10 @@
 #include <facetbox/picker/Picker.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/viewVolume.h>
+#include "SceneInput.h"
 #include "tests/support/PlainPicker.h"
 
 namespace {
-
-/// Reads small values from the input; zero when it is used up.
-class Bytes {
- public:
-  Bytes(const std::uint8_t* data, std::size_t size) : mData(data), mSize(size) {}
-  bool empty() const { return mSize == 0; }
-  std::uint8_t next() {
-    if (mSize == 0) return 0;
-    --mSize;
-    return *mData++;
-  }
-
- private:
-  const std::uint8_t* mData;
-  std::size_t mSize;
-};
-
-/// Mostly a small integer grid, where ties happen; now and then something nasty.
-float nextNumber(Bytes& in) {
-  constexpr float kNasty[] = {NAN, INFINITY, 3e38f, -1e-40f, 0.3f, -0.0f, 1e9f, -3e38f};
-  const std::uint8_t byte = in.next();
-  if (byte >= 0xF8) return kNasty[byte - 0xF8];
-  return static_cast<float>(byte % 16 - 8) * (byte < 128 ? 1.0f : 0.25f);
-}
-
-util::Mesh nextMesh(Bytes& in) {
-  const std::uint32_t vertexCount = 3 + in.next() % 6;
-  std::vector<float> coords;
-  for (std::uint32_t i = 0; i < 3 * vertexCount; ++i) coords.push_back(nextNumber(in));
-  std::vector<std::uint32_t> indices;
-  std::vector<std::int32_t> counts;
-  for (int face = in.next() % 5; face > 0; --face) {
-    counts.push_back(3 + in.next() % 3);
-    for (int corner = counts.back(); corner > 0; --corner) indices.push_back(in.next() % vertexCount);
-  }
-  return util::Mesh("", static_cast<int>(coords.size()), coords.data(), indices.data(), static_cast<int>(counts.size()),
-                    counts.data(), nullptr, 0, nullptr);
-}
-
-support::Matrix nextMatrix(Bytes& in) {
-  support::Matrix m{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-  const std::uint8_t changed = in.next();
-  for (const std::size_t i : {12, 13, 14}) m[i] = nextNumber(in);
-  for (int i = changed % 4; i > 0; --i) m[in.next() % 16] = nextNumber(in);
-  return m;
-}
-
-void fail(const char* what) {
-  std::fprintf(stderr, "%s differ from the twin's\n", what);
-  std::abort();
-}
 
 void compareViews(Bytes& in, Picker& picker, std::size_t handle, const support::PlainPicker& plain) {
   std::array<float, 16> matrix;

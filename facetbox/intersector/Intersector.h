@@ -83,18 +83,20 @@ class FACETBOX_EXPORT Intersector {
   /// @return true
   virtual bool dispose(std::size_t handle) = 0;
 
-  /// Whether the object shows on set cells of a raster only, and between the near and the far plane: every vertex of
-  /// every instance, and every cell of the line between the ends of every triangle's edge. The inner of triangles is
-  /// not looked at. An object without instances does. First, however, an object with a box must not lie beside the
-  /// raster by the cells of its box's vertices; a box without vertices always does.
+  /// Whether the object shows on set cells of a raster only: every vertex of every instance does, between the near and
+  /// the far plane, and every cell of the line between the ends of every triangle's edge is set. What lies between the
+  /// edges of a triangle is not looked at. An object without instances passes.
+  ///
+  /// A box only rejects: where the cells of its vertices all lie beyond one side of the raster, or it has no vertices,
+  /// the answer is no.
   ///
   /// In single precision, x' / |w| and y' / |w| are mapped from -1 and 1 to the edges of the viewport; the cell is the
   /// pixel less the offset, rounded to the nearest, halves away from zero. Rows count from the top:
   ///   column = round(width * sx + x - offsetX),   row = round(height - (sy * height + y) - offsetY)
   /// with sx, sy between 0 and 1. A result beyond 32 bits takes the nearest value that they hold, NaN the lowest. A
-  /// point without projection is taken to lie in the middle of the view. Only vertices must lie between the planes, not
-  /// the lines between them. (A transform with a perspective of its own divides by its |w| as well; a vertex that it
-  /// does not project stays where the one before it went, the first at the world's origin.)
+  /// point without projection is taken to lie in the middle of the view. (A transform with a perspective of its own
+  /// divides by its |w| as well; a vertex that it does not project stays where the one before it went, the first at the
+  /// world's origin.)
   ///
   /// @param matrix       16 floats, view-projection
   /// @param viewport     x, y, width, height, in pixels; may be empty or negative
@@ -111,7 +113,7 @@ class FACETBOX_EXPORT Intersector {
   /// contained false: whether a triangle of an instance touches the closed cube, its corners projected (one without
   /// projection goes to the origin). First, however, a triangle of the box must touch it, where there is a box (here
   /// one without projection keeps its world coordinates). So a box that holds the whole view volume deep inside fails,
-  /// like one without triangles: for a view from within an object, set no box or one of many small triangles.
+  /// like one without triangles. Do not set a box for an object that is viewed from within.
   ///
   /// contained true: whether all vertices of all instances project into the closed cube (one without projection goes
   /// where the one before it went, the first to the origin). A box decides first: where all its vertices do, or it has
@@ -124,10 +126,10 @@ class FACETBOX_EXPORT Intersector {
   /// The object's nearest point in the view volume.
   ///
   /// With a box, a triangle of the box must touch the volume, as in intersectsFrustum(). Then each triangle that
-  /// touches it as described there is cut off at the volume's planes, before the eye (w > 1e-25), and of all corners of
-  /// what is left that of the smallest depth (P - eye) . direction is the answer: an end or the crossing of an edge
-  /// with the volume's surface, or a corner of the volume's surface in a triangle. Of equal depths that of the earlier
-  /// instance counts, then that of the earlier triangle, then the earlier corner, beginning at the triangle's first.
+  /// touches it as described there is cut off at the volume's planes, and before the eye (w > 1e-25): here nothing is
+  /// mirrored. Of all corners of what is left, the one of the smallest depth (P - eye) . direction is the answer. Of
+  /// equal depths that of the earlier instance counts, then that of the earlier triangle, then the earlier corner,
+  /// beginning at the triangle's first.
   ///
   /// @param matrix     16 floats, view-projection
   /// @param eye        where depth is 0; not necessarily that of the matrix

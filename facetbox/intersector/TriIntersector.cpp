@@ -153,10 +153,7 @@ TriIntersector::TriIntersector() : mCache(kCacheKind) {}
 
 TriIntersector::~TriIntersector() = default;
 
-std::uint64_t TriIntersector::idOf(std::size_t handle) const {
-  const auto* record = util::Handle<Intersector>::at(handle);
-  return record && record->mOwner == this ? record->mSerial : 0;
-}
+std::uint64_t TriIntersector::idOf(std::size_t handle) const { return util::serialOf<Intersector>(handle, this); }
 
 std::size_t TriIntersector::createHandle() { return mHandles.create(this); }
 

@@ -19,15 +19,15 @@
 
 namespace {
 
+using support::Answers;
 using support::kInfinity;
 using support::kNaN;
 using support::Matrix;
-using support::NearestAnswer;
 using support::oneIn;
 using support::pick;
 using support::PlainIntersector;
+using support::Question;
 using support::Raster;
-using support::RayAnswer;
 using support::shifted;
 using support::Vec3;
 using testing::ElementsAre;
@@ -40,14 +40,6 @@ std::array<float, 16> narrowed(const Matrix& m) {
   return narrow;
 }
 
-/// As bits: NaN equals itself, 0 is not -0.
-template <std::size_t N>
-bool sameBits(const std::array<float, N>& a, const std::array<float, N>& b) {
-  return std::ranges::equal(a, b, [](float x, float y) {
-    return (std::isnan(x) && std::isnan(y)) || (x == y && std::signbit(x) == std::signbit(y));
-  });
-}
-
 struct IntersectorTest : testing::Test {
   std::unique_ptr<Intersector> intersector{Intersector::createIntersector()};
   util::Triangulator triangulator;
@@ -58,25 +50,6 @@ struct IntersectorTest : testing::Test {
     intersector->addEntry(handle, mesh, matrix.data(), triangulator);
   }
   bool overlaps(std::size_t handle) { return intersector->intersectsFrustum(handle, wide.data(), false); }
-  bool testRaster(std::size_t handle, const std::array<float, 16>& m, const Raster& r) {
-    return intersector->testRaster(handle, m.data(), r.mViewport.data(), r.mCells.data(), r.mWidth, r.mHeight,
-                                   r.mOffsetX, r.mOffsetY);
-  }
-  NearestAnswer findNearest(std::size_t handle, const std::array<float, 16>& m, const std::array<float, 3>& eye,
-                            const std::array<float, 3>& direction) {
-    NearestAnswer answer;
-    float* out = answer.mVectors.data();
-    answer.mFound = intersector->findNearestInFrustum(handle, m.data(), eye.data(), direction.data(), out, out + 3,
-                                                      out + 6, out + 9);
-    return answer;
-  }
-  RayAnswer intersectRay(std::size_t handle, const std::array<float, 3>& origin,
-                         const std::array<float, 3>& direction) {
-    RayAnswer answer;
-    answer.mHit =
-        intersector->intersectsRay(handle, origin.data(), direction.data(), &answer.mDistance, answer.mNormal.data());
-    return answer;
-  }
 };
 
 /// Random triangles between grid points.
@@ -173,25 +146,17 @@ TEST_F(IntersectorTest, answersAsTheSlowTwinDoesOnRandomEntries) {
     }
     for (int q = 0; q < 15; ++q) {
       SCOPED_TRACE(q);
-      const auto view = narrowed(randomQueryView(random, reach));
       const auto number = [&] { return static_cast<float>(pick(random, -9, 9)); };
-      const std::array<float, 3> from{number(), number(), number()};
-      std::array<float, 3> along{number() / 3, number(), number()};
-      if (oneIn(random, 2)) along = {0, 0, oneIn(random, 30) ? NAN : -1.0f};
-      const Raster raster = randomRaster(random);
-      const NearestAnswer nearest = plain.findNearest(view, from, along);
-      const RayAnswer ray = plain.intersectRay(from, along);
-      const std::array expected{plain.testRaster(view, raster), plain.overlaps(view), plain.contains(view),
-                                nearest.mFound, ray.mHit};
-      const NearestAnswer ourNearest = findNearest(handle, view, from, along);
-      const RayAnswer ourRay = intersectRay(handle, from, along);
-      ASSERT_EQ(
-          (std::array{testRaster(handle, view, raster), intersector->intersectsFrustum(handle, view.data(), false),
-                      intersector->intersectsFrustum(handle, view.data(), true), ourNearest.mFound, ourRay.mHit}),
-          expected);
-      ASSERT_TRUE(sameBits(ourNearest.mVectors, nearest.mVectors));
-      ASSERT_TRUE(sameBits(ourRay.mNormal, ray.mNormal) && ourRay.mDistance == ray.mDistance);
-      for (std::size_t i = 0; i < 5; ++i) ++(expected[i] ? yes : no)[i];
+      Question question{narrowed(randomQueryView(random, reach)),
+                        {number(), number(), number()},
+                        {number() / 3, number(), number()},
+                        randomRaster(random)};
+      if (oneIn(random, 2)) question.mAlong = {0, 0, oneIn(random, 30) ? NAN : -1.0f};
+      const Answers expected = plain.answers(question), answers = answersOf(*intersector, handle, question);
+      ASSERT_EQ(answers.mYes, expected.mYes);
+      ASSERT_TRUE(answers == expected) << testing::PrintToString(answers.mNumbers) << " instead of "
+                                       << testing::PrintToString(expected.mNumbers);
+      for (std::size_t i = 0; i < 5; ++i) ++(expected.mYes[i] ? yes : no)[i];
     }
     intersector->dispose(handle);
   }

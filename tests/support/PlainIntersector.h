@@ -11,6 +11,7 @@
 #include <set>
 #include <vector>
 
+#include <facetbox/intersector/Intersector.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
 #include <facetbox/util/math/Angle.h>
@@ -18,7 +19,6 @@
 #include <facetbox/util/mesh/MeshStorage.h>
 #include <tests/support/PlainPicker.h>
 
-/// The slow twin of one handle of the intersector: does everything at once, looks at everything.
 namespace support {
 
 struct Raster {
@@ -27,11 +27,40 @@ struct Raster {
   std::vector<std::int32_t> mCells{};
 };
 
-struct NearestAnswer {
-  bool mFound = false;
-  std::array<float, 12> mVectors{-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};  ///< the point, then the corners
+/// One of each.
+struct Question {
+  std::array<float, 16> mView{};
+  std::array<float, 3> mFrom{}, mAlong{};
+  Raster mRaster{};
 };
 
+struct Answers {
+  std::array<bool, 5> mYes{};      ///< raster, overlap, containment, nearest, ray
+  std::array<float, 16> mNumbers;  ///< nearest point, its triangle, distance, normal
+
+  Answers() { mNumbers.fill(-1); }
+  /// NaN equals itself, 0 is not -0.
+  friend bool operator==(const Answers& a, const Answers& b) {
+    return a.mYes == b.mYes && std::ranges::equal(a.mNumbers, b.mNumbers, [](float x, float y) {
+             return (std::isnan(x) && std::isnan(y)) || (x == y && std::signbit(x) == std::signbit(y));
+           });
+  }
+};
+
+inline Answers answersOf(Intersector& intersector, std::size_t handle, const Question& q) {
+  Answers answers;
+  const Raster& r = q.mRaster;
+  const float *view = q.mView.data(), *from = q.mFrom.data(), *along = q.mAlong.data();
+  float* out = answers.mNumbers.data();
+  answers.mYes = {intersector.testRaster(handle, view, r.mViewport.data(), r.mCells.data(), r.mWidth, r.mHeight,
+                                         r.mOffsetX, r.mOffsetY),
+                  intersector.intersectsFrustum(handle, view, false), intersector.intersectsFrustum(handle, view, true),
+                  intersector.findNearestInFrustum(handle, view, from, along, out, out + 3, out + 6, out + 9),
+                  intersector.intersectsRay(handle, from, along, out + 12, out + 13)};
+  return answers;
+}
+
+/// The slow twin of one handle of the intersector: does everything at once, looks at everything.
 class PlainIntersector {
  public:
   void addEntry(const util::Mesh& mesh, const Matrix& m) {
@@ -56,8 +85,29 @@ class PlainIntersector {
         move(instance.mMesh);
   }
 
+  Answers answers(const Question& q) const {
+    Answers answers;
+    if (!mExists) return answers;
+    const Matrix v = widened(q.mView);
+    answers.mYes = {testRaster(q.mView, q.mRaster), overlaps(v), contains(v), false, false};
+    findNearest(v, vectorOf(q.mFrom), vectorOf(q.mAlong), answers);
+    intersectRay(vectorOf(q.mFrom), vectorOf(q.mAlong), answers);
+    return answers;
+  }
+
+ private:
+  using Triangle = std::array<std::uint32_t, 3>;
+  using Corner = std::array<double, 7>;  ///< x, y, z, w in clip space, x, y, z in the world
+  struct Triangles {
+    std::vector<Vec3> mVertices;
+    std::vector<Triangle> mTriangles;
+  };
+  struct Instance {
+    Triangles mMesh;
+    std::optional<Matrix> mMatrix;
+  };
+
   bool testRaster(const std::array<float, 16>& m, const Raster& raster) const {
-    if (!mExists) return false;
     if (mBox) {
       int low[2] = {INT_MAX, INT_MAX}, high[2] = {INT_MIN, INT_MIN};
       for (const Vec3& v : mBox->mVertices) {
@@ -69,21 +119,18 @@ class PlainIntersector {
     return std::ranges::all_of(mInstances, [&](const Instance& instance) { return isCovered(instance, m, raster); });
   }
 
-  bool overlaps(const std::array<float, 16>& view) const {
-    const Matrix v = widened(view);
-    return mExists && boxOverlaps(v) && std::ranges::any_of(mInstances, [&](const Instance& instance) {
+  bool overlaps(const Matrix& v) const {
+    return boxOverlaps(v) && std::ranges::any_of(mInstances, [&](const Instance& instance) {
              const auto projected = projectedToOrigin(instance, v);
              return std::ranges::any_of(instance.mMesh.mTriangles,
                                         [&](const auto& t) { return touches(projected, t); });
            });
   }
 
-  bool contains(const std::array<float, 16>& view) const {
-    const Matrix v = widened(view);
+  bool contains(const Matrix& v) const {
     const auto isIn = [](const Vec3& p) {
       return -1 <= p.x && p.x <= 1 && -1 <= p.y && p.y <= 1 && -1 <= p.z && p.z <= 1;
     };
-    if (!mExists) return false;
     if (mBox) {
       const auto count =
           std::ranges::count_if(mBox->mVertices, [&](const Vec3& p) { return isIn(projected(v, p, p)); });
@@ -98,12 +145,8 @@ class PlainIntersector {
     return true;
   }
 
-  NearestAnswer findNearest(const std::array<float, 16>& view, const std::array<float, 3>& eye,
-                            const std::array<float, 3>& direction) const {
-    const Matrix v = widened(view);
-    const Vec3 e{eye[0], eye[1], eye[2]}, d{direction[0], direction[1], direction[2]};
-    NearestAnswer answer;
-    if (!mExists || !boxOverlaps(v)) return answer;
+  void findNearest(const Matrix& v, const Vec3& eye, const Vec3& direction, Answers& answers) const {
+    if (!boxOverlaps(v)) return;
     double best = DBL_MAX;
     for (const Instance& instance : mInstances) {
       const auto inClipSpace = projectedToOrigin(instance, v);
@@ -126,55 +169,41 @@ class PlainIntersector {
         }
         for (const Corner& p : corners) {
           const Vec3 point{p[4], p[5], p[6]};
-          if (!(dot(point - e, d) < best)) continue;
-          best = dot(point - e, d);
-          answer.mFound = true;
+          if (!(dot(point - eye, direction) < best)) continue;
+          best = dot(point - eye, direction);
+          answers.mYes[3] = true;
           std::size_t i = 0;
           for (const Vec3& x : {point, world[0], world[1], world[2]})
-            for (const double coordinate : {x.x, x.y, x.z}) answer.mVectors[i++] = static_cast<float>(coordinate);
+            for (const double coordinate : {x.x, x.y, x.z}) answers.mNumbers[i++] = static_cast<float>(coordinate);
         }
       }
     }
-    return answer;
   }
 
-  RayAnswer intersectRay(const std::array<float, 3>& origin, const std::array<float, 3>& direction) const {
-    const Vec3 from{origin[0], origin[1], origin[2]}, along{direction[0], direction[1], direction[2]};
-    RayAnswer answer;
+  void intersectRay(const Vec3& from, const Vec3& along, Answers& answers) const {
     double best = FLT_MAX;
     for (const Instance& instance : mInstances)
       for (const auto& triangle : instance.mMesh.mTriangles) {
-        Vec3 p[3];
-        for (std::size_t k = 0; k < 3; ++k) {
-          p[k] = instance.mMesh.mVertices[triangle[k]];
-          const Matrix m = instance.mMatrix.value_or(Matrix{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
-          p[k] = {row(m, 0, p[k]), row(m, 1, p[k]), row(m, 2, p[k])};
-        }
-        const Vec3 e1 = p[1] - p[0], e2 = p[2] - p[0], pvec = cross(along, e2), s = from - p[0], qvec = cross(s, e1);
+        const Matrix m = instance.mMatrix.value_or(Matrix{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+        const auto at = [&](std::size_t k) {
+          const Vec3& p = instance.mMesh.mVertices[triangle[k]];
+          return Vec3{row(m, 0, p), row(m, 1, p), row(m, 2, p)};
+        };
+        const Vec3 e1 = at(1) - at(0), e2 = at(2) - at(0), pvec = cross(along, e2), s = from - at(0),
+                   qvec = cross(s, e1);
         const double det = dot(e1, pvec), inverse = 1 / det;
         if (-1e-5 < det && det < 1e-5) continue;
         const double u = dot(s, pvec) * inverse, w = dot(along, qvec) * inverse, t = dot(e2, qvec) * inverse;
         if (!(0 <= u && u <= 1) || w < 0 || u + w > 1 || !(t >= 0 && t < best)) continue;
         best = t;
         const Vec3 n = util::normalised(cross(e1, e2));
-        answer = {
-            true, static_cast<float>(t), {static_cast<float>(n.x), static_cast<float>(n.y), static_cast<float>(n.z)}};
+        answers.mYes[4] = true;
+        std::size_t i = 12;
+        for (const double x : {t, n.x, n.y, n.z}) answers.mNumbers[i++] = static_cast<float>(x);
       }
-    return answer;
   }
 
- private:
-  using Triangle = std::array<std::uint32_t, 3>;
-  using Corner = std::array<double, 7>;  ///< x, y, z, w in clip space, x, y, z in the world
-  struct Triangles {
-    std::vector<Vec3> mVertices;
-    std::vector<Triangle> mTriangles;
-  };
-  struct Instance {
-    Triangles mMesh;
-    std::optional<Matrix> mMatrix;
-  };
-
+  static Vec3 vectorOf(const std::array<float, 3>& p) { return {p[0], p[1], p[2]}; }
   static Matrix widened(const std::array<float, 16>& m) {
     Matrix wide;
     std::ranges::copy(m, wide.begin());

@@ -20,6 +20,13 @@ struct Handle {
 };
 static_assert(sizeof(Handle<int>) == 16 && offsetof(Handle<int>, mOwner) == 0 && offsetof(Handle<int>, mSerial) == 8);
 
+/// Reads a handle: its serial number, or 0, which none has, where it is no handle of `owner`.
+template <class Owner>
+std::uint64_t serialOf(std::size_t value, const Owner* owner) {
+  const auto* handle = Handle<Owner>::at(value);
+  return handle && handle->mOwner == owner ? handle->mSerial : 0;
+}
+
 /// The handles of one owner that are alive, by serial number; serials start at 1 and are never used again. May be
 /// called by several threads at once; no other lock is taken under its own.
 template <class Owner>
