@@ -14,7 +14,7 @@ namespace tool {
 namespace {
 
 // Where the middle of what is seen lies: between the outermost vertices to the right and left, above and below.
-Vector middleInView(const Scene& scene, const Camera& camera) {
+Vector middleInView(const Frame& scene, const Camera& camera) {
   double right[2] = {2, -2}, up[2] = {2, -2};
   for (const std::uint32_t index : scene.model().mIndices) {
     const Vector p = scene.vertex(index);
@@ -28,7 +28,7 @@ Vector middleInView(const Scene& scene, const Camera& camera) {
 }
 
 // Least distance before the point looked at from which every vertex is within the picture.
-double fittingDistance(const Scene& scene, const Camera& camera, const Vector& lookAt) {
+double fittingDistance(const Frame& scene, const Camera& camera, const Vector& lookAt) {
   double distance = 0;
   for (const std::uint32_t index : scene.model().mIndices) {
     const Vector p = scene.vertex(index) - lookAt;
@@ -59,7 +59,7 @@ bool solve(const Vector& a0, const Vector& a1, const Vector& a2, const Vector& b
 
 }  // namespace
 
-Camera::Camera(const Scene& scene, const CameraOptions& options, double aspect) {
+Camera::Camera(const Frame& scene, const CameraOptions& options, double aspect) {
   mTanY = std::tan(options.mFieldOfView * std::numbers::pi / 360);
   mTanX = mTanY * aspect;
   Vector lookAt = options.mLookAt ? scene.toScene(*options.mLookAt) : Vector{};
@@ -106,6 +106,20 @@ std::array<float, 16> Camera::matrixOf(const Window& window) const {
     matrix[12 + row] = static_cast<float>(constants[row] - dot(rows[row], mEye));
   }
   return matrix;
+}
+
+std::array<float, 16> matrixOf(const ViewOptions& options, const Frame& frame) {
+  if (options.mVolume) {
+    std::array<Vector, 8> corners = *options.mVolume;
+    for (Vector& corner : corners) corner = frame.toScene(corner);
+    return matrixOfCorners(corners, "--volume");
+  }
+  const auto& [left, top, right, bottom] = options.mWindow;
+  if (!(left < right && top < bottom))
+    throw InputError(
+        "--window: is empty; give the left, upper, right and lower side, from 0,0,1,1 for all of the picture");
+  return Camera(frame, options.mCamera, options.aspect())
+      .matrixOf({2 * left - 1, 1 - 2 * bottom, 2 * right - 1, 1 - 2 * top});
 }
 
 std::array<float, 16> matrixOfCorners(const std::array<Vector, 8>& corners, const std::string& option) {

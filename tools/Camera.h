@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include <tools/Scene.h>
+#include <tools/Frame.h>
 #include <tools/Vector.h>
 
 namespace tool {
@@ -31,7 +31,7 @@ struct Camera {
   /// and above, where all faces just fit in the picture. O(corners) then.
   /// @param aspect  width of the picture by its height
   /// @throws InputError where the eye is the point looked at, or `up` runs along the view
-  Camera(const Scene& scene, const CameraOptions& options, double aspect);
+  Camera(const Frame& scene, const CameraOptions& options, double aspect);
 
   double depthOf(const Vector& point) const { return dot(point - mEye, mForward); }
 
@@ -41,6 +41,19 @@ struct Camera {
   /// View-projection matrix that maps the volume behind a window onto the cube from -1 to 1; column-major.
   std::array<float, 16> matrixOf(const Window& window) const;
 };
+
+/// What the command line tells of a view volume.
+struct ViewOptions {
+  std::optional<std::array<Vector, 8>> mVolume;  ///< else the camera's
+  CameraOptions mCamera;
+  std::array<int, 2> mSize{640, 480};         ///< of the picture that the window is a part of
+  std::array<double, 4> mWindow{0, 0, 1, 1};  ///< left, top, right, bottom, as parts of the picture
+
+  double aspect() const { return static_cast<double>(mSize[0]) / mSize[1]; }
+};
+
+/// The matrix of such a volume. @throws InputError
+std::array<float, 16> matrixOf(const ViewOptions& options, const Frame& frame);
 
 /// The matrix that maps a volume of eight corners onto the cube from -1 to 1, column-major. Corners 0 to 3 run around
 /// the near face, corner k + 4 lies behind corner k.

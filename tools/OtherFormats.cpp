@@ -3,10 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cerrno>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <string_view>
 #include <unordered_map>
 
@@ -18,6 +15,7 @@
 #include <assimp/LogStream.hpp>
 
 #include <tools/Errors.h>
+#include <tools/InputFile.h>
 #include <tools/ObjFile.h>
 
 namespace tool {
@@ -28,23 +26,6 @@ std::string extensionOf(const std::string& path) {
   std::transform(extension.begin(), extension.end(), extension.begin(),
                  [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
   return extension;
-}
-
-std::string readFile(const std::string& path) {
-  const auto fail = [&](int error) {
-    throw InputError(fmt::format("{}: cannot be read: {}", path, systemErrorText(error)));
-  };
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-  if (!file) fail(errno);
-  std::string text;
-  std::error_code ignored;
-  const auto size = std::filesystem::file_size(path, ignored);
-  if (!ignored) text.reserve(size + 1);
-  std::array<char, 1 << 16> block;
-  while (const std::size_t got = std::fread(block.data(), 1, block.size(), file.get())) text.append(block.data(), got);
-  if (std::ferror(file.get())) fail(errno);
-  if (text.empty()) throw InputError(fmt::format("{}: is empty; there is no model to read", path));
-  return text;
 }
 
 struct PositionHash {

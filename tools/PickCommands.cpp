@@ -1,8 +1,6 @@
 #include <tools/PickCommands.h>
 
-#include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <vector>
 
 #include <fmt/format.h>
@@ -11,6 +9,7 @@
 #include <tools/Errors.h>
 #include <tools/Model.h>
 #include <tools/OtherFormats.h>
+#include <tools/Printing.h>
 #include <tools/Progress.h>
 #include <tools/Scene.h>
 
@@ -19,26 +18,11 @@ namespace {
 
 using nlohmann::ordered_json;
 
-void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
-
-std::string dumped(const ordered_json& json) {
-  return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
-}
-
-// The picker counts in floats: more digits would say nothing.
-std::string shown(double value) { return fmt::format("{:.6g}", value + 0.0); }
-std::string shown(const Vector& v) { return fmt::format("{} {} {}", shown(v.x), shown(v.y), shown(v.z)); }
-ordered_json rounded(double value) { return std::stod(shown(value)); }
-ordered_json rounded(const Vector& v) { return {rounded(v.x), rounded(v.y), rounded(v.z)}; }
-
 std::string formatHit(const PickOptions& options, const Scene& scene, const std::optional<Hit>& hit) {
   if (!hit) return options.mJson ? dumped({{"hit", false}}) : "nothing\n";
   const Vector direction = normalized(options.mDirection);
   const double distance = hit->mDistance / scene.scale();
-  // What floats round off would show as odd numbers near 0.
-  const auto snapped = [&](double value) { return std::fabs(value * scene.scale()) < 1e-6 ? 0 : value; };
-  const Vector exact = options.mOrigin + direction * distance;
-  const Vector point{snapped(exact.x), snapped(exact.y), snapped(exact.z)};
+  const Vector point = snapped(options.mOrigin + direction * distance, scene.scale());
   const std::string& name = scene.entry(hit->mId).mName;
   const char* const side = dot(hit->mNormal, direction) > 0 ? "back" : "front";
   if (options.mJson)
@@ -51,20 +35,6 @@ std::string formatHit(const PickOptions& options, const Scene& scene, const std:
                    {"side", side}});
   return fmt::format("name      {}\nid        {}\ndistance  {}\npoint     {}\nnormal    {}\nside      {}\n", name,
                      hit->mId, shown(distance), shown(point), shown(hit->mNormal), side);
-}
-
-std::array<float, 16> volumeMatrix(const SelectOptions& options, const Scene& scene) {
-  if (options.mVolume) {
-    std::array<Vector, 8> corners = *options.mVolume;
-    for (Vector& corner : corners) corner = scene.toScene(corner);
-    return matrixOfCorners(corners, "--volume");
-  }
-  const auto& [left, top, right, bottom] = options.mWindow;
-  if (!(left < right && top < bottom))
-    throw InputError(
-        "--window: is empty; give the left, upper, right and lower side, from 0,0,1,1 for all of the picture");
-  const Camera camera(scene, options.mCamera, static_cast<double>(options.mSize[0]) / options.mSize[1]);
-  return camera.matrixOf({2 * left - 1, 1 - 2 * bottom, 2 * right - 1, 1 - 2 * top});
 }
 
 std::string formatSelection(const SelectOptions& options, const Scene& scene, const std::vector<std::uint32_t>& ids) {
@@ -103,7 +73,7 @@ void runSelect(const SelectOptions& options) {
     progress.setStage("reading " + options.mModel);
     const Model model = readModel(options.mModel);
     const Scene scene(model, options.mModel, options.mGrouping, progress);
-    text = formatSelection(options, scene, scene.idsIn(volumeMatrix(options, scene), options.mWholeInside));
+    text = formatSelection(options, scene, scene.idsIn(matrixOf(options.mView, scene), options.mWholeInside));
   }
   print(text);
 }

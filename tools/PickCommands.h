@@ -1,7 +1,5 @@
 #pragma once
 
-#include <array>
-#include <optional>
 #include <string>
 
 #include <tools/Camera.h>
@@ -23,10 +21,7 @@ void runPick(const PickOptions& options);
 struct SelectOptions {
   std::string mModel;
   Grouping mGrouping = Grouping::object;
-  std::optional<std::array<Vector, 8>> mVolume;  ///< else the camera's
-  CameraOptions mCamera;
-  std::array<int, 2> mSize{640, 480};         ///< of the picture that the window is a part of
-  std::array<double, 4> mWindow{0, 0, 1, 1};  ///< left, top, right, bottom, as parts of the picture
+  ViewOptions mView;
   bool mWholeInside = false;
   bool mJson = false;
 };

@@ -1,9 +1,13 @@
 #include <tools/PngFile.h>
 
+#include <cstdint>
+#include <memory>
+
 #include <fmt/format.h>
 #include <png.h>
 
 #include <tools/Errors.h>
+#include <tools/OutputFile.h>
 
 namespace tool {
 
@@ -21,6 +25,33 @@ std::string formatPng(const Picture& picture) {
   if (!written) throw RunError(fmt::format("the picture cannot be made into PNG: {}", image.message));
   file.resize(size);
   return file;
+}
+
+void checkPngName(const std::string& path) {
+  if (isSpecialFile(path)) return;
+  if (!path.ends_with(".png"))
+    throw InputError(fmt::format("{}: the name of the picture must end in .png, the one format that is written", path));
+  checkWritable(path);
+}
+
+Picture parsePng(const std::string& file, const std::string& name) {
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  // Releases what a failure may leave.
+  const std::unique_ptr<png_image, void (*)(png_image*)> release(&image, &png_image_free);
+  if (!png_image_begin_read_from_memory(&image, file.data(), file.size()))
+    throw InputError(fmt::format("{}: is not a PNG picture: {}", name, image.message));
+  constexpr std::uint64_t kMostPixels = std::uint64_t{1} << 26;
+  if (std::uint64_t{image.width} * image.height > kMostPixels)
+    throw InputError(fmt::format("{}: has {} x {} pixels, more than the {} that are read", name, image.width,
+                                 image.height, kMostPixels));
+  image.format = PNG_FORMAT_RGB;
+  Picture picture{static_cast<int>(image.width), static_cast<int>(image.height), {}};
+  // Transparent pixels are laid over what is there: black.
+  picture.mPixels.resize(PNG_IMAGE_SIZE(image));
+  if (!png_image_finish_read(&image, nullptr, picture.mPixels.data(), 0, nullptr))
+    throw InputError(fmt::format("{}: the picture is damaged: {}", name, image.message));
+  return picture;
 }
 
 }  // namespace tool

@@ -15,4 +15,12 @@ struct Picture {
 /// The picture as a PNG file. @throws RunError
 std::string formatPng(const Picture& picture);
 
+/// Refuses early what no picture can be written to. @throws InputError where its name does not end in .png, RunError
+void checkPngName(const std::string& path);
+
+/// What a PNG file holds, on black where it is transparent.
+/// @param name  of the file, for messages
+/// @throws InputError where it is none, is damaged, or has more than 2^26 pixels
+Picture parsePng(const std::string& file, const std::string& name);
+
 }  // namespace tool

@@ -12,13 +12,7 @@ namespace tool {
 namespace {
 
 void checkPicture(const RenderOptions& options) {
-  const std::string& path = options.mOutput;
-  if (!isSpecialFile(path)) {
-    if (!path.ends_with(".png"))
-      throw InputError(
-          fmt::format("{}: the name of the picture must end in .png, the one format that is written", path));
-    checkWritable(path);
-  }
+  checkPngName(options.mOutput);
   constexpr long long kMostSamples = 1LL << 26;
   const RenderSettings& settings = options.mSettings;
   if (1LL * settings.mWidth * settings.mHeight * settings.mSamples * settings.mSamples > kMostSamples)

@@ -16,6 +16,7 @@
 #include <tools/Errors.h>
 #include <tools/InfoCommand.h>
 #include <tools/PickCommands.h>
+#include <tools/QueryCommand.h>
 #include <tools/RenderCommand.h>
 #include <tools/Steps.h>
 
@@ -27,11 +28,13 @@ using tool::Coloring;
 using tool::Grouping;
 using tool::InfoOptions;
 using tool::PickOptions;
+using tool::QueryOptions;
 using tool::RenderOptions;
 using tool::SelectOptions;
 using tool::Step;
 using tool::StepKind;
 using tool::StepRequest;
+using tool::ViewOptions;
 
 constexpr float kAnyLength = std::numeric_limits<float>::max();
 constexpr float kLargestAngle = 180;
@@ -58,6 +61,17 @@ and --size, or the part of it that --window cuts out.
 
 An object counts when one of its faces touches the volume. One whose bounding box holds the whole volume
 is not found, however; small volumes in the midst of large objects are a question for --by face.)";
+
+constexpr const char* kQueryFooter =
+    R"(One question about each object by itself:
+--raster       whether it lies on the pixels of a picture that are not black: all vertices and edges of its
+               triangles, and between the near and the far plane
+--ray          where the ray meets it
+--nearest      its point in the view volume that is nearest, and the triangle with this point
+none of these  whether it lies in the view volume; with --inside, as a whole
+
+The view volume is that of `facetbox select`. With --raster, it is what `facetbox render` would show with the same
+--eye, --look-at, --up and --fov, in a picture of the size of the raster.)";
 
 void addModel(CLI::App& command, std::string& model) {
   command.add_option("MODEL", model, "File to read: .obj, .ply, .off, .stl, .gltf or .glb")->required();
@@ -169,7 +183,8 @@ void addGrouping(CLI::App& command, Grouping& grouping) {
       ->transform(CLI::CheckedTransformer(names).description(""));
 }
 
-void addCamera(CLI::App& command, CameraOptions& options, std::array<int, 2>& size) {
+// Gives back the option of the size.
+CLI::Option* addCamera(CLI::App& command, CameraOptions& options, std::array<int, 2>& size) {
   addParsed(command, "--eye", "X,Y,Z", "Where to look from (default: from where all of the model is seen)",
             options.mEye, tool::parseVector);
   addParsed(command, "--look-at", "X,Y,Z", "What to look at (default: the middle)", options.mLookAt, tool::parseVector);
@@ -177,7 +192,33 @@ void addCamera(CLI::App& command, CameraOptions& options, std::array<int, 2>& si
   command.add_option("--fov", options.mFieldOfView, "Angle from the lower to the upper edge (default: 40)")
       ->type_name("DEGREES")
       ->check(CLI::Range(1.0, 150.0).description(""));
-  addParsed(command, "--size", "WxH", "Size of the picture in pixels (default: 640x480)", size, tool::parseSize);
+  return addParsed(command, "--size", "WxH", "Size of the picture in pixels (default: 640x480)", size, tool::parseSize);
+}
+
+// What is part of a picture, apart from its camera.
+struct ViewArguments {
+  CLI::Option *mVolume, *mSize, *mWindow;
+};
+
+ViewArguments addView(CLI::App& command, ViewOptions& options) {
+  const auto parseVolume = [](const std::string& text, const std::string& name) {
+    const std::vector<double> n = tool::parseNumbers(text, name, 24);
+    std::array<tool::Vector, 8> corners;
+    for (std::size_t k = 0; k < corners.size(); ++k) corners[k] = {n[3 * k], n[3 * k + 1], n[3 * k + 2]};
+    return corners;
+  };
+  const auto parseWindow = [](const std::string& text, const std::string& name) {
+    const std::vector<double> n = tool::parseNumbers(text, name, 4);
+    return std::array{n[0], n[1], n[2], n[3]};
+  };
+  CLI::Option* const volume =
+      addParsed(command, "--volume", "X,Y,Z,...", "Eight corners of a block or a frustum: see `facetbox select --help`",
+                options.mVolume, parseVolume);
+  CLI::Option* const size = addCamera(command, options.mCamera, options.mSize);
+  CLI::Option* const window =
+      addParsed(command, "--window", "LEFT,TOP,RIGHT,BOTTOM", "Part of the picture (default: 0,0,1,1, all of it)",
+                options.mWindow, parseWindow);
+  return {volume, size, window};
 }
 
 void addRender(CLI::App& app, RenderOptions& options, std::array<int, 2>& size) {
@@ -202,17 +243,23 @@ void addRender(CLI::App& app, RenderOptions& options, std::array<int, 2>& size) 
       ->check(CLI::Range(1, 4).description(""));
 }
 
+template <typename Take>
+CLI::Option* addRay(CLI::App& command, const std::string& help, Take take) {
+  const auto parse = [take](const std::string& text) {
+    const std::vector<double> n = tool::parseNumbers(text, "--ray", 6);
+    take(tool::Vector{n[0], n[1], n[2]}, tool::Vector{n[3], n[4], n[5]});
+  };
+  return command.add_option_function<std::string>("--ray", parse, help)->type_name("X,Y,Z,DX,DY,DZ");
+}
+
 void addPick(CLI::App& app, PickOptions& options) {
   CLI::App* pick = app.add_subcommand("pick", "Tell what a ray hits first");
   addModel(*pick, options.mModel);
-  const auto takeRay = [&options](const std::string& text) {
-    const std::vector<double> n = tool::parseNumbers(text, "--ray", 6);
-    options.mOrigin = {n[0], n[1], n[2]};
-    options.mDirection = {n[3], n[4], n[5]};
+  const auto takeRay = [&options](const tool::Vector& origin, const tool::Vector& direction) {
+    options.mOrigin = origin;
+    options.mDirection = direction;
   };
-  pick->add_option_function<std::string>("--ray", takeRay, "Where the ray starts, and its direction")
-      ->required()
-      ->type_name("X,Y,Z,DX,DY,DZ");
+  addRay(*pick, "Where the ray starts, and its direction", takeRay)->required();
   addGrouping(*pick, options.mGrouping);
   pick->add_flag("--json", options.mJson, "Print JSON");
 }
@@ -220,24 +267,42 @@ void addPick(CLI::App& app, PickOptions& options) {
 void addSelect(CLI::App& app, SelectOptions& options) {
   CLI::App* select = app.add_subcommand("select", "Tell what lies in a view volume");
   addModel(*select, options.mModel);
-  const auto parseVolume = [](const std::string& text, const std::string& name) {
-    const std::vector<double> n = tool::parseNumbers(text, name, 24);
-    std::array<tool::Vector, 8> corners;
-    for (std::size_t k = 0; k < corners.size(); ++k) corners[k] = {n[3 * k], n[3 * k + 1], n[3 * k + 2]};
-    return corners;
-  };
-  addParsed(*select, "--volume", "X,Y,Z,...", "Eight corners, see below", options.mVolume, parseVolume);
-  addCamera(*select, options.mCamera, options.mSize);
-  const auto parseWindow = [](const std::string& text, const std::string& name) {
-    const std::vector<double> n = tool::parseNumbers(text, name, 4);
-    return std::array{n[0], n[1], n[2], n[3]};
-  };
-  addParsed(*select, "--window", "LEFT,TOP,RIGHT,BOTTOM", "Part of the picture (default: 0,0,1,1, all of it)",
-            options.mWindow, parseWindow);
+  addView(*select, options.mView);
   select->add_flag("--inside", options.mWholeInside, "Only what lies in the volume as a whole");
   addGrouping(*select, options.mGrouping);
   select->add_flag("--json", options.mJson, "Print JSON");
   select->footer(kSelectFooter);
+}
+
+void addQuery(CLI::App& app, QueryOptions& options) {
+  CLI::App* query = app.add_subcommand("query", "Ask each object by itself about a mask, a view volume or a ray");
+  addModel(*query, options.mModel);
+  CLI::Option* const raster =
+      query->add_option("--raster", options.mRaster, "Picture whose pixels are set where they are not black")
+          ->type_name("MASK.png");
+  query->add_option("-o,--output", options.mOutput, "Draw the answer: red where edges are beside the set pixels")
+      ->type_name("OUT.png")
+      ->needs(raster);
+  const auto takeRay = [&options](const tool::Vector& origin, const tool::Vector& direction) {
+    options.mRay = {origin, direction};
+  };
+  CLI::Option* const ray = addRay(*query, "Where the ray starts, and its direction", takeRay);
+  CLI::Option* const nearest = query->add_flag("--nearest", options.mWantsNearest, "The nearest point in the volume");
+  CLI::Option* const inside =
+      query->add_flag("--inside", options.mWholeInside, "Whether all of the object lies in the volume");
+  CLI::Option* const writeMask =
+      query->add_option("--write-mask", options.mWriteMask, "Ask nothing; draw the model as a mask for --raster")
+          ->type_name("OUT.png");
+  const ViewArguments view = addView(*query, options.mView);
+  for (CLI::Option* const other : {ray, nearest, inside, writeMask, view.mVolume, view.mWindow, view.mSize})
+    raster->excludes(other);
+  for (CLI::Option* const other : {nearest, inside, writeMask, view.mVolume, view.mWindow, view.mSize})
+    ray->excludes(other);
+  for (CLI::Option* const other : {nearest, inside, view.mVolume, view.mWindow}) writeMask->excludes(other);
+  nearest->excludes(inside);
+  addGrouping(*query, options.mGrouping);
+  query->add_flag("--json", options.mJson, "Print JSON");
+  query->footer(kQueryFooter);
 }
 
 int runProgram(int argc, char** argv) {
@@ -249,6 +314,7 @@ int runProgram(int argc, char** argv) {
   RenderOptions renderOptions;
   PickOptions pickOptions;
   SelectOptions selectOptions;
+  QueryOptions queryOptions;
   addInfo(app, infoOptions);
   StepCollector steps(*addClean(app, cleanOptions), cleanOptions);
   steps.addAll();
@@ -256,6 +322,7 @@ int runProgram(int argc, char** argv) {
   addRender(app, renderOptions, size);
   addPick(app, pickOptions);
   addSelect(app, selectOptions);
+  addQuery(app, queryOptions);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -268,6 +335,7 @@ int runProgram(int argc, char** argv) {
   if (app.got_subcommand("render")) tool::runRender(renderOptions);
   if (app.got_subcommand("pick")) tool::runPick(pickOptions);
   if (app.got_subcommand("select")) tool::runSelect(selectOptions);
+  if (app.got_subcommand("query")) tool::runQuery(queryOptions);
   if (std::fflush(stdout) != 0) throw tool::RunError("standard output: cannot be written");
   return tool::kExitOk;
 }

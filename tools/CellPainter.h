@@ -1,0 +1,67 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include <facetbox/util/Mesh.h>
+#include <facetbox/util/Triangulator.h>
+#include <tools/PngFile.h>
+
+namespace tool {
+
+/// A mask as Intersector::testRaster() takes it: row by row from the top, set where not 0.
+struct Mask {
+  int mWidth = 0, mHeight = 0;
+  std::vector<std::int32_t> mCells;
+};
+
+/// Set where the picture is not black.
+Mask maskOf(const Picture& picture);
+
+/// Shows on which cells of a picture meshes lie, by the rules of Intersector::testRaster(): cells under the edges of
+/// triangles, which it looks at, and cells whose middle is inside of one. Triangles and edges with a vertex before the
+/// near plane or behind the far one are left out, and what lies beside the picture is cut off.
+class CellPainter {
+ public:
+  /// @param matrix  view-projection
+  CellPainter(const std::array<float, 16>& matrix, int width, int height);
+
+  /// @param coordinates  x, y, z of the mesh's vertices
+  /// @param placement    places the mesh in the world, column-major
+  /// @throws std::runtime_error where a face cannot be triangulated
+  /// O(triangles log triangles + cells that they cover).
+  void add(const util::Mesh& mesh, std::span<const float> coordinates, const std::array<double, 16>& placement);
+
+  /// White on black.
+  Picture mask() const;
+
+  /// What a mask of the same size makes of the meshes: green where they lie on set cells, red where edges do not, brown
+  /// where their inner does not, which is no obstacle. Else set cells are grey, others black.
+  Picture verdict(const Mask& mask) const;
+
+ private:
+  /// Columns to the right and rows downwards; the middle of a cell is where both are whole.
+  struct Place {
+    float mColumn, mRow;
+    bool mIsBetweenPlanes;
+  };
+  enum Mark : std::uint8_t { kNothing, kInner, kEdge };
+
+  Place placeOf(float x, float y, float z) const;
+  void fill(const Place (&corners)[3]);
+  void drawEdges(std::span<const Place> places, std::span<const std::uint32_t> indices);
+  void drawLine(const Place& from, const Place& to);
+  std::uint8_t& markAt(int column, int row) {
+    return mMarks[static_cast<std::size_t>(row) * static_cast<std::size_t>(mWidth) + static_cast<std::size_t>(column)];
+  }
+
+  util::Triangulator mTriangulator;
+  std::array<float, 16> mMatrix;
+  int mWidth, mHeight;
+  std::vector<std::uint8_t> mMarks;
+};
+
+}  // namespace tool
