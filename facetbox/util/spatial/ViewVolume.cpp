@@ -14,16 +14,17 @@ struct FaceTable {
   int p, a0, a1, b0, b1;                // the plane goes through p; its normal is (a1 - a0) x (b1 - b0)
   std::array<int, 4> corners;           // of the face
   std::array<std::array<int, 3>, 2> t;  // its triangles
+  std::array<bool, 2> inward;           // whether a triangle's corners turn the other way than the face's normal
 };
 
 // Near and far last: it is the sides that most boxes are beyond.
 constexpr std::array<FaceTable, 6> kFaces{{
-    {0, 0, 3, 0, 4, {0, 3, 7, 4}, {{{0, 3, 7}, {0, 7, 4}}}},
-    {1, 1, 5, 1, 2, {1, 2, 6, 5}, {{{1, 2, 6}, {1, 6, 5}}}},
-    {6, 6, 7, 6, 2, {2, 3, 7, 6}, {{{2, 3, 7}, {2, 7, 6}}}},
-    {1, 1, 0, 1, 5, {0, 1, 5, 4}, {{{0, 1, 4}, {1, 4, 5}}}},
-    {0, 0, 1, 0, 3, {0, 1, 2, 3}, {{{0, 1, 2}, {0, 2, 3}}}},
-    {5, 5, 4, 5, 6, {4, 5, 6, 7}, {{{4, 5, 6}, {4, 6, 7}}}},
+    {0, 0, 3, 0, 4, {0, 3, 7, 4}, {{{0, 3, 7}, {0, 7, 4}}}, {false, false}},
+    {1, 1, 5, 1, 2, {1, 2, 6, 5}, {{{1, 2, 6}, {1, 6, 5}}}, {true, true}},
+    {6, 6, 7, 6, 2, {2, 3, 7, 6}, {{{2, 3, 7}, {2, 7, 6}}}, {true, true}},
+    {1, 1, 0, 1, 5, {0, 1, 5, 4}, {{{0, 1, 4}, {1, 4, 5}}}, {true, false}},
+    {0, 0, 1, 0, 3, {0, 1, 2, 3}, {{{0, 1, 2}, {0, 2, 3}}}, {false, false}},
+    {5, 5, 4, 5, 6, {4, 5, 6, 7}, {{{4, 5, 6}, {4, 6, 7}}}, {true, true}},
 }};
 
 // How far a box must be off a plane, relative to the largest coordinate M of volume and box, for no triangle behind
@@ -40,6 +41,10 @@ constexpr std::array<FaceTable, 6> kFaces{{
 // Rounding of the plane itself is a few 1e-16 M. A box inside another may have twice its M: the double is enough for
 // both.
 constexpr double kMargin = 0x1p-21;  // 4.8e-7
+
+// Thinner triangles than this, relative to M and in height over the longest edge, are slivers. Normals of others are
+// right to 1e-15 L^2 / (1e-6 M L) < 4e-9.
+constexpr double kSliver = 1e-6;
 
 // Within these sizes products of three coordinates neither overflow nor lose their relative precision.
 constexpr double kSmallest = 1e-60, kLargest = 1e60;
@@ -61,10 +66,11 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
   }
   if (!(finite && mSize >= kSmallest && mSize <= kLargest)) mSize = std::numeric_limits<double>::infinity();
 
+  mHasSlivers = false;
+  const auto at = [&](int corner) -> const Vec3& { return mCorners[static_cast<std::size_t>(corner)]; };
   for (std::size_t i = 0; i < kFaces.size(); ++i) {
     const FaceTable& table = kFaces[i];
     Face& face = mFaces[i];
-    const auto at = [&](int corner) -> const Vec3& { return mCorners[static_cast<std::size_t>(corner)]; };
     const Vec3 normal = cross(at(table.a1) - at(table.a0), at(table.b1) - at(table.b0));
     face.normal = normal / length(normal);
     face.size = {std::fabs(face.normal.x), std::fabs(face.normal.y), std::fabs(face.normal.z)};
@@ -85,6 +91,19 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
     two.sizeZ[i % 2] = face.size.z;
     two.offset[i % 2] = offset;
     two.farthest[i % 2] = *std::ranges::max_element(heights);
+    for (std::size_t k = 0; k < 2; ++k) {
+      const auto& t = table.t[k];
+      const Vec3 e = at(t[1]) - at(t[0]), f = at(t[2]) - at(t[0]);
+      const Vec3 n = table.inward[k] ? cross(f, e) : cross(e, f);
+      const double longest = std::max(std::max(lengthSq(e), lengthSq(f)), lengthSq(f - e));
+      mHasSlivers = mHasSlivers || !(lengthSq(n) >= kSliver * kSliver * mSize * mSize * longest);
+      TwoTriangles& both = mTriangles[i];
+      both.normalX[k] = n.x;
+      both.normalY[k] = n.y;
+      both.normalZ[k] = n.z;
+      both.sizes[k] = std::fabs(n.x) + std::fabs(n.y) + std::fabs(n.z);
+      both.offset[k] = dot(n, at(t[0]));
+    }
   }
 }
 
@@ -95,7 +114,41 @@ double ViewVolume::marginFor(const Vec3& centre, const Vec3& half) const {
   return size <= kLargest ? kMargin * (mSize + size) : std::numeric_limits<double>::infinity();
 }
 
+bool ViewVolume::isCertainlyBehindAllTriangles(const Vec3& p, double margin) const {
+  auto behind = Pair{0, 0} == Pair{0, 0};
+  for (const TwoTriangles& two : mTriangles)
+    behind &= two.normalX * p.x + two.normalY * p.y + two.normalZ * p.z < two.offset - margin * two.sizes;
+  return (behind[0] & behind[1]) != 0;
+}
+
+// The twelve triangles are a closed surface. From a point behind all of them, they cover the sphere of directions, each
+// part as often and all from the same side: the point cannot be joined to one beyond the whole volume without crossing
+// a triangle. So when the box, less a rim as wide as the margin, holds a point of either kind, a triangle reaches
+// through the rim. On every axis of the overlap test, its projection then reaches into that of the box by the margin
+// per unit of the axis' coordinates' sizes. Corners in the box's frame, edges and their products with the box axes are
+// off by a few 1e-16 M of that, a normal that is not a sliver's by 4e-9 of its length, which is 1.4e-8 M over a
+// triangle: far less than the margin of 4.8e-7 M, so that the triangle is found.
+bool ViewVolume::certainlyTouchesSurface(const Vec3& centre, const Vec3& half, double margin) const {
+  const Vec3 core = half - Vec3{margin, margin, margin};
+  if (mHasSlivers || !(core.x >= 0 && core.y >= 0 && core.z >= 0)) return false;
+  // The point that is the farthest behind the face that the centre is the farthest beyond.
+  bool isBeyondOne = false;
+  double farthest = 0;
+  Vec3 deep = centre;
+  for (std::size_t i = 0; i < kFaces.size(); ++i) {
+    const Face& face = mFaces[i];
+    const double height = dot(face.normal, centre);
+    isBeyondOne = isBeyondOne || height + reach(face.size, core) > mPlanes[i / 2].farthest[i % 2] + margin;
+    if (height - face.low + margin <= farthest) continue;
+    farthest = height - face.low + margin;
+    deep = centre - Vec3{std::copysign(core.x, face.normal.x), std::copysign(core.y, face.normal.y),
+                         std::copysign(core.z, face.normal.z)};
+  }
+  return isBeyondOne && isCertainlyBehindAllTriangles(deep, margin);
+}
+
 bool ViewVolume::touchesSurface(const Vec3& centre, const Vec3& half, double margin) const {
+  if (certainlyTouchesSurface(centre, half, margin)) return true;
   const double c[3] = {centre.x, centre.y, centre.z}, h[3] = {half.x, half.y, half.z};
   for (std::size_t i = 0; i < kFaces.size(); ++i) {
     const Face& face = mFaces[i];

@@ -40,13 +40,22 @@ class ViewVolume {
     double low, high;  // of normal times the face's corners
   };
 
+  /// Outward normals of two surface triangles, of any length, and the bounds of normal times a point behind them.
+  struct TwoTriangles {
+    Pair normalX, normalY, normalZ, sizes, offset;  // sizes: the sums of the normals' coordinates' sizes
+  };
+
   double marginFor(const Vec3& centre, const Vec3& half) const;
+  bool isCertainlyBehindAllTriangles(const Vec3& p, double margin) const;
+  bool certainlyTouchesSurface(const Vec3& centre, const Vec3& half, double margin) const;
   bool touchesSurface(const Vec3& centre, const Vec3& half, double margin) const;
 
   std::array<Vec3, 8> mCorners;
   std::array<TwoFaces, 3> mPlanes;
   std::array<Face, 6> mFaces;
-  double mSize;  // the largest coordinate by absolute value; infinite where shortcuts must not be taken
+  std::array<TwoTriangles, 6> mTriangles;
+  bool mHasSlivers;  // triangles so thin that the direction of their normals is not certain
+  double mSize;      // the largest coordinate by absolute value; infinite where shortcuts must not be taken
 };
 
 }  // namespace util
