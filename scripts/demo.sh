@@ -24,3 +24,12 @@ draw() {
 draw "before" "$model" "$out/$name.png" object
 draw "after" "$cleaned" "$out/${name}_cleaned.png" object
 draw "after, a colour for each material" "$cleaned" "$out/${name}_materials.png" material
+
+say "A mask of the cleaned model, and what a view from nearer makes of it: red edges are beside the mask"
+mask="$out/${name}_mask.png" verdict="$out/${name}_verdict.png"
+view=(--up "${UP:-0,1,0}" --by material)
+"$program" query "$cleaned" "${view[@]}" --write-mask "$mask"
+printf '  %-44s %s\n' "$mask" "the mask"
+"$program" query "$cleaned" "${view[@]}" --raster "$mask"
+"$program" query "$cleaned" "${view[@]}" --fov 75 --raster "$mask" -o "$verdict"
+printf '  %-44s %s\n' "$verdict" "from nearer, on the same mask"

@@ -88,10 +88,11 @@ CellPainter::Place CellPainter::placeOf(float x, float y, float z) const {
 void CellPainter::fill(const Place (&corners)[3]) {
   if (!std::all_of(corners, corners + 3, [](const Place& place) { return place.mIsBetweenPlanes; })) return;
   const auto [low, high] = std::minmax({corners[0].mRow, corners[1].mRow, corners[2].mRow});
-  const int lastRow = static_cast<int>(std::min(std::floor(high), static_cast<float>(mHeight - 1)));
-  const float firstRow = std::max(std::ceil(low), 0.0f);
-  if (firstRow >= static_cast<float>(mHeight) || high < 0) return;
-  for (int row = static_cast<int>(firstRow); row <= lastRow; ++row) {
+  // Kept in floats until they are in range.
+  const float mostRow = static_cast<float>(mHeight - 1);
+  const float firstRow = std::max(std::ceil(low), 0.0f), lastRow = std::min(std::floor(high), mostRow);
+  if (!(firstRow <= lastRow)) return;
+  for (int row = static_cast<int>(firstRow); row <= static_cast<int>(lastRow); ++row) {
     double left = mWidth, right = -1;
     for (std::size_t k = 0; k < 3; ++k) {
       const Place &a = corners[k], &b = corners[(k + 1) % 3];
@@ -128,25 +129,22 @@ void CellPainter::drawEdges(std::span<const Place> places, std::span<const std::
 
 // Bresenham, Algorithm for computer control of a digital plotter, 1965.
 void CellPainter::drawLine(const Place& from, const Place& to) {
-  double x0 = std::round(from.mColumn), y0 = std::round(from.mRow), x1 = std::round(to.mColumn),
-         y1 = std::round(to.mRow);
-  const double toX = x1 - x0, toY = y1 - y0;
+  const double x0 = std::round(from.mColumn), y0 = std::round(from.mRow);
+  const double x1 = std::round(to.mColumn), y1 = std::round(to.mRow);
   double begin = 0, end = 1;
   clip(x0, x1, mWidth - 1, begin, end);
   clip(y0, y1, mHeight - 1, begin, end);
   if (!(begin <= end)) return;
-  const auto column = [&](double share) {
-    return std::clamp(static_cast<int>(std::round(x0 + share * toX)), 0, mWidth - 1);
+  const auto cellAt = [](double start, double stop, double share, int count) {
+    return static_cast<int>(std::clamp(std::round(start + share * (stop - start)), 0.0, count - 1.0));
   };
-  const auto row = [&](double share) {
-    return std::clamp(static_cast<int>(std::round(y0 + share * toY)), 0, mHeight - 1);
-  };
-  int x = column(begin), y = row(begin);
-  const int lastX = column(end), lastY = row(end);
+  int x = cellAt(x0, x1, begin, mWidth), y = cellAt(y0, y1, begin, mHeight);
+  const int lastX = cellAt(x0, x1, end, mWidth), lastY = cellAt(y0, y1, end, mHeight);
   const int dx = std::abs(lastX - x), dy = -std::abs(lastY - y);
   const int stepX = lastX < x ? -1 : 1, stepY = lastY < y ? -1 : 1;
   int error = dx + dy;
-  markAt(x, y) = kEdge;
+  const auto mark = [&](Mark wanted) { markAt(x, y) = std::max<std::uint8_t>(markAt(x, y), wanted); };
+  mark(begin > 0 ? kEdgeLeaves : kEdge);
   while (x != lastX || y != lastY) {
     const int twice = 2 * error;
     if (twice >= dy) {
@@ -157,8 +155,9 @@ void CellPainter::drawLine(const Place& from, const Place& to) {
       error += dx;
       y += stepY;
     }
-    markAt(x, y) = kEdge;
+    mark(kEdge);
   }
+  if (end < 1) mark(kEdgeLeaves);
 }
 
 Picture CellPainter::mask() const {
@@ -170,10 +169,11 @@ Picture CellPainter::mask() const {
 }
 
 Picture CellPainter::verdict(const Mask& mask) const {
-  constexpr Color kColors[3][2] = {
-      {{0, 0, 0}, {224, 224, 224}},
-      {{128, 84, 32}, {128, 196, 120}},
-      {{224, 40, 32}, {32, 120, 56}}};  // by mark, on a cell that is not set and on one that is
+  // By mark, on a cell that is not set and on one that is.
+  constexpr Color kColors[4][2] = {{{0, 0, 0}, {224, 224, 224}},
+                                   {{128, 84, 32}, {128, 196, 120}},
+                                   {{224, 40, 32}, {32, 120, 56}},
+                                   {{224, 40, 32}, {224, 40, 32}}};
   Picture picture{mWidth, mHeight, {}};
   picture.mPixels.reserve(3 * mMarks.size());
   for (std::size_t cell = 0; cell < mMarks.size(); ++cell) {

@@ -38,8 +38,8 @@ class CellPainter {
   /// White on black.
   Picture mask() const;
 
-  /// What a mask of the same size makes of the meshes: green where they lie on set cells, red where edges do not, brown
-  /// where their inner does not, which is no obstacle. Else set cells are grey, others black.
+  /// What a mask of the same size makes of the meshes: green where they lie on set cells, red where edges do not or
+  /// leave the picture, brown where their inner does not, which is no obstacle. Else set cells are grey, others black.
   Picture verdict(const Mask& mask) const;
 
  private:
@@ -48,7 +48,7 @@ class CellPainter {
     float mColumn, mRow;
     bool mIsBetweenPlanes;
   };
-  enum Mark : std::uint8_t { kNothing, kInner, kEdge };
+  enum Mark : std::uint8_t { kNothing, kInner, kEdge, kEdgeLeaves };
 
   Place placeOf(float x, float y, float z) const;
   void fill(const Place (&corners)[3]);
