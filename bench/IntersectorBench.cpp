@@ -208,7 +208,7 @@ void nearest(benchmark::State& state, const Volume& volume, std::int64_t triangl
       [&] {
         NearestSearch search(view, {volume.eye[0], volume.eye[1], volume.eye[2]},
                              {volume.direction[0], volume.direction[1], volume.direction[2]});
-        search.searchPlain(*object.triangles, nullptr);
+        search.searchPlain(*object.triangles, kIdentity);
         std::vector<float> out;
         if (const NearestHit* hit = search.hit())
           for (const util::Vec3& p : {hit->mPoint, hit->mCorners[0], hit->mCorners[1], hit->mCorners[2]})

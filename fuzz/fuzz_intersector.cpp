@@ -39,8 +39,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   support::PlainIntersector plain;
   // Few vertices or enough to be shared, few triangles or enough for a hierarchy.
   std::vector<util::Mesh> meshes;
-  for (int count = 1 + in.next() % 3; count > 0; --count)
-    meshes.push_back(nextMesh(in, in.next() % 2 == 0 ? 3 : 12, in.next() % 4 == 0 ? 60 : 4));
+  for (int count = 1 + in.next() % 3; count > 0; --count) {
+    const std::uint32_t fewestVertices = in.next() % 2 == 0 ? 3 : 12;
+    const int mostFaces = in.next() % 4 == 0 ? 60 : 4;
+    meshes.push_back(nextMesh(in, fewestVertices, mostFaces));
+  }
   std::size_t handle = intersector->createHandle();
   while (!in.empty()) {
     const std::uint8_t step = in.next();

@@ -247,7 +247,7 @@ class NearestSearch::Descent {
  public:
   Descent(NearestSearch& search, const TriangleHierarchy& hierarchy) : mSearch(search), mView(hierarchy.view()) {
     mIsPossible = prepare(hierarchy);
-    mPatience = 16 + hierarchy.triangleCount() / 64;
+    mPatience = 80 + hierarchy.triangleCount() / 64;
   }
 
   /// Finds the nearest point of the mesh, unless the plain loop is faster or the numbers might overflow.
