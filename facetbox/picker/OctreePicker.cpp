@@ -56,10 +56,12 @@ class OctreePicker::AddEntryCommand final : public Command {
     if (!picker.mHandles.isAlive(mSerial)) return;
     HandleRecord& record = picker.mRecords[mSerial];
     if (!record.mOctree) record.mOctree = std::make_unique<Octree>(kRootHalfSize);
+    // A place under the id first: where memory ends, the object is found by both kinds of query or by none.
+    PickablePointer& place = record.mById[mPickable->mId];
     record.mOctree->ensureContains(mBox);
     record.mOctree->insert(mBox, mPickable);
     // An earlier object of this id stays in the octree on purpose: view volumes still find it.
-    record.mById[mPickable->mId] = std::move(mPickable);
+    place = std::move(mPickable);
   }
 
  private:
@@ -253,10 +255,14 @@ bool OctreePicker::pickRay(std::size_t handle, std::int32_t id, const float orig
   const HandleRecord* record = find(serial);
   if (!record) return false;
   const auto found = record->mById.find(id);
-  if (found == record->mById.end()) return false;
+  if (found == record->mById.end() || !found->second) return false;
   Pickable& pickable = *found->second;
-  if (pickable.mPlacements.empty())
-    for (const auto& mesh : pickable.mMeshes) pickable.mPlacements.emplace_back(*mesh, pickable.mMatrix);
+  if (pickable.mPlacements.empty()) {
+    std::vector<util::RayPlacement> placements;
+    placements.reserve(pickable.mMeshes.size());
+    for (const auto& mesh : pickable.mMeshes) placements.emplace_back(*mesh, pickable.mMatrix);
+    pickable.mPlacements = std::move(placements);
+  }
 
   const double from[3] = {origin[0], origin[1], origin[2]}, along[3] = {direction[0], direction[1], direction[2]};
   constexpr double kFarthest = FLT_MAX;

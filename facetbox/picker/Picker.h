@@ -54,7 +54,8 @@ class FACETBOX_EXPORT Picker {
   /// @param meshes  in their own coordinates; only used during the call; may be empty
   /// @param matrix  16 doubles: places the meshes in the world, without division by w
   /// @throws std::invalid_argument where a mesh or the matrix is null
-  /// @throws std::runtime_error    from the triangulation: a face needs more than 512 combined vertices
+  /// @throws std::runtime_error    from the triangulation: a face needs more than 512 combined vertices, or its hole
+  ///                               group has no end or names a face that does not exist
   /// Nothing is queued then. O(vertices), besides the triangulation.
   virtual void addEntry(std::size_t handle, std::uint32_t id, const std::vector<const util::Mesh*>& meshes,
                         const double matrix[16]) = 0;
@@ -78,23 +79,22 @@ class FACETBOX_EXPORT Picker {
   /// calls so far.
   ///
   /// Two stages, and an object must pass both. First its world box must meet the volume of `corners`: the box's inner
-  /// sphere lies within, or the box touches the volume's surface. (So a box that holds the whole volume deep inside
-  /// does not.) Then the object itself is put to `matrix`: a vertex projects to (x, y, z) / |w|; where |w| is not
-  /// above 1e-25, see below. An object without vertices is in no volume.
+  /// sphere lies within, or the box shares a point with the volume's surface. Then the object itself is put to
+  /// `matrix`: a vertex projects to (x, y, z) / |w|; where |w| is not above 1e-25, see below. An object without
+  /// vertices is in no volume.
   ///
   /// @param corners      x, y, z of the volume's eight corners in the world: 0 to 3 along the near face,
   ///                     counter-clockwise seen from outside, corner k + 4 behind corner k on the far face. The order
   ///                     matters: in another, objects deep inside are missed. facetbox::viewVolumeCorners() builds
   ///                     them.
   /// @param matrix       16 floats, the view-projection matrix
-  /// @param wholeInside  true: all vertices project into the closed cube from -1 to 1 (one without a |w| counts as
-  /// where
-  ///                     the one before it went); false: a projected triangle touches it (a vertex without a |w| goes
-  ///                     to the origin)
+  /// @param wholeInside  true: all vertices project into the closed cube from -1 to 1 (one without a |w| stays
+  ///                     where the one before it went); false: a projected triangle touches it (a vertex without a |w|
+  ///                     goes to the origin)
   /// @param ids          room for `capacity` ids; may be null for 0
-  /// @return number of ids written; or, where there are more than `capacity`, the negative of their number, and `ids`
-  /// is
-  ///         untouched
+  /// @return number of ids written; or, where there are more than `capacity`, the negative of their number, and
+  ///         `ids` is untouched
+  /// An object that reaches to infinity, or beyond 1e300, may be missed; the others are found all the same.
   /// NaN in corners or matrix makes tests fail, never the call. About O(objects found + objects at the surface).
   virtual std::int64_t pickFrustum(std::size_t handle, const float corners[24], const float matrix[16],
                                    bool wholeInside, std::uint32_t* ids, std::size_t capacity) = 0;

@@ -85,13 +85,14 @@ class HoleView {
 
   bool isHole(std::size_t face) const { return !mIsHole.empty() && mIsHole[face]; }
 
-  /// The groups of `face`; asked for each face once, in ascending order.
+  /// The group of `face`, the first where a list that nothing has checked has several; none or one. Asked for each face
+  /// once, in ascending order.
   std::span<const HoleTable::Group> groupsOf(std::size_t face) {
     std::size_t count = 0;
     while (count < mNext.size() && mNext[count].outer == face) ++count;
     const std::span<const HoleTable::Group> groups = mNext.first(count);
     mNext = mNext.subspan(count);
-    return groups;
+    return groups.first(std::min<std::size_t>(groups.size(), 1));
   }
 
  private:

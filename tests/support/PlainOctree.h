@@ -115,10 +115,11 @@ class PlainOctree {
     for (int a = 0; a < 3; ++a)
       contained =
           contained && arrayOf(box.max)[a] <= mCenter[a] + mHalfSize && mCenter[a] - mHalfSize <= arrayOf(box.min)[a];
-    if (contained) return;
+    if (contained || !hasPlace(box)) return;
     const std::vector<Record> records = sorted();
     Box all = box;
-    for (const Record& r : records) all.extend(r.box);
+    for (const Record& r : records)
+      if (hasPlace(r.box)) all.extend(r.box);
     double half = 0;
     for (int a = 0; a < 3; ++a) {
       mCenter[a] = (arrayOf(all.min)[a] + arrayOf(all.max)[a]) / 2;
@@ -127,6 +128,14 @@ class PlainOctree {
     while (half > mHalfSize) mHalfSize *= 2;
     mRecords.clear();
     for (const Record& r : records) insert(r.box, r.item);
+  }
+
+  /// Boxes beyond 1e300 do not move the root.
+  static bool hasPlace(const Box& box) {
+    bool isNear = true;
+    for (int a = 0; a < 3; ++a)
+      isNear = isNear && std::fabs(arrayOf(box.min)[a]) <= 1e300 && std::fabs(arrayOf(box.max)[a]) <= 1e300;
+    return isNear || box.min.x > box.max.x;
   }
 
   Cells queryBox(const Box& box) const {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cassert>
+#include <cmath>
 #include <cstdint>
 #include <iterator>
 #include <memory>
@@ -69,6 +70,7 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
 
   /// Makes the root hold `box` besides all that is stored. If it does not yet, the tree is rebuilt around the middle of
   /// the union of all boxes, with a root whose size is doubled as often as needed and never shrinks. Linear, then.
+  /// Boxes that reach beyond 1e300 are stored where they may be missed, and do not move the root.
   void ensureContains(const Box& box);
 
   /// Stores an item. ensureContains() comes first: a box beyond the root is stored in the cell that its position
@@ -76,7 +78,7 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   void insert(const Box& box, T item) {
     const std::uint32_t cell = locate(box, mAdder);
     this->find(cell)->mRecords.push_back({box, std::move(item)});
-    mUnion.extend(box);
+    if (hasPlace(box)) mUnion.extend(box);
   }
 
   /// Removes the first record of this very box and item; the others keep their order.
@@ -122,6 +124,16 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
     void visitPath(std::uint32_t, Node& node) override { --node.mSubtreeCount; }
     void visitTarget(std::uint32_t, Node& node) override { --node.mSubtreeCount; }
   };
+
+  /// Whether a root can be made to hold the box together with others like it. One that reaches to infinity, or so far
+  /// that its extent overflows, would leave a root without a place, in which no query finds anything any more.
+  static bool hasPlace(const Box& box) {
+    constexpr double kFarthest = 1e300;
+    const auto isNear = [](const Vec3& v) {
+      return std::fabs(v.x) <= kFarthest && std::fabs(v.y) <= kFarthest && std::fabs(v.z) <= kFarthest;
+    };
+    return (isNear(box.min) && isNear(box.max)) || box.min.x > box.max.x;
+  }
 
   static constexpr int kStays = -1;
   static constexpr std::size_t kCrowded = 16;        // records of a cell from which on an index pays
@@ -196,13 +208,15 @@ void BBoxOctree<T, Real>::ensureContains(const Box& box) {
   if (box.max.x <= high.x && low.x <= box.min.x && box.max.y <= high.y && low.y <= box.min.y && box.max.z <= high.z &&
       low.z <= box.min.z)
     return;
+  if (!hasPlace(box)) return;
 
   if (mUnionIsWide) {
     std::vector<std::uint32_t> cells;
     listUsed(0, 1, cells);
     mUnion = Box{};
     for (const std::uint32_t cell : cells)
-      for (const Record& record : records(cell)) mUnion.extend(record.box);
+      for (const Record& record : records(cell))
+        if (hasPlace(record.box)) mUnion.extend(record.box);
     mUnionIsWide = false;
   }
   Box all = mUnion;
@@ -270,6 +284,8 @@ template <class T, class Real>
 void BBoxOctree<T, Real>::extractAll(std::vector<Record>& out) {
   std::vector<std::uint32_t> cells;
   listUsed(0, 1, cells);
+  // All that may fail comes before the first record is moved.
+  out.reserve(out.size() + static_cast<std::size_t>(subtreeCount(0)));
   for (const std::uint32_t cell : cells) {
     Node& node = *this->find(cell);
     std::ranges::move(node.mRecords, std::back_inserter(out));

@@ -12,8 +12,9 @@
 
 // How far the boxes have to be widened so that no triangle that the plain loop accepts is passed over.
 //
-// Let u = 2^-53, |.| the largest absolute component, A and T the matrix's linear part and translation, a a bound of A's
-// row sums of absolute values, L the largest coordinate of the mesh, D = |direction|.
+// Operations round to nearest; floats too small for their format (1e-38), which a host may have flushed to zero, vanish
+// in the margins of 2^-24. Let u = 2^-53, |.| the largest absolute component, A and T the matrix's linear part and
+// translation, a a bound of A's row sums of absolute values, L the largest coordinate of the mesh, D = |direction|.
 //
 // In the world. A corner P computed from x = A v + T is off by at most rho = 5u (a L + |T|) in each coordinate. With
 // the computed edges e1, e2 (at most E) and s = origin - P0 (at most S), every triple product of the test has a
@@ -88,7 +89,7 @@ struct ParameterMap {
   double growth, slack, shift, scale;
 
   /// A bound above every parameter of the unit ray at which a hit up to `best` can lie.
-  float limit(double best) const {
+  __attribute__((always_inline)) float limit(double best) const {
     const double reach = best * growth + slack;
     const double value = (reach - shift) * scale;
     const double magnitude = (reach < 0 ? -reach : reach) + (shift < 0 ? -shift : shift);

@@ -24,6 +24,10 @@ constexpr std::uint32_t kBlockSize = TriangleHierarchy::kWidth;
 
 /// Below this many triangles the plain loop is as fast.
 constexpr std::size_t kFewTriangles = 9;
+/// So many fit into the arena whatever its shape: a block takes at most 13 units for one triangle, and there are fewer
+/// nodes, of 8 units, than blocks.
+constexpr std::size_t kMostTriangles = TriangleHierarchy::kLeaf / 32;
+
 /// Coordinates beyond this are left to the plain loop, which knows what an overflow gives.
 constexpr double kLargestCoordinate = 1e100;
 
@@ -320,7 +324,7 @@ float roundedUp(double x) {
 TriangleHierarchy::TriangleHierarchy(std::span<const double> vertexCoordinates,
                                      std::span<const std::uint32_t> indices) {
   const std::size_t triangleCount = indices.size() / 3;
-  if (triangleCount < kFewTriangles || triangleCount >= kLeaf / 2) return;
+  if (triangleCount < kFewTriangles || triangleCount > kMostTriangles) return;
   const auto corner = [&](std::size_t triangle, std::size_t k) {
     const double* p = vertexCoordinates.data() + 3 * std::size_t{indices[3 * triangle + k]};
     return Vec3{p[0], p[1], p[2]};

@@ -72,16 +72,21 @@ class TriangleHierarchy {
 
   /// What a descent needs. Valid as long as the hierarchy.
   struct View {
+    // Inlined without fail: these are called by code for newer processors, of which no copy may be kept for others.
     const Unit* arena;
     const Normals* normals;  ///< by a node's number
     Reference root;
     bool isLarge;  ///< beyond what stays in a near cache: fetching ahead pays
 
-    const Node& node(Reference reference) const { return *reinterpret_cast<const Node*>(arena + reference); }
-    const Block& block(Reference reference) const {
+    __attribute__((always_inline)) const Node& node(Reference reference) const {
+      return *reinterpret_cast<const Node*>(arena + reference);
+    }
+    __attribute__((always_inline)) const Block& block(Reference reference) const {
       return *reinterpret_cast<const Block*>(arena + (reference & ~kLeaf));
     }
-    static const Exact* exact(const Block& block) { return reinterpret_cast<const Exact*>(&block + 1); }
+    __attribute__((always_inline)) static const Exact* exact(const Block& block) {
+      return reinterpret_cast<const Exact*>(&block + 1);
+    }
   };
   View view() const noexcept { return {mArena.data(), mNormals.data(), mRoot, bytes() > kNearCache}; }
   std::size_t bytes() const noexcept { return mArena.size() * sizeof(Unit) + mNormals.size() * sizeof(Normals); }
