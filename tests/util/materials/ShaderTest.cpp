@@ -2,9 +2,6 @@
 
 #include <array>
 #include <barrier>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <stdexcept>
 #include <thread>
@@ -28,30 +25,6 @@ std::shared_ptr<const util::Texture> textureOf(std::u16string uri) {
 
 Shader texturedShader(std::u16string uri) {
   return Shader("surface").declare("texture", ShaderType::texture).set("texture", textureOf(std::move(uri)));
-}
-
-/// A brick texture with a digest of its own.
-class RepaintedTexture final : public util::Texture {
- public:
-  RepaintedTexture() { mMetadata.mDigest[0] = 1; }
-  const std::u16string& uri() const noexcept override { return mUri; }
-  std::span<const std::uint8_t> data() const noexcept override { return {}; }
-  const util::TextureMetadata& metadata() const noexcept override { return mMetadata; }
-
- private:
-  std::u16string mUri = u"brick";
-  util::TextureMetadata mMetadata;
-};
-
-TEST(Shader, changesYieldNewRecordsAndLeaveTheOldOnesAlone) {
-  const Shader bare("surface"), declared = bare.declare("gloss", ShaderType::doubles, 2);
-  const Shader set = declared.set("gloss", std::vector<double>{0.5, 2});
-  const Shader changed = set.set("gloss", std::vector<double>{1, 2});
-  EXPECT_FALSE(bare.declares("gloss"));
-  EXPECT_EQ(declared.find("gloss"), nullptr);
-  EXPECT_EQ(*set.find("gloss"), util::ShaderValue(std::vector<double>{0.5, 2}));
-  EXPECT_EQ(*changed.find("gloss"), util::ShaderValue(std::vector<double>{1, 2}));
-  EXPECT_EQ(set.declare("gloss", ShaderType::doubles, 2), set) << "declaring a key again keeps its value";
 }
 
 TEST(Shader, refusesUnknownKeysAndMismatchesWithTheirTexts) {
@@ -82,11 +55,17 @@ TEST(Shader, contentDecidesEqualityAndHash) {
   }
 
   const Shader none = Shader("s").declare("a", ShaderType::integers, 0).declare("b", ShaderType::string);
-  const Shader repainted = texturedShader(u"brick").set("texture", std::make_shared<const RepaintedTexture>());
-  const std::vector<Shader> different = {
-      Shader("s"),     Shader("t"),  ab,        ab.set("a", std::vector<std::int64_t>{1}),
-      ab.set("b", ""), none,         repainted, texturedShader(u"brick"),
-      number(0.0),     number(-0.0), number(1), texturedShader(u"slate")};
+  const std::vector<Shader> different = {Shader("s"),
+                                         Shader("t"),
+                                         ab,
+                                         ab.set("a", std::vector<std::int64_t>{1}),
+                                         ab.set("b", ""),
+                                         none,
+                                         texturedShader(u"brick"),
+                                         number(0.0),
+                                         number(-0.0),
+                                         number(1),
+                                         texturedShader(u"slate")};
   for (std::size_t i = 0; i < different.size(); ++i)
     for (std::size_t j = 0; j < i; ++j) EXPECT_FALSE(different[i] == different[j]) << i << " and " << j;
 }
@@ -112,30 +91,6 @@ TEST(ShaderHandle, equalContentsShareOneRecordUntilTheLastHandleGoes) {
   lone = std::move(later);
   EXPECT_EQ(watched.use_count(), 1) << "the last handle took its record along";
   EXPECT_EQ(lone, first);
-}
-
-/// Whether this process has the store's shared-memory object open.
-bool hasStore() {
-  std::ifstream maps("/proc/self/maps");
-  for (std::string line; std::getline(maps, line);)
-    if (line.find("bip.gmem.map.") != std::string::npos) return true;
-  return false;
-}
-
-void exitWithStoreStates() {
-  const MaterialPair pair{intern(Shader("EmptyShader")), ShaderHandle()};
-  const bool textureFound = findTexture(pair, "texture") != nullptr;
-  const Shader shader = texturedShader(u"brick");
-  const bool before = hasStore();
-  const ShaderHandle handle = intern(shader);
-  std::exit(!textureFound && !before && hasStore() ? 0 : 1);
-}
-
-TEST(ShaderHandle, storeIsMadeByTheFirstTextureAndNotBefore) {
-  if (!std::filesystem::exists("/dev/shm")) GTEST_SKIP() << "no shared memory on this machine";
-  // Starts this program anew, so that no other test has made the store.
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(exitWithStoreStates(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ShaderHandle, threadsInternCompareAndReleaseTheSameContents) {

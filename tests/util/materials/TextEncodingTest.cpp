@@ -7,15 +7,6 @@
 
 namespace {
 
-TEST(TextEncoding, bytesComeBackAsTheUtf8OfTheirLatin1Characters) {
-  EXPECT_EQ(util::toUtf8(util::widenLatin1("a\xE9")), "a\xC3\xA9");
-  for (int byte = 0; byte < 256; ++byte) {
-    const std::u16string wide = util::widenLatin1(std::string(1, static_cast<char>(byte)));
-    EXPECT_EQ(wide, std::u16string(1, static_cast<char16_t>(byte)));
-    EXPECT_EQ(util::toUtf8(wide).size(), byte < 0x80 ? 1u : 2u) << byte;
-  }
-}
-
 TEST(TextEncoding, utf8ChangesItsLengthAtTheLimitsOfTheEncodingAndReplacesLoneSurrogates) {
   const std::string replacement = "\xEF\xBF\xBD", face = "\xF0\x9F\x98\x80";
   const std::pair<std::u16string, std::string> cases[] = {

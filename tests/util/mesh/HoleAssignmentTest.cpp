@@ -210,46 +210,6 @@ TEST(HoleAssignment, keepsAndDeletesWhatPlainLoopsDoForGroupsOfAllSizes) {
   EXPECT_GT(calm, 50u);
 }
 
-TEST(HoleAssignment, sanitizingDeletesWhatPlainLoopsDo) {
-  for (unsigned seed = 0; seed < 100; ++seed) {
-    SCOPED_TRACE(seed);
-    Mesh mesh = randomMesh(seed + 1000);
-    mesh.storage().mHoles.validate(mesh.storage().mFaces.size());
-    PlainMesh plain = plainOf(mesh);
-    EXPECT_EQ(util::sanitizeFaces(mesh), sanitizeFaces(plain));
-    expectSame(mesh, plain);
-  }
-}
-
-TEST(HoleAssignment, largeGroupsBeginAtTheStatedSizes) {
-  // `holes` unit squares in a row, in an outer face of `outerCorners`, in a mesh of `vertices`.
-  const auto largeGroups = [](int holes, int outerCorners, std::uint32_t vertices, bool sameAxis) {
-    Scene scene;
-    std::vector<Vec3> rim{{200, -5, 0}, {200, 20, 0}, {-5, 20, 0}};
-    for (int i = 0; i < outerCorners - 3; ++i) rim.push_back({-5. + i, -5, 0});
-    const std::uint32_t outer = scene.add(rim);
-    Indices list;
-    for (int i = 0; i < holes; ++i) list.push_back(scene.add(box(3 * i, 0, 1, 1)));
-    scene.addGroup(outer, list);
-    // Faces may share vertices as far as this test goes.
-    for (Indices& face : scene.mFaces)
-      for (std::uint32_t& v : face) v %= vertices;
-    scene.mPoints.resize(vertices, Vec3{0, 0, 0});
-    Mesh mesh = scene.mesh();
-    if (!sameAxis) mesh.storage().mFaces.setNormal(1, {1, 0, 0});
-    return expectSameAsPlain(mesh).mLargeGroups;
-  };
-  EXPECT_EQ(largeGroups(20, 4, 300, true), 0u);
-  EXPECT_EQ(largeGroups(21, 4, 300, true), 1u);
-  EXPECT_EQ(largeGroups(21, 4, 300, false), 0u);
-  EXPECT_EQ(largeGroups(21, 4, 100, true), 1u);  // the list has 23 entries
-  EXPECT_EQ(largeGroups(1, 100, 300, true), 0u);
-  EXPECT_EQ(largeGroups(1, 101, 300, true), 1u);
-  EXPECT_EQ(largeGroups(0, 101, 300, true), 0u);
-  EXPECT_EQ(largeGroups(1, 101, 100, true), 0u);  // small meshes never have one
-  EXPECT_EQ(largeGroups(1, 101, 101, true), 1u);
-}
-
 TEST(HoleAssignment, groupsThatShareFacesAndOddEntriesAreTakenInTheOrderOfTheList) {
   Scene scene;  // three nested squares, one apart, one that sticks out of the first and holds another
   for (const auto& square :
@@ -283,20 +243,6 @@ TEST(HoleAssignment, agreesOnCornersWithoutAPlace) {
     if (seed % 4 == 0) util::recomputeFaceNormals(mesh);
     expectSameAsPlain(mesh);
   }
-}
-
-TEST(HoleAssignment, thousandsOfHolesAcrossEachOtherEndSoon) {
-  // Many long slits, first clear of each other and then a second time across them; many copies of one hole.
-  Scene scene;
-  const std::uint32_t outer = scene.add(box(0, 0, 10000, 10000));
-  Indices slits;
-  for (int i = 0; i < 3000; ++i) slits.push_back(scene.add(box(1, 2 + 3 * i, 9000, 1)));
-  for (int i = 0; i < 3000; ++i) slits.push_back(scene.add(box(2 + 3 * i, 1, 1, 9500)));
-  for (int i = 0; i < 3000; ++i) slits.push_back(scene.add(box(9200, 50, 100, 100)));
-  scene.addGroup(outer, slits);
-  Mesh mesh = scene.mesh();
-  EXPECT_EQ(assignHoles(mesh).mClearedHoles, 5999u);
-  EXPECT_EQ(mesh.storage().mFaces.size(), 3002u);
 }
 
 TEST(HoleAssignment, agreesWithWhatIsKnownOfCollectedPolygons) {
