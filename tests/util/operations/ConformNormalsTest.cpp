@@ -195,40 +195,4 @@ TEST(ConformNormals, singleFlatFaceLooksUpAndAHoleLargerThanItsFaceDoesNotCount)
     }
 }
 
-TEST(ConformNormals, hostileFacesEndDefined) {
-  // Corners that repeat, faces without any, hole groups beyond the faces; lines with normals.
-  Mesh mesh = meshOf(std::vector<Vec3>(8, {1, 2, 3}),
-                     {{0, 0, 0}, {0, 0, 1}, {1, 0}, {2}, {2, 2, 2, 3}, {0, 1, 0, 1, 0, 1}, {4, 5, 6}},
-                     {6, 99, 3, kEnd, 77, 1, kEnd, 5});
-  mesh.storage().mFaces.clear(6);
-  const Faces before = facesOf(mesh);
-  util::conformNormals(mesh, kIdentity.data());
-  const Faces after = facesOf(mesh);
-  for (std::size_t f = 0; f < before.size(); ++f) EXPECT_TRUE(after[f] == before[f] || after[f] == flipped(before[f]));
-
-  PlainMesh lines;
-  lines.mVertices.resize(2);
-  lines.mLines = {PlainFace{{0, 1}, {0, 0}}};
-  Mesh lined = buildMesh(lines);
-  util::conformNormals(lined, kIdentity.data());
-  lines.mLines[0].mNormalIndices.clear();
-  expectSame(lined, lines);
-}
-
-TEST(ConformNormals, fansOfManyFacesAreQuick) {
-  constexpr std::uint32_t kFaces = 20'000;
-  std::vector<Vec3> points = {{0, 0, 0}};
-  Faces faces(1);
-  for (std::uint32_t f = 0; f < kFaces; ++f) {
-    points.push_back({std::cos(f * 0.0003), 0, std::sin(f * 0.0003)});
-    faces[0].push_back(f + 1);
-    faces.push_back(f % 2 ? Indices{0, f + 1, (f + 1) % kFaces + 1} : Indices{0, (f + 1) % kFaces + 1, f + 1});
-  }
-  Mesh mesh = meshOf(points, faces);
-  util::conformNormals(mesh, kIdentity.data());
-  std::set<Edge> directed;  // no two faces use one
-  for (const Indices& face : facesOf(mesh))
-    for (const Edge& edge : edgesOf(face)) EXPECT_TRUE(directed.insert(edge).second);
-}
-
 }  // namespace

@@ -196,37 +196,4 @@ TEST(MergeVertices, reportsAVertexThatDoesNotFindItselfFrom1000On) {
   }
 }
 
-TEST(MergeVertices, survivesHugeTolerancesAndCrowds) {
-  std::vector<Vec3> points(20000);
-  std::mt19937 random(1);
-  for (Vec3& p : points) p = 1e-3 * Vec3{1.0 * pick(random, 0, 9), 1.0 * pick(random, 0, 9), 1.0 * pick(random, 0, 9)};
-  Faces faces;
-  for (std::uint32_t v = 0; v + 2 < points.size(); v += 3) faces.push_back({v, v + 1, v + 2});
-  for (const double tolerance : {0.0, 1e-3, 1.5e-3, 0.01, 1.0, 1e200, kInfinity, kNaN}) {
-    SCOPED_TRACE(tolerance);
-    Mesh mesh = meshOf(points, faces);
-    if (std::isnan(tolerance)) {
-      EXPECT_THROW(util::mergeVertices(mesh, tolerance), util::RuntimeErrorST);
-      continue;
-    }
-    util::mergeVertices(mesh, tolerance);
-    expectConsistent(mesh);
-    EXPECT_LE(mesh.storage().mVertices.size(), 1000u);
-  }
-}
-
-TEST(MergeVertices, pinchGuardIsLinearInALongDoubledOutline) {
-  // 50,000 pairs of consecutive equal corners: every pair is a group of its own in one face.
-  std::vector<Vec3> points;
-  for (std::uint32_t i = 0; i < 100000; ++i) {
-    const double angle = 6.283185307179586 * (i / 2) / 50000;
-    points.push_back({100 * std::cos(angle), 100 * std::sin(angle), 0});
-  }
-  Indices face(points.size());
-  std::iota(face.begin(), face.end(), 0u);
-  Mesh mesh = meshOf(points, {face});
-  EXPECT_EQ(util::mergeVertices(mesh, 0.0), 50000u);
-  EXPECT_EQ(facesOf(mesh)[0].size(), 50000u);
-}
-
 }  // namespace

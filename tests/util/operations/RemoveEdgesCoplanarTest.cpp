@@ -236,17 +236,6 @@ TEST(RemoveEdgesCoplanar, aFrameThatIsPinchedOnlyOnTheWayBecomesAFaceWithAHole) 
   EXPECT_EQ(holesOf(mesh), Indices({0, 1, kEnd}));
 }
 
-TEST(RemoveEdgesCoplanar, holesThatTouchLeaveARestThatIsStillSound) {
-  // A 5 x 5 grid of squares without (1, 1) and (2, 2): the two openings share a corner.
-  const Surface grid = gridOf(5, 5, [](unsigned x, unsigned y) { return x == y && (x == 1 || x == 2); });
-  Mesh mesh = meshOf(grid.mPoints, grid.mFaces);
-  EXPECT_GT(removeEdgesCoplanar(mesh, 0.0, false), 15u);
-  expectConsistent(mesh);
-  EXPECT_DOUBLE_EQ(areaAndVolume(mesh).first, 23.0);
-  for (const Indices& face : facesOf(mesh)) EXPECT_EQ(std::set(face.begin(), face.end()).size(), face.size());
-  EXPECT_EQ(util::assignHoles(mesh).mClearedHoles, 0u);
-}
-
 TEST(RemoveEdgesCoplanar, isHeldAgainstTheSeedSoThatNothingDrifts) {
   // A strip bent by 4 degrees at every fold, the first square a little larger: with 10 degrees patches of the seed's
   // two neighbours on its one side, not the whole strip.
@@ -361,18 +350,6 @@ TEST(RemoveEdgesCoplanar, geometryAloneKeepsTheSeedsMaterialAndTheOwnersCornerDa
   EXPECT_EQ(arrayOf(result->mTexturesStartFaces, 2), Indices({0, 1}));
   EXPECT_EQ(arrayOf(result->mIndices, 6), Indices({0, 2, 4, 5, 3, 1}));
   EXPECT_EQ(arrayOf(result->mTCIndices, 6), Indices({0, 4, 5, 6, 2, 3}));
-}
-
-TEST(RemoveEdgesCoplanar, aCombedGridWithManyHolesIsMergedIntoOneFace) {
-  // 200 x 200 squares without every other one of every other row: ten thousand holes, one outer loop.
-  constexpr std::uint32_t kSide = 201;
-  const Surface grid = gridOf(kSide, kSide, [](unsigned x, unsigned y) { return x % 2 == 1 && y % 2 == 1; });
-  Mesh mesh = meshOf(grid.mPoints, grid.mFaces);
-  removeEdgesCoplanar(mesh, 0.0, false);
-  expectConsistent(mesh);
-  EXPECT_EQ(mesh.storage().mFaces.size(), 1u + 100 * 100);
-  EXPECT_EQ(mesh.storage().mFaces.cornerCount(0), 4 * kSide);
-  EXPECT_EQ(util::assignHoles(mesh).mClearedHoles, 0u);
 }
 
 }  // namespace

@@ -95,27 +95,4 @@ TEST(RemoveEdgesZero, equalsItsSlowTwinOnRandomMeshes) {
   EXPECT_GT(removals, 1000u);
 }
 
-TEST(RemoveEdgesZero, quadWithOneShortEdgeBecomesTriangleWithItsOwnNormal) {
-  //  3 ------- 2
-  //  |       /       corners 0 and 1 lie 0.01 apart, 1 off the plane of the others
-  //  0-1----'
-  for (const double sign : {-1.0, 1.0}) {
-    Mesh mesh = meshOf({{0, 0, 0}, {0.01, 0, 0.005}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3}});
-    EXPECT_EQ(removeEdgesZero(mesh, sign * 0.1), 1u);
-    EXPECT_EQ(facesOf(mesh), Faces({{0, 1, 2}}));
-    EXPECT_EQ(mesh.storage().mFaces.normal(0), (Vec3{0, 0, 1}));
-    EXPECT_EQ(mesh.storage().mVertices.size(), 3u);
-  }
-}
-
-TEST(RemoveEdgesZero, pointsStay) {
-  PlainMesh twin;
-  twin.mVertices = {{0, 0, 0}, {0.1, 0, 0}, {9, 0, 0}};
-  twin.mLines = {PlainFace{{0, 1}}};
-  twin.mPoints = {PlainFace{{0}}};
-  Mesh mesh = buildMesh(twin);
-  EXPECT_EQ(removeEdgesZero(mesh, 1.0), 0u);
-  expectSame(mesh, twin);
-}
-
 }  // namespace

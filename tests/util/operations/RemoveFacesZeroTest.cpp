@@ -37,14 +37,4 @@ TEST(RemoveFacesZero, equalsItsSlowTwinOnRandomMeshes) {
   EXPECT_GT(removals, 300u);
 }
 
-TEST(RemoveFacesZero, thresholdZeroLeavesEvenFacesWithoutCornersAndUnusedVertices) {
-  Mesh mesh = meshOf({{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {9, 9, 9}}, {{0, 1, 2}, {0, 1, 2}});
-  mesh.storage().mFaces.clear(1);
-  const std::string before = describe(plainOf(mesh));
-  for (const double threshold : {0.0, -1.0}) EXPECT_EQ(util::removeFacesZero(mesh, threshold), 0u);
-  EXPECT_EQ(describe(plainOf(mesh)), before);
-  EXPECT_EQ(util::removeFacesZero(mesh, 1e-300), 2u);
-  EXPECT_TRUE(mesh.storage().mVertices.empty());
-}
-
 }  // namespace
