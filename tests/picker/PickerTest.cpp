@@ -143,35 +143,6 @@ TEST_F(PickerTest, aBufferTooSmallIsLeftAloneAndTheCountNegated) {
   EXPECT_THAT(ids, ElementsAre(7, 8, 9, 1));
 }
 
-TEST_F(PickerTest, rayOutputsAreUntouchedForAnUnknownIdAndFarForAMiss) {
-  const std::size_t handle = picker->createHandle();
-  EXPECT_EQ(rayPicked(*picker, handle, 5, {0, 0, 9}, {0, 0, -1}), support::RayAnswer{});
-  picker->addEntry(handle, 5, {&meshes.cube()}, shifted(0, 0, 0).data());
-  const support::RayAnswer miss{false, FLT_MAX, {0, 0, 0}}, hit{true, 4, {0, 0, 1}};
-  EXPECT_EQ(rayPicked(*picker, handle, 5, {0, 0, 9}, {0, 0, 0}), miss);
-  EXPECT_EQ(rayPicked(*picker, handle, 5, {0, NAN, 9}, {0, 0, -1}), miss);
-  EXPECT_EQ(rayPicked(*picker, handle, 5, {0.25f, 0, 9}, {0, 0, -2}), hit);
-  float distance = 0;
-  const float origin[] = {0.25f, 0, 9}, direction[] = {0, 0, -2};
-  EXPECT_TRUE(picker->pickRay(handle, 5, origin, direction, &distance, nullptr));
-  EXPECT_EQ(distance, 4);
-  EXPECT_EQ(rayPicked(*picker, handle, 4, {0, 0, 9}, {0, 0, -1}), support::RayAnswer{});
-}
-
-TEST_F(PickerTest, commandsWaitUntilAQueryOrAreDiscarded) {
-  const std::size_t handle = picker->createHandle();
-  picker->relocate(handle, 1, 0, 0);
-  picker->addEntry(handle, 1, {&meshes.cube()}, shifted(0, 0, 0).data());
-  EXPECT_EQ(picker->getPendingCommandCount(), 2u);
-  EXPECT_THAT(all(handle), ElementsAre(1));
-  EXPECT_EQ(picker->getPendingCommandCount(), 0u);
-  picker->dispose(handle);
-  EXPECT_EQ(picker->getPendingCommandCount(), 1u);
-  picker->discardPendingCommands();
-  EXPECT_EQ(picker->getPendingCommandCount(), 0u);
-  EXPECT_THAT(all(handle), ElementsAre(1));
-}
-
 TEST_F(PickerTest, aHandleDisposedOfInTheBatchFindsNothingAndTakesNothing) {
   const std::size_t handle = picker->createHandle(), other = picker->createHandle();
   picker->addEntry(handle, 1, {&meshes.cube()}, shifted(0, 0, 0).data());
@@ -182,19 +153,6 @@ TEST_F(PickerTest, aHandleDisposedOfInTheBatchFindsNothingAndTakesNothing) {
   picker->addEntry(other, 3, {&meshes.cube()}, shifted(0, 0, 0).data());
   EXPECT_THAT(all(handle), ElementsAre());
   EXPECT_THAT(all(other), ElementsAre(3));
-}
-
-TEST_F(PickerTest, noHandleAndThatOfAnotherPickerDoNothing) {
-  const std::unique_ptr<Picker> other(Picker::createPicker());
-  const std::size_t mine = picker->createHandle();
-  picker->addEntry(mine, 1, {&meshes.cube()}, shifted(0, 0, 0).data());
-  for (const std::size_t handle : {std::size_t{0}, other->createHandle()}) {
-    picker->addEntry(handle, 2, {&meshes.cube()}, shifted(0, 0, 0).data());
-    picker->relocate(handle, 100, 0, 0);
-    picker->dispose(handle);
-    EXPECT_THAT(all(handle), ElementsAre());
-  }
-  EXPECT_THAT(all(mine), ElementsAre(1));
 }
 
 TEST_F(PickerTest, whatCannotBeTriangulatedOrIsNullQueuesNothing) {
@@ -209,32 +167,6 @@ TEST_F(PickerTest, whatCannotBeTriangulatedOrIsNullQueuesNothing) {
   EXPECT_THROW(picker->addEntry(handle, 1, {}, nullptr), std::invalid_argument);
   EXPECT_EQ(picker->getPendingCommandCount(), 0u);
   EXPECT_THAT(all(handle), ElementsAre());
-}
-
-TEST_F(PickerTest, survivesPlacesAndViewsThatAreNone) {
-  std::mt19937 random(5);
-  const std::size_t handle = picker->createHandle();
-  for (std::uint32_t id = 0; id < 600; ++id) {
-    Matrix matrix = support::randomPlace(random, 9);
-    if (id % 2 == 0) matrix[random() % 16] = std::array{kNaN, kInfinity, -1.7e308, 0.0}[random() % 4];
-    picker->addEntry(handle, id, meshes.some(random), matrix.data());
-  }
-  for (int q = 0; q < 100; ++q) {
-    View view = support::randomView(random, 9);
-    view.mMatrix[random() % 16] = std::array{NAN, INFINITY, 3e38f, 0.0f}[random() % 4];
-    if (q % 2 == 0) view.mCorners[random() % 24] = std::array{NAN, INFINITY, -3e38f, 0.0f}[random() % 4];
-    for (const bool wholeInside : {false, true}) EXPECT_LE(picked(*picker, handle, view, wholeInside).size(), 600u);
-    picker->relocate(handle, q == 50 ? NAN : 3e38f, 0, 1);
-  }
-}
-
-TEST_F(PickerTest, canBeDeletedWithHandlesAliveAndCommandsPending) {
-  const std::size_t handle = picker->createHandle();
-  picker->addEntry(handle, 1, {&meshes.cube()}, shifted(0, 0, 0).data());
-  picker->applyPendingCommands();
-  picker->addEntry(handle, 2, {&meshes.cube()}, shifted(0, 0, 0).data());
-  picker->dispose(picker->createHandle());
-  picker.reset();  // nothing leaks: the address sanitizer's leak check sees to that
 }
 
 TEST(ViewVolume, cornersProjectOntoTheCubeCounterClockwiseFromOutside) {

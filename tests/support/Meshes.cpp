@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include <facetbox/util/mesh/Maintenance.h>
+#include <facetbox/util/triangles/TriangleMeshFactory.h>
 #include <tests/support/RecordCheck.h>
 
 namespace support {
@@ -58,6 +59,16 @@ Mesh meshOf(const std::vector<Vec3>& points, const Faces& faces, const Indices& 
   Mesh mesh("", points, records);
   util::recomputeFaceNormals(mesh);
   mesh.storage().mHoles.append(holes.data(), holes.size());
+  return mesh;
+}
+
+std::unique_ptr<util::TriangleMesh> triangleMeshOf(std::vector<double> coordinates,
+                                                   std::vector<std::uint32_t> indices) {
+  util::TriangleMeshArrays arrays;
+  arrays.vertexCoordinates = std::move(coordinates);
+  arrays.indices = std::move(indices);
+  std::unique_ptr<util::TriangleMesh> mesh(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
+  mesh->buildHierarchy();
   return mesh;
 }
 

@@ -19,6 +19,7 @@
 
 #include <facetbox/cleanup/Cleanup.h>
 #include <facetbox/util/Mesh.h>
+#include <facetbox/util/Triangulator.h>
 #include <facetbox/util/math/Vec3.h>
 #include <facetbox/util/mesh/MeshStorage.h>
 
@@ -36,6 +37,8 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 /// A mesh of faces with their computed normals; `holes` is the flat list of hole groups.
 Mesh meshOf(const std::vector<Vec3>& points, const Faces& faces, const Indices& holes = {});
+/// Triangles with their hierarchy; three coordinates per vertex, three indices per triangle.
+std::unique_ptr<util::TriangleMesh> triangleMeshOf(std::vector<double> coordinates, std::vector<std::uint32_t> indices);
 Faces facesOf(const Mesh& mesh);
 Indices holesOf(const Mesh& mesh);
 

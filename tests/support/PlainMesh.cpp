@@ -97,7 +97,6 @@ PlainMesh plainOf(const Mesh& mesh) {
   };
   copy(m.mFaces, plain.mFaces);
   copy(m.mLines, plain.mLines);
-  copy(m.mPoints, plain.mPoints);
   plain.mDefaultMaterial = m.mDefaultMaterial;
   plain.mRunMaterials = m.mRunMaterials;
   plain.mRunStarts.assign(m.mRunStarts.begin(), m.mRunStarts.end());
@@ -122,9 +121,8 @@ Mesh buildMesh(const PlainMesh& plain) {
     for (const PlainFace& face : faces) polygons.push_back(polygonOf(face));
     return polygons;
   };
-  Mesh mesh = plain.mLines.empty() && plain.mPoints.empty()
-                  ? Mesh("", plain.mVertices, records(plain.mFaces))
-                  : Mesh("", plain.mVertices, records(plain.mLines), records(plain.mPoints));
+  Mesh mesh = plain.mLines.empty() ? Mesh("", plain.mVertices, records(plain.mFaces))
+                                   : Mesh("", plain.mVertices, records(plain.mLines), {});
   util::MeshStorage& m = mesh.storage();
   m.mNormals.resize(100, {0, 0, 1});
   m.mDefaultMaterial = plain.mDefaultMaterial;
@@ -145,7 +143,7 @@ Mesh buildMesh(const PlainMesh& plain) {
 std::string describe(const PlainMesh& mesh) {
   std::string text;
   for (const Vec3& v : mesh.mVertices) text += "vertex" + textOf(v) + '\n';
-  for (const auto* list : {&mesh.mFaces, &mesh.mLines, &mesh.mPoints}) {
+  for (const auto* list : {&mesh.mFaces, &mesh.mLines}) {
     for (const PlainFace& face : *list) text += describe(face) + '\n';
     text += "end of list\n";
   }
@@ -232,7 +230,7 @@ void compactPrimitives(PlainMesh& mesh) {
 }
 
 void removeUnusedVertices(PlainMesh& mesh) {
-  const std::array lists{&mesh.mFaces, &mesh.mLines, &mesh.mPoints};
+  const std::array lists{&mesh.mFaces, &mesh.mLines};
   for (std::size_t v = mesh.mVertices.size(); v-- > 0;) {
     bool used = false;
     for (auto* list : lists)

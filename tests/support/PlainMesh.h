@@ -27,7 +27,7 @@ std::string describe(const PlainFace& face);
 
 struct PlainMesh {
   std::vector<Vec3> mVertices;
-  std::vector<PlainFace> mFaces, mLines, mPoints;
+  std::vector<PlainFace> mFaces, mLines;
   util::MaterialPair mDefaultMaterial;
   std::vector<util::MaterialPair> mRunMaterials;
   Indices mRunStarts;
@@ -37,7 +37,7 @@ struct PlainMesh {
   std::vector<std::set<std::uint32_t>> mTagSets;
 
   /// The list that is in use.
-  std::vector<PlainFace>& primitives() { return !mPoints.empty() ? mPoints : !mLines.empty() ? mLines : mFaces; }
+  std::vector<PlainFace>& primitives() { return !mLines.empty() ? mLines : mFaces; }
   /// Turns the faces into lines.
   void makeLines();
 };

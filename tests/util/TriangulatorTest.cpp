@@ -157,25 +157,6 @@ TEST(Triangulator, coversWhatContoursEncloseAnOddNumberOfTimes) {
   EXPECT_GT(combined, 1000u);
 }
 
-/// The stored normals are wrong for turned or mirrored coordinates; triangles must still follow the corners.
-TEST(Triangulator, triangulatesTransformedCoordinatesAroundTheirOwnNormals) {
-  std::vector<Vec3> points;
-  for (int i = 0; i < 8; ++i) points.push_back({1.0 * (i & 1), 1.0 * (i >> 1 & 1), 1.0 * (i >> 2)});
-  const Mesh cube =
-      meshOf(points, {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}});
-  std::vector<double> turned;
-  for (const Vec3& p : points) turned.insert(turned.end(), {p.y, p.z, p.x});
-  for (int mirrored = 0; mirrored < 2; ++mirrored) {
-    const std::unique_ptr<TriangleMesh> result(Triangulator().triangulate(cube, turned, 0));
-    ASSERT_EQ(result->indices().size(), 36u);
-    for (std::size_t t = 0; t < 12; ++t) {
-      const Vec3 outward = pointOf(turned, result->indices()[3 * t]) - Vec3{0.5, 0.5, 0.5};
-      EXPECT_EQ(dot(areaVector(*result, t), outward) > 0, mirrored == 0);
-    }
-    for (std::size_t v = 0; v < 8; ++v) turned[3 * v] = 1 - turned[3 * v];
-  }
-}
-
 TEST(Triangulator, agreesWithWhatIsKnownOfCollectedPolygons) {
   std::ifstream file(std::filesystem::path(FACETBOX_SHARED_DATA) / "polygons_triangulation.json");
   if (!file) GTEST_SKIP() << "no collected polygons beside the checkout";
@@ -253,17 +234,6 @@ TEST(Triangulator, rejectsHoleGroupsThatCannotBeFollowed) {
   EXPECT_THROW(Triangulator().triangulate(meshOf(points, faces), {1, 2, 3}, 0), std::invalid_argument);
 }
 
-TEST(Triangulator, leavesOutFacesThatTouchANaNWithOneErrorEach) {
-  const Mesh mesh = meshOf({{0, 0, 0}, {9, 0, 0}, {0, 9, 0}, {1, 1, 0}, {2, 1, 0}, {1, 2, kNaN}, {9, 9, 0}},
-                           {{0, 1, 2}, {3, 4, 5}, {1, 6, 2}, {3, 4, 5, 5}}, {0, 1, kEnd});
-  testing::internal::CaptureStderr();
-  const auto result = trianglesOf(mesh);
-  const std::string printed = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(std::ranges::count(printed, '\n'), 2) << printed;
-  EXPECT_EQ(printed.find("Tessellation Error: "), 0u);
-  EXPECT_THAT(result->indices(), testing::ElementsAre(1, 6, 2));
-}
-
 TEST(Triangulator, survivesAnyCoordinates) {
   const double values[] = {0, 1, -1, 1e-320, 1e-170, 1e38, 1e77, -1e150, 1e151, 1e300, -1e308, kInf, -kInf, kNaN};
   testing::internal::CaptureStderr();
@@ -281,19 +251,6 @@ TEST(Triangulator, survivesAnyCoordinates) {
     for (const std::uint32_t v : result->indices()) EXPECT_LT(3 * v, result->vertexCoordinates().size());
   }
   EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("Tessellation Error: "));
-}
-
-TEST(Triangulator, addsPolygonEdgesOrLinesWhenAsked) {
-  const Mesh faces = meshOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3}, {2, 1, 0}});
-  EXPECT_THAT(trianglesOf(faces, 1)->edgePairs(), testing::ElementsAre(0, 1, 0, 2, 0, 3, 1, 2, 2, 3));
-  EXPECT_TRUE(trianglesOf(faces, 0)->edgePairs().empty());
-
-  std::vector<util::Polygon> lines(2);
-  lines[0].mVertexIndices = {2, 0};
-  lines[1].mVertexIndices = {1, 2};
-  const Mesh wires("", std::vector<Vec3>(3, Vec3{0, 0, 0}), lines, {});
-  EXPECT_THAT(trianglesOf(wires, 2)->indices(), testing::ElementsAre(2, 0, 0, 1, 2, 2));
-  EXPECT_TRUE(trianglesOf(wires, 1)->indices().empty());
 }
 
 }  // namespace

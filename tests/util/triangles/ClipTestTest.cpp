@@ -10,22 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <facetbox/util/triangles/TriangleHierarchy.h>
-#include <facetbox/util/triangles/TriangleMeshFactory.h>
 #include <tests/support/Scenes.h>
 
 namespace {
 
 using support::Matrix;
 using util::TriangleMesh;
-
-std::unique_ptr<TriangleMesh> makeMesh(std::vector<double> coordinates, std::vector<std::uint32_t> indices) {
-  util::TriangleMeshArrays arrays;
-  arrays.vertexCoordinates = std::move(coordinates);
-  arrays.indices = std::move(indices);
-  std::unique_ptr<TriangleMesh> mesh(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
-  mesh->buildHierarchy();
-  return mesh;
-}
 
 /// Many small triangles around a grid's points, so that whole subtrees lie on either side; here and there a vertex that
 /// no triangle uses, a number that is none, or one that no w allows to project.
@@ -43,7 +33,7 @@ std::unique_ptr<TriangleMesh> randomMesh(std::mt19937& random) {
   }
   if (support::oneIn(random, 4)) coordinates.insert(coordinates.end(), {0, support::pick(random, -30, 30) / 2.0, 0});
   if (support::oneIn(random, 20)) coordinates[random() % coordinates.size()] = support::kNaN;
-  return makeMesh(coordinates, indices);
+  return support::triangleMeshOf(coordinates, indices);
 }
 
 TEST(ClipTest, hierarchyGivesTheAnswersOfThePlainLoops) {

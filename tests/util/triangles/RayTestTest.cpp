@@ -13,25 +13,17 @@
 #include <gtest/gtest.h>
 
 #include <facetbox/util/triangles/TriangleHierarchy.h>
-#include <facetbox/util/triangles/TriangleMeshFactory.h>
+#include <tests/support/Meshes.h>
 
 namespace {
 
+using support::triangleMeshOf;
 using util::Instructions;
 using util::RayPlacement;
 using util::TriangleMesh;
 using Triple = std::array<double, 3>;
 using Matrix = std::array<double, 16>;
 constexpr Matrix kIdentity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-
-std::unique_ptr<TriangleMesh> makeMesh(std::vector<double> coordinates, std::vector<std::uint32_t> indices) {
-  util::TriangleMeshArrays arrays;
-  arrays.vertexCoordinates = std::move(coordinates);
-  arrays.indices = std::move(indices);
-  std::unique_ptr<TriangleMesh> mesh(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
-  mesh->buildHierarchy();
-  return mesh;
-}
 
 struct Answer {
   bool hit;
@@ -95,7 +87,7 @@ class Generator {
       const double offset = mSize * magnitude(0, 6);
       for (double& x : mCoordinates) x += offset;
     }
-    return makeMesh(mCoordinates, mIndices);
+    return triangleMeshOf(mCoordinates, mIndices);
   }
 
   Matrix place() {
@@ -227,7 +219,7 @@ TEST(RayTest, hostileNumbersGetThePlainLoopsAnswer) {
       default: {
         std::vector<double> coordinates(mesh->vertexCoordinates().begin(), mesh->vertexCoordinates().end());
         coordinates[static_cast<std::size_t>(make.number(0, static_cast<int>(coordinates.size()) - 1))] = value;
-        mesh = makeMesh(coordinates, {mesh->indices().begin(), mesh->indices().end()});
+        mesh = triangleMeshOf(coordinates, {mesh->indices().begin(), mesh->indices().end()});
       }
     }
     const Answer plain = askPlain(*mesh, m, origin, direction);
@@ -242,7 +234,7 @@ TEST(RayTest, meshesThatCannotBePartedAreSearchedAllTheSame) {
   for (const std::uint32_t count : {0u, 1u, 9u, 1000u}) {
     std::vector<std::uint32_t> indices;
     for (std::uint32_t i = 0; i < count; ++i) indices.insert(indices.end(), {0, 1, 2});
-    const auto mesh = makeMesh({0, 0, 0, 1, 0, 0, 0, 1, 0}, indices);
+    const auto mesh = triangleMeshOf({0, 0, 0, 1, 0, 0, 0, 1, 0}, indices);
     double t = -7;
     const Triple down{0.25, 0.25, 1}, direction{0, 0, -2};
     EXPECT_EQ(intersectRay(*mesh, kIdentity.data(), down.data(), direction.data(), &t, nullptr), count > 0);
@@ -252,7 +244,7 @@ TEST(RayTest, meshesThatCannotBePartedAreSearchedAllTheSame) {
 
 // By hand, as the loop is the measure of everything else here.
 TEST(RayTest, edgesAndTheOriginCountParallelRaysDoNot) {
-  const auto mesh = makeMesh({0, 0, 0, 2, 0, 0, 0, 2, 0}, {0, 1, 2});
+  const auto mesh = triangleMeshOf({0, 0, 0, 2, 0, 0, 0, 2, 0}, {0, 1, 2});
   const auto hit = [&](Triple origin, Triple direction) {
     Triple normal{};
     double t = -7;

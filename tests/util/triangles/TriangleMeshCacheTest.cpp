@@ -86,26 +86,6 @@ TEST(TriangleMeshCache, sharesOneTriangulationUntilNobodyHoldsIt) {
   EXPECT_EQ(stampOf(third, 4), stamp + 4);
 }
 
-TEST(TriangleMeshCache, knowsMeshesByObjectAndKindNotByContent) {
-  TriangleMeshCache cache(1);
-  Mesh mesh = rowOfQuads(1);
-  const Mesh copy(mesh);
-  const auto first = cache.getTriangleMesh(mesh);
-  EXPECT_EQ(first->edgePairs().size(), 8u);
-  EXPECT_TRUE(TriangleMeshCache(4).getTriangleMesh(mesh)->edgePairs().empty());
-  mesh.storage().mVertices[0].x = -1;
-  EXPECT_EQ(cache.getTriangleMesh(mesh), first);
-  EXPECT_NE(cache.getTriangleMesh(copy), first);
-}
-
-TEST(TriangleMeshCache, cachesNothingWhenTriangulationFails) {
-  TriangleMeshCache cache(4);
-  Mesh mesh = rowOfQuads(2, {0, 7, support::kEnd});
-  for (int round = 0; round < 2; ++round) EXPECT_THROW(cache.getTriangleMesh(mesh), std::runtime_error);
-  mesh.storage().mHoles.clear();
-  EXPECT_EQ(cache.getTriangleMesh(mesh)->indices().size(), 12u);
-}
-
 TEST(TriangleMeshCacheConcurrency, allThreadsGetTheSameTrianglesWhilePruning) {
   for (int round = 0; round < 20; ++round) {
     TriangleMeshCache cache(1);
