@@ -27,15 +27,4 @@ TEST(RuntimeErrorST, callStackStartsAtThePlaceThatMadeTheError) {
   for (std::size_t i = 1; i < lines.size(); ++i) EXPECT_EQ(lines[i], here[i]);
 }
 
-TEST(RuntimeErrorST, isARuntimeErrorWhoseCopiesKeepTextAndCallStack) {
-  const util::RuntimeErrorST original("lost");
-  try {
-    util::RuntimeErrorST assigned("other");
-    throw assigned = original;
-  } catch (const std::runtime_error& caught) {
-    EXPECT_STREQ(caught.what(), "lost");
-    EXPECT_EQ(dynamic_cast<const util::RuntimeErrorST&>(caught).stacktrace(), original.stacktrace());
-  }
-}
-
 }  // namespace
