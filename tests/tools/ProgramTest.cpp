@@ -49,64 +49,6 @@ TEST(Program, infoTellsDefectsAsJson) {
   EXPECT_THAT(table.mOut, HasSubstr("\n  edges used once                               0\n"));
 }
 
-TEST(Program, namesAndRunsSurviveChainedStepsWithoutTextureCoordinates) {
-  const TestFolder folder;
-  const std::string model =
-      folder.write("m.obj",
-                   "mtllib rooms.mtl\no Caf\xE9\nv 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nusemtl T\xC3\xBCr\n"
-                   "f 1 3 2\nf 1 2 4\nusemtl \xE9\nf 2 3 4\nusemtl T\xC3\xBCr\nf 3 1 4\n");
-  const RunResult run =
-      runProgram(cleanCommand(model, folder.path("out.obj"),
-                              "--remove-zero-area 1e-9 --remove-zero-edges 1e-9 --merge-vertices 0 --conform-normals"));
-  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
-  const std::string out = readText(folder.path("out.obj"));
-  EXPECT_THAT(out, StartsWith("mtllib rooms.mtl\no Caf\xE9\nv 0 0 0\n"));
-  EXPECT_THAT(out, Not(HasSubstr("vt")));
-  EXPECT_THAT(out,
-              HasSubstr("usemtl T\xC3\xBCr\nf 1 3 2\nf 1 2 4\nusemtl \xE9\nf 2 3 4\nusemtl T\xC3\xBCr\nf 3 1 4\n"));
-}
-
-TEST(Program, stepsRunInTheOrderOfTheCommandLine) {
-  const TestFolder folder;
-  const std::string model = folder.write("m.obj", kTetrahedron);
-  const RunResult run = runProgram(cleanCommand(
-      model, folder.path("out.obj"),
-      "--remove-zero-area 0.25 --conform-normals --merge-vertices=0.5 --remove-zero-area 1e-3 --remove-double"));
-  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
-  std::vector<std::string> steps;
-  std::istringstream lines(run.mOut);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.starts_with("--")) steps.push_back(line.substr(0, line.find("  ")));
-  }
-  EXPECT_THAT(steps, ElementsAre("--remove-zero-area 0.25", "--conform-normals", "--merge-vertices 0.5",
-                                 "--remove-zero-area 0.001", "--remove-double"));
-}
-
-TEST(Program, reportsWhatAStepRemovesAndWhatTheLibrarySays) {
-  const TestFolder folder;
-  const std::string model = folder.write(
-      "m.obj", std::string(kTetrahedron) + "f 1 2\no flake\nv 5 0 0\nv 5.001 0 0\nv 5 0.001 0\nf -1 -2 -3\n");
-  const RunResult run = runProgram(cleanCommand(model, folder.path("out.obj"), "--remove-zero-area 0.01"));
-  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
-  EXPECT_THAT(run.mOut, testing::ContainsRegex("--remove-zero-area 0.01 +-3 +-2 +-5 +\\. +[0-9.]+\n"));
-  EXPECT_THAT(run.mOut, HasSubstr("1 illegal faces (<3 vertices) were ignored."));
-  EXPECT_THAT(run.mOut, HasSubstr("object 'flake': nothing is left of it"));
-  EXPECT_THAT(readText(folder.path("out.obj")), Not(HasSubstr("flake")));
-}
-
-TEST(Program, objectsAreJoinedOnDemand) {
-  const TestFolder folder;
-  const std::string model = folder.write("m.obj", "o a\nv 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\no b\nv 1 1 0\nf 2 4 3\n");
-  ASSERT_EQ(runProgram(cleanCommand(model, folder.path("apart.obj"), "")).mExitCode, kExitOk);
-  ASSERT_EQ(runProgram(cleanCommand(model, folder.path("joined.obj"), "--join")).mExitCode, kExitOk);
-  const Model apart = parseObj(readText(folder.path("apart.obj")), "apart");
-  const Model joined = parseObj(readText(folder.path("joined.obj")), "joined");
-  EXPECT_EQ(apart.mObjects.size(), 2U);
-  EXPECT_EQ(apart.vertexCount(), 6U);
-  EXPECT_EQ(joined.mObjects.size(), 1U);
-  EXPECT_EQ(joined.vertexCount(), 4U);
-}
-
 TEST(Program, badInputAndUsageEndWithTwoAndWriteNothing) {
   const TestFolder folder;
   const std::string good = folder.write("good.obj", kTetrahedron);
@@ -115,17 +57,13 @@ TEST(Program, badInputAndUsageEndWithTwoAndWriteNothing) {
   const std::pair<std::string, std::string> cases[] = {
       {cleanCommand(bad, out, "--all 0.1"), bad + ":2: vertex index 2 is out of range"},
       {cleanCommand(folder.path("none.obj"), out, ""), "none.obj: cannot be read: No such file"},
-      {cleanCommand(folder.write("empty.obj", ""), out, ""), "empty.obj: is empty"},
-      {cleanCommand(folder.write("noise.ply", "ply\nfoo"), out, ""), "noise.ply: cannot be understood as ply"},
       {cleanCommand(folder.write("range.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 7\n"), out, ""), "out of range"},
       {cleanCommand(folder.write("inf.off", "OFF\n3 1 0\n0 0 0\n1 inf 0\n0 1 0\n3 0 1 2\n"), out, ""),
        "inf.off: vertex 2 has a coordinate that is not a finite number"},
       {cleanCommand(good, folder.path("out.stl"), ""), "out.stl: the name of the output must end in .obj"},
       {cleanCommand(good, out, "--merge-vertices nan"), "--merge-vertices: 'nan' is not a finite number of 0 or more"},
       {cleanCommand(good, out, "--remove-coplanar 200"), "--remove-coplanar: '200' is not a number from 0 to 180"},
-      {cleanCommand(good, out, "--merge-vertices -1"), ""},
       {cleanCommand(good, out, "--polish"), ""},
-      {"clean " + quoted(good), ""},
       {"", ""},
   };
   for (const auto& [arguments, message] : cases) {
@@ -176,27 +114,6 @@ TEST(Program, readsOtherFormatsWithPolygonsAndSharedVertices) {
               "endfacet\nendsolid s\n");
   EXPECT_EQ(stl["vertices"], 4);
   EXPECT_EQ(stl["defects"]["borderEdges"], 4);
-}
-
-// Two triangles, split where their texture coordinates differ, shown as they are and mirrored.
-TEST(Program, readsSceneWithSplitVerticesAndMirroringNode) {
-  const TestFolder folder;
-  const std::string model = folder.write(
-      "m.gltf",
-      R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0,1]}],"nodes":[{"name":"plain","mesh":0},{"name":"mirrored","mesh":0,"scale":[-1,1,1]}],"materials":[{"name":"paint"}],
-"meshes":[{"primitives":[{"attributes":{"POSITION":0,"TEXCOORD_0":1},"indices":2,"material":0}]}],
-"buffers":[{"byteLength":132,"uri":"data:application/octet-stream;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAAAACAPwAAAAAAAAAAAACAPwAAgD8AAAAAAAAAAAAAgD8AAAAAAAAAAAAAAAAAAIA/AAAAAAAAAAAAAIA/AAAAPwAAAAAAAAA/AACAPwAAAAAAAAA/AAABAAIAAwAEAAUA"}],
-"bufferViews":[{"buffer":0,"byteOffset":0,"byteLength":72},{"buffer":0,"byteOffset":72,"byteLength":48},{"buffer":0,"byteOffset":120,"byteLength":12}],
-"accessors":[{"bufferView":0,"componentType":5126,"count":6,"type":"VEC3","min":[0,0,0],"max":[1,1,0]},{"bufferView":1,"componentType":5126,"count":6,"type":"VEC2"},{"bufferView":2,"componentType":5123,"count":6,"type":"SCALAR"}]})");
-  const RunResult run = runProgram(cleanCommand(model, "/dev/stdout", ""));
-  ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
-  const Model scene = parseObj(run.mOut, "out");
-  EXPECT_EQ(scene.vertexCount(), 8U);
-  EXPECT_EQ(scene.mTexCoords.size(), 24U);
-  EXPECT_THAT(scene.mIndices, ElementsAre(0, 1, 2, 1, 3, 2, 6, 5, 4, 6, 7, 5));
-  EXPECT_THAT(scene.mMaterials, ElementsAre("paint"));
-  ASSERT_EQ(scene.mObjects.size(), 2U);
-  EXPECT_EQ(scene.mObjects[1].mName, "mirrored");
 }
 
 }  // namespace
