@@ -30,9 +30,8 @@ struct BBoxOctreeNode {
 
   virtual ~BBoxOctreeNode() = default;
 
-  std::vector<Record> mRecords;      ///< those that belong to this very cell, in order of insertion
-  std::int32_t mSubtreeCount = 0;    ///< of records here and in all cells below
-  std::unique_ptr<BoxIndex> mIndex;  ///< of the first of a crowded cell's records; made by queries
+  std::vector<Record> mRecords;    ///< those that belong to this very cell, in order of insertion
+  std::int32_t mSubtreeCount = 0;  ///< of records here and in all cells below
 };
 
 /// Items with boxes in an octree of five levels. Each item is stored once, in the deepest cell that holds its box
@@ -42,8 +41,9 @@ struct BBoxOctreeNode {
 /// records of a cell in order of insertion. The order in which items come out of extractAll() becomes their order of
 /// insertion when the tree is rebuilt.
 ///
-/// Five levels tell at most 16 x 16 items of a plane apart, and large sets leave many in the upper cells. View-volume
-/// queries therefore make an index for each crowded cell that they come to; box queries leave that to the caller.
+/// Five levels tell at most 16 x 16 items of a plane apart, and large sets leave many in the upper cells. View volumes
+/// are therefore put to an index of all boxes, made by the first query after a change; box queries leave that to the
+/// caller.
 template <class T, class Real>
 class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   static_assert(std::is_same_v<Real, double>, "boxes are made of doubles");
@@ -77,7 +77,12 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   /// selects, where queryBox() may miss it.
   void insert(const Box& box, T item) {
     const std::uint32_t cell = locate(box, mAdder);
-    this->find(cell)->mRecords.push_back({box, std::move(item)});
+    std::vector<Record>& stored = this->find(cell)->mRecords;
+    stored.push_back({box, std::move(item)});
+    if (mIsIndexed) {
+      mIsIndexed = 4 * mAppended.size() < mCellOfRank.size();
+      if (mIsIndexed) mAppended.push_back({cell, static_cast<std::uint32_t>(stored.size() - 1)});
+    }
     if (hasPlace(box)) mUnion.extend(box);
   }
 
@@ -101,8 +106,9 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   /// Appends the items whose boxes meet the volume of eight corners, see ViewVolume. Cells whose cubes do not meet it
   /// are passed over with all below them. A box that is empty on an axis meets nothing.
   ///
-  /// The pointers are valid until the tree changes. The first query after a change costs O(n log n) for the cells that
-  /// hold sixteen records or more, later ones about what they find and what lies around the volume's surface.
+  /// The pointers are valid until the tree changes. The first query after items were removed, or a fifth was added,
+  /// costs O(n log n), others about what they find and what lies around the volume's surface, and a look at each item
+  /// added since.
   void queryFrustum(const Vec3 corners[8], std::vector<const T*>& out);
 
   /// Appends the numbers of the cells that hold records and whose cubes share a point with `box`. The caller looks at
@@ -136,8 +142,6 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   }
 
   static constexpr int kStays = -1;
-  static constexpr std::size_t kCrowded = 16;        // records of a cell from which on an index pays
-  static constexpr std::size_t kFew = 2;             // records of a cell that are tested before the cell itself
   static constexpr std::size_t kSparedCapacity = 8;  // of a cell's records that emptying the tree leaves allocated
 
   std::uint32_t locate(const Box& box, Visitor& visitor);
@@ -153,19 +157,47 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   void listMeeting(std::uint32_t cell, int level, const Vec3& center, Real halfSize, const Meets& meets,
                    std::vector<std::uint32_t>& out) const;
 
-  void updateIndex(Node& node);
-  void listMeeting(Node& node, const ViewVolume& volume, std::vector<const T*>& out);
-  void listMeeting(std::uint32_t cell, int level, const Vec3& center, Real halfSize, const ViewVolume& volume,
-                   std::vector<const T*>& out);
+  /// A record's cell, and where it is there.
+  struct Place {
+    std::uint32_t cell, record;
+  };
+  struct Cube {
+    Vec3 center;
+    Real halfSize;
+  };
+  struct IndexedCell {
+    const Node* node;
+    std::uint32_t cell, order, firstRank;
+  };
+  /// A record found that the index does not know.
+  struct Late {
+    std::uint32_t order, record;
+    const T* item;
+  };
+
+  static std::uint32_t orderOf(std::uint32_t cell);
+  Cube cubeOf(std::uint32_t cell) const;
+  void makeIndex();
+  bool cellMeets(std::uint32_t cell, const ViewVolume& volume);
 
   CNull mNull;
   CAdder mAdder;
   CRemover mRemover;
   Vec3 mCenter{0, 0, 0};
   Real mHalfSize;
-  Box mUnion;                         // of all boxes stored; those removed since it was last empty may be in it
-  bool mUnionIsWide = false;          // whether a box was removed since
-  std::vector<std::uint64_t> mMarks;  // scratch
+  Box mUnion;                 // of all boxes stored; those removed since it was last empty may be in it
+  bool mUnionIsWide = false;  // whether a box was removed since
+
+  // Records by rank, which is their place in the promised order; all of them but those appended since.
+  bool mIsIndexed = false;
+  BoxIndex mIndex;
+  std::vector<IndexedCell> mCells;         // those with records, in order
+  std::vector<std::uint32_t> mCellOfRank;  // numbers in mCells
+  std::vector<Place> mAppended;            // up to a quarter
+  std::vector<std::uint64_t> mMarks;       // scratch, by rank
+  std::vector<Late> mLate;                 // scratch
+  std::vector<std::uint32_t> mAnswers;     // by cell: 2 times the number of the query that asked it, plus the answer
+  std::uint32_t mQuery = 0;
 };
 
 /// Code of the child that holds the box whole, or kStays. Low is asked first: a box flat on a midplane goes low.
@@ -250,7 +282,7 @@ bool BBoxOctree<T, Real>::remove(const Box& box, const T& item) {
       std::ranges::find_if(records, [&](const Record& record) { return record.item == item && record.box == box; });
   if (found == records.end()) return false;
   records.erase(found);
-  node.mIndex.reset();
+  mIsIndexed = false;
   mUnionIsWide = true;
   locate(box, mRemover);
   return true;
@@ -292,11 +324,11 @@ void BBoxOctree<T, Real>::extractAll(std::vector<Record>& out) {
     // Cells are kept, for they are likely to be filled again.
     node.mRecords.clear();
     if (node.mRecords.capacity() > kSparedCapacity) node.mRecords.shrink_to_fit();
-    node.mIndex.reset();
     node.mSubtreeCount = 0;
   }
   mUnion = Box{};
   mUnionIsWide = false;
+  mIsIndexed = false;
 }
 
 /// Lists the cells with records whose cubes and whose ancestors' cubes pass `meets(center, halfSize)`. Every kind of
@@ -328,61 +360,91 @@ void BBoxOctree<T, Real>::queryBox(const Box& box, std::vector<std::uint32_t>& o
       out);
 }
 
-/// Sees to it that an index covers at least three quarters of a crowded cell's records. Those behind it were appended
-/// since.
+/// A number that grows along the order by depth first, children by ascending number.
 template <class T, class Real>
-void BBoxOctree<T, Real>::updateIndex(Node& node) {
-  const std::size_t count = node.mRecords.size();
-  if (count < kCrowded || (node.mIndex && 4 * (count - node.mIndex->size()) < count)) return;
+std::uint32_t BBoxOctree<T, Real>::orderOf(std::uint32_t cell) {
+  std::uint32_t order = 0, weight = 1, levels = 1;
+  for (; cell != 0; cell = (cell - 1) / 8, weight *= 9, ++levels) order += weight * ((cell - 1) % 8 + 1);
+  for (; levels < Octree<Node>::kDepth; ++levels) order *= 9;
+  return order;
+}
+
+template <class T, class Real>
+auto BBoxOctree<T, Real>::cubeOf(std::uint32_t cell) const -> Cube {
+  if (cell == 0) return {mCenter, mHalfSize};
+  const Cube parent = cubeOf((cell - 1) / 8);
+  const Real halfSize = parent.halfSize / 2;
+  return {childCenter(parent.center, halfSize, (cell - 1) % 8), halfSize};
+}
+
+template <class T, class Real>
+void BBoxOctree<T, Real>::makeIndex() {
+  std::vector<std::uint32_t> cells;
+  listUsed(0, 1, cells);
   std::vector<Box> boxes;
-  boxes.reserve(count);
-  for (const Record& record : node.mRecords) boxes.push_back(record.box);
-  node.mIndex = std::make_unique<BoxIndex>(boxes);
+  boxes.reserve(static_cast<std::size_t>(subtreeCount(0)));
+  mCells.clear();
+  mCellOfRank.clear();
+  for (const std::uint32_t cell : cells) {
+    const Node& node = *this->find(cell);
+    if (node.mRecords.empty()) continue;
+    mCellOfRank.insert(mCellOfRank.end(), node.mRecords.size(), static_cast<std::uint32_t>(mCells.size()));
+    mCells.push_back({&node, cell, orderOf(cell), static_cast<std::uint32_t>(boxes.size())});
+    for (const Record& record : node.mRecords) boxes.push_back(record.box);
+  }
+  mIndex.build(boxes);
+  mMarks.resize((boxes.size() + 63) / 64);
+  mAnswers.resize(this->kCellCount);
+  mAppended.clear();
+  mAppended.reserve(boxes.size() / 4 + 1);
+  mIsIndexed = true;
 }
 
-/// Appends those of a cell's records that meet the volume, in order of insertion.
+/// Whether the cubes of a cell and of all those above it meet the volume; each is asked once per query.
 template <class T, class Real>
-void BBoxOctree<T, Real>::listMeeting(Node& node, const ViewVolume& volume, std::vector<const T*>& out) {
-  updateIndex(node);
-  const std::span<const Record> records = node.mRecords;
-  std::size_t indexed = 0;
-  if (node.mIndex) {
-    indexed = node.mIndex->size();
-    mMarks.assign((indexed + 63) / 64, 0);
-    node.mIndex->markMeeting(volume, mMarks);
-    for (std::size_t word = 0; word < mMarks.size(); ++word)
-      for (std::uint64_t marks = mMarks[word]; marks != 0; marks &= marks - 1)
-        out.push_back(&records[64 * word + static_cast<std::size_t>(std::countr_zero(marks))].item);
+bool BBoxOctree<T, Real>::cellMeets(std::uint32_t cell, const ViewVolume& volume) {
+  std::uint32_t& answer = mAnswers[cell];
+  if (answer / 2 != mQuery) {
+    const Cube cube = cubeOf(cell);
+    const bool meets = (cell == 0 || cellMeets((cell - 1) / 8, volume)) &&
+                       volume.meets(cube.center, {cube.halfSize, cube.halfSize, cube.halfSize});
+    answer = 2 * mQuery + (meets ? 1 : 0);
   }
-  for (const Record& record : records.subspan(indexed))
-    if (volume.meets(record.box)) out.push_back(&record.item);
-}
-
-/// Appends what meets the volume from the cell and all below it.
-template <class T, class Real>
-void BBoxOctree<T, Real>::listMeeting(std::uint32_t cell, int level, const Vec3& center, Real halfSize,
-                                      const ViewVolume& volume, std::vector<const T*>& out) {
-  Node& node = *this->find(cell);
-  const auto meets = [&] { return volume.meets(center, {halfSize, halfSize, halfSize}); };
-  if (node.mRecords.size() <= kFew && static_cast<std::size_t>(node.mSubtreeCount) == node.mRecords.size()) {
-    // The records are smaller than the cell, and so more likely to be apart from the volume: the cell is asked for only
-    // where one is not. It takes both.
-    const std::size_t before = out.size();
-    listMeeting(node, volume, out);
-    if (out.size() != before && !meets()) out.resize(before);
-    return;
-  }
-  if (!meets()) return;
-  listMeeting(node, volume, out);
-  const Real childSize = halfSize / 2;
-  forEachUsedChild(cell, level, [&](std::uint32_t child, unsigned code) {
-    listMeeting(child, level + 1, childCenter(center, childSize, code), childSize, volume, out);
-  });
+  return answer % 2 != 0;
 }
 
 template <class T, class Real>
 void BBoxOctree<T, Real>::queryFrustum(const Vec3 corners[8], std::vector<const T*>& out) {
-  if (subtreeCount(0) != 0) listMeeting(0, 1, mCenter, mHalfSize, ViewVolume(corners), out);
+  if (subtreeCount(0) == 0) return;
+  if (!mIsIndexed) makeIndex();
+  mQuery = (mQuery + 1) % (1u << 31);
+  if (mQuery == 0) {
+    std::ranges::fill(mAnswers, 0);
+    mQuery = 1;
+  }
+  const ViewVolume volume(corners);
+  std::ranges::fill(mMarks, 0);
+  mIndex.markMeeting(volume, mMarks);
+
+  mLate.clear();
+  for (const Place& place : mAppended) {
+    const Record& record = this->find(place.cell)->mRecords[place.record];
+    if (volume.meets(record.box) && cellMeets(place.cell, volume))
+      mLate.push_back({orderOf(place.cell), place.record, &record.item});
+  }
+  std::ranges::sort(
+      mLate, [](const Late& a, const Late& b) { return a.order != b.order ? a.order < b.order : a.record < b.record; });
+
+  std::size_t late = 0;
+  for (std::size_t word = 0; word < mMarks.size(); ++word)
+    for (std::uint64_t marks = mMarks[word]; marks != 0; marks &= marks - 1) {
+      const std::size_t rank = 64 * word + static_cast<std::size_t>(std::countr_zero(marks));
+      const IndexedCell& in = mCells[mCellOfRank[rank]];
+      if (!cellMeets(in.cell, volume)) continue;
+      for (; late < mLate.size() && mLate[late].order < in.order; ++late) out.push_back(mLate[late].item);
+      out.push_back(&in.node->mRecords[rank - in.firstRank].item);
+    }
+  for (; late < mLate.size(); ++late) out.push_back(mLate[late].item);
 }
 
 }  // namespace util

@@ -186,16 +186,4 @@ bool ViewVolume::meets(const Box& box) const {
   return meets(box.min + half, half);
 }
 
-bool ViewVolume::isCertainlyApart(const Box& box) const {
-  const Vec3 half = (box.max - box.min) / 2, centre = box.min + half;
-  const double margin = marginFor(centre, half);
-  auto apart = Pair{0, 0} != Pair{0, 0};
-  for (const TwoFaces& two : mPlanes) {
-    const Pair height = two.normalX * centre.x + two.normalY * centre.y + two.normalZ * centre.z;
-    const Pair reached = two.sizeX * half.x + two.sizeY * half.y + two.sizeZ * half.z;
-    apart |= height - two.farthest > reached + margin;
-  }
-  return (apart[0] | apart[1]) != 0;
-}
-
 }  // namespace util

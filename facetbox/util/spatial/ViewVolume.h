@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 
 #include <facetbox/util/math/Box.h>
 #include <facetbox/util/math/Vec3.h>
@@ -24,8 +25,14 @@ class ViewVolume {
   /// Likewise; a box that is empty on any axis meets nothing.
   bool meets(const Box& box) const;
 
-  /// True only if meets() is false for this box and for every box within. The box may be empty on an axis.
-  bool isCertainlyApart(const Box& box) const;
+  /// The unit outward normal of face i, of six; normal times the point that its plane goes through; and the largest of
+  /// normal times any of the eight corners. Boxes whose inner sphere lies below all six offsets meet the volume; those
+  /// wholly above a farthest one do not, but for rounding.
+  Vec3 normal(std::size_t i) const { return mFaces[i].normal; }
+  double offset(std::size_t i) const { return mPlanes[i / 2].offset[i % 2]; }
+  double farthest(std::size_t i) const { return mPlanes[i / 2].farthest[i % 2]; }
+  /// The largest coordinate by absolute value; infinite where no conclusions must be drawn from the planes.
+  double size() const { return mSize; }
 
  private:
   /// Two numbers at a time.
