@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <set>
-
 #include <nlohmann/json.hpp>
 
 #include <tools/Model.h>
@@ -107,13 +104,6 @@ TEST(Program, readsOtherFormatsWithPolygonsAndSharedVertices) {
     EXPECT_EQ(facts["vertices"], 5);
     EXPECT_EQ(facts["facesByCorners"], (nlohmann::json{{"3", 1}, {"4", 1}}));
   }
-  const auto stl =
-      factsOf("m.stl",
-              "solid s\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\nendloop\n"
-              "endfacet\nfacet normal 0 0 1\nouter loop\nvertex 1 0 0\nvertex 1 1 0\nvertex 0 1 -0\nendloop\n"
-              "endfacet\nendsolid s\n");
-  EXPECT_EQ(stl["vertices"], 4);
-  EXPECT_EQ(stl["defects"]["borderEdges"], 4);
 }
 
 }  // namespace

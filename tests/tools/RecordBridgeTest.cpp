@@ -25,19 +25,5 @@ TEST(RecordBridge, runsOfAResultAreReadInTheirOrder) {
   EXPECT_EQ(result.mMaterials[static_cast<std::size_t>(result.mRuns[1].mLabel.mMaterial)], "b");
 }
 
-TEST(RecordBridge, aFaceThatWasMergedAcrossTheTextureBorderHasNoTextureCoordinates) {
-  const Model model = parseObj(kVertices + "vt 0 0\nvt 1 1\nf 1/1 2/2 3/2\nf 1/2 2/2 3/2\nf 1 2 3\n", "t.obj");
-  const auto records = makeRecords(model);
-  Cleanup::MeshData record = records[0].view();
-  std::vector<std::uint32_t> texIndices(record.mTCIndices, record.mTCIndices + record.mTCIndexCount);
-  texIndices[0] = texIndices[8];  // as if corner 0 came from the face without
-  record.mTCIndices = texIndices.data();
-  Model result = emptyLike(model);
-  records[0].append(record, result);
-  const auto none = kNoTexCoord;
-  EXPECT_THAT(result.mTexIndices, ElementsAre(none, none, none, 0, 0, 0, none, none, none));
-  EXPECT_THAT(result.mTexCoords, ElementsAre(1, 1));
-}
-
 }  // namespace
 }  // namespace tool

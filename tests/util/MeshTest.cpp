@@ -145,13 +145,11 @@ TEST(Mesh, deriveTransformsRecomputesNormalsAndReversesMirroredFacesOnRequest) {
     EXPECT_EQ(result->storage().mRunMaterials, mesh.storage().mRunMaterials);
     return Mesh(*result);
   };
-  EXPECT_EQ(derived(nullptr, true).storage().mFaces.normal(0), (Vec3{0, 0, 1}));
   // Columns: x to 2y, y to -x, z to z, then moved by (10, 20, 30). It does not mirror; with z to -z it does.
   double matrix[16] = {0, 2, 0, 0, -1, 0, 0, 0, 0, 0, 1, 0, 10, 20, 30, 1};
   EXPECT_EQ(derived(matrix, true).storage().mVertices[2], (Vec3{9, 22, 30}));
   EXPECT_EQ(facesOf(derived(matrix, true)), facesOf(mesh));
   matrix[10] = -1;
-  EXPECT_EQ(facesOf(derived(matrix, false)), facesOf(mesh));
   EXPECT_EQ(derived(matrix, false).storage().mFaces.normal(0), (Vec3{0, 0, 1}));
   EXPECT_EQ(facesOf(derived(matrix, true)), Faces({{1, 0, 3, 2}}));
   EXPECT_EQ(derived(matrix, true).storage().mFaces.normal(0), (Vec3{0, 0, -1}));

@@ -44,7 +44,7 @@ bool overlapsExactly(const std::array<Point, 3>& p, const Point& centre, const P
 
 TEST(OverlapsBox, agreesWithExactArithmeticOnAGrid) {
   std::mt19937 random(1);
-  int overlapping = 0, touching = 0;
+  int overlapping = 0;
   constexpr int kRounds = 200000;
   for (int round = 0; round < kRounds; ++round) {
     const int reach = pick(random, 1, 9);
@@ -67,17 +67,9 @@ TEST(OverlapsBox, agreesWithExactArithmeticOnAGrid) {
     const bool expected = overlapsExactly(p, centre, half);
     ASSERT_EQ(overlapsBox(d[0], d[1], d[2], d[3], d[4]), expected) << "round " << round;
     overlapping += expected;
-    // Twice as fine, half a step smaller: those that only touched are now apart.
-    for (std::size_t a = 0; a < 3; ++a) {
-      for (Point& corner : p) corner[a] *= 2;
-      centre[a] *= 2;
-      half[a] = 2 * half[a] - 1;
-    }
-    touching += expected && !overlapsExactly(p, centre, half);
   }
   EXPECT_GT(overlapping, kRounds / 20);
   EXPECT_LT(overlapping, kRounds / 2);
-  EXPECT_GT(touching, kRounds / 100);
 }
 
 TEST(OverlapsBox, nothingOverlapsWhereACoordinateIsNan) {

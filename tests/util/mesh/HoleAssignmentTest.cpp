@@ -6,7 +6,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <facetbox/util/mesh/Maintenance.h>
 #include <tests/support/PlainMesh.h>
 
 namespace {
@@ -185,13 +184,21 @@ Mesh randomMesh(unsigned seed) {
   taste.spacing = pick(random, 5, 9);
   taste.isPlanar = !oneIn(random, 3);
   taste.isOneAxis = !oneIn(random, 3);
-  return randomScene(random, taste);
+  Mesh mesh = randomScene(random, taste);
+  // In every third, corners without a place.
+  const std::array bad{kInfinity, -kInfinity, kNaN, 1.7e308, -1.7e308, 5e-324};
+  auto& vertices = mesh.storage().mVertices;
+  for (int n = seed % 3 == 0 ? pick(random, 1, 8) : 0; n > 0; --n) {
+    Vec3& p = vertices[below(random, vertices.size())];
+    *std::array{&p.x, &p.y, &p.z}[below(random, 3)] = bad[below(random, bad.size())];
+  }
+  return mesh;
 }
 
 TEST(HoleAssignment, keepsAndDeletesWhatPlainLoopsDoForGroupsOfAllSizes) {
   HoleAssignmentCounts total{};
   std::size_t kept = 0, calm = 0;
-  for (unsigned seed = 0; seed < 150; ++seed) {
+  for (unsigned seed = 0; seed < 200; ++seed) {
     SCOPED_TRACE(seed);
     Mesh mesh = randomMesh(seed);
     const HoleAssignmentCounts counts = expectSameAsPlain(mesh);
@@ -225,22 +232,6 @@ TEST(HoleAssignment, groupsThatShareFacesAndOddEntriesAreTakenInTheOrderOfTheLis
     SCOPED_TRACE(testing::PrintToString(holes));
     scene.mHoles = holes;
     Mesh mesh = scene.mesh();
-    expectSameAsPlain(mesh);
-  }
-}
-
-TEST(HoleAssignment, agreesOnCornersWithoutAPlace) {
-  const std::array bad{kInfinity, -kInfinity, kNaN, 1.7e308, -1.7e308, 5e-324};
-  for (unsigned seed = 0; seed < 80; ++seed) {
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    Mesh mesh = randomScene(random, {2, pick(random, 2, 60), seed % 2 == 0 ? 4 : 110, 9, seed % 3 > 0, seed % 3 > 0});
-    auto& vertices = mesh.storage().mVertices;
-    for (int n = pick(random, 1, 8); n > 0; --n) {
-      Vec3& p = vertices[below(random, vertices.size())];
-      *std::array{&p.x, &p.y, &p.z}[below(random, 3)] = bad[below(random, bad.size())];
-    }
-    if (seed % 4 == 0) util::recomputeFaceNormals(mesh);
     expectSameAsPlain(mesh);
   }
 }
