@@ -59,8 +59,7 @@ constexpr const char* kSelectFooter =
 frustum. Else the volume is what `facetbox render` would show with the same --eye, --look-at, --up, --fov
 and --size, or the part of it that --window cuts out.
 
-An object counts when one of its faces touches the volume. One whose bounding box holds the whole volume
-is not found, however; small volumes in the midst of large objects are a question for --by face.)";
+An object counts when one of its faces touches the volume.)";
 
 constexpr const char* kQueryFooter =
     R"(One question about each object by itself:
