@@ -396,7 +396,7 @@ template <class Ops>
 inline __attribute__((always_inline)) bool descend(const TriangleHierarchy::View& view, const RayPlacement& placement,
                                                    ExactSearch& exact) {
   UnitRay ray;
-  ParameterMap limits;
+  ParameterMap limits{};
   const Outlook outlook = prepare<Ops>(placement, exact, ray, limits);
   if (outlook == Outlook::descend) search<Ops, false>(view, ray, limits, exact);
   if (outlook == Outlook::descendWarily) search<Ops, true>(view, ray, limits, exact);
