@@ -1,8 +1,10 @@
 #include <facetbox/picker/OctreePicker.h>
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <cmath>
+#include <limits>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -30,10 +32,81 @@ void prefetch(const Object* object) {
   for (std::size_t line = 0; line < sizeof(Object); line += 64) __builtin_prefetch(bytes + line);
 }
 constexpr std::size_t kAhead = 8;
+constexpr std::size_t kFewVertices = 16;
 
 bool isFinite(const Vec3& v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); }
 
 }  // namespace
+
+/// The cube of clip space as planes in the world: which side of them an object lies on, told from its box.
+///
+/// For a row x of the view projection Q and its last row w, w - x and w + x are linear functions of the world point.
+/// Over a box each is its value at the centre, give or take a reach. A vertex p of an object with the matrix M, whose
+/// last row is (0, 0, 0, 1), is however projected by Q M, rounded. Let S be |M| |p|, the largest over all vertices and
+/// coordinates or 1, and A the largest sum of the sizes of a row's coefficients. Then Q M p comes out right to 8 ulp of
+/// A S, and so do Q times the box's centre, the reaches and the box itself: 1e-13 A S covers these many times over for
+/// the sum of two rows. Where w - |x| exceeds that margin all over the box for x, y and z, w is above it too, and each
+/// vertex projects into the cube; where w does and x - w does, each projects beyond that face. The margin has 1e-20
+/// added to keep clear of the smallest w. NaN fails every comparison: unsure.
+class OctreePicker::ClipPlanes {
+ public:
+  explicit ClipPlanes(const double q[16]) {
+    for (int column = 0; column < 4; ++column)
+      for (std::size_t row = 0; row < 3; ++row)
+        mRows[row].of[column] = Pair{q[4 * column + 3] - q[4 * column + static_cast<int>(row)],
+                                     q[4 * column + 3] + q[4 * column + static_cast<int>(row)]};
+    for (Two& two : mRows)
+      for (int column = 0; column < 3; ++column)
+        for (int k = 0; k < 2; ++k) two.size[column][k] = std::fabs(two.of[column][k]);
+    mLargestSum = 0;
+    for (int row = 0; row < 4; ++row) {
+      const double sum = std::fabs(q[row]) + std::fabs(q[4 + row]) + std::fabs(q[8 + row]) + std::fabs(q[12 + row]);
+      // Once NaN or infinite, it stays so.
+      mLargestSum = sum <= mLargestSum ? mLargestSum : sum + 0 * mLargestSum;
+    }
+  }
+
+  /// @param size  S
+  util::ClipSide sideOf(const Vec3& centre, const Vec3& half, double size) const {
+    const double margin = 1e-13 * mLargestSum * size + 1e-20;
+    if (!(margin <= 1e80)) return util::ClipSide::unsure;
+    Pair lowest, highest;
+    for (std::size_t row = 0; row < 3; ++row) {
+      const Two& two = mRows[row];
+      const Pair middle = two.of[0] * centre.x + two.of[1] * centre.y + two.of[2] * centre.z + two.of[3];
+      const Pair reach = two.size[0] * half.x + two.size[1] * half.y + two.size[2] * half.z;
+      const Pair low = middle - reach, high = middle + reach;
+      // The sum of both functions is 2 w.
+      if (row == 0) {
+        lowest = low;
+        highest = high;
+      } else {
+        lowest = low < lowest ? low : lowest;
+        highest = high < highest ? high : highest;
+      }
+    }
+    if (lowest[0] > margin && lowest[1] > margin) return util::ClipSide::inside;
+    const bool isBeyond = highest[0] < -margin || highest[1] < -margin;
+    return isBeyond && lowestW(centre, half) > margin ? util::ClipSide::outside : util::ClipSide::unsure;
+  }
+
+ private:
+  using Pair = double __attribute__((vector_size(16)));
+  /// w - x and w + x: coefficients of x, y, z and 1, and the sizes of the first three.
+  struct Two {
+    std::array<Pair, 4> of;
+    std::array<Pair, 3> size;
+  };
+
+  double lowestW(const Vec3& centre, const Vec3& half) const {
+    const auto w = [&](std::size_t column) { return (mRows[0].of[column][0] + mRows[0].of[column][1]) / 2; };
+    return w(0) * centre.x + w(1) * centre.y + w(2) * centre.z + w(3) -
+           (std::fabs(w(0)) * half.x + std::fabs(w(1)) * half.y + std::fabs(w(2)) * half.z);
+  }
+
+  std::array<Two, 3> mRows;
+  double mLargestSum;
+};
 
 /// A queued change. Holds all that it needs: when it is executed its handle may be gone.
 class OctreePicker::Command {
@@ -125,7 +198,27 @@ Box OctreePicker::Pickable::measure() {
   }
   mIsFinite = nothing == 0;
   if (!mIsFinite) mLocalBox = Box{};
+  setWorldBox(box);
   return box;
+}
+
+void OctreePicker::Pickable::setWorldBox(const Box& box) {
+  mHalf = (box.max - box.min) / 2;
+  mCentre = box.min + mHalf;
+  mSize = std::numeric_limits<double>::infinity();
+  const bool isPlaced = mMatrix[3] == 0 && mMatrix[7] == 0 && mMatrix[11] == 0 && mMatrix[15] == 1;
+  if (!mIsFinite || !isPlaced || !(mLocalBox.min.x <= mLocalBox.max.x)) return;
+  const auto largest = [](double min, double max) { return std::max(std::fabs(min), std::fabs(max)); };
+  const Vec3 p{largest(mLocalBox.min.x, mLocalBox.max.x), largest(mLocalBox.min.y, mLocalBox.max.y),
+               largest(mLocalBox.min.z, mLocalBox.max.z)};
+  double size = 1;
+  for (int row = 0; row < 3; ++row) {
+    const double sum = std::fabs(mMatrix[row]) * p.x + std::fabs(mMatrix[4 + row]) * p.y +
+                       std::fabs(mMatrix[8 + row]) * p.z + std::fabs(mMatrix[12 + row]);
+    if (!(sum <= 1e100)) return;
+    size = std::max(size, sum);
+  }
+  mSize = size;
 }
 
 Box OctreePicker::Pickable::move(const Vec3& offset) {
@@ -142,20 +235,36 @@ Box OctreePicker::Pickable::move(const Vec3& offset) {
   if (onlyTranslationChanged && mIsFinite && mUntranslated.min.x <= mUntranslated.max.x) {
     const Vec3 to = vectorOf(mMatrix + 12);
     const Box box{mUntranslated.min + to, mUntranslated.max + to};
-    if (isFinite(box.min) && isFinite(box.max)) return box;
+    if (isFinite(box.min) && isFinite(box.max)) {
+      setWorldBox(box);
+      return box;
+    }
   }
   return measure();
 }
 
-bool OctreePicker::Pickable::isInsideClipVolume(const double viewProjection[16], bool wholeInside) const {
+bool OctreePicker::Pickable::isInsideClipVolume(const double viewProjection[16], const ClipPlanes& planes,
+                                                bool wholeInside) const {
+  util::ClipSide side = planes.sideOf(mCentre, mHalf, mSize);
   double c[16];
-  util::multiply(viewProjection, mMatrix, c);
-  const util::ClipSide side = util::sideOfClipCube(mLocalBox, c);
+  if (side == util::ClipSide::unsure) {
+    util::multiply(viewProjection, mMatrix, c);
+    // The box in the object's own coordinates is the tighter one.
+    side = util::sideOfClipCube(mLocalBox, c);
+  }
   if (side == util::ClipSide::outside) return false;
   if (side == util::ClipSide::inside) return wholeInside || mHasTriangles;
+  // Of a few vertices each is projected sooner than any bounds are.
+  const auto isSmall = [](const util::TriangleMesh& mesh) {
+    return mesh.vertexCoordinates().size() <= 3 * kFewVertices;
+  };
   if (wholeInside)
-    return std::ranges::all_of(mMeshes, [&](const auto& mesh) { return util::liesInClipCube(*mesh, c); });
-  return std::ranges::any_of(mMeshes, [&](const auto& mesh) { return util::overlapsClipCube(*mesh, c); });
+    return std::ranges::all_of(mMeshes, [&](const auto& mesh) {
+      return isSmall(*mesh) ? util::liesInClipCubePlain(*mesh, c) : util::liesInClipCube(*mesh, c);
+    });
+  return std::ranges::any_of(mMeshes, [&](const auto& mesh) {
+    return isSmall(*mesh) ? util::overlapsClipCubePlain(*mesh, c) : util::overlapsClipCube(*mesh, c);
+  });
 }
 
 OctreePicker::OctreePicker() : mCache(kCacheKind) {}
@@ -230,6 +339,7 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   for (std::size_t k = 0; k < 8; ++k) volume[k] = {corners[3 * k], corners[3 * k + 1], corners[3 * k + 2]};
   double viewProjection[16];
   std::copy_n(matrix, 16, viewProjection);
+  const ClipPlanes planes(viewProjection);
 
   mCandidates.clear();
   record->mOctree->queryFrustum(volume, mCandidates);
@@ -237,7 +347,7 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   for (std::size_t i = 0; i < mCandidates.size(); ++i) {
     if (i + kAhead < mCandidates.size()) prefetch(mCandidates[i + kAhead]->get());
     const Pickable& pickable = **mCandidates[i];
-    if (pickable.isInsideClipVolume(viewProjection, wholeInside))
+    if (pickable.isInsideClipVolume(viewProjection, planes, wholeInside))
       mFoundIds.push_back(static_cast<std::uint32_t>(pickable.mId));
   }
 

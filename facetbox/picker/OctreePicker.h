@@ -44,6 +44,8 @@ class OctreePicker final : public Picker {
   class RelocateCommand;
   class DisposeCommand;
 
+  class ClipPlanes;
+
   /// One object.
   struct Pickable {
     /// Measures the meshes, and returns the box around them in the world. O(vertices).
@@ -51,16 +53,22 @@ class OctreePicker final : public Picker {
     /// Moves the object, and returns the box around it in the world: the very one that measure() would, mostly without
     /// looking at the vertices.
     util::Box move(const util::Vec3& offset);
-    bool isInsideClipVolume(const double viewProjection[16], bool wholeInside) const;
+    bool isInsideClipVolume(const double viewProjection[16], const ClipPlanes& planes, bool wholeInside) const;
+    /// Takes the box around the object in the world, and with it what planes are put to.
+    void setWorldBox(const util::Box& box);
+
+    // What most answers take, side by side.
+    util::Vec3 mCentre, mHalf;  // of the box around it in the world
+    double mSize;               // what rounding is measured by, see ClipPlanes; infinite where there is no telling
+    std::int32_t mId;
+    bool mHasTriangles = false;
+    bool mIsFinite = true;  // whether all numbers that went into these boxes are
 
     double mMatrix[16];
     std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;
     std::vector<util::RayPlacement> mPlacements;  // one per mesh, made by the first ray after a change
     util::Box mLocalBox;                          // of all vertices; empty on all axes where one of them is not finite
     util::Box mUntranslated;                      // of all vertices by the matrix, before its translation is added
-    bool mIsFinite = true;                        // whether all numbers that went into these boxes are
-    bool mHasTriangles = false;
-    std::int32_t mId;
   };
   using PickablePointer = std::shared_ptr<Pickable>;
   using Octree = util::BBoxOctree<PickablePointer, double>;

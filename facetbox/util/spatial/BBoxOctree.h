@@ -168,6 +168,7 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   struct IndexedCell {
     const Node* node;
     std::uint32_t cell, order, firstRank;
+    Cube cube;
   };
   /// A record found that the index does not know.
   struct Late {
@@ -178,7 +179,7 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   static std::uint32_t orderOf(std::uint32_t cell);
   Cube cubeOf(std::uint32_t cell) const;
   void makeIndex();
-  bool cellMeets(std::uint32_t cell, const ViewVolume& volume);
+  bool cellMeets(std::uint32_t cell, const ViewVolume& volume, const Cube* known = nullptr);
 
   CNull mNull;
   CAdder mAdder;
@@ -389,7 +390,7 @@ void BBoxOctree<T, Real>::makeIndex() {
     const Node& node = *this->find(cell);
     if (node.mRecords.empty()) continue;
     mCellOfRank.insert(mCellOfRank.end(), node.mRecords.size(), static_cast<std::uint32_t>(mCells.size()));
-    mCells.push_back({&node, cell, orderOf(cell), static_cast<std::uint32_t>(boxes.size())});
+    mCells.push_back({&node, cell, orderOf(cell), static_cast<std::uint32_t>(boxes.size()), cubeOf(cell)});
     for (const Record& record : node.mRecords) boxes.push_back(record.box);
   }
   mIndex.build(boxes);
@@ -401,11 +402,12 @@ void BBoxOctree<T, Real>::makeIndex() {
 }
 
 /// Whether the cubes of a cell and of all those above it meet the volume; each is asked once per query.
+/// @param known  the cell's cube, where it is at hand
 template <class T, class Real>
-bool BBoxOctree<T, Real>::cellMeets(std::uint32_t cell, const ViewVolume& volume) {
+bool BBoxOctree<T, Real>::cellMeets(std::uint32_t cell, const ViewVolume& volume, const Cube* known) {
   std::uint32_t& answer = mAnswers[cell];
   if (answer / 2 != mQuery) {
-    const Cube cube = cubeOf(cell);
+    const Cube cube = known ? *known : cubeOf(cell);
     const bool meets = (cell == 0 || cellMeets((cell - 1) / 8, volume)) &&
                        volume.meets(cube.center, {cube.halfSize, cube.halfSize, cube.halfSize});
     answer = 2 * mQuery + (meets ? 1 : 0);
@@ -440,7 +442,7 @@ void BBoxOctree<T, Real>::queryFrustum(const Vec3 corners[8], std::vector<const 
     for (std::uint64_t marks = mMarks[word]; marks != 0; marks &= marks - 1) {
       const std::size_t rank = 64 * word + static_cast<std::size_t>(std::countr_zero(marks));
       const IndexedCell& in = mCells[mCellOfRank[rank]];
-      if (!cellMeets(in.cell, volume)) continue;
+      if (!cellMeets(in.cell, volume, &in.cube)) continue;
       for (; late < mLate.size() && mLate[late].order < in.order; ++late) out.push_back(mLate[late].item);
       out.push_back(&in.node->mRecords[rank - in.firstRank].item);
     }
