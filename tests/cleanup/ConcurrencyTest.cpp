@@ -1,14 +1,10 @@
-#include <barrier>
-#include <thread>
-
 #include <tests/support/Meshes.h>
 #include <tests/support/RecordCheck.h>
+#include <tests/support/Threads.h>
 
 namespace {
 
 using namespace support;
-
-constexpr int kThreads = 4;
 
 Record randomRecord(unsigned seed) {
   std::mt19937 random(seed);
@@ -35,17 +31,6 @@ std::string cleanedUp(unsigned seed) {
                             Result(Cleanup::removeEdgesZero(1.5f, record.view()))};
   for (const Result& result : results) text += result ? findRecordProblem(*result) + describe(*result) : "null";
   return text;
-}
-
-template <class Work>
-void onAllThreads(Work work) {
-  std::barrier start(kThreads);
-  std::vector<std::jthread> threads;
-  for (int t = 0; t < kThreads; ++t)
-    threads.emplace_back([&, t] {
-      start.arrive_and_wait();
-      work(t);
-    });
 }
 
 TEST(CleanupConcurrency, parallelCallsOnDifferentRecordsGiveTheSerialResults) {

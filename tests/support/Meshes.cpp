@@ -94,6 +94,12 @@ Indices randomIndices(std::mt19937& random, std::size_t count, std::size_t end) 
   return indices;
 }
 
+std::vector<Edge> edgesOf(const Indices& corners) {
+  std::vector<Edge> edges;
+  for (std::size_t i = 0; i < corners.size(); ++i) edges.emplace_back(corners[i], corners[(i + 1) % corners.size()]);
+  return edges;
+}
+
 Surface surfaceOf(const std::set<std::array<int, 3>>& cubes, double size) {
   Surface surface;
   std::map<std::array<int, 3>, std::uint32_t> numbers;

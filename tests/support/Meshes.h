@@ -58,6 +58,10 @@ inline std::uint32_t below(std::mt19937& random, std::size_t end) { return stati
 inline bool oneIn(std::mt19937& random, int times) { return pick(random, 1, times) == 1; }
 Indices randomIndices(std::mt19937& random, std::size_t count, std::size_t end);
 
+using Edge = std::pair<std::uint32_t, std::uint32_t>;
+/// From each corner to the next, in the order of the corners.
+std::vector<Edge> edgesOf(const Indices& corners);
+
 struct Surface {
   std::vector<Vec3> mPoints;
   Faces mFaces;

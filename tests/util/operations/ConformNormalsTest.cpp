@@ -7,7 +7,6 @@ namespace {
 
 using namespace support;
 using Matrix = std::array<double, 16>;
-using Edge = std::pair<std::uint32_t, std::uint32_t>;
 
 constexpr Matrix kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
@@ -20,13 +19,6 @@ Indices reversed(const Indices& old, std::size_t shift) {
 
 /// The corners as a flip leaves them: the second one leads.
 Indices flipped(const Indices& face) { return reversed(face, 1); }
-
-/// In the order of the corners.
-std::vector<Edge> edgesOf(const Indices& corners) {
-  std::vector<Edge> edges;
-  for (std::size_t i = 0; i < corners.size(); ++i) edges.emplace_back(corners[i], corners[(i + 1) % corners.size()]);
-  return edges;
-}
 
 /// The point below a set of points; a NaN coordinate does not count.
 Vec3 pointBelow(const std::vector<Vec3>& points) {

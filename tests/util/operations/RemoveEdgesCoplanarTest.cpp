@@ -9,13 +9,6 @@ namespace {
 
 using namespace support;
 using util::removeEdgesCoplanar;
-using Edge = std::pair<std::uint32_t, std::uint32_t>;
-
-std::vector<Edge> edgesOf(const Indices& face) {
-  std::vector<Edge> edges;
-  for (std::size_t i = 0; i < face.size(); ++i) edges.emplace_back(face[i], face[(i + 1) % face.size()]);
-  return edges;
-}
 
 /// The cycle from its lowest vertex on.
 Indices fromLowest(Indices cycle) {

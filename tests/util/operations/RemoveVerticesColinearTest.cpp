@@ -8,7 +8,6 @@ namespace {
 
 using namespace support;
 using util::removeVerticesColinear;
-using Edge = std::pair<std::uint32_t, std::uint32_t>;
 
 // The slow twin: ordered maps, and every corner taken out of its record at once.
 
@@ -25,15 +24,13 @@ struct SlowEdge {
 
 std::vector<SlowEdge> edgesOf(const PlainMesh& mesh) {
   std::vector<SlowEdge> edges;
-  for (std::uint32_t f = 0; f < mesh.mFaces.size(); ++f) {
-    const Indices& corners = mesh.mFaces[f].mCorners;
-    for (std::size_t i = 0; i < corners.size(); ++i) {
-      const Edge ends = std::minmax({corners[i], corners[(i + 1) % corners.size()]});
+  for (std::uint32_t f = 0; f < mesh.mFaces.size(); ++f)
+    for (const auto& [a, b] : support::edgesOf(mesh.mFaces[f].mCorners)) {
+      const Edge ends = std::minmax(a, b);
       auto edge = std::ranges::find(edges, ends, &SlowEdge::ends);
       if (edge == edges.end()) edge = edges.insert(edge, {ends, {}});
       edge->faces.push_back(f);
     }
-  }
   return edges;
 }
 

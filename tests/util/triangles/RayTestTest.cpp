@@ -8,6 +8,7 @@
 #include <memory>
 #include <numbers>
 #include <random>
+#include <span>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -205,23 +206,12 @@ TEST(RayTest, hostileNumbersGetThePlainLoopsAnswer) {
     Matrix m = make.place();
     Triple origin, direction;
     make.ray(m, origin, direction);
-    const double value = odd[static_cast<std::size_t>(make.number(0, 7))];
-    switch (make.number(0, 3)) {
-      case 0:
-        m[static_cast<std::size_t>(make.number(0, 15))] = value;
-        break;
-      case 1:
-        origin[static_cast<std::size_t>(make.number(0, 2))] = value;
-        break;
-      case 2:
-        direction[static_cast<std::size_t>(make.number(0, 2))] = value;
-        break;
-      default: {
-        std::vector<double> coordinates(mesh->vertexCoordinates().begin(), mesh->vertexCoordinates().end());
-        coordinates[static_cast<std::size_t>(make.number(0, static_cast<int>(coordinates.size()) - 1))] = value;
-        mesh = triangleMeshOf(coordinates, {mesh->indices().begin(), mesh->indices().end()});
-      }
-    }
+    std::vector<double> coordinates(mesh->vertexCoordinates().begin(), mesh->vertexCoordinates().end());
+    const std::array<std::span<double>, 4> places{m, origin, direction, coordinates};
+    const std::span<double> place = places[static_cast<std::size_t>(make.number(0, 3))];
+    place[static_cast<std::size_t>(make.number(0, static_cast<int>(place.size()) - 1))] =
+        odd[static_cast<std::size_t>(make.number(0, 7))];
+    mesh = triangleMeshOf(coordinates, {mesh->indices().begin(), mesh->indices().end()});
     const Answer plain = askPlain(*mesh, m, origin, direction);
     const RayPlacement placement(*mesh, m.data());
     ASSERT_EQ(ask(*mesh, placement, m, origin, direction, Instructions::best), plain) << "scene " << scene;

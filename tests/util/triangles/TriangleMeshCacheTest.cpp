@@ -1,7 +1,6 @@
 #include <facetbox/util/triangles/TriangleMeshCache.h>
 
 #include <atomic>
-#include <barrier>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -13,16 +12,17 @@
 #include <facetbox/util/math/Vec3.h>
 #include <facetbox/util/mesh/MeshStorage.h>
 #include <tests/support/Meshes.h>
+#include <tests/support/Threads.h>
 
 namespace {
 
 using support::facesOf;
+using support::kThreads;
 using support::meshOf;
+using support::onAllThreads;
 using util::Mesh;
 using util::TriangleMesh;
 using util::TriangleMeshCache;
-
-constexpr int kThreads = 4;
 
 /// `quads` squares in a row. `holes` names a group that cannot be followed, or nothing.
 Mesh rowOfQuads(std::uint32_t quads, const support::Indices& holes = {}) {
@@ -47,17 +47,6 @@ Mesh rowThatFails(std::uint32_t quads) {
 
 /// 0 for none.
 std::uint64_t stampOf(const Mesh& mesh, int kind) { return mesh.storage().mStamps.stampOr(kind, 0); }
-
-template <class Work>
-void onAllThreads(Work work) {
-  std::barrier start(kThreads);
-  std::vector<std::jthread> threads;
-  for (int t = 0; t < kThreads; ++t)
-    threads.emplace_back([&, t] {
-      start.arrive_and_wait();
-      work(t);
-    });
-}
 
 TEST(TriangleMeshCache, sharesOneTriangulationUntilNobodyHoldsIt) {
   TriangleMeshCache cache(4), second(4);
