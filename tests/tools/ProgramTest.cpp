@@ -33,15 +33,6 @@ TEST(Program, infoTellsDefectsAsJson) {
       {"unusedVertices", 1},  {"doubleFaces", 0},    {"duplicateVertices", 1}, {"nearlyDuplicateVertices", 1}};
   EXPECT_EQ(json["defects"], defects);
 
-  // Three copies of one square, one of them reversed, on vertices of their own but for a hair.
-  const std::string copies = folder.write("copies.obj",
-                                          "v 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nv 0 0 0.00001\n"
-                                          "f 1 2 3 4\nf 3 4 1 2\nf 4 3 2 1\nf 5 2 3 4\n");
-  const auto doubles = nlohmann::json::parse(runProgram("info --json " + quoted(copies)).mOut)["defects"];
-  EXPECT_EQ(doubles["doubleFaces"], 2);
-  EXPECT_EQ(doubles["duplicateVertices"], 0);
-  EXPECT_EQ(doubles["nearlyDuplicateVertices"], 1);
-
   const RunResult table = runProgram("info " + quoted(folder.write("t.obj", kTetrahedron)));
   EXPECT_THAT(table.mOut, HasSubstr("\n  edges used once                               0\n"));
 }

@@ -48,16 +48,6 @@ Corners comb(int teeth, int length, double slant, double scale, Vec2 offset) {
   return corners;
 }
 
-Corners gridWalk(std::mt19937& random, int count, int step) {
-  Corners corners;
-  Vec2 at{};
-  for (int i = 0; i < count; ++i) {
-    corners.push_back(at);
-    at = {at.x + pick(random, -step, step), at.y + pick(random, -step, step)};
-  }
-  return corners;
-}
-
 Corners scattered(std::mt19937& random, int count, int size) {
   Corners corners;
   for (int i = 0; i < count; ++i)
@@ -77,14 +67,11 @@ std::vector<std::pair<std::string, Corners>> shapes() {
       {"denormal comb", comb(200, 300, 0.3, 3e-322, {})},
       {"enormous comb", comb(100, 50, 0.3, 3e305, {})},
       {"all corners equal", Corners(100, {3, 4})},
-      {"grid walk", gridWalk(random, 3000, 1)},
       {"scattered on few points", scattered(random, 2000, 2)},
   };
   for (const int count : {0, 1, 2, 3, 31, 32, 33, 100, 200, 400})
-    for (const int size : {3, 8, 200}) {
+    for (const int size : {3, 8, 200})
       all.push_back({"scattered " + std::to_string(count), scattered(random, count, size)});
-      all.push_back({"grid walk " + std::to_string(count), gridWalk(random, count, 1 + size / 4)});
-    }
   for (const double bad : {kNaN, kInfinity, -kInfinity}) {
     Corners& broken = all.emplace_back("broken circle", all[0].second).second;
     for (const std::size_t i : {0u, 77u, 78u, 1499u}) broken[i].x = bad;

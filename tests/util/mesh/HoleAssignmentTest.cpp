@@ -217,25 +217,6 @@ TEST(HoleAssignment, keepsAndDeletesWhatPlainLoopsDoForGroupsOfAllSizes) {
   EXPECT_GT(calm, 50u);
 }
 
-TEST(HoleAssignment, groupsThatShareFacesAndOddEntriesAreTakenInTheOrderOfTheList) {
-  Scene scene;  // three nested squares, one apart, one that sticks out of the first and holds another
-  for (const auto& square :
-       {box(0, 0, 10, 10), box(1, 1, 8, 8), box(4, 4, 2, 2), box(100, 0, 10, 10), box(8, 2, 6, 6), box(10, 4, 2, 2)})
-    scene.add(square);
-  scene.add({{2, 2, 0}, {4, 4, 0}});  // from records only: one or two corners
-  scene.add({{3, 3, 0}});
-  for (const Indices& holes :
-       {Indices{0, 2, kEnd, 1, 2, kEnd}, Indices{0, 2, kEnd, 1, 2, kEnd, 3, 2, kEnd}, Indices{1, 2, kEnd, 0, 1, kEnd},
-        Indices{0, 4, kEnd, 4, 5, kEnd}, Indices{4, 5, kEnd, 0, 4, kEnd}, Indices{0, 6, 7, 1, kEnd, 6, 0, kEnd},
-        Indices{0, 2, 2, 0, kEnd, 0, 1, kEnd}, Indices{0, 2, kEnd, 0, 1},
-        Indices{90, 6, 7, kEnd, kEnd, 3, 3, 92, kEnd}}) {
-    SCOPED_TRACE(testing::PrintToString(holes));
-    scene.mHoles = holes;
-    Mesh mesh = scene.mesh();
-    expectSameAsPlain(mesh);
-  }
-}
-
 TEST(HoleAssignment, agreesWithWhatIsKnownOfCollectedPolygons) {
   std::ifstream file(std::filesystem::path(FACETBOX_SHARED_DATA) / "polygons_holes.json");
   if (!file) GTEST_SKIP() << "no collected polygons beside the checkout";
