@@ -1,7 +1,6 @@
 #include <facetbox/picker/Picker.h>
 
 #include <array>
-#include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -16,8 +15,6 @@
 
 namespace {
 
-using support::kInfinity;
-using support::kNaN;
 using support::Matrix;
 using support::pick;
 using support::picked;

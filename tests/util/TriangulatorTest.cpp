@@ -24,7 +24,6 @@
 namespace {
 
 using support::Faces;
-using support::facesOf;
 using support::Indices;
 using support::kEnd;
 using support::meshOf;
