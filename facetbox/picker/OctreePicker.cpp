@@ -66,10 +66,10 @@ class OctreePicker::ClipPlanes {
     }
   }
 
-  /// @param size  S
+  /// @param size  at least S
   util::ClipSide sideOf(const Vec3& centre, const Vec3& half, double size) const {
     const double margin = 1e-13 * mLargestSum * size + 1e-20;
-    if (!(margin <= 1e80)) return util::ClipSide::unsure;
+    if (!(margin <= 1e80 && size <= 1e100)) return util::ClipSide::unsure;
     Pair lowest, highest;
     for (std::size_t row = 0; row < 3; ++row) {
       const Two& two = mRows[row];
@@ -198,27 +198,18 @@ Box OctreePicker::Pickable::measure() {
   }
   mIsFinite = nothing == 0;
   if (!mIsFinite) mLocalBox = Box{};
-  setWorldBox(box);
-  return box;
-}
 
-void OctreePicker::Pickable::setWorldBox(const Box& box) {
-  mHalf = (box.max - box.min) / 2;
-  mCentre = box.min + mHalf;
-  mSize = std::numeric_limits<double>::infinity();
+  mReach = std::numeric_limits<double>::infinity();
   const bool isPlaced = mMatrix[3] == 0 && mMatrix[7] == 0 && mMatrix[11] == 0 && mMatrix[15] == 1;
-  if (!mIsFinite || !isPlaced || !(mLocalBox.min.x <= mLocalBox.max.x)) return;
+  if (!mIsFinite || !isPlaced || !(mLocalBox.min.x <= mLocalBox.max.x)) return box;
   const auto largest = [](double min, double max) { return std::max(std::fabs(min), std::fabs(max)); };
   const Vec3 p{largest(mLocalBox.min.x, mLocalBox.max.x), largest(mLocalBox.min.y, mLocalBox.max.y),
                largest(mLocalBox.min.z, mLocalBox.max.z)};
-  double size = 1;
-  for (int row = 0; row < 3; ++row) {
-    const double sum = std::fabs(mMatrix[row]) * p.x + std::fabs(mMatrix[4 + row]) * p.y +
-                       std::fabs(mMatrix[8 + row]) * p.z + std::fabs(mMatrix[12 + row]);
-    if (!(sum <= 1e100)) return;
-    size = std::max(size, sum);
-  }
-  mSize = size;
+  mReach = 0;
+  for (int row = 0; row < 3; ++row)
+    mReach = std::max(
+        mReach, std::fabs(mMatrix[row]) * p.x + std::fabs(mMatrix[4 + row]) * p.y + std::fabs(mMatrix[8 + row]) * p.z);
+  return box;
 }
 
 Box OctreePicker::Pickable::move(const Vec3& offset) {
@@ -235,17 +226,17 @@ Box OctreePicker::Pickable::move(const Vec3& offset) {
   if (onlyTranslationChanged && mIsFinite && mUntranslated.min.x <= mUntranslated.max.x) {
     const Vec3 to = vectorOf(mMatrix + 12);
     const Box box{mUntranslated.min + to, mUntranslated.max + to};
-    if (isFinite(box.min) && isFinite(box.max)) {
-      setWorldBox(box);
-      return box;
-    }
+    if (isFinite(box.min) && isFinite(box.max)) return box;
   }
   return measure();
 }
 
 bool OctreePicker::Pickable::isInsideClipVolume(const double viewProjection[16], const ClipPlanes& planes,
                                                 bool wholeInside) const {
-  util::ClipSide side = planes.sideOf(mCentre, mHalf, mSize);
+  // The last row's translation is 1.
+  const Vec3 to = vectorOf(mMatrix + 12), half = (mUntranslated.max - mUntranslated.min) / 2;
+  const double size = mReach + std::fabs(to.x) + std::fabs(to.y) + std::fabs(to.z) + 1;
+  util::ClipSide side = planes.sideOf(mUntranslated.min + half + to, half, size);
   double c[16];
   if (side == util::ClipSide::unsure) {
     util::multiply(viewProjection, mMatrix, c);

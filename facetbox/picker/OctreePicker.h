@@ -54,21 +54,17 @@ class OctreePicker final : public Picker {
     /// looking at the vertices.
     util::Box move(const util::Vec3& offset);
     bool isInsideClipVolume(const double viewProjection[16], const ClipPlanes& planes, bool wholeInside) const;
-    /// Takes the box around the object in the world, and with it what planes are put to.
-    void setWorldBox(const util::Box& box);
 
-    // What most answers take, side by side.
-    util::Vec3 mCentre, mHalf;  // of the box around it in the world
-    double mSize;               // what rounding is measured by, see ClipPlanes; infinite where there is no telling
+    double mMatrix[16];
+    util::Box mUntranslated;  // of all vertices by the matrix, before its translation is added
+    double mReach;            // the most that a coordinate's terms add up to without the translation; infinite where
+                              // the object's clip side cannot be told from its world box
     std::int32_t mId;
     bool mHasTriangles = false;
     bool mIsFinite = true;  // whether all numbers that went into these boxes are
-
-    double mMatrix[16];
+    util::Box mLocalBox;    // of all vertices; empty on all axes where one of them is not finite
     std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;
     std::vector<util::RayPlacement> mPlacements;  // one per mesh, made by the first ray after a change
-    util::Box mLocalBox;                          // of all vertices; empty on all axes where one of them is not finite
-    util::Box mUntranslated;                      // of all vertices by the matrix, before its translation is added
   };
   using PickablePointer = std::shared_ptr<Pickable>;
   using Octree = util::BBoxOctree<PickablePointer, double>;
