@@ -183,7 +183,11 @@ TEST(BBoxOctree, findsInAViewVolumeWhatTheWrittenOutTestFindsInItsOrder) {
       plain.ensureContains(box);
       tree.insert(box, item);
       plain.insert(box, item);
-      if (item % 100 == 99) {
+      if (item % 100 == 95) {
+        const auto victim = plain.records()[random() % plain.records().size()];
+        EXPECT_EQ(tree.remove(victim.box, victim.item), plain.remove(victim.box, victim.item));
+      }
+      if (item % 100 >= 90) {  // with few appended since the last time, and with many
         auto corners = randomVolume(random, reach);
         for (Vec3& corner : corners) corner = place(corner);
         const Items expected = plain.queryFrustum(corners);
