@@ -149,16 +149,12 @@ class OctreePicker::RelocateCommand final : public Command {
   void execute(OctreePicker& picker) override {
     const auto found = picker.mRecords.find(mSerial);
     if (found == picker.mRecords.end() || !found->second.mOctree) return;
-    Octree& octree = *found->second.mOctree;
-    std::vector<Octree::Record> records;
-    octree.extractAllAndReset(kRootHalfSize, records);
-    for (std::size_t i = 0; i < records.size(); ++i) {
-      if (i + kAhead < records.size()) prefetch(records[i + kAhead].item.get());
-      Octree::Record& record = records[i];
-      record.box = record.item->move(mOffset);
-      octree.ensureContains(record.box);
-      octree.insert(record.box, std::move(record.item));
-    }
+    found->second.mOctree->relocateAll(kRootHalfSize, [&](std::span<Octree::Record> records) {
+      for (std::size_t i = 0; i < records.size(); ++i) {
+        if (i + kAhead < records.size()) prefetch(records[i + kAhead].item.get());
+        records[i].box = records[i].item->move(mOffset);
+      }
+    });
   }
 
  private:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cassert>
 #include <cmath>
@@ -76,14 +77,9 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   /// Stores an item. ensureContains() comes first: a box beyond the root is stored in the cell that its position
   /// selects, where queryBox() may miss it.
   void insert(const Box& box, T item) {
-    const std::uint32_t cell = locate(box, mAdder);
-    std::vector<Record>& stored = this->find(cell)->mRecords;
-    stored.push_back({box, std::move(item)});
-    if (mIsIndexed) {
-      mIsIndexed = 4 * mAppended.size() < mCellOfRank.size();
-      if (mIsIndexed) mAppended.push_back({cell, static_cast<std::uint32_t>(stored.size() - 1)});
-    }
-    if (hasPlace(box)) mUnion.extend(box);
+    settle();
+    Record record{box, std::move(item)};
+    store(record);
   }
 
   /// Removes the first record of this very box and item; the others keep their order.
@@ -96,12 +92,10 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   /// Appends every record to `out` and leaves the tree empty; its root keeps place and size.
   void extractAll(std::vector<Record>& out);
 
-  /// Appends every record to `out` and leaves the tree as if newly made.
-  void extractAllAndReset(Real halfSize, std::vector<Record>& out) {
-    extractAll(out);
-    mCenter = {0, 0, 0};
-    mHalfSize = halfSize;
-  }
+  /// Leaves the tree as if newly made, and fills it again with the records in the order of extractAll(), as by
+  /// ensureContains() and insert(), after `move(records)` has given them new boxes. It may not throw.
+  template <class Move>
+  void relocateAll(Real halfSize, Move move);
 
   /// Appends the items whose boxes meet the volume of eight corners, see ViewVolume. Cells whose cubes do not meet it
   /// are passed over with all below them. A box that is empty on an axis meets nothing.
@@ -140,6 +134,13 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
     };
     return (isNear(box.min) && isNear(box.max)) || box.min.x > box.max.x;
   }
+
+  // Where memory ends while records are put back, those that are left wait, and whatever comes next begins with them:
+  // none is lost, and they end in the order in which they would have come.
+  void makeRootHold(const Box& box);
+  void settle();
+  void takeAll(std::vector<Record>& out);
+  void store(Record& record);
 
   static constexpr int kStays = -1;
   static constexpr std::size_t kSparedCapacity = 8;  // of a cell's records that emptying the tree leaves allocated
@@ -189,6 +190,10 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   Box mUnion;                 // of all boxes stored; those removed since it was last empty may be in it
   bool mUnionIsWide = false;  // whether a box was removed since
 
+  std::vector<Record> mWaiting;  // to be stored, from mNextWaiting on
+  std::size_t mNextWaiting = 0;
+  std::size_t mWaitingInRoot = 0;  // how many of them, from the first, need no makeRootHold()
+
   // Records by rank, which is their place in the promised order; all of them but those appended since.
   bool mIsIndexed = false;
   BoxIndex mIndex;
@@ -216,26 +221,87 @@ int BBoxOctree<T, Real>::childFor(const Box& box, const Vec3& center) {
   return fits ? code : kStays;
 }
 
-/// Descends to the cell of a box; the cells on the way are created.
+/// Descends to the cell of a box; the cells on the way are created, and visited once they all are.
 template <class T, class Real>
 std::uint32_t BBoxOctree<T, Real>::locate(const Box& box, Visitor& visitor) {
+  std::array<std::pair<std::uint32_t, Node*>, Octree<Node>::kDepth> path;
+  std::size_t last = 0;
   std::uint32_t cell = 0;
   Vec3 center = mCenter;
   Real halfSize = mHalfSize;
-  for (int level = 1; level < this->kDepth; ++level) {
+  path[0] = {0, &this->touch(0)};
+  while (last + 1 < path.size()) {
     const int code = childFor(box, center);
     if (code == kStays) break;
-    visitor.visitPath(cell, this->touch(cell));
     halfSize = halfSize / 2;
     cell = this->childOf(cell, static_cast<unsigned>(code));
     center = childCenter(center, halfSize, static_cast<unsigned>(code));
+    path[++last] = {cell, &this->touch(cell)};
   }
-  visitor.visitTarget(cell, this->touch(cell));
+  for (std::size_t i = 0; i < last; ++i) visitor.visitPath(path[i].first, *path[i].second);
+  visitor.visitTarget(cell, *path[last].second);
   return cell;
+}
+
+/// Stores a record, or throws and stores nothing.
+template <class T, class Real>
+void BBoxOctree<T, Real>::store(Record& record) {
+  const Box box = record.box;
+  const std::uint32_t cell = locate(box, mAdder);
+  std::vector<Record>& stored = this->find(cell)->mRecords;
+  const bool staysIndexed = mIsIndexed && 4 * mAppended.size() < mCellOfRank.size();
+  mIsIndexed = false;
+  try {
+    if (stored.size() == stored.capacity()) stored.reserve(std::max<std::size_t>(1, 2 * stored.size()));
+    if (staysIndexed) mAppended.push_back({cell, static_cast<std::uint32_t>(stored.size())});
+  } catch (...) {
+    locate(box, mRemover);
+    throw;
+  }
+  stored.push_back(std::move(record));
+  mIsIndexed = staysIndexed;
+  if (hasPlace(box)) mUnion.extend(box);
+}
+
+/// Stores what waits.
+template <class T, class Real>
+void BBoxOctree<T, Real>::settle() {
+  while (mNextWaiting < mWaiting.size()) {
+    if (mNextWaiting >= mWaitingInRoot) {
+      makeRootHold(Box(mWaiting[mNextWaiting].box));
+      // A new root makes all others wait before this one.
+      if (mNextWaiting < mWaitingInRoot) continue;
+    }
+    store(mWaiting[mNextWaiting]);
+    ++mNextWaiting;
+  }
+  mWaiting = {};
+  mNextWaiting = mWaitingInRoot = 0;
 }
 
 template <class T, class Real>
 void BBoxOctree<T, Real>::ensureContains(const Box& box) {
+  settle();
+  makeRootHold(box);
+  settle();
+}
+
+template <class T, class Real>
+template <class Move>
+void BBoxOctree<T, Real>::relocateAll(Real halfSize, Move move) {
+  std::vector<Record> records;
+  extractAll(records);
+  move(std::span<Record>(records));
+  mCenter = {0, 0, 0};
+  mHalfSize = halfSize;
+  mWaiting.swap(records);
+  mNextWaiting = mWaitingInRoot = 0;
+  settle();
+}
+
+/// ensureContains(), but for what a new root has to take up again: that waits.
+template <class T, class Real>
+void BBoxOctree<T, Real>::makeRootHold(const Box& box) {
   const Vec3 half{mHalfSize, mHalfSize, mHalfSize};
   const Vec3 low = mCenter - half, high = mCenter + half;
   if (box.max.x <= high.x && low.x <= box.min.x && box.max.y <= high.y && low.y <= box.min.y && box.max.z <= high.z &&
@@ -268,15 +334,21 @@ void BBoxOctree<T, Real>::ensureContains(const Box& box) {
       isSame(newCenter.z, mCenter.z))
     return;
 
+  const std::size_t waiting = mWaiting.size() - mNextWaiting;
   std::vector<Record> records;
-  extractAll(records);
+  records.reserve(static_cast<std::size_t>(subtreeCount(0)) + waiting);
+  takeAll(records);
   mCenter = newCenter;
   mHalfSize = newHalfSize;
-  for (Record& record : records) insert(record.box, std::move(record.item));
+  mWaitingInRoot = records.size();
+  std::move(mWaiting.begin() + static_cast<std::ptrdiff_t>(mNextWaiting), mWaiting.end(), std::back_inserter(records));
+  mWaiting.swap(records);
+  mNextWaiting = 0;
 }
 
 template <class T, class Real>
 bool BBoxOctree<T, Real>::remove(const Box& box, const T& item) {
+  settle();
   Node& node = *this->find(locate(box, mNull));
   std::vector<Record>& records = node.mRecords;
   const auto found =
@@ -315,6 +387,13 @@ void BBoxOctree<T, Real>::collectAll(std::vector<T>& out) const {
 
 template <class T, class Real>
 void BBoxOctree<T, Real>::extractAll(std::vector<Record>& out) {
+  settle();
+  takeAll(out);
+}
+
+/// Moves every record out, or throws and moves none.
+template <class T, class Real>
+void BBoxOctree<T, Real>::takeAll(std::vector<Record>& out) {
   std::vector<std::uint32_t> cells;
   listUsed(0, 1, cells);
   // All that may fail comes before the first record is moved.
@@ -417,6 +496,7 @@ bool BBoxOctree<T, Real>::cellMeets(std::uint32_t cell, const ViewVolume& volume
 
 template <class T, class Real>
 void BBoxOctree<T, Real>::queryFrustum(const Vec3 corners[8], std::vector<const T*>& out) {
+  settle();
   if (subtreeCount(0) == 0) return;
   if (!mIsIndexed) makeIndex();
   mQuery = (mQuery + 1) % (1u << 31);
