@@ -258,10 +258,7 @@ OctreePicker::OctreePicker() : mCache(kCacheKind) {}
 
 OctreePicker::~OctreePicker() = default;
 
-std::uint64_t OctreePicker::serialOf(std::size_t handle) const {
-  const auto* record = util::Handle<Picker>::at(handle);
-  return record && record->mOwner == this ? record->mSerial : 0;
-}
+std::uint64_t OctreePicker::serialOf(std::size_t handle) const { return util::serialOf<Picker>(handle, this); }
 
 std::size_t OctreePicker::createHandle() { return mHandles.create(this); }
 
