@@ -10,11 +10,11 @@
 namespace {
 
 /// A mesh in the world gets a new hierarchy wherever it is moved to. That pays beyond this number of triangles only,
-/// which a box and a mesh of few vertices hardly ever have.
+/// which a mesh of few vertices hardly ever has.
 constexpr std::size_t kManyTriangles = 64;
 
 /// A copy, for others may be looking at the mesh: an instance's is never shared, but what is known about it is.
-std::shared_ptr<const util::TriangleMesh> moved(const util::TriangleMesh& mesh, const util::Vec3& offset) {
+std::shared_ptr<util::TriangleMesh> moved(const util::TriangleMesh& mesh, const util::Vec3& offset) {
   const std::span<const double> from = mesh.vertexCoordinates();
   util::TriangleMeshArrays arrays;
   arrays.vertexCoordinates.reserve(from.size());
@@ -23,9 +23,7 @@ std::shared_ptr<const util::TriangleMesh> moved(const util::TriangleMesh& mesh, 
       arrays.vertexCoordinates.push_back(coordinate);
   arrays.indices.assign(mesh.indices().begin(), mesh.indices().end());
   arrays.edgePairs.assign(mesh.edgePairs().begin(), mesh.edgePairs().end());
-  std::shared_ptr<util::TriangleMesh> result(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
-  prepareForQueries(*result);
-  return result;
+  return std::shared_ptr<util::TriangleMesh>(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
 }
 
 }  // namespace
@@ -39,8 +37,15 @@ void Entry::relocate(const util::Vec3& offset) {
   std::shared_ptr<const util::TriangleMesh> box = mBox ? moved(*mBox, offset) : nullptr;
   std::vector<std::shared_ptr<const util::TriangleMesh>> meshes;
   meshes.reserve(mInstances.size());
-  for (const Instance& instance : mInstances)
-    meshes.push_back(instance.mTransform ? instance.mMesh : moved(*instance.mMesh, offset));
+  for (const Instance& instance : mInstances) {
+    if (instance.mTransform) {
+      meshes.push_back(instance.mMesh);
+      continue;
+    }
+    const std::shared_ptr<util::TriangleMesh> mesh = moved(*instance.mMesh, offset);
+    prepareForQueries(*mesh);
+    meshes.push_back(mesh);
+  }
 
   mBox = std::move(box);
   const double translation[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, offset.x, offset.y, offset.z, 1};

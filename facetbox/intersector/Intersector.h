@@ -75,7 +75,8 @@ class FACETBOX_EXPORT Intersector {
   virtual bool setOABBox(std::size_t handle, const util::Mesh& box, util::Triangulator& triangulator) = 0;
 
   /// Queues: moves the object, its box included, by (dx, dy, dz) in the world. Triangles shared with other objects stay
-  /// where they are. When executed, O(1) per instance of a large mesh, O(vertices) per other instance and for the box.
+  /// where they are. When executed, O(1) per instance of a mesh of 16 vertices and more,
+  /// O(vertices) for the box, O(vertices + triangles log triangles) per other instance.
   /// @return true
   virtual bool relocate(std::size_t handle, double dx, double dy, double dz) = 0;
 
@@ -96,7 +97,8 @@ class FACETBOX_EXPORT Intersector {
   /// with sx, sy between 0 and 1. A result beyond 32 bits takes the nearest value that they hold, NaN the lowest. A
   /// point without projection is taken to lie in the middle of the view. (A transform with a perspective of its own
   /// divides by its |w| as well; a vertex that it does not project stays where the one before it went, the first at the
-  /// world's origin.)
+  /// world's origin. That holds from 16 vertices on; smaller meshes, and all rays and nearest points, take the first
+  /// three rows as they are. Affine transforms make no difference.)
   ///
   /// @param matrix       16 floats, view-projection
   /// @param viewport     x, y, width, height, in pixels; may be empty or negative

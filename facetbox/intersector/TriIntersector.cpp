@@ -41,9 +41,7 @@ std::vector<double> coordinatesOf(const util::Mesh& mesh, Place place) {
 
 std::shared_ptr<util::TriangleMesh> triangulate(util::Triangulator& triangulator, const util::Mesh& mesh,
                                                 std::vector<double> coordinates, int option) {
-  std::shared_ptr<util::TriangleMesh> triangles(triangulator.triangulate(mesh, std::move(coordinates), option));
-  prepareForQueries(*triangles);
-  return triangles;
+  return std::shared_ptr<util::TriangleMesh>(triangulator.triangulate(mesh, std::move(coordinates), option));
 }
 
 Vec3 vectorOf(const float* p) { return {p[0], p[1], p[2]}; }
@@ -68,7 +66,13 @@ class TriIntersector::Command {
   /// The entry, a new one where there is none; null where the handle has been disposed of meanwhile: nobody could ever
   /// ask for the entry, or have it released.
   Entry* findOrInsert(TriIntersector& intersector) const {
-    return intersector.mHandles.isAlive(mId) ? &intersector.mEntries[mId] : nullptr;
+    if (!intersector.mHandles.isAlive(mId)) return nullptr;
+    const auto found = intersector.mEntries.find(mId);
+    if (found != intersector.mEntries.end()) return &found->second;
+    // With room for its first instance: where memory ends, no empty entry is left behind.
+    Entry entry;
+    entry.mInstances.reserve(1);
+    return &intersector.mEntries.emplace(mId, std::move(entry)).first->second;
   }
 
   const std::uint64_t mId;
@@ -83,9 +87,9 @@ class TriIntersector::AddEntryCommand final : public Command {
   }
 
   bool execute(TriIntersector& intersector) override {
-    if (Entry* entry = findOrInsert(intersector))
-      entry->mInstances.push_back({std::move(mMesh), std::move(mEdges), mTransform, nullptr});
-    return false;
+    Entry* const entry = findOrInsert(intersector);
+    if (entry) entry->mInstances.push_back({std::move(mMesh), std::move(mEdges), mTransform, nullptr});
+    return entry == nullptr;
   }
 
  private:
@@ -168,9 +172,10 @@ void TriIntersector::addEntry(std::size_t handle, const util::Mesh& mesh, const 
     mQueue.push(std::make_unique<AddEntryCommand>(id, triangles, mEdgeLists.edgesOf(triangles), transform));
     return;
   }
-  const MeshPointer triangles = triangulate(
+  const std::shared_ptr<util::TriangleMesh> triangles = triangulate(
       triangulator, mesh,
       coordinatesOf(mesh, [&](const Vec3& vertex) { return util::transformPoint(transform, vertex); }), kWithEdgePairs);
+  prepareForQueries(*triangles);
   auto edges =
       std::make_shared<const EdgeList>(listEdges(triangles->indices(), triangles->vertexCoordinates().size() / 3));
   mQueue.push(std::make_unique<AddPretransEntryCommand>(id, triangles, std::move(edges)));
@@ -210,9 +215,9 @@ void TriIntersector::processCommands() {
   });
   if (!mMeshesMayBeUnused) return;
   // Once for all that was disposed of.
-  mMeshesMayBeUnused = false;
   mCache.pruneUnused();
   mEdgeLists.pruneUnused();
+  mMeshesMayBeUnused = false;
 }
 
 void TriIntersector::applyPendingCommands() {

@@ -297,8 +297,8 @@ void OctreePicker::drain() {
   mQueue.drain([this](Command& command) { command.execute(*this); });
   if (!mMeshesMayBeUnused) return;
   // Once for all that was disposed of.
-  mMeshesMayBeUnused = false;
   mCache.pruneUnused();
+  mMeshesMayBeUnused = false;
 }
 
 void OctreePicker::applyPendingCommands() {

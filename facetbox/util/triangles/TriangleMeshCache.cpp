@@ -122,15 +122,11 @@ std::shared_ptr<TriangleMesh> TriangleMeshCache::makeTriangleMesh(const Mesh& me
 }
 
 void TriangleMeshCache::pruneUnused() {
-  std::vector<std::shared_ptr<TriangleMesh>> unused;  // destroyed after the lock is released
+  decltype(mMeshes) unused;  // destroyed after the lock is released
   const boost::unique_lock<boost::mutex> lock(mMutex);
   for (auto entry = mMeshes.begin(); entry != mMeshes.end();) {
-    if (entry->second.use_count() == 1) {
-      unused.push_back(std::move(entry->second));
-      entry = mMeshes.erase(entry);
-    } else {
-      ++entry;
-    }
+    const auto current = entry++;
+    if (current->second.use_count() == 1) unused.insert(mMeshes.extract(current));
   }
 }
 

@@ -1,9 +1,12 @@
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include <facetbox/intersector/Intersector.h>
+#include <facetbox/util/Triangulator.h>
 #include <tests/support/Scenes.h>
 
 namespace {
@@ -77,6 +80,22 @@ TEST(Picker, losesNoObjectWhereMemoryEnds) {
     EXPECT_EQ(picker->getPendingCommandCount(), 0u);
     picker->dispose(handle);
     picker->applyPendingCommands();
+  }
+}
+
+TEST(Intersector, hasNoEntryForAnObjectThatMemoryDidNotSufficeFor) {
+  const support::SceneMeshes meshes;
+  const support::View all = support::viewOf(ortho(50));
+  util::Triangulator triangulator;
+  bool succeeded = false;
+  for (long allocations = 0; !succeeded; ++allocations) {
+    const std::unique_ptr<Intersector> intersector(Intersector::createIntersector());
+    const std::size_t handle = intersector->createHandle();
+    intersector->addEntry(handle, meshes.cube(), shifted(1, 2, 3).data(), triangulator);
+    succeeded = succeedsWith(allocations, [&] { intersector->applyPendingCommands(); });
+    EXPECT_EQ(intersector->intersectsFrustum(handle, all.mMatrix.data(), true), succeeded) << allocations;
+    intersector->dispose(handle);
+    intersector->applyPendingCommands();
   }
 }
 
