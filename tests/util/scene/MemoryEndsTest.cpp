@@ -1,50 +1,20 @@
-#include <cstdlib>
+#include <algorithm>
+#include <cstdint>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include <facetbox/intersector/Intersector.h>
 #include <facetbox/util/Triangulator.h>
+#include <tests/support/FailingMemory.h>
 #include <tests/support/Scenes.h>
-
-namespace {
-
-thread_local long gAllocationsLeft = -1;  // below 0: any number
-
-}  // namespace
-
-// For the whole test program; without a limit they do what the standard ones do.
-void* operator new(std::size_t size) {
-  if (gAllocationsLeft >= 0 && gAllocationsLeft-- == 0) {
-    gAllocationsLeft = 0;
-    throw std::bad_alloc();
-  }
-  if (void* memory = std::malloc(size != 0 ? size : 1)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
 using support::ortho;
 using support::shifted;
-
-/// Runs `call` with memory for so many allocations only.
-template <class Call>
-bool succeedsWith(long allocations, Call call) {
-  gAllocationsLeft = allocations;
-  try {
-    call();
-    gAllocationsLeft = -1;
-    return true;
-  } catch (const std::bad_alloc&) {
-    gAllocationsLeft = -1;
-    return false;
-  }
-}
+using support::succeedsWith;
 
 // A change that memory does not suffice for may be lost, but nothing else: all that is in the scene stays there, in
 // order, and the changes behind it are made.
