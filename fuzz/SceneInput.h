@@ -9,23 +9,8 @@
 #include <vector>
 
 #include <facetbox/util/Mesh.h>
+#include "fuzz/Bytes.h"
 #include "tests/support/PlainPicker.h"
-
-/// Reads small values from the input; zero when it is used up.
-class Bytes {
- public:
-  Bytes(const std::uint8_t* data, std::size_t size) : mData(data), mSize(size) {}
-  bool empty() const { return mSize == 0; }
-  std::uint8_t next() {
-    if (mSize == 0) return 0;
-    --mSize;
-    return *mData++;
-  }
-
- private:
-  const std::uint8_t* mData;
-  std::size_t mSize;
-};
 
 /// Mostly a small integer grid, where ties happen; now and then something nasty.
 inline float nextNumber(Bytes& in) {

@@ -12,26 +12,10 @@
 #include <vector>
 
 #include <facetbox/cleanup/Cleanup.h>
+#include "fuzz/Bytes.h"
 #include "tests/support/RecordCheck.h"
 
 namespace {
-
-/// Reads small values from the input; zero when it is used up.
-class Bytes {
- public:
-  Bytes(const std::uint8_t* data, std::size_t size) : mData(data), mSize(size) {}
-  bool empty() const { return mSize == 0; }
-  std::uint8_t next() {
-    if (mSize == 0) return 0;
-    --mSize;
-    return *mData++;
-  }
-  std::uint32_t below(std::uint32_t bound) { return bound ? next() % bound : 0; }
-
- private:
-  const std::uint8_t* mData;
-  std::size_t mSize;
-};
 
 /// Mostly a small integer grid, where ties happen; now and then something nasty.
 float nextCoordinate(Bytes& in) {
