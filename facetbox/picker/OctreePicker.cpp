@@ -177,6 +177,8 @@ Box OctreePicker::Pickable::measure() {
   mHasTriangles = false;
   const Vec3 translation = vectorOf(mMatrix + 12);
   Box box;
+  mIsSmall = std::ranges::all_of(mMeshes,
+                                 [](const auto& mesh) { return mesh->vertexCoordinates().size() <= 3 * kFewVertices; });
   // Becomes NaN with the first number that is not finite.
   double nothing = 0;
   for (const auto& mesh : mMeshes) {
@@ -227,30 +229,39 @@ Box OctreePicker::Pickable::move(const Vec3& offset) {
   return measure();
 }
 
-bool OctreePicker::Pickable::isInsideClipVolume(const double viewProjection[16], const ClipPlanes& planes,
+/// @param planes  null where the world box is not worth a look
+bool OctreePicker::Pickable::isInsideClipVolume(const double viewProjection[16], const ClipPlanes* planes,
                                                 bool wholeInside) const {
-  // The last row's translation is 1.
-  const Vec3 to = vectorOf(mMatrix + 12), half = (mUntranslated.max - mUntranslated.min) / 2;
-  const double size = mReach + std::fabs(to.x) + std::fabs(to.y) + std::fabs(to.z) + 1;
-  util::ClipSide side = planes.sideOf(mUntranslated.min + half + to, half, size);
+  util::ClipSide side = util::ClipSide::unsure;
+  if (planes) {
+    // The last row's translation is 1.
+    const Vec3 to = vectorOf(mMatrix + 12), half = (mUntranslated.max - mUntranslated.min) / 2;
+    const double size = mReach + std::fabs(to.x) + std::fabs(to.y) + std::fabs(to.z) + 1;
+    side = planes->sideOf(mUntranslated.min + half + to, half, size);
+  }
   double c[16];
   if (side == util::ClipSide::unsure) {
     util::multiply(viewProjection, mMatrix, c);
+    // The first vertex beyond the volume tells more than a box that crosses its surface.
+    if (mIsSmall) return wholeInside ? liesInClipCube(c) : overlapsClipCube(c);
     // The box in the object's own coordinates is the tighter one.
     side = util::sideOfClipCube(mLocalBox, c);
   }
   if (side == util::ClipSide::outside) return false;
   if (side == util::ClipSide::inside) return wholeInside || mHasTriangles;
-  // Of a few vertices each is projected sooner than any bounds are.
-  const auto isSmall = [](const util::TriangleMesh& mesh) {
-    return mesh.vertexCoordinates().size() <= 3 * kFewVertices;
-  };
-  if (wholeInside)
-    return std::ranges::all_of(mMeshes, [&](const auto& mesh) {
-      return isSmall(*mesh) ? util::liesInClipCubePlain(*mesh, c) : util::liesInClipCube(*mesh, c);
-    });
+  if (wholeInside) return liesInClipCube(c);
+  return overlapsClipCube(c);
+}
+
+bool OctreePicker::Pickable::overlapsClipCube(const double c[16]) const {
   return std::ranges::any_of(mMeshes, [&](const auto& mesh) {
-    return isSmall(*mesh) ? util::overlapsClipCubePlain(*mesh, c) : util::overlapsClipCube(*mesh, c);
+    return mIsSmall ? util::overlapsClipCubePlain(*mesh, c) : util::overlapsClipCube(*mesh, c);
+  });
+}
+
+bool OctreePicker::Pickable::liesInClipCube(const double c[16]) const {
+  return std::ranges::all_of(mMeshes, [&](const auto& mesh) {
+    return mIsSmall ? util::liesInClipCubePlain(*mesh, c) : util::liesInClipCube(*mesh, c);
   });
 }
 
@@ -319,8 +330,9 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   const HandleRecord* record = find(serial);
   if (!record || !record->mOctree) return 0;
 
-  Vec3 volume[8];
-  for (std::size_t k = 0; k < 8; ++k) volume[k] = {corners[3 * k], corners[3 * k + 1], corners[3 * k + 2]};
+  Vec3 points[8];
+  for (std::size_t k = 0; k < 8; ++k) points[k] = {corners[3 * k], corners[3 * k + 1], corners[3 * k + 2]};
+  const util::ViewVolume volume(points);
   double viewProjection[16];
   std::copy_n(matrix, 16, viewProjection);
   const ClipPlanes planes(viewProjection);
@@ -329,9 +341,11 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   record->mOctree->queryFrustum(volume, mCandidates);
   mFoundIds.clear();
   for (std::size_t i = 0; i < mCandidates.size(); ++i) {
-    if (i + kAhead < mCandidates.size()) prefetch(mCandidates[i + kAhead]->get());
-    const Pickable& pickable = **mCandidates[i];
-    if (pickable.isInsideClipVolume(viewProjection, planes, wholeInside))
+    if (i + kAhead < mCandidates.size()) prefetch(mCandidates[i + kAhead].record->item.get());
+    const Octree::Candidate& candidate = mCandidates[i];
+    const Pickable& pickable = *candidate.record->item;
+    if (pickable.isInsideClipVolume(viewProjection, candidate.isInside ? &planes : nullptr, wholeInside) &&
+        record->mOctree->meets(candidate, volume))
       mFoundIds.push_back(static_cast<std::uint32_t>(pickable.mId));
   }
 

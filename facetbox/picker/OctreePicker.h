@@ -53,7 +53,9 @@ class OctreePicker final : public Picker {
     /// Moves the object, and returns the box around it in the world: the very one that measure() would, mostly without
     /// looking at the vertices.
     util::Box move(const util::Vec3& offset);
-    bool isInsideClipVolume(const double viewProjection[16], const ClipPlanes& planes, bool wholeInside) const;
+    bool isInsideClipVolume(const double viewProjection[16], const ClipPlanes* planes, bool wholeInside) const;
+    bool liesInClipCube(const double c[16]) const;
+    bool overlapsClipCube(const double c[16]) const;
 
     double mMatrix[16];
     util::Box mUntranslated;  // of all vertices by the matrix, before its translation is added
@@ -61,6 +63,7 @@ class OctreePicker final : public Picker {
                               // the object's clip side cannot be told from its world box
     std::int32_t mId;
     bool mHasTriangles = false;
+    bool mIsSmall = true;   // all meshes have so few vertices that each is projected sooner than any bounds are
     bool mIsFinite = true;  // whether all numbers that went into these boxes are
     util::Box mLocalBox;    // of all vertices; empty on all axes where one of them is not finite
     std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;
@@ -87,6 +90,6 @@ class OctreePicker final : public Picker {
   // Guarded by mTreeMutex, and so is every Pickable that has left the queue; stale until the queue is drained.
   std::unordered_map<std::uint64_t, HandleRecord> mRecords;  // by serial number
   bool mMeshesMayBeUnused = false;                           // since something was disposed of
-  std::vector<const PickablePointer*> mCandidates;           // scratch
+  std::vector<Octree::Candidate> mCandidates;                // scratch
   std::vector<std::uint32_t> mFoundIds;                      // scratch
 };

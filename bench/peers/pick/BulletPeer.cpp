@@ -1,10 +1,15 @@
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <deque>
+#include <span>
+#include <vector>
 
 #include <BulletCollision/BroadphaseCollision/btDbvt.h>
 
+#include <facetbox/util/math/OverlapsBox.h>
 #include <facetbox/util/math/Vec3.h>
+#include <facetbox/util/triangles/ClipProjection.h>
 #include <facetbox/util/triangles/ClipTest.h>
 
 #include "SelectionPeer.h"
@@ -40,7 +45,7 @@ class BulletPeer final : public SelectionPeer {
       normals[face] = vectorOf(unit);
       offsets[face] = static_cast<btScalar>(kSlack - util::dot(unit, at(0)));
     }
-    Collector collector{*this, {}, wholeInside, ids};
+    Collector collector{*this, {}, wholeInside, ids, mProjected};
     for (int i = 0; i < 16; ++i) collector.matrix[i] = window.matrix[i];
     btDbvt::collideKDOP(mTree.m_root, normals, offsets, 6, collector);
   }
@@ -71,21 +76,44 @@ class BulletPeer final : public SelectionPeer {
   };
 
   struct Collector final : btDbvt::ICollide {
-    Collector(const BulletPeer& peerOf, std::array<double, 16> m, bool whole, std::vector<std::uint32_t>& out)
-        : peer(peerOf), matrix(m), wholeInside(whole), ids(out) {}
+    Collector(const BulletPeer& peerOf, std::array<double, 16> m, bool whole, std::vector<std::uint32_t>& out,
+              std::vector<double>& room)
+        : peer(peerOf), matrix(m), wholeInside(whole), ids(out), projected(room) {}
 
     void Process(const btDbvtNode* leaf) override {
       const Item& item = *static_cast<const Item*>(leaf->data);
       double c[16];
       util::multiply(matrix.data(), item.matrix.data(), c);
-      if (wholeInside ? util::liesInClipCube(*item.mesh, c) : util::overlapsClipCube(*item.mesh, c))
-        ids.push_back(item.id);
+      if (wholeInside ? liesInside(*item.mesh, c) : overlaps(*item.mesh, c)) ids.push_back(item.id);
+    }
+
+    // The exact test, written down as it is defined.
+    static bool liesInside(const util::TriangleMesh& mesh, const double c[16]) {
+      const std::span<const double> vertices = mesh.vertexCoordinates();
+      double p[3] = {0, 0, 0};
+      for (std::size_t v = 0; v < vertices.size(); v += 3) {
+        util::projectToClipSpace(c, &vertices[v], p);
+        if (!util::isInClipCube(p)) return false;
+      }
+      return true;
+    }
+    bool overlaps(const util::TriangleMesh& mesh, const double c[16]) {
+      const std::span<const double> vertices = mesh.vertexCoordinates();
+      projected.assign(vertices.size(), 0.0);
+      for (std::size_t v = 0; v < vertices.size(); v += 3) util::projectToClipSpace(c, &vertices[v], &projected[v]);
+      const std::span<const std::uint32_t> indices = mesh.indices();
+      for (std::size_t i = 0; i < indices.size(); i += 3)
+        if (util::overlapsBox(&projected[3 * std::size_t{indices[i]}], &projected[3 * std::size_t{indices[i + 1]}],
+                              &projected[3 * std::size_t{indices[i + 2]}], util::kClipCubeCentre, util::kClipCubeHalf))
+          return true;
+      return false;
     }
 
     const BulletPeer& peer;
     std::array<double, 16> matrix;
     const bool wholeInside;
     std::vector<std::uint32_t>& ids;
+    std::vector<double>& projected;  // scratch
   };
 
   static btVector3 vectorOf(const Vec3& v) {
@@ -109,6 +137,7 @@ class BulletPeer final : public SelectionPeer {
 
   std::deque<Item> mItems;  // stay where they are
   btDbvt mTree;
+  std::vector<double> mProjected;  // scratch
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <numeric>
 #include <span>
@@ -97,13 +98,25 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   template <class Move>
   void relocateAll(Real halfSize, Move move);
 
-  /// Appends the items whose boxes meet the volume of eight corners, see ViewVolume. Cells whose cubes do not meet it
-  /// are passed over with all below them. A box that is empty on an axis meets nothing.
+  /// A record that may meet a view volume.
+  struct Candidate {
+    const Record* record;
+    std::uint32_t cell;
+    bool isInside;    ///< its box lies inside all planes of the volume; false where that is not certain
+    bool isDoubtful;  ///< whether it meets the volume is left to meets()
+    bool isInCube;    ///< its box lies in its cell's cube; looked at for doubtful ones only
+  };
+
+  /// Appends the records whose boxes meet the volume, and that lie in cells whose cubes and whose ancestors' cubes do.
+  /// A box that is empty on an axis meets nothing. Some of those appended are doubtful: the caller, who may have a
+  /// cheaper reason to pass over a record, asks meets() for them.
   ///
-  /// The pointers are valid until the tree changes. The first query after items were removed, or a fifth was added,
-  /// costs O(n log n), others about what they find and what lies around the volume's surface, and a look at each item
-  /// added since.
-  void queryFrustum(const Vec3 corners[8], std::vector<const T*>& out);
+  /// Candidates are valid until the tree changes, for meets() until the next query. The first query after items were
+  /// removed, or a fifth was added, costs O(n log n), others about what they find and what lies around the volume's
+  /// surface, and a look at each item added since.
+  void queryFrustum(const ViewVolume& volume, std::vector<Candidate>& out);
+  /// Whether a candidate for this volume meets it.
+  bool meets(const Candidate& candidate, const ViewVolume& volume);
 
   /// Appends the numbers of the cells that hold records and whose cubes share a point with `box`. The caller looks at
   /// their records' boxes. Cubes are computed in rounded arithmetic: widen the box a little where touching must count.
@@ -169,18 +182,20 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   struct IndexedCell {
     const Node* node;
     std::uint32_t cell, order, firstRank;
+    bool holdsItsBoxes;  // within its cube
     Cube cube;
   };
   /// A record found that the index does not know.
   struct Late {
-    std::uint32_t order, record;
-    const T* item;
+    std::uint32_t order;
+    Place place;
   };
 
   static std::uint32_t orderOf(std::uint32_t cell);
   Cube cubeOf(std::uint32_t cell) const;
   void makeIndex();
-  bool cellMeets(std::uint32_t cell, const ViewVolume& volume, const Cube* known = nullptr);
+  bool cellMeets(std::uint32_t cell, const ViewVolume& volume);
+  bool cellOfInnerMeets(const IndexedCell& in, const ViewVolume& volume);
 
   CNull mNull;
   CAdder mAdder;
@@ -200,7 +215,8 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   std::vector<IndexedCell> mCells;         // those with records, in order
   std::vector<std::uint32_t> mCellOfRank;  // numbers in mCells
   std::vector<Place> mAppended;            // up to a quarter
-  std::vector<std::uint64_t> mMarks;       // scratch, by rank
+  BoxIndex::Found mFound;                  // scratch, by rank
+  bool mAreCubesFirm = false;              // for the last volume
   std::vector<Late> mLate;                 // scratch
   std::vector<std::uint32_t> mAnswers;     // by cell: 2 times the number of the query that asked it, plus the answer
   std::uint32_t mQuery = 0;
@@ -469,11 +485,17 @@ void BBoxOctree<T, Real>::makeIndex() {
     const Node& node = *this->find(cell);
     if (node.mRecords.empty()) continue;
     mCellOfRank.insert(mCellOfRank.end(), node.mRecords.size(), static_cast<std::uint32_t>(mCells.size()));
-    mCells.push_back({&node, cell, orderOf(cell), static_cast<std::uint32_t>(boxes.size()), cubeOf(cell)});
+    const Cube cube = cubeOf(cell);
+    const Vec3 half{cube.halfSize, cube.halfSize, cube.halfSize}, low = cube.center - half, high = cube.center + half;
+    const bool holdsItsBoxes = std::ranges::all_of(node.mRecords, [&](const Record& record) {
+      const Box& box = record.box;
+      return low.x <= box.min.x && low.y <= box.min.y && low.z <= box.min.z && box.max.x <= high.x &&
+             box.max.y <= high.y && box.max.z <= high.z;
+    });
+    mCells.push_back({&node, cell, orderOf(cell), static_cast<std::uint32_t>(boxes.size()), holdsItsBoxes, cube});
     for (const Record& record : node.mRecords) boxes.push_back(record.box);
   }
   mIndex.build(boxes);
-  mMarks.resize((boxes.size() + 63) / 64);
   mAnswers.resize(this->kCellCount);
   mAppended.clear();
   mAppended.reserve(boxes.size() / 4 + 1);
@@ -481,12 +503,11 @@ void BBoxOctree<T, Real>::makeIndex() {
 }
 
 /// Whether the cubes of a cell and of all those above it meet the volume; each is asked once per query.
-/// @param known  the cell's cube, where it is at hand
 template <class T, class Real>
-bool BBoxOctree<T, Real>::cellMeets(std::uint32_t cell, const ViewVolume& volume, const Cube* known) {
+bool BBoxOctree<T, Real>::cellMeets(std::uint32_t cell, const ViewVolume& volume) {
   std::uint32_t& answer = mAnswers[cell];
   if (answer / 2 != mQuery) {
-    const Cube cube = known ? *known : cubeOf(cell);
+    const Cube cube = cubeOf(cell);
     const bool meets = (cell == 0 || cellMeets((cell - 1) / 8, volume)) &&
                        volume.meets(cube.center, {cube.halfSize, cube.halfSize, cube.halfSize});
     answer = 2 * mQuery + (meets ? 1 : 0);
@@ -494,8 +515,21 @@ bool BBoxOctree<T, Real>::cellMeets(std::uint32_t cell, const ViewVolume& volume
   return answer % 2 != 0;
 }
 
+/// cellMeets() for the cell of a box that lies well inside the volume. Where the surface goes through the cell's cube,
+/// none above need be asked.
 template <class T, class Real>
-void BBoxOctree<T, Real>::queryFrustum(const Vec3 corners[8], std::vector<const T*>& out) {
+bool BBoxOctree<T, Real>::cellOfInnerMeets(const IndexedCell& in, const ViewVolume& volume) {
+  std::uint32_t& answer = mAnswers[in.cell];
+  if (answer / 2 != mQuery) {
+    const Vec3 half{in.cube.halfSize, in.cube.halfSize, in.cube.halfSize};
+    if (!volume.reachesOut(in.cube.center, half)) return cellMeets(in.cell, volume);
+    answer = 2 * mQuery + 1;
+  }
+  return answer % 2 != 0;
+}
+
+template <class T, class Real>
+void BBoxOctree<T, Real>::queryFrustum(const ViewVolume& volume, std::vector<Candidate>& out) {
   settle();
   if (subtreeCount(0) == 0) return;
   if (!mIsIndexed) makeIndex();
@@ -504,29 +538,50 @@ void BBoxOctree<T, Real>::queryFrustum(const Vec3 corners[8], std::vector<const 
     std::ranges::fill(mAnswers, 0);
     mQuery = 1;
   }
-  const ViewVolume volume(corners);
-  std::ranges::fill(mMarks, 0);
-  mIndex.markMeeting(volume, mMarks);
+  // The cubes around a box that meets the volume meet it as well, but for rounding.
+  const double size = std::max(std::max(std::fabs(mCenter.x), std::fabs(mCenter.y)), std::fabs(mCenter.z)) + mHalfSize;
+  mAreCubesFirm = volume.isHull() && size <= volume.firmSize();
+  mIndex.find(volume, mFound);
 
   mLate.clear();
-  for (const Place& place : mAppended) {
-    const Record& record = this->find(place.cell)->mRecords[place.record];
-    if (volume.meets(record.box) && cellMeets(place.cell, volume))
-      mLate.push_back({orderOf(place.cell), place.record, &record.item});
-  }
-  std::ranges::sort(
-      mLate, [](const Late& a, const Late& b) { return a.order != b.order ? a.order < b.order : a.record < b.record; });
-
+  for (const Place& place : mAppended)
+    if (volume.meets(this->find(place.cell)->mRecords[place.record].box) && cellMeets(place.cell, volume))
+      mLate.push_back({orderOf(place.cell), place});
+  std::ranges::sort(mLate, [](const Late& a, const Late& b) {
+    return a.order != b.order ? a.order < b.order : a.place.record < b.place.record;
+  });
   std::size_t late = 0;
-  for (std::size_t word = 0; word < mMarks.size(); ++word)
-    for (std::uint64_t marks = mMarks[word]; marks != 0; marks &= marks - 1) {
-      const std::size_t rank = 64 * word + static_cast<std::size_t>(std::countr_zero(marks));
-      const IndexedCell& in = mCells[mCellOfRank[rank]];
-      if (!cellMeets(in.cell, volume, &in.cube)) continue;
-      for (; late < mLate.size() && mLate[late].order < in.order; ++late) out.push_back(mLate[late].item);
-      out.push_back(&in.node->mRecords[rank - in.firstRank].item);
+  const auto appendLate = [&](std::uint32_t order) {
+    for (; late < mLate.size() && mLate[late].order < order; ++late) {
+      const Place& place = mLate[late].place;
+      out.push_back({&this->find(place.cell)->mRecords[place.record], place.cell, false, false, false});
     }
-  for (; late < mLate.size(); ++late) out.push_back(mLate[late].item);
+  };
+
+  for (std::size_t word = 0; word < mFound.inside.size(); ++word) {
+    const std::uint64_t inside = mFound.inside[word], doubtful = mFound.doubtful[word];
+    for (std::uint64_t marks = inside | mFound.firm[word] | doubtful; marks != 0; marks &= marks - 1) {
+      const int bit = std::countr_zero(marks);
+      const std::size_t rank = 64 * word + static_cast<std::size_t>(bit);
+      const IndexedCell& in = mCells[mCellOfRank[rank]];
+      const bool isInside = (inside >> bit & 1) != 0, isDoubtful = (doubtful >> bit & 1) != 0;
+      const bool isCellKnown = mAreCubesFirm && in.holdsItsBoxes;
+      if (!isDoubtful && !isCellKnown && !cellMeets(in.cell, volume)) continue;
+      if (isInside && isCellKnown && !cellOfInnerMeets(in, volume)) continue;
+      appendLate(in.order);
+      out.push_back({&in.node->mRecords[rank - in.firstRank], in.cell, isInside, isDoubtful, in.holdsItsBoxes});
+    }
+  }
+  appendLate(std::numeric_limits<std::uint32_t>::max());
+}
+
+template <class T, class Real>
+bool BBoxOctree<T, Real>::meets(const Candidate& candidate, const ViewVolume& volume) {
+  if (!candidate.isDoubtful) return true;
+  const ViewVolume::Meeting meeting = volume.meeting(candidate.record->box);
+  if (meeting == ViewVolume::Meeting::none) return false;
+  return (meeting == ViewVolume::Meeting::firm && mAreCubesFirm && candidate.isInCube) ||
+         cellMeets(candidate.cell, volume);
 }
 
 }  // namespace util

@@ -14,15 +14,20 @@ namespace util {
 /// Finds among many boxes those that meet a view volume, without looking at all of them: a tree of bounds, eight
 /// children to a node, halved at the median again and again.
 ///
-/// Bounds are floats, rounded outward; where they leave a doubt the box itself is asked. Built for a fixed list; 85
-/// bytes per box.
+/// Bounds are floats, rounded outward; where they leave a doubt, they say so. Built for a fixed list; 45 bytes per box.
 class BoxIndex {
  public:
   /// O(n log n).
   void build(std::span<const Box> boxes);
 
-  /// Sets bit i % 64 of marks[i / 64] for every box i that meets the volume, and leaves all other bits alone.
-  void markMeeting(const ViewVolume& volume, std::span<std::uint64_t> marks) const;
+  /// What is found for all boxes: bit i % 64 of word i / 64 is for box i.
+  struct Found {
+    std::vector<std::uint64_t> inside;    ///< well inside all planes, and so meets the volume
+    std::vector<std::uint64_t> firm;      ///< meets the volume firmly
+    std::vector<std::uint64_t> doubtful;  ///< the box itself must be asked; all others do not meet the volume
+  };
+  /// Keeps the room of what was found before.
+  void find(const ViewVolume& volume, Found& found) const;
 
  private:
   static constexpr std::size_t kWidth = 8;
@@ -40,11 +45,10 @@ class BoxIndex {
   struct Planes;
 
   static void arrange(std::span<Key> keys);
-  void visit(std::size_t level, std::size_t number, unsigned open, const ViewVolume& volume, const Planes& planes,
-             std::span<std::uint64_t> marks) const;
+  void visit(std::size_t level, std::size_t number, unsigned open, const Planes& planes, Found& found) const;
 
+  std::size_t mSize = 0;                  // of the list
   std::vector<Key> mKeys;                 // in the order of the leaves
-  std::vector<Box> mBoxes;                // likewise
   std::vector<Block> mBlocks;             // level by level, that of the boxes first
   std::array<std::size_t, 12> mLevels{};  // where each starts, in mBlocks
   std::array<std::size_t, 12> mReach{};   // boxes below each block of a level

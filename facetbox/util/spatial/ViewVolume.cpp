@@ -11,10 +11,10 @@ namespace util {
 namespace {
 
 struct FaceTable {
-  int p, a0, a1, b0, b1;                // the plane goes through p; its normal is (a1 - a0) x (b1 - b0)
-  std::array<int, 4> corners;           // of the face
-  std::array<std::array<int, 3>, 2> t;  // its triangles
-  std::array<bool, 2> inward;           // whether a triangle's corners turn the other way than the face's normal
+  std::size_t p, a0, a1, b0, b1;                // the plane goes through p; its normal is (a1 - a0) x (b1 - b0)
+  std::array<std::size_t, 4> corners;           // of the face
+  std::array<std::array<std::size_t, 3>, 2> t;  // its triangles
+  std::array<bool, 2> inward;  // whether a triangle's corners turn the other way than the face's normal
 };
 
 // Near and far last: it is the sides that most boxes are beyond.
@@ -40,7 +40,7 @@ constexpr std::array<FaceTable, 6> kFaces{{
 // of a segment do without that normal. The smaller of w and 5e-15 M^2 / w is at most 7.1e-8 M, times sqrt(3) 1.23e-7 M.
 // Rounding of the plane itself is a few 1e-16 M. A box inside another may have twice its M: the double is enough for
 // both.
-constexpr double kMargin = 0x1p-21;  // 4.8e-7
+static_assert(ViewVolume::kMargin > 2 * 1.23e-7);
 
 // Thinner triangles than this, relative to M and in height over the longest edge, are slivers. Normals of others are
 // right to 1e-15 L^2 / (1e-6 M L) < 4e-9.
@@ -50,9 +50,6 @@ constexpr double kSliver = 1e-6;
 constexpr double kSmallest = 1e-60, kLargest = 1e60;
 
 double largestOf(const Vec3& v) { return std::max(std::max(std::fabs(v.x), std::fabs(v.y)), std::fabs(v.z)); }
-
-/// Half of a box's projection onto an axis given by its coordinates' sizes.
-double reach(const Vec3& size, const Vec3& half) { return size.x * half.x + size.y * half.y + size.z * half.z; }
 
 }  // namespace
 
@@ -65,36 +62,52 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
     finite = finite && std::isfinite(corner.x) && std::isfinite(corner.y) && std::isfinite(corner.z);
   }
   if (!(finite && mSize >= kSmallest && mSize <= kLargest)) mSize = std::numeric_limits<double>::infinity();
+  makePlanes();
+  makeTriangles();
+  mIsHull = !mHasSlivers && isBounded();
+}
 
-  mHasSlivers = false;
-  const auto at = [&](int corner) -> const Vec3& { return mCorners[static_cast<std::size_t>(corner)]; };
-  for (std::size_t i = 0; i < kFaces.size(); ++i) {
-    const FaceTable& table = kFaces[i];
-    Face& face = mFaces[i];
-    const Vec3 normal = cross(at(table.a1) - at(table.a0), at(table.b1) - at(table.b0));
-    face.normal = normal / length(normal);
-    face.size = {std::fabs(face.normal.x), std::fabs(face.normal.y), std::fabs(face.normal.z)};
-    const double offset = dot(face.normal, at(table.p));
-    std::array<double, 8> heights;
-    for (std::size_t corner = 0; corner < 8; ++corner) heights[corner] = dot(face.normal, mCorners[corner]);
-    face.low = face.high = offset;
-    for (const int corner : table.corners) {
-      face.low = std::min(face.low, heights[static_cast<std::size_t>(corner)]);
-      face.high = std::max(face.high, heights[static_cast<std::size_t>(corner)]);
-    }
-    TwoFaces& two = mPlanes[i / 2];
-    two.normalX[i % 2] = face.normal.x;
-    two.normalY[i % 2] = face.normal.y;
-    two.normalZ[i % 2] = face.normal.z;
-    two.sizeX[i % 2] = face.size.x;
-    two.sizeY[i % 2] = face.size.y;
-    two.sizeZ[i % 2] = face.size.z;
-    two.offset[i % 2] = offset;
-    two.farthest[i % 2] = *std::ranges::max_element(heights);
+void ViewVolume::makePlanes() {
+  const auto larger = [](Pair a, Pair b) { return a > b ? a : b; };
+  for (std::size_t i = 0; i < mPlanes.size(); ++i) {
+    TwoFaces& two = mPlanes[i];
+    Pair lengths;
     for (std::size_t k = 0; k < 2; ++k) {
-      const auto& t = table.t[k];
-      const Vec3 e = at(t[1]) - at(t[0]), f = at(t[2]) - at(t[0]);
-      const Vec3 n = table.inward[k] ? cross(f, e) : cross(e, f);
+      const FaceTable& face = kFaces[2 * i + k];
+      const Vec3 normal = cross(mCorners[face.a1] - mCorners[face.a0], mCorners[face.b1] - mCorners[face.b0]);
+      two.normalX[k] = normal.x;
+      two.normalY[k] = normal.y;
+      two.normalZ[k] = normal.z;
+      lengths[k] = length(normal);
+    }
+    two.normalX /= lengths;
+    two.normalY /= lengths;
+    two.normalZ /= lengths;
+    two.sizeX = larger(two.normalX, -two.normalX);
+    two.sizeY = larger(two.normalY, -two.normalY);
+    two.sizeZ = larger(two.normalZ, -two.normalZ);
+
+    std::array<Pair, 8> heights;
+    for (std::size_t corner = 0; corner < 8; ++corner) heights[corner] = two.heightsOf(mCorners[corner]);
+    two.farthest = heights[0];
+    for (const Pair height : heights) two.farthest = larger(height, two.farthest);
+    for (std::size_t k = 0; k < 2; ++k) {
+      const FaceTable& face = kFaces[2 * i + k];
+      const auto of = [&](std::size_t corner) { return heights[face.corners[corner]][k]; };
+      two.offset[k] = heights[face.p][k];
+      two.low[k] = std::min(std::min(of(0), of(1)), std::min(of(2), of(3)));
+      two.high[k] = std::max(std::max(of(0), of(1)), std::max(of(2), of(3)));
+    }
+  }
+}
+
+void ViewVolume::makeTriangles() {
+  mHasSlivers = false;
+  for (std::size_t i = 0; i < kFaces.size(); ++i)
+    for (std::size_t k = 0; k < 2; ++k) {
+      const auto& t = kFaces[i].t[k];
+      const Vec3 e = mCorners[t[1]] - mCorners[t[0]], f = mCorners[t[2]] - mCorners[t[0]];
+      const Vec3 n = kFaces[i].inward[k] ? cross(f, e) : cross(e, f);
       const double longest = std::max(std::max(lengthSq(e), lengthSq(f)), lengthSq(f - e));
       mHasSlivers = mHasSlivers || !(lengthSq(n) >= kSliver * kSliver * mSize * mSize * longest);
       TwoTriangles& both = mTriangles[i];
@@ -102,16 +115,30 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
       both.normalY[k] = n.y;
       both.normalZ[k] = n.z;
       both.sizes[k] = std::fabs(n.x) + std::fabs(n.y) + std::fabs(n.z);
-      both.offset[k] = dot(n, at(t[0]));
+      both.offset[k] = dot(n, mCorners[t[0]]);
     }
-  }
 }
 
-double ViewVolume::marginFor(const Vec3& centre, const Vec3& half) const {
+// Where all corners of each face are near its plane, the surface stays near the planes: it leaves out the points that
+// are farther inside all of them. These are a convex set, so the surface goes round each of them as it does round one;
+// and round a point behind all triangles it goes.
+bool ViewVolume::isBounded() const {
+  const double margin = kMargin * mSize;
+  Vec3 sum{0, 0, 0};
+  for (const Vec3& corner : mCorners) sum = sum + corner;
+  const Vec3 middle = sum / 8;
+  auto bounded = Pair{0, 0} == Pair{0, 0};
+  for (const TwoFaces& two : mPlanes)
+    bounded &= (two.low >= two.offset - margin) & (two.high <= two.offset + margin) &
+               (two.heightsOf(middle) < two.offset - margin);
+  return (bounded[0] & bounded[1]) != 0 && isCertainlyBehindAllTriangles(middle, margin);
+}
+
+double ViewVolume::sizeOf(const Vec3& centre, const Vec3& half) const {
   // Infinite where shortcuts must not be taken: nothing is farther off than that. Boxes with a NaN need no such care,
   // they meet nothing either way.
   const double size = largestOf(centre) + largestOf(half);
-  return size <= kLargest ? kMargin * (mSize + size) : std::numeric_limits<double>::infinity();
+  return size <= kLargest ? mSize + size : std::numeric_limits<double>::infinity();
 }
 
 bool ViewVolume::isCertainlyBehindAllTriangles(const Vec3& p, double margin) const {
@@ -121,42 +148,45 @@ bool ViewVolume::isCertainlyBehindAllTriangles(const Vec3& p, double margin) con
   return (behind[0] & behind[1]) != 0;
 }
 
-// The twelve triangles are a closed surface. From a point behind all of them, they cover the sphere of directions, each
-// part as often and all from the same side: the point cannot be joined to one beyond the whole volume without crossing
-// a triangle. So when the box, less a rim as wide as the margin, holds a point of either kind, a triangle reaches
-// through the rim. On every axis of the overlap test, its projection then reaches into that of the box by the margin
-// per unit of the axis' coordinates' sizes. Corners in the box's frame, edges and their products with the box axes are
-// off by a few 1e-16 M of that, a normal that is not a sliver's by 4e-9 of its length, which is 1.4e-8 M over a
-// triangle: far less than the margin of 4.8e-7 M, so that the triangle is found.
-bool ViewVolume::certainlyTouchesSurface(const Vec3& centre, const Vec3& half, double margin) const {
-  const Vec3 core = half - Vec3{margin, margin, margin};
-  if (mHasSlivers || !(core.x >= 0 && core.y >= 0 && core.z >= 0)) return false;
-  // The point that is the farthest behind the face that the centre is the farthest beyond.
-  bool isBeyondOne = false;
-  double farthest = 0;
-  Vec3 deep = centre;
-  for (std::size_t i = 0; i < kFaces.size(); ++i) {
-    const Face& face = mFaces[i];
-    const double height = dot(face.normal, centre);
-    isBeyondOne = isBeyondOne || height + reach(face.size, core) > mPlanes[i / 2].farthest[i % 2] + margin;
-    if (height - face.low + margin <= farthest) continue;
-    farthest = height - face.low + margin;
-    deep = centre - Vec3{std::copysign(core.x, face.normal.x), std::copysign(core.y, face.normal.y),
-                         std::copysign(core.z, face.normal.z)};
+/// Whether a few steps from a box's centre lead to a point of the box that is certainly behind the whole surface.
+bool ViewVolume::holdsPointInside(const Vec3& centre, const Vec3& half, double margin) const {
+  if (!(std::min(std::min(half.x, half.y), half.z) >= 0)) return false;
+  constexpr int kSteps = 4;
+  Vec3 p = centre;
+  for (int step = 0; step < kSteps; ++step) {
+    std::array<Pair, 3> depths;
+    for (std::size_t i = 0; i < 3; ++i) depths[i] = mPlanes[i].low - mPlanes[i].heightsOf(p);
+    std::size_t face = 0;
+    for (std::size_t i = 1; i < kFaces.size(); ++i)
+      if (depths[i / 2][i % 2] < depths[face / 2][face % 2]) face = i;
+    const double depth = depths[face / 2][face % 2];
+    if (depth > margin) return mIsHull || isCertainlyBehindAllTriangles(p, margin);
+    // Towards the corner that is the farthest behind the face that this point is the least behind.
+    const Vec3 n = normal(face);
+    const Vec3 way =
+        centre - Vec3{std::copysign(half.x, n.x), std::copysign(half.y, n.y), std::copysign(half.z, n.z)} - p;
+    const double part = (depth - 2 * margin) / dot(n, way);
+    if (!(part <= 1)) return false;
+    p = p + part * way;
   }
-  return isBeyondOne && isCertainlyBehindAllTriangles(deep, margin);
+  return false;
+}
+
+bool ViewVolume::reachesOut(const Vec3& centre, const Vec3& half) const {
+  const double margin = kFirmMargin * sizeOf(centre, half);
+  auto beyond = Pair{0, 0} != Pair{0, 0};
+  for (const TwoFaces& two : mPlanes) beyond |= two.heightsOf(centre) + two.reachesOf(half) > two.farthest + 3 * margin;
+  return (beyond[0] | beyond[1]) != 0 && std::min(std::min(half.x, half.y), half.z) >= margin;
 }
 
 bool ViewVolume::touchesSurface(const Vec3& centre, const Vec3& half, double margin) const {
-  if (certainlyTouchesSurface(centre, half, margin)) return true;
   const double c[3] = {centre.x, centre.y, centre.z}, h[3] = {half.x, half.y, half.z};
   for (std::size_t i = 0; i < kFaces.size(); ++i) {
-    const Face& face = mFaces[i];
-    const double height = dot(face.normal, centre), gap = reach(face.size, half) + margin;
-    if (height - face.high > gap || face.low - height > gap) continue;
+    const TwoFaces& two = mPlanes[i / 2];
+    const double height = two.heightsOf(centre)[i % 2], gap = two.reachesOf(half)[i % 2] + margin;
+    if (height - two.high[i % 2] > gap || two.low[i % 2] - height > gap) continue;
     for (const auto& t : kFaces[i].t) {
-      const Vec3 &p0 = mCorners[static_cast<std::size_t>(t[0])], &p1 = mCorners[static_cast<std::size_t>(t[1])],
-                 &p2 = mCorners[static_cast<std::size_t>(t[2])];
+      const Vec3 &p0 = mCorners[t[0]], &p1 = mCorners[t[1]], &p2 = mCorners[t[2]];
       const double a[3] = {p0.x, p0.y, p0.z}, b[3] = {p1.x, p1.y, p1.z}, d[3] = {p2.x, p2.y, p2.z};
       if (overlapsBox(a, b, d, c, h)) return true;
     }
@@ -164,26 +194,40 @@ bool ViewVolume::touchesSurface(const Vec3& centre, const Vec3& half, double mar
   return false;
 }
 
-bool ViewVolume::meets(const Vec3& centre, const Vec3& half) const {
-  const double margin = marginFor(centre, half);
+// The twelve triangles are a closed surface. From a point behind all of them, they cover the sphere of directions, each
+// part as often and all from the same side: the point cannot be joined to one beyond the whole volume without crossing
+// a triangle. So when the box, less a rim as wide as the margin, holds a point of either kind, a triangle reaches
+// through the rim. On every axis of the overlap test, its projection then reaches into that of the box by the margin
+// per unit of the axis' coordinates' sizes. Corners in the box's frame, edges and their products with the box axes are
+// off by a few 1e-16 M of that, a normal that is not a sliver's by 4e-9 of its length, which is 1.4e-8 M over a
+// triangle: far less than the margin of 4.8e-7 M, so that the triangle is found.
+//
+// A box around this one has the same two points, less its own rim. Its M is at most three times that of the volume
+// alone, and three margins are kept: it meets the volume as well.
+ViewVolume::Meeting ViewVolume::meeting(const Vec3& centre, const Vec3& half) const {
+  const double size = sizeOf(centre, half), margin = kMargin * size, firm = kFirmMargin * size;
   const double radius = std::min(std::min(std::fabs(half.x), std::fabs(half.y)), std::fabs(half.z));
   // All planes without a branch: boxes near the volume are beyond any of them.
-  auto apart = Pair{0, 0} != Pair{0, 0};
+  auto apart = Pair{0, 0} != Pair{0, 0}, beyond = apart;
   auto inside = Pair{0, 0} == Pair{0, 0};
   for (const TwoFaces& two : mPlanes) {
-    const Pair height = two.normalX * centre.x + two.normalY * centre.y + two.normalZ * centre.z;
-    const Pair reached = two.sizeX * half.x + two.sizeY * half.y + two.sizeZ * half.z;
+    const Pair height = two.heightsOf(centre), reached = two.reachesOf(half);
     apart |= height - two.farthest > reached + margin;
     inside &= height < two.offset - radius;
+    // Without its rim the box reaches less far, by up to sqrt(3) margins.
+    beyond |= height + reached > two.farthest + 3 * firm;
   }
-  if ((apart[0] | apart[1]) != 0) return false;
-  return (inside[0] & inside[1]) != 0 || touchesSurface(centre, half, margin);
+  if ((apart[0] | apart[1]) != 0) return Meeting::none;
+  if ((inside[0] & inside[1]) != 0) return Meeting::some;
+  if (!mHasSlivers && (beyond[0] | beyond[1]) != 0 && holdsPointInside(centre, half - Vec3{firm, firm, firm}, firm))
+    return Meeting::firm;
+  return touchesSurface(centre, half, margin) ? Meeting::some : Meeting::none;
 }
 
-bool ViewVolume::meets(const Box& box) const {
-  if (box.min.x > box.max.x || box.min.y > box.max.y || box.min.z > box.max.z) return false;
+ViewVolume::Meeting ViewVolume::meeting(const Box& box) const {
+  if (box.min.x > box.max.x || box.min.y > box.max.y || box.min.z > box.max.z) return Meeting::none;
   const Vec3 half = (box.max - box.min) / 2;
-  return meets(box.min + half, half);
+  return meeting(box.min + half, half);
 }
 
 }  // namespace util

@@ -1,23 +1,46 @@
 #pragma once
 
 #include <cmath>
+#include <cstring>
 
 namespace util {
+
+/// Two neighbours of a 4x4 matrix at a time.
+using Pair = double __attribute__((vector_size(16)));
+inline Pair pairAt(const double* values) {
+  Pair pair;
+  std::memcpy(&pair, values, sizeof pair);
+  return pair;
+}
 
 constexpr double kSmallestW = 1e-25;  ///< a point is projected where its |w| lies above
 
 /// The centre and the half-size of the cube that is visible in clip space.
 constexpr double kClipCubeCentre[3] = {0, 0, 0}, kClipCubeHalf[3] = {1, 1, 1};
 
+/// What a point's coordinates in clip space are before the division, as ClipTest.h says.
+struct ClipSums {
+  Pair xy;
+  double z, w;
+
+  ClipSums(const double c[16], const double* point) {
+    const double x = point[0], y = point[1];
+    xy = pairAt(c) * x + pairAt(c + 4) * y + pairAt(c + 8) * point[2] + pairAt(c + 12);
+    const Pair zw = pairAt(c + 2) * x + pairAt(c + 6) * y + pairAt(c + 10) * point[2] + pairAt(c + 14);
+    z = zw[0];
+    w = std::fabs(zw[1]);
+  }
+};
+
 /// Projects a point into clip space as ClipTest.h says.
 /// @return whether its w allows it; if not, `out` is untouched
 inline bool projectToClipSpace(const double c[16], const double* point, double out[3]) {
-  const double x = point[0], y = point[1], z = point[2];
-  const double w = std::fabs(c[3] * x + c[7] * y + c[11] * z + c[15]);
-  if (!(w > kSmallestW)) return false;
-  out[0] = (c[0] * x + c[4] * y + c[8] * z + c[12]) / w;
-  out[1] = (c[1] * x + c[5] * y + c[9] * z + c[13]) / w;
-  out[2] = (c[2] * x + c[6] * y + c[10] * z + c[14]) / w;
+  const ClipSums sums(c, point);
+  if (!(sums.w > kSmallestW)) return false;
+  const Pair xy = sums.xy / sums.w;
+  out[0] = xy[0];
+  out[1] = xy[1];
+  out[2] = sums.z / sums.w;
   return true;
 }
 

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 #include <span>
 #include <vector>
 
@@ -16,9 +18,40 @@ namespace util {
 
 namespace {
 
-/// Room for projected vertices that is kept from call to call.
-std::span<double> scratch(std::size_t size) {
-  static thread_local std::vector<double> room;
+/// A vertex that is not divided by its w yet, and bits for the faces of the cube that it lies beyond: the quotient of
+/// two doubles rounds to more than 1 just where the first is the larger one. A NaN lies beyond all.
+struct ClipVertex {
+  Pair xy;
+  double z, w;
+  unsigned beyond;
+
+  bool isNear() const {
+    const double most = 1e100 * w;
+    return std::fabs(xy[0]) <= most && std::fabs(xy[1]) <= most && std::fabs(z) <= most;
+  }
+  void project(double p[3]) const {
+    const Pair quotients = xy / w;
+    p[0] = quotients[0];
+    p[1] = quotients[1];
+    p[2] = z / w;
+  }
+};
+
+ClipVertex toClipVertex(const double c[16], const double* point) {
+  const ClipSums sums(c, point);
+  if (!(sums.w > kSmallestW)) return {Pair{0, 0}, 0, 1, 0};
+  ClipVertex vertex{sums.xy, sums.z, sums.w, 0};
+  if (sums.w == std::numeric_limits<double>::infinity()) vertex = {sums.xy / sums.w, sums.z / sums.w, 1, 0};
+  const Pair w{vertex.w, vertex.w}, z{vertex.z, -vertex.z};
+  using Bits = std::int64_t __attribute__((vector_size(16)));
+  const Bits beyond = (~(vertex.xy <= w) & Bits{1, 2}) | (~(vertex.xy >= -w) & Bits{4, 8}) | (~(z <= w) & Bits{16, 32});
+  vertex.beyond = static_cast<unsigned>(beyond[0] | beyond[1]);
+  return vertex;
+}
+
+/// Room for vertices that is kept from call to call.
+std::span<ClipVertex> scratch(std::size_t size) {
+  static thread_local std::vector<ClipVertex> room;
   if (room.size() < size) room.resize(size);
   return std::span(room).first(size);
 }
@@ -26,34 +59,53 @@ std::span<double> scratch(std::size_t size) {
 }  // namespace
 
 void multiply(const double a[16], const double b[16], double product[16]) {
-  for (int column = 0; column < 4; ++column)
-    for (int row = 0; row < 4; ++row)
-      product[4 * column + row] = a[row] * b[4 * column] + a[4 + row] * b[4 * column + 1] +
-                                  a[8 + row] * b[4 * column + 2] + a[12 + row] * b[4 * column + 3];
+  for (int column = 0; column < 16; column += 4)
+    for (int row = 0; row < 4; row += 2) {
+      const Pair two = pairAt(a + row) * b[column] + pairAt(a + 4 + row) * b[column + 1] +
+                       pairAt(a + 8 + row) * b[column + 2] + pairAt(a + 12 + row) * b[column + 3];
+      std::memcpy(product + column + row, &two, sizeof two);
+    }
 }
 
 bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   const std::span<const double> vertices = mesh.vertexCoordinates();
   const std::span<const std::uint32_t> indices = mesh.indices();
   if (indices.empty()) return false;
-  const std::span<double> projected = scratch(vertices.size());
-  for (std::size_t v = 0; v + 2 < vertices.size(); v += 3)
-    if (!projectToClipSpace(c, &vertices[v], &projected[v])) projected[v] = projected[v + 1] = projected[v + 2] = 0.0;
-  for (std::size_t i = 0; i + 2 < indices.size(); i += 3)
-    if (overlapsBox(&projected[3 * std::size_t{indices[i]}], &projected[3 * std::size_t{indices[i + 1]}],
-                    &projected[3 * std::size_t{indices[i + 2]}], kClipCubeCentre, kClipCubeHalf))
-      return true;
+  const std::span<ClipVertex> inClip = scratch(vertices.size() / 3);
+  // Only as far as triangles ask for them: most meshes have their vertices in that order, and many end soon.
+  std::size_t ready = 0;
+
+  // Triangles that are beyond one face are apart. With corner 0 and another one in the cube, none of the axes of the
+  // overlap test separates, whatever the rounding: on each axis one of these two is projected, as a sum of two or three
+  // products of which no one is larger than the part that the same product has in the cube's reach. Only overflow
+  // could.
+  bool isAnyOpen = false;
+  for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
+    const std::uint32_t i0 = indices[i], i1 = indices[i + 1], i2 = indices[i + 2];
+    for (const std::size_t last = std::max(std::max(i0, i1), i2); ready <= last; ++ready)
+      inClip[ready] = toClipVertex(c, &vertices[3 * ready]);
+    const ClipVertex &a = inClip[i0], &b = inClip[i1], &d = inClip[i2];
+    if (a.beyond == 0 && (b.beyond == 0 || d.beyond == 0) && (b.beyond == 0 ? d : b).isNear()) return true;
+    isAnyOpen = isAnyOpen || (a.beyond & b.beyond & d.beyond) == 0;
+  }
+  if (!isAnyOpen) return false;
+  for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
+    const ClipVertex &a = inClip[indices[i]], &b = inClip[indices[i + 1]], &d = inClip[indices[i + 2]];
+    if ((a.beyond & b.beyond & d.beyond) != 0) continue;
+    double p[9];
+    a.project(p);
+    b.project(p + 3);
+    d.project(p + 6);
+    if (overlapsBox(p, p + 3, p + 6, kClipCubeCentre, kClipCubeHalf)) return true;
+  }
   return false;
 }
 
 bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   const std::span<const double> vertices = mesh.vertexCoordinates();
-  // Not reset for the next vertex: one that cannot be projected stays at the last one's place.
-  double p[3] = {0, 0, 0};
-  for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) {
-    projectToClipSpace(c, &vertices[v], p);
-    if (!isInClipCube(p)) return false;
-  }
+  // One that cannot be projected counts as where the vertex before it is, or at the cube's centre: in the cube.
+  for (std::size_t v = 0; v + 2 < vertices.size(); v += 3)
+    if (toClipVertex(c, &vertices[v]).beyond != 0) return false;
   return true;
 }
 
@@ -68,33 +120,44 @@ bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
 // of the smallest w and of over- and underflow. NaN fails every comparison: unsure.
 ClipSide sideOfClipCube(const Box& box, const double c[16]) {
   constexpr double kRounding = 1e-13;
+  const auto sizes = [](Pair p) { return p < 0 ? -p : p; };
   const Vec3 half = (box.max - box.min) / 2, centre = box.min + half;
   if (!(half.x >= 0 && half.y >= 0 && half.z >= 0)) return ClipSide::unsure;
-  const Vec3 size{std::fabs(centre.x) + half.x, std::fabs(centre.y) + half.y, std::fabs(centre.z) + half.z};
-  double middle[4], sum[4];
-  for (int row = 0; row < 4; ++row) {
-    middle[row] = c[row] * centre.x + c[4 + row] * centre.y + c[8 + row] * centre.z + c[12 + row];
-    sum[row] = std::fabs(c[row]) * size.x + std::fabs(c[4 + row]) * size.y + std::fabs(c[8 + row]) * size.z +
-               std::fabs(c[12 + row]);
-    if (!(sum[row] <= 1e100)) return ClipSide::unsure;
+  const double at[3] = {centre.x, centre.y, centre.z}, reach[3] = {half.x, half.y, half.z};
+  Pair xy = pairAt(c + 12), zw = pairAt(c + 14), sumsOfXy = sizes(xy), sumsOfZw = sizes(zw);
+  for (int i = 0; i < 3; ++i) {
+    const Pair a = pairAt(c + 4 * i), b = pairAt(c + 4 * i + 2);
+    const double size = std::fabs(at[i]) + reach[i];
+    xy += a * at[i];
+    zw += b * at[i];
+    sumsOfXy += sizes(a) * size;
+    sumsOfZw += sizes(b) * size;
   }
   const double reachOfW = std::fabs(c[3]) * half.x + std::fabs(c[7]) * half.y + std::fabs(c[11]) * half.z;
-  if (!(std::fabs(middle[3]) - reachOfW > 1e-20 + kRounding * sum[3])) return ClipSide::unsure;
-  // Where w is below 0 all over the box, -w is what counts.
-  const double sign = middle[3] < 0 ? -1.0 : 1.0;
-  bool inside = true;
-  for (int row = 0; row < 3; ++row)
-    for (const double face : {1.0, -1.0}) {
-      // face x - w, which is above 0 beyond the face.
-      const double beyond = face * middle[row] - sign * middle[3];
-      const double reach = std::fabs(face * c[row] - sign * c[3]) * half.x +
-                           std::fabs(face * c[4 + row] - sign * c[7]) * half.y +
-                           std::fabs(face * c[8 + row] - sign * c[11]) * half.z;
-      const double margin = kRounding * (sum[row] + sum[3]);
-      if (beyond - reach > margin) return ClipSide::outside;
-      inside = inside && beyond + reach < -margin;
-    }
-  return inside ? ClipSide::inside : ClipSide::unsure;
+  if (!(std::fabs(zw[1]) - reachOfW > 1e-20 + kRounding * sumsOfZw[1])) return ClipSide::unsure;
+  if (!(sumsOfXy[0] <= 1e100 && sumsOfXy[1] <= 1e100 && sumsOfZw[0] <= 1e100 && sumsOfZw[1] <= 1e100))
+    return ClipSide::unsure;
+
+  // Where w is below 0 all over the box, -w is what counts. x - w and y - w, then -x - w and -y - w, then z - w and
+  // -z - w: each is above 0 beyond its face.
+  const double sign = zw[1] < 0 ? -1.0 : 1.0, w = sign * zw[1];
+  const Pair z{zw[0], -zw[0]};
+  Pair reachOfXy{0, 0}, reachOfMinusXy{0, 0}, reachOfZ{0, 0};
+  for (int i = 0; i < 3; ++i) {
+    const Pair a = pairAt(c + 4 * i), b{c[4 * i + 2], -c[4 * i + 2]};
+    const double ofW = sign * c[4 * i + 3];
+    reachOfXy += sizes(a - ofW) * reach[i];
+    reachOfMinusXy += sizes(a + ofW) * reach[i];
+    reachOfZ += sizes(b - ofW) * reach[i];
+  }
+  const Pair margin = kRounding * (sumsOfXy + sumsOfZw[1]);
+  const double marginOfZ = kRounding * (sumsOfZw[0] + sumsOfZw[1]);
+  const auto outside =
+      (xy - w - reachOfXy > margin) | (-xy - w - reachOfMinusXy > margin) | (z - w - reachOfZ > marginOfZ);
+  if ((outside[0] | outside[1]) != 0) return ClipSide::outside;
+  const auto inside =
+      (xy - w + reachOfXy < -margin) & (-xy - w + reachOfMinusXy < -margin) & (z - w + reachOfZ < -marginOfZ);
+  return (inside[0] & inside[1]) != 0 ? ClipSide::inside : ClipSide::unsure;
 }
 
 namespace {

@@ -111,10 +111,12 @@ TEST(BBoxOctree, doesWhatALinearListDoes) {
 }
 
 Items foundIn(Octree& tree, const std::array<Vec3, 8>& corners) {
-  std::vector<const unsigned*> found;
-  tree.queryFrustum(corners.data(), found);
+  const util::ViewVolume volume(corners.data());
+  std::vector<Octree::Candidate> candidates;
+  tree.queryFrustum(volume, candidates);
   Items items;
-  for (const unsigned* item : found) items.push_back(*item);
+  for (const Octree::Candidate& candidate : candidates)
+    if (tree.meets(candidate, volume)) items.push_back(candidate.record->item);
   return items;
 }
 
