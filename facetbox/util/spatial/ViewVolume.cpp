@@ -68,7 +68,6 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
 }
 
 void ViewVolume::makePlanes() {
-  const auto larger = [](Pair a, Pair b) { return a > b ? a : b; };
   for (std::size_t i = 0; i < mPlanes.size(); ++i) {
     TwoFaces& two = mPlanes[i];
     Pair lengths;
@@ -83,14 +82,14 @@ void ViewVolume::makePlanes() {
     two.normalX /= lengths;
     two.normalY /= lengths;
     two.normalZ /= lengths;
-    two.sizeX = larger(two.normalX, -two.normalX);
-    two.sizeY = larger(two.normalY, -two.normalY);
-    two.sizeZ = larger(two.normalZ, -two.normalZ);
+    two.sizeX = sizesOf(two.normalX);
+    two.sizeY = sizesOf(two.normalY);
+    two.sizeZ = sizesOf(two.normalZ);
 
     std::array<Pair, 8> heights;
     for (std::size_t corner = 0; corner < 8; ++corner) heights[corner] = two.heightsOf(mCorners[corner]);
     two.farthest = heights[0];
-    for (const Pair height : heights) two.farthest = larger(height, two.farthest);
+    for (const Pair height : heights) two.farthest = largerOf(height, two.farthest);
     for (std::size_t k = 0; k < 2; ++k) {
       const FaceTable& face = kFaces[2 * i + k];
       const auto of = [&](std::size_t corner) { return heights[face.corners[corner]][k]; };
@@ -102,21 +101,31 @@ void ViewVolume::makePlanes() {
 }
 
 void ViewVolume::makeTriangles() {
-  mHasSlivers = false;
-  for (std::size_t i = 0; i < kFaces.size(); ++i)
+  const double smallest = kSliver * kSliver * mSize * mSize;
+  auto areSound = Pair{0, 0} == Pair{0, 0};
+  for (std::size_t i = 0; i < kFaces.size(); ++i) {
+    TwoTriangles& both = mTriangles[i];
+    Pair ex, ey, ez, fx, fy, fz, px, py, pz;
     for (std::size_t k = 0; k < 2; ++k) {
+      // Edges in an order that makes the normal point outward.
       const auto& t = kFaces[i].t[k];
-      const Vec3 e = mCorners[t[1]] - mCorners[t[0]], f = mCorners[t[2]] - mCorners[t[0]];
-      const Vec3 n = kFaces[i].inward[k] ? cross(f, e) : cross(e, f);
-      const double longest = std::max(std::max(lengthSq(e), lengthSq(f)), lengthSq(f - e));
-      mHasSlivers = mHasSlivers || !(lengthSq(n) >= kSliver * kSliver * mSize * mSize * longest);
-      TwoTriangles& both = mTriangles[i];
-      both.normalX[k] = n.x;
-      both.normalY[k] = n.y;
-      both.normalZ[k] = n.z;
-      both.sizes[k] = std::fabs(n.x) + std::fabs(n.y) + std::fabs(n.z);
-      both.offset[k] = dot(n, mCorners[t[0]]);
+      const std::size_t second = kFaces[i].inward[k] ? 2 : 1;
+      const Vec3 &p = mCorners[t[0]], e = mCorners[t[second]] - p, f = mCorners[t[3 - second]] - p;
+      px[k] = p.x, py[k] = p.y, pz[k] = p.z;
+      ex[k] = e.x, ey[k] = e.y, ez[k] = e.z;
+      fx[k] = f.x, fy[k] = f.y, fz[k] = f.z;
     }
+    both.normalX = ey * fz - ez * fy;
+    both.normalY = ez * fx - ex * fz;
+    both.normalZ = ex * fy - ey * fx;
+    both.sizes = sizesOf(both.normalX) + sizesOf(both.normalY) + sizesOf(both.normalZ);
+    both.offset = both.normalX * px + both.normalY * py + both.normalZ * pz;
+    const auto lengthsSq = [](Pair x, Pair y, Pair z) { return x * x + y * y + z * z; };
+    const Pair longest =
+        largerOf(largerOf(lengthsSq(ex, ey, ez), lengthsSq(fx, fy, fz)), lengthsSq(fx - ex, fy - ey, fz - ez));
+    areSound &= lengthsSq(both.normalX, both.normalY, both.normalZ) >= smallest * longest;
+  }
+  mHasSlivers = (areSound[0] & areSound[1]) == 0;
 }
 
 // Where all corners of each face are near its plane, the surface stays near the planes: it leaves out the points that
@@ -156,11 +165,11 @@ bool ViewVolume::holdsPointInside(const Vec3& centre, const Vec3& half, double m
   for (int step = 0; step < kSteps; ++step) {
     std::array<Pair, 3> depths;
     for (std::size_t i = 0; i < 3; ++i) depths[i] = mPlanes[i].low - mPlanes[i].heightsOf(p);
-    std::size_t face = 0;
-    for (std::size_t i = 1; i < kFaces.size(); ++i)
-      if (depths[i / 2][i % 2] < depths[face / 2][face % 2]) face = i;
-    const double depth = depths[face / 2][face % 2];
+    const Pair least = smallerOf(smallerOf(depths[0], depths[1]), depths[2]);
+    const double depth = std::min(least[0], least[1]);
     if (depth > margin) return mIsHull || isCertainlyBehindAllTriangles(p, margin);
+    std::size_t face = 0;
+    while (face < 5 && depths[face / 2][face % 2] != depth) ++face;
     // Towards the corner that is the farthest behind the face that this point is the least behind.
     const Vec3 n = normal(face);
     const Vec3 way =

@@ -56,6 +56,9 @@ class ViewVolume {
  private:
   /// Two numbers at a time.
   using Pair = double __attribute__((vector_size(16)));
+  static Pair largerOf(Pair a, Pair b) { return a > b ? a : b; }
+  static Pair smallerOf(Pair a, Pair b) { return a < b ? a : b; }
+  static Pair sizesOf(Pair a) { return largerOf(a, -a); }
   /// What two neighbouring faces have: coordinates of the unit outward normals and their sizes, normal times the point
   /// that the plane goes through, the largest of normal times any of the eight corners, and the bounds of normal times
   /// the face's own.

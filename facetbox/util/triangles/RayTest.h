@@ -1,6 +1,7 @@
 #pragma once
 
 #include <facetbox/util/Triangulator.h>
+#include <facetbox/util/math/Instructions.h>
 
 namespace util {
 
@@ -26,9 +27,6 @@ bool intersectRay(const TriangleMesh& mesh, const double matrix[16], const doubl
 /// The same by looking at every triangle. What intersectRay() is measured against.
 bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const double origin[3],
                        const double direction[3], double* t, double* normalOut);
-
-/// The vector instructions that a ray test may use.
-enum class Instructions { best, base };
 
 /// What all rays against one mesh in one place have in common: made once for many calls of the other intersectRay().
 /// Refers to nothing; belongs to the mesh and the matrix that it was made from.

@@ -17,6 +17,8 @@
 
 #include <facetbox/util/math/Box.h>
 #include <facetbox/util/spatial/BoxForest.h>
+#include <facetbox/util/spatial/BoxIndex.h>
+#include <facetbox/util/spatial/ViewVolume.h>
 #include <tests/support/Meshes.h>
 #include <tests/support/PlainOctree.h>
 
@@ -207,6 +209,49 @@ TEST(BBoxOctree, findsInAViewVolumeWhatTheWrittenOutTestFindsInItsOrder) {
     if (seed % 4 != 0) expectSame(tree, plain);
   }
   EXPECT_GT(foundInAll, 10000u);
+}
+
+TEST(BoxIndex, saysOnlyWhatIsCertainAndTheSameWithAnyInstructions) {
+  std::size_t firm = 0, inside = 0, doubtful = 0;
+  for (unsigned seed = 0; seed < 200; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    const double scale = std::array{1.0, 0.1, 1e-160, 1e30}[seed % 4];
+    const int reach = pick(random, 2, 20);
+    std::vector<Box> boxes;
+    for (int i = 0; i < 300; ++i) {
+      const Box box = randomBox(random, reach, pick(random, 0, 6));
+      boxes.push_back({scale * box.min, scale * box.max});
+      if (i % 50 == 7) boxes.back().min.x = NAN;
+    }
+    util::BoxIndex index;
+    index.build(boxes);
+    auto corners = randomVolume(random, reach);
+    for (Vec3& corner : corners) corner = scale * corner;
+    const util::ViewVolume volume(corners.data());
+    util::BoxIndex::Found found, base;
+    index.find(volume, found);
+    index.find(volume, base, util::Instructions::base);
+    EXPECT_EQ(found.inside, base.inside);
+    EXPECT_EQ(found.firm, base.firm);
+    EXPECT_EQ(found.doubtful, base.doubtful);
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+      const auto has = [i](const std::vector<std::uint64_t>& bits) { return (bits[i / 64] >> i % 64 & 1) != 0; };
+      const bool isCertain = has(found.inside) || has(found.firm), meets = support::meetsVolume(corners, boxes[i]);
+      EXPECT_EQ(isCertain || (meets && has(found.doubtful)), meets) << i;
+      // What is firm holds for larger boxes, too.
+      if (isCertain && volume.isHull()) {
+        const Vec3 more = scale * Vec3{random() % 5 / 2.0, random() % 3 / 2.0, 1 / 2.0};
+        const Box around{boxes[i].min - more, boxes[i].max + more};
+        const Vec3 half = (around.max - around.min) / 2;
+        if (has(found.firm) || volume.reachesOut(around.min + half, half)) {
+          EXPECT_TRUE(support::meetsVolume(corners, around)) << i;
+        }
+      }
+      firm += has(found.firm), inside += has(found.inside), doubtful += has(found.doubtful);
+    }
+  }
+  EXPECT_GT(std::min({firm, inside, doubtful}), 200u);
 }
 
 TEST(BBoxOctree, sendsABoxFlatOnTheMidplaneLow) {

@@ -1,0 +1,141 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// The descent of a view volume through the bounds of many boxes. Written once and compiled once per instruction set;
+// nothing in here may call an inline function of a library, since the linker would be free to keep the copy that an
+// older processor cannot run.
+
+namespace util {
+
+inline constexpr std::size_t kBoxBlockWidth = 8;
+
+/// The bounds of eight neighbours of the level below, or of eight boxes.
+struct alignas(32) BoxBlock {
+  float bounds[6][kBoxBlockWidth];  // minima in x, y, z, then maxima
+  float size;                       // the largest coordinate by absolute value; at least that of all boxes within
+  std::uint32_t count;
+};
+
+/// What is asked of which blocks, and where the answers go.
+struct BoxDescent {
+  struct Plane {
+    float x, y, z;    // of the normal
+    float low, high;  // below low is inside, above high nothing
+    std::int32_t bit;
+    // Rows of the bounds that are the farthest inside and outside, as numbers of floats from the first.
+    std::size_t inner[3], outer[3];
+  };
+
+  const BoxBlock* blocks;
+  const std::size_t* levels;   // where each begins in the blocks, that of the boxes first
+  const std::uint32_t* order;  // numbers of the boxes, in the order of the lowest level
+  std::size_t count;           // of boxes
+  Plane planes[6];
+  double size;  // of the volume; infinite where no conclusions must be drawn from the planes
+  bool isHull;
+  std::uint64_t *inside, *firm, *doubtful;  // bits
+};
+
+/// Goes down from the only block of a level. For processors with AVX2, and for any.
+void descendBoxesAvx2(const BoxDescent& descent, std::size_t level);
+void descendBoxesBase(const BoxDescent& descent, std::size_t level);
+
+// Rounding: a coordinate of a normal, of at most 1, is off by 2^-25 and a product and a sum by half an ulp each; so
+// the sum of three is off by less than 3 (2^-25 + 3 2^-24) M, M being the largest coordinate there is, and the bound
+// of a plane by 2^-24 sqrt(3) M: less than 8e-7 M. With the volume's own margin of 4.8e-7 M a box is beyond a plane.
+//
+// A box is inside, or a point in the sense of ViewVolume::isHull(), when it is below a plane by more: 4.8e-7 M, by
+// which the faces of a hull may bend, a firm margin of 1.44e-6 M and that times sqrt(3) for the rims that a box or one
+// around it has to do without, and 2e-7 M, by which a corner was rounded outward, make 5.4e-6 M.
+inline constexpr double kBoxMargin = 6e-6;
+// Keeps margins clear of underflow, and squares of overflow.
+inline constexpr double kSmallestSize = 1e-25, kLargestSize = 1e25;
+
+namespace {
+
+/// Vector operations of some lanes at a time, in the compiler's vector types.
+template <std::size_t kLanes>
+struct BoxLanes {
+  typedef float Floats __attribute__((vector_size(4 * kLanes)));
+  typedef std::int32_t Ints __attribute__((vector_size(4 * kLanes)));
+
+  static Floats load(const float* values) {
+    Floats loaded;
+    __builtin_memcpy(&loaded, values, sizeof loaded);
+    return loaded;
+  }
+  /// Of the corners of some boxes that the rows name: how high they are above a plane through the origin.
+  static Floats heights(const BoxDescent::Plane& plane, const float* bounds, const std::size_t rows[3]) {
+    return plane.x * load(bounds + rows[0]) + plane.y * load(bounds + rows[1]) + plane.z * load(bounds + rows[2]);
+  }
+};
+
+/// @tparam Lanes  BoxLanes, and  static unsigned bits(Ints), one per lane of a comparison's result
+/// @param open  bits of the planes that the block is not known to be inside of
+template <class Lanes, std::size_t kLanes>
+void visitBoxes(const BoxDescent& descent, std::size_t level, std::size_t number, unsigned open) {
+  using Floats = typename Lanes::Floats;
+  using Ints = typename Lanes::Ints;
+  const BoxBlock& block = descent.blocks[descent.levels[level] + number];
+  const double size = descent.size + static_cast<double>(block.size);
+  const Floats margin =
+      Floats{} +
+      (size >= kSmallestSize && size <= kLargestSize ? static_cast<float>(kBoxMargin * size) : __builtin_inff());
+
+  unsigned lanes = 0, firm = 0;
+  // Bits of the planes that a lane is not known to be inside of.
+  std::int32_t openOf[kBoxBlockWidth];
+  for (std::size_t from = 0; from < kBoxBlockWidth; from += kLanes) {
+    const float* bounds = block.bounds[0] + from;
+    Ints apart{};
+    for (unsigned rest = open; rest != 0; rest &= rest - 1) {
+      const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
+      apart |= Lanes::heights(plane, bounds, plane.inner) > plane.high + margin;
+    }
+    const unsigned all = (1u << kLanes) - 1, met = ~Lanes::bits(apart) & ((1u << block.count) - 1) >> from & all;
+    if (met == 0) continue;
+    lanes |= met << from;
+
+    Ints opened{}, shallow{}, isBeyond{}, isCentreOut{};
+    for (unsigned rest = open; rest != 0; rest &= rest - 1) {
+      const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
+      const Floats bound = plane.low - margin, highest = Lanes::heights(plane, bounds, plane.outer);
+      opened |= ~(highest < bound) & plane.bit;
+      if (level != 0) continue;
+      const Floats lowest = Lanes::heights(plane, bounds, plane.inner);
+      shallow |= ~(lowest < bound) & plane.bit;
+      isBeyond |= highest > plane.high + margin;
+      isCentreOut |= ~(0.5f * (lowest + highest) < bound);
+    }
+    __builtin_memcpy(openOf + from, &opened, sizeof opened);
+    if (level != 0 || !descent.isHull) continue;
+    // Inside all planes is the centre, or the corner that is the farthest inside the only plane that is open.
+    const Ints isCornerOut = ((opened & (opened - 1)) != 0) | ((opened & shallow) != 0);
+    Ints isUnfirm = ~isBeyond | (isCentreOut & isCornerOut);
+    for (std::size_t row = 0; row < 3; ++row)
+      isUnfirm |=
+          ~(Lanes::load(bounds + (row + 3) * kBoxBlockWidth) - Lanes::load(bounds + row * kBoxBlockWidth) > margin);
+    firm |= (~Lanes::bits(isUnfirm) & all) << from;
+  }
+
+  for (; lanes != 0; lanes &= lanes - 1) {
+    const auto lane = static_cast<unsigned>(__builtin_ctz(lanes));
+    const std::size_t place = kBoxBlockWidth * number + lane;
+    const auto still = static_cast<unsigned>(openOf[lane]);
+    if (level != 0 && still != 0) {
+      visitBoxes<Lanes, kLanes>(descent, level - 1, place, still);
+      continue;
+    }
+    // All boxes within are inside, and so have their inner spheres there; or it is one box.
+    std::uint64_t* bits = still == 0 ? descent.inside : (firm >> lane & 1) != 0 ? descent.firm : descent.doubtful;
+    const std::size_t first = place << (3 * level), past = (place + 1) << (3 * level);
+    for (std::size_t i = first; i < past && i < descent.count; ++i)
+      bits[descent.order[i] / 64] |= std::uint64_t{1} << (descent.order[i] % 64);
+  }
+}
+
+}  // namespace
+
+}  // namespace util
