@@ -19,10 +19,10 @@
 #include <facetbox/intersector/NearestSearch.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/triangles/ClipTest.h>
 #include <facetbox/util/triangles/RayTest.h>
 #include <facetbox/util/triangles/TriangleMeshCache.h>
 #include "AllocationCount.h"
+#include "PlainClip.h"
 #include "Workloads.h"
 
 namespace {
@@ -180,6 +180,7 @@ void overlap(benchmark::State& state, const Volume& volume, std::int64_t triangl
   const Object& object = objectOf(volume.shape, triangles);
   double view[16];
   std::ranges::copy(volume.matrix, view);
+  std::vector<double> projected;
   compare(
       state, isPlain,
       [&] {
@@ -187,8 +188,8 @@ void overlap(benchmark::State& state, const Volume& volume, std::int64_t triangl
             1, object.intersector->intersectsFrustum(object.handle, volume.matrix.data(), contained) ? 1 : 0);
       },
       [&] {
-        const bool answer = contained ? util::liesInClipCubePlain(*object.triangles, view)
-                                      : util::overlapsClipCubePlain(*object.triangles, view);
+        const bool answer = contained ? plainLiesInClipCube(*object.triangles, view)
+                                      : plainOverlapsClipCube(*object.triangles, view, projected);
         return std::vector<float>(1, answer ? 1 : 0);
       });
 }

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -12,16 +11,10 @@
 #include <malloc.h>
 
 #include "../CleanupCases.h"
+#include "CpuTime.h"
 #include "Peers.h"
 
 namespace {
-
-/// Of the whole process: a library that starts threads pays for them.
-double cpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
 
 /// Something to be timed; what it returns is released outside the time.
 template <class Run>
@@ -29,11 +22,6 @@ double secondsOf(Run run) {
   const double begin = cpuSeconds();
   const auto result = run();
   return cpuSeconds() - begin;
-}
-
-double median(std::vector<double> values) {
-  std::ranges::nth_element(values, values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2));
-  return values[values.size() / 2];
 }
 
 /// One side of a comparison: seconds of one run, on how many corners.

@@ -2,16 +2,14 @@
 #include <cmath>
 #include <cstdint>
 #include <deque>
-#include <span>
 #include <vector>
 
 #include <BulletCollision/BroadphaseCollision/btDbvt.h>
 
-#include <facetbox/util/math/OverlapsBox.h>
 #include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/triangles/ClipProjection.h>
 #include <facetbox/util/triangles/ClipTest.h>
 
+#include "../../PlainClip.h"
 #include "SelectionPeer.h"
 
 namespace {
@@ -84,29 +82,8 @@ class BulletPeer final : public SelectionPeer {
       const Item& item = *static_cast<const Item*>(leaf->data);
       double c[16];
       util::multiply(matrix.data(), item.matrix.data(), c);
-      if (wholeInside ? liesInside(*item.mesh, c) : overlaps(*item.mesh, c)) ids.push_back(item.id);
-    }
-
-    // The exact test, written down as it is defined.
-    static bool liesInside(const util::TriangleMesh& mesh, const double c[16]) {
-      const std::span<const double> vertices = mesh.vertexCoordinates();
-      double p[3] = {0, 0, 0};
-      for (std::size_t v = 0; v < vertices.size(); v += 3) {
-        util::projectToClipSpace(c, &vertices[v], p);
-        if (!util::isInClipCube(p)) return false;
-      }
-      return true;
-    }
-    bool overlaps(const util::TriangleMesh& mesh, const double c[16]) {
-      const std::span<const double> vertices = mesh.vertexCoordinates();
-      projected.assign(vertices.size(), 0.0);
-      for (std::size_t v = 0; v < vertices.size(); v += 3) util::projectToClipSpace(c, &vertices[v], &projected[v]);
-      const std::span<const std::uint32_t> indices = mesh.indices();
-      for (std::size_t i = 0; i < indices.size(); i += 3)
-        if (util::overlapsBox(&projected[3 * std::size_t{indices[i]}], &projected[3 * std::size_t{indices[i + 1]}],
-                              &projected[3 * std::size_t{indices[i + 2]}], util::kClipCubeCentre, util::kClipCubeHalf))
-          return true;
-      return false;
+      if (wholeInside ? plainLiesInClipCube(*item.mesh, c) : plainOverlapsClipCube(*item.mesh, c, projected))
+        ids.push_back(item.id);
     }
 
     const BulletPeer& peer;

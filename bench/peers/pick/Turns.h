@@ -4,27 +4,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <string>
 #include <vector>
 
-/// Of the whole process: a library that starts threads pays for them.
-inline double cpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
+#include "../CpuTime.h"
 
 template <class Run>
 double secondsOf(Run run) {
   const double begin = cpuSeconds();
   run();
   return cpuSeconds() - begin;
-}
-
-inline double median(std::vector<double> values) {
-  std::ranges::nth_element(values, values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2));
-  return values[values.size() / 2];
 }
 
 /// Medians over pairs of runs.
