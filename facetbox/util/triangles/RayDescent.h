@@ -42,7 +42,9 @@
 // and the origin is moved along the ray to the point n next to the mesh's center, which keeps far origins from costing
 // digits. Let e = 2^-24 and w the widening so far. The plane distances plane * (1 / d) - n * (1 / d) are off by less
 // than 6e (1 + |n| + w), as positions, and replacing tiny direction components by 2^-22 moves the ray by 4e of the
-// same.
+// same. A ray that comes within w of the mesh passes the center at a distance of at most sqrt(3) (1 + w); n, which is
+// off by at most 21u |o'| in each coordinate, then has absolute coordinates that sum up to less than 3 + 10 w. Without
+// grazed triangles other rays hit nothing, and 5 + 13 w stands for 1 + |n| + w.
 //
 // The filter of the triangles computes the numerators and the determinant once more in floats. A point n + t d that
 // lies within w of the triangle's point (alpha, beta) has the numerators alpha det and beta det up to 6 w reach, where
@@ -60,21 +62,24 @@ inline constexpr double kSmallestDeterminant = 1e-5;
 /// Magnitudes up to this can be multiplied four at a time without overflow.
 inline constexpr double kLargestMagnitude = 1e70;
 
+/// A vector of three; the fourth place has no meaning.
+typedef float Quad __attribute__((vector_size(16)));
+
 /// A ray in the unit coordinates of a hierarchy, its parameter shifted and scaled so that the largest coordinate of the
 /// direction is 1. It serves to pass over boxes and triangles only; the margins are derived above.
 struct UnitRay {
-  float origin[4];  ///< vectors of three; the fourth place has no meaning
-  float direction[4];
-  float nearOrigin[4];  ///< origin moved so that the near planes of all boxes lie nearer by the margin
-  float farOrigin[4];   ///< and so that the far planes lie farther
-  float inverse[4];     ///< 1 / direction; never infinite
-  float tolerance;      ///< of the triangle filter, per unit of a triangle's reach
-  float first;          ///< parameters of interest
-  float last;           ///< shrinks with every hit
+  Quad origin;
+  Quad direction;
+  Quad inverse;     ///< 1 / direction; never infinite
+  Quad nearOffset;  ///< plane * inverse - nearOffset is where the ray meets a near plane moved nearer by the margin
+  Quad farOffset;   ///< and so for a far plane moved farther
+  float tolerance;  ///< of the triangle filter, per unit of a triangle's reach
+  float first;      ///< parameters of interest
+  float last;       ///< shrinks with every hit
 
   // For grazed triangles only, see above.
-  float width[4];        ///< by which boxes are widened all the same
-  float rowSums[4];      ///< and this by the eta of the subtree
+  Quad width;            ///< by which boxes are widened all the same
+  Quad rowSums;          ///< and this by the eta of the subtree
   float edgePerReach;    ///< the edges' size in the world from the subtree's reach: times this,
   float edgeError;       ///< plus this
   float errorPerEdgeSq;  ///< Q from the edges' size
@@ -84,18 +89,21 @@ struct UnitRay {
   float normalError;     ///< of such a determinant, per unit of the sum of the cross product's coordinates
 };
 
-/// Turns a bound of the true parameter into one of the unit ray's: (bound * growth + slack - shift) * scale.
+/// No parameter of the unit ray that matters lies beyond.
+inline constexpr float kLastParameter = 3e38F;
+
+/// A float above a parameter of the unit ray.
+inline __attribute__((always_inline)) float above(double parameter) {
+  const double bound = parameter + __builtin_fabs(parameter) * 0x1p-22;
+  return bound < static_cast<double>(kLastParameter) ? static_cast<float>(bound) : kLastParameter;
+}
+
+/// Turns a bound of the true parameter into one of the unit ray's: bound * scale + offset.
 struct ParameterMap {
-  double growth, slack, shift, scale;
+  double scale, offset;
 
   /// A bound above every parameter of the unit ray at which a hit up to `best` can lie.
-  __attribute__((always_inline)) float limit(double best) const {
-    const double reach = best * growth + slack;
-    const double value = (reach - shift) * scale;
-    const double magnitude = (reach < 0 ? -reach : reach) + (shift < 0 ? -shift : shift);
-    const double limit = value + (value < 0 ? -value : value) * 0x1p-22 + magnitude * scale * 0x1p-50;
-    return limit < 3e38 ? static_cast<float>(limit) : 3e38F;
-  }
+  __attribute__((always_inline)) float limit(double best) const { return above(best * scale + offset); }
 };
 
 /// The ray and the matrix as the plain loop sees them, and the nearest hit so far.
@@ -108,9 +116,10 @@ struct ExactSearch {
   Vec3 edge1, edge2;       ///< of that triangle, placed by the matrix
 };
 
-/// The test of the plain loop on one triangle whose corners, a point in every fourth place, have been transformed. A
-/// hit at the nearest parameter so far counts where its triangle is the earlier one: the loop would have met it first.
-void testPlaced(const double corners[12], std::uint32_t triangle, ExactSearch& search);
+/// The test of the plain loop on one triangle whose corners have been transformed. A hit at the nearest parameter so
+/// far counts where its triangle is the earlier one: the loop would have met it first.
+/// @param vectors  from the first corner to the second, to the third and to the ray's origin, four places for each
+void testPlaced(const double vectors[12], std::uint32_t triangle, ExactSearch& search);
 
 /// Finds the nearest hit.
 /// @return whether it could: else the ray is one for the plain loop, and `search` is untouched
@@ -134,8 +143,9 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   const V origin = Ops::three(search.origin), direction = Ops::three(search.direction);
   const double D = Ops::largest(direction), O = Ops::largest(origin), E = placement.edge;
   if (!(D < kLargestMagnitude && O < kLargestMagnitude)) return Outlook::unknown;
-  if (7 * E * E * D < kSmallestDeterminant) return Outlook::noHit;
-  const double Q = 32 * kUnit * E * E * D;
+  const double Q = placement.determinantError * D;
+  // No determinant exceeds 6 E E D.
+  if (7 * Q < 32 * kUnit * kSmallestDeterminant) return Outlook::noHit;
 
   // The ray in unit coordinates, its origin moved next to the center.
   const V x = Ops::load(placement.columns[0]), y = Ops::load(placement.columns[1]), z = Ops::load(placement.columns[2]);
@@ -150,59 +160,66 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   if (!(drift * placement.largestRowSum < 0.01 * dSize) || !(dSize > 1e-100 && dSize < 1e100)) return Outlook::unknown;
   const double shift = -Ops::sum(o * d) / Ops::sum(d * d);
   const V n = o + Ops::all(shift) * d;
+  const double offCenter = Ops::sum(Ops::absolute(n));
 
-  const double OT = O + placement.translationSize, rho = placement.cornerError;
-  const double anywhere = O + placement.worldSize;
-  const double here = placement.growth * (oSize + 1) + 4 * placement.inverseError * OT + rho;
-  const double S = 1.01 * (anywhere < here ? anywhere : here);
-  const double N = 32 * kUnit * S * D * E;
-  double tau = kSmallestDeterminant;
-  const double wideEta = 2 * ((N + Q) / (0.75 * kSmallestDeterminant)) * E;
-  const bool isWary = !(Q <= 0.25 * kSmallestDeterminant && wideEta * placement.largestRowSum < kWide);
-  if (isWary) tau = 0x1p13 * (N + Q + 24 * rho * E * D);
-  const double perDeterminant = 1 / (0.75 * tau);
-  const double delta = perDeterminant * (N + Q) + 4 * kUnit;
-  const double eta = 2 * delta * E + rho + kUnit * S + 6 * kUnit * E;
+  // What follows is written so that few operations have to wait for each other: every ray takes at least as long as the
+  // longest chain of them. Here, reach is S + E.
+  const double anywhere = 1.01 * O + placement.worldReach;
+  const double here = placement.growth * oSize + (placement.imageError * O + placement.meshReach);
+  const double reach = anywhere < here ? anywhere : here;
+  double tau = kSmallestDeterminant, perDeterminant = 1 / (0.75 * kSmallestDeterminant), around = 5;
+  const bool isWary =
+      !(Q <= 0.25 * kSmallestDeterminant && 2 * perDeterminant * Q * reach * placement.largestRowSum < kWide);
+  if (isWary) {
+    tau = 0x1p13 * E * D * (32 * kUnit * reach + 24 * placement.cornerError);
+    perDeterminant = 1 / (0.75 * tau);
+    around += offCenter;
+  }
   const double unit = 1 / dSize;
   const double common = placement.commonWidth + 10 * kUnit * oSize;
-  const double perRow = eta + 6 * kUnit * OT + 1.02 * drift * (oSize + 2) * unit;
+  const double perRow = (2 * perDeterminant * Q + kUnit) * reach +
+                        (placement.pointError + 6 * kUnit * O + 1.02 * drift * (oSize + 2) * unit);
   const double widest = common + placement.largestRowSum * perRow;
-  const double size = 1 + Ops::sum(Ops::absolute(n)) + widest;
+  // Of 1 + |n| + w.
+  const double size = around + 13 * widest;
   // A NaN or an infinity anywhere in the ray ends up in here.
-  if (!(size < 1e30)) return Outlook::unknown;
+  if (!(size < 1e30 && offCenter < 1e30)) return Outlook::unknown;
+  if (!isWary && offCenter > 4 + 12 * widest) return Outlook::noHit;
 
   const V along = d * Ops::all(unit);
-  const V width = Ops::all(common + 10 * kFloatUnit * size) + Ops::load(placement.rowSums) * Ops::all(perRow);
-  const V outward = Ops::withSignOf(width, along);
-  Ops::storeRounded(ray.origin, n);
-  Ops::storeRounded(ray.direction, along);
-  Ops::storeRounded(ray.nearOrigin, n + outward);
-  Ops::storeRounded(ray.farOrigin, n - outward);
-  Ops::storeRounded(ray.inverse,
-                    Ops::all(1.0) / Ops::withSignOf(Ops::max(Ops::absolute(along), Ops::all(0x1p-22)), along));
+  // Here is 10 kFloatUnit * size, but for what grows with perRow: that is part of the row sums.
+  const V width = Ops::all((1 + 130 * kFloatUnit) * common + 10 * kFloatUnit * around) +
+                  Ops::load(placement.rowSums) * Ops::all(perRow);
+  const V outward = Ops::withSignOf(width, d);
+  ray.origin = Ops::rounded(n);
+  ray.direction = Ops::rounded(along);
+  ray.inverse =
+      Ops::rounded(Ops::all(dSize) / Ops::withSignOf(Ops::max(Ops::absolute(d), Ops::all(0x1p-22 * dSize)), d));
+  ray.nearOffset = Ops::rounded(n + outward) * ray.inverse;
+  ray.farOffset = Ops::rounded(n - outward) * ray.inverse;
   ray.tolerance = static_cast<float>(1.001 * (6 * widest + 160 * kFloatUnit * size));
-  limits.growth = 1 + 1.01 * (perDeterminant * Q + 4 * kUnit);
-  limits.slack = perDeterminant * 32 * kUnit * S * E * E;
-  limits.shift = shift;
-  limits.scale = dSize;
+  const double slack = perDeterminant * placement.determinantError * reach;
+  // For the rounding of the parameters.
+  const double spread = 16 * kUnit * (slack + __builtin_fabs(shift));
+  limits.scale = (1 + 1.01 * (perDeterminant * Q + 16 * kUnit)) * dSize;
+  limits.offset = (slack + spread - shift) * dSize;
   // The least parameter is, but for its sign, the largest one of the ray in the other direction.
-  ray.first = -ParameterMap{0, limits.slack, -shift, dSize}.limit(0);
-  ray.last = limits.limit(kFarthest);
+  ray.first = -above((slack + spread + shift) * dSize);
+  ray.last = kLastParameter;
   if (!isWary) return Outlook::descend;
 
-  const double directionError =
-      12 * kFloatUnit + 4 * placement.inverseError + 1.1 * drift * placement.largestRowSum * unit;
+  const double directionError = 12 * kFloatUnit + placement.imageError + 1.1 * drift * placement.largestRowSum * unit;
   const double toUnit = unit / placement.volume;
   if (!(directionError < 0x1p-8) || !(toUnit < 1e30) || !(tau * toUnit < 1e30)) return Outlook::unknown;
   ray.normalError = static_cast<float>(1.01 * directionError);
-  ray.grazing = static_cast<float>(1.01 * (tau + 24 * rho * E * D) * toUnit);
+  ray.grazing = static_cast<float>(1.01 * (tau + 24 * placement.cornerError * E * D) * toUnit);
   // One more rounding than where the width is part of the origin.
-  Ops::storeRounded(ray.width, width * Ops::all(1.2));
-  Ops::storeRounded(ray.rowSums, Ops::load(placement.rowSums));
-  ray.edgePerReach = static_cast<float>(1.02 * placement.growth);
-  ray.edgeError = static_cast<float>(1.02 * 2 * rho);
+  ray.width = Ops::rounded(width * Ops::all(1.2));
+  ray.rowSums = Ops::rounded(Ops::load(placement.rowSums));
+  ray.edgePerReach = static_cast<float>(1.01 * placement.growth);
+  ray.edgeError = static_cast<float>(1.02 * 2 * placement.cornerError);
   ray.errorPerEdgeSq = static_cast<float>(1.02 * 32 * kUnit * D);
-  ray.etaPerEdgeSq = static_cast<float>(1.02 * 2 * 32 * kUnit * D * (S + E) / (0.75 * kSmallestDeterminant));
+  ray.etaPerEdgeSq = static_cast<float>(1.02 * 2 * 32 * kUnit * D * reach / (0.75 * kSmallestDeterminant));
   ray.farWidth = static_cast<float>(4 * size);
   const auto isModest = [](float value) { return value > 1e-30F && value < 1e30F; };
   if (!(E < 1e15 && isModest(ray.edgePerReach) && isModest(ray.errorPerEdgeSq) && isModest(ray.etaPerEdgeSq) &&
@@ -211,19 +228,22 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   return Outlook::descendWarily;
 }
 
-/// The lanes whose triangles the ray may hit, as bits: the test of Moeller and Trumbore without its division, in
-/// floats, each comparison loosened by the tolerance. With `grazing`, also those whose determinant may be that small.
+/// Of the lanes from `first` on, as many as the operations take at once, those whose triangles the ray may hit, as
+/// bits: the test of Moeller and Trumbore without its division, in floats, each comparison loosened by the tolerance.
+/// With `grazing`, also those whose determinant may be that small.
 template <class Ops>
-inline __attribute__((always_inline)) unsigned filterBlock(const TriangleHierarchy::Block& block,
+inline __attribute__((always_inline)) unsigned filterLanes(const TriangleHierarchy::Block& block, int first,
                                                            const typename Ops::Floats* origin,
                                                            const typename Ops::Floats* direction,
                                                            typename Ops::Floats tolerancePerReach,
                                                            const float* grazing) {
   using F = typename Ops::Floats;
-  const F e1x = Ops::load(block.edge1[0]), e1y = Ops::load(block.edge1[1]), e1z = Ops::load(block.edge1[2]);
-  const F e2x = Ops::load(block.edge2[0]), e2y = Ops::load(block.edge2[1]), e2z = Ops::load(block.edge2[2]);
-  const F sx = origin[0] - Ops::load(block.corner[0]), sy = origin[1] - Ops::load(block.corner[1]),
-          sz = origin[2] - Ops::load(block.corner[2]);
+  const F e1x = Ops::load(block.edge1[0] + first), e1y = Ops::load(block.edge1[1] + first),
+          e1z = Ops::load(block.edge1[2] + first);
+  const F e2x = Ops::load(block.edge2[0] + first), e2y = Ops::load(block.edge2[1] + first),
+          e2z = Ops::load(block.edge2[2] + first);
+  const F sx = origin[0] - Ops::load(block.corner[0] + first), sy = origin[1] - Ops::load(block.corner[1] + first),
+          sz = origin[2] - Ops::load(block.corner[2] + first);
   const F px = direction[1] * e2z - direction[2] * e2y, py = direction[2] * e2x - direction[0] * e2z,
           pz = direction[0] * e2y - direction[1] * e2x;
   const F qx = sy * e1z - sz * e1y, qy = sz * e1x - sx * e1z, qz = sx * e1y - sy * e1x;
@@ -232,25 +252,29 @@ inline __attribute__((always_inline)) unsigned filterBlock(const TriangleHierarc
   const F u = Ops::flip(sx * px + sy * py + sz * pz, sign);
   const F v = Ops::flip(direction[0] * qx + direction[1] * qy + direction[2] * qz, sign);
   const F size = Ops::flip(det, sign);
-  const F tolerance = tolerancePerReach * Ops::load(block.reach);
-  const F least = Ops::min(Ops::min(u, v), size + tolerance - u - v) + tolerance;
-  const unsigned lanes = Ops::lessEqual(Ops::all(0.0F), least) | Ops::lessEqual(size, tolerance);
+  const F reach = Ops::load(block.reach + first), tolerance = tolerancePerReach * reach;
+  const F least = Ops::min(Ops::min(u, v), size + tolerance - u - v);
+  const unsigned lanes = Ops::lessEqual(Ops::all(0.0F) - tolerance, least) | Ops::lessEqual(size, tolerance);
   if (grazing == nullptr) return lanes;
-  return lanes | (Ops::lessEqual(size, tolerance + Ops::all(*grazing)) &
-                  Ops::lessEqual(Ops::all(0.0F), Ops::load(block.reach)));
+  return lanes | (Ops::lessEqual(size, tolerance + Ops::all(*grazing)) & Ops::lessEqual(Ops::all(0.0F), reach));
 }
 
-/// Transforms the corners as transformPoint() does, x, y and z at once, and tests the triangle.
+/// Transforms a corner as transformPoint() does, x, y and z at once.
+template <class Ops>
+inline __attribute__((always_inline)) typename Ops::Doubles placed(const double* m, const double* p) {
+  return Ops::load(m) * Ops::all(p[0]) + Ops::load(m + 4) * Ops::all(p[1]) + Ops::load(m + 8) * Ops::all(p[2]) +
+         Ops::load(m + 12);
+}
+
+/// Tests a triangle as the plain loop does.
 template <class Ops>
 inline __attribute__((always_inline)) void testExact(const TriangleHierarchy::Exact& exact, ExactSearch& search) {
-  const double* m = search.matrix;
-  alignas(32) double placed[12];
-  for (int k = 0; k < 3; ++k) {
-    const double* p = exact.corner + 3 * k;
-    Ops::store(placed + 4 * k, Ops::load(m) * Ops::all(p[0]) + Ops::load(m + 4) * Ops::all(p[1]) +
-                                   Ops::load(m + 8) * Ops::all(p[2]) + Ops::load(m + 12));
-  }
-  testPlaced(placed, exact.triangle, search);
+  const typename Ops::Doubles p0 = placed<Ops>(search.matrix, exact.corner);
+  alignas(32) double vectors[12];
+  Ops::store(vectors, placed<Ops>(search.matrix, exact.corner + 3) - p0);
+  Ops::store(vectors + 4, placed<Ops>(search.matrix, exact.corner + 6) - p0);
+  Ops::store(vectors + 8, Ops::three(search.origin) - p0);
+  testPlaced(vectors, exact.triangle, search);
 }
 
 /// Asks for the start of what a reference names, before it is needed.
@@ -266,13 +290,16 @@ inline __attribute__((always_inline)) void prefetchExact(const TriangleHierarchy
   for (int line = 0; line < 640; line += 64) __builtin_prefetch(start + line);
 }
 
-/// The children of a node, as bits, that may hold grazed triangles which a ray hits far from where they are.
+/// Of the children of a node from `first` on those, as bits, that may hold grazed triangles which a ray hits far from
+/// where they are.
 template <class Ops>
 inline __attribute__((always_inline)) unsigned grazedChildren(const TriangleHierarchy::View& view,
-                                                              const TriangleHierarchy::Node& node, const UnitRay& ray) {
+                                                              const TriangleHierarchy::Node& node, int first,
+                                                              const UnitRay& ray) {
   using F = typename Ops::Floats;
   const float(&normals)[6][TriangleHierarchy::kWidth] = view.normals[node.number].bounds;
-  const F edge = Ops::load(view.normals[node.number].reach) * Ops::all(ray.edgePerReach) + Ops::all(ray.edgeError);
+  const F edge =
+      Ops::load(view.normals[node.number].reach + first) * Ops::all(ray.edgePerReach) + Ops::all(ray.edgeError);
   const F edgeSq = edge * edge;
   const F eta = edgeSq * Ops::all(ray.etaPerEdgeSq);
   // Without a bound for these, boxes so wide that every ray meets them.
@@ -286,9 +313,9 @@ inline __attribute__((always_inline)) unsigned grazedChildren(const TriangleHier
     const F width = Ops::all(ray.width[a]) + eta * Ops::all(ray.rowSums[a]) + unbounded;
     const F outward = width * Ops::all(ray.inverse[a] < 0 ? -ray.inverse[a] : ray.inverse[a]);
     const F origin = Ops::all(ray.origin[a] * ray.inverse[a]);
-    near = Ops::max(near, Ops::multiplySubtract(Ops::load(node.bounds[nearPlane]), inverse, origin) - outward);
-    far = Ops::min(far, Ops::multiplySubtract(Ops::load(node.bounds[farPlane]), inverse, origin) + outward);
-    const F least = Ops::load(normals[a]), most = Ops::load(normals[3 + a]);
+    near = Ops::max(near, Ops::multiplySubtract(Ops::load(node.bounds[nearPlane] + first), inverse, origin) - outward);
+    far = Ops::min(far, Ops::multiplySubtract(Ops::load(node.bounds[farPlane] + first), inverse, origin) + outward);
+    const F least = Ops::load(normals[a] + first), most = Ops::load(normals[3 + a] + first);
     low = low + Ops::min(least * direction, most * direction);
     high = high + Ops::max(least * direction, most * direction);
     size = size + Ops::max(Ops::all(0.0F) - least, most);
@@ -314,25 +341,28 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
   const int nearX = ray.inverse[0] < 0 ? 3 : 0, nearY = ray.inverse[1] < 0 ? 4 : 1, nearZ = ray.inverse[2] < 0 ? 5 : 2;
   const int farX = 3 - nearX, farY = 5 - nearY, farZ = 7 - nearZ;
   const F inverseX = Ops::all(ray.inverse[0]), inverseY = Ops::all(ray.inverse[1]), inverseZ = Ops::all(ray.inverse[2]);
-  const F nearX0 = Ops::all(ray.nearOrigin[0] * ray.inverse[0]), nearY0 = Ops::all(ray.nearOrigin[1] * ray.inverse[1]),
-          nearZ0 = Ops::all(ray.nearOrigin[2] * ray.inverse[2]);
-  const F farX0 = Ops::all(ray.farOrigin[0] * ray.inverse[0]), farY0 = Ops::all(ray.farOrigin[1] * ray.inverse[1]),
-          farZ0 = Ops::all(ray.farOrigin[2] * ray.inverse[2]);
+  const F nearX0 = Ops::all(ray.nearOffset[0]), nearY0 = Ops::all(ray.nearOffset[1]),
+          nearZ0 = Ops::all(ray.nearOffset[2]);
+  const F farX0 = Ops::all(ray.farOffset[0]), farY0 = Ops::all(ray.farOffset[1]), farZ0 = Ops::all(ray.farOffset[2]);
 
   TriangleHierarchy::Reference reference = view.root;
   for (;;) {
     while ((reference & TriangleHierarchy::kLeaf) == 0) {
       const TriangleHierarchy::Node& node = view.node(reference);
-      const F near = Ops::max(
-          Ops::max(Ops::all(ray.first), Ops::multiplySubtract(Ops::load(node.bounds[nearX]), inverseX, nearX0)),
-          Ops::max(Ops::multiplySubtract(Ops::load(node.bounds[nearY]), inverseY, nearY0),
-                   Ops::multiplySubtract(Ops::load(node.bounds[nearZ]), inverseZ, nearZ0)));
-      const F far =
-          Ops::min(Ops::min(Ops::all(ray.last), Ops::multiplySubtract(Ops::load(node.bounds[farX]), inverseX, farX0)),
-                   Ops::min(Ops::multiplySubtract(Ops::load(node.bounds[farY]), inverseY, farY0),
-                            Ops::multiplySubtract(Ops::load(node.bounds[farZ]), inverseZ, farZ0)));
-      unsigned met = Ops::lessEqual(near, far);
-      const unsigned grazed = kWarily ? grazedChildren<Ops>(view, node, ray) : 0;
+      alignas(32) float at[TriangleHierarchy::kWidth];
+      unsigned met = 0, grazed = 0;
+      for (int first = 0; first < TriangleHierarchy::kWidth; first += Ops::kLanes) {
+        const auto plane = [&](int row) __attribute__((always_inline)) { return Ops::load(node.bounds[row] + first); };
+        const F near = Ops::max(Ops::max(Ops::all(ray.first), Ops::multiplySubtract(plane(nearX), inverseX, nearX0)),
+                                Ops::max(Ops::multiplySubtract(plane(nearY), inverseY, nearY0),
+                                         Ops::multiplySubtract(plane(nearZ), inverseZ, nearZ0)));
+        const F far = Ops::min(Ops::min(Ops::all(ray.last), Ops::multiplySubtract(plane(farX), inverseX, farX0)),
+                               Ops::min(Ops::multiplySubtract(plane(farY), inverseY, farY0),
+                                        Ops::multiplySubtract(plane(farZ), inverseZ, farZ0)));
+        Ops::store(at + first, near);
+        met |= Ops::lessEqual(near, far) << first;
+        if (kWarily) grazed |= grazedChildren<Ops>(view, node, first, ray) << first;
+      }
       met |= grazed;
       if (met == 0) {
         reference = kNothing;
@@ -342,9 +372,7 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
       met &= met - 1;
       reference = node.child[a];
       if (met == 0) continue;
-      // Go on with the nearest child, the others wait. Which is nearest cannot be foretold: no branch on it.
-      alignas(32) float at[TriangleHierarchy::kWidth];
-      Ops::store(at, near);
+      // Go on with the nearest child, the others wait.
       if (kWarily) {
         // Whatever lies nearer says nothing about grazed triangles.
         for (unsigned i = 0; i < TriangleHierarchy::kWidth; ++i)
@@ -370,8 +398,11 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
       const F origin[3] = {Ops::all(ray.origin[0]), Ops::all(ray.origin[1]), Ops::all(ray.origin[2])};
       const F direction[3] = {Ops::all(ray.direction[0]), Ops::all(ray.direction[1]), Ops::all(ray.direction[2])};
       if (view.isLarge) prefetchExact(block);
-      unsigned hits =
-          filterBlock<Ops>(block, origin, direction, Ops::all(ray.tolerance), kWarily ? &ray.grazing : nullptr);
+      unsigned hits = 0;
+      for (int first = 0; first < TriangleHierarchy::kWidth; first += Ops::kLanes)
+        hits |=
+            filterLanes<Ops>(block, first, origin, direction, Ops::all(ray.tolerance), kWarily ? &ray.grazing : nullptr)
+            << first;
       if (hits != 0) {
         const double before = exact.best;
         do {

@@ -9,6 +9,7 @@ namespace util {
 namespace {
 
 struct Avx2 {
+  static constexpr int kLanes = 8;
   using Floats = __m256;
   using Doubles = __m256d;
 
@@ -40,7 +41,7 @@ struct Avx2 {
   static Doubles withSignOf(Doubles x, Doubles sign) {
     return _mm256_or_pd(x, _mm256_and_pd(sign, _mm256_set1_pd(-0.0)));
   }
-  static void storeRounded(float* p, Doubles x) { _mm_storeu_ps(p, _mm256_cvtpd_ps(x)); }
+  static Quad rounded(Doubles x) { return _mm256_cvtpd_ps(x); }
   static double largest(Doubles x) {
     const __m256d a = absolute(x);
     const __m128d b = _mm_max_pd(_mm256_castpd256_pd128(a), _mm256_extractf128_pd(a, 1));

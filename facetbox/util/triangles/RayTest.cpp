@@ -18,16 +18,15 @@ namespace {
 
 Vec3 toVec3(const double* p) { return {p[0], p[1], p[2]}; }
 
-/// The test itself, on one triangle. A hit replaces an equal one where `winsTies` says so.
+/// The test itself, on one triangle with the edges e1 and e2 from the corner that the origin lies s away from. A hit
+/// replaces an equal one where `winsTies` says so.
 template <class WinsTies>
-inline void testTriangle(const Vec3& p0, const Vec3& p1, const Vec3& p2, const Vec3& origin, const Vec3& direction,
-                         std::uint32_t triangle, WinsTies winsTies, ExactSearch& search) {
-  const Vec3 e1 = p1 - p0, e2 = p2 - p0;
+inline void testTriangle(const Vec3& e1, const Vec3& e2, const Vec3& s, const Vec3& direction, std::uint32_t triangle,
+                         WinsTies winsTies, ExactSearch& search) {
   const Vec3 pvec = cross(direction, e2);
   const double det = dot(e1, pvec);
   if (-kSmallestDeterminant < det && det < kSmallestDeterminant) return;
   const double inverse = 1.0 / det;
-  const Vec3 s = origin - p0;
   const double u = dot(s, pvec) * inverse;
   if (!(0.0 <= u && u <= 1.0)) return;
   const Vec3 qvec = cross(s, e1);
@@ -69,10 +68,10 @@ RayDescent& descentFor(Instructions instructions) {
 
 }  // namespace
 
-void testPlaced(const double corners[12], std::uint32_t triangle, ExactSearch& search) {
+void testPlaced(const double vectors[12], std::uint32_t triangle, ExactSearch& search) {
   testTriangle(
-      toVec3(corners), toVec3(corners + 4), toVec3(corners + 8), toVec3(search.origin), toVec3(search.direction),
-      triangle, [&] { return triangle < search.triangle; }, search);
+      toVec3(vectors), toVec3(vectors + 4), toVec3(vectors + 8), toVec3(search.direction), triangle,
+      [&] { return triangle < search.triangle; }, search);
 }
 
 RayPlacement::RayPlacement(const TriangleMesh& mesh, const double matrix[16]) {
@@ -84,8 +83,8 @@ RayPlacement::RayPlacement(const TriangleMesh& mesh, const double matrix[16]) {
   const double largest = std::max({largestOf(row[0]), largestOf(row[1]), largestOf(row[2])});
   const double a = std::max({sumOf(row[0]), sumOf(row[1]), sumOf(row[2])});
   const double sum = sumOf(row[0]) + sumOf(row[1]) + sumOf(row[2]) + sumOf(toVec3(translation));
-  translationSize = largestOf(toVec3(translation));
-  worldSize = a * hierarchy->magnitude() + translationSize;
+  const double translationSize = largestOf(toVec3(translation));
+  const double worldSize = a * hierarchy->magnitude() + translationSize;
   // Spelt so that NaN fails, here and below.
   if (!(worldSize < kLargestMagnitude && sum < kLargestMagnitude)) return;
   cornerError = 5 * kUnit * worldSize;
@@ -94,7 +93,7 @@ RayPlacement::RayPlacement(const TriangleMesh& mesh, const double matrix[16]) {
   const Vec3 cofactors[3] = {cross(row[1], row[2]), cross(row[2], row[0]), cross(row[0], row[1])};
   const double determinant = dot(row[0], cofactors[0]);
   const double inverse = 1.0 / determinant;
-  inverseError = 64 * kUnit * largest * largest * largest * std::fabs(inverse);
+  const double inverseError = 64 * kUnit * largest * largest * largest * std::fabs(inverse);
   if (!(inverseError < 1e-3) || !(std::fabs(determinant) > 1e-280)) return;
   const double scale = hierarchy->scale();
   for (int k = 0; k < 3; ++k) {
@@ -109,7 +108,13 @@ RayPlacement::RayPlacement(const TriangleMesh& mesh, const double matrix[16]) {
   center[0] = unitCenter.x;
   center[1] = unitCenter.y;
   center[2] = unitCenter.z;
-  growth = a / scale;
+  for (int i = 0; i < 3; ++i) rowSums[i] += 130 * kFloatUnit * largestRowSum;
+  growth = 1.01 * (a / scale);
+  worldReach = 1.01 * worldSize + edge;
+  meshReach = growth + 1.01 * (4 * inverseError * translationSize + cornerError) + edge;
+  pointError = cornerError + 14 * kUnit * edge + 6 * kUnit * translationSize;
+  imageError = 1.01 * (4 * inverseError);
+  determinantError = 32 * kUnit * edge * edge;
   volume = std::fabs(determinant) / (scale * scale * scale);
   commonWidth = scale * (3 * inverseError + 10 * kUnit) * hierarchy->magnitude();
   isUsable =
@@ -146,10 +151,12 @@ bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const 
   }
   for (std::size_t v = 0; v < count; ++v) world[v] = transformPoint(matrix, toVec3(coordinates.data() + 3 * v));
   ExactSearch search{matrix, origin, direction, kFarthest, 0, {}, {}};
-  for (std::size_t i = 0; i + 2 < indices.size(); i += 3)
+  for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
+    const Vec3& p0 = world[indices[i]];
     testTriangle(
-        world[indices[i]], world[indices[i + 1]], world[indices[i + 2]], toVec3(origin), toVec3(direction),
+        world[indices[i + 1]] - p0, world[indices[i + 2]] - p0, toVec3(origin) - p0, toVec3(direction),
         static_cast<std::uint32_t>(i / 3), [] { return false; }, search);
+  }
   return report(search, t, normalOut);
 }
 

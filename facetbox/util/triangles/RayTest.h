@@ -37,18 +37,21 @@ struct RayPlacement {
   bool isUsable = false;  ///< whether the hierarchy may be descended
   // Vectors of three, with a zero behind.
   double columns[3][4] = {};  ///< of the inverse's linear part, scaled to unit coordinates
-  double rowSums[4] = {};     ///< of its absolute values
+  double rowSums[4] = {};     ///< of its absolute values, with what the float margins add to each
   double translation[4] = {};
   double center[4] = {};  ///< of the mesh, in unit coordinates
   double largestRowSum = 0;
-  double volume = 0;     ///< the matrix's absolute determinant, per unit coordinates: what a unit cube becomes
-  double growth = 0;     ///< the matrix's largest row sum of absolute values, per unit coordinate
-  double worldSize = 0;  ///< largest coordinate of the placed mesh
-  double translationSize = 0;
-  double edge = 0;         ///< largest coordinate of a placed edge
-  double cornerError = 0;  ///< of a placed corner
-  double inverseError = 0;
-  double commonWidth = 0;  ///< the part of the boxes' widening that no ray changes
+  double volume = 0;  ///< the matrix's absolute determinant, per unit coordinates: what a unit cube becomes
+  double edge = 0;    ///< largest coordinate of a placed edge
+  double growth = 0;  ///< the matrix's largest row sum of absolute values, per unit coordinate, and some more
+  // What no ray changes of the margins around boxes and of the coordinates that these grow with.
+  double worldReach = 0;        ///< largest coordinate of the placed mesh plus that of an edge, and some more
+  double meshReach = 0;         ///< the same relative to the mesh's center
+  double cornerError = 0;       ///< of a placed corner
+  double pointError = 0;        ///< of a point on a placed triangle
+  double imageError = 0;        ///< of the inverse, per unit
+  double determinantError = 0;  ///< per unit of the direction
+  double commonWidth = 0;       ///< of all boxes, in unit coordinates
 };
 
 bool intersectRay(const TriangleMesh& mesh, const RayPlacement& placement, const double matrix[16],
