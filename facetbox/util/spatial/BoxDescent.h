@@ -90,8 +90,7 @@ void visitBoxes(const BoxDescent& descent, std::size_t level, std::size_t number
   for (std::size_t from = 0; from < kBoxBlockWidth; from += kLanes) {
     const float* bounds = block.bounds[0] + from;
     Ints apart{};
-    for (unsigned rest = open; rest != 0; rest &= rest - 1) {
-      const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
+    for (const BoxDescent::Plane& plane : descent.planes) {
       apart |= Lanes::heights(plane, bounds, plane.inner) > plane.high + margin;
     }
     const unsigned all = (1u << kLanes) - 1, met = ~Lanes::bits(apart) & ((1u << block.count) - 1) >> from & all;

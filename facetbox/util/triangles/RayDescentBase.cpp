@@ -1,8 +1,5 @@
+#include <facetbox/util/math/FourLanes.h>
 #include <facetbox/util/triangles/RayDescent.h>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace util {
 namespace {
@@ -88,15 +85,7 @@ struct Base {
   static Floats flip(Floats x, Floats sign) {
     return reinterpret_cast<Floats>(reinterpret_cast<FloatBits>(x) ^ reinterpret_cast<FloatBits>(sign));
   }
-  /// One bit per lane.
-  static unsigned lessEqual(Floats a, Floats b) {
-    const FloatBits mask = a <= b;
-#if defined(__SSE2__)
-    return static_cast<unsigned>(_mm_movemask_ps(reinterpret_cast<__m128>(mask)));
-#else
-    return (mask[0] & 1U) | (mask[1] & 2U) | (mask[2] & 4U) | (mask[3] & 8U);
-#endif
-  }
+  static unsigned lessEqual(Floats a, Floats b) { return bitsOf(a <= b); }
 };
 
 }  // namespace
