@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cfloat>
 #include <cmath>
@@ -26,6 +27,30 @@ inline Matrix product(const Matrix& a, const Matrix& b) {
     for (std::size_t r = 0; r < 4; ++r)
       p[4 * c + r] = a[r] * b[4 * c] + a[4 + r] * b[4 * c + 1] + a[8 + r] * b[4 * c + 2] + a[12 + r] * b[4 * c + 3];
   return p;
+}
+
+/// Whether a triangle of a mesh overlaps the clip cube, or all its vertices lie in it.
+inline bool isInClipVolume(const util::TriangleMesh& mesh, const Matrix& c, bool wholeInside) {
+  std::vector<Vec3> projected;
+  Vec3 last{0, 0, 0};
+  for (std::size_t v = 0; v < mesh.vertexCoordinates().size(); v += 3) {
+    const double x = mesh.vertexCoordinates()[v], y = mesh.vertexCoordinates()[v + 1],
+                 z = mesh.vertexCoordinates()[v + 2];
+    const double w = std::fabs(c[3] * x + c[7] * y + c[11] * z + c[15]);
+    Vec3 p = wholeInside ? last : Vec3{0, 0, 0};
+    if (w > 1e-25)
+      p = {(c[0] * x + c[4] * y + c[8] * z + c[12]) / w, (c[1] * x + c[5] * y + c[9] * z + c[13]) / w,
+           (c[2] * x + c[6] * y + c[10] * z + c[14]) / w};
+    last = p;
+    projected.push_back(p);
+    if (wholeInside && !(std::fabs(p.x) <= 1 && std::fabs(p.y) <= 1 && std::fabs(p.z) <= 1)) return false;
+  }
+  const double centre[3] = {0, 0, 0}, half[3] = {1, 1, 1};
+  for (std::size_t i = 0; !wholeInside && i < mesh.indices().size(); i += 3)
+    if (util::overlapsBox(&projected[mesh.indices()[i]].x, &projected[mesh.indices()[i + 1]].x,
+                          &projected[mesh.indices()[i + 2]].x, centre, half))
+      return true;
+  return wholeInside;
 }
 
 struct RayAnswer {
@@ -122,28 +147,8 @@ class PlainPicker {
   }
 
   static bool isInside(const Entry& entry, const Matrix& c, bool wholeInside) {
-    for (const auto& mesh : entry.mMeshes) {
-      std::vector<Vec3> projected;
-      Vec3 last{0, 0, 0};
-      for (std::size_t v = 0; v < mesh->vertexCoordinates().size(); v += 3) {
-        const double x = mesh->vertexCoordinates()[v], y = mesh->vertexCoordinates()[v + 1],
-                     z = mesh->vertexCoordinates()[v + 2];
-        const double w = std::fabs(c[3] * x + c[7] * y + c[11] * z + c[15]);
-        Vec3 p = wholeInside ? last : Vec3{0, 0, 0};
-        if (w > 1e-25)
-          p = {(c[0] * x + c[4] * y + c[8] * z + c[12]) / w, (c[1] * x + c[5] * y + c[9] * z + c[13]) / w,
-               (c[2] * x + c[6] * y + c[10] * z + c[14]) / w};
-        last = p;
-        projected.push_back(p);
-        if (wholeInside && !(std::fabs(p.x) <= 1 && std::fabs(p.y) <= 1 && std::fabs(p.z) <= 1)) return false;
-      }
-      const double centre[3] = {0, 0, 0}, half[3] = {1, 1, 1};
-      for (std::size_t i = 0; !wholeInside && i < mesh->indices().size(); i += 3)
-        if (util::overlapsBox(&projected[mesh->indices()[i]].x, &projected[mesh->indices()[i + 1]].x,
-                              &projected[mesh->indices()[i + 2]].x, centre, half))
-          return true;
-    }
-    return wholeInside;
+    const auto test = [&](const auto& mesh) { return isInClipVolume(*mesh, c, wholeInside); };
+    return wholeInside ? std::ranges::all_of(entry.mMeshes, test) : std::ranges::any_of(entry.mMeshes, test);
   }
 
   std::shared_ptr<util::TriangleMeshCache> mCache = std::make_shared<util::TriangleMeshCache>(4);

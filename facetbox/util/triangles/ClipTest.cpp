@@ -26,7 +26,7 @@ struct ClipVertex {
   unsigned beyond;
 
   bool isNear() const {
-    const double most = 1e100 * w;
+    const double most = std::min(1e100 * w, std::numeric_limits<double>::max());
     return std::fabs(xy[0]) <= most && std::fabs(xy[1]) <= most && std::fabs(z) <= most;
   }
   void project(double p[3]) const {

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <numbers>
 #include <random>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <facetbox/util/triangles/TriangleHierarchy.h>
+#include <tests/support/PlainPicker.h>
 #include <tests/support/Scenes.h>
 
 namespace {
@@ -17,10 +19,17 @@ namespace {
 using support::Matrix;
 using util::TriangleMesh;
 
-/// Many small triangles around a grid's points, so that whole subtrees lie on either side; here and there a vertex that
-/// no triangle uses, a number that is none, or one that no w allows to project.
+double wildNumber(std::mt19937& random) {
+  constexpr double kWild[] = {support::kNaN, INFINITY, -INFINITY, 1.7e308, -1e308, 1e200, -1e155, 1e100, 5e-324, -0.0};
+  return kWild[random() % std::size(kWild)];
+}
+
+/// Many small triangles around a grid's points, so that whole subtrees lie on either side; or a few among few vertices.
+/// Here and there a vertex that no triangle uses, a number that is none, or one that no w allows to project.
 std::unique_ptr<TriangleMesh> randomMesh(std::mt19937& random) {
-  const int triangles = support::pick(random, 9, 900), reach = support::pick(random, 1, 12);
+  const bool isSmall = support::oneIn(random, 2);
+  const int triangles = isSmall ? support::pick(random, 1, 14) : support::pick(random, 9, 900),
+            reach = support::pick(random, 1, 12);
   std::vector<double> coordinates;
   std::vector<std::uint32_t> indices;
   for (int t = 0; t < triangles; ++t) {
@@ -28,24 +37,29 @@ std::unique_ptr<TriangleMesh> randomMesh(std::mt19937& random) {
                           support::pick(random, -reach, reach)};
     for (int k = 0; k < 3; ++k) {
       indices.push_back(static_cast<std::uint32_t>(coordinates.size() / 3));
-      for (const int at : place) coordinates.push_back(at + support::pick(random, -2, 2) / 4.0);
+      for (const int at : place) coordinates.push_back((isSmall ? 0 : at) + support::pick(random, -2, 2) / 4.0);
     }
   }
+  if (isSmall)
+    for (std::uint32_t& index : indices) index = static_cast<std::uint32_t>(random() % (coordinates.size() / 3));
   if (support::oneIn(random, 4)) coordinates.insert(coordinates.end(), {0, support::pick(random, -30, 30) / 2.0, 0});
-  if (support::oneIn(random, 20)) coordinates[random() % coordinates.size()] = support::kNaN;
+  for (double& x : coordinates)
+    if (support::oneIn(random, isSmall ? 40 : 20'000)) x = wildNumber(random);
   return support::triangleMeshOf(coordinates, indices);
 }
 
-TEST(ClipTest, hierarchyGivesTheAnswersOfThePlainLoops) {
+TEST(ClipTest, givesTheAnswersOfTheLoopsAsWrittenDown) {
   std::mt19937 random(1);
   std::size_t overlapping = 0, inside = 0, count = 0;
-  for (int scene = 0; scene < 400; ++scene) {
+  for (int scene = 0; scene < 1000; ++scene) {
     const auto mesh = randomMesh(random);
     for (int view = 0; view < 40; ++view) {
       Matrix c = support::product(support::randomViewProjection(random, support::pick(random, 1, 30)),
                                   support::randomPlace(random, 5));
-      if (support::oneIn(random, 30)) c[random() % 16] = support::oneIn(random, 2) ? support::kNaN : 0.0;
-      const bool overlaps = util::overlapsClipCubePlain(*mesh, c.data()), lies = liesInClipCubePlain(*mesh, c.data());
+      if (support::oneIn(random, 30)) c[random() % 16] = support::oneIn(random, 2) ? wildNumber(random) : 0.0;
+      const bool overlaps = support::isInClipVolume(*mesh, c, false), lies = support::isInClipVolume(*mesh, c, true);
+      ASSERT_EQ(util::overlapsClipCubePlain(*mesh, c.data()), overlaps) << "scene " << scene;
+      ASSERT_EQ(util::liesInClipCubePlain(*mesh, c.data()), lies) << "scene " << scene;
       ASSERT_EQ(util::overlapsClipCube(*mesh, c.data()), overlaps) << "scene " << scene;
       ASSERT_EQ(util::liesInClipCube(*mesh, c.data()), lies) << "scene " << scene;
       overlapping += overlaps;
@@ -57,6 +71,13 @@ TEST(ClipTest, hierarchyGivesTheAnswersOfThePlainLoops) {
   EXPECT_GT(overlapping, count / 10);
   EXPECT_LT(overlapping, count - count / 10);
   EXPECT_GT(inside, count / 50);
+}
+
+TEST(ClipTest, triangleThatReachesToInfinityOverlapsNothing) {
+  // Two corners are in the cube; the third is infinite, over a w of 1e308.
+  const auto mesh = support::triangleMeshOf({0, 0, 0, 0, 0.5, 0, 1e10, 0, 0}, {0, 1, 2});
+  const Matrix c{1e300, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1e308};
+  EXPECT_FALSE(util::overlapsClipCubePlain(*mesh, c.data()));
 }
 
 }  // namespace
