@@ -1,6 +1,7 @@
 #include <facetbox/util/spatial/BoxIndex.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 
@@ -10,11 +11,15 @@ namespace {
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
 constexpr double kFarthestFloat = std::numeric_limits<float>::max();
+constexpr std::size_t kAhead = 24;  // boxes are fetched before they are looked at, for they lie anywhere
 
 float roundedDown(double value) {
   if (value < -kFarthestFloat) return -kInfinity;
   const auto rounded = static_cast<float>(std::min(value, kFarthestFloat));
-  return double{rounded} <= value ? rounded : std::nextafter(rounded, -kInfinity);
+  if (double{rounded} <= value) return rounded;
+  // The float before it; there is one, and it is no NaN.
+  const auto bits = std::bit_cast<std::uint32_t>(rounded);
+  return std::bit_cast<float>(rounded > 0 ? bits - 1 : rounded < 0 ? bits + 1 : 0x80000001u);
 }
 float roundedUp(double value) { return -roundedDown(-value); }
 
@@ -52,6 +57,7 @@ void BoxIndex::build(std::span<const Box> boxes) {
       for (std::size_t lane = 0; lane < block.count; ++lane) {
         float bounds[6];
         if (mLevelCount == 0) {
+          if (first + lane + kAhead < count) __builtin_prefetch(&boxes[mOrder[first + lane + kAhead]]);
           const Box& box = boxes[mOrder[first + lane]];
           const float of[6] = {roundedDown(box.min.x), roundedDown(box.min.y), roundedDown(box.min.z),
                                roundedUp(box.max.x),   roundedUp(box.max.y),   roundedUp(box.max.z)};
