@@ -36,6 +36,7 @@ struct BoxDescent {
   double size;  // of the volume; infinite where no conclusions must be drawn from the planes
   bool isHull;
   std::uint64_t *inside, *firm, *doubtful;  // bits
+  std::uint32_t* room[2];                   // each for as many as the lowest level has blocks, and one block more
 };
 
 /// Goes down from the only block of a level. For processors with AVX2, and for any.
@@ -72,66 +73,80 @@ struct BoxLanes {
   }
 };
 
+/// Level by level: what is to be done for the blocks of one level does not depend on one another, and the processor
+/// may work on several.
+///
 /// @tparam Lanes  BoxLanes, and  static unsigned bits(Ints), one per lane of a comparison's result
-/// @param open  bits of the planes that the block is not known to be inside of
 template <class Lanes, std::size_t kLanes>
-void visitBoxes(const BoxDescent& descent, std::size_t level, std::size_t number, unsigned open) {
+void descendBoxes(const BoxDescent& descent, std::size_t level) {
   using Floats = typename Lanes::Floats;
   using Ints = typename Lanes::Ints;
-  const BoxBlock& block = descent.blocks[descent.levels[level] + number];
-  const double size = descent.size + static_cast<double>(block.size);
-  const Floats margin =
-      Floats{} +
-      (size >= kSmallestSize && size <= kLargestSize ? static_cast<float>(kBoxMargin * size) : __builtin_inff());
+  // Numbers of blocks, times 64 and with bits of the planes that the block is not known to be inside of.
+  std::uint32_t *list = descent.room[0], *next = descent.room[1];
+  std::size_t listed = 1;
+  for (list[0] = 63; listed != 0; --level) {
+    std::size_t following = 0;
+    for (std::size_t i = 0; i < listed; ++i) {
+      const std::size_t number = list[i] / 64;
+      const unsigned open = list[i] % 64;
+      const BoxBlock& block = descent.blocks[descent.levels[level] + number];
+      const double size = descent.size + static_cast<double>(block.size);
+      const Floats margin =
+          Floats{} +
+          (size >= kSmallestSize && size <= kLargestSize ? static_cast<float>(kBoxMargin * size) : __builtin_inff());
 
-  unsigned lanes = 0, firm = 0;
-  // Bits of the planes that a lane is not known to be inside of.
-  std::int32_t openOf[kBoxBlockWidth];
-  for (std::size_t from = 0; from < kBoxBlockWidth; from += kLanes) {
-    const float* bounds = block.bounds[0] + from;
-    Ints apart{};
-    for (const BoxDescent::Plane& plane : descent.planes) {
-      apart |= Lanes::heights(plane, bounds, plane.inner) > plane.high + margin;
-    }
-    const unsigned all = (1u << kLanes) - 1, met = ~Lanes::bits(apart) & ((1u << block.count) - 1) >> from & all;
-    if (met == 0) continue;
-    lanes |= met << from;
+      unsigned lanes = 0, firm = 0;
+      std::int32_t openOf[kBoxBlockWidth];
+      for (std::size_t from = 0; from < kBoxBlockWidth; from += kLanes) {
+        const float* bounds = block.bounds[0] + from;
+        Ints apart{};
+        for (const BoxDescent::Plane& plane : descent.planes)
+          apart |= Lanes::heights(plane, bounds, plane.inner) > plane.high + margin;
+        const unsigned all = (1u << kLanes) - 1, met = ~Lanes::bits(apart) & ((1u << block.count) - 1) >> from & all;
+        if (met == 0) continue;
+        lanes |= met << from;
 
-    Ints opened{}, shallow{}, isBeyond{}, isCentreOut{};
-    for (unsigned rest = open; rest != 0; rest &= rest - 1) {
-      const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
-      const Floats bound = plane.low - margin, highest = Lanes::heights(plane, bounds, plane.outer);
-      opened |= ~(highest < bound) & plane.bit;
-      if (level != 0) continue;
-      const Floats lowest = Lanes::heights(plane, bounds, plane.inner);
-      shallow |= ~(lowest < bound) & plane.bit;
-      isBeyond |= highest > plane.high + margin;
-      isCentreOut |= ~(0.5f * (lowest + highest) < bound);
-    }
-    __builtin_memcpy(openOf + from, &opened, sizeof opened);
-    if (level != 0 || !descent.isHull) continue;
-    // Inside all planes is the centre, or the corner that is the farthest inside the only plane that is open.
-    const Ints isCornerOut = ((opened & (opened - 1)) != 0) | ((opened & shallow) != 0);
-    Ints isUnfirm = ~isBeyond | (isCentreOut & isCornerOut);
-    for (std::size_t row = 0; row < 3; ++row)
-      isUnfirm |=
-          ~(Lanes::load(bounds + (row + 3) * kBoxBlockWidth) - Lanes::load(bounds + row * kBoxBlockWidth) > margin);
-    firm |= (~Lanes::bits(isUnfirm) & all) << from;
-  }
+        Ints opened{}, shallow{}, isBeyond{}, isCentreOut{};
+        for (unsigned rest = open; rest != 0; rest &= rest - 1) {
+          const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
+          const Floats bound = plane.low - margin, highest = Lanes::heights(plane, bounds, plane.outer);
+          opened |= ~(highest < bound) & plane.bit;
+          if (level != 0) continue;
+          const Floats lowest = Lanes::heights(plane, bounds, plane.inner);
+          shallow |= ~(lowest < bound) & plane.bit;
+          isBeyond |= highest > plane.high + margin;
+          isCentreOut |= ~(0.5f * (lowest + highest) < bound);
+        }
+        __builtin_memcpy(openOf + from, &opened, sizeof opened);
+        if (level != 0 || !descent.isHull) continue;
+        // Inside all planes is the centre, or the corner that is the farthest inside the only plane that is open.
+        const Ints isCornerOut = ((opened & (opened - 1)) != 0) | ((opened & shallow) != 0);
+        Ints isUnfirm = ~isBeyond | (isCentreOut & isCornerOut);
+        for (std::size_t row = 0; row < 3; ++row)
+          isUnfirm |=
+              ~(Lanes::load(bounds + (row + 3) * kBoxBlockWidth) - Lanes::load(bounds + row * kBoxBlockWidth) > margin);
+        firm |= (~Lanes::bits(isUnfirm) & all) << from;
+      }
 
-  for (; lanes != 0; lanes &= lanes - 1) {
-    const auto lane = static_cast<unsigned>(__builtin_ctz(lanes));
-    const std::size_t place = kBoxBlockWidth * number + lane;
-    const auto still = static_cast<unsigned>(openOf[lane]);
-    if (level != 0 && still != 0) {
-      visitBoxes<Lanes, kLanes>(descent, level - 1, place, still);
-      continue;
+      for (; lanes != 0; lanes &= lanes - 1) {
+        const auto lane = static_cast<unsigned>(__builtin_ctz(lanes));
+        const std::size_t place = kBoxBlockWidth * number + lane;
+        const auto still = static_cast<std::uint32_t>(openOf[lane]);
+        if (level != 0 && still != 0) {
+          next[following++] = static_cast<std::uint32_t>(64 * place) + still;
+          continue;
+        }
+        // All boxes within are inside, and so have their inner spheres there; or it is one box.
+        std::uint64_t* bits = still == 0 ? descent.inside : (firm >> lane & 1) != 0 ? descent.firm : descent.doubtful;
+        const std::size_t first = place << (3 * level), past = (place + 1) << (3 * level);
+        for (std::size_t k = first; k < past && k < descent.count; ++k)
+          bits[descent.order[k] / 64] |= std::uint64_t{1} << (descent.order[k] % 64);
+      }
     }
-    // All boxes within are inside, and so have their inner spheres there; or it is one box.
-    std::uint64_t* bits = still == 0 ? descent.inside : (firm >> lane & 1) != 0 ? descent.firm : descent.doubtful;
-    const std::size_t first = place << (3 * level), past = (place + 1) << (3 * level);
-    for (std::size_t i = first; i < past && i < descent.count; ++i)
-      bits[descent.order[i] / 64] |= std::uint64_t{1} << (descent.order[i] % 64);
+    std::uint32_t* done = list;
+    list = next;
+    next = done;
+    listed = following;
   }
 }
 

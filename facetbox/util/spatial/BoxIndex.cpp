@@ -133,6 +133,10 @@ void BoxIndex::find(const ViewVolume& volume, Found& found, Instructions instruc
   descent.inside = found.inside.data();
   descent.firm = found.firm.data();
   descent.doubtful = found.doubtful.data();
+  const std::size_t room = mOrder.size() / kWidth + 1 + kWidth;
+  if (found.mRoom.size() < 2 * room) found.mRoom.resize(2 * room);
+  descent.room[0] = found.mRoom.data();
+  descent.room[1] = found.mRoom.data() + room;
 
 #if defined(FACETBOX_HAS_AVX2)
   static const bool hasAvx2 = __builtin_cpu_supports("avx2");

@@ -27,6 +27,10 @@ class BoxIndex {
     std::vector<std::uint64_t> inside;    ///< well inside all planes, and so meets the volume
     std::vector<std::uint64_t> firm;      ///< meets the volume firmly
     std::vector<std::uint64_t> doubtful;  ///< the box itself must be asked; all others do not meet the volume
+
+   private:
+    friend BoxIndex;
+    std::vector<std::uint32_t> mRoom;  // scratch
   };
   /// Keeps the room of what was found before.
   void find(const ViewVolume& volume, Found& found, Instructions instructions = Instructions::best) const;

@@ -70,18 +70,14 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
 void ViewVolume::makePlanes() {
   for (std::size_t i = 0; i < mPlanes.size(); ++i) {
     TwoFaces& two = mPlanes[i];
-    Pair lengths;
-    for (std::size_t k = 0; k < 2; ++k) {
-      const FaceTable& face = kFaces[2 * i + k];
-      const Vec3 normal = cross(mCorners[face.a1] - mCorners[face.a0], mCorners[face.b1] - mCorners[face.b0]);
-      two.normalX[k] = normal.x;
-      two.normalY[k] = normal.y;
-      two.normalZ[k] = normal.z;
-      lengths[k] = length(normal);
-    }
-    two.normalX /= lengths;
-    two.normalY /= lengths;
-    two.normalZ /= lengths;
+    const auto normalOf = [this](const FaceTable& face) {
+      return cross(mCorners[face.a1] - mCorners[face.a0], mCorners[face.b1] - mCorners[face.b0]);
+    };
+    const Vec3 m = normalOf(kFaces[2 * i]), n = normalOf(kFaces[2 * i + 1]);
+    const Pair lengths{length(m), length(n)};
+    two.normalX = Pair{m.x, n.x} / lengths;
+    two.normalY = Pair{m.y, n.y} / lengths;
+    two.normalZ = Pair{m.z, n.z} / lengths;
     two.sizeX = sizesOf(two.normalX);
     two.sizeY = sizesOf(two.normalY);
     two.sizeZ = sizesOf(two.normalZ);
@@ -105,16 +101,15 @@ void ViewVolume::makeTriangles() {
   auto areSound = Pair{0, 0} == Pair{0, 0};
   for (std::size_t i = 0; i < kFaces.size(); ++i) {
     TwoTriangles& both = mTriangles[i];
-    Pair ex, ey, ez, fx, fy, fz, px, py, pz;
-    for (std::size_t k = 0; k < 2; ++k) {
-      // Edges in an order that makes the normal point outward.
+    // Two edges of each triangle, in an order that makes the normal point outward.
+    const auto edge = [&](std::size_t k, bool isFirst) {
       const auto& t = kFaces[i].t[k];
-      const std::size_t second = kFaces[i].inward[k] ? 2 : 1;
-      const Vec3 &p = mCorners[t[0]], e = mCorners[t[second]] - p, f = mCorners[t[3 - second]] - p;
-      px[k] = p.x, py[k] = p.y, pz[k] = p.z;
-      ex[k] = e.x, ey[k] = e.y, ez[k] = e.z;
-      fx[k] = f.x, fy[k] = f.y, fz[k] = f.z;
-    }
+      return mCorners[t[isFirst != kFaces[i].inward[k] ? 1 : 2]] - mCorners[t[0]];
+    };
+    const Vec3 e0 = edge(0, true), e1 = edge(1, true), f0 = edge(0, false), f1 = edge(1, false);
+    const Pair ex{e0.x, e1.x}, ey{e0.y, e1.y}, ez{e0.z, e1.z}, fx{f0.x, f1.x}, fy{f0.y, f1.y}, fz{f0.z, f1.z};
+    const Vec3 &p = mCorners[kFaces[i].t[0][0]], &q = mCorners[kFaces[i].t[1][0]];
+    const Pair px{p.x, q.x}, py{p.y, q.y}, pz{p.z, q.z};
     both.normalX = ey * fz - ez * fy;
     both.normalY = ez * fx - ex * fz;
     both.normalZ = ex * fy - ey * fx;
