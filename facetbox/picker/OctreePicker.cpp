@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -335,7 +336,7 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   const util::ViewVolume volume(points);
   double viewProjection[16];
   std::copy_n(matrix, 16, viewProjection);
-  const ClipPlanes planes(viewProjection);
+  std::optional<ClipPlanes> planes;  // made when they are asked for
 
   mCandidates.clear();
   record->mOctree->queryFrustum(volume, mCandidates);
@@ -344,7 +345,8 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
     if (i + kAhead < mCandidates.size()) prefetch(mCandidates[i + kAhead].record->item.get());
     const Octree::Candidate& candidate = mCandidates[i];
     const Pickable& pickable = *candidate.record->item;
-    if (pickable.isInsideClipVolume(viewProjection, candidate.isInside ? &planes : nullptr, wholeInside) &&
+    if (candidate.isInside && !planes) planes.emplace(viewProjection);
+    if (pickable.isInsideClipVolume(viewProjection, candidate.isInside ? &*planes : nullptr, wholeInside) &&
         record->mOctree->meets(candidate, volume))
       mFoundIds.push_back(static_cast<std::uint32_t>(pickable.mId));
   }

@@ -55,13 +55,13 @@ double largestOf(const Vec3& v) { return std::max(std::max(std::fabs(v.x), std::
 
 ViewVolume::ViewVolume(const Vec3 corners[8]) {
   std::copy_n(corners, 8, mCorners.begin());
-  bool finite = true;
+  double nothing = 0;  // NaN where a coordinate is not finite
   mSize = 0;
   for (const Vec3& corner : mCorners) {
     mSize = std::max(mSize, largestOf(corner));
-    finite = finite && std::isfinite(corner.x) && std::isfinite(corner.y) && std::isfinite(corner.z);
+    nothing += 0 * corner.x + 0 * corner.y + 0 * corner.z;
   }
-  if (!(finite && mSize >= kSmallest && mSize <= kLargest)) mSize = std::numeric_limits<double>::infinity();
+  if (!(nothing == 0 && mSize >= kSmallest && mSize <= kLargest)) mSize = std::numeric_limits<double>::infinity();
   makePlanes();
   makeTriangles();
   mIsHull = !mHasSlivers && isBounded();

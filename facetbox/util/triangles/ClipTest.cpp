@@ -12,41 +12,25 @@
 #include <facetbox/util/math/OverlapsBox.h>
 #include <facetbox/util/math/Vec3.h>
 #include <facetbox/util/triangles/ClipProjection.h>
+#include <facetbox/util/triangles/ClipVertices.h>
 #include <facetbox/util/triangles/TriangleHierarchy.h>
 
 namespace util {
 
 namespace {
 
-/// A vertex that is not divided by its w yet, and bits for the faces of the cube that it lies beyond: the quotient of
-/// two doubles rounds to more than 1 just where the first is the larger one. A NaN lies beyond all.
-struct ClipVertex {
-  Pair xy;
-  double z, w;
-  unsigned beyond;
+constexpr std::size_t kAtOnce = 4;  // vertices; more would be for nothing where the first ones tell
 
-  bool isNear() const {
-    const double most = std::min(1e100 * w, std::numeric_limits<double>::max());
-    return std::fabs(xy[0]) <= most && std::fabs(xy[1]) <= most && std::fabs(z) <= most;
-  }
-  void project(double p[3]) const {
-    const Pair quotients = xy / w;
-    p[0] = quotients[0];
-    p[1] = quotients[1];
-    p[2] = z / w;
-  }
-};
+/// Whether no product of four coordinates overflows.
+bool isNear(const ClipVertex& v) {
+  const double most = std::min(1e100 * v.w, std::numeric_limits<double>::max());
+  return std::fabs(v.x) <= most && std::fabs(v.y) <= most && std::fabs(v.z) <= most;
+}
 
-ClipVertex toClipVertex(const double c[16], const double* point) {
-  const ClipSums sums(c, point);
-  if (!(sums.w > kSmallestW)) return {Pair{0, 0}, 0, 1, 0};
-  ClipVertex vertex{sums.xy, sums.z, sums.w, 0};
-  if (sums.w == std::numeric_limits<double>::infinity()) vertex = {sums.xy / sums.w, sums.z / sums.w, 1, 0};
-  const Pair w{vertex.w, vertex.w}, z{vertex.z, -vertex.z};
-  using Bits = std::int64_t __attribute__((vector_size(16)));
-  const Bits beyond = (~(vertex.xy <= w) & Bits{1, 2}) | (~(vertex.xy >= -w) & Bits{4, 8}) | (~(z <= w) & Bits{16, 32});
-  vertex.beyond = static_cast<unsigned>(beyond[0] | beyond[1]);
-  return vertex;
+void project(const ClipVertex& v, double p[3]) {
+  p[0] = v.x / v.w;
+  p[1] = v.y / v.w;
+  p[2] = v.z / v.w;
 }
 
 /// Room for vertices that is kept from call to call.
@@ -73,6 +57,7 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   if (indices.empty()) return false;
   const std::span<ClipVertex> inClip = scratch(vertices.size() / 3);
   // Only as far as triangles ask for them: most meshes have their vertices in that order, and many end soon.
+  ToClipVertices& toClipVertices = clipVerticesFor(Instructions::best);
   std::size_t ready = 0;
 
   // Triangles that are beyond one face are apart. With corner 0 and another one in the cube, none of the axes of the
@@ -82,10 +67,13 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   bool isAnyOpen = false;
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
     const std::uint32_t i0 = indices[i], i1 = indices[i + 1], i2 = indices[i + 2];
-    for (const std::size_t last = std::max(std::max(i0, i1), i2); ready <= last; ++ready)
-      inClip[ready] = toClipVertex(c, &vertices[3 * ready]);
+    if (const std::size_t needed = std::size_t{std::max(std::max(i0, i1), i2)} + 1; ready < needed) {
+      const std::size_t count = std::min(std::max(needed - ready, kAtOnce), inClip.size() - ready);
+      toClipVertices(c, &vertices[3 * ready], count, &inClip[ready]);
+      ready += count;
+    }
     const ClipVertex &a = inClip[i0], &b = inClip[i1], &d = inClip[i2];
-    if (a.beyond == 0 && (b.beyond == 0 || d.beyond == 0) && (b.beyond == 0 ? d : b).isNear()) return true;
+    if (a.beyond == 0 && (b.beyond == 0 || d.beyond == 0) && isNear(b.beyond == 0 ? d : b)) return true;
     isAnyOpen = isAnyOpen || (a.beyond & b.beyond & d.beyond) == 0;
   }
   if (!isAnyOpen) return false;
@@ -93,9 +81,9 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
     const ClipVertex &a = inClip[indices[i]], &b = inClip[indices[i + 1]], &d = inClip[indices[i + 2]];
     if ((a.beyond & b.beyond & d.beyond) != 0) continue;
     double p[9];
-    a.project(p);
-    b.project(p + 3);
-    d.project(p + 6);
+    project(a, p);
+    project(b, p + 3);
+    project(d, p + 6);
     if (overlapsBox(p, p + 3, p + 6, kClipCubeCentre, kClipCubeHalf)) return true;
   }
   return false;
@@ -103,9 +91,16 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
 
 bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   const std::span<const double> vertices = mesh.vertexCoordinates();
-  // One that cannot be projected counts as where the vertex before it is, or at the cube's centre: in the cube.
-  for (std::size_t v = 0; v + 2 < vertices.size(); v += 3)
-    if (toClipVertex(c, &vertices[v]).beyond != 0) return false;
+  const std::size_t count = vertices.size() / 3;
+  ToClipVertices& toClipVertices = clipVerticesFor(Instructions::best);
+  ClipVertex inClip[kAtOnce];
+  for (std::size_t v = 0; v < count; v += kAtOnce) {
+    const std::size_t some = std::min(kAtOnce, count - v);
+    toClipVertices(c, &vertices[3 * v], some, inClip);
+    // One that cannot be projected counts as where the vertex before it is, or at the cube's centre: in the cube.
+    for (std::size_t i = 0; i < some; ++i)
+      if (inClip[i].beyond != 0) return false;
+  }
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include <facetbox/util/triangles/ClipTest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <iterator>
@@ -10,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <facetbox/util/triangles/ClipVertices.h>
 #include <facetbox/util/triangles/TriangleHierarchy.h>
 #include <tests/support/PlainPicker.h>
 #include <tests/support/Scenes.h>
@@ -71,6 +73,29 @@ TEST(ClipTest, givesTheAnswersOfTheLoopsAsWrittenDown) {
   EXPECT_GT(overlapping, count / 10);
   EXPECT_LT(overlapping, count - count / 10);
   EXPECT_GT(inside, count / 50);
+}
+
+TEST(ClipVertices, areTheSameWithAnyInstructions) {
+  std::mt19937 random(3);
+  util::ToClipVertices& best = util::clipVerticesFor(util::Instructions::best);
+  for (int round = 0; round < 20'000; ++round) {
+    double c[16], points[15];
+    const bool isWild = support::oneIn(random, 2);
+    const auto fill = [&](double& x) {
+      x = isWild && support::oneIn(random, 12) ? wildNumber(random) : support::pick(random, -8, 8) / 4.0;
+    };
+    std::ranges::for_each(c, fill);
+    std::ranges::for_each(points, fill);
+    util::ClipVertex ours[5], base[5];
+    best(c, points, 5, ours);
+    util::toClipVerticesBase(c, points, 5, base);
+    for (int i = 0; i < 5; ++i) {
+      const auto areEqual = [](double a, double b) { return a == b || (a != a && b != b); };
+      EXPECT_TRUE(areEqual(ours[i].x, base[i].x) && areEqual(ours[i].y, base[i].y) && areEqual(ours[i].z, base[i].z));
+      EXPECT_EQ(ours[i].w, base[i].w);
+      EXPECT_EQ(ours[i].beyond, base[i].beyond);
+    }
+  }
 }
 
 TEST(ClipTest, triangleThatReachesToInfinityOverlapsNothing) {
