@@ -62,6 +62,12 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
     nothing += 0 * corner.x + 0 * corner.y + 0 * corner.z;
   }
   if (!(nothing == 0 && mSize >= kSmallest && mSize <= kLargest)) mSize = std::numeric_limits<double>::infinity();
+  const auto middleOf = [&](std::size_t first) {
+    return (mCorners[first] + mCorners[first + 1] + mCorners[first + 2] + mCorners[first + 3]) / 4;
+  };
+  mAxisStart = middleOf(0);
+  mAxis = middleOf(4) - mAxisStart;
+  mInverseAxisLengthSq = 1 / lengthSq(mAxis);
   makePlanes();
   makeTriangles();
   mIsHull = !mHasSlivers && isBounded();
@@ -128,9 +134,7 @@ void ViewVolume::makeTriangles() {
 // and round a point behind all triangles it goes.
 bool ViewVolume::isBounded() const {
   const double margin = kMargin * mSize;
-  Vec3 sum{0, 0, 0};
-  for (const Vec3& corner : mCorners) sum = sum + corner;
-  const Vec3 middle = sum / 8;
+  const Vec3 middle = mAxisStart + mAxis / 2;
   auto bounded = Pair{0, 0} == Pair{0, 0};
   for (const TwoFaces& two : mPlanes)
     bounded &= (two.low >= two.offset - margin) & (two.high <= two.offset + margin) &
@@ -152,11 +156,17 @@ bool ViewVolume::isCertainlyBehindAllTriangles(const Vec3& p, double margin) con
   return (behind[0] & behind[1]) != 0;
 }
 
-/// Whether a few steps from a box's centre lead to a point of the box that is certainly behind the whole surface.
+/// Whether a few steps lead to a point of the box that is certainly behind the whole surface.
 bool ViewVolume::holdsPointInside(const Vec3& centre, const Vec3& half, double margin) const {
   if (!(std::min(std::min(half.x, half.y), half.z) >= 0)) return false;
   constexpr int kSteps = 4;
-  Vec3 p = centre;
+  // From the point next to the volume's axis, which is mostly inside.
+  const auto clamped = [](double x, double middle, double reach) {
+    return std::min(std::max(x, middle - reach), middle + reach);
+  };
+  const double along = dot(centre - mAxisStart, mAxis) * mInverseAxisLengthSq;
+  const Vec3 next = mAxisStart + along * mAxis;
+  Vec3 p{clamped(next.x, centre.x, half.x), clamped(next.y, centre.y, half.y), clamped(next.z, centre.z, half.z)};
   for (int step = 0; step < kSteps; ++step) {
     std::array<Pair, 3> depths;
     for (std::size_t i = 0; i < 3; ++i) depths[i] = mPlanes[i].low - mPlanes[i].heightsOf(p);

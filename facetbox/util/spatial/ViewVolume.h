@@ -82,6 +82,8 @@ class ViewVolume {
   bool touchesSurface(const Vec3& centre, const Vec3& half, double margin) const;
 
   std::array<Vec3, 8> mCorners;
+  Vec3 mAxisStart, mAxis;  // from the middle of the near face's corners to that of the far one's
+  double mInverseAxisLengthSq;
   std::array<TwoFaces, 3> mPlanes;
   std::array<TwoTriangles, 6> mTriangles;
   bool mHasSlivers;  // triangles so thin that the direction of their normals is not certain
