@@ -180,7 +180,8 @@ bool ViewVolume::holdsPointInside(const Vec3& centre, const Vec3& half, double m
     const Vec3 way =
         centre - Vec3{std::copysign(half.x, n.x), std::copysign(half.y, n.y), std::copysign(half.z, n.z)} - p;
     const double part = (depth - 2 * margin) / dot(n, way);
-    if (!(part <= 1)) return false;
+    // Below 0 where this point is at that corner but for rounding: going on would leave the box.
+    if (!(part >= 0 && part <= 1)) return false;
     p = p + part * way;
   }
   return false;

@@ -254,6 +254,15 @@ TEST(BoxIndex, saysOnlyWhatIsCertainAndTheSameWithAnyInstructions) {
   EXPECT_GT(std::min({firm, inside, doubtful}), 200u);
 }
 
+TEST(ViewVolume, isNotMetByABoxWhosePointInsideLiesBesideIt) {
+  // The way to a point inside ends at a corner of the box, less its rim, and an ulp beyond it.
+  const std::array<Vec3, 8> corners{
+      {{1, -2, -2}, {1, -4, -4}, {-1, -2, 0}, {-1, 0, 2}, {3, 0, 0}, {3, -2, -2}, {1, 0, 2}, {1, 2, 4}}};
+  const Vec3 centre{3.6162946682408057, -1.678979038516083, 0.39214199512582321}, half{1.5, 0.5625, 0.625};
+  ASSERT_FALSE(support::meetsVolume(corners, centre, half));
+  EXPECT_FALSE(util::ViewVolume(corners.data()).meets(centre, half));
+}
+
 TEST(BBoxOctree, sendsABoxFlatOnTheMidplaneLow) {
   Octree tree(10);
   tree.insert({{0, 5, -5}, {0, 6, -4}}, 1);  // low in x, high in y, low in z
