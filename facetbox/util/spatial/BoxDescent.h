@@ -31,7 +31,7 @@ struct BoxDescent {
   const BoxBlock* blocks;
   const std::size_t* levels;   // where each begins in the blocks, that of the boxes first
   const std::uint32_t* order;  // numbers of the boxes, in the order of the lowest level
-  std::size_t count;           // of boxes
+  std::size_t count;           // of boxes; at most 5e8
   Plane planes[6];
   double size;  // of the volume; infinite where no conclusions must be drawn from the planes
   bool isHull;
@@ -59,6 +59,7 @@ namespace {
 /// Vector operations of some lanes at a time, in the compiler's vector types.
 template <std::size_t kLanes>
 struct BoxLanes {
+  static constexpr std::size_t kCount = kLanes;
   typedef float Floats __attribute__((vector_size(4 * kLanes)));
   typedef std::int32_t Ints __attribute__((vector_size(4 * kLanes)));
 
@@ -73,71 +74,83 @@ struct BoxLanes {
   }
 };
 
-/// Level by level: what is to be done for the blocks of one level does not depend on one another, and the processor
-/// may work on several.
-///
+/// What is found out about the boxes of a block.
+struct BlockSides {
+  unsigned met = 0;                     // bits of the boxes that are not beyond a plane
+  unsigned firm = 0;                    // and of those of them that certainly meet the volume firmly
+  std::int32_t open[kBoxBlockWidth]{};  // bits of the planes that a box is not known to be inside of
+};
+
 /// @tparam Lanes  BoxLanes, and  static unsigned bits(Ints), one per lane of a comparison's result
-template <class Lanes, std::size_t kLanes>
-void descendBoxes(const BoxDescent& descent, std::size_t level) {
+/// @param open  bits of the planes that the block is not known to be inside of
+template <class Lanes>
+BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned open, bool isLowest) {
   using Floats = typename Lanes::Floats;
   using Ints = typename Lanes::Ints;
-  // Numbers of blocks, times 64 and with bits of the planes that the block is not known to be inside of.
+  constexpr unsigned kAll = (1u << Lanes::kCount) - 1;
+  const double size = descent.size + static_cast<double>(block.size);
+  const Floats margin =
+      Floats{} +
+      (size >= kSmallestSize && size <= kLargestSize ? static_cast<float>(kBoxMargin * size) : __builtin_inff());
+  BlockSides sides;
+  for (std::size_t from = 0; from < kBoxBlockWidth; from += Lanes::kCount) {
+    const float* bounds = block.bounds[0] + from;
+    Ints apart{};
+    for (const BoxDescent::Plane& plane : descent.planes)
+      apart |= Lanes::heights(plane, bounds, plane.inner) > plane.high + margin;
+    const unsigned met = ~Lanes::bits(apart) & ((1u << block.count) - 1) >> from & kAll;
+    if (met == 0) continue;
+    sides.met |= met << from;
+
+    Ints opened{}, shallow{}, isBeyond{}, isCentreOut{};
+    for (unsigned rest = open; rest != 0; rest &= rest - 1) {
+      const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
+      const Floats bound = plane.low - margin, highest = Lanes::heights(plane, bounds, plane.outer);
+      opened |= ~(highest < bound) & plane.bit;
+      if (!isLowest) continue;
+      const Floats lowest = Lanes::heights(plane, bounds, plane.inner);
+      shallow |= ~(lowest < bound) & plane.bit;
+      isBeyond |= highest > plane.high + margin;
+      isCentreOut |= ~(0.5f * (lowest + highest) < bound);
+    }
+    __builtin_memcpy(sides.open + from, &opened, sizeof opened);
+    if (!isLowest || !descent.isHull) continue;
+    // Inside all planes is the centre, or the corner that is the farthest inside the only plane that is open.
+    const Ints isCornerOut = ((opened & (opened - 1)) != 0) | ((opened & shallow) != 0);
+    Ints isUnfirm = ~isBeyond | (isCentreOut & isCornerOut);
+    for (std::size_t row = 0; row < 3; ++row)
+      isUnfirm |=
+          ~(Lanes::load(bounds + (row + 3) * kBoxBlockWidth) - Lanes::load(bounds + row * kBoxBlockWidth) > margin);
+    sides.firm |= (~Lanes::bits(isUnfirm) & kAll) << from;
+  }
+  return sides;
+}
+
+/// Level by level: what is to be done for the blocks of one level does not depend on one another, and the processor
+/// may work on several.
+template <class Lanes>
+void descendBoxes(const BoxDescent& descent, std::size_t level) {
+  // Numbers of blocks, times 64 and with their open planes.
   std::uint32_t *list = descent.room[0], *next = descent.room[1];
   std::size_t listed = 1;
   for (list[0] = 63; listed != 0; --level) {
     std::size_t following = 0;
     for (std::size_t i = 0; i < listed; ++i) {
       const std::size_t number = list[i] / 64;
-      const unsigned open = list[i] % 64;
-      const BoxBlock& block = descent.blocks[descent.levels[level] + number];
-      const double size = descent.size + static_cast<double>(block.size);
-      const Floats margin =
-          Floats{} +
-          (size >= kSmallestSize && size <= kLargestSize ? static_cast<float>(kBoxMargin * size) : __builtin_inff());
-
-      unsigned lanes = 0, firm = 0;
-      std::int32_t openOf[kBoxBlockWidth];
-      for (std::size_t from = 0; from < kBoxBlockWidth; from += kLanes) {
-        const float* bounds = block.bounds[0] + from;
-        Ints apart{};
-        for (const BoxDescent::Plane& plane : descent.planes)
-          apart |= Lanes::heights(plane, bounds, plane.inner) > plane.high + margin;
-        const unsigned all = (1u << kLanes) - 1, met = ~Lanes::bits(apart) & ((1u << block.count) - 1) >> from & all;
-        if (met == 0) continue;
-        lanes |= met << from;
-
-        Ints opened{}, shallow{}, isBeyond{}, isCentreOut{};
-        for (unsigned rest = open; rest != 0; rest &= rest - 1) {
-          const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
-          const Floats bound = plane.low - margin, highest = Lanes::heights(plane, bounds, plane.outer);
-          opened |= ~(highest < bound) & plane.bit;
-          if (level != 0) continue;
-          const Floats lowest = Lanes::heights(plane, bounds, plane.inner);
-          shallow |= ~(lowest < bound) & plane.bit;
-          isBeyond |= highest > plane.high + margin;
-          isCentreOut |= ~(0.5f * (lowest + highest) < bound);
-        }
-        __builtin_memcpy(openOf + from, &opened, sizeof opened);
-        if (level != 0 || !descent.isHull) continue;
-        // Inside all planes is the centre, or the corner that is the farthest inside the only plane that is open.
-        const Ints isCornerOut = ((opened & (opened - 1)) != 0) | ((opened & shallow) != 0);
-        Ints isUnfirm = ~isBeyond | (isCentreOut & isCornerOut);
-        for (std::size_t row = 0; row < 3; ++row)
-          isUnfirm |=
-              ~(Lanes::load(bounds + (row + 3) * kBoxBlockWidth) - Lanes::load(bounds + row * kBoxBlockWidth) > margin);
-        firm |= (~Lanes::bits(isUnfirm) & all) << from;
-      }
-
-      for (; lanes != 0; lanes &= lanes - 1) {
-        const auto lane = static_cast<unsigned>(__builtin_ctz(lanes));
+      const BlockSides sides =
+          sidesOf<Lanes>(descent, descent.blocks[descent.levels[level] + number], list[i] % 64, level == 0);
+      for (unsigned rest = sides.met; rest != 0; rest &= rest - 1) {
+        const auto lane = static_cast<unsigned>(__builtin_ctz(rest));
         const std::size_t place = kBoxBlockWidth * number + lane;
-        const auto still = static_cast<std::uint32_t>(openOf[lane]);
-        if (level != 0 && still != 0) {
-          next[following++] = static_cast<std::uint32_t>(64 * place) + still;
+        const auto open = static_cast<std::uint32_t>(sides.open[lane]);
+        if (level != 0 && open != 0) {
+          next[following++] = static_cast<std::uint32_t>(64 * place) + open;
           continue;
         }
         // All boxes within are inside, and so have their inner spheres there; or it is one box.
-        std::uint64_t* bits = still == 0 ? descent.inside : (firm >> lane & 1) != 0 ? descent.firm : descent.doubtful;
+        std::uint64_t* bits = open == 0                       ? descent.inside
+                              : (sides.firm >> lane & 1) != 0 ? descent.firm
+                                                              : descent.doubtful;
         const std::size_t first = place << (3 * level), past = (place + 1) << (3 * level);
         for (std::size_t k = first; k < past && k < descent.count; ++k)
           bits[descent.order[k] / 64] |= std::uint64_t{1} << (descent.order[k] % 64);

@@ -14,7 +14,7 @@ struct Avx2 : BoxLanes<8> {
 
 }  // namespace
 
-void descendBoxesAvx2(const BoxDescent& descent, std::size_t level) { descendBoxes<Avx2, 8>(descent, level); }
+void descendBoxesAvx2(const BoxDescent& descent, std::size_t level) { descendBoxes<Avx2>(descent, level); }
 
 }  // namespace util
 

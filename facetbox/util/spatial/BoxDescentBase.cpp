@@ -10,6 +10,6 @@ struct Base : BoxLanes<4> {
 
 }  // namespace
 
-void descendBoxesBase(const BoxDescent& descent, std::size_t level) { descendBoxes<Base, 4>(descent, level); }
+void descendBoxesBase(const BoxDescent& descent, std::size_t level) { descendBoxes<Base>(descent, level); }
 
 }  // namespace util
