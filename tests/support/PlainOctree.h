@@ -130,12 +130,14 @@ class PlainOctree {
     for (const Record& r : records) insert(r.box, r.item);
   }
 
-  /// Boxes beyond 1e300 do not move the root.
+  /// Boxes beyond 1e300 do not move the root; where they are empty, they are not beyond.
   static bool hasPlace(const Box& box) {
     bool isNear = true;
-    for (int a = 0; a < 3; ++a)
-      isNear = isNear && std::fabs(arrayOf(box.min)[a]) <= 1e300 && std::fabs(arrayOf(box.max)[a]) <= 1e300;
-    return isNear || box.min.x > box.max.x;
+    for (std::size_t a = 0; a < 3; ++a) {
+      const double min = arrayOf(box.min)[a], max = arrayOf(box.max)[a];
+      isNear = isNear && (min > max || (std::fabs(min) <= 1e300 && std::fabs(max) <= 1e300));
+    }
+    return isNear;
   }
 
   Cells queryBox(const Box& box) const {

@@ -139,13 +139,14 @@ class BBoxOctree : public Octree<BBoxOctreeNode<T, Real>> {
   };
 
   /// Whether a root can be made to hold the box together with others like it. One that reaches to infinity, or so far
-  /// that its extent overflows, would leave a root without a place, in which no query finds anything any more.
+  /// that its extent overflows, would leave a root without a place, in which no query finds anything any more. An axis
+  /// on which the box is empty asks for no room.
   static bool hasPlace(const Box& box) {
-    constexpr double kFarthest = 1e300;
-    const auto isNear = [](const Vec3& v) {
-      return std::fabs(v.x) <= kFarthest && std::fabs(v.y) <= kFarthest && std::fabs(v.z) <= kFarthest;
+    const auto hasPlaceOn = [](double min, double max) {
+      constexpr double kFarthest = 1e300;
+      return (std::fabs(min) <= kFarthest && std::fabs(max) <= kFarthest) || min > max;
     };
-    return (isNear(box.min) && isNear(box.max)) || box.min.x > box.max.x;
+    return hasPlaceOn(box.min.x, box.max.x) && hasPlaceOn(box.min.y, box.max.y) && hasPlaceOn(box.min.z, box.max.z);
   }
 
   // Where memory ends while records are put back, those that are left wait, and whatever comes next begins with them:

@@ -263,6 +263,15 @@ TEST(ViewVolume, isNotMetByABoxWhosePointInsideLiesBesideIt) {
   EXPECT_FALSE(util::ViewVolume(corners.data()).meets(centre, half));
 }
 
+TEST(BBoxOctree, keepsItsRootWhereABoxIsWithoutEndOnOneAxisAndEmptyOnAnother) {
+  Octree tree(10);
+  Box box;
+  box.max.y = INFINITY;
+  tree.ensureContains(box);
+  EXPECT_EQ(tree.center(), (Vec3{0, 0, 0}));
+  EXPECT_EQ(tree.halfSize(), 10);
+}
+
 TEST(BBoxOctree, sendsABoxFlatOnTheMidplaneLow) {
   Octree tree(10);
   tree.insert({{0, 5, -5}, {0, 6, -4}}, 1);  // low in x, high in y, low in z
