@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t kAtOnce = 4;  // vertices; more would be for nothing where the first ones tell
 
-/// Whether no product of four coordinates overflows.
+/// Whether no product of three coordinates overflows.
 bool isNear(const ClipVertex& v) {
   const double most = std::min(1e100 * v.w, std::numeric_limits<double>::max());
   return std::fabs(v.x) <= most && std::fabs(v.y) <= most && std::fabs(v.z) <= most;
