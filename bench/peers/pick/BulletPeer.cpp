@@ -26,7 +26,7 @@ class BulletPeer final : public SelectionPeer {
     mTree.optimizeTopDown();
   }
 
-  std::string name() const override { return "Bullet dynamic tree + exact test"; }
+  std::string name() const override { return "Bullet dynamic tree + plain exact test"; }
 
   void find(const Window& window, bool wholeInside, std::vector<std::uint32_t>& ids) override {
     btVector3 normals[6];

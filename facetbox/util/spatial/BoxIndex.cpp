@@ -46,7 +46,9 @@ void BoxIndex::build(std::span<const Box> boxes) {
   mOrder.clear();
   if (keys.empty()) return;
   arrange(keys);
+  mOrder.reserve(keys.size());
   for (const Key& key : keys) mOrder.push_back(key.index);
+  mBlocks.reserve(keys.size() / (kWidth - 1) + mLevels.size());
 
   std::size_t count = mOrder.size();
   do {
