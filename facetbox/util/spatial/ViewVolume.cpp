@@ -43,8 +43,8 @@ constexpr std::array<FaceTable, 6> kFaces{{
 static_assert(ViewVolume::kMargin > 2 * 1.23e-7);
 
 // Thinner triangles than this, relative to M and in height over the longest edge, are slivers. Normals of others are
-// right to 1e-15 L^2 / (1e-6 M L) < 4e-9.
-constexpr double kSliver = 1e-6;
+// right to 1e-15 L^2 / (1e-7 M L) < 4e-8. The near face of a window of some pixels has to be none.
+constexpr double kSliver = 1e-7;
 
 // Within these sizes products of three coordinates neither overflow nor lose their relative precision.
 constexpr double kSmallest = 1e-60, kLargest = 1e60;
@@ -214,8 +214,8 @@ bool ViewVolume::touchesSurface(const Vec3& centre, const Vec3& half, double mar
 // a triangle. So when the box, less a rim as wide as the margin, holds a point of either kind, a triangle reaches
 // through the rim. On every axis of the overlap test, its projection then reaches into that of the box by the margin
 // per unit of the axis' coordinates' sizes. Corners in the box's frame, edges and their products with the box axes are
-// off by a few 1e-16 M of that, a normal that is not a sliver's by 4e-9 of its length, which is 1.4e-8 M over a
-// triangle: far less than the margin of 4.8e-7 M, so that the triangle is found.
+// off by a few 1e-16 M of that, a normal that is not a sliver's by 4e-8 of its length, which is 1.4e-7 M over a
+// triangle: less than the margin of 4.8e-7 M, so that the triangle is found.
 //
 // A box around this one has the same two points, less its own rim. Its M is at most three times that of the volume
 // alone, and three margins are kept: it meets the volume as well.
