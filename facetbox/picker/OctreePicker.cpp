@@ -244,26 +244,13 @@ bool OctreePicker::Pickable::isInsideClipVolume(const double viewProjection[16],
   if (side == util::ClipSide::unsure) {
     util::multiply(viewProjection, mMatrix, c);
     // The first vertex beyond the volume tells more than a box that crosses its surface.
-    if (mIsSmall) return wholeInside ? liesInClipCube(c) : overlapsClipCube(c);
-    // The box in the object's own coordinates is the tighter one.
-    side = util::sideOfClipCube(mLocalBox, c);
+    if (!mIsSmall) side = util::sideOfClipCube(mLocalBox, c);  // the tighter box: in the object's own coordinates
   }
   if (side == util::ClipSide::outside) return false;
   if (side == util::ClipSide::inside) return wholeInside || mHasTriangles;
-  if (wholeInside) return liesInClipCube(c);
-  return overlapsClipCube(c);
-}
-
-bool OctreePicker::Pickable::overlapsClipCube(const double c[16]) const {
-  return std::ranges::any_of(mMeshes, [&](const auto& mesh) {
-    return mIsSmall ? util::overlapsClipCubePlain(*mesh, c) : util::overlapsClipCube(*mesh, c);
-  });
-}
-
-bool OctreePicker::Pickable::liesInClipCube(const double c[16]) const {
-  return std::ranges::all_of(mMeshes, [&](const auto& mesh) {
-    return mIsSmall ? util::liesInClipCubePlain(*mesh, c) : util::liesInClipCube(*mesh, c);
-  });
+  if (wholeInside)
+    return std::ranges::all_of(mMeshes, [&](const auto& mesh) { return util::liesInClipCube(*mesh, c); });
+  return std::ranges::any_of(mMeshes, [&](const auto& mesh) { return util::overlapsClipCube(*mesh, c); });
 }
 
 OctreePicker::OctreePicker() : mCache(kCacheKind) {}

@@ -54,8 +54,6 @@ class OctreePicker final : public Picker {
     /// looking at the vertices.
     util::Box move(const util::Vec3& offset);
     bool isInsideClipVolume(const double viewProjection[16], const ClipPlanes* planes, bool wholeInside) const;
-    bool liesInClipCube(const double c[16]) const;
-    bool overlapsClipCube(const double c[16]) const;
 
     double mMatrix[16];
     util::Box mUntranslated;  // of all vertices by the matrix, before its translation is added

@@ -19,7 +19,8 @@ namespace util {
 
 namespace {
 
-constexpr std::size_t kAtOnce = 4;  // vertices; more would be for nothing where the first ones tell
+constexpr std::size_t kFewVertices = 16;  // are all projected sooner than bounds of some of them
+constexpr std::size_t kAtOnce = 4;        // vertices; more would be for nothing where the first ones tell
 
 /// Whether no product of three coordinates overflows.
 bool isNear(const ClipVertex& v) {
@@ -38,6 +39,20 @@ std::span<ClipVertex> scratch(std::size_t size) {
   static thread_local std::vector<ClipVertex> room;
   if (room.size() < size) room.resize(size);
   return std::span(room).first(size);
+}
+
+/// Whether all of some points lie in the cube. One that cannot be projected counts as where the one before it is, or at
+/// the cube's centre: in the cube.
+bool areInClipCube(std::span<const double> points, const double c[16]) {
+  ToClipVertices& toClipVertices = clipVerticesFor(Instructions::best);
+  ClipVertex inClip[kAtOnce];
+  for (std::size_t first = 0; first + 2 < points.size(); first += 3 * kAtOnce) {
+    const std::size_t count = std::min(kAtOnce, (points.size() - first) / 3);
+    toClipVertices(c, &points[first], count, inClip);
+    for (std::size_t i = 0; i < count; ++i)
+      if (inClip[i].beyond != 0) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -90,18 +105,7 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
 }
 
 bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
-  const std::span<const double> vertices = mesh.vertexCoordinates();
-  const std::size_t count = vertices.size() / 3;
-  ToClipVertices& toClipVertices = clipVerticesFor(Instructions::best);
-  ClipVertex inClip[kAtOnce];
-  for (std::size_t v = 0; v < count; v += kAtOnce) {
-    const std::size_t some = std::min(kAtOnce, count - v);
-    toClipVertices(c, &vertices[3 * v], some, inClip);
-    // One that cannot be projected counts as where the vertex before it is, or at the cube's centre: in the cube.
-    for (std::size_t i = 0; i < some; ++i)
-      if (inClip[i].beyond != 0) return false;
-  }
-  return true;
+  return areInClipCube(mesh.vertexCoordinates(), c);
 }
 
 // Over a box, x - w and x + w are linear functions like x and w themselves: their value at the centre, and a reach of
@@ -203,7 +207,7 @@ bool canWalk(const TriangleMesh& mesh) {
 }  // namespace
 
 bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
-  if (!canWalk(mesh)) return overlapsClipCubePlain(mesh, c);
+  if (!canWalk(mesh) || mesh.vertexCoordinates().size() <= 3 * kFewVertices) return overlapsClipCubePlain(mesh, c);
   const Verdict verdict = walk(
       *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::inside ? Verdict::yes : Verdict::openStill; },
       [&](const double* corners) {
@@ -216,41 +220,20 @@ bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
 }
 
 bool liesInClipCube(const TriangleMesh& mesh, const double c[16]) {
-  if (!canWalk(mesh)) return liesInClipCubePlain(mesh, c);
-  enum class Place { inside, outside, unknown };
-  Place place = Place::inside;
-  // Where a vertex that cannot be projected goes depends on those before it: the plain loop knows.
-  const auto look = [&](const double* vertex) {
-    double p[3];
-    if (!projectToClipSpace(c, vertex, p))
-      place = Place::unknown;
-    else if (!isInClipCube(p))
-      place = Place::outside;
-    return place != Place::inside ? Verdict::yes : Verdict::openStill;
-  };
   // The loop ends at the first vertex outside: where that is an early one, nothing is faster.
   constexpr std::size_t kEarly = 64;
   const std::span<const double> vertices = mesh.vertexCoordinates();
-  for (std::size_t v = 0; v + 2 < std::min(vertices.size(), 3 * kEarly) && place == Place::inside; v += 3)
-    look(&vertices[v]);
-  if (place != Place::inside) return place == Place::unknown && liesInClipCubePlain(mesh, c);
-
-  Verdict verdict = walk(
-      *mesh.hierarchy(), c,
-      [&](ClipSide side) {
-        if (side == ClipSide::outside) place = Place::outside;
-        return side == ClipSide::outside ? Verdict::yes : Verdict::openStill;
-      },
+  if (!canWalk(mesh) || vertices.size() <= 3 * kEarly) return liesInClipCubePlain(mesh, c);
+  if (!areInClipCube(vertices.first(3 * kEarly), c)) return false;
+  const Verdict isAnyOutside = walk(
+      *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::outside ? Verdict::yes : Verdict::openStill; },
       [&](const double* corners) {
-        for (int k = 0; k < 9; k += 3)
-          if (look(corners + k) == Verdict::yes) return Verdict::yes;
-        return Verdict::openStill;
+        return areInClipCube(std::span(corners, 9), c) ? Verdict::openStill : Verdict::yes;
       });
-  const std::span<const std::uint32_t> loose = mesh.hierarchy()->looseVertices();
-  for (std::size_t i = 0; i < loose.size() && verdict == Verdict::no; ++i)
-    verdict = look(&vertices[3 * std::size_t{loose[i]}]) == Verdict::yes ? Verdict::yes : verdict;
-  if (place == Place::outside) return false;
-  return verdict == Verdict::no || liesInClipCubePlain(mesh, c);
+  if (isAnyOutside == Verdict::openStill) return liesInClipCubePlain(mesh, c);
+  return isAnyOutside == Verdict::no && std::ranges::all_of(mesh.hierarchy()->looseVertices(), [&](std::uint32_t v) {
+           return areInClipCube(vertices.subspan(3 * std::size_t{v}, 3), c);
+         });
 }
 
 }  // namespace util
