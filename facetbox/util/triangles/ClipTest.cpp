@@ -46,8 +46,9 @@ std::span<ClipVertex> scratch(std::size_t size) {
 bool areInClipCube(std::span<const double> points, const double c[16]) {
   ToClipVertices& toClipVertices = clipVerticesFor(Instructions::best);
   ClipVertex inClip[kAtOnce];
-  for (std::size_t first = 0; first + 2 < points.size(); first += 3 * kAtOnce) {
-    const std::size_t count = std::min(kAtOnce, (points.size() - first) / 3);
+  // The first alone: often it is outside.
+  for (std::size_t first = 0, most = 1; first + 2 < points.size(); first += 3 * most, most = kAtOnce) {
+    const std::size_t count = std::min(most, (points.size() - first) / 3);
     toClipVertices(c, &points[first], count, inClip);
     for (std::size_t i = 0; i < count; ++i)
       if (inClip[i].beyond != 0) return false;
