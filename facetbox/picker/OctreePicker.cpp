@@ -33,7 +33,6 @@ void prefetch(const Object* object) {
   for (std::size_t line = 0; line < sizeof(Object); line += 64) __builtin_prefetch(bytes + line);
 }
 constexpr std::size_t kAhead = 8;
-constexpr std::size_t kFewVertices = 16;
 
 bool isFinite(const Vec3& v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); }
 
@@ -178,8 +177,8 @@ Box OctreePicker::Pickable::measure() {
   mHasTriangles = false;
   const Vec3 translation = vectorOf(mMatrix + 12);
   Box box;
-  mIsSmall = std::ranges::all_of(mMeshes,
-                                 [](const auto& mesh) { return mesh->vertexCoordinates().size() <= 3 * kFewVertices; });
+  mIsSmall = std::ranges::all_of(
+      mMeshes, [](const auto& mesh) { return mesh->vertexCoordinates().size() <= 3 * util::kFewVertices; });
   // Becomes NaN with the first number that is not finite.
   double nothing = 0;
   for (const auto& mesh : mMeshes) {

@@ -61,7 +61,7 @@ class OctreePicker final : public Picker {
                               // the object's clip side cannot be told from its world box
     std::int32_t mId;
     bool mHasTriangles = false;
-    bool mIsSmall = true;   // all meshes have so few vertices that each is projected sooner than any bounds are
+    bool mIsSmall = true;   // all meshes have few vertices, so that no bounds are worth a look
     bool mIsFinite = true;  // whether all numbers that went into these boxes are
     util::Box mLocalBox;    // of all vertices; empty on all axes where one of them is not finite
     std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;

@@ -19,8 +19,7 @@ namespace util {
 
 namespace {
 
-constexpr std::size_t kFewVertices = 16;  // are all projected sooner than bounds of some of them
-constexpr std::size_t kAtOnce = 4;        // vertices; more would be for nothing where the first ones tell
+constexpr std::size_t kAtOnce = 4;  // vertices; more would be for nothing where the first ones tell
 
 /// Whether no product of three coordinates overflows.
 bool isNear(const ClipVertex& v) {

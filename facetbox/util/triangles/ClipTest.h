@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include <facetbox/util/Triangulator.h>
 #include <facetbox/util/math/Box.h>
 
@@ -20,6 +22,9 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]);
 /// Whether all vertices of the mesh, those of no triangle included, project into the closed cube. A vertex whose w is
 /// not above 1e-25 stays where the vertex before it went, the first at (0, 0, 0). No vertices: yes. O(vertices).
 bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]);
+
+/// Meshes of up to so many vertices are put to the plain tests: all are projected sooner than any bounds are.
+inline constexpr std::size_t kFewVertices = 16;
 
 /// The same answers, where the mesh has a hierarchy by deciding whole subtrees that lie inside or outside.
 /// O(log triangles) for most meshes and volumes, never much more than the plain loops.

@@ -4,6 +4,7 @@
 
 #include <immintrin.h>
 
+#include <facetbox/util/triangles/ClipProjection.h>
 #include <facetbox/util/triangles/ClipVertices.h>
 
 namespace util {
@@ -18,7 +19,7 @@ void toClipVerticesAvx2(const double c[16], const double* points, std::size_t co
     const __m256d sums = _mm256_add_pd(_mm256_add_pd(_mm256_add_pd(x, y), z), c3);
     const __m256d w = _mm256_andnot_pd(sign, _mm256_permute4x64_pd(sums, 0xFF));
     const double size = _mm256_cvtsd_f64(w);
-    if (!(size > 1e-25 && size <= 0x1.fffffffffffffp1023)) {
+    if (!(size > kSmallestW && size <= 0x1.fffffffffffffp1023)) {
       toClipVerticesBase(c, point, 1, out + i);
       continue;
     }

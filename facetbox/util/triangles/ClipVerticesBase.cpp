@@ -1,4 +1,4 @@
-#include <cmath>
+#include <cstdint>
 #include <limits>
 
 #include <facetbox/util/triangles/ClipProjection.h>

@@ -1,3 +1,7 @@
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include <facetbox/util/math/FourLanes.h>
 #include <facetbox/util/triangles/RayDescent.h>
 
