@@ -14,11 +14,11 @@
 
 #include <benchmark/benchmark.h>
 
-#include <facetbox/intersector/EdgeList.h>
 #include <facetbox/intersector/Intersector.h>
 #include <facetbox/intersector/NearestSearch.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
+#include <facetbox/util/triangles/EdgeList.h>
 #include <facetbox/util/triangles/RayTest.h>
 #include <facetbox/util/triangles/TriangleMeshCache.h>
 #include "AllocationCount.h"
@@ -43,14 +43,14 @@ struct Object {
     intersector->addEntry(handle, mesh, kIdentity, triangulator);
     intersector->applyPendingCommands();
     triangles = util::TriangleMeshCache(1).getTriangleMesh(mesh);
-    edges = listEdges(triangles->indices(), triangles->vertexCoordinates().size() / 3);
+    edges = util::listEdges(triangles->indices(), triangles->vertexCoordinates().size() / 3);
   }
 
   const util::Mesh mesh;
   const std::unique_ptr<Intersector> intersector{Intersector::createIntersector()};
   std::size_t handle;
   std::shared_ptr<const util::TriangleMesh> triangles;
-  EdgeList edges;
+  util::EdgeList edges;
 };
 
 /// Made once for all cases.
@@ -75,12 +75,12 @@ class BareRaster {
   BareRaster(const Floats& matrix, const std::vector<std::int32_t>& cells, int size)
       : mMatrix(matrix), mCells(cells), mSize(size) {}
 
-  bool test(const util::TriangleMesh& mesh, const EdgeList& edges) {
+  bool test(const util::TriangleMesh& mesh, const util::EdgeList& edges) {
     const auto vertices = mesh.vertexCoordinates();
     mPositions.resize(vertices.size() / 3);
     for (std::size_t v = 0; v < mPositions.size(); ++v)
       if (!project(&vertices[3 * v], mPositions[v])) return false;
-    return std::ranges::all_of(edges, [&](const DirectedEdge& e) { return isLineSet(e.mFrom, e.mTo); });
+    return std::ranges::all_of(edges, [&](const util::DirectedEdge& e) { return isLineSet(e.mFrom, e.mTo); });
   }
 
  private:

@@ -22,8 +22,9 @@ std::shared_ptr<util::TriangleMesh> moved(const util::TriangleMesh& mesh, const 
     for (const double coordinate : {from[v] + offset.x, from[v + 1] + offset.y, from[v + 2] + offset.z})
       arrays.vertexCoordinates.push_back(coordinate);
   arrays.indices.assign(mesh.indices().begin(), mesh.indices().end());
-  arrays.edgePairs.assign(mesh.edgePairs().begin(), mesh.edgePairs().end());
-  return std::shared_ptr<util::TriangleMesh>(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
+  const std::shared_ptr<util::TriangleMesh> copy(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
+  copy->shareEdgesOf(mesh);
+  return copy;
 }
 
 }  // namespace

@@ -5,15 +5,13 @@
 #include <optional>
 #include <vector>
 
-#include <facetbox/intersector/EdgeList.h>
 #include <facetbox/util/Triangulator.h>
 #include <facetbox/util/math/Vec3.h>
 #include <facetbox/util/triangles/RayTest.h>
 
 /// A mesh in the world.
 struct Instance {
-  std::shared_ptr<const util::TriangleMesh> mMesh;
-  std::shared_ptr<const EdgeList> mEdges;                ///< of the mesh
+  std::shared_ptr<const util::TriangleMesh> mMesh;       ///< with its edges
   std::optional<std::array<double, 16>> mTransform;      ///< none: the mesh is the instance's own and lies in the world
   std::unique_ptr<const util::RayPlacement> mPlacement;  ///< made by the first ray after a change
 };
@@ -27,5 +25,5 @@ struct Entry {
   void relocate(const util::Vec3& offset);
 };
 
-/// Makes ready for queries a mesh that lies in the world; for its only owner.
+/// Gives a mesh that lies in the world its hierarchy, where that pays; for its only owner.
 void prepareForQueries(util::TriangleMesh& mesh);

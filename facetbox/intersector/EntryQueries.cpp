@@ -90,7 +90,7 @@ bool showsOnRaster(const Instance& instance, const IntersectionRaster& raster, Q
     if (!raster.isUsable(p)) return false;
     *cells++ = {p.mColumn, p.mRow};
   }
-  return raster.areEdgesSet(*instance.mEdges, scratch.mCells.data());
+  return raster.areEdgesSet(*instance.mMesh->edges(), scratch.mCells.data());
 }
 
 /// A box's vertex in clip space; one without projection keeps its world coordinates, unlike an instance's.

@@ -39,7 +39,7 @@ inline bool IntersectionRaster::isLineSet(const RasterCell& from, const RasterCe
   return true;
 }
 
-bool IntersectionRaster::areEdgesSet(const EdgeList& edges, const RasterCell* cells) const {
-  return std::ranges::all_of(edges,
-                             [&](const DirectedEdge& edge) { return isLineSet(cells[edge.mFrom], cells[edge.mTo]); });
+bool IntersectionRaster::areEdgesSet(const util::EdgeList& edges, const RasterCell* cells) const {
+  return std::ranges::all_of(
+      edges, [&](const util::DirectedEdge& edge) { return isLineSet(cells[edge.mFrom], cells[edge.mTo]); });
 }

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include <facetbox/intersector/EdgeList.h>
+#include <facetbox/util/triangles/EdgeList.h>
 
 /// Where a point shows.
 struct RasterPosition {
@@ -51,7 +51,7 @@ class IntersectionRaster {
   }
 
   /// Whether all cells on the edges of a mesh are set, given the usable positions of its vertices. O(length).
-  bool areEdgesSet(const EdgeList& edges, const RasterCell* cells) const;
+  bool areEdgesSet(const util::EdgeList& edges, const RasterCell* cells) const;
 
  private:
   bool isLineSet(const RasterCell& from, const RasterCell& to) const;

@@ -18,14 +18,12 @@
 using util::Vec3;
 using Lock = boost::unique_lock<boost::mutex>;
 using MeshPointer = std::shared_ptr<const util::TriangleMesh>;
-using Edges = std::shared_ptr<const EdgeList>;
 
 namespace {
 
 constexpr int kCacheKind = 1;
 /// Meshes of this many vertices are shared; smaller ones cost less when each use has its own.
 constexpr std::size_t kFewestShared = 16;
-constexpr int kWithoutEdgePairs = 0, kWithEdgePairs = 1;  ///< options of the triangulator
 
 /// The mesh's vertices, each through `place`, three values each.
 template <class Place>
@@ -40,8 +38,9 @@ std::vector<double> coordinatesOf(const util::Mesh& mesh, Place place) {
 }
 
 std::shared_ptr<util::TriangleMesh> triangulate(util::Triangulator& triangulator, const util::Mesh& mesh,
-                                                std::vector<double> coordinates, int option) {
-  return std::shared_ptr<util::TriangleMesh>(triangulator.triangulate(mesh, std::move(coordinates), option));
+                                                std::vector<double> coordinates) {
+  constexpr int kTrianglesOnly = 0;
+  return std::shared_ptr<util::TriangleMesh>(triangulator.triangulate(mesh, std::move(coordinates), kTrianglesOnly));
 }
 
 Vec3 vectorOf(const float* p) { return {p[0], p[1], p[2]}; }
@@ -81,38 +80,35 @@ class TriIntersector::Command {
 /// Adds a shared mesh with its place.
 class TriIntersector::AddEntryCommand final : public Command {
  public:
-  AddEntryCommand(std::uint64_t id, MeshPointer mesh, Edges edges, const double transform[16])
-      : Command(id), mMesh(std::move(mesh)), mEdges(std::move(edges)) {
+  AddEntryCommand(std::uint64_t id, MeshPointer mesh, const double transform[16])
+      : Command(id), mMesh(std::move(mesh)) {
     std::copy_n(transform, 16, mTransform.begin());
   }
 
   bool execute(TriIntersector& intersector) override {
     Entry* const entry = findOrInsert(intersector);
-    if (entry) entry->mInstances.push_back({std::move(mMesh), std::move(mEdges), mTransform, nullptr});
+    if (entry) entry->mInstances.push_back({std::move(mMesh), mTransform, nullptr});
     return entry == nullptr;
   }
 
  private:
   MeshPointer mMesh;
-  Edges mEdges;
   std::array<double, 16> mTransform;
 };
 
 /// Adds a mesh that lies in the world.
 class TriIntersector::AddPretransEntryCommand final : public Command {
  public:
-  AddPretransEntryCommand(std::uint64_t id, MeshPointer mesh, Edges edges)
-      : Command(id), mMesh(std::move(mesh)), mEdges(std::move(edges)) {}
+  AddPretransEntryCommand(std::uint64_t id, MeshPointer mesh) : Command(id), mMesh(std::move(mesh)) {}
 
   bool execute(TriIntersector& intersector) override {
     if (Entry* entry = findOrInsert(intersector))
-      entry->mInstances.push_back({std::move(mMesh), std::move(mEdges), std::nullopt, nullptr});
+      entry->mInstances.push_back({std::move(mMesh), std::nullopt, nullptr});
     return false;
   }
 
  private:
   MeshPointer mMesh;
-  Edges mEdges;
 };
 
 class TriIntersector::SetOABBoxCommand final : public Command {
@@ -168,25 +164,22 @@ void TriIntersector::addEntry(std::size_t handle, const util::Mesh& mesh, const 
   if (id == 0) return;
 
   if (mesh.storage().mVertices.size() >= kFewestShared) {
-    const MeshPointer triangles = mCache.getTriangleMesh(mesh);
-    mQueue.push(std::make_unique<AddEntryCommand>(id, triangles, mEdgeLists.edgesOf(triangles), transform));
+    mQueue.push(std::make_unique<AddEntryCommand>(id, mCache.getTriangleMesh(mesh), transform));
     return;
   }
-  const std::shared_ptr<util::TriangleMesh> triangles = triangulate(
-      triangulator, mesh,
-      coordinatesOf(mesh, [&](const Vec3& vertex) { return util::transformPoint(transform, vertex); }), kWithEdgePairs);
+  const std::shared_ptr<util::TriangleMesh> triangles =
+      triangulate(triangulator, mesh,
+                  coordinatesOf(mesh, [&](const Vec3& vertex) { return util::transformPoint(transform, vertex); }));
   prepareForQueries(*triangles);
-  auto edges =
-      std::make_shared<const EdgeList>(listEdges(triangles->indices(), triangles->vertexCoordinates().size() / 3));
-  mQueue.push(std::make_unique<AddPretransEntryCommand>(id, triangles, std::move(edges)));
+  triangles->buildEdges();
+  mQueue.push(std::make_unique<AddPretransEntryCommand>(id, triangles));
 }
 
 bool TriIntersector::setOABBox(std::size_t handle, const util::Mesh& box, util::Triangulator& triangulator) {
   const std::uint64_t id = idOf(handle);
   if (id == 0) return false;
   mQueue.push(std::make_unique<SetOABBoxCommand>(
-      id, triangulate(triangulator, box, coordinatesOf(box, [](const Vec3& vertex) { return vertex; }),
-                      kWithoutEdgePairs)));
+      id, triangulate(triangulator, box, coordinatesOf(box, [](const Vec3& vertex) { return vertex; }))));
   return true;
 }
 
@@ -216,7 +209,6 @@ void TriIntersector::processCommands() {
   if (!mMeshesMayBeUnused) return;
   // Once for all that was disposed of.
   mCache.pruneUnused();
-  mEdgeLists.pruneUnused();
   mMeshesMayBeUnused = false;
 }
 

@@ -6,7 +6,6 @@
 
 #include <boost/thread/mutex.hpp>
 
-#include <facetbox/intersector/EdgeList.h>
 #include <facetbox/intersector/Entry.h>
 #include <facetbox/intersector/EntryQueries.h>
 #include <facetbox/intersector/Intersector.h>
@@ -16,8 +15,7 @@
 
 /// The intersector: a table of entries, one per handle, on triangles.
 ///
-/// Locks: the query mutex first, then one of the queue's, the handles', the cache's or the edge lists', never two of
-/// these.
+/// Locks: the query mutex first, then one of the queue's, the handles' or the cache's, never two of these.
 class TriIntersector final : public Intersector {
  public:
   TriIntersector();
@@ -58,7 +56,6 @@ class TriIntersector final : public Intersector {
   boost::mutex mQueryMutex;                    // taken before all others
   util::CommandQueue<Command> mQueue;          // guards itself
   util::TriangleMeshCache mCache;              // guards itself
-  EdgeListCache mEdgeLists;                    // guards itself
 
   // Guarded by mQueryMutex; stale until the queue is drained.
   std::unordered_map<std::uint64_t, Entry> mEntries;  // by id

@@ -167,7 +167,7 @@ class OctreePicker::DisposeCommand final : public Command {
 
   void execute(OctreePicker& picker) override {
     picker.mRecords.erase(mSerial);
-    // Even without a record: additions that were discarded may have left triangles in the cache.
+    // Even without a record: additions that came too late or failed may have left triangles in the cache.
     if (picker.mHandles.free(mSerial)) picker.mMeshesMayBeUnused = true;
   }
 };
@@ -288,7 +288,10 @@ void OctreePicker::dispose(std::size_t handle) {
 
 std::uint64_t OctreePicker::getPendingCommandCount() { return mQueue.count(); }
 
-void OctreePicker::discardPendingCommands() { mQueue.discard(util::Discarded::released); }
+void OctreePicker::discardPendingCommands() {
+  mQueue.discard(util::Discarded::released);
+  mCache.pruneUnused();
+}
 
 /// Executes what is queued; under the tree mutex.
 void OctreePicker::drain() {

@@ -69,7 +69,8 @@ class FACETBOX_EXPORT Picker {
   /// Number of changes that are queued.
   virtual std::uint64_t getPendingCommandCount() = 0;
 
-  /// Releases the queued changes without executing them. A handle whose disposal is among them stays valid.
+  /// Releases the queued changes without executing them, and the triangles that no object uses then. A handle whose
+  /// disposal is among them stays valid.
   virtual void discardPendingCommands() = 0;
 
   /// Executes the queued changes now.

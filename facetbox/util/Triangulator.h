@@ -11,6 +11,7 @@
 
 namespace util {
 
+class EdgeList;
 class TriangleHierarchy;
 struct TriangleMeshArrays;  ///< what a triangle mesh is made from
 
@@ -49,6 +50,12 @@ class FACETBOX_EXPORT TriangleMesh : public MeshBase {
   /// Null until built.
   FACETBOX_LOCAL const TriangleHierarchy* hierarchy() const noexcept { return mHierarchy.get(); }
 
+  /// Lists the triangles' edges, or shares the list of a mesh of the same triangles; when, as the hierarchy is built.
+  FACETBOX_LOCAL void buildEdges();
+  FACETBOX_LOCAL void shareEdgesOf(const TriangleMesh& other) { mEdges = other.mEdges; }
+  /// Null until built.
+  FACETBOX_LOCAL const EdgeList* edges() const noexcept { return mEdges.get(); }
+
  private:
   friend class Triangulator;  // its TriangleMeshFactory makes all meshes
   FACETBOX_LOCAL explicit TriangleMesh(TriangleMeshArrays&& arrays) noexcept;
@@ -59,6 +66,7 @@ class FACETBOX_EXPORT TriangleMesh : public MeshBase {
   std::vector<std::uint32_t> mIndices;
   std::vector<std::uint32_t> mEdgePairs;
   std::unique_ptr<TriangleHierarchy> mHierarchy;
+  std::shared_ptr<const EdgeList> mEdges;
 };
 
 /// Turns the faces of polygon meshes into triangles: an outer contour with any number of hole contours, in space,

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include <facetbox/util/triangles/EdgeList.h>
 #include <facetbox/util/triangles/TriangleHierarchy.h>
 #include <facetbox/util/triangles/TriangleMeshFactory.h>
 
@@ -17,6 +18,10 @@ TriangleMesh::TriangleMesh(TriangleMeshArrays&& arrays) noexcept
 TriangleMesh::~TriangleMesh() = default;
 
 void TriangleMesh::buildHierarchy() { mHierarchy = std::make_unique<TriangleHierarchy>(mVertexCoordinates, mIndices); }
+
+void TriangleMesh::buildEdges() {
+  mEdges = std::make_shared<const EdgeList>(listEdges(mIndices, mVertexCoordinates.size() / 3));
+}
 
 TriangleMesh* Triangulator::TriangleMeshFactory::create(TriangleMeshArrays&& arrays) const {
   return new TriangleMesh(std::move(arrays));

@@ -19,33 +19,35 @@ namespace util {
 /// Safe to use from several threads. Order of the locks:
 /// - the cache's mutex, and under it a polygon mesh's stamp mutex. It guards the maps only and is never held while
 ///   triangles are made or waited for: who prunes, or asks for a mesh that is there, never waits for a triangulation.
+///   Whoever lets go of a triangle mesh as its last user takes it too.
 /// - the triangulator's mutex comes after it and is never held together with it; under it, the mutex of a polygon
 ///   mesh's derived facts.
 /// - a record in flight has a mutex that is taken alone.
 class TriangleMeshCache {
  public:
-  /// @param kind  0 to 4; kind 1 keeps the polygons' edges with the triangles
+  /// @param kind  0 to 4; the meshes of kind 1 come with their edges
   explicit TriangleMeshCache(int kind);
   ~TriangleMeshCache();
   TriangleMeshCache(const TriangleMeshCache&) = delete;
   TriangleMeshCache& operator=(const TriangleMeshCache&) = delete;
 
   /// The triangles of `mesh`, with their hierarchy; never null. When another thread is just making them, waits for
-  /// it. When making them fails, nothing is cached, and each of those who wait tries itself.
+  /// it. When making them fails, nothing is cached, and each of those who wait tries itself. May outlive the cache.
   /// @throws what Triangulator::triangulate() throws
   std::shared_ptr<TriangleMesh> getTriangleMesh(const Mesh& mesh);
 
-  /// Drops the triangle meshes that nobody else holds. Those being made are passed over. O(cached meshes).
+  /// Drops the triangle meshes that nobody else holds. Those being made are passed over. O(meshes dropped).
   void pruneUnused();
 
  private:
+  class Store;
+  class Use;
   struct InFlight;
   std::shared_ptr<TriangleMesh> makeTriangleMesh(const Mesh& mesh);
 
   const int mKind;
-  boost::mutex mMutex;
-  std::map<std::uint64_t, std::shared_ptr<TriangleMesh>> mMeshes;  // by stamp; guarded by mMutex
-  std::map<std::uint64_t, std::shared_ptr<InFlight>> mInFlight;    // by stamp; guarded by mMutex
+  const std::shared_ptr<Store> mStore;                           // shared with those who hold meshes
+  std::map<std::uint64_t, std::shared_ptr<InFlight>> mInFlight;  // by stamp; guarded by the store's mutex
   boost::mutex mTriangulatorMutex;
   Triangulator mTriangulator;  // guarded by mTriangulatorMutex
 };

@@ -1,7 +1,10 @@
 #include <facetbox/util/triangles/TriangleMeshCache.h>
 
+#include <array>
 #include <atomic>
 #include <memory>
+#include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -64,15 +67,73 @@ TEST(TriangleMeshCache, sharesOneTriangulationUntilNobodyHoldsIt) {
   EXPECT_EQ(stampOf(mesh, 4), stamp);
   EXPECT_EQ(stampOf(mesh, 1), 0u);
 
-  const std::weak_ptr<TriangleMesh> unheld = cache.getTriangleMesh(other);
+  const TriangleMesh* unheld = cache.getTriangleMesh(other).get();
+  EXPECT_EQ(cache.getTriangleMesh(other).get(), unheld);
   cache.pruneUnused();
-  EXPECT_TRUE(unheld.expired());
   EXPECT_EQ(cache.getTriangleMesh(mesh), first);
   EXPECT_EQ(cache.getTriangleMesh(other)->indices().size(), 18u);
   EXPECT_EQ(stampOf(other, 4), stamp + 1);
   const Mesh third = rowOfQuads(1);
   cache.getTriangleMesh(third);
   EXPECT_EQ(stampOf(third, 4), stamp + 4);
+}
+
+// A mesh is changed before it is asked for: its triangles tell when they were made.
+TEST(TriangleMeshCache, dropsJustWhatAWalkOverAllWouldDrop) {
+  std::mt19937 random(1);
+  constexpr std::size_t kMeshes = 5;
+  std::vector<std::shared_ptr<TriangleMesh>> held;
+  std::vector<std::shared_ptr<const int>> plainHeld;
+  {
+    TriangleMeshCache cache(1);
+    std::vector<Mesh> meshes;
+    for (std::size_t m = 0; m < kMeshes; ++m) meshes.push_back(rowOfQuads(1));
+    std::array<std::shared_ptr<const int>, kMeshes> plain;
+    for (int step = 0; step < 20'000; ++step) {
+      const std::size_t m = random() % kMeshes;
+      meshes[m].storage().mVertices[0].z = step;
+      auto triangles = cache.getTriangleMesh(meshes[m]);
+      if (!plain[m]) plain[m] = std::make_shared<const int>(step);
+      ASSERT_EQ(triangles->vertexCoordinates()[2], *plain[m]) << step;
+      ASSERT_NE(triangles->edges(), nullptr);
+      if (support::oneIn(random, 2)) {
+        held.push_back(std::move(triangles));
+        plainHeld.push_back(plain[m]);
+      }
+      triangles.reset();
+      for (int letGo = support::pick(random, 0, 2); letGo > 0 && !held.empty(); --letGo) {
+        const std::size_t i = random() % held.size();
+        held.erase(held.begin() + static_cast<std::ptrdiff_t>(i));
+        plainHeld.erase(plainHeld.begin() + static_cast<std::ptrdiff_t>(i));
+      }
+      if (!support::oneIn(random, 3)) continue;
+      cache.pruneUnused();
+      for (auto& cached : plain)
+        if (cached.use_count() == 1) cached.reset();
+    }
+  }
+  // They outlive the cache.
+  for (std::size_t i = 0; i < held.size(); ++i) EXPECT_EQ(held[i]->vertexCoordinates()[2], *plainHeld[i]);
+}
+
+TEST(TriangleMeshCacheConcurrency, noTwoMeshesGetOneStamp) {
+  // One takes stamps while others give back: each cache has a lock of its own, the stamps have none.
+  TriangleMeshCache taking(2), asking(2);
+  const Mesh known = rowOfQuads(1);
+  const auto held = asking.getTriangleMesh(known);
+  std::atomic<bool> isDone = false;
+  std::jthread asker([&] {
+    while (!isDone) asking.getTriangleMesh(known);
+  });
+  std::set<std::uint64_t> stamps;
+  constexpr std::size_t kMeshes = 3000;
+  for (std::size_t i = 0; i < kMeshes; ++i) {
+    const Mesh fresh = rowOfQuads(1);
+    taking.getTriangleMesh(fresh);
+    stamps.insert(stampOf(fresh, 2));
+  }
+  isDone = true;
+  EXPECT_EQ(stamps.size(), kMeshes);
 }
 
 TEST(TriangleMeshCacheConcurrency, allThreadsGetTheSameTrianglesWhilePruning) {

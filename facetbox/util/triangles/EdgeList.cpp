@@ -1,13 +1,10 @@
-#include <facetbox/intersector/EdgeList.h>
+#include <facetbox/util/triangles/EdgeList.h>
 
 #include <algorithm>
 
-#include <boost/thread/lock_types.hpp>
-
 #include <facetbox/util/mesh/EdgeBuckets.h>
 
-using Lock = boost::unique_lock<boost::mutex>;
-
+namespace util {
 namespace {
 
 /// A triangle's use of an edge; its lower vertex is that of the bucket.
@@ -28,7 +25,7 @@ EdgeList listEdges(std::span<const std::uint32_t> indices, std::size_t vertexCou
         if (from != to) visit(i / 3, i + k, from, to);
       }
   };
-  using Buckets = util::EdgeBuckets<EdgeUse>;
+  using Buckets = EdgeBuckets<EdgeUse>;
   Buckets buckets(vertexCount, walk, [](std::uint32_t, std::uint32_t, std::uint32_t from, std::uint32_t to) {
     return EdgeUse{std::max(from, to), from > to};
   });
@@ -56,18 +53,4 @@ EdgeList listEdges(std::span<const std::uint32_t> indices, std::size_t vertexCou
   return edges;
 }
 
-std::shared_ptr<const EdgeList> EdgeListCache::edgesOf(const std::shared_ptr<const util::TriangleMesh>& mesh) {
-  {
-    const Lock lock(mMutex);
-    if (const auto found = mLists.find(mesh); found != mLists.end()) return found->second;
-  }
-  // Outside the lock, so that nobody else has to wait. Two threads may do this for one mesh: the first list is kept.
-  auto list = std::make_shared<const EdgeList>(listEdges(mesh->indices(), mesh->vertexCoordinates().size() / 3));
-  const Lock lock(mMutex);
-  return mLists.emplace(mesh, std::move(list)).first->second;
-}
-
-void EdgeListCache::pruneUnused() {
-  const Lock lock(mMutex);
-  std::erase_if(mLists, [](const auto& entry) { return entry.first.expired(); });
-}
+}  // namespace util

@@ -1,4 +1,4 @@
-#include <facetbox/intersector/EdgeList.h>
+#include <facetbox/util/triangles/EdgeList.h>
 
 #include <array>
 #include <set>
@@ -23,8 +23,8 @@ TEST(EdgeList, hasEachEdgeOnceAsTheWalkFirstMeetsIt) {
       const std::uint32_t from = indices[i], to = indices[i % 3 == 2 ? i - 2 : i + 1];
       if (from != to && met.insert(std::minmax(from, to)).second) expected.insert({from, to});
     }
-    const EdgeList edges = listEdges(indices, vertices);
-    for (const DirectedEdge& edge : edges) listed.insert({edge.mFrom, edge.mTo});
+    const util::EdgeList edges = util::listEdges(indices, vertices);
+    for (const util::DirectedEdge& edge : edges) listed.insert({edge.mFrom, edge.mTo});
     ASSERT_EQ(listed, expected);
     ASSERT_EQ(edges.size(), expected.size());
   }
