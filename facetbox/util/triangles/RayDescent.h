@@ -27,10 +27,16 @@
 // 6u E of the transformed triangle, in each coordinate.
 //
 // Mostly tau = 1e-5 will do. Where coordinates or the direction are long, N and Q grow into it: a triangle that the ray
-// just grazes may then be hit far from where it is. So tau is raised until delta is small, which leaves the triangles
-// of 1e-5 <= |det| < tau. Up to 24 rho E D, det is det A (e1 x e2) . (A^-1 direction) in the mesh's own coordinates,
-// and a box around the cross products of a subtree tells whether it may hold one that small; such a subtree is entered
-// too, unless tau = 1e-5 and the longest edge of this very subtree make for boxes that the ray misses.
+// just grazes may then be hit far from where it is. So tau is raised to 2^13 E D (32u (S + E) + 24 rho), where delta is
+// small, which leaves the triangles of 1e-5 <= |det| < tau. Up to 24 rho E D, det is det A (e1 x e2) . (A^-1 direction)
+// in the mesh's own coordinates, and a box around the cross products of a subtree tells whether it may hold one that
+// small; such a subtree is entered too, unless tau = 1e-5 makes for boxes that the ray misses.
+//
+// All of this holds for any part of the triangles, with an E of its own: E bounds the edges of those that are asked
+// about, and S need not shrink. Each subtree is therefore put to the longest edge in it. With the raised tau, 2 delta E
+// is 64u S E / (0.75 2^13 (32u (S + E) + 24 rho)) and some u E, so that this part of eta, like tau, is in proportion to
+// E: one large triangle widens the boxes that it is in, and no others. What t is off by, (M + t Q) / 0.75 tau, grows
+// with E too: the bounds of the parameter are those of the longest edge of all.
 //
 // In the mesh's space. With any matrix B, the map w -> B (w - T) takes that point to within b_i eta + r 3 L of the
 // triangle, where b_i is B's row sum and r bounds the components of B A - 1. For B from cofactors, r <= 64u kappa with
@@ -77,16 +83,19 @@ struct UnitRay {
   float first;      ///< parameters of interest
   float last;       ///< shrinks with every hit
 
-  // For grazed triangles only, see above.
-  Quad width;            ///< by which boxes are widened all the same
-  Quad rowSums;          ///< and this by the eta of the subtree
-  float edgePerReach;    ///< the edges' size in the world from the subtree's reach: times this,
-  float edgeError;       ///< plus this
+  // For wary descents only, see above: what grows with the reach of a subtree's or a lane's triangles.
+  Quad outwardPerReach;     ///< by which planes are moved beyond their offsets, as parameters
+  float tolerancePerReach;  ///< of the triangle filter, added to its tolerance
+  float edgePerReach;       ///< the edges' size in the world from the reach: times this,
+  float edgeError;          ///< plus this
+  float grazing;            ///< determinants up to this, in unit coordinates, need the wide boxes:
+  float grazingPerReach;    ///< plus this times the reach
+  float normalError;        ///< of such a determinant, per unit of the sum of the cross product's coordinates
+  // The wide boxes.
+  Quad rowSums;          ///< boxes are wider by this times eta
   float errorPerEdgeSq;  ///< Q from the edges' size
   float etaPerEdgeSq;    ///< eta from it
   float farWidth;        ///< a width with which every ray meets every box
-  float grazing;         ///< determinants up to this, in unit coordinates, need the wide boxes
-  float normalError;     ///< of such a determinant, per unit of the sum of the cross product's coordinates
 };
 
 /// No parameter of the unit ray that matters lies beyond.
@@ -140,6 +149,7 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   using V = typename Ops::Doubles;
   /// Boxes may be widened by this much, in unit coordinates, before grazed triangles are treated apart.
   constexpr double kWide = 0x1p-12;
+  constexpr double kRaise = 0x1p13;
   const V origin = Ops::three(search.origin), direction = Ops::three(search.direction);
   const double D = Ops::largest(direction), O = Ops::largest(origin), E = placement.edge;
   if (!(D < kLargestMagnitude && O < kLargestMagnitude)) return Outlook::unknown;
@@ -171,14 +181,16 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   const bool isWary =
       !(Q <= 0.25 * kSmallestDeterminant && 2 * perDeterminant * Q * reach * placement.largestRowSum < kWide);
   if (isWary) {
-    tau = 0x1p13 * E * D * (32 * kUnit * reach + 24 * placement.cornerError);
+    tau = kRaise * E * D * (32 * kUnit * reach + 24 * placement.cornerError);
     perDeterminant = 1 / (0.75 * tau);
     around += offCenter;
   }
   const double unit = 1 / dSize;
   const double common = placement.commonWidth + 10 * kUnit * oSize;
-  const double perRow = (2 * perDeterminant * Q + kUnit) * reach +
-                        (placement.pointError + 6 * kUnit * O + 1.02 * drift * (oSize + 2) * unit);
+  // What the longest edge of all has no part in, and the rest.
+  const double perRowAtLeast =
+      kUnit * reach + (placement.pointError + 6 * kUnit * O + 1.02 * drift * (oSize + 2) * unit);
+  const double perRow = 2 * perDeterminant * Q * reach + perRowAtLeast;
   const double widest = common + placement.largestRowSum * perRow;
   // Of 1 + |n| + w.
   const double size = around + 13 * widest;
@@ -208,16 +220,35 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   ray.last = kLastParameter;
   if (!isWary) return Outlook::descend;
 
+  // Per unit of an edge in the world.
+  const double error = 32 * kUnit * reach + 24 * placement.cornerError;
+  const double etaPerEdge = 1.02 * 2 * 32 * kUnit * reach / (0.75 * kRaise * error);
+  const double edgePerReach = 1.01 * placement.growth, edgeError = 1.02 * 2 * placement.cornerError;
+  const double perRowOfAll = perRowAtLeast + etaPerEdge * edgeError;
+  // One more rounding than where all of the width is part of the origin.
+  const V ownWidth =
+      Ops::all(1.2 * (common + 10 * kFloatUnit * size)) + Ops::load(placement.rowSums) * Ops::all(1.2 * perRowOfAll);
+  const V ownOutward = Ops::withSignOf(ownWidth, d);
+  ray.nearOffset = Ops::rounded(n + ownOutward) * ray.inverse;
+  ray.farOffset = Ops::rounded(n - ownOutward) * ray.inverse;
+  const double widthPerReach = etaPerEdge * edgePerReach * placement.largestRowSum;
+  ray.outwardPerReach = Ops::rounded(Ops::load(placement.rowSums) * Ops::all(etaPerEdge * edgePerReach)) *
+                        (ray.inverse < 0 ? -ray.inverse : ray.inverse);
+  ray.tolerance =
+      static_cast<float>(1.001 * (6 * (common + placement.largestRowSum * perRowOfAll) + 160 * kFloatUnit * size));
+  ray.tolerancePerReach = static_cast<float>(1.001 * 6 * widthPerReach);
   const double directionError = 12 * kFloatUnit + placement.imageError + 1.1 * drift * placement.largestRowSum * unit;
   const double toUnit = unit / placement.volume;
-  if (!(directionError < 0x1p-8) || !(toUnit < 1e30) || !(tau * toUnit < 1e30)) return Outlook::unknown;
+  const double grazingPerEdge = 1.02 * (kRaise * error + 24 * placement.cornerError) * D * toUnit;
+  if (!(directionError < 0x1p-8) || !(toUnit < 1e30) || !(tau * toUnit < 1e30) || !(widthPerReach < 1e30) ||
+      !(grazingPerEdge * edgePerReach < 1e30))
+    return Outlook::unknown;
   ray.normalError = static_cast<float>(1.01 * directionError);
-  ray.grazing = static_cast<float>(1.01 * (tau + 24 * placement.cornerError * E * D) * toUnit);
-  // One more rounding than where the width is part of the origin.
-  ray.width = Ops::rounded(width * Ops::all(1.2));
+  ray.grazing = static_cast<float>(grazingPerEdge * edgeError);
+  ray.grazingPerReach = static_cast<float>(grazingPerEdge * edgePerReach);
   ray.rowSums = Ops::rounded(Ops::load(placement.rowSums));
-  ray.edgePerReach = static_cast<float>(1.01 * placement.growth);
-  ray.edgeError = static_cast<float>(1.02 * 2 * placement.cornerError);
+  ray.edgePerReach = static_cast<float>(edgePerReach);
+  ray.edgeError = static_cast<float>(edgeError);
   ray.errorPerEdgeSq = static_cast<float>(1.02 * 32 * kUnit * D);
   ray.etaPerEdgeSq = static_cast<float>(1.02 * 2 * 32 * kUnit * D * reach / (0.75 * kSmallestDeterminant));
   ray.farWidth = static_cast<float>(4 * size);
@@ -230,13 +261,12 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
 
 /// Of the lanes from `first` on, as many as the operations take at once, those whose triangles the ray may hit, as
 /// bits: the test of Moeller and Trumbore without its division, in floats, each comparison loosened by the tolerance.
-/// With `grazing`, also those whose determinant may be that small.
+/// With `wary`, each triangle has a tolerance by its own reach, and those whose determinant may be grazing stay.
 template <class Ops>
 inline __attribute__((always_inline)) unsigned filterLanes(const TriangleHierarchy::Block& block, int first,
                                                            const typename Ops::Floats* origin,
                                                            const typename Ops::Floats* direction,
-                                                           typename Ops::Floats tolerancePerReach,
-                                                           const float* grazing) {
+                                                           float tolerancePerReach, const UnitRay* wary) {
   using F = typename Ops::Floats;
   const F e1x = Ops::load(block.edge1[0] + first), e1y = Ops::load(block.edge1[1] + first),
           e1z = Ops::load(block.edge1[2] + first);
@@ -252,11 +282,15 @@ inline __attribute__((always_inline)) unsigned filterLanes(const TriangleHierarc
   const F u = Ops::flip(sx * px + sy * py + sz * pz, sign);
   const F v = Ops::flip(direction[0] * qx + direction[1] * qy + direction[2] * qz, sign);
   const F size = Ops::flip(det, sign);
-  const F reach = Ops::load(block.reach + first), tolerance = tolerancePerReach * reach;
+  const F reach = Ops::load(block.reach + first);
+  F perReach = Ops::all(tolerancePerReach);
+  if (wary != nullptr) perReach = perReach + Ops::all(wary->tolerancePerReach) * reach;
+  const F tolerance = perReach * reach;
   const F least = Ops::min(Ops::min(u, v), size + tolerance - u - v);
   const unsigned lanes = Ops::lessEqual(Ops::all(0.0F) - tolerance, least) | Ops::lessEqual(size, tolerance);
-  if (grazing == nullptr) return lanes;
-  return lanes | (Ops::lessEqual(size, tolerance + Ops::all(*grazing)) & Ops::lessEqual(Ops::all(0.0F), reach));
+  if (wary == nullptr) return lanes;
+  const F grazing = Ops::all(wary->grazing) + Ops::all(wary->grazingPerReach) * reach;
+  return (lanes | Ops::lessEqual(size, tolerance + grazing)) & Ops::lessEqual(Ops::all(0.0F), reach);
 }
 
 /// Transforms a corner as transformPoint() does, x, y and z at once.
@@ -290,38 +324,53 @@ inline __attribute__((always_inline)) void prefetchExact(const TriangleHierarchy
   for (int line = 0; line < 640; line += 64) __builtin_prefetch(start + line);
 }
 
-/// Of the children of a node from `first` on those, as bits, that may hold grazed triangles which a ray hits far from
-/// where they are.
+/// Children of a node, as bits.
+struct Children {
+  unsigned met;     ///< by the ray, their boxes widened as their own edges ask for
+  unsigned grazed;  ///< those that may hold grazed triangles which the ray hits far from where they are
+};
+
+/// The children from `first` on that a wary descent has to enter.
+/// @param at  receives where the ray meets their boxes
 template <class Ops>
-inline __attribute__((always_inline)) unsigned grazedChildren(const TriangleHierarchy::View& view,
-                                                              const TriangleHierarchy::Node& node, int first,
-                                                              const UnitRay& ray) {
+inline __attribute__((always_inline)) Children meetWarily(const TriangleHierarchy::View& view,
+                                                          const TriangleHierarchy::Node& node, int first,
+                                                          const UnitRay& ray, float* at) {
   using F = typename Ops::Floats;
   const float(&normals)[6][TriangleHierarchy::kWidth] = view.normals[node.number].bounds;
-  const F edge =
-      Ops::load(view.normals[node.number].reach + first) * Ops::all(ray.edgePerReach) + Ops::all(ray.edgeError);
+  const F reach = Ops::load(view.normals[node.number].reach + first);
+  const F edge = reach * Ops::all(ray.edgePerReach) + Ops::all(ray.edgeError);
   const F edgeSq = edge * edge;
   const F eta = edgeSq * Ops::all(ray.etaPerEdgeSq);
   // Without a bound for these, boxes so wide that every ray meets them.
   const F unbounded =
       Ops::greaterOrNothing(edgeSq * Ops::all(ray.errorPerEdgeSq),
                             Ops::all(static_cast<float>(0.25 * kSmallestDeterminant)), Ops::all(ray.farWidth));
-  F near = Ops::all(-3e38F), far = Ops::all(3e38F), low = Ops::all(0.0F), high = low, size = low;
+  F near = Ops::all(ray.first), far = Ops::all(ray.last);
+  F wideNear = Ops::all(-3e38F), wideFar = Ops::all(3e38F), low = Ops::all(0.0F), high = low, size = low;
   for (int a = 0; a < 3; ++a) {
     const F inverse = Ops::all(ray.inverse[a]), direction = Ops::all(ray.direction[a]);
     const int nearPlane = ray.inverse[a] < 0 ? 3 + a : a, farPlane = 3 + 2 * a - nearPlane;
-    const F width = Ops::all(ray.width[a]) + eta * Ops::all(ray.rowSums[a]) + unbounded;
-    const F outward = width * Ops::all(ray.inverse[a] < 0 ? -ray.inverse[a] : ray.inverse[a]);
-    const F origin = Ops::all(ray.origin[a] * ray.inverse[a]);
-    near = Ops::max(near, Ops::multiplySubtract(Ops::load(node.bounds[nearPlane] + first), inverse, origin) - outward);
-    far = Ops::min(far, Ops::multiplySubtract(Ops::load(node.bounds[farPlane] + first), inverse, origin) + outward);
+    const F nearest =
+        Ops::multiplySubtract(Ops::load(node.bounds[nearPlane] + first), inverse, Ops::all(ray.nearOffset[a]));
+    const F farthest =
+        Ops::multiplySubtract(Ops::load(node.bounds[farPlane] + first), inverse, Ops::all(ray.farOffset[a]));
+    const F outward = reach * Ops::all(ray.outwardPerReach[a]);
+    near = Ops::max(near, nearest - outward);
+    far = Ops::min(far, farthest + outward);
+    const F wide =
+        (eta * Ops::all(ray.rowSums[a]) + unbounded) * Ops::all(ray.inverse[a] < 0 ? -ray.inverse[a] : ray.inverse[a]);
+    wideNear = Ops::max(wideNear, nearest - wide);
+    wideFar = Ops::min(wideFar, farthest + wide);
     const F least = Ops::load(normals[a] + first), most = Ops::load(normals[3 + a] + first);
     low = low + Ops::min(least * direction, most * direction);
     high = high + Ops::max(least * direction, most * direction);
     size = size + Ops::max(Ops::all(0.0F) - least, most);
   }
-  const F slack = size * Ops::all(ray.normalError) + Ops::all(ray.grazing);
-  return Ops::lessEqual(near, far) & Ops::lessEqual(low, slack) & Ops::lessEqual(Ops::all(0.0F) - slack, high);
+  Ops::store(at + first, near);
+  const F slack = size * Ops::all(ray.normalError) + (Ops::all(ray.grazing) + reach * Ops::all(ray.grazingPerReach));
+  return {Ops::lessEqual(near, far), Ops::lessEqual(wideNear, wideFar) & Ops::lessEqual(low, slack) &
+                                         Ops::lessEqual(Ops::all(0.0F) - slack, high)};
 }
 
 /// Tests every triangle that the filters leave between the ray's first and its last parameter, near boxes first.
@@ -352,6 +401,12 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
       alignas(32) float at[TriangleHierarchy::kWidth];
       unsigned met = 0, grazed = 0;
       for (int first = 0; first < TriangleHierarchy::kWidth; first += Ops::kLanes) {
+        if (kWarily) {
+          const Children children = meetWarily<Ops>(view, node, first, ray, at);
+          met |= children.met << first;
+          grazed |= children.grazed << first;
+          continue;
+        }
         const auto plane = [&](int row) __attribute__((always_inline)) { return Ops::load(node.bounds[row] + first); };
         const F near = Ops::max(Ops::max(Ops::all(ray.first), Ops::multiplySubtract(plane(nearX), inverseX, nearX0)),
                                 Ops::max(Ops::multiplySubtract(plane(nearY), inverseY, nearY0),
@@ -361,7 +416,6 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
                                         Ops::multiplySubtract(plane(farZ), inverseZ, farZ0)));
         Ops::store(at + first, near);
         met |= Ops::lessEqual(near, far) << first;
-        if (kWarily) grazed |= grazedChildren<Ops>(view, node, first, ray) << first;
       }
       met |= grazed;
       if (met == 0) {
@@ -400,9 +454,7 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
       if (view.isLarge) prefetchExact(block);
       unsigned hits = 0;
       for (int first = 0; first < TriangleHierarchy::kWidth; first += Ops::kLanes)
-        hits |=
-            filterLanes<Ops>(block, first, origin, direction, Ops::all(ray.tolerance), kWarily ? &ray.grazing : nullptr)
-            << first;
+        hits |= filterLanes<Ops>(block, first, origin, direction, ray.tolerance, kWarily ? &ray : nullptr) << first;
       if (hits != 0) {
         const double before = exact.best;
         do {

@@ -69,9 +69,11 @@ class Generator {
     mSize = magnitude(-3, 9);
     mCoordinates.clear();
     mIndices.clear();
-    const int kind = number(0, 5);
+    const int kind = number(0, 6);
     if (kind == 0) {
       makeSphere(number(3, 14));
+    } else if (kind == 6) {
+      makeSmallAmongLarge();
     } else {
       const int vertices = number(12, 120), triangles = number(8, 250);
       const bool isFlat = oneIn(4);
@@ -145,7 +147,7 @@ class Generator {
     }
     const double length = std::sqrt(way[0] * way[0] + way[1] * way[1] + way[2] * way[2]);
     if (!(length > 0)) way = {1, 0, 0};
-    const double distance = oneIn(20) ? 0 : mSize * magnitude(-2, 5), stretch = oneIn(3) ? magnitude(-4, 7) : 1;
+    const double distance = oneIn(20) ? 0 : mSize * magnitude(-2, 5), stretch = oneIn(3) ? magnitude(-4, 9) : 1;
     for (int a = 0; a < 3; ++a) {
       way[a] /= length > 0 ? length : 1;
       origin[a] = target[a] - way[a] * distance;
@@ -168,6 +170,19 @@ class Generator {
                    b = a + static_cast<std::uint32_t>(columns) + 1;
         mIndices.insert(mIndices.end(), {a, b, b + 1, a, b + 1, a + 1});
       }
+  }
+
+  /// Rounding bounds that are right for the large ones are far too wide for the small ones.
+  void makeSmallAmongLarge() {
+    const double small = magnitude(-6, -2);
+    for (int t = number(40, 250); t > 0; --t) {
+      const double size = oneIn(30) ? 1 : small;
+      const Triple at{between(-1, 1) * small * 10, between(-1, 1) * small * 10, between(-1, 1) * small};
+      for (int k = 0; k < 3; ++k) {
+        mIndices.push_back(static_cast<std::uint32_t>(mCoordinates.size() / 3));
+        for (const double x : at) mCoordinates.push_back((x + between(-1, 1) * size) * mSize);
+      }
+    }
   }
 
   std::mt19937 mRandom;
