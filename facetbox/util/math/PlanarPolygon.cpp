@@ -4,7 +4,6 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <utility>
 
 // The index is a binary space partition of the edges (Fuchs, Kedem, Naylor, On Visible Surface Generation by A Priori
 // Tree Structures, 1980) whose cutting lines are taken along an axis or along the edges themselves, so that bundles of
@@ -438,12 +437,28 @@ bool PlanarPolygon::leafContains(const Leaf& leaf, Vec2 p) const {
   return inside;
 }
 
-bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b) const {
+bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b) const { return anyEdgeTouches(a, b, kNoEdge); }
+
+bool PlanarPolygon::edgeTouchesOthers(std::size_t edge) const {
+  const std::size_t n = mCorners.size();
+  const Vec2 a = mCorners[edge], b = edgeEnd(edge);
+  return foldsBack(mCorners[edge > 0 ? edge - 1 : n - 1], a, b) || foldsBack(a, b, mCorners[(edge + 2) % n]) ||
+         anyEdgeTouches(a, b, edge);
+}
+
+/// Whether two edges are one or have a corner of the polygon in common.
+bool PlanarPolygon::areNeighbours(std::size_t a, std::size_t b) const {
+  const std::size_t last = mCorners.size() - 1;
+  return b != kNoEdge && (a == b || a + 1 == b || b + 1 == a || (a == 0 && b == last) || (b == 0 && a == last));
+}
+
+/// Leaves out the edge `apart` and its neighbours.
+bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b, std::size_t apart) const {
   if (isOff(mBox, a, b, 0) || !isFinite(a) || !isFinite(b)) return false;
-  if (!isIndexed()) return plainlyTouches(a, b);
+  if (!isIndexed()) return plainlyTouches(a, b, apart);
   const Vec2 localA = toLocal(a), localB = toLocal(b);
   const double magnitude = std::max({mMagnitude, maxNorm(localA), maxNorm(localB)});
-  if (!(magnitude < kMaxMagnitude)) return plainlyTouches(a, b);
+  if (!(magnitude < kMaxMagnitude)) return plainlyTouches(a, b, apart);
 
   // The segment is cut like the edges, with a margin of its own that fits its length.
   const double margin = kMargin * magnitude;
@@ -459,7 +474,7 @@ bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b) const {
     const Node& node = mNodes[index];
     if (isOff(node.box, piece.a, piece.b, margin)) continue;
     if (node.child < 0) {
-      if (leafTouches(leafOf(node), a, b)) return true;
+      if (leafTouches(leafOf(node), a, b, apart)) return true;
       continue;
     }
     const Line line{node.normal, node.offset};
@@ -473,20 +488,17 @@ bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b) const {
   return false;
 }
 
-bool PlanarPolygon::leafTouches(const Leaf& leaf, Vec2 a, Vec2 b) const {
+bool PlanarPolygon::leafTouches(const Leaf& leaf, Vec2 a, Vec2 b, std::size_t apart) const {
   for (std::size_t i = leaf.begin; i < leaf.end; ++i) {
     const std::size_t edge = mLeafEdges[i];
-    if (segmentsTouch(mCorners[edge], edgeEnd(edge), a, b)) return true;
+    if (segmentsTouch(mCorners[edge], edgeEnd(edge), a, b) && !areNeighbours(edge, apart)) return true;
   }
   return false;
 }
 
-bool PlanarPolygon::plainlyTouches(Vec2 a, Vec2 b) const {
-  if (mCorners.empty()) return false;
-  Vec2 from = mCorners.back();
-  for (const Vec2 to : mCorners) {
-    if (segmentsTouch(std::exchange(from, to), to, a, b)) return true;
-  }
+bool PlanarPolygon::plainlyTouches(Vec2 a, Vec2 b, std::size_t apart) const {
+  for (std::size_t edge = 0; edge < mCorners.size(); ++edge)
+    if (segmentsTouch(mCorners[edge], edgeEnd(edge), a, b) && !areNeighbours(edge, apart)) return true;
   return false;
 }
 

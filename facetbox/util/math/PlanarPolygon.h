@@ -63,6 +63,10 @@ class PlanarPolygon {
   /// each edge of the smaller.
   bool anyEdgeTouches(const PlanarPolygon& other) const;
 
+  /// Whether an edge shares a point with any other, but for the corners that it has in common with those before and
+  /// behind it.
+  bool edgeTouchesOthers(std::size_t edge) const;
+
   /// Builds the index now if the polygon is of a size that may have one, for a caller that knows of many queries.
   void buildIndex() const;
 
@@ -85,14 +89,18 @@ class PlanarPolygon {
     bool isReferenceInside;
   };
 
+  static constexpr std::size_t kNoEdge = static_cast<std::size_t>(-1);
+
   Vec2 edgeEnd(std::size_t edge) const { return mCorners[edge + 1 < mCorners.size() ? edge + 1 : 0]; }
   Vec2 toLocal(Vec2 p) const { return {p.x - mCenter.x, p.y - mCenter.y}; }
   bool isIndexed() const;
   std::size_t nodeAt(Vec2 local) const;
   const Leaf& leafOf(const Node& node) const { return mLeaves[static_cast<std::size_t>(-1 - node.child)]; }
   bool leafContains(const Leaf& leaf, Vec2 p) const;
-  bool leafTouches(const Leaf& leaf, Vec2 a, Vec2 b) const;
-  bool plainlyTouches(Vec2 a, Vec2 b) const;
+  bool areNeighbours(std::size_t a, std::size_t b) const;
+  bool anyEdgeTouches(Vec2 a, Vec2 b, std::size_t apart) const;
+  bool leafTouches(const Leaf& leaf, Vec2 a, Vec2 b, std::size_t apart) const;
+  bool plainlyTouches(Vec2 a, Vec2 b, std::size_t apart) const;
 
   std::vector<Vec2> mCorners;
   Box2 mBox = emptyBox();

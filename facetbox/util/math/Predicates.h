@@ -59,6 +59,13 @@ inline bool segmentsTouch(Vec2 p, Vec2 q, Vec2 r, Vec2 s) {
   return !detail::boxesApart(p, q, r, s) && detail::segmentsTouchInBox(p, q, r, s);
 }
 
+/// Whether the edges ab and bc share more than the corner b, or one of them has no length.
+inline bool foldsBack(Vec2 a, Vec2 b, Vec2 c) {
+  const bool isFold = (a.x < b.x && c.x < b.x) || (a.x > b.x && c.x > b.x) || (a.y < b.y && c.y < b.y) ||
+                      (a.y > b.y && c.y > b.y) || a == b || b == c;
+  return isFold && orientation(a, b, c) == 0;
+}
+
 /// Whether p lies strictly inside the polygon by the even-odd rule; a point on any edge is outside. The polygon may
 /// intersect itself and repeat corners.
 /// False for fewer than 3 corners, for a non-finite p and where any corner is not finite. O(corners), no allocation.

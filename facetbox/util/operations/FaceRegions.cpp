@@ -179,6 +179,7 @@ std::span<const std::uint32_t> FaceRegions::borderFrom(std::uint32_t vertex) {
 void FaceRegions::putOut(std::uint32_t face) {
   if (!isMember(face)) return;
   mRegionOf[face] = kFree;
+  mOut.push_back(face);
   const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
   for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(face); ++corner) {
     if (!isInner(corner)) continue;
@@ -187,23 +188,27 @@ void FaceRegions::putOut(std::uint32_t face) {
   }
 }
 
+std::vector<std::uint32_t> FaceRegions::fanAt(std::uint32_t start) const {
+  std::vector<std::uint32_t> fan{mTwins.faceOf(start)};
+  for (std::uint32_t arriving = previousCorner(start); isInner(arriving);) {
+    const std::uint32_t leaving = mTwins.twinOf(arriving);
+    fan.push_back(mTwins.faceOf(leaving));
+    arriving = previousCorner(leaving);
+  }
+  return fan;
+}
+
 /// Keeps one fan at a vertex. False where that would put out the seed.
 bool FaceRegions::resolveAt(std::uint32_t vertex) {
   const auto starts = borderFrom(vertex);
   if (starts.size() < 2) return true;
 
-  // A fan begins at a border edge that leaves the vertex and turns over inner edges up to one that arrives.
   std::vector<std::vector<std::uint32_t>> fans;
   std::size_t kept = 0;
   double keptArea = -1.0;
   bool keptHasSeed = false;
   for (const std::uint32_t start : starts) {
-    std::vector<std::uint32_t> fan{mTwins.faceOf(start)};
-    for (std::uint32_t arriving = previousCorner(start); isInner(arriving);) {
-      const std::uint32_t leaving = mTwins.twinOf(arriving);
-      fan.push_back(mTwins.faceOf(leaving));
-      arriving = previousCorner(leaving);
-    }
+    std::vector<std::uint32_t> fan = fanAt(start);
     double area = 0.0;
     std::ranges::sort(fan);  // so that the sum does not depend on where the fan began
     for (const std::uint32_t face : fan) area += std::fabs(mAreas[face]);
@@ -223,10 +228,14 @@ bool FaceRegions::resolveAt(std::uint32_t vertex) {
     if (std::ranges::binary_search(fans[i], mSeed)) return false;
     for (const std::uint32_t face : fans[i]) putOut(face);
   }
+  putOutWhatIsCutOff();
+  return true;
+}
+
+void FaceRegions::putOutWhatIsCutOff() {
   const std::vector<std::uint32_t> loose = std::move(mLoose);
   mLoose.clear();
   SplitSearch(*this).run(loose);
-  return true;
 }
 
 bool FaceRegions::resolvePinches() {
@@ -235,16 +244,106 @@ bool FaceRegions::resolvePinches() {
     for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(face); ++corner)
       if (!isInner(corner)) addBorder(corner);
   }
-  const bool hadPinches = !mPinches.empty();
+  return settlePinches();
+}
+
+bool FaceRegions::settlePinches() {
   while (!mPinches.empty()) {
     std::ranges::pop_heap(mPinches, std::greater());
     const std::uint32_t vertex = mPinches.back();
     mPinches.pop_back();
     if (!resolveAt(vertex)) return false;
   }
-  if (hadPinches) std::erase_if(mMembers, [&](std::uint32_t face) { return !isMember(face); });
+  if (!mOut.empty()) {
+    std::erase_if(mMembers, [&](std::uint32_t face) { return !isMember(face); });
+    mKeptCorners = cornersOf(mMembers);
+  }
   std::ranges::sort(mMembers);
   return true;
+}
+
+/// Faces of equal area come by number like seeds: the later one counts as smaller.
+bool FaceRegions::isSmaller(std::uint32_t a, std::uint32_t b) const {
+  const double areaA = std::fabs(mAreas[a]), areaB = std::fabs(mAreas[b]);
+  return areaA < areaB || (areaA == areaB && a > b);
+}
+
+void FaceRegions::markFlaw(std::span<const std::uint32_t> corners) {
+  std::vector<std::uint32_t> places(corners.begin(), corners.end());
+  std::ranges::sort(places, {}, [&](std::uint32_t corner) { return mFaces.vertexAt(corner); });
+  for (const std::uint32_t corner : places) {
+    std::vector<std::uint32_t> fan = fanAt(corner);
+    std::erase(fan, mSeed);
+    if (fan.empty()) continue;
+    if (mRound < kSingleRounds)
+      mMarked.push_back(*std::ranges::min_element(fan, [&](auto a, auto b) { return isSmaller(a, b); }));
+    else
+      mMarked.insert(mMarked.end(), fan.begin(), fan.end());
+    return;
+  }
+}
+
+void FaceRegions::markFlaw(std::uint32_t face) {
+  if (face != mSeed) mMarked.push_back(face);
+}
+
+/// Marks all around what is marked, in later rounds.
+void FaceRegions::markPatches() {
+  std::ranges::sort(mMarked);
+  mMarked.erase(std::unique(mMarked.begin(), mMarked.end()), mMarked.end());
+  if (mRound <= kSingleRounds) return;
+  const unsigned doublings = std::min(2 * (mRound - kSingleRounds - 1), 32u);
+  std::vector<bool> isMarked(mMembers.size());
+  const auto mark = [&](std::uint32_t face) {  // members are sorted
+    const auto place = static_cast<std::size_t>(std::ranges::lower_bound(mMembers, face) - mMembers.begin());
+    const bool isNew = !isMarked[place];
+    isMarked[place] = true;
+    return isNew;
+  };
+  mark(mSeed);
+  for (const std::uint32_t face : mMarked) mark(face);
+  std::size_t next = 0;
+  for (std::uint64_t step = 0; step < std::uint64_t{1} << doublings && next < mMarked.size(); ++step) {
+    for (const std::size_t ring = mMarked.size(); next < ring; ++next) {
+      const auto begin = static_cast<std::uint32_t>(mFaces.offset(mMarked[next]));
+      for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(mMarked[next]); ++corner)
+        if (isInner(corner) && mark(mTwins.faceOf(mTwins.twinOf(corner))))
+          mMarked.push_back(mTwins.faceOf(mTwins.twinOf(corner)));
+    }
+  }
+}
+
+bool FaceRegions::putOutMarked() {
+  if (mMarked.empty()) return false;
+  markPatches();
+  ++mRound;
+  // Following the loops has used up the chains.
+  for (const std::uint32_t corner : mLoopCorners) {
+    mFirstBorder[mFaces.vertexAt(corner)] = corner;
+    mNextBorder[corner] = kNone;
+  }
+  mLoose.clear();
+  for (const std::uint32_t face : mMarked) putOut(face);
+  mMarked.clear();
+  putOutWhatIsCutOff();
+  return settlePinches();
+}
+
+void FaceRegions::giveUp() {
+  for (const std::uint32_t face : mMembers) {
+    if (!isMember(face) || face == mSeed) continue;
+    mRegionOf[face] = kFree;
+    mOut.push_back(face);
+  }
+  mMembers.assign(1, mSeed);
+  mMarked.clear();
+  mKeptCorners = cornersOf(mMembers);
+}
+
+std::uint64_t FaceRegions::cornersOf(std::span<const std::uint32_t> faces) const {
+  std::uint64_t sum = 0;
+  for (const std::uint32_t face : faces) sum += mFaces.cornerCount(face);
+  return sum;
 }
 
 /// Appends the loop of the border that a corner lies on.
@@ -283,6 +382,11 @@ const std::vector<FaceRegions::Loop>& FaceRegions::borderLoops() {
 }
 
 void FaceRegions::finish() {
+  if (!mOut.empty() && mKeptCorners < cornersOf(mOut)) {
+    if (mTimesOut.empty()) mTimesOut.resize(mRegionOf.size(), 0);
+    for (const std::uint32_t face : mOut) ++mTimesOut[face];
+  }
+  mOut.clear();
   for (const std::uint32_t vertex : mTouchedVertices) mFirstBorder[vertex] = kNone;
   mTouchedVertices.clear();
   mPinches.clear();

@@ -4,12 +4,12 @@
 #include <array>
 #include <bit>
 #include <cmath>
-#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
 
 #include <facetbox/util/math/Angle.h>
+#include <facetbox/util/math/LoopShape.h>
 #include <facetbox/util/mesh/EdgeTwins.h>
 #include <facetbox/util/mesh/HoleAssignment.h>
 #include <facetbox/util/mesh/Maintenance.h>
@@ -25,6 +25,12 @@ constexpr double kAngleSlack = 1e-6;  // degrees; covers the rounding of normals
 constexpr double kDegreesPerRadian = 57.29577951308232;
 constexpr double kTexCoordTolerance = 0.001;
 
+/// A face of many corners that so many of them have kept out of regions, each time another one than the time before,
+/// joins none any more. As the corner that decided last is asked first, all regions that come across such a face cost
+/// no more than so many looks at all of its corners.
+constexpr std::uint8_t kMostScans = 64;
+constexpr std::size_t kFewCorners = 16;
+
 /// Whether two unit normals differ by no more than an angle: angleBetween() decides, but only near the limit does it
 /// have to be asked.
 class NormalTest {
@@ -33,6 +39,7 @@ class NormalTest {
       : mLimitDegrees(std::min(toleranceDegrees, kLargestTolerance) + kAngleSlack) {
     const double halfChord = std::sin(mLimitDegrees / kDegreesPerRadian / 2.0);
     mLimitChordSq = 4.0 * halfChord * halfChord;
+    mLimitSine = std::sin(mLimitDegrees / kDegreesPerRadian);
   }
 
   /// Whether no normal at all is accepted beside both: by the triangle inequality, their chords would add up to theirs.
@@ -46,9 +53,15 @@ class NormalTest {
     return angleBetween(a, b) * kDegreesPerRadian <= mLimitDegrees;
   }
 
+  /// Whether a direction, of any length, leaves the plane of a normal by no more than the angle.
+  bool staysInPlane(const Vec3& direction, const Vec3& normal) const {
+    return std::fabs(dot(direction, normal)) <= mLimitSine * length(direction);
+  }
+
  private:
   double mLimitDegrees;
   double mLimitChordSq;
+  double mLimitSine;
 };
 
 /// The affine map from space to texture coordinates that a face's largest triangle defines.
@@ -157,6 +170,7 @@ class CoplanarMerge {
 
   std::uint64_t run() {
     keepHolesApart();
+    keepNonFiniteApart();
     measureFaces();
     Buffer<std::uint32_t> seeds = findSeeds();
     if (seeds.empty()) return 0;
@@ -169,7 +183,12 @@ class CoplanarMerge {
       const std::uint32_t seed = seeds[i];
       if (!regions.isFree(seed)) continue;
       growFrom(seed, regions);
-      if (regions.members().size() > 1 && regions.resolvePinches()) mergeFacesWithSharedEdge(seed, regions);
+      if (regions.members().size() > 1) {
+        if (mend(seed, regions))
+          mergeFacesWithSharedEdge(seed, regions.members());
+        else
+          regions.giveUp();
+      }
       regions.finish();
     }
     if (mMergedCount == 0) return 0;
@@ -186,14 +205,33 @@ class CoplanarMerge {
     std::uint32_t face, run;
   };
 
+  /// Which corner kept a face out of a region last, and how often another had done that before.
+  struct Scan {
+    std::uint32_t corner;
+    std::uint8_t count;
+  };
+
   /// Hole faces take no part.
   void keepHolesApart() {
     mIsHole = m.mHoles.outerOfHoles(m.mFaces.size());
-    for (std::size_t face = 0; face < mIsHole.size(); ++face) {
-      if (mIsHole[face] == HoleTable::kNone) continue;
-      for (std::size_t p = m.mFaces.offset(face); p < m.mFaces.offset(face) + m.mFaces.cornerCount(face); ++p)
-        mTwins.forgetTwin(static_cast<std::uint32_t>(p));
-    }
+    for (std::size_t face = 0; face < mIsHole.size(); ++face)
+      if (mIsHole[face] != HoleTable::kNone) keepApart(face);
+  }
+
+  /// Nor do faces with a corner that is nowhere.
+  void keepNonFiniteApart() {
+    const auto isNowhere = [](const Vec3& p) {
+      return !(std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z));
+    };
+    if (std::ranges::none_of(m.mVertices, isNowhere)) return;
+    for (std::size_t face = 0; face < m.mFaces.size(); ++face)
+      if (std::ranges::any_of(m.mFaces.corners(face), [&](std::uint32_t v) { return isNowhere(m.mVertices[v]); }))
+        keepApart(face);
+  }
+
+  void keepApart(std::size_t face) {
+    for (std::size_t p = m.mFaces.offset(face); p < m.mFaces.offset(face) + m.mFaces.cornerCount(face); ++p)
+      mTwins.forgetTwin(static_cast<std::uint32_t>(p));
   }
 
   void measureFaces() {
@@ -263,15 +301,15 @@ class CoplanarMerge {
         if (hasPlane(neighbour) && mNormalTest.areFarApart(m.mFaces.normal(neighbour), m.mFaces.normal(face)))
           mTwins.forgetTwin(p);
         else
-          isSeed = isSeed || fitsPlane(neighbour, face);
+          isSeed = isSeed || !hasPlane(neighbour) || facesAlike(neighbour, face);
       }
       if (isSeed) seeds.push_back(face);
     }
     return seeds;
   }
 
-  bool fitsPlane(std::uint32_t face, std::uint32_t seed) const {
-    return !hasPlane(face) || mNormalTest.accepts(m.mFaces.normal(face), m.mFaces.normal(seed));
+  bool facesAlike(std::uint32_t face, std::uint32_t seed) const {
+    return mNormalTest.accepts(m.mFaces.normal(face), m.mFaces.normal(seed));
   }
 
   /// Whether a face's turn as a seed would come after that of `seed`. Faces whose turn has passed without growing are
@@ -288,13 +326,14 @@ class CoplanarMerge {
   /// The run of every face, when there are runs.
   void findRuns() {
     if (m.mRunStarts.empty()) return;
-    mRunOf.resize(m.mFaces.size());
+    for (std::size_t face = 0; face < m.mFaces.size(); ++face) addRun();
+  }
+
+  /// Finds the run of the next face.
+  void addRun() {
     // A face's run is the one before the first start greater than it, which can only move up with the face.
-    std::size_t next = 0;
-    for (std::uint32_t face = 0; face < mRunOf.size(); ++face) {
-      while (next < m.mRunStarts.size() && m.mRunStarts[next] <= face) ++next;
-      mRunOf[face] = static_cast<std::uint32_t>(next == 0 ? 0 : next - 1);
-    }
+    while (mNextRun < m.mRunStarts.size() && m.mRunStarts[mNextRun] <= mRunOf.size()) ++mNextRun;
+    mRunOf.push_back(static_cast<std::uint32_t>(mNextRun == 0 ? 0 : mNextRun - 1));
   }
 
   const ShaderHandle& materialOf(std::uint32_t face) const {
@@ -310,12 +349,14 @@ class CoplanarMerge {
         mTextureMaps.emplace_back(std::countr_zero(bits), TextureMap(m, seed, std::countr_zero(bits), triangle));
     }
     regions.grow(seed, [&](std::uint32_t face, std::uint32_t corner, std::uint32_t neighbour, std::uint32_t twin) {
-      return comesLater(neighbour, seed) && fitsPlane(neighbour, seed) && carrySameSets(neighbour, seed) &&
-             (!mCompareAttributes || attributesAgree(seed, face, corner, neighbour, twin));
+      return comesLater(neighbour, seed) && (!hasPlane(neighbour) || facesAlike(neighbour, seed)) &&
+             carrySameSets(neighbour, seed) &&
+             (!mCompareAttributes || attributesAgree(seed, face, corner, neighbour, twin)) &&
+             cornersFit(neighbour, seed, corner);
     });
   }
 
-  /// Whether a neighbour continues the region's material and texture mapping over their common edge.
+  /// Whether a neighbour continues the region's material, and its texture coordinates along their common edge.
   bool attributesAgree(std::uint32_t seed, std::uint32_t face, std::uint32_t corner, std::uint32_t neighbour,
                        std::uint32_t twin) const {
     if (materialOf(neighbour) != materialOf(seed)) return false;
@@ -324,14 +365,43 @@ class CoplanarMerge {
     };
     const auto after = [&](std::uint32_t f, std::uint32_t c) { return c + 1 == m.mFaces.cornerCount(f) ? 0 : c + 1; };
     const std::uint32_t here = cornerIn(face, corner), there = cornerIn(neighbour, twin);
-    for (const auto& [set, map] : mTextureMaps) {
+    return std::ranges::all_of(mTextureMaps, [&](const auto& setAndMap) {
+      const int set = setAndMap.first;
       const auto& pairs = m.mTexCoords[set];
       const auto ours = m.mFaces.cornerSet(face, set), theirs = m.mFaces.cornerSet(neighbour, set);
-      if (!areClose(pairs, ours[here], theirs[after(neighbour, there)])) return false;
-      if (!areClose(pairs, ours[after(face, here)], theirs[there])) return false;
-      const auto corners = m.mFaces.corners(neighbour);
-      for (std::size_t i = 0; i < corners.size(); ++i)
-        if (theirs[i] >= pairs.size() || !map.agrees(m.mVertices[corners[i]], pairs[theirs[i]])) return false;
+      return areClose(pairs, ours[here], theirs[after(neighbour, there)]) &&
+             areClose(pairs, ours[after(face, here)], theirs[there]);
+    });
+  }
+
+  /// Whether all corners of a face continue the seed's texture mapping and, where the face has no plane of its own, lie
+  /// in that of the seed as seen from the common edge, which starts at `corner`.
+  bool cornersFit(std::uint32_t face, std::uint32_t seed, std::uint32_t corner) {
+    if (hasPlane(face) && mTextureMaps.empty()) return true;
+    const auto vertices = m.mFaces.corners(face);
+    const auto fits = [&](std::uint32_t i) {
+      const Vec3& p = m.mVertices[vertices[i]];
+      if (!hasPlane(face) &&
+          !mNormalTest.staysInPlane(p - m.mVertices[m.mFaces.vertexAt(corner)], m.mFaces.normal(seed)))
+        return false;
+      return std::ranges::all_of(mTextureMaps, [&](const auto& setAndMap) {
+        const auto& [set, map] = setAndMap;
+        const std::uint32_t pair = m.mFaces.cornerSet(face, set)[i];
+        return pair < m.mTexCoords[set].size() && map.agrees(p, m.mTexCoords[set][pair]);
+      });
+    };
+    if (vertices.size() <= kFewCorners) {
+      for (std::uint32_t i = 0; i < vertices.size(); ++i)
+        if (!fits(i)) return false;
+      return true;
+    }
+    if (mScans.empty()) mScans.resize(mAreas.size(), {0, 0});
+    Scan& scan = mScans[face];
+    if (scan.count != 0 && (scan.count == kMostScans || !fits(scan.corner))) return false;
+    for (std::uint32_t i = 0; i < vertices.size(); ++i) {
+      if (fits(i)) continue;
+      scan = {i, static_cast<std::uint8_t>(scan.count + 1)};
+      return false;
     }
     return true;
   }
@@ -344,66 +414,99 @@ class CoplanarMerge {
 
   using Loop = FaceRegions::Loop;
 
-  /// Replaces the region's faces by one, its inner edges all cancelled at once; inner loops become hole faces.
-  void mergeFacesWithSharedEdge(std::uint32_t seed, FaceRegions& regions) {
-    const std::vector<std::uint32_t>& members = regions.members();
-    if (members.size() < 2) return;
-    const std::optional<Loop> outer = extractOuterLoop(seed, regions.borderLoops());
-    if (!outer || !holesWouldStay(*outer, mInnerLoops, members)) return;
-
-    const std::uint32_t survivor = members.front();
-    changeMaterial(survivor, seed);
-    const std::int32_t tag = m.mFaces.tag(seed);
-    for (const std::uint32_t member : members) noteNewOuter(member, survivor);
-    // Inner loops are read from the members' corners later: these have to stay.
-    writeLoop(survivor, *outer, mInnerLoops.empty() ? roomOf(members) : 0);
-    m.mFaces.setTag(survivor, tag);
-    extractAndRemoveHoles(seed, survivor, mInnerLoops, members);
-    mMergedCount += members.size() - 1;
+  /// Puts faces out of the region until its border is one outer loop with holes that would stay: mOuterLoops and
+  /// mInnerLoops. False where that does not help.
+  bool mend(std::uint32_t seed, FaceRegions& regions) {
+    if (!regions.resolvePinches()) return false;
+    while (regions.members().size() > 1 && !(loopsAreSound(seed, regions) && holesWouldStay(regions)))
+      if (!regions.putOutMarked()) return false;
+    return true;
   }
 
-  /// The one loop of positive area; none where there is not exactly one. The others become mInnerLoops.
-  std::optional<Loop> extractOuterLoop(std::uint32_t seed, std::span<const Loop> loops) {
-    std::optional<Loop> outer;
+  /// Sorts the border into outer and inner loops, by the sign of their area. Marks loops that are neither or touch
+  /// themselves, and all outer ones but the largest; false where there are any.
+  bool loopsAreSound(std::uint32_t seed, FaceRegions& regions) {
+    mOuterLoops.clear();
     mInnerLoops.clear();
-    for (const Loop& loop : loops) {
-      if (loop.size() < 3) return {};
-      if (!(signedArea(loop, m.mFaces.normal(seed)) > 0.0)) {
+    bool areSound = true;
+    for (const Loop& loop : regions.borderLoops()) {
+      const double area = measureLoop(loop, m.mFaces.normal(seed), regions, areSound);
+      if (area > 0.0)
+        mOuterLoops.push_back(loop);
+      else if (area < 0.0)
         mInnerLoops.push_back(loop);
-        continue;
-      }
-      if (outer) return {};
-      outer = loop;
+      else
+        regions.markFlaw(loop);
+      areSound = areSound && area != 0.0;
     }
-    return outer;
+    if (mOuterLoops.size() == 1) return areSound;
+    const auto areaOf = [&](const Loop& loop) {
+      projectLoop(loop, m.mFaces.normal(seed));
+      return signedArea(mProjected);
+    };
+    if (mOuterLoops.empty()) mOuterLoops.swap(mInnerLoops);
+    const auto largest = std::ranges::max_element(mOuterLoops, {}, areaOf);
+    for (auto loop = mOuterLoops.begin(); loop != mOuterLoops.end(); ++loop)
+      if (loop != largest) regions.markFlaw(*loop);
+    return false;
   }
 
-  double signedArea(const Loop& loop, const Vec3& normal) const {
-    Vec3 sum{0.0, 0.0, 0.0};
-    const Vec3 first = m.mVertices[m.mFaces.vertexAt(loop[0])];
-    for (std::size_t i = 2; i < loop.size(); ++i)
-      sum = sum +
-            cross(m.mVertices[m.mFaces.vertexAt(loop[i - 1])] - first, m.mVertices[m.mFaces.vertexAt(loop[i])] - first);
-    return 0.5 * dot(sum, normal);
+  /// The area of a loop, of a convex one only its sign; 0 for a loop without area. Marks where it touches itself.
+  double measureLoop(const Loop& loop, const Vec3& normal, FaceRegions& regions, bool& isSound) {
+    if (loop.size() < 3) return 0.0;
+    projectLoop(loop, normal);
+    if (mProjected.size() < 3) return 0.0;
+    if (const int turn = convexTurn(mProjected); turn != 0) return turn;
+    const double area = signedArea(mProjected);
+    if (area == 0.0 || isSimple(mProjected, mPolygon)) return area;
+    isSound = false;
+    mPolygon.assign(mProjected);
+    mPolygon.buildIndex();
+    for (std::size_t edge = 0; edge < mProjected.size(); ++edge)
+      if (mPolygon.edgeTouchesOthers(edge))
+        regions.markFlaw(
+            std::array{mProjectedCorners[edge], mProjectedCorners[edge + 1 < mProjected.size() ? edge + 1 : 0]});
+    return area;
+  }
+
+  /// Sees a loop along the largest component of a normal, from the side that it points to. Of corners that follow each
+  /// other and look the same, only the first counts: edges without length do no harm.
+  void projectLoop(const Loop& loop, const Vec3& normal) {
+    const int axis = dominantAxis(normal);
+    const double along = axis == 0 ? normal.x : axis == 1 ? normal.y : normal.z;
+    // Of the planes that project() shows, (z, y) and (x, z) are seen from behind.
+    const double sign = (along < 0.0) == (axis == 2) ? -1.0 : 1.0;
+    mProjected.clear();
+    mProjectedCorners.clear();
+    for (const std::uint32_t corner : loop) {
+      Vec2 p = project(m.mVertices[m.mFaces.vertexAt(corner)], axis);
+      p.x *= sign;
+      if (!mProjected.empty() && p == mProjected.back()) continue;
+      mProjected.push_back(p);
+      mProjectedCorners.push_back(corner);
+    }
+    while (mProjected.size() > 1 && mProjected.back() == mProjected.front()) mProjected.pop_back();
   }
 
   /// Whether hole assignment would keep all the holes that the merged face is to have: those of the members and the
-  /// new ones. Asked of a small mesh of these faces alone.
-  bool holesWouldStay(const Loop& outer, std::span<const Loop> newHoles, std::span<const std::uint32_t> members) {
-    std::vector<std::uint32_t> oldHoles;
+  /// new ones. Asked of a small mesh of these faces alone. Marks those that would go.
+  bool holesWouldStay(FaceRegions& regions) {
+    const std::vector<std::uint32_t>& members = regions.members();
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> oldHoles;  // with their members
     if (!m.mHoles.empty()) {
       if (mGroups.empty()) mGroups = m.mHoles.groupsByOuter(m.mFaces.size());
-      for (const std::uint32_t member : members) {
+      for (const std::uint32_t member : members)
         for (const HoleTable::Group& group : HoleTable::groupsOf(member, mGroups))
-          oldHoles.insert(oldHoles.end(), group.holes.begin(), group.holes.end());
-      }
+          for (const std::uint32_t hole : group.holes)
+            if (hole < m.mFaces.size()) oldHoles.emplace_back(member, hole);
     }
-    if (newHoles.empty() && oldHoles.empty()) return true;
+    if (mInnerLoops.empty() && oldHoles.empty()) return true;
 
     std::vector<Vec3> vertices;
     std::vector<Polygon> faces;
     const auto addFace = [&](std::size_t count, const auto& vertexOf) {
       Polygon& face = faces.emplace_back();
+      face.mTag = static_cast<std::int32_t>(faces.size() - 1);
       for (std::size_t i = 0; i < count; ++i) {
         face.mVertexIndices.push_back(static_cast<std::uint32_t>(vertices.size()));
         vertices.push_back(m.mVertices[vertexOf(i)]);
@@ -413,18 +516,42 @@ class CoplanarMerge {
     const auto addLoop = [&](const Loop& loop) {
       addFace(loop.size(), [&](std::size_t i) { return m.mFaces.vertexAt(loop[i]); });
     };
-    addLoop(outer);
-    for (const std::uint32_t hole : oldHoles)
-      if (hole < m.mFaces.size())
-        addFace(m.mFaces.cornerCount(hole), [&](std::size_t i) { return m.mFaces.corners(hole)[i]; });
-    for (const Loop& loop : newHoles) addLoop(loop);
+    addLoop(mOuterLoops.front());
+    for (const auto& [member, hole] : oldHoles)
+      addFace(m.mFaces.cornerCount(hole), [&, h = hole](std::size_t i) { return m.mFaces.corners(h)[i]; });
+    for (const Loop& loop : mInnerLoops) addLoop(loop);
     Mesh probe("", vertices, faces);
     std::vector<std::uint32_t> group(faces.size() + 1);
     for (std::uint32_t face = 0; face < faces.size(); ++face) group[face] = face;
     group.back() = HoleTable::kEnd;
     probe.storage().mHoles.append(group.data(), group.size());
     assignHoles(probe);
-    return probe.storage().mFaces.size() == faces.size();
+
+    const PrimitiveList& kept = probe.storage().mFaces;
+    if (kept.size() == faces.size()) return true;
+    for (std::size_t face = 1, next = 1; face < faces.size(); ++face) {
+      if (next < kept.size() && kept.tag(next) == static_cast<std::int32_t>(face))
+        ++next;
+      else if (face <= oldHoles.size())
+        regions.markFlaw(oldHoles[face - 1].first);
+      else
+        regions.markFlaw(mInnerLoops[face - 1 - oldHoles.size()]);
+    }
+    return false;
+  }
+
+  /// Replaces the region's faces by one, its inner edges all cancelled at once; inner loops become hole faces.
+  void mergeFacesWithSharedEdge(std::uint32_t seed, std::span<const std::uint32_t> members) {
+    if (members.size() < 2) return;
+    const std::uint32_t survivor = members.front();
+    changeMaterial(survivor, seed);
+    const std::int32_t tag = m.mFaces.tag(seed);
+    for (const std::uint32_t member : members) noteNewOuter(member, survivor);
+    // Inner loops are read from the members' corners later: these have to stay.
+    writeLoop(survivor, mOuterLoops.front(), mInnerLoops.empty() ? roomOf(members) : 0);
+    m.mFaces.setTag(survivor, tag);
+    extractAndRemoveHoles(seed, survivor, mInnerLoops, members);
+    mMergedCount += members.size() - 1;
   }
 
   /// The inner loops become hole faces: at the places of the members that are no longer needed, ascending, then at the
@@ -440,6 +567,7 @@ class CoplanarMerge {
       } else {
         face = static_cast<std::uint32_t>(m.mFaces.size());
         m.mFaces.appendLike(survivor, 0);
+        if (!mRunOf.empty()) addRun();
         changeMaterial(face, seed);
       }
       writeLoop(face, loop, 0);
@@ -476,22 +604,17 @@ class CoplanarMerge {
   }
 
   void changeMaterial(std::uint32_t face, std::uint32_t seed) {
-    if (mRunOf.empty()) return;
-    // A face behind the list lies in the last run.
-    const std::size_t run = face < mRunOf.size() ? mRunOf[face] : m.runOf(face);
-    if (m.mRunMaterials[run] != m.mRunMaterials[mRunOf[seed]]) mMaterialChanges.push_back({face, mRunOf[seed]});
+    if (mRunOf.empty() || m.mRunMaterials[mRunOf[face]] == m.mRunMaterials[mRunOf[seed]]) return;
+    mMaterialChanges.push_back({face, mRunOf[seed]});
   }
 
   /// Writes the runs anew, one per stretch of faces of one material.
   void applyMaterialChanges() {
-    std::vector<std::uint32_t> runOf(mRunOf.begin(), mRunOf.end());
-    for (std::size_t face = runOf.size(); face < m.mFaces.size(); ++face)
-      runOf.push_back(static_cast<std::uint32_t>(m.runOf(static_cast<std::uint32_t>(face))));
-    for (const MaterialChange& change : mMaterialChanges) runOf[change.face] = change.run;
+    for (const MaterialChange& change : mMaterialChanges) mRunOf[change.face] = change.run;
     std::vector<MaterialPair> materials;
     SmallIndexList starts;
-    for (std::uint32_t face = 0; face < runOf.size(); ++face) {
-      const MaterialPair& material = m.mRunMaterials[runOf[face]];
+    for (std::uint32_t face = 0; face < mRunOf.size(); ++face) {
+      const MaterialPair& material = m.mRunMaterials[mRunOf[face]];
       if (!materials.empty() && materials.back() == material) continue;
       materials.push_back(material);
       starts.push_back(face);
@@ -508,9 +631,14 @@ class CoplanarMerge {
   std::vector<std::uint32_t> mIsHole;  // per face the outer face it is a hole of; empty without holes
   Buffer<double> mAreas;               // with the sign bit where the face has no plane: one read tells both
   Buffer<std::uint32_t> mRunOf;        // empty without runs
+  std::size_t mNextRun = 0;            // the first that starts behind the last face of mRunOf
+  Buffer<Scan> mScans;                 // per face; empty until a face's corners are looked at
   std::vector<std::pair<int, TextureMap>> mTextureMaps;  // of the current seed, per carried set
   Buffer<std::uint32_t> mScratch;
-  std::vector<Loop> mInnerLoops;  // of the current region
+  std::vector<Loop> mOuterLoops, mInnerLoops;    // of the current region; sound ones have one outer loop
+  std::vector<Vec2> mProjected;                  // the current loop
+  std::vector<std::uint32_t> mProjectedCorners;  // whose points these are
+  PlanarPolygon mPolygon;                        // likewise, where it is large
   std::vector<HoleTable::Group> mGroups;
   std::vector<std::uint32_t> mNewOuterOf;  // empty as long as no hole can be concerned
   std::vector<HoleTable::NewHole> mNewHoles;

@@ -11,12 +11,22 @@ namespace util {
 /// A region grows from a seed over clean edges (used by exactly two faces, once each, in opposite directions, neither
 /// of them a hole face) to every face whose normal differs from the seed's by at most `toleranceDegrees` (plus 1e-6).
 /// It is held against the seed, never against the neighbour: a gently curved surface falls into patches, and nothing
-/// drifts. Faces without area have no plane of their own and may join any region. Seeds come by decreasing area, ties
-/// by lower index. Faces that carry different texture-coordinate sets never join.
+/// drifts. Seeds come by decreasing area, ties by lower index. Faces that carry different texture-coordinate sets never
+/// join, nor do faces with a coordinate that is not finite. A face without area has no plane of its own and never
+/// seeds; it joins where it brings no corner out of the plane: seen from the start of the edge over which it joins,
+/// none of its corners lies in a direction that leaves the seed's plane by more than that angle.
 ///
 /// The border of a region becomes one face: its loop of positive area the outer boundary, the other loops hole faces,
-/// which run opposite to it. Before that the region is trimmed until its border passes no vertex twice (FaceRegions).
-/// A region whose border is not one outer loop with holes that hole assignment would keep stays as it was.
+/// which run opposite to it. Before that the region is trimmed until its border passes no vertex twice, and mended
+/// until it has none of these flaws (FaceRegions tells what is put out):
+/// - a loop of fewer than three corners or without area, as far as the rounding of the sum can tell;
+/// - a loop of positive area besides the largest one;
+/// - an edge that touches another edge of its loop, beyond the corner that neighbours have in common;
+/// - once there are none of these: a hole, of a member or new, that hole assignment would delete.
+/// Loops are seen along the largest component of the seed's normal, decisions are exact, and edges without length are
+/// passed over. All flaws of a border are dealt with at once, each at the lowest vertex of its loop; an edge that
+/// touches, at its own lower vertex; a member's hole, at the member. Then the border is looked at again. What was put
+/// out takes part in later regions. Where nothing but the seed is left at the flaws, the seed stays alone.
 ///
 /// The merged face stands at the place of the region's lowest face; hole faces take the places of the others, then the
 /// end of the list. Every loop starts at its lowest vertex. Holes of the merged faces go over to the new one. Corners
@@ -28,7 +38,9 @@ namespace util {
 ///                           Otherwise geometry alone decides: the merged face takes the seed's material, and every
 ///                           corner the data of the face that owned the edge leaving it.
 /// @return number of faces that were merged into others. If 0, the mesh is untouched.
-/// O(n log n) in the corners.
+/// O(n log n) in the corners. For that, two things have an end: a face that has been put out of 16 regions that kept
+/// less than half of what they had grown to joins no other, and so does one of more than 16 corners that has been kept
+/// out of 64 by its corners, each time by another one than the time before.
 std::uint64_t removeEdgesCoplanar(Mesh& mesh, double toleranceDegrees, bool compareAttributes);
 
 }  // namespace util

@@ -1,9 +1,10 @@
 #include <facetbox/util/operations/RemoveEdgesCoplanar.h>
 
 #include <facetbox/util/mesh/HoleAssignment.h>
+#include <facetbox/util/mesh/Maintenance.h>
 #include <facetbox/util/mesh/PolygonArea.h>
 #include <facetbox/util/operations/FaceRegions.h>
-#include <tests/support/Meshes.h>
+#include <tests/support/PlainCoplanar.h>
 
 namespace {
 
@@ -130,219 +131,254 @@ TEST(RemoveEdgesCoplanar, aSolidComesBackAsItsPolygonsHoweverItWasTriangulated) 
   EXPECT_GT(withHoles, 3);
 }
 
-/// The slow, obvious twin of a region: everything looked at anew after every step.
-std::set<std::uint32_t> growSlowly(const Faces& faces, const std::vector<double>& areas, std::uint32_t seed) {
-  std::map<Edge, Indices> users;
-  std::set<std::uint32_t> all;
-  for (std::uint32_t f = 0; f < faces.size(); ++f) {
-    all.insert(f);
-    for (const Edge& e : edgesOf(faces[f])) users[e].push_back(f);
+/// A flat patchwork of squares and triangles with all that may go wrong in it: gaps, T-junctions, walls, overlaps,
+/// doubles, needles, folds, holes good and bad, corners without a place, mapping that tears. Integer coordinates.
+class Patchwork {
+ public:
+  explicit Patchwork(std::mt19937& random)
+      : mRandom(random), mWidth(pick(random, 1, 5)), mHeight(pick(random, 1, 5)), mIsCalm(oneIn(random, 3)) {
+    addPoints();
+    const int missing = pick(random, 0, mIsCalm ? 2 : 4);
+    for (int y = 0; y < mHeight; ++y)
+      for (int x = 0; x < mWidth; ++x)
+        if (pick(random, 0, 19) >= missing) addCell(x, y);
+    for (int extra = fails(2) ? pick(random, 0, 3) : 0; extra > 0; --extra) addExtra();
+    if (often(2)) std::ranges::shuffle(mFaces, random);
+    if (fails(8)) mMesh.mVertices[below(random, mGridCount)].z = oneIn(random, 2) ? kNaN : kInfinity;
+    for (auto& [corners, hole] : mFaces) addFace(corners, hole);
+    addRuns();
+    renumberVertices();
+    turnInSpace();
   }
-  // The face on the other side of a clean edge; kEnd for none.
-  const auto across = [&](const Edge& e) {
-    const auto back = users.find({e.second, e.first});
-    if (back == users.end() || back->second.size() != 1 || users[e].size() != 1) return kEnd;
-    return back->second[0] == users[e][0] ? kEnd : back->second[0];
-  };
-  // Faces of `within` that are edge-connected with `start`, over edges that `passes`.
-  const auto connected = [&](const std::set<std::uint32_t>& within, std::uint32_t start, auto passes) {
-    std::set<std::uint32_t> reached{start};
-    Indices open{start};
-    for (std::size_t at = 0; at < open.size(); ++at)
-      for (const Edge& e : edgesOf(Indices(faces[open[at]])))
-        if (passes(e) && within.contains(across(e)) && reached.insert(across(e)).second) open.push_back(across(e));
-    return reached;
-  };
-  const auto anyEdge = [](const Edge&) { return true; };
-  auto region = connected(all, seed, anyEdge);
-  while (true) {
-    std::map<std::uint32_t, int> leaving;  // number of border edges by vertex
-    for (const std::uint32_t f : region)
-      for (const Edge& e : edgesOf(faces[f])) leaving[e.first] += !region.contains(across(e));
-    const auto pinch = std::ranges::find_if(leaving, [](const auto& at) { return at.second > 1; });
-    if (pinch == leaving.end()) return region;
-    const std::uint32_t v = pinch->first;
-    std::set<std::uint32_t> around, kept;
-    for (const std::uint32_t f : region)
-      if (std::ranges::count(faces[f], v)) around.insert(f);
-    double keptArea = -1;
-    for (const std::uint32_t first : around) {
-      const auto fan = connected(around, first, [&](const Edge& e) { return e.first == v || e.second == v; });
-      double area = fan.contains(seed) ? 1e300 : 0;
-      for (const std::uint32_t f : fan) area += areas[f];
-      if (area > keptArea) kept = fan, keptArea = area;
+
+  PlainMesh mMesh;
+
+ private:
+  using Cell = std::pair<Indices, Indices>;  // a face and its hole, if any
+
+  bool often(int times) { return oneIn(mRandom, times); }
+  /// Whether something goes wrong.
+  bool fails(int times) { return !mIsCalm && often(times); }
+
+  std::uint32_t addPoint(double x, double y, double z) {
+    mMesh.mVertices.push_back({x, y, z});
+    return static_cast<std::uint32_t>(mMesh.mVertices.size() - 1);
+  }
+
+  void addPoints() {
+    const int jitter = often(2) ? 0 : 2, fold = often(3) ? pick(mRandom, 1, 3) : 0;
+    for (int y = 0; y <= mHeight; ++y)
+      for (int x = 0; x <= mWidth; ++x)
+        addPoint(8 * x + 2 * pick(mRandom, 0, jitter), 8 * y + 2 * pick(mRandom, 0, jitter),
+                 fold * std::max(0, x - 1) * 2 + (fails(12) ? pick(mRandom, -1, 1) : 0));
+    mGridCount = mMesh.mVertices.size();
+  }
+
+  void addCell(int x, int y) {
+    const auto a = static_cast<std::uint32_t>(y * (mWidth + 1) + x), b = a + 1, d = b + mWidth, c = d + 1;
+    const std::vector<Faces> ways{{{a, b, c, d}}, {{a, b, c}, {a, c, d}}, {{a, b, d}, {b, c, d}}, {{c, d, a, b}}};
+    for (Indices face : ways[below(mRandom, ways.size())]) {
+      if (fails(15)) {
+        const Vec3 middle = (mMesh.mVertices[face[0]] + mMesh.mVertices[face[1]]) / 2;
+        if (middle.z == std::floor(middle.z)) face.insert(face.begin() + 1, addPoint(middle.x, middle.y, middle.z));
+      }
+      Indices hole;
+      if (face.size() == 4 && often(3)) {
+        const Vec3 p = mMesh.mVertices[a];
+        const double shift = pick(mRandom, 0, 3);
+        for (const auto& [u, v] : {std::pair(0, 0), {0, 2}, {2, 0}})
+          hole.push_back(addPoint(p.x + shift + u, p.y + shift + v, p.z));
+        if (fails(4)) std::ranges::reverse(hole);
+      }
+      mFaces.push_back({face, hole});
     }
-    for (const std::uint32_t f : around)
-      if (!kept.contains(f)) region.erase(f);
-    region = connected(region, seed, anyEdge);
   }
+
+  void addExtra() {
+    const auto any = [&] { return below(mRandom, mMesh.mVertices.size()); };
+    Indices face;
+    switch (pick(mRandom, 0, 4)) {
+      case 0:  // a wall, or something that overlaps
+        face = {any(), any(), oneIn(mRandom, 2) ? any() : addPoint(3, 3, 8)};
+        break;
+      case 1:  // a needle with two corners at a place that has a vertex already
+        face = {any(), any()};
+        face.push_back(addPoint(mMesh.mVertices[face[1]].x, mMesh.mVertices[face[1]].y, mMesh.mVertices[face[1]].z));
+        break;
+      default:
+        if (mFaces.empty()) return;
+        face = mFaces[below(mRandom, mFaces.size())].first;
+        if (often(2)) {  // a needle on an edge, or a fin
+          const Vec3 a = mMesh.mVertices[face[0]], b = mMesh.mVertices[face[1]];
+          face = {face[1], face[0], addPoint(2 * b.x - a.x, 2 * b.y - a.y, 2 * b.z - a.z + (often(3) ? 1 : 0))};
+        } else if (often(2)) {
+          std::ranges::reverse(face);
+        } else {
+          face[below(mRandom, face.size())] = any();
+        }
+    }
+    std::rotate(face.begin(), face.begin() + below(mRandom, face.size()), face.end());
+    if (std::set(face.begin(), face.end()).size() == face.size()) mFaces.push_back({face, {}});
+  }
+
+  void addFace(const Indices& corners, const Indices& hole) {
+    const auto number = static_cast<std::uint32_t>(mMesh.mFaces.size());
+    PlainFace& face = mMesh.mFaces.emplace_back();
+    face.mCorners = corners;
+    face.mTag = pick(mRandom, -1, 3);
+    face.mPerVertexNormals = fails(25);
+    if (!fails(25)) face.mNormalIndices = randomIndices(mRandom, corners.size(), 100);
+    for (const int set : {0, 3, 10, 11})
+      if (!fails(25)) face.mSets[set] = randomIndices(mRandom, corners.size(), 100);
+    for (const int set : {0, 3})
+      if (face.mSets.contains(set)) face.mSets[set] = mapping(set, corners);
+    if (hole.empty()) return;
+    mMesh.mHoles[number].push_back(number + 1);
+    addFace(hole, {});
+  }
+
+  /// Affine in x and y, but for one corner now and then.
+  Indices mapping(int set, const Indices& corners) {
+    static constexpr std::array kOff{0.0004, 0.0013, 0.3};
+    const std::uint32_t torn = fails(12) ? below(mRandom, corners.size()) : kEnd;
+    const double shift = fails(15) ? 0.0016 : 0, stretch = fails(20) ? 0.26 : 0.25;
+    Indices indices;
+    auto& pairs = mMesh.mTexCoords[set];
+    for (std::uint32_t i = 0; i < corners.size(); ++i) {
+      const Vec3& p = mMesh.mVertices[corners[i]];
+      indices.push_back(fails(400) ? 100000 : static_cast<std::uint32_t>(pairs.size()));
+      pairs.push_back({stretch * p.x + (i == torn ? kOff[below(mRandom, 3)] : 0), 0.125 * p.y - 0.25 * p.x + shift});
+    }
+    return indices;
+  }
+
+  void addRuns() {
+    if (often(2)) return;
+    for (std::uint32_t start = 0; start < mMesh.mFaces.size() + 2; start += pick(mRandom, 1, 8)) {
+      mMesh.mRunStarts.push_back(start);
+      mMesh.mRunMaterials.push_back(materialOf(often(3) ? "b" : "a"));
+    }
+  }
+
+  void renumberVertices() {
+    Indices order(mMesh.mVertices.size());
+    std::iota(order.begin(), order.end(), 0u);
+    std::ranges::shuffle(order, mRandom);
+    const auto points = mMesh.mVertices;
+    for (std::size_t v = 0; v < order.size(); ++v) mMesh.mVertices[order[v]] = points[v];
+    for (PlainFace& face : mMesh.mFaces)
+      for (std::uint32_t& v : face.mCorners) v = order[v];
+  }
+
+  void turnInSpace() {
+    const int shearX = often(2) ? pick(mRandom, -3, 3) : 0, shearY = often(2) ? pick(mRandom, -3, 3) : 0;
+    const int turns = pick(mRandom, 0, 2);
+    const bool isMirrored = often(2);
+    for (Vec3& p : mMesh.mVertices) {
+      p.z += shearX * p.x + shearY * p.y;
+      for (int turn = 0; turn < turns; ++turn) p = {p.y, p.z, p.x};
+      if (isMirrored) p = {p.y, p.x, p.z};
+    }
+  }
+
+  std::mt19937& mRandom;
+  int mWidth, mHeight;
+  bool mIsCalm;
+  std::size_t mGridCount = 0;
+  std::vector<Cell> mFaces;
+};
+
+std::size_t holesIn(const PlainMesh& mesh) {
+  std::size_t count = 0;
+  for (const auto& [outer, holes] : mesh.mHoles) count += holes.size();
+  return count;
 }
 
-TEST(FaceRegions, trimsPinchedRegionsLikeTheSlowTwin) {
-  std::size_t trimmed = 0;
-  for (unsigned seed = 0; seed < 500; ++seed) {
+TEST(RemoveEdgesCoplanar, mergesPatchworkLikeThePlainModel) {
+  int changed = 0, withNewHoles = 0, partly = 0;
+  for (unsigned seed = 0; seed < 6000; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
-    const int missing = pick(random, 1, 5);
-    const Surface grid =
-        gridOf(pick(random, 2, 9), pick(random, 2, 9), [&](auto...) { return pick(random, 0, 9) < missing; });
-    Indices number(grid.mPoints.size());
-    std::iota(number.begin(), number.end(), 0u);
-    std::ranges::shuffle(number, random);
-    Faces faces;
-    for (const Indices& s : grid.mFaces) {
-      const std::uint32_t a = number[s[0]], b = number[s[1]], c = number[s[2]], d = number[s[3]];
-      const Faces ways[] = {{{a, b, c, d}}, {{a, b, c}, {a, c, d}}, {{a, b, d}, {b, c, d}}, {{a, b, c}}};
-      const Faces& way = ways[below(random, 4)];
-      faces.insert(faces.end(), way.begin(), way.end());
-    }
-    if (faces.empty()) continue;
-    std::vector<double> areas;
-    // Distinct areas: a tie between fans would hang on how their sums round.
-    for (std::size_t f = 0; f < faces.size(); ++f)
-      areas.push_back(1.0 + static_cast<double>((f * 37 + seed) % 101) / 128);
-    const Mesh mesh = meshOf(grid.mPoints, faces);
-    const auto twins = util::findEdgeTwins(mesh.storage().mFaces, grid.mPoints.size());
-    util::FaceRegions regions(mesh.storage().mFaces, grid.mPoints.size(), twins, areas);
-    const std::uint32_t start = below(random, faces.size());
-    regions.grow(start, [](auto...) { return true; });
-    const std::size_t grown = regions.members().size();
-    ASSERT_TRUE(regions.resolvePinches());
-    const auto expected = growSlowly(faces, areas, start);
-    EXPECT_EQ(regions.members(), Indices(expected.begin(), expected.end()));
-    trimmed += regions.members().size() < grown;
+    const Patchwork patchwork(random);
+    // In the smaller one, points up to two units apart are too close for a hole's corner to the outline.
+    const double unit = oneIn(random, 4) ? 0x1p-11 : 1.0;
+    constexpr std::array kTolerances{0.0, 0.0, 0.0, 7.3, 31.7, 95.0, -1.0};
+    const double tolerance = oneIn(random, 300) ? kNaN : kTolerances[below(random, kTolerances.size())];
+    const bool compareAttributes = oneIn(random, 2);
+
+    Mesh mesh = buildMesh(patchwork.mMesh);
+    util::recomputeFaceNormals(mesh);
+    PlainMesh twin = plainOf(mesh);
+    for (Vec3& p : mesh.storage().mVertices) p = unit * p;
+    const std::uint64_t expected = support::removeEdgesCoplanar(twin, tolerance, compareAttributes, unit);
+    for (Vec3& p : twin.mVertices) p = unit * p;
+    EXPECT_EQ(removeEdgesCoplanar(mesh, tolerance, compareAttributes), expected);
+    if (expected != 0) util::clearConnectivityCache(mesh);
+    expectSame(mesh, twin);
+    if (testing::Test::HasFailure()) return;
+    changed += expected != 0;
+    withNewHoles += holesIn(twin) > holesIn(patchwork.mMesh);
+    partly += expected != 0 && twin.mFaces.size() > 1;
   }
-  EXPECT_GT(trimmed, 100u);
+  EXPECT_GT(changed, 2000);
+  EXPECT_GT(withNewHoles, 20);
+  EXPECT_GT(partly, 1500);
 }
 
-TEST(RemoveEdgesCoplanar, aFrameThatIsPinchedOnlyOnTheWayBecomesAFaceWithAHole) {
-  //  3-----------2
-  //  | \  7-6  / |     eight triangles around a square opening; growing from any of them passes
-  //  |   |  |    |     through states whose border visits a vertex twice
-  //  | / 4--5  \ |
-  //  0-----------1
-  const std::vector<Vec3> points{{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0},
-                                 {1, 1, 0}, {3, 1, 0}, {3, 3, 0}, {1, 3, 0}};
-  auto mesh = meshOf(points, {{0, 1, 4}, {1, 5, 4}, {1, 2, 5}, {2, 6, 5}, {2, 3, 6}, {3, 7, 6}, {3, 0, 7}, {0, 4, 7}});
-  EXPECT_EQ(removeEdgesCoplanar(mesh, 0.0, false), 7u);
-  EXPECT_EQ(facesOf(mesh), Faces({{0, 1, 2, 3}, {4, 7, 6, 5}}));
-  EXPECT_EQ(holesOf(mesh), Indices({0, 1, kEnd}));
-}
+/// A floor of 20 by 20 squares cut in two, all vertices turned and moved by `place`.
+struct Floor {
+  Surface mSurface = gridOf(20, 20, [](auto...) { return false; });
+  Faces mFaces;
 
-TEST(RemoveEdgesCoplanar, isHeldAgainstTheSeedSoThatNothingDrifts) {
-  // A strip bent by 4 degrees at every fold, the first square a little larger: with 10 degrees patches of the seed's
-  // two neighbours on its one side, not the whole strip.
-  std::vector<Vec3> points;
-  double x = 0, z = 0;
-  for (int i = 0; i <= 12; ++i) {
-    points.insert(points.end(), {{x, 0, z}, {x, 1, z}});
-    const double length = i == 0 ? 1.5 : 1.0, angle = i * 4.0 / 57.29577951308232;
-    x += length * std::cos(angle);
-    z += length * std::sin(angle);
+  Floor() {
+    for (const Indices& s : mSurface.mFaces) mFaces.insert(mFaces.end(), {{s[0], s[1], s[2]}, {s[0], s[2], s[3]}});
   }
-  Faces faces;
-  for (std::uint32_t i = 0; i < 12; ++i) faces.push_back({2 * i, 2 * i + 2, 2 * i + 3, 2 * i + 1});
-  auto mesh = meshOf(points, faces);
-  removeEdgesCoplanar(mesh, 10.0, false);
-  EXPECT_EQ(facesOf(mesh)[0].size(), 8u);
-  for (std::size_t f = 0; f < mesh.storage().mFaces.size(); ++f)
-    EXPECT_LE(mesh.storage().mFaces.cornerCount(f), 12u);  // at most two neighbours on either side
-}
-
-TEST(RemoveEdgesCoplanar, joinsOnlyOverCleanEdges) {
-  const std::vector<Vec3> points{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0.5, 0.5, 1}};
-  for (const Faces& faces : {Faces{{0, 1, 2}, {0, 3, 2}},                // the same direction
-                             Faces{{0, 1, 2}, {0, 2, 3}, {0, 4, 2}},     // three faces
-                             Faces{{0, 1, 2}, {0, 2, 3}, {0, 1, 2}}}) {  // a double face
-    auto mesh = meshOf(points, faces);
-    mesh.storage().mFaces.setNormal(1, mesh.storage().mFaces.normal(0));
-    EXPECT_EQ(removeEdgesCoplanar(mesh, 89.0, false), 0u);
-    EXPECT_EQ(facesOf(mesh), faces);
+  std::uint32_t add(Vec3 point) {
+    mSurface.mPoints.push_back(point);
+    return static_cast<std::uint32_t>(mSurface.mPoints.size() - 1);
   }
-  for (const double tolerance : {-1.0, kNaN}) {
-    auto mesh = meshOf(points, {{0, 1, 2}, {0, 2, 3}});
-    EXPECT_EQ(removeEdgesCoplanar(mesh, tolerance, false), 0u);
+  /// Number of faces after merging; the area is to stay.
+  std::size_t facesLeft() const {
+    Mesh mesh = meshOf(mSurface.mPoints, mFaces);
+    const double area = areaAndVolume(mesh).first;
+    removeEdgesCoplanar(mesh, 0.01, true);
+    expectConsistent(mesh);
+    EXPECT_TRUE(std::isnan(area) || std::fabs(areaAndVolume(mesh).first - area) < 1e-6 * area);
+    EXPECT_EQ(util::assignHoles(mesh).mClearedHoles, 0u);
+    return mesh.storage().mFaces.size();
   }
-  auto folded = meshOf(points, {{0, 1, 2}, {0, 2, 4}});
-  EXPECT_EQ(removeEdgesCoplanar(folded, 200.0, false), 0u);
-}
+};
 
-TEST(RemoveEdgesCoplanar, needlesWithoutAreaJoinAnyNeighbour) {
-  // A needle 0, 4, 1 between the lower and the upper square, all three corners on one line.
-  const std::vector<Vec3> points{{0, 0, 0}, {2, 0, 0}, {2, 1, 0}, {0, 1, 0}, {1, 0, 0}, {0, -1, 0}, {2, -1, 0}};
-  auto mesh = meshOf(points, {{0, 1, 2, 3}, {0, 4, 1}, {5, 6, 1, 4, 0}});
-  EXPECT_EQ(removeEdgesCoplanar(mesh, 1.0, false), 2u);
-  EXPECT_EQ(mesh.storage().mFaces.size(), 1u);
-  EXPECT_DOUBLE_EQ(areaAndVolume(mesh).first, 4.0);
-}
+TEST(RemoveEdgesCoplanar, aFlawCostsWhatIsAtTheFlaw) {
+  constexpr std::size_t kFew = 12;
+  Floor wall;
+  wall.mFaces.push_back({221, 220, wall.add({10, 10, 3})});
+  EXPECT_LE(wall.facesLeft(), kFew);
 
-TEST(RemoveEdgesCoplanar, holesOfMergedFacesPassOverAndOnesThatCouldNotStayPreventTheMerge) {
-  std::vector<Vec3> points{{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}, {8, 0, 0}, {8, 4, 0},
-                           {1, 1, 0}, {1, 2, 0}, {2, 1, 0}, {6, 1, 0}, {6, 2, 0}, {7, 1, 0}};
-  const Faces faces{{0, 1, 2, 3}, {6, 7, 8}, {1, 4, 5, 2}, {9, 10, 11}};
-  auto mesh = meshOf(points, faces, {2, 3, kEnd, 0, 1, kEnd});
-  EXPECT_EQ(removeEdgesCoplanar(mesh, 0.0, true), 1u);
-  EXPECT_EQ(facesOf(mesh), Faces({{0, 1, 4, 5, 2, 3}, {6, 7, 8}, {9, 10, 11}}));
-  EXPECT_EQ(holesOf(mesh), Indices({0, 2, 1, kEnd}));
+  Floor nowhere;
+  nowhere.mFaces.push_back({1, 0, nowhere.add({0, kNaN, 0})});
+  EXPECT_EQ(nowhere.facesLeft(), 2u);
 
-  // Corner 2 of the first square lies within 8e-4 of the hole in the second: the hole would be deleted by the next
-  // call.
-  points[9] = {4.0005, 3.9995, 0};
-  auto close = meshOf(points, {{0, 1, 2, 3}, {1, 4, 5, 2}, {9, 10, 11}}, {1, 2, kEnd});
-  EXPECT_EQ(removeEdgesCoplanar(close, 0.0, false), 0u);
-  EXPECT_EQ(mesh.storage().mFaces.size(), 3u);
-}
-
-/// A row of unit squares with texture coordinates and one material run per square.
-Record rowOfSquares(const std::vector<std::string>& textures, const std::vector<float>& jumps) {
-  Record row;
-  const auto count = static_cast<std::uint32_t>(textures.size());
-  for (std::uint32_t i = 0; i <= count; ++i)
-    for (const float y : {0.0f, 1.0f}) row.mCoords.insert(row.mCoords.end(), {static_cast<float>(i), y, 0.0f});
-  float shift = 0;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    shift += jumps[i];
-    row.mIndices.insert(row.mIndices.end(), {2 * i, 2 * i + 2, 2 * i + 3, 2 * i + 1});
-    const auto pair = static_cast<std::uint32_t>(row.mTexCoords.size() / 2);
-    const float u = static_cast<float>(i) * 0.25f + shift;
-    row.mTexCoords.insert(row.mTexCoords.end(), {u, 0, u + 0.25f, 0, u + 0.25f, 1, u, 1});
-    row.mTexCoordIndices.insert(row.mTexCoordIndices.end(), {pair, pair + 1, pair + 2, pair + 3});
-    row.mCounts.push_back(4);
-    row.mTextures.push_back(textures[i]);
-    row.mStarts.push_back(i);
+  // A T-junction whose middle vertex lies on either side of the edge by as much as rounding gives.
+  std::mt19937 random(1);
+  for (int turn = 0; turn < 200; ++turn) {
+    Floor floor;
+    const Indices cut = floor.mFaces[420];
+    const std::uint32_t middle = floor.add((floor.mSurface.mPoints[cut[0]] + floor.mSurface.mPoints[cut[1]]) / 2);
+    floor.mFaces[420] = {cut[0], middle, cut[1], cut[2]};
+    Vec3 x{1.0 * pick(random, -9, 9), 1.0 * pick(random, -9, 9), 9.5}, y{1.0 * pick(random, 1, 9), 0.3, 0.7};
+    x = x / util::length(x);
+    y = y - util::dot(x, y) * x;
+    y = y / util::length(y);
+    for (Vec3& p : floor.mSurface.mPoints) p = Vec3{100, 200, 300} + p.x * x + p.y * y;
+    EXPECT_LE(floor.facesLeft(), kFew) << turn;
   }
-  return row;
-}
 
-TEST(RemoveEdgesCoplanar, attributesKeepFacesApartWhenAskedFor) {
-  const auto smooth = rowOfSquares({"a", "a", "a"}, {0, 0, 0});
-  auto bent = smooth, beyond = smooth;
-  for (const int u : {10, 12, 16, 22}) bent.mTexCoords[u] += 0.1f;  // continuous, but stretched differently
-  beyond.mTexCoordIndices[5] = 999;
-  for (const auto& [record, faces] : {std::pair(smooth, 1),
-                                      {rowOfSquares({"a", "a", "a"}, {0, 0.01f, 0}), 2},
-                                      {rowOfSquares({"a", "a", "b"}, {0, 0, 0}), 2},
-                                      {bent, 3},
-                                      {beyond, 3}}) {
-    Record copy = record;
-    EXPECT_EQ(Result(Cleanup::removeEdgesCoplanar(0.5f, true, copy.view()))->mCountCount, faces);
-    EXPECT_EQ(Result(Cleanup::removeEdgesCoplanar(0.5f, false, copy.view()))->mCountCount, 1);
-  }
-}
-
-TEST(RemoveEdgesCoplanar, geometryAloneKeepsTheSeedsMaterialAndTheOwnersCornerData) {
-  // The second square is larger: it is the seed, but the first square's place is where the merged face stands.
-  auto row = rowOfSquares({"a", "b", "c"}, {0, 0.5f, 0});
-  row.mCoords[3 * 4] = row.mCoords[3 * 5] = 2.5f;
-  row.mCoords[3 * 6] = row.mCoords[3 * 7] = 3.0f;
-  row.mCoords[3 * 6 + 2] = row.mCoords[3 * 7 + 2] = 4.0f;  // the third one stands upright
-  const Result result(Cleanup::removeEdgesCoplanar(0.5f, false, row.view()));
-  ASSERT_EQ(result->mCountCount, 2);
-  EXPECT_EQ(arrayOf(result->mCounts, 2), Indices({6, 4}));
-  EXPECT_EQ(texturesOf(*result), (std::vector<std::optional<std::string>>{"b", "c"}));
-  EXPECT_EQ(arrayOf(result->mTexturesStartFaces, 2), Indices({0, 1}));
-  EXPECT_EQ(arrayOf(result->mIndices, 6), Indices({0, 2, 4, 5, 3, 1}));
-  EXPECT_EQ(arrayOf(result->mTCIndices, 6), Indices({0, 4, 5, 6, 2, 3}));
+  // A hole that the next call would delete, as it is within 8e-4 of the outline.
+  Floor small;
+  for (const std::size_t gone : {48, 47, 46}) small.mFaces.erase(small.mFaces.begin() + gone);
+  for (Vec3& p : small.mSurface.mPoints) p = 7e-4 * p;
+  EXPECT_LE(small.facesLeft(), kFew);
 }
 
 }  // namespace
