@@ -12,11 +12,6 @@ void checkPoolSize(std::size_t corners) {
   if (corners > 0xFFFFFFFFu) throw std::length_error("mesh has more than 2^32 - 1 corners");
 }
 
-/// Closes the gap that taking out position `at` of `count` leaves.
-void eraseEntry(std::uint32_t* entries, std::uint32_t count, std::uint32_t at) {
-  std::memmove(entries + at, entries + at + 1, (count - at - 1) * sizeof(std::uint32_t));
-}
-
 template <class T>
 void keepAt(Buffer<T>& values, std::size_t to, std::size_t from) {
   if (!values.empty()) values[to] = values[from];
@@ -51,15 +46,6 @@ void PrimitiveList::clear(std::size_t i) {
   if (!mMasks.empty()) mMasks[i] = 0;
   if (!mFlags.empty()) mFlags[i] &= static_cast<std::uint8_t>(~kHasNormalIndices);
   if (!mTags.empty()) mTags[i] = -1;
-}
-
-void PrimitiveList::eraseCorner(std::size_t i, std::uint32_t corner, std::uint32_t normalCorner) {
-  const std::uint32_t count = mCounts[i];
-  if (hasNormalIndices(i)) eraseEntry(normalIndices(i).data(), count, normalCorner);
-  for (std::uint32_t bits = mask(i); bits != 0; bits &= bits - 1)
-    eraseEntry(cornerSet(i, std::countr_zero(bits)).data(), count, corner);
-  eraseEntry(corners(i).data(), count, corner);
-  mCounts[i] = count - 1;
 }
 
 void PrimitiveList::appendUninitialised(std::uint32_t count, std::uint32_t mask) {

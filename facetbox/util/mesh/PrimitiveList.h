@@ -75,9 +75,6 @@ class PrimitiveList {
   void clear(std::size_t i);
   /// Keeps the record's first `count` corners, with all that belongs to them.
   void shrink(std::size_t i, std::uint32_t count) { mCounts[i] = count; }
-  /// Takes out the corner at position `corner` from the vertex indices and every carried corner set, and the entry at
-  /// `normalCorner` from the normal indices.
-  void eraseCorner(std::size_t i, std::uint32_t corner, std::uint32_t normalCorner);
 
   /// Appends a record. Per-corner arrays that do not have one entry per corner are not carried.
   void append(const Polygon& record);

@@ -4,6 +4,8 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
+#include <numeric>
 #include <span>
 #include <vector>
 
@@ -112,38 +114,6 @@ class CornersOfVertices {
 
   Buffer<std::uint32_t> mEnds;
   Buffer<Corner> mCorners;
-};
-
-/// The numbers 0 to size - 1, from which some are taken out. All steps are O(log size). After Fenwick, A New Data
-/// Structure for Cumulative Frequency Tables, 1994.
-class RankedSet {
- public:
-  explicit RankedSet(std::size_t size) : mSums(size + 1) {
-    for (std::size_t i = 1; i <= size; ++i) mSums[i] = static_cast<std::uint32_t>(i & (~i + 1));
-  }
-
-  /// How many members are below `i`.
-  std::size_t rank(std::size_t i) const {
-    std::size_t sum = 0;
-    for (; i > 0; i &= i - 1) sum += mSums[i];
-    return sum;
-  }
-  /// The member that `rank` members are below of.
-  std::size_t select(std::size_t rank) const {
-    std::size_t i = 0;
-    for (std::size_t step = std::bit_floor(mSums.size()); step > 0; step /= 2) {
-      if (i + step >= mSums.size() || mSums[i + step] > rank) continue;
-      i += step;
-      rank -= mSums[i];
-    }
-    return i;
-  }
-  void erase(std::size_t i) {
-    for (++i; i < mSums.size(); i += i & (~i + 1)) --mSums[i];
-  }
-
- private:
-  std::vector<std::uint32_t> mSums;
 };
 
 /// Removes corners from the faces of a mesh. Until finish() the records stand as they were given, and what goes is only
@@ -335,25 +305,25 @@ class CornerRemoval {
 
   /// Takes the removed corners' normals, or their predecessors', out of the list of normals, in the order of the
   /// removal. Where the predecessor's place is the last of the list, what remains belongs to other corners than before:
-  /// so both lists are kept by rank.
+  /// so each step goes by the places in the lists as they are by then. Quadratic; no exported call has such normals.
   void packVertexNormals(std::size_t face, const Link* links) {
     const auto corners = mFaces.corners(face);
-    mRemovedCorners.clear();
-    for (std::uint32_t i = 0; i < corners.size(); ++i)
-      if (links[i].after == kRemoved) mRemovedCorners.push_back(i);
+    std::vector<std::uint32_t> kept(corners.size()), removed;
+    std::iota(kept.begin(), kept.end(), 0u);
+    std::ranges::copy_if(kept, std::back_inserter(removed), [&](auto i) { return links[i].after == kRemoved; });
     // Vertices were visited in index order, and each took at most one corner out of the face.
-    std::ranges::sort(mRemovedCorners, {}, [corners](std::uint32_t i) { return corners[i]; });
+    std::ranges::sort(removed, {}, [corners](std::uint32_t i) { return corners[i]; });
 
-    RankedSet keptCorners(corners.size()), keptNormals(corners.size());
-    for (const std::uint32_t i : mRemovedCorners) {
-      const std::size_t rank = keptCorners.rank(i);
-      const bool nextLonger = links[i].before != 0;
-      keptCorners.erase(i);
-      // The last entry need not be taken out: it is one of those left over in the end.
-      if (!nextLonger || rank > 0) keptNormals.erase(keptNormals.select(nextLonger ? rank - 1 : rank));
-    }
     const auto normals = mFaces.normalIndices(face);
-    for (std::size_t rank = 0; rank < mRemaining[face]; ++rank) normals[rank] = normals[keptNormals.select(rank)];
+    std::vector<std::uint32_t> left(normals.begin(), normals.end());
+    for (const std::uint32_t corner : removed) {
+      const auto at = std::ranges::lower_bound(kept, corner);
+      const auto place = static_cast<std::size_t>(at - kept.begin());
+      const bool nextLonger = links[corner].before != 0;
+      left.erase(left.begin() + static_cast<std::ptrdiff_t>(nextLonger ? cyclicBefore(place, left.size()) : place));
+      kept.erase(at);
+    }
+    std::ranges::copy(left, normals.begin());
   }
 
   MeshStorage& mMesh;
@@ -361,9 +331,8 @@ class CornerRemoval {
   const bool mAllStraight;
   const bool mKeepTextureMapping;
   std::uint64_t mRemovedCount = 0;
-  Buffer<std::uint32_t> mRemaining;            // per face: corners left, or kAsGiven, or kCleared
-  Buffer<Link> mLinks;                         // parallel to the corner pool; valid for faces that lost a corner
-  std::vector<std::uint32_t> mRemovedCorners;  // scratch
+  Buffer<std::uint32_t> mRemaining;  // per face: corners left, or kAsGiven, or kCleared
+  Buffer<Link> mLinks;               // parallel to the corner pool; valid for faces that lost a corner
 };
 
 }  // namespace

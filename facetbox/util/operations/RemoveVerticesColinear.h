@@ -30,7 +30,7 @@ namespace util {
 /// are: tags are opaque to this operation.
 ///
 /// @return number of corners removed, a removed face counting for the one corner it was removed for. If 0, the mesh is
-///         untouched. O(vertices + corners); O(n log n) for a face of n corners with per-vertex normals.
+///         untouched. O(vertices + corners); quadratic for a face with per-vertex normals, which no record brings.
 std::uint64_t removeVerticesColinear(Mesh& mesh, double toleranceDegrees, bool keepTextureMapping);
 
 }  // namespace util
