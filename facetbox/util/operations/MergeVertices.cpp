@@ -1,13 +1,13 @@
 #include <facetbox/util/operations/MergeVertices.h>
 
 #include <algorithm>
-#include <compare>
 #include <span>
 #include <vector>
 
 #include <facetbox/util/mesh/Maintenance.h>
 #include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/mesh/PolygonArea.h>
+#include <facetbox/util/operations/PinchGuard.h>
 #include <facetbox/util/operations/VertexGroups.h>
 
 namespace util {
@@ -16,96 +16,12 @@ namespace {
 /// Above this tolerance faces are guarded against turning over. An absolute length.
 constexpr double kLargeTolerance = 0.15;
 
-constexpr std::size_t kSortFrom = 16;  // below it, comparing all pairs is cheaper than sorting
-
 /// Whether a value stands more than once in a list; `sorted` is scratch space.
 bool hasRepeats(std::span<const std::uint32_t> values, std::vector<std::uint32_t>& sorted) {
   sorted.assign(values.begin(), values.end());
   std::ranges::sort(sorted);
   return std::ranges::adjacent_find(sorted) != sorted.end();
 }
-
-/// Keeps welding from pinching faces into loops.
-class PinchGuard {
- public:
-  PinchGuard(const PrimitiveList& faces, VertexGroups& groups) : mFaces(faces), mGroups(groups) {}
-
-  /// Passes over the faces until one changes nothing.
-  void run() {
-    do {
-      mHasChanged = false;
-      for (std::size_t face = 0; face < mFaces.size(); ++face)
-        if (mFaces.cornerCount(face) > 3) guardFace(mFaces.corners(face));
-    } while (mHasChanged);
-  }
-
- private:
-  /// A corner of a face that is in a group.
-  struct GroupedCorner {
-    std::uint32_t group, corner;
-
-    friend auto operator<=>(const GroupedCorner&, const GroupedCorner&) = default;
-  };
-
-  void guardFace(std::span<const std::uint32_t> corners) {
-    if (corners.size() < kSortFrom && !hasTwoOfOneGroup(corners)) return;
-    mGrouped.clear();
-    for (std::uint32_t corner = 0; corner < corners.size(); ++corner)
-      if (const std::uint32_t group = mGroups.groupOf(corners[corner]); group != VertexGroups::kNone)
-        mGrouped.push_back({group, corner});
-    std::ranges::sort(mGrouped);
-    for (auto begin = mGrouped.begin(); begin != mGrouped.end();) {
-      const auto end = std::find_if(begin, mGrouped.end(), [&](const auto& c) { return c.group != begin->group; });
-      const auto count = static_cast<std::size_t>(end - begin);
-      if (count > 1 && count + 2 <= corners.size()) takeApart(corners, std::span(begin, end));
-      begin = end;
-    }
-  }
-
-  bool hasTwoOfOneGroup(std::span<const std::uint32_t> corners) const {
-    for (std::size_t i = 1; i < corners.size(); ++i) {
-      const std::uint32_t group = mGroups.groupOf(corners[i]);
-      if (group == VertexGroups::kNone) continue;
-      for (std::size_t j = 0; j < i; ++j)
-        if (mGroups.groupOf(corners[j]) == group) return true;
-    }
-    return false;
-  }
-
-  /// Takes corners out of a group that holds some, but not nearly all, corners of a face: `members`, ascending.
-  ///
-  /// The walk starts behind the face's leading corners of the group. Only a corner that stands alone becomes the last
-  /// one taken out; the corners that go because they are away from it do not. Intended.
-  void takeApart(std::span<const std::uint32_t> corners, std::span<const GroupedCorner> members) {
-    const auto n = static_cast<std::uint32_t>(corners.size());
-    const std::uint32_t group = members.front().group;
-    const auto isIn = [&](std::uint32_t corner) { return mGroups.groupOf(corners[corner]) == group; };
-    std::uint32_t lead = 0;
-    while (lead < members.size() && members[lead].corner == lead) ++lead;
-
-    bool anyAlone = false;
-    std::uint32_t lastAlone = 0;
-    for (std::uint32_t i = 0; i < members.size(); ++i) {
-      const bool wraps = i + lead >= members.size();
-      const std::uint32_t corner = members[wraps ? i + lead - members.size() : i + lead].corner;
-      const std::uint32_t step = corner - lead + (wraps ? n : 0);
-      if (!isIn(corner)) continue;
-      const bool isAway = anyAlone && step - lastAlone > 1;
-      const bool isAlone = !isIn(corner == 0 ? n - 1 : corner - 1) && !isIn(corner + 1 == n ? 0 : corner + 1);
-      if (!isAway && !isAlone) continue;
-      mGroups.removeFromGroup(corners[corner]);
-      mHasChanged = true;
-      if (isAway) continue;
-      anyAlone = true;
-      lastAlone = step;
-    }
-  }
-
-  const PrimitiveList& mFaces;
-  VertexGroups& mGroups;
-  bool mHasChanged = false;
-  std::vector<GroupedCorner> mGrouped;
-};
 
 /// Keeps the corners of holes apart from their outer face and from earlier holes of it: a weld must not be what makes
 /// a hole touch, for which it would be deleted.
@@ -197,7 +113,7 @@ std::uint64_t weld(Mesh& mesh, double tolerance) {
   MeshStorage& m = mesh.storage();
   VertexGroups groups(m.mVertices, tolerance);
   if (groups.empty()) return 0;
-  PinchGuard(m.mFaces, groups).run();
+  guardAgainstPinches(m.mFaces, groups);
   if (!m.mHoles.empty()) guardHoles(m, groups);
   if (tolerance > kLargeTolerance) LargeToleranceGuard(m, groups).run();
   // Tag sets speak of faces, which stay: they need no update.

@@ -26,7 +26,7 @@ enum class FaceNormals { recomputed, left };
 /// @return number of vertices merged away
 /// @throws RuntimeErrorST where a mesh of 1000 vertices or more has a vertex that is not within the tolerance of
 ///         itself: NaN or infinite coordinates. The mesh is untouched then.
-/// O(vertices + corners) expected.
+/// O(vertices + corners) expected, O(n log n) in the corners of faces that would be pinched.
 std::uint64_t mergeVertices(Mesh& mesh, double tolerance, FaceNormals normals = FaceNormals::recomputed);
 
 }  // namespace util

@@ -97,7 +97,7 @@ void VertexGroups::listMembers() {
   for (std::uint32_t group = 0; group < vertexCount; ++group) mSeeds[group] -= mSizes[group];
 }
 
-void VertexGroups::removeFromGroup(std::uint32_t vertex) {
+std::uint32_t VertexGroups::removeFromGroup(std::uint32_t vertex) {
   if (mSeeds.empty()) listMembers();
   const std::uint32_t group = mGroupOf[vertex];
   const auto skipLeft = [&](std::uint32_t position) {
@@ -108,11 +108,12 @@ void VertexGroups::removeFromGroup(std::uint32_t vertex) {
     const std::uint32_t first = mSeeds[group], second = skipLeft(first + 1);
     mGroupOf[mMembers[first]] = mGroupOf[mMembers[second]] = kNone;
     mSizes[group] = 0;
-    return;
+    return vertex == mMembers[first] ? mMembers[second] : mMembers[first];
   }
   mGroupOf[vertex] = kNone;
   --mSizes[group];
   mSeeds[group] = skipLeft(mSeeds[group]);
+  return kNone;
 }
 
 Buffer<std::uint32_t> VertexGroups::intoNewNumbers(std::uint32_t& keptCount) && {

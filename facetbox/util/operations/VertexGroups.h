@@ -24,7 +24,8 @@ class VertexGroups {
   std::uint32_t seedOf(std::uint32_t group) const { return mSeeds.empty() ? group : mMembers[mSeeds[group]]; }
 
   /// Takes a vertex out of the group that it is in. A group of two is dissolved: the other member leaves too.
-  void removeFromGroup(std::uint32_t vertex);
+  /// @return that other member, else kNone
+  std::uint32_t removeFromGroup(std::uint32_t vertex);
 
   /// Ends the groups: per vertex its new number when every member is replaced by its seed and the remaining vertices
   /// close up in order.

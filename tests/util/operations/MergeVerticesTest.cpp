@@ -150,6 +150,48 @@ TEST(MergeVertices, equalsTheSlowTwinOnRandomGrids) {
   EXPECT_GT(merged, 5000u);
 }
 
+TEST(MergeVertices, takesPinchesApartInTheOrderOfTheTwinsPasses) {
+  // A few places with many vertices each, in faces that go there again and again: every look undoes others.
+  std::uint64_t merged = 0;
+  for (unsigned seed = 0; seed < 3000; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    const int vertexCount = pick(random, 6, 40), places = pick(random, 1, 4);
+    std::vector<Vec3> points;
+    for (int v = 0; v < vertexCount; ++v)
+      points.push_back(oneIn(random, 4) ? Vec3{10.0 * v, 5, 0} : Vec3{1.0 * pick(random, 0, places), 0, 0});
+    Faces faces;
+    for (int f = pick(random, 1, 30); f > 0; --f) {
+      Indices& face =
+          faces.emplace_back(randomIndices(random, pick(random, 4, oneIn(random, 4) ? 30 : 6), vertexCount));
+      // Runs of neighbours, some over the end.
+      const std::uint32_t turn = below(random, face.size());
+      if (oneIn(random, 2)) std::ranges::sort(face, {}, [&](std::uint32_t v) { return points[v].x; });
+      std::rotate(face.begin(), face.begin() + turn, face.end());
+    }
+    merged += expectLikeTwin(meshOf(points, faces), 0.125);
+    if (HasFailure()) return;
+  }
+  EXPECT_GT(merged, 10000u);
+}
+
+TEST(MergeVertices, undoesAChainOfPinchesStepByStep) {
+  // Each quad has three of its corners at one place. When the middle one has to leave, so do the other two, and one of
+  // them is the middle one of the quad before: of all these steps a pass over the quads does one.
+  constexpr std::uint32_t kQuads = 200;
+  std::vector<Vec3> points;
+  for (std::uint32_t i = 0; i <= 2 * kQuads + 1; ++i) points.push_back({0, 0, 0});
+  const auto apart = [&] {
+    points.push_back({10.0 * static_cast<double>(points.size()), 0, 0});
+    return static_cast<std::uint32_t>(points.size() - 1);
+  };
+  Faces faces;
+  for (std::uint32_t i = kQuads; i > 0; --i) faces.push_back({i, i - 1, kQuads + i, apart()});
+  EXPECT_EQ(expectLikeTwin(meshOf(points, faces), 0.125), 2 * kQuads + 1);
+  faces.push_back({0, apart(), 2 * kQuads + 1, apart()});
+  EXPECT_EQ(expectLikeTwin(meshOf(points, faces), 0.125), 0u);
+}
+
 TEST(MergeVertices, findsThePairsThatAPlainComparisonFindsAtEveryScale) {
   // Distances at, just below and just above the tolerance, far from the origin, tiny, and with squares that underflow.
   for (const double scale : {1.0, 1e-30, 1e-155, 1e-165, 5e-324, 1e12, 1e150})
