@@ -1,14 +1,16 @@
 #include <facetbox/util/mesh/Maintenance.h>
 #include <facetbox/util/mesh/MeshStorage.h>
 #include <facetbox/util/operations/RemoveFacesDouble.h>
+#include <facetbox/util/operations/TexCoordTree.h>
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <compare>
 #include <cstddef>
+#include <functional>
+#include <iterator>
 #include <limits>
-#include <numeric>
 #include <set>
 #include <span>
 #include <unordered_map>
@@ -20,8 +22,8 @@
 //
 // Whether two faces are double never changes while both are there. So a pair is decided where it is met first, at its
 // lowest vertex, and a face's pairing with itself at the lowest vertex that it visits twice. Only faces with equal keys
-// can be double, hence the classes of equal keys can be worked through one by one. What remains of the common order is
-// the numbering of new tag sets: for it the matches carry where they were met.
+// can be double, hence the classes of equal keys can be worked through one by one, in any order. What remains of the
+// common order is the numbering of new tag sets: for it the matches carry where they were met.
 
 namespace util {
 namespace {
@@ -156,12 +158,27 @@ class RepeatedKeys {
   int mShift;
 };
 
-/// Faces in classes of the same key, by the first faces of the classes; the faces of a class are ascending.
+/// Faces in classes of the same key; the faces of a class are ascending.
 class KeyClasses {
  public:
   /// @param faces  ascending
   /// @param keys   of all faces, addressed by face
   KeyClasses(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& keys) {
+    if (!hash(faces, keys)) sort(faces, keys);
+  }
+
+  /// The faces, class after class.
+  std::span<std::uint32_t> faces() { return mFaces; }
+  /// Per class, where it ends among them.
+  std::span<const std::uint32_t> ends() const { return mEnds; }
+
+ private:
+  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+  /// Keys that were made to meet in a few slots take more steps than this for each face; others take one or two.
+  static constexpr std::size_t kSteps = 8;
+
+  /// By a hash table, the classes by their first faces. False, with nothing done, where keys crowd.
+  bool hash(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& keys) {
     // A key's slot is the one that its upper bits name, or the next free one behind.
     struct Slot {
       std::uint32_t key, keyClass;
@@ -170,10 +187,16 @@ class KeyClasses {
     const int shift = 32 - std::bit_width(slots.size() - 1);
     Buffer<std::uint32_t> classes;
     classes.reserve(faces.size());
+    std::size_t stepsLeft = kSteps * faces.size();
     for (const std::uint32_t face : faces) {
       std::size_t slot = std::uint64_t{keys[face]} >> shift;
-      while (slots[slot].keyClass != kNone && slots[slot].key != keys[face])
+      while (slots[slot].keyClass != kNone && slots[slot].key != keys[face]) {
+        if (stepsLeft-- == 0) {
+          mEnds.clear();
+          return false;
+        }
         slot = slot + 1 == slots.size() ? 0 : slot + 1;
+      }
       if (slots[slot].keyClass == kNone) {
         slots[slot] = {keys[face], static_cast<std::uint32_t>(mEnds.size())};
         mEnds.push_back(0);
@@ -186,18 +209,50 @@ class KeyClasses {
     for (std::uint32_t& end : mEnds) total += std::exchange(end, total);
     mFaces.resize(faces.size());
     for (std::size_t i = 0; i < faces.size(); ++i) mFaces[mEnds[classes[i]]++] = faces[i];
+    return true;
   }
 
-  /// The faces, class after class.
-  std::span<std::uint32_t> faces() { return mFaces; }
-  /// Per class, where it ends among them.
-  std::span<const std::uint32_t> ends() const { return mEnds; }
-
- private:
-  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+  void sort(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& keys) {
+    mFaces = faces;
+    std::ranges::sort(mFaces, {}, [&](std::uint32_t face) { return std::pair(keys[face], face); });
+    for (std::uint32_t i = 0; i < mFaces.size(); ++i)
+      if (i + 1 == mFaces.size() || keys[mFaces[i]] != keys[mFaces[i + 1]]) mEnds.push_back(i + 1);
+  }
 
   Buffer<std::uint32_t> mFaces, mEnds;
 };
+
+/// Where the smallest of the rotations of a cycle begins. O(size). After Shiloach, Fast Canonization of Circular
+/// Strings, 1981, in its simpler form with two candidates.
+template <class At>
+std::size_t smallestRotation(std::size_t size, At at) {
+  std::size_t i = 0, j = 1;
+  for (std::size_t same = 0; i < size && j < size && same < size;) {
+    const std::uint32_t a = at((i + same) % size), b = at((j + same) % size);
+    if (a == b) {
+      ++same;
+      continue;
+    }
+    (a > b ? i : j) += same + 1;
+    if (i == j) ++j;
+    same = 0;
+  }
+  return std::min(i, j);
+}
+
+/// Writes a face's corners from where and in the direction in which they are the smallest sequence: equal for faces
+/// that have the same corners in the same cyclic order or in the reversed one, and for no others.
+void writeSmallestForm(std::span<const std::uint32_t> corners, std::uint32_t* out, std::vector<std::uint32_t>& other) {
+  const std::size_t n = corners.size();
+  const auto write = [n](auto at, std::uint32_t* to) {
+    const std::size_t begin = smallestRotation(n, at);
+    for (std::size_t i = 0; i < n; ++i) to[i] = at((begin + i) % n);
+  };
+  other.resize(n);
+  write([&](std::size_t i) { return corners[i]; }, out);
+  write([&](std::size_t i) { return corners[n - 1 - i]; }, other.data());
+  if (std::ranges::lexicographical_compare(other, std::span(out, n))) std::ranges::copy(other, out);
+}
 
 /// Finds the faces that visit a vertex twice.
 class TwiceVisited {
@@ -231,120 +286,6 @@ class TwiceVisited {
 struct Match {
   std::uint32_t vertex, kept, cleared;
   friend auto operator<=>(const Match&, const Match&) = default;
-};
-
-/// The copies of one face, sorted along one texture coordinate at one of its vertices: only those that lie close there
-/// can be double. Faces go by their position among the copies.
-class CoordinateSweep {
- public:
-  /// Chooses the coordinate that separates the copies best; without texture coordinates it separates none.
-  /// O(corners + copies log copies) for each one tried.
-  CoordinateSweep(const MeshStorage& mesh, std::span<const std::uint32_t> copies) {
-    std::uint32_t sets = 0;
-    for (const std::uint32_t face : copies) sets |= mesh.mFaces.mask(face) & kTexCoordSetBits;
-    const auto corners = mesh.mFaces.corners(copies[0]);
-    mAxis.mValues.assign(copies.size(), std::numeric_limits<double>::quiet_NaN());
-    std::size_t fewestPairs = std::numeric_limits<std::size_t>::max();
-    for (const std::uint32_t vertex : corners.first(std::min(corners.size(), kCornersTried)))
-      for (std::uint32_t bits = sets; bits != 0; bits &= bits - 1)
-        for (const auto coordinate : {&Vec2::x, &Vec2::y}) {
-          Axis axis(mesh, copies, vertex, std::countr_zero(bits), coordinate);
-          const std::size_t pairs = axis.closePairs();
-          if (pairs >= fewestPairs) continue;
-          fewestPairs = pairs;
-          mAxis = std::move(axis);
-        }
-    link(copies.size());
-  }
-
-  /// Calls `use(later)` for the later copies that may be double to `copy`, but for those that are gone. To be called
-  /// with ascending copies that are not gone themselves.
-  template <class Use>
-  void forEachLater(std::size_t copy, const std::vector<std::uint8_t>& gone, Use use) {
-    const double value = mAxis.mValues[copy];
-    if (std::isnan(value)) {
-      for (std::size_t later = copy + 1; later < gone.size(); ++later)
-        if (!gone[later]) use(later);
-      return;
-    }
-    const auto visit = [&](const std::vector<std::size_t>& neighbours) {
-      for (std::size_t at = neighbours[copy]; at != gone.size(); at = neighbours[at]) {
-        if (std::fabs(mAxis.mValues[at] - value) > kWindow) return;
-        if (at < copy || gone[at])
-          unlink(at);
-        else
-          use(at);
-      }
-    };
-    visit(mNext);
-    visit(mPrevious);
-    for (const std::size_t later : mAxis.mFree)
-      if (later > copy && !gone[later]) use(later);
-  }
-
- private:
-  static constexpr std::size_t kCornersTried = 8;
-  /// A little more than the tolerance, so that rounding loses no pair.
-  static constexpr double kWindow = kTexCoordTolerance * 1.01;
-
-  /// The copies along one coordinate.
-  struct Axis {
-    std::vector<double> mValues;       ///< per copy; NaN for those that the coordinate does not tell from any other
-    std::vector<std::size_t> mSorted;  ///< the others, by their values
-    std::vector<std::size_t> mFree;    ///< those without a value, ascending
-
-    Axis() = default;
-    Axis(const MeshStorage& mesh, std::span<const std::uint32_t> copies, std::uint32_t vertex, int set,
-         double Vec2::*coordinate) {
-      for (const std::uint32_t face : copies) {
-        const double value = valueOf(mesh, face, vertex, set, coordinate);
-        (std::isnan(value) ? mFree : mSorted).push_back(mValues.size());
-        mValues.push_back(value);
-      }
-      std::ranges::sort(mSorted, {}, [this](std::size_t copy) { return mValues[copy]; });
-    }
-
-    /// NaN unless the face visits the vertex once and has a finite pair there: a pair that is finite on one coordinate
-    /// alone may still be at a NaN distance from others, and that counts as close.
-    static double valueOf(const MeshStorage& mesh, std::uint32_t face, std::uint32_t vertex, int set,
-                          double Vec2::*coordinate) {
-      constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
-      const auto corners = mesh.mFaces.corners(face);
-      const auto& pairs = mesh.mTexCoords[static_cast<std::size_t>(set)];
-      if (!mesh.mFaces.carries(face, set) || std::ranges::count(corners, vertex) != 1) return kNone;
-      const auto corner = static_cast<std::size_t>(std::ranges::find(corners, vertex) - corners.begin());
-      const std::uint32_t pair = mesh.mFaces.cornerSet(face, set)[corner];
-      if (pair >= pairs.size() || !std::isfinite(pairs[pair].x) || !std::isfinite(pairs[pair].y)) return kNone;
-      return pairs[pair].*coordinate;
-    }
-
-    /// How many pairs the coordinate leaves to be compared.
-    std::size_t closePairs() const {
-      std::size_t pairs = mFree.size() * mValues.size();
-      for (std::size_t low = 0, high = 0; high < mSorted.size(); ++high) {
-        while (mValues[mSorted[high]] - mValues[mSorted[low]] > kWindow) ++low;
-        pairs += high - low;
-      }
-      return pairs;
-    }
-  };
-
-  void link(std::size_t count) {
-    mNext.resize(count, count);
-    mPrevious.resize(count, count);
-    for (std::size_t i = 1; i < mAxis.mSorted.size(); ++i) {
-      mNext[mAxis.mSorted[i - 1]] = mAxis.mSorted[i];
-      mPrevious[mAxis.mSorted[i]] = mAxis.mSorted[i - 1];
-    }
-  }
-
-  void unlink(std::size_t copy) {
-    if (mNext[copy] != mNext.size()) mPrevious[mNext[copy]] = mPrevious[copy];
-    if (mPrevious[copy] != mPrevious.size()) mNext[mPrevious[copy]] = mNext[copy];
-  }
-
-  Axis mAxis;
-  std::vector<std::size_t> mNext, mPrevious;  // along the axis, the number of copies for none
 };
 
 /// Works out which faces go.
@@ -397,45 +338,57 @@ class DoubleSearch {
   }
 
   /// Matches faces of one key, ascending.
-  void resolveCopies(std::span<std::uint32_t> copies) {
-    if (!mComparison.comparesAttributes() || copies.size() <= kFewCopies) {
+  void resolveCopies(std::span<const std::uint32_t> copies) {
+    if (copies.size() <= kFewCopies) {
       resolvePlainly(copies);
       return;
     }
-    // Faces of different materials are never double.
-    const auto material = [this](std::uint32_t face) { return mComparison.materials().of(face); };
-    std::ranges::stable_sort(copies, {}, material);
-    for (auto begin = copies.begin(); begin != copies.end();) {
-      const auto end = std::upper_bound(begin, copies.end(), material(*begin),
-                                        [&](std::uint32_t m, std::uint32_t face) { return m < material(face); });
-      const std::span<const std::uint32_t> sameMaterial = withoutUnmatchable(std::span(begin, end));
-      if (sameMaterial.size() <= kFewCopies) {
-        resolvePlainly(sameMaterial);
+    sortByForm(copies);
+    for (auto begin = mForms.begin(); begin != mForms.end();) {
+      const auto end = std::find_if(begin, mForms.end(), [&](const Form& form) { return *begin < form; });
+      mAlike.clear();
+      std::transform(begin, end, std::back_inserter(mAlike), [](const Form& form) { return form.face; });
+      if (!mComparison.comparesAttributes() || mAlike.size() <= kFewCopies) {
+        resolvePlainly(mAlike);
       } else {
-        CoordinateSweep sweep(mMesh, sameMaterial);
-        resolve(sameMaterial, [&](std::size_t copy, auto use) { sweep.forEachLater(copy, mGone, use); });
+        TexCoordTree tree(mMesh, mAlike, kTexCoordTolerance);
+        resolve(mAlike, [&](std::size_t copy, auto isDouble) {
+          // A face that is not even double to itself has an index beyond the texture coordinates, and so is to none.
+          if (mComparison.areDouble(mAlike[copy], mAlike[copy]))
+            tree.forEachLater(static_cast<std::uint32_t>(copy),
+                              [&](std::uint32_t at) { return mGone[at] || isDouble(at); });
+        });
       }
       begin = end;
     }
   }
 
-  /// Drops the faces that are double to none, not even to themselves: those with an index beyond the texture
-  /// coordinates, provided that all carry the same sets (else a face may be double that does not look at that set).
-  std::span<const std::uint32_t> withoutUnmatchable(std::span<std::uint32_t> copies) const {
-    const PrimitiveList& faces = mMesh.mFaces;
-    const auto sets = [&](std::uint32_t face) { return faces.mask(face) & kTexCoordSetBits; };
-    const std::uint32_t common = sets(copies[0]);
-    if (!std::ranges::all_of(copies, [&](std::uint32_t face) { return sets(face) == common; })) return copies;
-    const auto keptEnd = std::remove_if(copies.begin(), copies.end(), [&](std::uint32_t face) {
-      for (std::uint32_t bits = common; bits != 0; bits &= bits - 1) {
-        const int set = std::countr_zero(bits);
-        const std::size_t pairCount = mMesh.mTexCoords[static_cast<std::size_t>(set)].size();
-        if (std::ranges::any_of(faces.cornerSet(face, set), [=](std::uint32_t pair) { return pair >= pairCount; }))
-          return true;
-      }
-      return false;
-    });
-    return {copies.begin(), keptEnd};
+  /// What is equal for all faces that may be double: the same material and the smallest form of the corners.
+  struct Form {
+    std::uint32_t face, material;
+    std::span<const std::uint32_t> corners;
+
+    bool operator<(const Form& b) const {
+      if (material != b.material) return material < b.material;
+      return std::ranges::lexicographical_compare(corners, b.corners);
+    }
+  };
+
+  /// Many faces of one key may also be different ones whose keys were made to be equal, or the turns of one that visits
+  /// a vertex many times.
+  void sortByForm(std::span<const std::uint32_t> copies) {
+    std::size_t corners = 0;
+    for (const std::uint32_t face : copies) corners += mMesh.mFaces.cornerCount(face);
+    mFormCorners.resize(corners);
+    mForms.clear();
+    std::uint32_t* next = mFormCorners.data();
+    for (const std::uint32_t face : copies) {
+      const std::uint32_t count = mMesh.mFaces.cornerCount(face);
+      writeSmallestForm(mMesh.mFaces.corners(face), next, mScratch);
+      mForms.push_back({face, mComparison.comparesAttributes() ? mComparison.materials().of(face) : 0, {next, count}});
+      next += count;
+    }
+    std::ranges::stable_sort(mForms, std::less());
   }
 
   void resolvePlainly(std::span<const std::uint32_t> copies) {
@@ -445,14 +398,16 @@ class DoubleSearch {
     });
   }
 
-  /// Lets each copy, ascending, match what is left of the later ones; `forEachLater(copy, use)` says which to look at.
+  /// Lets each copy, ascending, match what is left of the later ones; `forEachLater(copy, use)` says which to look at,
+  /// and `use` whether they went.
   template <class ForEachLater>
   void resolve(std::span<const std::uint32_t> copies, ForEachLater forEachLater) {
     mGone.assign(copies.size(), 0);
     const auto match = [&](std::uint32_t vertex, std::uint32_t a, std::size_t copy) {
-      if (!mComparison.areDouble(a, copies[copy])) return;
+      if (!mComparison.areDouble(a, copies[copy])) return false;
       mMatches.push_back({vertex, a, copies[copy]});
       mGone[copy] = 1;
+      return true;
     };
     bool anyLeft = false;
     for (std::size_t copy = 0; copy < copies.size(); ++copy) {
@@ -464,7 +419,7 @@ class DoubleSearch {
         if (mGone[copy]) continue;
         anyLeft = true;
       }
-      forEachLater(copy, [&](std::size_t later) { match(lowest, a, later); });
+      forEachLater(copy, [&](std::size_t later) { return match(lowest, a, later); });
     }
     if (!anyLeft) return;
     for (std::size_t copy = 0; copy < copies.size(); ++copy)
@@ -487,7 +442,8 @@ class DoubleSearch {
   std::vector<std::uint32_t> mTwiceVisiting;  // faces, ascending
   std::vector<Match> mMatches;
   std::vector<std::uint8_t> mGone;  // of the copies at hand
-  std::vector<std::uint32_t> mScratch;
+  std::vector<Form> mForms;         // of many faces of one key
+  std::vector<std::uint32_t> mFormCorners, mAlike, mScratch;
 };
 
 /// Merges tags: indices into a list of sets that grows by the unions it lacks.
