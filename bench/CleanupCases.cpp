@@ -1,4 +1,5 @@
 #include "CleanupCases.h"
+#include "CraftedWorkloads.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -100,6 +101,18 @@ std::vector<CleanupCase> cleanupCases() {
   std::vector<CleanupCase> cases = normalCases();
   std::ranges::move(worstCases(), std::back_inserter(cases));
   return cases;
+}
+
+std::vector<CleanupCase> craftedCases() {
+  return {
+      {"crafted/holes/slits", slits, zeroFaces, 0},
+      {"crafted/holes/nestedCs", nestedCs, zeroFaces, 0},
+      {"crafted/holes/crossedSlits", crossedSlits, zeroFaces, 0},
+      {"crafted/mergeVertices/chainOfPinches", chainOfPinches, weld, 0},
+      {"crafted/removeFacesDouble/texturedCopies", copiesWithTexture, doublesWithAttributes, 0},
+      {"crafted/removeFacesDouble/apartAtOneCorner", copiesApartAtOneCorner, doublesWithAttributes, 0},
+      {"crafted/removeFacesDouble/reorderedLoops", reorderedLoops, doubles, 0},
+  };
 }
 
 CleanupCase cleanupCase(const std::string& name) {

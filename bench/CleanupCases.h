@@ -16,6 +16,9 @@ struct CleanupCase {
 
 std::vector<CleanupCase> cleanupCases();
 
+/// Cases that were made to be expensive, for any size.
+std::vector<CleanupCase> craftedCases();
+
 /// The case of this name, which must exist.
 CleanupCase cleanupCase(const std::string& name);
 
