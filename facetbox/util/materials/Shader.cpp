@@ -6,7 +6,7 @@
 #include <boost/container_hash/hash.hpp>
 #include <boost/flyweight/flyweight.hpp>
 #include <boost/flyweight/hashed_factory.hpp>
-#include <boost/flyweight/intermodule_holder.hpp>
+#include <boost/flyweight/holder_tag.hpp>
 #include <boost/flyweight/refcounted.hpp>
 #include <boost/flyweight/simple_locking.hpp>
 
@@ -17,22 +17,22 @@ namespace {
 
 using TexturePtr = std::shared_ptr<const Texture>;
 
+/// Holds the store in plain memory of the process and never destroys it: a handle in a static object may be released
+/// after every static object of this file is gone.
+struct LastingHolder : boost::flyweights::holder_marker {
+  template <class Store>
+  struct apply {
+    struct type : boost::flyweights::holder_marker {
+      static Store& get() {
+        static Store& store = *new Store;
+        return store;
+      }
+    };
+  };
+};
+
 using InternedShader = boost::flyweight<Shader, boost::flyweights::hashed_factory<>, boost::flyweights::refcounted,
-                                        boost::flyweights::simple_locking, boost::flyweights::intermodule_holder>;
-
-}  // namespace
-}  // namespace util
-
-// The flyweight's own definition of this member makes the store, and with it a shared-memory object, when the library
-// is loaded. A host that never passes a texture shall not get one, so intern() makes the store instead.
-template <>
-bool boost::flyweights::detail::flyweight_core<boost::flyweights::detail::default_value_policy<util::Shader>,
-                                               boost::mpl::na, boost::flyweights::refcounted,
-                                               boost::flyweights::hashed_factory<>, boost::flyweights::simple_locking,
-                                               boost::flyweights::intermodule_holder>::static_initializer = false;
-
-namespace util {
-namespace {
+                                        boost::flyweights::simple_locking, LastingHolder>;
 
 template <class T>
 std::string_view bytesOf(const std::vector<T>& values) noexcept {
@@ -145,14 +145,13 @@ std::size_t hash_value(const Shader& shader) noexcept {
 }
 
 const Shader& ShaderHandle::emptyShader() {
-  static const Shader empty("EmptyShader");
+  // Never destroyed, like the store.
+  static const Shader& empty = *new Shader("EmptyShader");
   return empty;
 }
 
 ShaderHandle intern(const Shader& shader) {
   if (shader == ShaderHandle::emptyShader()) return {};
-  // Once, and before any other use: the flyweight's own check for a missing store takes no lock.
-  [[maybe_unused]] static const bool storeExists = InternedShader::init();
   const auto interned = std::make_shared<const InternedShader>(shader);
   return ShaderHandle(std::shared_ptr<const Shader>(interned, &interned->get()));
 }

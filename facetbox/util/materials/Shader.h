@@ -90,10 +90,9 @@ class ShaderHandle {
 
 /// The handle of the one record with this content. A record leaves the store with its last handle.
 ///
-/// The store comes into being with the first record that is not the empty material. It is shared by all modules of the
-/// process, through a small shared-memory object that lasts until the process ends; so must every handle be gone by
-/// then. May be called from several threads. O(size of the content), one allocation beyond a new record.
-/// @throws an exception derived from std::exception where the system refuses the shared-memory object
+/// The store is the process's own memory: no file, nothing that a child process shares. It is never destroyed, so
+/// handles may be released as late as they like. May be called from several threads. O(size of the content), one
+/// allocation beyond a new record.
 ShaderHandle intern(const Shader& shader);
 
 /// The material of a run of faces: what is not set in the first record is looked up in the second.

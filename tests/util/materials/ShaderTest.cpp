@@ -2,6 +2,7 @@
 
 #include <array>
 #include <barrier>
+#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 #include <thread>
@@ -97,7 +98,7 @@ TEST(ShaderHandle, threadsInternCompareAndReleaseTheSameContents) {
   constexpr std::size_t kThreads = 4;
   constexpr int kRounds = 500;
   const std::array<std::u16string, 4> names = {u"a", u"b", u"c", u"d"};
-  // The first two stay alive throughout, the others come and go. Run on its own, this also makes the store in a race.
+  // The first two stay alive throughout, the others come and go.
   std::array<std::array<ShaderHandle, 2>, kThreads> kept;
   std::array<int, kThreads> mistakes{};
   std::barrier start(std::ptrdiff_t{kThreads});
@@ -119,6 +120,18 @@ TEST(ShaderHandle, threadsInternCompareAndReleaseTheSameContents) {
   threads.clear();
   EXPECT_THAT(mistakes, ::testing::Each(0));
   EXPECT_THAT(kept, ::testing::Each(kept[0]));
+}
+
+/// Made before the store, so that it goes after everything that goes at the end of the process.
+[[gnu::init_priority(101)]] ShaderHandle gLastHandle;
+
+TEST(ShaderHandleDeathTest, mayOutliveTheStaticObjectsOfTheLibrary) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto keepOneToTheEnd = [] {
+    gLastHandle = intern(texturedShader(u"kept"));
+    std::exit(0);
+  };
+  EXPECT_EXIT(keepOneToTheEnd(), testing::ExitedWithCode(0), "");
 }
 
 TEST(FindTexture, looksInTheSecondRecordOnlyForWhatTheFirstDeclares) {
