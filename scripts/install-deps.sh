@@ -7,7 +7,7 @@ build=(g++ make cmake ninja-build pkg-config git
        libboost-dev libboost-thread-dev libboost-system-dev libglu1-mesa-dev libmd-dev
        libcli11-dev nlohmann-json3-dev libfmt-dev libassimp-dev libpng-dev)
 test=(libgtest-dev libgmock-dev libbenchmark-dev)
-ci=(clang lld libclang-rt-14-dev binutils)
+ci=(clang clang-format lld libclang-rt-14-dev binutils)
 
 wanted=()
 for group in "${@:-build}"; do

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -78,4 +79,13 @@ int main() {
   if (!result) return 1;
   std::printf("facetbox %s: %d face\n", facetbox::version(), result->mCountCount);
   Cleanup::freeMeshDataAndHoles(result);
+
+  std::vector<float> many(3000, std::numeric_limits<float>::infinity());
+  data.mVertexCoords = many.data();
+  data.mVCCount = 3000;
+  try {
+    Cleanup::mergeVertices(0.1f, data);
+    return 1;
+  } catch (const util::RuntimeErrorST&) {
+  }
 }
