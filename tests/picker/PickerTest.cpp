@@ -16,6 +16,7 @@
 namespace {
 
 using support::Matrix;
+using support::oneIn;
 using support::pick;
 using support::picked;
 using support::PlainPicker;
@@ -126,6 +127,17 @@ TEST_F(PickerTest, aHandleLeadsToItsPickerAndStartsWithIt) {
   EXPECT_EQ(record[1], 2u);
 }
 
+TEST_F(PickerTest, raysFollowAnObjectThatIsMoved) {
+  const support::Surface grid = support::gridOf(9, 9, [](unsigned, unsigned) { return false; });
+  const util::Mesh mesh = support::meshOf(grid.mPoints, grid.mFaces);
+  const std::size_t handle = picker->createHandle();
+  picker->addEntry(handle, 1, {&mesh}, shifted(0, 0, 0).data());
+  for (const float x : {4.5f, 24.5f, 44.5f}) {
+    EXPECT_EQ(rayPicked(*picker, handle, 1, {x, 4.25f, 10}, {0, 0, -1}).mDistance, 10);
+    picker->relocate(handle, 20, 0, 0);
+  }
+}
+
 TEST_F(PickerTest, aBufferTooSmallIsLeftAloneAndTheCountNegated) {
   const std::size_t handle = picker->createHandle();
   for (const std::uint32_t id : {7u, 8u, 9u}) picker->addEntry(handle, id, {&meshes.cube()}, shifted(0, 0, 0).data());
@@ -138,6 +150,51 @@ TEST_F(PickerTest, aBufferTooSmallIsLeftAloneAndTheCountNegated) {
   EXPECT_THAT(ids, ElementsAre(1, 1, 1, 1));
   EXPECT_EQ(pickInto(ids.data(), 3), 3);
   EXPECT_THAT(ids, ElementsAre(7, 8, 9, 1));
+}
+
+// Corners of boxes lie some ulps on either side of the view volume's planes, in a place that the octree finds well
+// within the volume of the corners: there the clip planes are first to judge.
+TEST_F(PickerTest, objectsWithinUlpsOfTheClipPlanesAreJudgedByTheirVertices) {
+  std::mt19937 random(1);
+  const std::array<float, 24> corners = support::viewOf(support::ortho(90)).mCorners;
+  const auto number = [&](double low, double high) {
+    return std::uniform_real_distribution<double>(low, high)(random);
+  };
+  constexpr int kRounds = 1000;
+  int found = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    View view{{}, corners};
+    for (const std::size_t i : {0, 1, 2, 4, 5, 6, 8, 9, 10}) view.mMatrix[i] = static_cast<float>(number(-0.05, 0.05));
+    view.mMatrix[15] = 1;
+    Matrix q, place = shifted(0, 0, 0);
+    std::ranges::copy(view.mMatrix, q.begin());
+    for (const std::size_t i : {0, 5, 10}) place[i] = number(0.5, 2);
+    const std::size_t row = random() % 3;
+    const double plane = oneIn(random, 2) ? 1 : -1, side = oneIn(random, 2) ? 1 : -1;
+    // Along the axis on which the row rests most, so that one corner of the box comes to the plane.
+    std::size_t axis = 0;
+    for (const std::size_t a : {1, 2})
+      if (std::fabs(q[4 * a + row]) > std::fabs(q[4 * axis + row])) axis = a;
+    for (int step = 0; step < 3; ++step) {
+      const Matrix c = support::product(q, place);
+      const double reach = std::fabs(c[row]) + std::fabs(c[4 + row]) + std::fabs(c[8 + row]);
+      place[12 + axis] += (plane - (c[12 + row] + side * reach)) / q[4 * axis + row];
+    }
+    for (int ulps = pick(random, -3, 3); ulps != 0; ulps -= ulps < 0 ? -1 : 1)
+      place[12 + axis] = std::nextafter(place[12 + axis], ulps < 0 ? -1e9 : 1e9);
+    PlainPicker plain;
+    const std::size_t handle = picker->createHandle();
+    picker->addEntry(handle, 1, {&meshes.cube()}, place.data());
+    plain.addEntry(1, {&meshes.cube()}, place);
+    for (const bool wholeInside : {false, true}) {
+      const Ids expected = plain.pickFrustum(view.mCorners, view.mMatrix, wholeInside);
+      found += static_cast<int>(expected.size());
+      ASSERT_EQ(picked(*picker, handle, view, wholeInside), expected) << "round " << round;
+    }
+    picker->dispose(handle);
+  }
+  EXPECT_GT(found, kRounds / 10);
+  EXPECT_LT(found, 2 * kRounds - kRounds / 10);
 }
 
 TEST_F(PickerTest, aHandleDisposedOfInTheBatchFindsNothingAndTakesNothing) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <numbers>
 #include <random>
+#include <span>
 #include <vector>
 
 #include <facetbox/picker/Picker.h>
@@ -55,6 +56,24 @@ inline Matrix randomViewProjection(std::mt19937& random, int reach) {
   return product(window, product(projection, product(product(over, around),
                                                      shifted(pick(random, -reach, reach), pick(random, -reach, reach),
                                                              pick(random, -reach, reach)))));
+}
+
+/// Scales a row of a matrix into clip space so that the outermost of some points, or the innermost, lies on a plane of
+/// the cube, give or take some ulps.
+inline void tuneToPlane(std::mt19937& random, Matrix& c, std::span<const double> points) {
+  const std::size_t axis = random() % 3;
+  const bool outermost = oneIn(random, 2);
+  const double side = oneIn(random, 2) ? 1 : -1;
+  double extreme = outermost ? -INFINITY : INFINITY;
+  for (std::size_t v = 0; v + 2 < points.size(); v += 3) {
+    const auto row = [&](std::size_t r) {
+      return c[r] * points[v] + c[4 + r] * points[v + 1] + c[8 + r] * points[v + 2] + c[12 + r];
+    };
+    const double at = side * row(axis) / std::fabs(row(3));
+    extreme = outermost ? std::max(extreme, at) : std::min(extreme, at);
+  }
+  if (!(1e-6 < extreme && extreme < 1e6)) return;
+  for (const std::size_t column : {0, 4, 8, 12}) c[column + axis] *= (1 + pick(random, -3, 3) * 0x1p-52) / extreme;
 }
 
 inline View randomView(std::mt19937& random, int reach) { return viewOf(randomViewProjection(random, reach)); }

@@ -221,6 +221,19 @@ TEST(Triangulator, isAsGoodAsNewAfterTooManyCombinedVertices) {
   }
 }
 
+// Each axis becomes the next one: every face is seen edge on along the normal that it has in the mesh.
+TEST(Triangulator, aTurnedCubeHasItsTwelveTrianglesFacingOutward) {
+  const support::Surface cube = support::surfaceOf({{0, 0, 0}}, 2.0);
+  std::vector<double> turned;
+  for (const Vec3& p : cube.mPoints) turned.insert(turned.end(), {p.y, p.z, p.x});
+  const std::unique_ptr<TriangleMesh> mesh(Triangulator().triangulate(meshOf(cube.mPoints, cube.mFaces), turned, 0));
+  ASSERT_EQ(mesh->indices().size(), 36u);
+  for (std::size_t t = 0; t < 12; ++t) {
+    const Vec3 corner = pointOf(mesh->vertexCoordinates(), mesh->indices()[3 * t]);
+    EXPECT_EQ(dot(areaVector(*mesh, t), corner - Vec3{1, 1, 1}), 2) << t;
+  }
+}
+
 TEST(Triangulator, rejectsHoleGroupsThatCannotBeFollowed) {
   const std::vector<Vec3> points{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
   const Faces faces(3, {0, 1, 2});

@@ -19,6 +19,7 @@
 namespace {
 
 using support::Matrix;
+using support::pick;
 using util::TriangleMesh;
 
 double wildNumber(std::mt19937& random) {
@@ -73,6 +74,39 @@ TEST(ClipTest, givesTheAnswersOfTheLoopsAsWrittenDown) {
   EXPECT_GT(overlapping, count / 10);
   EXPECT_LT(overlapping, count - count / 10);
   EXPECT_GT(inside, count / 50);
+}
+
+// The corners of a box, some ulps on either side of a plane: what is told from the box must hold for each.
+TEST(ClipTest, whatIsToldFromABoxHoldsForItsCorners) {
+  std::mt19937 random(5);
+  int inside = 0, outside = 0;
+  const auto number = [&](double size) { return std::uniform_real_distribution<double>(-size, size)(random); };
+  for (int round = 0; round < 200'000; ++round) {
+    const double reach = std::pow(10.0, pick(random, -1, 2));
+    const util::Vec3 low{number(reach), number(reach), number(reach)};
+    const util::Box box{low, low + util::Vec3{0.1 + std::fabs(number(1)), std::fabs(number(1)), std::fabs(number(1))}};
+    std::vector<double> corners;
+    for (const double x : {box.min.x, box.max.x})
+      for (const double y : {box.min.y, box.max.y})
+        for (const double z : {box.min.z, box.max.z}) corners.insert(corners.end(), {x, y, z});
+    Matrix c = support::product(support::randomViewProjection(random, 5), support::randomPlace(random, 5));
+    support::tuneToPlane(random, c, corners);
+    const util::ClipSide side = util::sideOfClipCube(box, c.data());
+    std::uint32_t beyondOne = 63;
+    bool areIn = true;
+    for (std::size_t k = 0; k < 24; k += 3) {
+      util::ClipVertex vertex;
+      util::toClipVerticesBase(c.data(), &corners[k], 1, &vertex);
+      beyondOne &= vertex.beyond;
+      areIn = areIn && vertex.beyond == 0;
+    }
+    ASSERT_TRUE(side != util::ClipSide::inside || areIn) << round;
+    ASSERT_TRUE(side != util::ClipSide::outside || beyondOne != 0) << round;
+    inside += side == util::ClipSide::inside;
+    outside += side == util::ClipSide::outside;
+  }
+  EXPECT_GT(inside, 500);
+  EXPECT_GT(outside, 5000);
 }
 
 TEST(ClipVertices, areTheSameWithAnyInstructions) {
