@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cmath>
+
+#include <facetbox/util/math/PieceSplitter.h>
 
 // The index is a binary space partition of the edges (Fuchs, Kedem, Naylor, On Visible Surface Generation by A Priori
 // Tree Structures, 1980) whose cutting lines are taken along an axis or along the edges themselves, so that bundles of
@@ -18,57 +19,9 @@ namespace util {
 namespace {
 
 constexpr std::size_t kLeafEdges = 20;
-constexpr int kMaxDepth = 40;
-
-/// From this many pieces on, a good cutting line is worth a longer search.
-constexpr std::size_t kThorough = 128;
 
 /// Keeps node and edge numbers within 32 bits.
 constexpr std::size_t kMaxIndexed = std::size_t{1} << 28;
-
-/// Margin around a cutting line, relative to the largest local coordinate: 1024 units of rounding (2^-53). Needed are 5
-/// to place a query point (1 to make it local, 4 to evaluate the line), 20 for where a piece is cut, and 2 * 5 a level
-/// for how far cutting moves its ends (5 in each coordinate, kMaxDepth levels): 425 in all.
-constexpr double kMargin = 0x1p-43;
-
-/// Local coordinates above or below these could over- or underflow on the way; such polygons are searched plainly.
-constexpr double kMaxMagnitude = 0x1p900, kMinMagnitude = 0x1p-900;
-
-/// The part of an edge, or of a query segment, that may lie in a region, in local coordinates.
-struct Piece {
-  Vec2 a, b;
-
-  Vec2 middle() const { return {(a.x + b.x) / 2, (a.y + b.y) / 2}; }
-  Vec2 along() const { return {b.x - a.x, b.y - a.y}; }
-};
-
-double maxNorm(Vec2 v) { return std::max(std::fabs(v.x), std::fabs(v.y)); }
-
-/// Normal of lines along `along`, its larger component 1 or -1; zero for a vector of length zero.
-Vec2 normalOf(Vec2 along) {
-  const double size = maxNorm(along);
-  return size > 0 ? Vec2{-along.y / size, along.x / size} : Vec2{};
-}
-
-struct Line {
-  Vec2 normal;  // larger component is 1 or -1
-  double offset;
-
-  double heightOf(Vec2 p) const { return normal.x * p.x + normal.y * p.y; }
-};
-
-Vec2 between(Vec2 a, Vec2 b, double t) { return {a.x + (b.x - a.x) * t, a.y + (b.y - a.y) * t}; }
-
-/// Cuts off what is above `limit`; the heights are those of the piece's ends.
-Piece keepBelow(const Piece& piece, double heightA, double heightB, double limit) {
-  if (heightA > limit) return {between(piece.a, piece.b, (limit - heightA) / (heightB - heightA)), piece.b};
-  if (heightB > limit) return {piece.a, between(piece.a, piece.b, (limit - heightA) / (heightB - heightA))};
-  return piece;
-}
-
-Piece keepAbove(const Piece& piece, double heightA, double heightB, double limit) {
-  return keepBelow(piece, -heightA, -heightB, -limit);
-}
 
 bool isWithinBox(Vec2 p, Vec2 a, Vec2 b) { return !detail::boxesApart(p, p, a, b); }
 
@@ -106,11 +59,6 @@ class PlanarPolygon::IndexBuilder {
   void build();
 
  private:
-  struct Item {
-    Piece piece;
-    std::uint32_t edge;
-    bool isShared;  // also listed in the other child
-  };
   struct Reference {
     Vec2 point;
     bool isInside;
@@ -118,26 +66,13 @@ class PlanarPolygon::IndexBuilder {
   /// The items from `begin` on are taken off the stack; `spare` is how many further copies of edges may be made.
   void buildNode(std::size_t node, std::size_t begin, Reference reference, std::size_t spare, int depth);
   void makeLeaf(std::size_t node, std::size_t begin, const Reference& reference);
-  bool chooseLine(std::size_t begin, Line& line);
-  void takeSample(std::size_t begin);
-  void rateDirection(Vec2 along, Line& best, double& bestCost);
-  void ratePoints(Vec2 a, Vec2 b, Line& best, double& bestCost);
-  void rate(const Line& line, Line& best, double& bestCost) const;
-  bool splitsWithin(std::size_t begin, const Line& line, std::size_t spare) const;
-  std::size_t split(std::size_t begin, const Line& line);
-  void dropSharedFrom(std::size_t middle);
   bool findReference(std::size_t child, std::size_t begin, std::size_t middle, bool isChildRight, const Reference& from,
                      Reference& found) const;
   bool walk(std::size_t begin, std::size_t middle, const Reference& from, Reference& to) const;
 
-  static constexpr std::size_t kSampleSize = 32;
-
   const PlanarPolygon& mPolygon;
-  double mMarginWidth = 0;
-  std::vector<Item> mItems, mRight;
-  std::array<Piece, kSampleSize> mSample;
-  std::array<double, kSampleSize> mHeights;
-  std::size_t mSampled = 0;
+  PieceSplitter mSplitter;
+  std::vector<PieceSplitter::Item>& mItems = mSplitter.items();
 };
 
 void PlanarPolygon::IndexBuilder::build() {
@@ -151,7 +86,7 @@ void PlanarPolygon::IndexBuilder::build() {
   if (!(size < kMaxMagnitude && size > kMinMagnitude && start.x > box.max.x)) return;
   polygon.mCenter = {box.min.x / 2 + box.max.x / 2, box.min.y / 2 + box.max.y / 2};
   polygon.mMagnitude = 2 * size;
-  mMarginWidth = kMargin * polygon.mMagnitude;
+  mSplitter.setMargin(kMargin * polygon.mMagnitude);
 
   const std::size_t count = polygon.mCorners.size();
   mItems.reserve(count + count / 2);
@@ -169,7 +104,8 @@ void PlanarPolygon::IndexBuilder::buildNode(std::size_t node, std::size_t begin,
                                             int depth) {
   const std::size_t count = mItems.size() - begin;
   Line line;
-  if (count <= kLeafEdges || depth == kMaxDepth || !chooseLine(begin, line) || !splitsWithin(begin, line, spare)) {
+  if (count <= kLeafEdges || depth == kMaxDepth || !mSplitter.chooseLine(begin, line) ||
+      !mSplitter.splitsWithin(begin, line, spare)) {
     makeLeaf(node, begin, reference);
     return;
   }
@@ -177,7 +113,7 @@ void PlanarPolygon::IndexBuilder::buildNode(std::size_t node, std::size_t begin,
   const std::size_t left = nodes.size(), right = left + 1;
   nodes.resize(left + 2, Node{{}, 0, emptyBox(), -1});
   nodes[node] = {line.normal, line.offset, emptyBox(), static_cast<std::int32_t>(left)};
-  const std::size_t middle = split(begin, line);
+  const std::size_t middle = mSplitter.split(begin, line);
 
   // One child keeps the reference; the other gets one that is reached through this node's edges.
   const bool isReferenceLeft = line.heightOf(mPolygon.toLocal(reference.point)) < line.offset;
@@ -185,7 +121,7 @@ void PlanarPolygon::IndexBuilder::buildNode(std::size_t node, std::size_t begin,
   Reference other{};
   if (!findReference(otherChild, begin, middle, isReferenceLeft, reference, other)) {
     nodes.resize(left);
-    dropSharedFrom(middle);
+    mSplitter.dropSharedFrom(middle);
     makeLeaf(node, begin, reference);
     return;
   }
@@ -214,117 +150,6 @@ void PlanarPolygon::IndexBuilder::makeLeaf(std::size_t node, std::size_t begin, 
   mPolygon.mLeaves.push_back({reference.point, first, static_cast<std::uint32_t>(edges.size()), reference.isInside});
 }
 
-/// The best of some lines as judged by a sample: across either axis, and along the longest and the middle piece. Where
-/// these cut many pieces, also lines along and between other pieces, for radial bundles and for rows of bends.
-bool PlanarPolygon::IndexBuilder::chooseLine(std::size_t begin, Line& line) {
-  takeSample(begin);
-  Vec2 low = mSample[0].a, high = low, longest{};
-  double longestSize = 0;
-  for (std::size_t i = 0; i < mSampled; ++i) {
-    const Vec2 middle = mSample[i].middle(), along = mSample[i].along();
-    low = {std::min(low.x, middle.x), std::min(low.y, middle.y)};
-    high = {std::max(high.x, middle.x), std::max(high.y, middle.y)};
-    if (maxNorm(along) <= longestSize) continue;
-    longestSize = maxNorm(along);
-    longest = along;
-  }
-  // A line that sends nine in ten to both sides is no use.
-  double cost = 1.8 * static_cast<double>(mSampled) * static_cast<double>(mSampled);
-  const double costBefore = cost;
-  const bool isWide = high.x - low.x > high.y - low.y;  // first come first served: this keeps regions compact
-  rateDirection(isWide ? Vec2{0, 1} : Vec2{1, 0}, line, cost);
-  rateDirection(isWide ? Vec2{1, 0} : Vec2{0, 1}, line, cost);
-  rateDirection(longest, line, cost);
-  rateDirection(mSample[mSampled / 2].along(), line, cost);
-  if (mItems.size() - begin >= kThorough && cost > costBefore / 3) {
-    for (std::size_t i = 0; i < mSampled; i += 4) {
-      rateDirection(mSample[i].along(), line, cost);
-      ratePoints(mSample[i].a, mSample[i].b, line, cost);
-      const Piece& partner = mSample[(i * 5 + 7) % mSampled];
-      ratePoints(mSample[i].a, partner.a, line, cost);
-      ratePoints(mSample[i].b, partner.a, line, cost);
-    }
-  }
-  return cost < costBefore;
-}
-
-/// Takes pieces evenly, but with a jitter lest every second or fourth edge of a regular outline be overlooked.
-void PlanarPolygon::IndexBuilder::takeSample(std::size_t begin) {
-  const std::size_t count = mItems.size() - begin;
-  mSampled = std::min(count, count < kThorough ? kSampleSize / 2 : kSampleSize);
-  for (std::size_t i = 0; i < mSampled; ++i) {
-    const std::size_t jitter = i * 2654435761u % count;
-    mSample[i] = mItems[begin + (i * count + jitter) / mSampled].piece;
-  }
-}
-
-/// Rates the line of that direction through the median of the sample's middles.
-void PlanarPolygon::IndexBuilder::rateDirection(Vec2 along, Line& best, double& bestCost) {
-  Line line{normalOf(along), 0};
-  if (line.normal == Vec2{}) return;
-  for (std::size_t i = 0; i < mSampled; ++i) mHeights[i] = line.heightOf(mSample[i].middle());
-  const auto median = mHeights.begin() + static_cast<std::ptrdiff_t>(mSampled / 2);
-  std::nth_element(mHeights.begin(), median, mHeights.begin() + static_cast<std::ptrdiff_t>(mSampled));
-  line.offset = *median;
-  rate(line, best, bestCost);
-}
-
-/// Rates the line through two points.
-void PlanarPolygon::IndexBuilder::ratePoints(Vec2 a, Vec2 b, Line& best, double& bestCost) {
-  Line line{normalOf({b.x - a.x, b.y - a.y}), 0};
-  if (line.normal == Vec2{}) return;
-  line.offset = line.heightOf(a);
-  rate(line, best, bestCost);
-}
-
-void PlanarPolygon::IndexBuilder::rate(const Line& line, Line& best, double& bestCost) const {
-  double left = 0, right = 0;
-  for (std::size_t i = 0; i < mSampled; ++i) {
-    const double a = line.heightOf(mSample[i].a), b = line.heightOf(mSample[i].b);
-    left += std::min(a, b) <= line.offset + mMarginWidth;
-    right += std::max(a, b) >= line.offset - mMarginWidth;
-  }
-  const double cost = left * left + right * right;
-  if (cost >= bestCost) return;
-  bestCost = cost;
-  best = line;
-}
-
-/// Whether the line makes two smaller children with no more than `spare` items on both sides.
-bool PlanarPolygon::IndexBuilder::splitsWithin(std::size_t begin, const Line& line, std::size_t spare) const {
-  const std::size_t count = mItems.size() - begin;
-  std::size_t left = 0, right = 0;
-  for (std::size_t i = begin; i < mItems.size(); ++i) {
-    const double a = line.heightOf(mItems[i].piece.a), b = line.heightOf(mItems[i].piece.b);
-    left += std::min(a, b) <= line.offset + mMarginWidth;
-    right += std::max(a, b) >= line.offset - mMarginWidth;
-  }
-  return left < count && right < count && left + right - count <= spare;
-}
-
-/// Splits the items from `begin` into those of the left and, from the returned position on, of the right child.
-std::size_t PlanarPolygon::IndexBuilder::split(std::size_t begin, const Line& line) {
-  const double upper = line.offset + mMarginWidth, lower = line.offset - mMarginWidth;
-  mRight.clear();
-  std::size_t end = begin;
-  for (std::size_t i = begin; i < mItems.size(); ++i) {
-    const Item item = mItems[i];
-    const double a = line.heightOf(item.piece.a), b = line.heightOf(item.piece.b);
-    const bool isLeft = std::min(a, b) <= upper, isRight = std::max(a, b) >= lower;
-    if (isRight) mRight.push_back({keepAbove(item.piece, a, b, lower), item.edge, isLeft});
-    if (isLeft) mItems[end++] = {keepBelow(item.piece, a, b, upper), item.edge, isRight};
-  }
-  mItems.resize(end);
-  mItems.insert(mItems.end(), mRight.begin(), mRight.end());
-  return end;
-}
-
-/// Removes the right child's copies, so that the items are the parent's again.
-void PlanarPolygon::IndexBuilder::dropSharedFrom(std::size_t middle) {
-  const auto first = mItems.begin() + static_cast<std::ptrdiff_t>(middle);
-  mItems.erase(std::remove_if(first, mItems.end(), [](const Item& item) { return item.isShared; }), mItems.end());
-}
-
 /// Looks for a point of the child's region that lies on no edge, and finds out whether it is inside. The candidates lie
 /// between the middles of two of the child's pieces. False where there is none, say because the edges coincide.
 bool PlanarPolygon::IndexBuilder::findReference(std::size_t child, std::size_t begin, std::size_t middle,
@@ -348,7 +173,7 @@ bool PlanarPolygon::IndexBuilder::walk(std::size_t begin, std::size_t middle, co
                                        Reference& to) const {
   to.isInside = from.isInside;
   for (std::size_t i = begin; i < mItems.size(); ++i) {
-    const Item& item = mItems[i];
+    const PieceSplitter::Item& item = mItems[i];
     if (i >= middle && item.isShared) continue;  // seen among the left child's
     switch (crossing(mPolygon.mCorners[item.edge], mPolygon.edgeEnd(item.edge), to.point, from.point)) {
       case Crossing::onEdge:

@@ -1,13 +1,16 @@
 #include <facetbox/util/mesh/HoleAssignment.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
+#include <limits>
 #include <span>
 #include <stdexcept>
 #include <vector>
 
 #include <facetbox/util/Buffer.h>
 #include <facetbox/util/math/Box.h>
+#include <facetbox/util/math/LoopPartition.h>
 #include <facetbox/util/mesh/HolePlacement.h>
 #include <facetbox/util/mesh/Maintenance.h>
 #include <facetbox/util/mesh/MeshStorage.h>
@@ -23,15 +26,19 @@ constexpr std::size_t kLargeModeVertices = 101, kLargeModeEntries = 21;
 constexpr std::size_t kLargeGroupHoles = 21, kLargeOuterCorners = 101;
 
 constexpr int kAxes = 3;
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-/// The holes of one group that were kept so far, by their boxes.
+/// The holes of one group that were kept so far.
 ///
 /// Two holes overlap only where their boxes meet as seen along the dominant axis of one of them: each of the tests
 /// projects along one or the other. That the boxes are apart along the axis of sight says nothing, so the faces need
 /// not be planar.
+///
+/// Where boxes leave too many holes to be tested, as with long ones side by side at an angle, those with the axis of
+/// sight for their own are searched in a partition of the plane instead.
 class KeptHoles {
  public:
-  explicit KeptHoles(const MeshStorage& mesh) : mMesh(mesh) {}
+  explicit KeptHoles(HolePlacement& placement, const MeshStorage& mesh) : mPlacement(placement), mMesh(mesh) {}
 
   /// Forgets all and gets ready for the holes of a group.
   void begin(std::span<const std::uint32_t> holes, int outerAxis, Search search);
@@ -47,17 +54,34 @@ class KeptHoles {
   bool any(std::size_t position, Use use);
 
  private:
-  Box boxOf(std::uint32_t face) const;
+  /// How holes are found that have this axis of sight for their own.
+  enum class Finder { boxes, partition, onlyBoxes };
+  /// More tests for each hole than this, after boxes, are too many.
+  static constexpr std::size_t kTestsByBoxes = 24;
 
+  struct Sight {
+    Finder finder = Finder::boxes;
+    std::size_t testsLeft = 0;
+    LoopPartition partition;
+  };
+
+  Box boxOf(std::uint32_t face) const;
+  template <class Use>
+  bool anyByBoxes(int sight, const Box& box, Use use);
+  void startPartition(int sight);
+
+  HolePlacement& mPlacement;
   const MeshStorage& mMesh;
   std::span<const std::uint32_t> mHoles;  // the group's
   bool mIsIndexed = false;
   unsigned mAxes = 0;            // a bit for each dominant axis in use
   Buffer<std::uint8_t> mAxisOf;  // per hole of the group
+  std::vector<unsigned> mKept;
   // One of the two. The index has the boxes of the kept ones itself.
   std::vector<Box> mBoxes;  // per hole of the group
-  std::vector<unsigned> mKept;
   BoxForest<unsigned> mIndex;
+  std::array<Sight, kAxes> mSights;
+  PlanarPolygon mSought;
 };
 
 /// Holds the box of every projection's finite corners, also where others are not finite.
@@ -83,31 +107,78 @@ void KeptHoles::begin(std::span<const std::uint32_t> holes, int outerAxis, Searc
   if (!mIsIndexed) return;
   mIndex.plan(mBoxes, outerAxis);
   std::vector<Box>().swap(mBoxes);  // a large group's are worth giving back
+  for (Sight& sight : mSights) {
+    if (sight.finder == Finder::partition) sight.partition = {};
+    sight.finder = Finder::boxes;
+    sight.testsLeft = kTestsByBoxes * holes.size();
+  }
+}
+
+void KeptHoles::startPartition(int sight) {
+  Box2 box{{kInfinity, kInfinity}, {-kInfinity, -kInfinity}};
+  for (const std::uint32_t hole : mHoles)
+    for (const std::uint32_t v : mMesh.mFaces.corners(hole)) {
+      const Vec2 p = project(mMesh.mVertices[v], sight);
+      if (!isFinite(p)) continue;
+      box.min = {std::min(box.min.x, p.x), std::min(box.min.y, p.y)};
+      box.max = {std::max(box.max.x, p.x), std::max(box.max.y, p.y)};
+    }
+  Sight& own = mSights[static_cast<std::size_t>(sight)];
+  const auto cornersOf = [&](std::uint32_t position) {
+    return mAxisOf[position] == sight ? mPlacement.polygonOf(mHoles[position], sight).corners()
+                                      : std::span<const Vec2>();
+  };
+  if (!own.partition.plan(box, mHoles.size(), cornersOf)) {
+    own.finder = Finder::onlyBoxes;
+    return;
+  }
+  own.finder = Finder::partition;
+  for (const unsigned kept : mKept)
+    if (mAxisOf[kept] == sight) own.partition.insert(kept, mPlacement.polygonOf(mHoles[kept], sight));
 }
 
 void KeptHoles::add(std::size_t position) {
-  if (mIsIndexed)
-    mIndex.insert(position, boxOf(mHoles[position]), static_cast<unsigned>(position));
-  else
-    mKept.push_back(static_cast<unsigned>(position));
+  const std::uint32_t hole = mHoles[position];
+  mKept.push_back(static_cast<unsigned>(position));
+  if (!mIsIndexed) return;
+  mIndex.insert(position, boxOf(hole), static_cast<unsigned>(position));
+  const int axis = mAxisOf[position];
+  Sight& sight = mSights[static_cast<std::size_t>(axis)];
+  if (sight.finder == Finder::partition)
+    sight.partition.insert(static_cast<std::uint32_t>(position), mPlacement.polygonOf(hole, axis));
+}
+
+template <class Use>
+bool KeptHoles::anyByBoxes(int sight, const Box& box, Use use) {
+  const Box column = columnAlong(sight, box);
+  if (mIsIndexed) return mIndex.any(column, use);
+  return std::ranges::any_of(mKept, [&](unsigned other) { return boxesMeet(mBoxes[other], column) && use(other); });
 }
 
 template <class Use>
 bool KeptHoles::any(std::size_t position, Use use) {
   const int axis = mAxisOf[position];
   const Box box = mIsIndexed ? boxOf(mHoles[position]) : mBoxes[position];
-  for (int sight = 0; sight < kAxes; ++sight) {
-    if ((mAxes >> sight & 1) == 0) continue;
-    const Box column = columnAlong(sight, box);
-    const auto useIfSeen = [&](unsigned other) {
-      return (axis == sight || mAxisOf[other] == sight) && use(std::size_t{other});
-    };
-    if (mIsIndexed) {
-      if (mIndex.any(column, useIfSeen)) return true;
-    } else if (std::ranges::any_of(
-                   mKept, [&](unsigned other) { return boxesMeet(mBoxes[other], column) && useIfSeen(other); })) {
-      return true;
+  for (int axisOfSight = 0; axisOfSight < kAxes; ++axisOfSight) {
+    if ((mAxes >> axisOfSight & 1) == 0) continue;
+    const bool isOwn = axis == axisOfSight;
+    Sight& sight = mSights[static_cast<std::size_t>(axisOfSight)];
+    if (mIsIndexed && sight.finder == Finder::boxes && sight.testsLeft == 0) startPartition(axisOfSight);
+    const bool isPartitioned = mIsIndexed && sight.finder == Finder::partition;
+    if (isPartitioned) {
+      mSought.assign(mPlacement.polygonOf(mHoles[position], axisOfSight).corners());
+      const auto inner = isOwn ? LoopPartition::Inner::sought : LoopPartition::Inner::ignored;
+      if (sight.partition.any(mSought, inner, [&](std::uint32_t other) { return use(std::size_t{other}); }))
+        return true;
     }
+    if (isPartitioned && (!isOwn || allAlong(axis))) continue;
+    const auto useIfSeen = [&](unsigned other) {
+      const bool isOwnOfOther = mAxisOf[other] == axisOfSight;
+      if (isPartitioned ? isOwnOfOther : !isOwn && !isOwnOfOther) return false;
+      if (isOwnOfOther && sight.testsLeft > 0) --sight.testsLeft;
+      return use(std::size_t{other});
+    };
+    if (anyByBoxes(axisOfSight, box, useIfSeen)) return true;
   }
   return false;
 }
@@ -115,7 +186,7 @@ bool KeptHoles::any(std::size_t position, Use use) {
 class GroupCheck {
  public:
   GroupCheck(MeshStorage& mesh, bool isLargeMode, HoleAssignmentCounts& counts)
-      : mMesh(mesh), mIsLargeMode(isLargeMode), mCounts(counts), mPlacement(mesh), mKept(mesh) {}
+      : mMesh(mesh), mIsLargeMode(isLargeMode), mCounts(counts), mPlacement(mesh), mKept(mPlacement, mesh) {}
 
   /// Clears the holes of a group that fail.
   void check(std::uint32_t outer, std::span<const std::uint32_t> holes) {

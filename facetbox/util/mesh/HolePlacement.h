@@ -49,6 +49,9 @@ class HolePlacement {
   /// have three corners or more).
   bool overlap(std::uint32_t earlier, std::uint32_t later);
 
+  /// A face seen along an axis. Good until the next call.
+  const PlanarPolygon& polygonOf(std::uint32_t face, int axis) { return projectionOf(face, axis).polygon; }
+
   int axisOf(std::uint32_t face) const { return dominantAxis(mMesh.mFaces.normal(face)); }
 
  private:

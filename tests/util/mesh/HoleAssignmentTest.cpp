@@ -217,6 +217,80 @@ TEST(HoleAssignment, keepsAndDeletesWhatPlainLoopsDoForGroupsOfAllSizes) {
   EXPECT_GT(calm, 50u);
 }
 
+/// Holes whose boxes tell nothing: long ones side by side at an angle, one in the mouth of the next, and many that
+/// touch, contain or lie in one of these; on integers, so that it happens often.
+Mesh randomMeshOfLongHoles(unsigned seed) {
+  std::mt19937 random(seed);
+  Scene scene;
+  const int count = pick(random, 60, 250), dx = pick(random, 1, 9), dy = pick(random, -9, 9), length = 100;
+  const int tilt = pick(random, 0, 2), mixed = oneIn(random, 3) ? pick(random, 2, 30) : 1000000;
+  Indices list;
+  std::vector<int> axes{2};
+  scene.add(box(-4000, -4000, 8000, 8000));
+  for (int i = 0; i < count; ++i) {
+    std::vector<Vec3> corners;
+    const double at = 3 * (oneIn(random, 12) ? pick(random, 0, count) : i), a = 10 + at, b = a + 1;
+    const auto anywhere = [&] { return 1.0 * pick(random, -700, 700); };
+    const int kind = seed % 2 == 0 ? pick(random, 0, 7) : pick(random, 4, 11);
+    if (kind < 7 && seed % 2 == 0) {  // a slit
+      const double begin = pick(random, 0, 3), end = length - pick(random, 0, 3);
+      corners = {{dx * begin, dy * begin + at, 0}, {dx * end, dy * end + at, 0}, {dx * end, dy * end + at + 1, 0}};
+      if (oneIn(random, 2)) corners.push_back({dx * begin, dy * begin + at + 1, 0});
+      if (oneIn(random, 30)) corners.resize(2);
+    } else if (kind > 7) {  // a C, open to the right
+      corners = {{-b, -b, 0}, {a, -b, 0}, {a, -a, 0}, {-a, -a, 0}, {-a, a, 0}, {a, a, 0}, {a, b, 0}, {-b, b, 0}};
+    } else if (kind == 7) {
+      const double size = pick(random, 1, oneIn(random, 8) ? 300 : 3);
+      corners = box(anywhere(), anywhere(), size, size);
+    } else if (oneIn(random, 2)) {  // beside, in, or across one of the others
+      const double t = pick(random, 0, length), size = oneIn(random, 2) ? 0.25 : 2;
+      corners = box(dx * t, dy * t + at + 0.5 * pick(random, -3, 3), size, size);
+    } else {
+      corners = box(-b + 0.25 * pick(random, 0, 8), 0, 0.5, 0.5);
+    }
+    for (Vec3& p : corners)
+      p = {p.x, p.y, tilt * 0.5 * p.x + (mixed < 1000000 ? tilt * p.y : 0) + (oneIn(random, 2000) ? kNaN : 0)};
+    list.push_back(oneIn(random, 100) && !list.empty() ? list[below(random, list.size())] : scene.add(corners));
+    axes.resize(scene.mFaces.size(), oneIn(random, mixed) ? pick(random, 0, 1) : 2);
+  }
+  // Apart from these a field of small ones, and two that contain some of them, before or behind.
+  for (int i = 0; i < 100; ++i) list.push_back(scene.add(box(-3000 + 10 * (i % 10), -3000 + 10 * (i / 10), 3, 3)));
+  for (int i = 0; i < 2; ++i) {
+    const double x = -3005 + 10 * pick(random, 0, 9), y = -3005 + 10 * pick(random, 0, 9),
+                 size = 10 * pick(random, 1, 9);
+    const std::uint32_t around = scene.add(box(x, y, size, size));
+    list.insert(oneIn(random, 3) ? list.end() : list.begin() + below(random, list.size()), around);
+  }
+  if (oneIn(random, 2)) std::ranges::shuffle(list, random);
+  if (oneIn(random, 2)) {  // one that contains the whole field, of which only one is there by then
+    list.push_back(scene.add(box(-2955, -2955, 1, 1)));
+    list.push_back(scene.add(box(-3100, -3100, 300, 300)));
+    std::ranges::stable_partition(list, [&](std::uint32_t hole) {
+      const Vec3& p = scene.mPoints[scene.mFaces[hole][0]];
+      return p.y > -1000 || hole + 2 >= scene.mFaces.size();
+    });
+  }
+  axes.resize(scene.mFaces.size(), 2);
+  scene.addGroup(0, list);
+  Mesh mesh = scene.mesh();
+  for (std::size_t i = 0; i < axes.size(); ++i)
+    mesh.storage().mFaces.setNormal(i, std::array{Vec3{1, 0, 0}, Vec3{0, 1, 0}, Vec3{0, 0, 1}}[axes[i]]);
+  return mesh;
+}
+
+TEST(HoleAssignment, tellsHolesApartThatTheirBoxesDoNot) {
+  std::size_t cleared = 0, kept = 0;
+  for (unsigned seed = 0; seed < 60; ++seed) {
+    SCOPED_TRACE(seed);
+    Mesh mesh = randomMeshOfLongHoles(seed);
+    cleared += expectSameAsPlain(mesh).mClearedHoles;
+    kept += mesh.storage().mFaces.size();
+    if (HasFailure()) return;
+  }
+  EXPECT_GT(cleared, 800u);
+  EXPECT_GT(kept, 2000u);
+}
+
 TEST(HoleAssignment, agreesWithWhatIsKnownOfCollectedPolygons) {
   std::ifstream file(std::filesystem::path(FACETBOX_SHARED_DATA) / "polygons_holes.json");
   if (!file) GTEST_SKIP() << "no collected polygons beside the checkout";
