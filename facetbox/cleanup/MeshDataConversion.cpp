@@ -155,7 +155,8 @@ std::unique_ptr<util::Mesh> meshDataToMesh(const Cleanup::MeshData& data, std::s
   if (data.mVCCount < 3 || !data.mVertexCoords) return nullptr;
   const auto* counts = reinterpret_cast<const std::int32_t*>(data.mCounts);
   std::unique_ptr<util::Mesh> mesh;
-  if (!data.mTexCoords) {
+  // Without a whole pair there are no texture coordinates, and nothing that goes with them is read.
+  if (!data.mTexCoords || data.mTCCount < 2) {
     mesh = std::make_unique<util::Mesh>(data.mName, data.mVCCount, data.mVertexCoords, data.mIndices, data.mCountCount,
                                         counts, data.mHoles, data.mHolesCount, &log);
   } else {

@@ -162,7 +162,8 @@ void Mesh::build(const char* name, int coordCount, const float* coords, const st
   readTexCoords(texCoordCount, texCoords, m.mTexCoords[0]);
   if (holes) m.mHoles.append(holes, countOf(holesCount));
 
-  const FaceArrays arrays{indices, texCoordIndices, texCoords != nullptr, counts, countOf(faceCount)};
+  const bool hasTexCoords = !m.mTexCoords[0].empty();
+  const FaceArrays arrays{indices, hasTexCoords ? texCoordIndices : nullptr, hasTexCoords, counts, countOf(faceCount)};
   requireArray(counts, arrays.faceCount > 0, "corner counts");
   const bool mustRenumber = !m.mHoles.empty() || !m.mRunStarts.empty();
   FaceRenumbering renumbering(mustRenumber ? arrays.faceCount : 0);

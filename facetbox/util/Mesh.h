@@ -55,7 +55,8 @@ class FACETBOX_EXPORT Mesh : public MeshBase {
 
   /// The same with texture coordinates and material runs.
   ///
-  /// @param texCoordCount    number of floats in `texCoords`: two per pair, a remainder is ignored
+  /// @param texCoordCount    number of floats in `texCoords`: two per pair, a remainder is ignored. Without a pair the
+  ///                         mesh has no texture coordinates, and `texCoordIndices` is not read.
   /// @param texCoordIndices  a pair's index per corner, parallel to `indices`; not checked against the pairs
   /// @param materials        null: material runs are the library's own business
   /// @param runStarts        null, likewise

@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <facetbox/cleanup/MeshDataConversion.h>
-#include <tests/support/Meshes.h>
+#include <tests/cleanup/AllOperations.h>
 #include <tests/support/RecordCheck.h>
 
 namespace {
@@ -144,6 +144,135 @@ TEST(Cleanup, coordinatesAreRoundedToTheNearestFloatAtEveryArrayLength) {
             << got << " for " << exact << ", " << i << " of " << 3 * vertexCount;
       }
     }
+}
+
+/// The faces as numbers of texture-coordinate pairs, which stay the same where vertices go. A pair that has the number
+/// of a vertex of the busy record must stand at a corner with that vertex's place.
+Faces pairsOf(const Cleanup::MeshData& data) {
+  Faces faces;
+  const std::uint32_t* pair = data.mTCIndices;
+  for (const std::uint32_t count : arrayOf(data.mCounts, data.mCountCount)) {
+    faces.emplace_back(pair, pair + count);
+    pair += count;
+  }
+  for (int i = 0; i < data.mIndexCount; ++i) {
+    const float* place = data.mVertexCoords + std::ptrdiff_t{3} * data.mIndices[i];
+    const float* pairPlace = data.mTexCoords + std::ptrdiff_t{2} * data.mTCIndices[i];
+    EXPECT_TRUE(data.mTCIndices[i] == 31 || (place[0] == 8 * pairPlace[0] && place[2] == 8 * pairPlace[1])) << i;
+  }
+  return faces;
+}
+
+TEST(Cleanup, everyOperationDoesItsWorkOnAllPartsOfTheRecord) {
+  const Faces input{{0, 31, 2, 3, 4}, {8, 7, 6, 5},     {9, 10, 11},      {9, 11, 12},
+                    {13, 14, 15},     {13, 14, 15},     {31, 14, 13},     {16, 17, 18},
+                    {19, 20, 21, 22}, {20, 23, 24, 21}, {25, 26, 27, 28}, {26, 27, 30, 29}};
+  struct Change {
+    std::map<std::size_t, Indices> mFaces;  // by number: what becomes of it; nothing: it goes
+    Indices mStarts;
+  };
+  const Indices square{9, 10, 11, 12}, pairs{19, 20, 23, 24, 21, 22};
+  const std::map<std::string, Change> changes{
+      {"mergeVertices", {{{7, {}}}, {0, 8, 9}}},
+      {"removeVerticesColinear", {{{0, {0, 2, 3, 4}}}, {0, 9, 10}}},
+      {"removeVerticesColinear, flag", {{}, {0, 9, 10}}},
+      {"removeEdgesCoplanar", {{{2, square}, {3, {}}, {8, pairs}, {9, {}}}, {0, 8, 8}}},
+      {"removeEdgesCoplanar, flag", {{{2, square}, {3, {}}}, {0, 8, 9}}},
+      {"removeFacesDouble", {{{5, {}}, {6, {}}}, {0, 7, 8}}},
+      {"removeFacesDouble, flag", {{{5, {}}}, {0, 8, 9}}},
+      {"removeFacesZero", {{{7, {}}}, {0, 8, 9}}},
+      {"removeEdgesZero", {{{7, {}}}, {0, 8, 9}}},
+      {"conformNormals", {{{6, {14, 31, 13}}, {11, {27, 26, 29, 30}}}, {0, 9, 10}}},
+  };
+  Record record = busyRecord();
+  for (const Operation& operation : kOperations) {
+    SCOPED_TRACE(operation.mName);
+    const Change& change = changes.at(operation.mName);
+    Faces expected;
+    for (std::size_t face = 0; face < input.size(); ++face) {
+      const auto changed = change.mFaces.find(face);
+      const Indices& now = changed == change.mFaces.end() ? input[face] : changed->second;
+      if (!now.empty()) expected.push_back(now);
+    }
+    const Result result(operation.mRun(record.view()));
+    ASSERT_NE(result, nullptr);
+    EXPECT_EQ(findRecordProblem(*result), "");
+    EXPECT_EQ(pairsOf(*result), expected);
+    EXPECT_EQ(startsOf(*result), change.mStarts);
+    EXPECT_EQ(texturesOf(*result), Names({"one", "two\xC3\xA9", std::nullopt}));
+    EXPECT_EQ(arrayOf(result->mHoles, result->mHolesCount),
+              Indices({0, 1, kEnd, 2, kEnd}));  // what is no hole has gone
+    EXPECT_EQ(result->mTCCount, std::ssize(record.mTexCoords));
+    EXPECT_STREQ(result->mLog, "Constructing Mesh from array : 1 illegal faces (<3 vertices) were ignored.");
+  }
+}
+
+TEST(Cleanup, countsThatMeanNoneActLikeAMissingArrayWhateverThePointersSay) {
+  constexpr int kLowest = std::numeric_limits<int>::min();
+  Record record = busyRecord();
+  const std::vector<std::uint32_t> nothing(1);  // not a byte more: reading on is noticed
+  auto* few = const_cast<std::uint32_t*>(nothing.data());
+  for (const Operation& operation : kOperations) {
+    SCOPED_TRACE(operation.mName);
+    const auto textOf = [&](auto... edits) {
+      Cleanup::MeshData data = record.view();
+      (edits(data), ...);
+      const Result result(operation.mRun(data));
+      return result ? describe(*result) : "null";
+    };
+    const std::string whole = textOf(), bare = textOf([](auto&data) { data.mTexCoords = nullptr; }),
+                      withoutHoles = textOf([](auto&data) { data.mHoles = nullptr; }),
+                      withoutRuns = textOf([](auto&data) { data.mTexturesCount = 0; });
+    EXPECT_EQ(std::set({whole, bare, withoutHoles, withoutRuns}).size(), 4u);
+    for (const int none : {0, -1, kLowest}) {
+      SCOPED_TRACE(none);
+      for (std::uint32_t* array : {few, static_cast<std::uint32_t*>(nullptr)}) {
+        EXPECT_EQ(bare, textOf([&](auto& data) { data.mTCCount = none, data.mTCIndices = array; }));
+        EXPECT_EQ(bare, textOf([&](auto& data) { data.mTCCount = none, data.mTextures = nullptr; }));
+        EXPECT_EQ(withoutHoles, textOf([&](auto& data) { data.mHolesCount = none, data.mHoles = array; }));
+        EXPECT_EQ(withoutRuns, textOf([&](auto& data) { data.mTexturesCount = none, data.mTextures = nullptr; }));
+        EXPECT_EQ(withoutRuns,
+                  textOf([&](auto& data) { data.mTexturesCount = none, data.mTexturesStartFaces = array; }));
+        EXPECT_EQ("null", textOf([&](auto& data) { data.mCountCount = none, data.mCounts = data.mIndices = array; }));
+        EXPECT_EQ("null", textOf([&](auto& data) { data.mVCCount = none, data.mIndices = array; }));
+      }
+      EXPECT_EQ(whole, textOf([&](auto& data) {
+                  data.mIndexCount = data.mTCIndexCount = data.mTexturesStartFacesCount = none;
+                }));
+    }
+    EXPECT_EQ(bare, textOf([&](auto& data) { data.mTCCount = 1, data.mTCIndices = few; }));  // no whole pair
+  }
+}
+
+TEST(Cleanup, runsAreWrittenOnlyWithTextureCoordinates) {
+  Record record = busyRecord();
+  std::string log;
+  const std::unique_ptr<Mesh> mesh = meshDataToMesh(record.view(), log);
+  mesh->storage().mTexCoords[0].clear();
+  const Result result(meshToMeshData(*mesh, log));
+  EXPECT_EQ(findRecordProblem(*result), "");
+  EXPECT_EQ(texturesOf(*result), Names({std::nullopt}));
+  EXPECT_EQ(result->mTexturesStartFaces, nullptr);
+}
+
+TEST(Cleanup, mergesNothingByAToleranceThatIsNoNumberAndEverythingByAnInfiniteOne) {
+  constexpr float kNoNumber = std::numeric_limits<float>::quiet_NaN(), kAll = std::numeric_limits<float>::infinity();
+  for (const unsigned width : {9u, 49u}) {  // below and above the size from which vertices are looked up
+    const Surface grid = gridOf(width, 29, [](unsigned x, unsigned y) { return x == 3 && y == 5; });
+    Record apart = recordOf(grid.mPoints, grid.mFaces);
+    for (const std::uint32_t corner : {7u, 7u, 8u}) apart.mIndices.push_back(corner);  // collapses
+    apart.mCounts.push_back(3);
+    apart.mCoords.insert(apart.mCoords.end(), {9, 9, 9});  // used by no face
+    const std::string expected = describe(*Result(Cleanup::mergeVertices(0, apart.view())));
+    EXPECT_EQ(Result(Cleanup::mergeVertices(0, apart.view()))->mVCCount, 3 * std::ssize(grid.mPoints));
+    for (const float tolerance : {kNoNumber, -kNoNumber})
+      EXPECT_EQ(describe(*Result(Cleanup::mergeVertices(tolerance, apart.view()))), expected);
+    for (const float tolerance : {kAll, -kAll, std::numeric_limits<float>::max()})
+      EXPECT_EQ(Cleanup::mergeVertices(tolerance, apart.view()), nullptr);
+
+    apart.mCoords[0] = kAll, apart.mCoords[4] = kNoNumber;
+    EXPECT_EQ(Result(Cleanup::mergeVertices(kNoNumber, apart.view()))->mVCCount, 3 * std::ssize(grid.mPoints));
+  }
 }
 
 TEST(CleanupDump, writesCountsPointersAndNamesWhateverTheStreamIsSetTo) {

@@ -1,4 +1,4 @@
-#include <tests/support/Meshes.h>
+#include <tests/cleanup/AllOperations.h>
 #include <tests/support/RecordCheck.h>
 #include <tests/support/Threads.h>
 
@@ -20,6 +20,7 @@ Record randomRecord(unsigned seed) {
     record.mTextures.push_back("texture " + std::to_string(pick(random, 0, 4)));
     record.mStarts.push_back(5 * run);
   }
+  record.mHoles = {0, 1, 2, kEnd, 3, 4, kEnd};
   return record;
 }
 
@@ -27,9 +28,10 @@ Record randomRecord(unsigned seed) {
 std::string cleanedUp(unsigned seed) {
   Record record = randomRecord(seed);
   std::string text;
-  const Result results[] = {Result(Cleanup::removeFacesZero(1.5f, record.view())),
-                            Result(Cleanup::removeEdgesZero(1.5f, record.view()))};
-  for (const Result& result : results) text += result ? findRecordProblem(*result) + describe(*result) : "null";
+  for (const Operation& operation : kOperations) {
+    const Result result(operation.mRun(record.view()));
+    text += result ? findRecordProblem(*result) + describe(*result) : "null";
+  }
   return text;
 }
 

@@ -20,7 +20,8 @@ Mesh constructed(int vertexCount, const Indices& indices, const std::vector<std:
   // One more index per corner, to be told apart from the vertex.
   Indices texCoordIndices;
   for (const std::uint32_t v : indices) texCoordIndices.push_back(v + 100);
-  return Mesh("mesh", 3 * vertexCount, coords.data(), indices.data(), 0, nullptr, texCoordIndices.data(),
+  const float pair[2] = {};
+  return Mesh("mesh", 3 * vertexCount, coords.data(), indices.data(), 2, pair, texCoordIndices.data(),
               static_cast<int>(counts.size()), counts.data(), holes.data(), static_cast<int>(holes.size()),
               std::vector<util::MaterialPair>(starts.size()), starts, log);
 }

@@ -1,6 +1,7 @@
 #include <facetbox/util/operations/MergeVertices.h>
 
 #include <algorithm>
+#include <cmath>
 #include <span>
 #include <vector>
 
@@ -110,6 +111,7 @@ std::uint64_t applyGroups(MeshStorage& m, VertexGroups&& groups) {
 }
 
 std::uint64_t weld(Mesh& mesh, double tolerance) {
+  if (std::isnan(tolerance)) return 0;
   MeshStorage& m = mesh.storage();
   VertexGroups groups(m.mVertices, tolerance);
   if (groups.empty()) return 0;
