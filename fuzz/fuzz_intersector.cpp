@@ -30,6 +30,9 @@ support::Question nextQuestion(Bytes& in) {
   return q;
 }
 
+/// What is discarded is never released: not too often in one process.
+int discardsLeft = 10'000;
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -45,6 +48,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     meshes.push_back(nextMesh(in, fewestVertices, mostFaces));
   }
   std::size_t handle = intersector->createHandle();
+  if (Intersector::getAssociatedIntersector(handle) != intersector.get()) fail("owners");
+  // What the object was when the changes were executed last: a discard leads back there.
+  support::PlainIntersector executed;
+  std::uint64_t pending = 0;
   while (!in.empty()) {
     const std::uint8_t step = in.next();
     const util::Mesh& mesh = meshes[step % meshes.size()];
@@ -52,18 +59,31 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
       const support::Matrix matrix = nextMatrix(in);
       intersector->addEntry(handle, mesh, matrix.data(), triangulator);
       plain.addEntry(mesh, matrix);
+      ++pending;
     } else if (step < 135) {
       intersector->setOABBox(handle, mesh, triangulator);
       plain.setBox(mesh);
+      ++pending;
     } else if (step < 160) {
       const float dx = nextNumber(in), dy = nextNumber(in);
       intersector->relocate(handle, dx, dy, 1);
       plain.relocate(dx, dy, 1);
-    } else if (step < 165) {
+      ++pending;
+    } else if (step < 164) {
       intersector->dispose(handle);
       handle = intersector->createHandle();
-      plain = {};
+      plain = executed = {};
+      ++pending;
+    } else if (step == 164 && discardsLeft > 0) {
+      --discardsLeft;
+      intersector->discardPendingCommands();
+      plain = executed;
+      pending = 0;
     } else {
+      if (intersector->getPendingCommandCount() != pending) fail("numbers of changes");
+      if (step < 170) intersector->applyPendingCommands();
+      executed = plain;
+      pending = 0;
       const support::Question question = nextQuestion(in);
       if (!(answersOf(*intersector, handle, question) == plain.answers(question))) fail("answers");
     }
