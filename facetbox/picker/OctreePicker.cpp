@@ -22,7 +22,6 @@ using Lock = boost::unique_lock<boost::mutex>;
 namespace {
 
 constexpr int kCacheKind = 4;
-constexpr double kRootHalfSize = 10.0;
 
 Vec3 vectorOf(const double* p) { return {p[0], p[1], p[2]}; }
 
@@ -128,13 +127,13 @@ class OctreePicker::AddEntryCommand final : public Command {
     // Disposed of meanwhile: nobody could ever ask for the record, or have it released.
     if (!picker.mHandles.isAlive(mSerial)) return;
     HandleRecord& record = picker.mRecords[mSerial];
-    if (!record.mOctree) record.mOctree = std::make_unique<Octree>(kRootHalfSize);
-    // A place under the id first: where memory ends, the object is found by both kinds of query or by none.
-    PickablePointer& place = record.mById[mPickable->mId];
-    record.mOctree->ensureContains(mBox);
-    record.mOctree->insert(mBox, mPickable);
-    // An earlier object of this id stays in the octree on purpose: view volumes still find it.
-    place = std::move(mPickable);
+    // A place under the id first, and room: where memory ends, the object is found by both kinds of query or by none.
+    Pickable*& place = record.mById[mPickable->mId];
+    record.mObjects.makeRoom();
+    record.mBoxes.add(mBox);
+    // An earlier object of this id stays in the set on purpose: view volumes still find it.
+    place = mPickable.get();
+    record.mObjects.push_back(std::move(mPickable));
   }
 
  private:
@@ -147,13 +146,12 @@ class OctreePicker::RelocateCommand final : public Command {
   RelocateCommand(std::uint64_t serial, const Vec3& offset) : Command(serial), mOffset(offset) {}
 
   void execute(OctreePicker& picker) override {
-    const auto found = picker.mRecords.find(mSerial);
-    if (found == picker.mRecords.end() || !found->second.mOctree) return;
-    found->second.mOctree->relocateAll(kRootHalfSize, [&](std::span<Octree::Record> records) {
-      for (std::size_t i = 0; i < records.size(); ++i) {
-        if (i + kAhead < records.size()) prefetch(records[i + kAhead].item.get());
-        records[i].box = records[i].item->move(mOffset);
-      }
+    HandleRecord* const record = picker.find(mSerial);
+    if (!record) return;
+    const auto& objects = record->mObjects;
+    record->mBoxes.moveAll([&](std::uint32_t number) {
+      if (number + kAhead < objects.size()) prefetch(objects[number + kAhead].get());
+      return objects[number]->move(mOffset);
     });
   }
 
@@ -268,13 +266,13 @@ void OctreePicker::addEntry(std::size_t handle, std::uint32_t id, const std::vec
     if (!meshes[i]) throw std::invalid_argument("addEntry: mesh " + std::to_string(i) + " is null");
   if (serial == 0) return;
 
-  const auto pickable = std::make_shared<Pickable>();
+  auto pickable = std::make_unique<Pickable>();
   pickable->mId = static_cast<std::int32_t>(id);
   std::copy_n(matrix, 16, pickable->mMatrix);
   pickable->mMeshes.reserve(meshes.size());
   for (const util::Mesh* mesh : meshes) pickable->mMeshes.push_back(mCache.getTriangleMesh(*mesh));
   const Box box = pickable->measure();
-  mQueue.push(std::make_unique<AddEntryCommand>(serial, pickable, box));
+  mQueue.push(std::make_unique<AddEntryCommand>(serial, std::move(pickable), box));
 }
 
 void OctreePicker::relocate(std::size_t handle, float dx, float dy, float dz) {
@@ -307,7 +305,7 @@ void OctreePicker::applyPendingCommands() {
   drain();
 }
 
-const OctreePicker::HandleRecord* OctreePicker::find(std::uint64_t serial) const {
+OctreePicker::HandleRecord* OctreePicker::find(std::uint64_t serial) {
   const auto found = mRecords.find(serial);
   return found == mRecords.end() ? nullptr : &found->second;
 }
@@ -317,8 +315,8 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   const std::uint64_t serial = serialOf(handle);
   const Lock lock(mTreeMutex);
   drain();
-  const HandleRecord* record = find(serial);
-  if (!record || !record->mOctree) return 0;
+  HandleRecord* const record = find(serial);
+  if (!record) return 0;
 
   Vec3 points[8];
   for (std::size_t k = 0; k < 8; ++k) points[k] = {corners[3 * k], corners[3 * k + 1], corners[3 * k + 2]};
@@ -327,16 +325,15 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   std::copy_n(matrix, 16, viewProjection);
   std::optional<ClipPlanes> planes;  // made when they are asked for
 
-  mCandidates.clear();
-  record->mOctree->queryFrustum(volume, mCandidates);
+  const std::span<const util::BoxSet::Candidate> candidates = record->mBoxes.queryFrustum(volume, mScratch);
   mFoundIds.clear();
-  for (std::size_t i = 0; i < mCandidates.size(); ++i) {
-    if (i + kAhead < mCandidates.size()) prefetch(mCandidates[i + kAhead].record->item.get());
-    const Octree::Candidate& candidate = mCandidates[i];
-    const Pickable& pickable = *candidate.record->item;
+  for (std::size_t i = 0; i < candidates.size(); ++i) {
+    if (i + kAhead < candidates.size()) prefetch(record->mObjects[candidates[i + kAhead].number].get());
+    const util::BoxSet::Candidate& candidate = candidates[i];
+    const Pickable& pickable = *record->mObjects[candidate.number];
     if (candidate.isInside && !planes) planes.emplace(viewProjection);
     if (pickable.isInsideClipVolume(viewProjection, candidate.isInside ? &*planes : nullptr, wholeInside) &&
-        record->mOctree->meets(candidate, volume))
+        record->mBoxes.meets(candidate, volume, mScratch))
       mFoundIds.push_back(static_cast<std::uint32_t>(pickable.mId));
   }
 
@@ -351,11 +348,10 @@ bool OctreePicker::pickRay(std::size_t handle, std::int32_t id, const float orig
   const std::uint64_t serial = serialOf(handle);
   const Lock lock(mTreeMutex);
   drain();
-  const HandleRecord* record = find(serial);
-  if (!record) return false;
-  const auto found = record->mById.find(id);
-  if (found == record->mById.end() || !found->second) return false;
-  Pickable& pickable = *found->second;
+  HandleRecord* const record = find(serial);
+  Pickable* const found = record ? record->mById.find(id) : nullptr;
+  if (!found) return false;
+  Pickable& pickable = *found;
   if (pickable.mPlacements.empty()) {
     std::vector<util::RayPlacement> placements;
     placements.reserve(pickable.mMeshes.size());

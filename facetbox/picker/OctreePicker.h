@@ -8,16 +8,18 @@
 
 #include <boost/thread/mutex.hpp>
 
+#include <facetbox/picker/ObjectIds.h>
 #include <facetbox/picker/Picker.h>
+#include <facetbox/util/ChunkedVector.h>
 #include <facetbox/util/math/Box.h>
 #include <facetbox/util/math/Vec3.h>
 #include <facetbox/util/scene/CommandQueue.h>
 #include <facetbox/util/scene/Handle.h>
-#include <facetbox/util/spatial/BBoxOctree.h>
+#include <facetbox/util/spatial/BoxSet.h>
 #include <facetbox/util/triangles/RayTest.h>
 #include <facetbox/util/triangles/TriangleMeshCache.h>
 
-/// The picker: per handle an octree of objects.
+/// The picker: per handle a set of boxes with an object each.
 ///
 /// Locks: the tree mutex first, then either the queue's, the handles' or the cache's, never two of these.
 class OctreePicker final : public Picker {
@@ -67,18 +69,19 @@ class OctreePicker final : public Picker {
     std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;
     std::vector<util::RayPlacement> mPlacements;  // one per mesh, made by the first ray after a change
   };
-  using PickablePointer = std::shared_ptr<Pickable>;
-  using Octree = util::BBoxOctree<PickablePointer, double>;
+  using PickablePointer = std::unique_ptr<Pickable>;
 
+  /// Made when something is added. Objects are numbered as they come.
   struct HandleRecord {
-    std::unique_ptr<Octree> mOctree;  // null until something is added
-    std::unordered_map<std::int32_t, PickablePointer> mById;
+    util::BoxSet mBoxes{10.0};
+    util::ChunkedVector<PickablePointer> mObjects;
+    ObjectIds<Pickable> mById;
   };
 
   /// Reads a handle: its serial number, or 0, which none has, where it is no handle of ours.
   std::uint64_t serialOf(std::size_t handle) const;
   void drain();
-  const HandleRecord* find(std::uint64_t serial) const;
+  HandleRecord* find(std::uint64_t serial);
 
   util::HandleRegistry<Picker> mHandles;  // guards itself
   boost::mutex mTreeMutex;                // taken before all others
@@ -88,6 +91,6 @@ class OctreePicker final : public Picker {
   // Guarded by mTreeMutex, and so is every Pickable that has left the queue; stale until the queue is drained.
   std::unordered_map<std::uint64_t, HandleRecord> mRecords;  // by serial number
   bool mMeshesMayBeUnused = false;                           // since something was disposed of
-  std::vector<Octree::Candidate> mCandidates;                // scratch
-  std::vector<std::uint32_t> mFoundIds;                      // scratch
+  util::BoxSet::Scratch mScratch;
+  std::vector<std::uint32_t> mFoundIds;  // scratch
 };

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <set>
 #include <vector>
 
 #include <facetbox/util/math/Box.h>
@@ -97,13 +96,6 @@ class PlainOctree {
 
   void insert(const Box& box, unsigned item) { mRecords.push_back({box, item, cellOf(box)}); }
 
-  bool remove(const Box& box, unsigned item) {
-    const auto found = std::ranges::find_if(mRecords, [&](const Record& r) { return r.item == item && r.box == box; });
-    if (found == mRecords.end()) return false;
-    mRecords.erase(found);
-    return true;
-  }
-
   std::vector<Record> sorted() const {
     std::vector<Record> records = mRecords;
     std::ranges::stable_sort(records, {}, [](const Record& r) { return wayTo(r.cell); });
@@ -140,23 +132,6 @@ class PlainOctree {
     return isNear;
   }
 
-  Cells queryBox(const Box& box) const {
-    const auto meets = [&](std::uint32_t cell) {
-      const Cube cube = cubeOf(cell);
-      for (int a = 0; a < 3; ++a)
-        if (std::min(arrayOf(box.max)[a], cube.center[a] + cube.halfSize) <
-            std::max(arrayOf(box.min)[a], cube.center[a] - cube.halfSize))
-          return false;
-      return true;
-    };
-    std::set<Cells> ways;
-    for (const Record& r : mRecords) ways.insert(wayTo(r.cell));
-    Cells found;
-    for (const Cells& way : ways)
-      if (meets(0) && std::ranges::all_of(way, meets)) found.push_back(way.empty() ? 0 : way.back());
-    return found;
-  }
-
   /// Items whose boxes meet the volume, in the order that is promised.
   Items queryFrustum(const std::array<Vec3, 8>& corners) const {
     Items found;
@@ -172,14 +147,6 @@ class PlainOctree {
     return found;
   }
 
-  std::int32_t subtreeCount(std::uint32_t cell) const {
-    return static_cast<std::int32_t>(std::ranges::count_if(mRecords, [&](const Record& r) {
-      const Cells way = wayTo(r.cell);
-      return cell == 0 || std::ranges::find(way, cell) != way.end();
-    }));
-  }
-
-  const std::vector<Record>& records() const { return mRecords; }
   std::array<double, 3> center() const { return mCenter; }
   double halfSize() const { return mHalfSize; }
 

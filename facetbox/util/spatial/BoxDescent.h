@@ -18,7 +18,15 @@ struct alignas(32) BoxBlock {
   std::uint32_t count;
 };
 
-/// What is asked of which blocks, and where the answers go.
+/// A tree of blocks as it lies in memory: level by level, complete but for the end of each.
+struct BoxBlocks {
+  const BoxBlock* blocks;
+  const std::uint32_t* levels;  // where each begins in the blocks, that of the boxes first
+  const std::uint32_t* order;   // numbers of the boxes, in the order of the lowest level; at most 6e7
+  std::size_t count;            // of boxes
+};
+
+/// The planes of a volume, and room for the descent.
 struct BoxDescent {
   struct Plane {
     float x, y, z;    // of the normal
@@ -28,29 +36,30 @@ struct BoxDescent {
     std::size_t inner[3], outer[3];
   };
 
-  const BoxBlock* blocks;
-  const std::size_t* levels;   // where each begins in the blocks, that of the boxes first
-  const std::uint32_t* order;  // numbers of the boxes, in the order of the lowest level
-  std::size_t count;           // of boxes; at most 5e8
+  static constexpr std::uint32_t kAllPlanes = 63;
+  static constexpr std::uint32_t kPlaneRange = kAllPlanes + 1;
+
   Plane planes[6];
-  double size;  // of the volume; infinite where no conclusions must be drawn from the planes
-  bool isHull;
-  std::uint64_t *inside, *firm, *doubtful;  // bits
-  std::uint32_t* room[2];                   // each for as many as the lowest level has blocks, and one block more
+  double size;             // of the volume; infinite where no conclusions must be drawn from the planes
+  std::uint32_t* room[2];  // each for as many as the lowest level has blocks, and one block more
 };
 
-/// Goes down from the only block of a level. For processors with AVX2, and for any.
-void descendBoxesAvx2(const BoxDescent& descent, std::size_t level);
-void descendBoxesBase(const BoxDescent& descent, std::size_t level);
+/// Goes down from the only block of a level.
+/// @param open   bits of the planes that the block is not known to be inside of
+/// @param found  gets the numbers of the boxes that are not beyond a plane, times kPlaneRange and with the bits of the
+///               planes that they are not well inside of; has room for all
+/// @return how many
+/// For processors with AVX2, and for any.
+std::size_t descendBoxesAvx2(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
+                             std::uint32_t* found);
+std::size_t descendBoxesBase(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
+                             std::uint32_t* found);
 
 // Rounding: a coordinate of a normal, of at most 1, is off by 2^-25 and a product and a sum by half an ulp each; so
 // the sum of three is off by less than 3 (2^-25 + 3 2^-24) M, M being the largest coordinate there is, and the bound
-// of a plane by 2^-24 sqrt(3) M: less than 8e-7 M. With the volume's own margin of 4.8e-7 M a box is beyond a plane.
-//
-// A box is inside, or a point in the sense of ViewVolume::isHull(), when it is below a plane by more: 4.8e-7 M, by
-// which the faces of a hull may bend, a firm margin of 1.44e-6 M and that times sqrt(3) for the rims that a box or one
-// around it has to do without, and 2e-7 M, by which a corner was rounded outward, make 5.4e-6 M.
-inline constexpr double kBoxMargin = 6e-6;
+// of a plane by 2^-24 sqrt(3) M, twice where it meets its margin: less than 8.4e-7 M. With the volume's own margin of
+// 4.8e-7 M that makes less than 1.4e-6 M.
+inline constexpr double kBoxMargin = 1.5e-6;
 // Keeps margins clear of underflow, and squares of overflow.
 inline constexpr double kSmallestSize = 1e-25, kLargestSize = 1e25;
 
@@ -77,14 +86,13 @@ struct BoxLanes {
 /// What is found out about the boxes of a block.
 struct BlockSides {
   unsigned met = 0;                     // bits of the boxes that are not beyond a plane
-  unsigned firm = 0;                    // and of those of them that certainly meet the volume firmly
   std::int32_t open[kBoxBlockWidth]{};  // bits of the planes that a box is not known to be inside of
 };
 
 /// @tparam Lanes  BoxLanes, and  static unsigned bits(Ints), one per lane of a comparison's result
 /// @param open  bits of the planes that the block is not known to be inside of
 template <class Lanes>
-BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned open, bool isLowest) {
+BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned open) {
   using Floats = typename Lanes::Floats;
   using Ints = typename Lanes::Ints;
   constexpr unsigned kAll = (1u << Lanes::kCount) - 1;
@@ -102,26 +110,12 @@ BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned op
     if (met == 0) continue;
     sides.met |= met << from;
 
-    Ints opened{}, shallow{}, isBeyond{}, isCentreOut{};
+    Ints opened{};
     for (unsigned rest = open; rest != 0; rest &= rest - 1) {
       const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
-      const Floats bound = plane.low - margin, highest = Lanes::heights(plane, bounds, plane.outer);
-      opened |= ~(highest < bound) & plane.bit;
-      if (!isLowest) continue;
-      const Floats lowest = Lanes::heights(plane, bounds, plane.inner);
-      shallow |= ~(lowest < bound) & plane.bit;
-      isBeyond |= highest > plane.high + margin;
-      isCentreOut |= ~(0.5f * (lowest + highest) < bound);
+      opened |= ~(Lanes::heights(plane, bounds, plane.outer) < plane.low - margin) & plane.bit;
     }
     __builtin_memcpy(sides.open + from, &opened, sizeof opened);
-    if (!isLowest || !descent.isHull) continue;
-    // Inside all planes is the centre, or the corner that is the farthest inside the only plane that is open.
-    const Ints isCornerOut = ((opened & (opened - 1)) != 0) | ((opened & shallow) != 0);
-    Ints isUnfirm = ~isBeyond | (isCentreOut & isCornerOut);
-    for (std::size_t row = 0; row < 3; ++row)
-      isUnfirm |=
-          ~(Lanes::load(bounds + (row + 3) * kBoxBlockWidth) - Lanes::load(bounds + row * kBoxBlockWidth) > margin);
-    sides.firm |= (~Lanes::bits(isUnfirm) & kAll) << from;
   }
   return sides;
 }
@@ -129,31 +123,31 @@ BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned op
 /// Level by level: what is to be done for the blocks of one level does not depend on one another, and the processor
 /// may work on several.
 template <class Lanes>
-void descendBoxes(const BoxDescent& descent, std::size_t level) {
-  // Numbers of blocks, times 64 and with their open planes.
+std::size_t descendBoxes(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
+                         std::uint32_t* const found) {
+  constexpr std::uint32_t kRange = BoxDescent::kPlaneRange;
+  std::uint32_t* end = found;
+  // Numbers of blocks, times kRange and with their open planes.
   std::uint32_t *list = descent.room[0], *next = descent.room[1];
   std::size_t listed = 1;
-  for (list[0] = 63; listed != 0; --level) {
+  for (list[0] = open; listed != 0; --level) {
     std::size_t following = 0;
     for (std::size_t i = 0; i < listed; ++i) {
-      const std::size_t number = list[i] / 64;
-      const BlockSides sides =
-          sidesOf<Lanes>(descent, descent.blocks[descent.levels[level] + number], list[i] % 64, level == 0);
+      const std::size_t number = list[i] / kRange;
+      const BlockSides sides = sidesOf<Lanes>(descent, tree.blocks[tree.levels[level] + number], list[i] % kRange);
       for (unsigned rest = sides.met; rest != 0; rest &= rest - 1) {
         const auto lane = static_cast<unsigned>(__builtin_ctz(rest));
         const std::size_t place = kBoxBlockWidth * number + lane;
-        const auto open = static_cast<std::uint32_t>(sides.open[lane]);
-        if (level != 0 && open != 0) {
-          next[following++] = static_cast<std::uint32_t>(64 * place) + open;
-          continue;
+        const auto opened = static_cast<std::uint32_t>(sides.open[lane]);
+        if (level == 0) {
+          *end++ = kRange * tree.order[place] + opened;
+        } else if (opened != 0) {
+          next[following++] = static_cast<std::uint32_t>(kRange * place) + opened;
+        } else {
+          // All boxes within are inside.
+          const std::size_t first = place << (3 * level), past = (place + 1) << (3 * level);
+          for (std::size_t k = first; k < past && k < tree.count; ++k) *end++ = kRange * tree.order[k];
         }
-        // All boxes within are inside, and so have their inner spheres there; or it is one box.
-        std::uint64_t* bits = open == 0                       ? descent.inside
-                              : (sides.firm >> lane & 1) != 0 ? descent.firm
-                                                              : descent.doubtful;
-        const std::size_t first = place << (3 * level), past = (place + 1) << (3 * level);
-        for (std::size_t k = first; k < past && k < descent.count; ++k)
-          bits[descent.order[k] / 64] |= std::uint64_t{1} << (descent.order[k] % 64);
       }
     }
     std::uint32_t* done = list;
@@ -161,6 +155,7 @@ void descendBoxes(const BoxDescent& descent, std::size_t level) {
     next = done;
     listed = following;
   }
+  return static_cast<std::size_t>(end - found);
 }
 
 }  // namespace

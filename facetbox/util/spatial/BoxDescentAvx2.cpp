@@ -14,7 +14,10 @@ struct Avx2 : BoxLanes<8> {
 
 }  // namespace
 
-void descendBoxesAvx2(const BoxDescent& descent, std::size_t level) { descendBoxes<Avx2>(descent, level); }
+std::size_t descendBoxesAvx2(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
+                             std::uint32_t* found) {
+  return descendBoxes<Avx2>(descent, tree, level, open, found);
+}
 
 }  // namespace util
 

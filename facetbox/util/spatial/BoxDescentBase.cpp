@@ -10,6 +10,9 @@ struct Base : BoxLanes<4> {
 
 }  // namespace
 
-void descendBoxesBase(const BoxDescent& descent, std::size_t level) { descendBoxes<Base>(descent, level); }
+std::size_t descendBoxesBase(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
+                             std::uint32_t* found) {
+  return descendBoxes<Base>(descent, tree, level, open, found);
+}
 
 }  // namespace util

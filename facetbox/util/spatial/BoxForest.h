@@ -12,7 +12,7 @@
 #include <vector>
 
 #include <facetbox/util/math/Box.h>
-#include <facetbox/util/spatial/BBoxOctree.h>
+#include <facetbox/util/spatial/BoxOctree.h>
 
 namespace util {
 
@@ -38,7 +38,7 @@ class BoxForest {
   bool any(const Box& query, Use use);
 
  private:
-  using Octree = BBoxOctree<T, double>;
+  using Octree = BoxOctree<T>;
 
   struct Tree {
     Box bounds;                      // of all boxes planned for
@@ -55,7 +55,6 @@ class BoxForest {
   std::vector<std::uint32_t> mTreeOf;  // per box: position in mTrees, or kApart
   std::vector<Tree> mTrees;
   std::vector<std::pair<Box, T>> mApart;  // boxes without an ordinary place; every query looks at them all
-  std::vector<std::uint32_t> mCells;      // scratch
 };
 
 /// Whether a cube around the box can be halved four times without over- or underflow and has a place at all.
@@ -122,8 +121,8 @@ void BoxForest<T>::insert(std::size_t index, const Box& box, T item) {
   if (!tree.octree) {
     const Vec3 extent = tree.bounds.max - tree.bounds.min;
     const double halfSize = std::max({extent.x, extent.y, extent.z}) / 2;
-    tree.octree = std::make_unique<Octree>(halfSize > 0 ? halfSize : 1.0);
-    tree.octree->ensureContains(tree.bounds);
+    constexpr Vec3 kOrigin{0, 0, 0};
+    tree.octree = std::make_unique<Octree>(OctreeRoot{kOrigin, halfSize > 0 ? halfSize : 1.0}.holding(tree.bounds, {}));
   }
   tree.octree->insert(box, std::move(item));
 }
@@ -134,11 +133,10 @@ bool BoxForest<T>::any(const Box& query, Use use) {
   for (const Tree& tree : mTrees) {
     if (!tree.octree || !boxesMeet(tree.bounds, query)) continue;
     const Vec3 margin{tree.margin, tree.margin, tree.margin};
-    mCells.clear();
-    tree.octree->queryBox({query.min - margin, query.max + margin}, mCells);
-    for (const std::uint32_t cell : mCells)
-      for (const auto& record : tree.octree->records(cell))
-        if (boxesMeet(record.box, query) && use(record.item)) return true;
+    const Box widened{query.min - margin, query.max + margin};
+    const bool found =
+        tree.octree->any(widened, [&](const auto& record) { return boxesMeet(record.box, query) && use(record.item); });
+    if (found) return true;
   }
   return std::ranges::any_of(mApart,
                              [&](const auto& apart) { return boxesMeet(apart.first, query) && use(apart.second); });

@@ -1,120 +1,33 @@
 #include <facetbox/util/spatial/BoxIndex.h>
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
-#include <limits>
 
 namespace util {
 
 namespace {
 
-constexpr float kInfinity = std::numeric_limits<float>::infinity();
-constexpr double kFarthestFloat = std::numeric_limits<float>::max();
-constexpr std::size_t kAhead = 24;  // boxes are fetched before they are looked at, for they lie anywhere
-
-float roundedDown(double value) {
-  if (value < -kFarthestFloat) return -kInfinity;
-  const auto rounded = static_cast<float>(std::min(value, kFarthestFloat));
-  if (double{rounded} <= value) return rounded;
-  // The float before it; there is one, and it is no NaN.
-  const auto bits = std::bit_cast<std::uint32_t>(rounded);
-  return std::bit_cast<float>(rounded > 0 ? bits - 1 : rounded < 0 ? bits + 1 : 0x80000001u);
-}
-float roundedUp(double value) { return -roundedDown(-value); }
-
-/// For comparisons only: a box that goes from one infinity to the other has its middle at 0.
-float middleOf(double min, double max) {
-  const double sum = min / 2 + max / 2;
-  return std::isnan(sum) ? 0.0f : roundedDown(sum);
+/// A box that is empty on an axis, or NaN, meets nothing: it need not be found.
+bool meetsAnything(const Box& box) {
+  return box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z;
 }
 
-}  // namespace
+struct OfBoxes {
+  const ChunkedVector<Box>& boxes;
 
-void BoxIndex::build(std::span<const Box> boxes) {
-  std::vector<Key> keys;
-  keys.reserve(boxes.size());
-  mBlocks.clear();
-  mLevelCount = 0;
-  mSize = boxes.size();
-  // A box that is empty on an axis, or NaN, meets nothing: it need not be found.
-  for (std::uint32_t i = 0; i < boxes.size(); ++i) {
-    const Vec3 &min = boxes[i].min, &max = boxes[i].max;
-    if (min.x <= max.x && min.y <= max.y && min.z <= max.z)
-      keys.push_back({{middleOf(min.x, max.x), middleOf(min.y, max.y), middleOf(min.z, max.z)}, i});
-  }
-  mOrder.clear();
-  if (keys.empty()) return;
-  arrange(keys);
-  mOrder.reserve(keys.size());
-  for (const Key& key : keys) mOrder.push_back(key.index);
-  mBlocks.reserve(keys.size() / (kWidth - 1) + mLevels.size());
+  FloatBox operator()(std::uint32_t number) const { return FloatBox::around(boxes[number]); }
+  void prefetch(std::uint32_t number) const { __builtin_prefetch(&boxes[number]); }
+};
 
-  std::size_t count = mOrder.size();
-  do {
-    const std::size_t start = mBlocks.size(), below = mLevelCount == 0 ? 0 : mLevels[mLevelCount - 1];
-    for (std::size_t first = 0; first < count; first += kWidth) {
-      BoxBlock block{};
-      block.count = static_cast<std::uint32_t>(std::min(kWidth, count - first));
-      for (std::size_t lane = 0; lane < block.count; ++lane) {
-        float bounds[6];
-        if (mLevelCount == 0) {
-          if (first + lane + kAhead < count) __builtin_prefetch(&boxes[mOrder[first + lane + kAhead]]);
-          const Box& box = boxes[mOrder[first + lane]];
-          const float of[6] = {roundedDown(box.min.x), roundedDown(box.min.y), roundedDown(box.min.z),
-                               roundedUp(box.max.x),   roundedUp(box.max.y),   roundedUp(box.max.z)};
-          std::copy_n(of, 6, bounds);
-        } else {
-          const BoxBlock& child = mBlocks[below + first + lane];
-          for (int row = 0; row < 6; ++row) {
-            const float* values = child.bounds[row];
-            bounds[row] = row < 3 ? *std::min_element(values, values + child.count)
-                                  : *std::max_element(values, values + child.count);
-          }
-        }
-        for (int row = 0; row < 6; ++row) {
-          block.bounds[row][lane] = bounds[row];
-          block.size = std::max(block.size, std::fabs(bounds[row]));
-        }
-      }
-      mBlocks.push_back(block);
-    }
-    mLevels[mLevelCount] = start;
-    ++mLevelCount;
-    count = mBlocks.size() - start;
-  } while (count > 1);
-}
+struct OfBounds {
+  const std::vector<FloatBox>& bounds;
 
-/// Orders the keys so that each run of a power of eight that a block stands for is a compact one.
-void BoxIndex::arrange(std::span<Key> keys) {
-  if (keys.size() <= kWidth) return;
-  std::size_t unit = kWidth;
-  while (unit * kWidth < keys.size()) unit *= kWidth;
-  const std::size_t half = (keys.size() + unit - 1) / unit / 2 * unit;
-  float extents[3];
-  for (int axis = 0; axis < 3; ++axis) {
-    float min = kInfinity, max = -kInfinity;
-    for (const Key& key : keys) {
-      min = std::min(min, key.middle[axis]);
-      max = std::max(max, key.middle[axis]);
-    }
-    extents[axis] = max - min;
-  }
-  const auto axis = std::max_element(extents, extents + 3) - extents;
-  std::ranges::nth_element(keys, keys.begin() + static_cast<std::ptrdiff_t>(half), {},
-                           [axis](const Key& key) { return key.middle[axis]; });
-  arrange(keys.first(half));
-  arrange(keys.subspan(half));
-}
+  const FloatBox& operator()(std::uint32_t bucket) const { return bounds[bucket]; }
+  void prefetch(std::uint32_t) const {}
+};
 
-void BoxIndex::find(const ViewVolume& volume, Found& found, Instructions instructions) const {
-  for (auto* bits : {&found.inside, &found.firm, &found.doubtful}) bits->assign((mSize + 63) / 64, 0);
-  if (mLevelCount == 0) return;
+BoxDescent descentOf(const ViewVolume& volume) {
   BoxDescent descent;
-  descent.blocks = mBlocks.data();
-  descent.levels = mLevels.data();
-  descent.order = mOrder.data();
-  descent.count = mOrder.size();
   for (std::size_t i = 0; i < 6; ++i) {
     BoxDescent::Plane& plane = descent.planes[i];
     const Vec3 normal = volume.normal(i);
@@ -126,25 +39,149 @@ void BoxIndex::find(const ViewVolume& volume, Found& found, Instructions instruc
     plane.bit = 1 << i;
     const bool isPositive[3] = {normal.x > 0, normal.y > 0, normal.z > 0};
     for (std::size_t axis = 0; axis < 3; ++axis) {
-      plane.inner[axis] = kWidth * (isPositive[axis] ? axis : axis + 3);
-      plane.outer[axis] = kWidth * (isPositive[axis] ? axis + 3 : axis);
+      plane.inner[axis] = kBoxBlockWidth * (isPositive[axis] ? axis : axis + 3);
+      plane.outer[axis] = kBoxBlockWidth * (isPositive[axis] ? axis + 3 : axis);
     }
   }
   descent.size = volume.size();
-  descent.isHull = volume.isHull();
-  descent.inside = found.inside.data();
-  descent.firm = found.firm.data();
-  descent.doubtful = found.doubtful.data();
-  const std::size_t room = mOrder.size() / kWidth + 1 + kWidth;
+  return descent;
+}
+
+}  // namespace
+
+void BoxIndex::build(const ChunkedVector<Box>& boxes) {
+  mBuckets.clear();
+  mSize = boxes.size();
+  std::vector<BoxKey> keys;
+  keys.reserve(mSize);
+  for (std::uint32_t i = 0; i < mSize; ++i)
+    if (meetsAnything(boxes[i])) keys.push_back(BoxKey::of(i, boxes[i]));
+  if (keys.empty()) return;
+  mBuckets.reserve(keys.size() / kBuilt + 2);
+  buildBuckets(keys, boxes);
+  buildTop();
+}
+
+void BoxIndex::buildBuckets(std::span<BoxKey> keys, const ChunkedVector<Box>& boxes) {
+  if (keys.size() <= kLargest) {
+    mBuckets.emplace_back().tree.build(keys, OfBoxes{boxes});
+    return;
+  }
+  // Whole powers of eight times as many on one side, so that the tree above comes out as compact.
+  std::size_t unit = kBuilt;
+  while (unit * kBoxBlockWidth < keys.size()) unit *= kBoxBlockWidth;
+  const std::size_t half = std::max<std::size_t>(1, (keys.size() + unit - 1) / unit / 2) * unit;
+  halve(keys, half);
+  buildBuckets(keys.first(half), boxes);
+  buildBuckets(keys.subspan(half), boxes);
+}
+
+void BoxIndex::buildTop() {
+  mBounds.clear();
+  for (const Bucket& bucket : mBuckets) mBounds.push_back(bucket.tree.bounds());
+  if (mBuckets.size() == 1) return;
+  std::vector<BoxKey> keys;
+  keys.reserve(mBuckets.size());
+  for (std::uint32_t i = 0; i < mBuckets.size(); ++i) keys.push_back(BoxKey::of(i, mBounds[i]));
+  mTop.build(keys, OfBounds{mBounds});
+  for (std::uint32_t place = 0; place < keys.size(); ++place) mBuckets[mTop.numbers()[place]].place = place;
+}
+
+void BoxIndex::refit(const ChunkedVector<Box>& boxes) {
+  for (Bucket& bucket : mBuckets) bucket.tree.refit(OfBoxes{boxes});
+  for (std::size_t i = 0; i < mBuckets.size(); ++i) mBounds[i] = mBuckets[i].tree.bounds();
+  if (mBuckets.size() > 1) mTop.refit(OfBounds{mBounds});
+}
+
+/// The bucket whose bounds grow least by the sum of their edges; of equal ones, the smallest.
+std::size_t BoxIndex::bucketFor(const FloatBox& box) const {
+  std::size_t best = 0;
+  float bestGrowth = FloatBox::kInfinity, bestSize = FloatBox::kInfinity;
+  for (std::size_t i = 0; i < mBounds.size(); ++i) {
+    const FloatBox& bounds = mBounds[i];
+    float growth = 0, size = 0;
+    for (int axis = 0; axis < 3; ++axis) {
+      growth += std::max(0.0f, bounds.min[axis] - box.min[axis]) + std::max(0.0f, box.max[axis] - bounds.max[axis]);
+      size += bounds.max[axis] - bounds.min[axis];
+    }
+    if (growth < bestGrowth || (growth == bestGrowth && size < bestSize)) {
+      best = i;
+      bestGrowth = growth;
+      bestSize = size;
+    }
+  }
+  return best;
+}
+
+void BoxIndex::append(const ChunkedVector<Box>& boxes) {
+  const auto number = static_cast<std::uint32_t>(mSize);
+  const Box& box = boxes[number];
+  ++mSize;
+  if (!meetsAnything(box)) return;
+  if (mBuckets.empty()) {
+    mBuckets.emplace_back().tree.build({}, OfBoxes{boxes});
+    buildTop();
+  }
+
+  const FloatBox outward = FloatBox::around(box);
+  const std::size_t chosen = bucketFor(outward);
+  Bucket& bucket = mBuckets[chosen];
+  mBounds[chosen].extend(outward);
+  const std::size_t size = bucket.tree.size() + 1;
+  if (bucket.tree.hasRoom() && size <= kLargest) {
+    bucket.tree.append(number, outward);
+    if (mBuckets.size() > 1) mTop.extend(bucket.place, outward);
+    return;
+  }
+  std::vector<BoxKey> keys;
+  keys.reserve(size);
+  for (const std::uint32_t of : bucket.tree.numbers()) keys.push_back(BoxKey::of(of, boxes[of]));
+  keys.push_back(BoxKey::of(number, box));
+  if (size <= kLargest) {
+    bucket.tree.build(keys, OfBoxes{boxes});
+    if (mBuckets.size() > 1) mTop.extend(bucket.place, outward);
+    return;
+  }
+  const std::span<BoxKey> all(keys);
+  halve(all, size / 2);
+  bucket.tree.build(all.first(size / 2), OfBoxes{boxes});
+  mBuckets.emplace_back().tree.build(all.subspan(size / 2), OfBoxes{boxes});
+  buildTop();
+}
+
+void BoxIndex::find(const ViewVolume& volume, Found& found, Instructions instructions) const {
+  found.boxes = {};
+  if (mBuckets.empty()) return;
+  BoxDescent descent = descentOf(volume);
+  const std::size_t room = std::max(mBuckets.size(), kLargest) / kBoxBlockWidth + 1 + kBoxBlockWidth;
   if (found.mRoom.size() < 2 * room) found.mRoom.resize(2 * room);
+  if (found.mBuckets.size() < mBuckets.size()) found.mBuckets.resize(mBuckets.size());
+  if (found.mBoxes.size() < mSize) found.mBoxes.resize(mSize + mSize / 4);
   descent.room[0] = found.mRoom.data();
   descent.room[1] = found.mRoom.data() + room;
-
+  std::size_t count;
 #if defined(FACETBOX_HAS_AVX2)
   static const bool hasAvx2 = __builtin_cpu_supports("avx2");
-  if (instructions == Instructions::best && hasAvx2) return descendBoxesAvx2(descent, mLevelCount - 1);
+  if (instructions == Instructions::best && hasAvx2)
+    count = find(descent, found, descendBoxesAvx2);
+  else
 #endif
-  descendBoxesBase(descent, mLevelCount - 1);
+    count = find(descent, found, descendBoxesBase);
+  found.boxes = std::span(found.mBoxes.data(), count);
+}
+
+template <class Descend>
+std::size_t BoxIndex::find(const BoxDescent& descent, Found& found, Descend descend) const {
+  std::uint32_t* const first = found.mBoxes.data();
+  if (mBuckets.size() == 1) return mBuckets[0].tree.find(descent, BoxDescent::kAllPlanes, first, descend);
+  const std::size_t buckets = mTop.find(descent, BoxDescent::kAllPlanes, found.mBuckets.data(), descend);
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < buckets; ++i) {
+    const std::uint32_t bucket = found.mBuckets[i];
+    count += mBuckets[bucket / BoxDescent::kPlaneRange].tree.find(descent, bucket % BoxDescent::kPlaneRange,
+                                                                  first + count, descend);
+  }
+  return count;
 }
 
 }  // namespace util

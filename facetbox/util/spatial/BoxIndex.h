@@ -1,54 +1,70 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
 
+#include <facetbox/util/Buffer.h>
+#include <facetbox/util/ChunkedVector.h>
 #include <facetbox/util/math/Box.h>
 #include <facetbox/util/math/Instructions.h>
-#include <facetbox/util/spatial/BoxDescent.h>
+#include <facetbox/util/spatial/BoxTree.h>
 #include <facetbox/util/spatial/ViewVolume.h>
 
 namespace util {
 
-/// Finds among many boxes those that meet a view volume, without looking at all of them: a tree of bounds, eight
-/// children to a node, halved at the median again and again.
+/// Finds among many boxes those that meet a view volume, without looking at all of them, while boxes are added.
 ///
-/// Bounds are floats, rounded outward; where they leave a doubt, they say so. Built for a fixed list; 37 bytes per box.
+/// Boxes lie in buckets of some hundreds, each with a tree of bounds, and a tree of the buckets' bounds leads to these.
+/// An addition goes to the bucket that grows least. It waits in the bucket's tail; a full tail has the tree of that
+/// bucket built anew, and a full bucket is cut in two at the median, so that no addition costs much more than sorting
+/// some hundred numbers, and every part of the index is as good as one built at once, whatever the order of additions.
+/// A bucket is found by a look at the bounds of all, and the tree over them is built anew with each cut: linear, but in
+/// n / 300, and cuts are some hundred additions apart.
+///
+/// Bounds are floats, rounded outward; where they leave a doubt, they say so. 40 to 60 bytes per box.
 class BoxIndex {
  public:
-  /// O(n log n).
-  void build(std::span<const Box> boxes);
+  /// Of all boxes, at once. O(n log n).
+  void build(const ChunkedVector<Box>& boxes);
+  /// Adds the last of the boxes.
+  void append(const ChunkedVector<Box>& boxes);
+  /// All boxes have changed, but lie to each other much as before. O(n).
+  void refit(const ChunkedVector<Box>& boxes);
 
-  /// What is found for all boxes: bit i % 64 of word i / 64 is for box i.
+  /// Room for what is found, to be used again and again, by any index.
   struct Found {
-    std::vector<std::uint64_t> inside;    ///< well inside all planes, and so meets the volume
-    std::vector<std::uint64_t> firm;      ///< meets the volume firmly
-    std::vector<std::uint64_t> doubtful;  ///< the box itself must be asked; all others do not meet the volume
+    /// Numbers of boxes, in no certain order, times kPlaneRange; plus 0 for those well inside all planes, which so meet
+    /// the volume, and more for those that have to be asked themselves. All others do not meet the volume.
+    std::span<const std::uint32_t> boxes;
+    static constexpr std::uint32_t kPlaneRange = BoxDescent::kPlaneRange;
 
    private:
     friend BoxIndex;
-    std::vector<std::uint32_t> mRoom;  // scratch
+    Buffer<std::uint32_t> mBoxes, mBuckets, mRoom;
   };
-  /// Keeps the room of what was found before.
   void find(const ViewVolume& volume, Found& found, Instructions instructions = Instructions::best) const;
 
  private:
-  static constexpr std::size_t kWidth = kBoxBlockWidth;
+  static constexpr std::size_t kLargest = 448;  // boxes of a bucket
+  static constexpr std::size_t kBuilt = 384;    // of those built at once, which are to have room
 
-  struct Key {
-    float middle[3];
-    std::uint32_t index;
+  struct Bucket {
+    BoxTree tree;
+    std::uint32_t place;  // in mTop
   };
-  static void arrange(std::span<Key> keys);
 
-  std::size_t mSize = 0;                  // of the list
-  std::vector<std::uint32_t> mOrder;      // of the leaves
-  std::vector<BoxBlock> mBlocks;          // level by level, that of the boxes first
-  std::array<std::size_t, 12> mLevels{};  // where each starts, in mBlocks
-  std::size_t mLevelCount = 0;
+  template <class Descend>
+  std::size_t find(const BoxDescent& descent, Found& found, Descend descend) const;
+  void buildBuckets(std::span<BoxKey> keys, const ChunkedVector<Box>& boxes);
+  void buildTop();
+  std::size_t bucketFor(const FloatBox& box) const;
+
+  std::vector<Bucket> mBuckets;
+  std::vector<FloatBox> mBounds;  // of the buckets
+  BoxTree mTop;                   // of the buckets' bounds; unused where there is only one
+  std::size_t mSize = 0;
 };
 
 }  // namespace util

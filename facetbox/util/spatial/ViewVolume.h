@@ -13,6 +13,8 @@ namespace util {
 /// Corners 0 to 3 follow each other along the near face, counter-clockwise seen from outside; 4 to 7 lie behind them
 /// on the far face. Corners in another order do no harm, but then boxes deep inside are missed, or boxes that lie
 /// inside all six planes are found far off.
+///
+/// For one thread at a time: what few questions need is worked out when one comes.
 class ViewVolume {
  public:
   explicit ViewVolume(const Vec3 corners[8]);
@@ -21,22 +23,19 @@ class ViewVolume {
   /// planes, or one of the twelve triangles of the volume's surface overlaps it.
   ///
   /// Only boxes near the surface are put to the triangles: where rounding cannot matter, the planes decide.
-  bool meets(const Vec3& centre, const Vec3& half) const { return meeting(centre, half) != Meeting::none; }
+  bool meets(const Vec3& centre, const Vec3& half) const;
   /// Likewise; a box that is empty on any axis meets nothing.
-  bool meets(const Box& box) const { return meeting(box) != Meeting::none; }
+  bool meets(const Box& box) const;
 
-  /// firm: the surface goes through the box, and so clearly that each box around it meets the volume as well, if its
-  /// coordinates are not above firmSize().
-  enum class Meeting { none, some, firm };
-  Meeting meeting(const Vec3& centre, const Vec3& half) const;
-  Meeting meeting(const Box& box) const;
-  double firmSize() const { return 2 * mSize; }
+  /// Whether the volume's surface is known to have a point that is deeper in the box than the margin: then it meets
+  /// this box, and each box around it whose own margin is no larger. False where that is not known.
+  bool certainlyTouches(const Vec3& centre, const Vec3& half, double margin) const;
+  /// More than all that rounding can do with this box.
+  double marginFor(const Vec3& centre, const Vec3& half) const;
 
-  /// Whether the planes bound the volume, as they do for a proper one: what lies below all offsets by the margin is
-  /// inside, and a box with one point there and another above a farthest one, by the margin, meets the volume firmly.
-  bool isHull() const { return mIsHull; }
-  /// Whether a box around another, which is well inside a hull, meets the volume firmly.
-  bool reachesOut(const Vec3& centre, const Vec3& half) const;
+  /// inside: certainly of all planes, and so meets the volume; beyond: of a plane, and meets nothing.
+  enum class Side { inside, unsure, beyond };
+  Side sideOf(const Box& box) const;
 
   /// Coordinates of the unit outward normal of face i, of six; normal times the point that its plane goes through; and
   /// the largest of normal times any of the eight corners. Boxes whose inner sphere lies below all six offsets meet the
@@ -51,13 +50,11 @@ class ViewVolume {
   double size() const { return mSize; }
   /// What must lie between two numbers for rounding not to matter, relative to the sum of the sizes of volume and box.
   static constexpr double kMargin = 0x1p-21;  // 4.8e-7
-  static constexpr double kFirmMargin = 3 * kMargin;
 
  private:
   /// Two numbers at a time.
   using Pair = double __attribute__((vector_size(16)));
   static Pair largerOf(Pair a, Pair b) { return a > b ? a : b; }
-  static Pair smallerOf(Pair a, Pair b) { return a < b ? a : b; }
   static Pair sizesOf(Pair a) { return largerOf(a, -a); }
   /// What two neighbouring faces have: coordinates of the unit outward normals and their sizes, normal times the point
   /// that the plane goes through, the largest of normal times any of the eight corners, and the bounds of normal times
@@ -68,26 +65,22 @@ class ViewVolume {
     Pair heightsOf(const Vec3& p) const { return normalX * p.x + normalY * p.y + normalZ * p.z; }
     Pair reachesOf(const Vec3& half) const { return sizeX * half.x + sizeY * half.y + sizeZ * half.z; }
   };
-  /// Outward normals of two surface triangles, of any length, and the bounds of normal times a point behind them.
-  struct TwoTriangles {
-    Pair normalX, normalY, normalZ, sizes, offset;  // sizes: the sums of the normals' coordinates' sizes
+
+  /// A surface triangle, for finding the point of it that is next to another; to be worked out, of no use, or known.
+  struct Triangle {
+    enum class State : unsigned char { unknown, sliver, known } state = State::unknown;
+    Vec3 start, first, second;   // its corner, and two edges from there
+    Vec3 firstPart, secondPart;  // by which a point is told in parts of the edges
   };
 
   void makePlanes();
-  void makeTriangles();
-  bool isBounded() const;
-  double sizeOf(const Vec3& centre, const Vec3& half) const;
-  bool isCertainlyBehindAllTriangles(const Vec3& p, double margin) const;
-  bool holdsPointInside(const Vec3& centre, const Vec3& half, double margin) const;
+  void make(Triangle& triangle, const std::array<std::size_t, 3>& corners) const;
+  bool hasPointIn(std::size_t face, const Vec3& centre, const Vec3& half, double margin) const;
   bool touchesSurface(const Vec3& centre, const Vec3& half, double margin) const;
 
   std::array<Vec3, 8> mCorners;
-  Vec3 mAxisStart, mAxis;  // from the middle of the near face's corners to that of the far one's
-  double mInverseAxisLengthSq;
   std::array<TwoFaces, 3> mPlanes;
-  std::array<TwoTriangles, 6> mTriangles;
-  bool mHasSlivers;  // triangles so thin that the direction of their normals is not certain
-  bool mIsHull;
+  mutable std::array<std::array<Triangle, 2>, 6> mTriangles;
   double mSize;  // the largest coordinate by absolute value; infinite where shortcuts must not be taken
 };
 
