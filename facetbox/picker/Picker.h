@@ -104,7 +104,7 @@ class FACETBOX_EXPORT Picker {
   ///
   /// Triangles of a determinant between -1e-5 and 1e-5 are passed over: it is the triangle's doubled area times the
   /// direction's length times the cosine between direction and normal. The limit is absolute, so that small models are
-  /// not hit by rays of unit length. Scale the direction up for them, by 1e6, say, and `distance` down accordingly.
+  /// not hit by rays of unit length. Scale the direction up for them, by 1e6, say, and multiply `distance` by as much.
   ///
   /// @param direction  of any length but 0
   /// @param distance   in units of the direction's length; FLT_MAX where the ray misses the object

@@ -1,9 +1,13 @@
 #include <facetbox/picker/Picker.h>
 
+#include <algorithm>
 #include <array>
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <numbers>
+#include <random>
 #include <stdexcept>
 
 #include <gmock/gmock.h>
@@ -100,6 +104,40 @@ TEST_F(PickerTest, answersAsTheSlowTwinDoesOnRandomScenes) {
   }
   EXPECT_GT(found, 3000u);
   EXPECT_GT(hits, 2000u);
+}
+
+// As the header has it for small models: the direction is scaled up, and the distance is in its lengths.
+TEST_F(PickerTest, aSmallModelIsHitWhereADirectionScaledUpSays) {
+  const std::size_t handle = picker->createHandle();
+  Matrix small = shifted(0, 0, 0);
+  for (const std::size_t i : {0, 5, 10}) small[i] = 1e-4;  // a cube from -1e-4 to 1e-4
+  picker->addEntry(handle, 1, {&meshes.cube()}, small.data());
+  const std::array<float, 3> origin{2e-5f, 3e-5f, 5e-4f};
+  EXPECT_FALSE(rayPicked(*picker, handle, 1, origin, {0, 0, -1}).mHit);
+  const float scale = 1e6f;
+  const support::RayAnswer answer = rayPicked(*picker, handle, 1, origin, {0, 0, -1 * scale});
+  ASSERT_TRUE(answer.mHit);
+  EXPECT_NEAR(answer.mDistance * scale, 4e-4f, 1e-9f);              // the way in world units
+  EXPECT_NEAR(origin[2] - answer.mDistance * scale, 1e-4f, 1e-9f);  // the point hit
+}
+
+// Between two rays, everything that a ray keeps of an object has to follow it.
+TEST_F(PickerTest, raysAndVolumesFollowWhatIsRelocated) {
+  const std::size_t handle = picker->createHandle();
+  for (std::uint32_t id = 0; id < 40; ++id)
+    picker->addEntry(handle, id, {&meshes.cube()}, shifted(0, 0, -4.0 * id).data());
+  const auto distance = [&](std::int32_t id, float x) {
+    return rayPicked(*picker, handle, id, {x, 0, 50}, {0, 0, -1}).mDistance;
+  };
+  EXPECT_EQ(distance(3, 0), 61);
+  EXPECT_EQ(all(handle).size(), 6u);
+  picker->relocate(handle, 8, 0, 20);
+  EXPECT_EQ(distance(3, 8), 41);
+  EXPECT_EQ(distance(3, 0), FLT_MAX);
+  EXPECT_EQ(all(handle).size(), 11u);
+  picker->relocate(handle, 100, 0, 0);
+  EXPECT_EQ(distance(3, 108), 41);
+  EXPECT_THAT(all(handle), ElementsAre());
 }
 
 TEST(Picker, virtualSlotsFollowTheDestructorInTheOrderOfTheInterface) {
@@ -238,8 +276,12 @@ TEST(ViewVolume, cornersProjectOntoTheCubeCounterClockwiseFromOutside) {
         return matrix[r] * c[k].x + matrix[4 + r] * c[k].y + matrix[8 + r] * c[k].z + matrix[12 + r];
       };
       ASSERT_GT(row(3), 0);
-      for (std::size_t r = 0; r < 2; ++r) EXPECT_NEAR(std::fabs(row(r) / row(3)), 1, 1e-3);
-      EXPECT_NEAR(row(2) / row(3), k < 4 ? -1 : 1, 1e-3);
+      // Around the volume, and by little.
+      for (std::size_t r = 0; r < 3; ++r) {
+        const double size = row(r) / row(3) * (r < 2 ? std::copysign(1, row(r)) : k < 4 ? -1 : 1);
+        EXPECT_GT(size, 1 - 1e-6);  // the matrix was rounded to floats
+        EXPECT_LT(size, 1.005);
+      }
     }
     EXPECT_LT(dot(cross(c[1] - c[0], c[3] - c[0]), c[6] - c[0]), 0);
     EXPECT_GT(dot(cross(c[1] - c[0], c[2] - c[1]), cross(c[2] - c[1], c[3] - c[2])), 0);
@@ -252,6 +294,115 @@ TEST(ViewVolume, cornersProjectOntoTheCubeCounterClockwiseFromOutside) {
   const float behindTheEye[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, -1};
   EXPECT_FALSE(facetbox::viewVolumeCorners(behindTheEye, corners.data()));
   EXPECT_THAT(corners, testing::Each(0.0f));
+}
+
+/// A window of a camera that stands far out: the matrix, and a point in it, in parts of its depth and of its picture.
+struct FarView {
+  explicit FarView(std::mt19937_64& random) {
+    const auto part = [&] { return std::generate_canonical<double, 53>(random); };
+    const double near = std::pow(10, -3 * part()), far = near * std::pow(10, 0.5 + 4 * part());
+    const double across = std::pow(2000, part()) / 4000, up = part() < 0.5 ? across : std::pow(2000, part()) / 4000;
+    const bool isFlat = part() < 0.3, isReversed = part() < 0.2;
+    Matrix projection{1 / across,
+                      0,
+                      0,
+                      0,
+                      0,
+                      1 / up,
+                      0,
+                      0,
+                      0,
+                      0,
+                      (far + near) / (near - far),
+                      -1,
+                      0,
+                      0,
+                      2 * far * near / (near - far),
+                      0};
+    if (isFlat)
+      projection = {0.01 / across,
+                    0,
+                    0,
+                    0,
+                    0,
+                    0.01 / up,
+                    0,
+                    0,
+                    0,
+                    0,
+                    -2 / (far - near),
+                    0,
+                    0,
+                    0,
+                    -(far + near) / (far - near),
+                    1};
+    if (isReversed)
+      for (const std::size_t i : {10, 14}) projection[i] = -projection[i];
+    const auto turn = [&](std::size_t a, std::size_t b) {
+      const double angle = part() < 0.3 ? std::floor(4 * part()) * std::numbers::pi / 2 : 6.28 * part();
+      Matrix m = shifted(0, 0, 0);
+      m[5 * a] = m[5 * b] = std::cos(angle);
+      m[4 * a + b] = std::sin(angle);
+      m[4 * b + a] = -m[4 * a + b];
+      return m;
+    };
+    const double out = part() < 0.1 ? 0 : std::pow(10, 7 * part()), angle = 6.28 * part();
+    const Matrix window = shifted(1.8 * (part() - 0.5) / across, 1.8 * (part() - 0.5) / up, 0);
+    const Matrix all = support::product(
+        isFlat ? shifted(0, 0, 0) : window,
+        support::product(projection,
+                         support::product(support::product(turn(1, 2), turn(0, 2)),
+                                          shifted(out * std::cos(angle), 0.3 * out, out * std::sin(angle)))));
+    std::ranges::transform(all, mMatrix.begin(), [](double x) { return static_cast<float>(x); });
+  }
+
+  std::array<float, 16> mMatrix{};
+};
+
+// The twin of the corners is the matrix: what it maps into the cube is in view.
+TEST(ViewVolume, encloseWhatTheMatrixShowsHoweverFarOutAndThin) {
+  std::mt19937_64 random(5);
+  const auto part = [&] { return std::generate_canonical<double, 53>(random); };
+  std::size_t asked = 0, without = 0;
+  for (int round = 0; round < 12000; ++round) {
+    const FarView view(random);
+    std::array<float, 24> corners;
+    if (!facetbox::viewVolumeCorners(view.mMatrix.data(), corners.data())) {
+      ++without;
+      continue;
+    }
+    std::array<support::Vec3, 8> c;
+    for (std::size_t k = 0; k < 8; ++k) c[k] = {corners[3 * k], corners[3 * k + 1], corners[3 * k + 2]};
+    Matrix q;
+    std::copy(view.mMatrix.begin(), view.mMatrix.end(), q.begin());
+    for (int i = 0; i < 20; ++i) {
+      // A cube around a point that is near, or between, some of the corners.
+      support::Vec3 p = c[random() % 8];
+      for (std::size_t others = random() % 3; others > 0; --others) p = p + part() * (c[random() % 8] - p);
+      const double half = 0.25 * std::pow(10, -2 * part());
+      std::array<support::Vec3, 8> seen;
+      bool isBefore = true;
+      for (std::size_t k = 0; k < 8; ++k) {
+        const support::Vec3 v = p + half * support::Vec3{k % 2 * 2.0 - 1, k / 2 % 2 * 2.0 - 1, k / 4 * 2.0 - 1};
+        const auto row = [&](std::size_t r) { return q[r] * v.x + q[4 + r] * v.y + q[8 + r] * v.z + q[12 + r]; };
+        isBefore = isBefore && row(3) > 1e-9;
+        seen[k] = support::Vec3{row(0), row(1), row(2)} / std::fabs(row(3));
+      }
+      if (!isBefore) continue;  // mirrored into view
+      constexpr std::size_t kFaces[6][4] = {{0, 1, 3, 2}, {4, 5, 7, 6}, {0, 1, 5, 4},
+                                            {2, 3, 7, 6}, {0, 2, 6, 4}, {1, 3, 7, 5}};
+      const double middle[3] = {0, 0, 0}, one[3] = {1, 1, 1};
+      const bool isSeen = std::ranges::any_of(kFaces, [&](const auto& f) {
+        return util::overlapsBox(&seen[f[0]].x, &seen[f[1]].x, &seen[f[2]].x, middle, one) ||
+               util::overlapsBox(&seen[f[0]].x, &seen[f[2]].x, &seen[f[3]].x, middle, one);
+      });
+      if (!isSeen) continue;
+      ++asked;
+      EXPECT_TRUE(support::meetsVolume(c, p, {half, half, half})) << round;
+    }
+  }
+  EXPECT_GT(asked, 100000u);
+  EXPECT_LT(without, 300u);
 }
 
 }  // namespace
