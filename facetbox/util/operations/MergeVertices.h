@@ -12,6 +12,7 @@ enum class FaceNormals { recomputed, left };
 ///
 /// Groups: the vertex of lowest index that is in no group yet is a seed and takes every later vertex in no group whose
 /// distance to the seed, and to it alone, is at most the tolerance (compared squared, inclusive; the sign is ignored).
+/// By a NaN tolerance nothing is near to anything: there are no groups, and no vertex is looked up.
 /// The members are replaced by the lowest of the group. Before that, vertices leave their groups where welding would
 /// do harm:
 /// - a face of more than three corners is not pinched into loops by welding corners that do not follow each other
