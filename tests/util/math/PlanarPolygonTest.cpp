@@ -1,6 +1,7 @@
 #include <facetbox/util/math/PlanarPolygon.h>
 
 #include <numbers>
+#include <numeric>
 
 #include <tests/support/Meshes.h>
 
@@ -48,6 +49,14 @@ Corners comb(int teeth, int length, double slant, double scale, Vec2 offset) {
   return corners;
 }
 
+/// Long edges that many integer points lie on exactly.
+Corners latticeZigzag(int count, double dx, double dy) {
+  Corners corners;
+  for (int i = 0; i < count; ++i)
+    corners.insert(corners.end(), {{2.0 * i, i % 3 * dy}, {2.0 * i + 100 * dx, (100 - i % 5) * dy}});
+  return corners;
+}
+
 Corners scattered(std::mt19937& random, int count, int size) {
   Corners corners;
   for (int i = 0; i < count; ++i)
@@ -66,6 +75,8 @@ std::vector<std::pair<std::string, Corners>> shapes() {
       {"comb beyond the resolution", comb(300, 500, 0.3, 1e-9, {1e6, 1e6})},
       {"denormal comb", comb(200, 300, 0.3, 3e-322, {})},
       {"enormous comb", comb(100, 50, 0.3, 3e305, {})},
+      {"zigzag between integers", latticeZigzag(300, 7, 3)},
+      {"other zigzag between integers", latticeZigzag(300, 11, -13)},
       {"all corners equal", Corners(100, {3, 4})},
       {"scattered on few points", scattered(random, 2000, 2)},
   };
@@ -84,6 +95,16 @@ Vec2 queryPoint(std::mt19937& random, const Corners& corners, const Box2& box) {
   const Vec2 a = corners[below(random, corners.size())], b = corners[below(random, corners.size())];
   const std::size_t edge = below(random, corners.size());
   const Vec2 from = corners[edge], to = corners[(edge + 1) % corners.size()];
+  // Often a point that is exactly on the edge, if that is possible.
+  const double size = std::max(std::fabs(to.x - from.x), std::fabs(to.y - from.y));
+  const bool isLattice =
+      size < 1e9 && from.x == std::round(from.x) && from.y == std::round(from.y) && size == std::round(size);
+  const auto steps = isLattice ? std::gcd(std::llround(to.x - from.x), std::llround(to.y - from.y)) : 0;
+  if (steps > 1 && pick(random, 0, 1)) {
+    const double step = 1 + static_cast<double>(random() % static_cast<unsigned>(steps - 1)),
+                 n = static_cast<double>(steps);
+    return {from.x + (to.x - from.x) / n * step, from.y + (to.y - from.y) / n * step};
+  }
   const double t = pick(random, 0, 1) ? 0.5 : real(random, 0, 1);
   const Vec2 anywhere{real(random, box.min.x / 2, box.max.x / 2) * 2, real(random, box.min.y / 2, box.max.y / 2) * 2};
   const Vec2 points[] = {a,

@@ -213,6 +213,31 @@ TEST(MergeVertices, findsThePairsThatAPlainComparisonFindsAtEveryScale) {
       }
 }
 
+TEST(MergeVertices, findsPairsWhoseDistanceRoundsDownToTheTolerance) {
+  // q - p is half an ulp above 1 and rounds to 1; p + 1 rounds to the neighbour below q. Between the two a leaf of the
+  // search ends, once a crowd has made leaves as small as they get. So the search has to reach farther than 1.
+  constexpr double kUlp = 0x1p-52;
+  for (int axis = 0; axis < 3; ++axis)
+    for (const double sign : {1.0, -1.0})
+      for (const double corner : {1.25, 3.75}) {
+        SCOPED_TRACE(testing::Message() << axis << " " << sign << " " << corner);
+        std::vector<Vec3> points;
+        for (int i = 0; i < 343; ++i) points.push_back({-20 + 1.01 * (i % 7), 1.01 * (i / 7 % 7), 1.01 * (i / 49)});
+        for (int ulps = -8; ulps <= 8; ++ulps) {
+          const double q = corner + ulps * (corner > 2 ? 2 : 1) * kUlp, p = q - 1 - kUlp / 2, y = 3.0 * ulps;
+          points.push_back({p, y, 0});
+          points.push_back({q, y, 0});
+        }
+        for (Vec3& p : points) {
+          p = sign * p;
+          p = axis == 0 ? p : axis == 1 ? Vec3{p.z, p.x, p.y} : Vec3{p.y, p.z, p.x};
+        }
+        Faces faces;
+        for (std::uint32_t v = 0; v + 2 < points.size(); v += 2) faces.push_back({v, v + 1, v + 2});
+        expectLikeTwin(meshOf(points, faces), 1);
+      }
+}
+
 TEST(MergeVertices, guardsAgainstTurnedFacesOnlyAbove015) {
   // Welding 1 to 0 turns the thin triangle 1, 2, 3 over.
   const std::vector<Vec3> points{{0, 0, 0}, {0.14, 0, 0}, {0.07, 1, 0}, {0.0699, 5, 0}, {-5, 0, 0}};
