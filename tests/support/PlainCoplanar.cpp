@@ -317,6 +317,17 @@ class PlainCoplanar {
     return result;
   }
 
+  /// Whether a walk from the seed, breadth first, comes by `a` first.
+  bool isNearer(std::uint32_t a, std::uint32_t b) const {
+    Indices walk{mSeed};
+    for (std::size_t next = 0; next < walk.size(); ++next)
+      for (std::uint32_t i = 0; i < cornersOf(walk[next]).size(); ++i) {
+        const Corner c{walk[next], i};
+        if (isInnerEdge(c) && !std::ranges::count(walk, twin(c).face)) walk.push_back(twin(c).face);
+      }
+    return std::ranges::find(walk, a) < std::ranges::find(walk, b);
+  }
+
   std::vector<Point> pointsOf(const Loop& loop) const {
     std::vector<Point> points;
     for (const Corner& c : loop) points.push_back(pointAt(vertexAt(c)));
@@ -373,27 +384,24 @@ class PlainCoplanar {
       }
       (sizeOf(loop) > 0 ? outers : mInner).push_back(loop);
       // Edges without length are passed over.
+      const Outline whole = seen(pointsOf(loop), axis);
       Loop proper;
-      for (const Corner& c : loop)
-        if (proper.empty() ||
-            seen(pointsOf({c, proper.back()}), axis)[0] != seen(pointsOf({c, proper.back()}), axis)[1])
-          proper.push_back(c);
-      while (seen(pointsOf({proper[0], proper.back()}), axis)[0] == seen(pointsOf({proper[0], proper.back()}), axis)[1])
-        proper.pop_back();
+      for (std::size_t i = 0; i < loop.size(); ++i)
+        if (whole[i] != whole[(i + 1) % loop.size()]) proper.push_back(loop[i]);
       const Outline outline = seen(pointsOf(proper), axis);
       const std::size_t n = proper.size();
       for (std::size_t i = 0; i < n; ++i) {
-        bool touches = false;
-        for (std::size_t j = 0; j < n; ++j) {
+        const auto touches = [&](std::size_t j) {
           const Flat &a = outline[i], &b = outline[(i + 1) % n], &c = outline[j], &d = outline[(j + 1) % n];
-          if (j == (i + 1) % n)
-            touches = touches || isOn(a, c, d) || isOn(d, a, b);
-          else if (i == (j + 1) % n)
-            touches = touches || isOn(c, a, b) || isOn(b, c, d);
-          else if (i != j)
-            touches = touches || touch(a, b, c, d);
+          if (j == (i + 1) % n) return isOn(a, c, d) || isOn(d, a, b);
+          if (i == (j + 1) % n) return isOn(c, a, b) || isOn(b, c, d);
+          return i != j && touch(a, b, c, d);
+        };
+        for (std::size_t j = 0; j < n; ++j) {
+          if (!touches(j)) continue;
+          mIsSound = false;
+          if (!isNearer(proper[i].face, proper[j].face) && proper[i].face != mSeed) out.insert(proper[i].face);
         }
-        if (touches) mark({proper[i], proper[(i + 1) % n]});
       }
     }
     if (outers.empty()) outers.swap(mInner);

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <span>
 
-#include <facetbox/util/math/PlanarPolygon.h>
 #include <facetbox/util/math/Predicates.h>
 #include <facetbox/util/math/Vec3.h>
 
@@ -40,8 +40,13 @@ inline int convexTurn(std::span<const Vec2> loop) {
 double signedArea(std::span<const Vec2> loop);
 
 /// Whether no edge shares a point with another, but for the corner between two that follow each other. Exact. About
-/// O(n log n).
-/// @param scratch  holds the loop afterwards, if it is large
-bool isSimple(std::span<const Vec2> loop, PlanarPolygon& scratch);
+/// O(n log n); linear where the edges are about equally long.
+bool isSimple(std::span<const Vec2> loop);
+
+/// Calls `use(edge)`, ascending, for each edge for which `counts(edge, other)` is true of an edge that touches it in
+/// the sense of isSimple(). Edge i begins at point i. An edge costs about as much as the others near it that do not
+/// count, and those may be asked for several times.
+void findTouches(std::span<const Vec2> loop, const std::function<bool(std::size_t edge, std::size_t other)>& counts,
+                 const std::function<void(std::size_t edge)>& use);
 
 }  // namespace util

@@ -262,28 +262,26 @@ bool PlanarPolygon::leafContains(const Leaf& leaf, Vec2 p) const {
   return inside;
 }
 
-bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b) const { return anyEdgeTouches(a, b, kNoEdge); }
-
-bool PlanarPolygon::edgeTouchesOthers(std::size_t edge) const {
-  const std::size_t n = mCorners.size();
-  const Vec2 a = mCorners[edge], b = edgeEnd(edge);
-  return foldsBack(mCorners[edge > 0 ? edge - 1 : n - 1], a, b) || foldsBack(a, b, mCorners[(edge + 2) % n]) ||
-         anyEdgeTouches(a, b, edge);
+bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b) const {
+  return anyTouching(a, b, [](std::size_t) { return true; });
 }
 
-/// Whether two edges are one or have a corner of the polygon in common.
-bool PlanarPolygon::areNeighbours(std::size_t a, std::size_t b) const {
+bool PlanarPolygon::edgeTouchesAny(std::size_t edge, const std::function<bool(std::size_t)>& counts) const {
   const std::size_t last = mCorners.size() - 1;
-  return b != kNoEdge && (a == b || a + 1 == b || b + 1 == a || (a == 0 && b == last) || (b == 0 && a == last));
+  return anyTouching(mCorners[edge], edgeEnd(edge), [&](std::size_t other) {
+    const std::size_t apart = other > edge ? other - edge : edge - other;
+    return apart > 1 && apart < last && counts(other);
+  });
 }
 
-/// Leaves out the edge `apart` and its neighbours.
-bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b, std::size_t apart) const {
+/// Whether an edge that counts touches the segment.
+template <class Counts>
+bool PlanarPolygon::anyTouching(Vec2 a, Vec2 b, Counts counts) const {
   if (isOff(mBox, a, b, 0) || !isFinite(a) || !isFinite(b)) return false;
-  if (!isIndexed()) return plainlyTouches(a, b, apart);
+  if (!isIndexed()) return plainlyTouches(a, b, counts);
   const Vec2 localA = toLocal(a), localB = toLocal(b);
   const double magnitude = std::max({mMagnitude, maxNorm(localA), maxNorm(localB)});
-  if (!(magnitude < kMaxMagnitude)) return plainlyTouches(a, b, apart);
+  if (!(magnitude < kMaxMagnitude)) return plainlyTouches(a, b, counts);
 
   // The segment is cut like the edges, with a margin of its own that fits its length.
   const double margin = kMargin * magnitude;
@@ -299,7 +297,7 @@ bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b, std::size_t apart) const {
     const Node& node = mNodes[index];
     if (isOff(node.box, piece.a, piece.b, margin)) continue;
     if (node.child < 0) {
-      if (leafTouches(leafOf(node), a, b, apart)) return true;
+      if (leafTouches(leafOf(node), a, b, counts)) return true;
       continue;
     }
     const Line line{node.normal, node.offset};
@@ -313,17 +311,19 @@ bool PlanarPolygon::anyEdgeTouches(Vec2 a, Vec2 b, std::size_t apart) const {
   return false;
 }
 
-bool PlanarPolygon::leafTouches(const Leaf& leaf, Vec2 a, Vec2 b, std::size_t apart) const {
+template <class Counts>
+bool PlanarPolygon::leafTouches(const Leaf& leaf, Vec2 a, Vec2 b, Counts counts) const {
   for (std::size_t i = leaf.begin; i < leaf.end; ++i) {
     const std::size_t edge = mLeafEdges[i];
-    if (segmentsTouch(mCorners[edge], edgeEnd(edge), a, b) && !areNeighbours(edge, apart)) return true;
+    if (segmentsTouch(mCorners[edge], edgeEnd(edge), a, b) && counts(edge)) return true;
   }
   return false;
 }
 
-bool PlanarPolygon::plainlyTouches(Vec2 a, Vec2 b, std::size_t apart) const {
+template <class Counts>
+bool PlanarPolygon::plainlyTouches(Vec2 a, Vec2 b, Counts counts) const {
   for (std::size_t edge = 0; edge < mCorners.size(); ++edge)
-    if (segmentsTouch(mCorners[edge], edgeEnd(edge), a, b) && !areNeighbours(edge, apart)) return true;
+    if (segmentsTouch(mCorners[edge], edgeEnd(edge), a, b) && counts(edge)) return true;
   return false;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <span>
 #include <vector>
@@ -63,9 +64,9 @@ class PlanarPolygon {
   /// each edge of the smaller.
   bool anyEdgeTouches(const PlanarPolygon& other) const;
 
-  /// Whether an edge shares a point with any other, but for the corners that it has in common with those before and
-  /// behind it.
-  bool edgeTouchesOthers(std::size_t edge) const;
+  /// Whether `counts(other)` is true for an edge that shares a point with the edge `edge` and does not follow on it or
+  /// precede it.
+  bool edgeTouchesAny(std::size_t edge, const std::function<bool(std::size_t other)>& counts) const;
 
   /// Builds the index now if the polygon is of a size that may have one, for a caller that knows of many queries.
   void buildIndex() const;
@@ -89,18 +90,18 @@ class PlanarPolygon {
     bool isReferenceInside;
   };
 
-  static constexpr std::size_t kNoEdge = static_cast<std::size_t>(-1);
-
   Vec2 edgeEnd(std::size_t edge) const { return mCorners[edge + 1 < mCorners.size() ? edge + 1 : 0]; }
   Vec2 toLocal(Vec2 p) const { return {p.x - mCenter.x, p.y - mCenter.y}; }
   bool isIndexed() const;
   std::size_t nodeAt(Vec2 local) const;
   const Leaf& leafOf(const Node& node) const { return mLeaves[static_cast<std::size_t>(-1 - node.child)]; }
   bool leafContains(const Leaf& leaf, Vec2 p) const;
-  bool areNeighbours(std::size_t a, std::size_t b) const;
-  bool anyEdgeTouches(Vec2 a, Vec2 b, std::size_t apart) const;
-  bool leafTouches(const Leaf& leaf, Vec2 a, Vec2 b, std::size_t apart) const;
-  bool plainlyTouches(Vec2 a, Vec2 b, std::size_t apart) const;
+  template <class Counts>
+  bool anyTouching(Vec2 a, Vec2 b, Counts counts) const;
+  template <class Counts>
+  bool leafTouches(const Leaf& leaf, Vec2 a, Vec2 b, Counts counts) const;
+  template <class Counts>
+  bool plainlyTouches(Vec2 a, Vec2 b, Counts counts) const;
 
   std::vector<Vec2> mCorners;
   Box2 mBox = emptyBox();

@@ -268,6 +268,23 @@ bool FaceRegions::isSmaller(std::uint32_t a, std::uint32_t b) const {
   return areaA < areaB || (areaA == areaB && a > b);
 }
 
+void FaceRegions::numberFromSeed() {
+  if (mNumbers.empty()) mNumbers.resize(mRegionOf.size());
+  for (const std::uint32_t face : mMembers) mNumbers[face] = kNone;
+  std::vector<std::uint32_t> order{mSeed};
+  mNumbers[mSeed] = 0;
+  for (std::size_t next = 0; next < order.size(); ++next) {
+    const auto begin = static_cast<std::uint32_t>(mFaces.offset(order[next]));
+    for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(order[next]); ++corner) {
+      if (!isInner(corner)) continue;
+      const std::uint32_t neighbour = mTwins.faceOf(mTwins.twinOf(corner));
+      if (mNumbers[neighbour] != kNone) continue;
+      mNumbers[neighbour] = static_cast<std::uint32_t>(order.size());
+      order.push_back(neighbour);
+    }
+  }
+}
+
 void FaceRegions::markFlaw(std::span<const std::uint32_t> corners) {
   std::vector<std::uint32_t> places(corners.begin(), corners.end());
   std::ranges::sort(places, {}, [&](std::uint32_t corner) { return mFaces.vertexAt(corner); });

@@ -89,6 +89,12 @@ class FaceRegions {
   /// Notes a flaw that is due to one face of the region: it is to go, or, in later rounds, all around it.
   void markFlaw(std::uint32_t face);
 
+  /// Numbers the members in the order in which a breadth-first walk from the seed over inner edges comes by.
+  /// O(corners of the region).
+  void numberFromSeed();
+  /// The number of a member as of the last numberFromSeed(), which was in this round.
+  std::uint32_t numberOf(std::uint32_t face) const { return mNumbers[face]; }
+
   /// Takes all marked faces out of the region at once, then all that is no longer edge-connected with the seed; then
   /// resolves the pinches that came up.
   /// @return false where nothing was marked, for the seed alone is at the flaws, or where it would have to go for a
@@ -139,6 +145,8 @@ class FaceRegions {
   unsigned mRound = 0;
   std::uint64_t mKeptCorners = 0;  // of the members, where something was put out
   Buffer<std::uint8_t> mTimesOut;  // per face: out of how many regions that kept less than half. Allocated when needed.
+
+  Buffer<std::uint32_t> mNumbers;  // per face. Allocated when needed.
 
   // Border corners of the region by the vertex that they stand at, as chains that may hold corners which have become
   // inner or left the region since.

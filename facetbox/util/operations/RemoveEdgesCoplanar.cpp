@@ -458,19 +458,32 @@ class CoplanarMerge {
     if (mProjected.size() < 3) return 0.0;
     if (const int turn = convexTurn(mProjected); turn != 0) return turn;
     const double area = signedArea(mProjected);
-    if (area == 0.0 || isSimple(mProjected, mPolygon)) return area;
+    if (area == 0.0 || isSimple(mProjected)) return area;
     isSound = false;
-    mPolygon.assign(mProjected);
-    mPolygon.buildIndex();
-    for (std::size_t edge = 0; edge < mProjected.size(); ++edge)
-      if (mPolygon.edgeTouchesOthers(edge))
-        regions.markFlaw(
-            std::array{mProjectedCorners[edge], mProjectedCorners[edge + 1 < mProjected.size() ? edge + 1 : 0]});
+    markTouches(regions);
     return area;
   }
 
+  /// Of two edges of the current loop that touch, marks the face that a walk from the seed reaches later.
+  void markTouches(FaceRegions& regions) {
+    // An edge that has touched so many farther ones is taken for the nearest.
+    constexpr int kMostFarther = 64;
+    regions.numberFromSeed();
+    const auto faceOf = [&](std::size_t edge) { return mTwins.faceOf(mProjectedCorners[edge]); };
+    std::size_t current = mProjected.size();
+    int farther = 0;
+    const auto isFarther = [&](std::size_t edge, std::size_t other) {
+      if (std::exchange(current, edge) != edge) farther = 0;
+      return farther < kMostFarther &&
+             (regions.numberOf(faceOf(other)) <= regions.numberOf(faceOf(edge)) || ++farther == kMostFarther);
+    };
+    findTouches(mProjected, isFarther, [&](std::size_t edge) {
+      if (farther < kMostFarther) regions.markFlaw(faceOf(edge));
+    });
+  }
+
   /// Sees a loop along the largest component of a normal, from the side that it points to. Of corners that follow each
-  /// other and look the same, only the first counts: edges without length do no harm.
+  /// other and look the same, only the last counts: edges without length do no harm.
   void projectLoop(const Loop& loop, const Vec3& normal) {
     const int axis = dominantAxis(normal);
     const double along = axis == 0 ? normal.x : axis == 1 ? normal.y : normal.z;
@@ -481,7 +494,10 @@ class CoplanarMerge {
     for (const std::uint32_t corner : loop) {
       Vec2 p = project(m.mVertices[m.mFaces.vertexAt(corner)], axis);
       p.x *= sign;
-      if (!mProjected.empty() && p == mProjected.back()) continue;
+      if (!mProjected.empty() && p == mProjected.back()) {
+        mProjectedCorners.back() = corner;
+        continue;
+      }
       mProjected.push_back(p);
       mProjectedCorners.push_back(corner);
     }
@@ -638,7 +654,6 @@ class CoplanarMerge {
   std::vector<Loop> mOuterLoops, mInnerLoops;    // of the current region; sound ones have one outer loop
   std::vector<Vec2> mProjected;                  // the current loop
   std::vector<std::uint32_t> mProjectedCorners;  // whose points these are
-  PlanarPolygon mPolygon;                        // likewise, where it is large
   std::vector<HoleTable::Group> mGroups;
   std::vector<std::uint32_t> mNewOuterOf;  // empty as long as no hole can be concerned
   std::vector<HoleTable::NewHole> mNewHoles;

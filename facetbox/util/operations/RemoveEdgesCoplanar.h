@@ -24,9 +24,10 @@ namespace util {
 /// - an edge that touches another edge of its loop, beyond the corner that neighbours have in common;
 /// - once there are none of these: a hole, of a member or new, that hole assignment would delete.
 /// Loops are seen along the largest component of the seed's normal, decisions are exact, and edges without length are
-/// passed over. All flaws of a border are dealt with at once, each at the lowest vertex of its loop; an edge that
-/// touches, at its own lower vertex; a member's hole, at the member. Then the border is looked at again. What was put
-/// out takes part in later regions. Where nothing but the seed is left at the flaws, the seed stays alone.
+/// passed over. All flaws of a border are dealt with at once: where two edges touch, the face goes that a
+/// breadth-first walk from the seed reaches later; of a member's hole, the member; for anything else, the smallest face
+/// at the lowest vertex of the flaw's loop. Then the border is looked at again. What was put out takes part in later
+/// regions. Where nothing but the seed is left at the flaws, the seed stays alone.
 ///
 /// The merged face stands at the place of the region's lowest face; hole faces take the places of the others, then the
 /// end of the list. Every loop starts at its lowest vertex. Holes of the merged faces go over to the new one. Corners

@@ -142,6 +142,8 @@ class Patchwork {
     for (int y = 0; y < mHeight; ++y)
       for (int x = 0; x < mWidth; ++x)
         if (pick(random, 0, 19) >= missing) addCell(x, y);
+    if (often(6)) addFrame();
+    if (fails(6)) addNeedleOnRepeatedCorner();
     for (int extra = fails(2) ? pick(random, 0, 3) : 0; extra > 0; --extra) addExtra();
     if (often(2)) std::ranges::shuffle(mFaces, random);
     if (fails(8)) mMesh.mVertices[below(random, mGridCount)].z = oneIn(random, 2) ? kNaN : kInfinity;
@@ -192,6 +194,39 @@ class Patchwork {
       }
       mFaces.push_back({face, hole});
     }
+  }
+
+  /// Two faces around two openings: more hole faces than places.
+  void addFrame() {
+    Indices p;
+    for (const auto& [x, y] : {std::pair(0, 0),
+                               {20, 0},
+                               {20, 4},
+                               {14, 4},
+                               {12, 2},
+                               {10, 4},
+                               {6, 4},
+                               {4, 2},
+                               {2, 4},
+                               {0, 4},
+                               {0, 8},
+                               {20, 8},
+                               {12, 6},
+                               {4, 6}})
+      p.push_back(addPoint(x - 40, y, 0));
+    mFaces.push_back({{p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], p[8], p[9]}, {}});
+    mFaces.push_back({{p[9], p[8], p[13], p[6], p[5], p[12], p[3], p[2], p[11], p[10]}, {}});
+  }
+
+  /// A corner of a face twice, and between the two a needle that may leave the plane.
+  void addNeedleOnRepeatedCorner() {
+    if (mFaces.empty()) return;
+    Indices& face = mFaces[below(mRandom, mFaces.size())].first;
+    const std::uint32_t corner = below(mRandom, face.size());
+    const Vec3 p = mMesh.mVertices[face[corner]];
+    const std::uint32_t again = addPoint(p.x, p.y, p.z), end = addPoint(p.x + 2, p.y - 5, oneIn(mRandom, 2) ? p.z : 9);
+    face.insert(face.begin() + corner + 1, again);
+    mFaces.push_back({{again, face[corner], end}, {}});
   }
 
   void addExtra() {
@@ -323,6 +358,45 @@ TEST(RemoveEdgesCoplanar, mergesPatchworkLikeThePlainModel) {
   EXPECT_GT(changed, 2000);
   EXPECT_GT(withNewHoles, 20);
   EXPECT_GT(partly, 1500);
+}
+
+TEST(RemoveEdgesCoplanar, theAngleHasSlackForRoundingOnly) {
+  for (const auto& [beyond, faces] : {std::pair(5e-7, 1u), {3e-6, 2u}}) {
+    const double angle = (10.0 + beyond) / 57.29577951308232;
+    Mesh mesh = meshOf({{0, 0, 0},
+                        {0, 1, 0},
+                        {-1, 1, 0},
+                        {-1, 0, 0},
+                        {std::cos(angle), 0, std::sin(angle)},
+                        {std::cos(angle), 1, std::sin(angle)}},
+                       {{0, 1, 2, 3}, {1, 0, 4, 5}});
+    removeEdgesCoplanar(mesh, 10.0, false);
+    EXPECT_EQ(mesh.storage().mFaces.size(), faces);
+  }
+}
+
+TEST(RemoveEdgesCoplanar, aFaceOfManyCornersJoinsAfterItHasBeenRefusedOften) {
+  // A round face amid spikes, which are larger and so come first. All carry on its mapping along the common edge, but
+  // those up to the last are off at their tips.
+  constexpr std::uint32_t kSides = 100;
+  PlainMesh plain;
+  plain.mDefaultMaterial = materialOf("a");
+  for (std::uint32_t i = 0; i < 2 * kSides; ++i) {
+    const double angle = 2 * 3.14159265358979 * (i % kSides + (i < kSides ? 0.0 : 0.5)) / kSides;
+    const double radius = i < kSides ? 1.0 : i + 1 < 2 * kSides ? 200.0 : 150.0;
+    plain.mVertices.push_back({radius * std::cos(angle), radius * std::sin(angle), 0});
+    plain.mTexCoords[0].push_back({radius * std::cos(angle) / 8, i < kSides || i + 1 == 2 * kSides ? 0.0 : 9.0});
+  }
+  plain.mFaces.resize(kSides + 1);
+  for (std::uint32_t i = 0; i < kSides; ++i) {
+    plain.mFaces[0].mCorners.push_back(i);
+    plain.mFaces[i + 1].mCorners = {(i + 1) % kSides, i, kSides + i};
+  }
+  for (PlainFace& face : plain.mFaces) face.mSets[0] = face.mCorners;
+  Mesh mesh = buildMesh(plain);
+  util::recomputeFaceNormals(mesh);
+  EXPECT_EQ(removeEdgesCoplanar(mesh, 0.1, true), 1u);
+  EXPECT_EQ(mesh.storage().mFaces.cornerCount(0), kSides + 1);
 }
 
 /// A floor of 20 by 20 squares cut in two, all vertices turned and moved by `place`.
