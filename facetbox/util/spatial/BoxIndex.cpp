@@ -135,6 +135,7 @@ void BoxIndex::append(const ChunkedVector<Box>& boxes) {
   }
   std::vector<BoxKey> keys;
   keys.reserve(size);
+  for (const std::uint32_t of : bucket.tree.numbers()) __builtin_prefetch(&boxes[of]);  // they lie anywhere
   for (const std::uint32_t of : bucket.tree.numbers()) keys.push_back(BoxKey::of(of, boxes[of]));
   keys.push_back(BoxKey::of(number, box));
   if (size <= kLargest) {
@@ -149,7 +150,7 @@ void BoxIndex::append(const ChunkedVector<Box>& boxes) {
   buildTop();
 }
 
-void BoxIndex::find(const ViewVolume& volume, Found& found, Instructions instructions) const {
+void BoxIndex::find(const ViewVolume& volume, Found& found, [[maybe_unused]] Instructions instructions) const {
   found.boxes = {};
   if (mBuckets.empty()) return;
   BoxDescent descent = descentOf(volume);

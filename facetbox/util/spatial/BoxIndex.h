@@ -21,7 +21,7 @@ namespace util {
 /// bucket built anew, and a full bucket is cut in two at the median, so that no addition costs much more than sorting
 /// some hundred numbers, and every part of the index is as good as one built at once, whatever the order of additions.
 /// A bucket is found by a look at the bounds of all, and the tree over them is built anew with each cut: linear, but in
-/// n / 300, and cuts are some hundred additions apart.
+/// n / 200, and cuts are some hundred additions apart.
 ///
 /// Bounds are floats, rounded outward; where they leave a doubt, they say so. 40 to 60 bytes per box.
 class BoxIndex {
@@ -47,8 +47,8 @@ class BoxIndex {
   void find(const ViewVolume& volume, Found& found, Instructions instructions = Instructions::best) const;
 
  private:
-  static constexpr std::size_t kLargest = 448;  // boxes of a bucket
-  static constexpr std::size_t kBuilt = 384;    // of those built at once, which are to have room
+  static constexpr std::size_t kLargest = 320;  // boxes of a bucket
+  static constexpr std::size_t kBuilt = 256;    // of those built at once, which are to have room
 
   struct Bucket {
     BoxTree tree;
