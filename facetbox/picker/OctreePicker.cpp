@@ -216,7 +216,8 @@ Box OctreePicker::Pickable::move(const Vec3& offset) {
   for (const int column : {0, 4, 8})
     for (int i = column; i < column + 3; ++i) onlyTranslationChanged = onlyTranslationChanged && moved[i] == mMatrix[i];
   std::copy_n(moved, 16, mMatrix);
-  mPlacements.clear();
+  std::vector<util::RayPlacement>().swap(mPlacements);
+  mWasAsked = false;
 
   // Rounded addition is monotone: the smallest sum of all vertices' is that of the smallest.
   if (onlyTranslationChanged && mIsFinite && mUntranslated.min.x <= mUntranslated.max.x) {
@@ -353,12 +354,14 @@ bool OctreePicker::pickRay(std::size_t handle, std::int32_t id, const float orig
   Pickable* const found = record ? record->mById.find(id) : nullptr;
   if (!found) return false;
   Pickable& pickable = *found;
-  if (pickable.mPlacements.empty()) {
+  // The first ray makes do without: most objects are asked once between two changes, if at all.
+  if (pickable.mWasAsked && pickable.mPlacements.empty()) {
     std::vector<util::RayPlacement> placements;
     placements.reserve(pickable.mMeshes.size());
     for (const auto& mesh : pickable.mMeshes) placements.emplace_back(*mesh, pickable.mMatrix);
     pickable.mPlacements = std::move(placements);
   }
+  pickable.mWasAsked = true;
 
   const double from[3] = {origin[0], origin[1], origin[2]}, along[3] = {direction[0], direction[1], direction[2]};
   constexpr double kFarthest = FLT_MAX;
@@ -366,9 +369,13 @@ bool OctreePicker::pickRay(std::size_t handle, std::int32_t id, const float orig
   bool hit = false;
   for (std::size_t i = 0; i < pickable.mMeshes.size(); ++i) {
     double t = kFarthest, meshNormal[3];
-    if (!util::intersectRay(*pickable.mMeshes[i], pickable.mPlacements[i], pickable.mMatrix, from, along, &t,
-                            normal ? meshNormal : nullptr))
-      continue;
+    const util::TriangleMesh& mesh = *pickable.mMeshes[i];
+    double* const normalOut = normal ? meshNormal : nullptr;
+    const bool isHit =
+        pickable.mPlacements.empty()
+            ? util::intersectRay(mesh, pickable.mMatrix, from, along, &t, normalOut)
+            : util::intersectRay(mesh, pickable.mPlacements[i], pickable.mMatrix, from, along, &t, normalOut);
+    if (!isHit) continue;
     hit = true;
     // Strictly: the earlier mesh wins a tie.
     if (!(t < best)) continue;

@@ -63,11 +63,12 @@ class OctreePicker final : public Picker {
                               // the object's clip side cannot be told from its world box
     std::int32_t mId;
     bool mHasTriangles = false;
-    bool mIsSmall = true;   // all meshes have few vertices, so that no bounds are worth a look
-    bool mIsFinite = true;  // whether all numbers that went into these boxes are
-    util::Box mLocalBox;    // of all vertices; empty on all axes where one of them is not finite
+    bool mIsSmall = true;    // all meshes have few vertices, so that no bounds are worth a look
+    bool mIsFinite = true;   // whether all numbers that went into these boxes are
+    bool mWasAsked = false;  // by a ray, since the last change
+    util::Box mLocalBox;     // of all vertices; empty on all axes where one of them is not finite
     std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;
-    std::vector<util::RayPlacement> mPlacements;  // one per mesh, made by the first ray after a change
+    std::vector<util::RayPlacement> mPlacements;  // one per mesh, made by the second ray after a change
   };
   using PickablePointer = std::unique_ptr<Pickable>;
 

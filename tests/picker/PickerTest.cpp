@@ -171,7 +171,9 @@ TEST_F(PickerTest, raysFollowAnObjectThatIsMoved) {
   const std::size_t handle = picker->createHandle();
   picker->addEntry(handle, 1, {&mesh}, shifted(0, 0, 0).data());
   for (const float x : {4.5f, 24.5f, 44.5f}) {
-    EXPECT_EQ(rayPicked(*picker, handle, 1, {x, 4.25f, 10}, {0, 0, -1}).mDistance, 10);
+    // What rays have in common is kept from the second one on.
+    for (int ray = 0; ray < 3; ++ray)
+      EXPECT_EQ(rayPicked(*picker, handle, 1, {x, 4.25f, 10}, {0, 0, -1}).mDistance, 10);
     picker->relocate(handle, 20, 0, 0);
   }
 }
