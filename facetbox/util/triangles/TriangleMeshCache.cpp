@@ -188,6 +188,7 @@ std::shared_ptr<TriangleMesh> TriangleMeshCache::getTriangleMesh(const Mesh& mes
     mStore->add(stamp, use);
     mInFlight.erase(stamp);
   } catch (...) {
+    use.reset();  // before another thread can add the stamp anew: it would release that one's
     {
       const Store::Lock lock(mStore->mMutex);
       mInFlight.erase(stamp);
