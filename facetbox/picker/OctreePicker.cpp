@@ -197,7 +197,10 @@ Box OctreePicker::Pickable::measure() {
 
   mReach = std::numeric_limits<double>::infinity();
   const bool isPlaced = mMatrix[3] == 0 && mMatrix[7] == 0 && mMatrix[11] == 0 && mMatrix[15] == 1;
-  if (!mIsFinite || !isPlaced || !(mLocalBox.min.x <= mLocalBox.max.x)) return box;
+  // A large element that meets no coordinate but 0 may still overflow in a product of matrices.
+  constexpr double kLargest = 1e100;
+  const bool isModest = std::all_of(mMatrix, mMatrix + 12, [](double x) { return std::fabs(x) <= kLargest; });
+  if (!mIsFinite || !isPlaced || !isModest || !(mLocalBox.min.x <= mLocalBox.max.x)) return box;
   const auto largest = [](double min, double max) { return std::max(std::fabs(min), std::fabs(max)); };
   const Vec3 p{largest(mLocalBox.min.x, mLocalBox.max.x), largest(mLocalBox.min.y, mLocalBox.max.y),
                largest(mLocalBox.min.z, mLocalBox.max.z)};

@@ -237,6 +237,40 @@ TEST_F(PickerTest, objectsWithinUlpsOfTheClipPlanesAreJudgedByTheirVertices) {
   EXPECT_LT(found, 2 * kRounds - kRounds / 10);
 }
 
+// A NaN that did not matter to its place spreads when an object is moved; the others, many and all in view, are found
+// as a whole.
+TEST_F(PickerTest, anObjectThatIsNowhereAfterAMoveIsInNoVolume) {
+  PlainPicker plain;
+  const std::size_t handle = picker->createHandle();
+  for (std::uint32_t id = 0; id < 40; ++id) {
+    Matrix place = shifted(id % 7, id / 7, 0);
+    if (id == 5) place[15] = NAN;
+    picker->addEntry(handle, id, {&meshes.cube()}, place.data());
+    plain.addEntry(id, {&meshes.cube()}, place);
+  }
+  EXPECT_THAT(all(handle), testing::SizeIs(40));
+  picker->relocate(handle, 1, 2, 3);
+  plain.relocate(1, 2, 3);
+  EXPECT_EQ(all(handle), plain.pickFrustum(front.mCorners, front.mMatrix, false));
+  EXPECT_THAT(all(handle), testing::Not(testing::Contains(5)));
+}
+
+// Infinity times 0 is no number, also where the world box knows of neither.
+TEST_F(PickerTest, aProductOfMatricesThatOverflowsIsNoPlaceInView) {
+  const float points[] = {0, 0, 0, 0, 0, 1, 0, 0.01f, 0};
+  const std::uint32_t corners[] = {0, 1, 2};
+  const std::int32_t count = 3;
+  const util::Mesh flat("", 9, points, corners, 1, &count, nullptr, 0, nullptr);
+  Matrix place = shifted(0, 0, 0);
+  place[1] = 1e308;
+  front.mMatrix[5] = 20;  // more than the corners show
+  PlainPicker plain;
+  const std::size_t handle = picker->createHandle();
+  picker->addEntry(handle, 1, {&flat}, place.data());
+  plain.addEntry(1, {&flat}, place);
+  EXPECT_EQ(picked(*picker, handle, front, true), plain.pickFrustum(front.mCorners, front.mMatrix, true));
+}
+
 TEST_F(PickerTest, aHandleDisposedOfInTheBatchFindsNothingAndTakesNothing) {
   const std::size_t handle = picker->createHandle(), other = picker->createHandle();
   picker->addEntry(handle, 1, {&meshes.cube()}, shifted(0, 0, 0).data());

@@ -7,11 +7,6 @@ namespace util {
 
 namespace {
 
-/// A box that is empty on an axis, or NaN, meets nothing: it need not be found.
-bool meetsAnything(const Box& box) {
-  return box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z;
-}
-
 struct OfBoxes {
   const ChunkedVector<Box>& boxes;
 

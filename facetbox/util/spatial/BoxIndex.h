@@ -26,11 +26,17 @@ namespace util {
 /// Bounds are floats, rounded outward; where they leave a doubt, they say so. 40 to 60 bytes per box.
 class BoxIndex {
  public:
+  /// False for a box that is empty on an axis, or NaN: such a one is not in the index.
+  static bool meetsAnything(const Box& box) {
+    return box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z;
+  }
+
   /// Of all boxes, at once. O(n log n).
   void build(const ChunkedVector<Box>& boxes);
   /// Adds the last of the boxes.
   void append(const ChunkedVector<Box>& boxes);
-  /// All boxes have changed, but lie to each other much as before. O(n).
+  /// All boxes have changed, but lie to each other much as before, and as many as before meet anything: the same ones.
+  /// O(n).
   void refit(const ChunkedVector<Box>& boxes);
 
   /// Room for what is found, to be used again and again, by any index.

@@ -26,7 +26,7 @@ void BoxSet::updateIndex() {
   // Of as many as an eighth, sorting all at once is cheaper.
   constexpr std::size_t kPart = 8;
   std::unique_ptr<BoxIndex> index = std::move(mIndex);  // gone where memory ends
-  if (!index || kPart * added >= mIndexed) {
+  if (!index || mHasEmptinessChanged || kPart * added >= mIndexed) {
     if (!index) index = std::make_unique<BoxIndex>();
     index->build(mBoxes);
   } else {
@@ -36,6 +36,7 @@ void BoxSet::updateIndex() {
   mIndex = std::move(index);
   mIndexed = mBoxes.size();
   mIsMoved = false;
+  mHasEmptinessChanged = false;
 }
 
 /// Numbers times kPlaneRange, as from an index.

@@ -37,7 +37,13 @@ class BoxSet {
   /// Throws before it calls `move`, which may not throw, or does all of it. O(n).
   template <class Move>
   void moveAll(Move move) {
-    mOrder.moveAll(mBoxes, move);
+    mOrder.moveAll(mBoxes, [&](std::uint32_t number) {
+      const Box box = move(number);
+      // One that does not meet anything any more must leave the index, and one that now does must join it.
+      mHasEmptinessChanged =
+          mHasEmptinessChanged || BoxIndex::meetsAnything(box) != BoxIndex::meetsAnything(mBoxes[number]);
+      return box;
+    });
     mIsMoved = true;
     mIsRanked = false;
     mFoundUnranked = 0;
@@ -99,9 +105,10 @@ class BoxSet {
 
   ChunkedVector<Box> mBoxes;
   OctreeOrder mOrder;
-  std::unique_ptr<BoxIndex> mIndex;  // of the first boxes
-  std::size_t mIndexed = 0;          // how many
-  bool mIsMoved = false;             // since they were indexed
+  std::unique_ptr<BoxIndex> mIndex;   // of the first boxes
+  std::size_t mIndexed = 0;           // how many
+  bool mIsMoved = false;              // since they were indexed
+  bool mHasEmptinessChanged = false;  // of one of them, when they moved
 
   std::unique_ptr<Ranks> mRanks;  // made when enough was found without
   bool mIsRanked = false;         // whether they are up to date
