@@ -2,6 +2,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdlib>
 #include <fstream>
 
@@ -37,17 +39,15 @@ bool cleansUp() {
 
 /// With no room for a file, no way to open one, and no memory that other processes could share.
 [[noreturn]] void cleanUpWithoutFiles() {
-  for (const auto resource : {RLIMIT_NOFILE, RLIMIT_FSIZE}) {
-    rlimit limit{};
-    getrlimit(resource, &limit);
-    limit.rlim_cur = 0;
-    setrlimit(resource, &limit);
+  constexpr std::array kLimited{RLIMIT_NOFILE, RLIMIT_FSIZE};
+  std::array<rlimit, kLimited.size()> limits{};
+  for (std::size_t i = 0; i < kLimited.size(); ++i) {
+    getrlimit(kLimited[i], &limits[i]);
+    const rlimit none{0, limits[i].rlim_max};
+    setrlimit(kLimited[i], &none);
   }
   const bool isFine = cleansUp();
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
+  for (std::size_t i = 0; i < kLimited.size(); ++i) setrlimit(kLimited[i], &limits[i]);
   std::ifstream maps("/proc/self/maps");
   std::string range, access, line;
   bool sharesMemory = false;
@@ -61,6 +61,9 @@ TEST(CleanupProcessDeathTest, endsWellHoweverManyChildrenHaveEnded) {
 }
 
 TEST(CleanupProcessDeathTest, needsNoFileAndSharesNoMemory) {
+#if defined(FACETBOX_SANITIZED)
+  GTEST_SKIP() << "a sanitizer opens files of its own";
+#endif
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(cleanUpWithoutFiles(), testing::ExitedWithCode(0), "");
 }
