@@ -56,8 +56,7 @@ void LoopPartition::buildNode(std::uint32_t node, std::size_t begin, std::size_t
     mNodes[node].reference = {local.x + mCenter.x, local.y + mCenter.y};
   }
   Line line;
-  if (count <= kLeafPieces || depth == kMaxDepth || !mSplitter.chooseLine(begin, line) ||
-      !mSplitter.splitsWithin(begin, line, spare)) {
+  if (count <= kLeafPieces || depth == kMaxDepth || !mSplitter.findLine(begin, spare, line)) {
     items.resize(begin);
     return;
   }

@@ -8,9 +8,15 @@ constexpr std::size_t kThorough = 128;
 
 }  // namespace
 
+bool PieceSplitter::findLine(std::size_t begin, std::size_t spare, Line& line) {
+  return (chooseLine(begin, Ends::onOneSide, line) && splitsWithin(begin, line, spare)) ||
+         (chooseLine(begin, Ends::onBothSides, line) && splitsWithin(begin, line, spare));
+}
+
 /// The best of some lines as judged by a sample: across either axis, and along the longest and the middle piece. Where
 /// these cut many pieces, also lines along and between other pieces, for radial bundles and for rows of bends.
-bool PieceSplitter::chooseLine(std::size_t begin, Line& line) {
+bool PieceSplitter::chooseLine(std::size_t begin, Ends ends, Line& line) {
+  mEnds = ends;
   takeSample(begin);
   Vec2 low = mSample[0].a, high = low, longest{};
   double longestSize = 0;
@@ -75,8 +81,11 @@ void PieceSplitter::rate(const Line& line, Line& best, double& bestCost) const {
   double left = 0, right = 0;
   for (std::size_t i = 0; i < mSampled; ++i) {
     const double a = line.heightOf(mSample[i].a), b = line.heightOf(mSample[i].b);
-    left += std::min(a, b) <= line.offset + mMarginWidth;
-    right += std::max(a, b) >= line.offset - mMarginWidth;
+    const double low = std::min(a, b), high = std::max(a, b);
+    const bool isLeft = low<line.offset - mMarginWidth, isRight = high> line.offset + mMarginWidth;
+    const bool isOn = !isLeft && !isRight, countsTwice = mEnds == Ends::onBothSides;
+    left += isLeft || isOn || (countsTwice && low <= line.offset + mMarginWidth);
+    right += isRight || isOn || (countsTwice && high >= line.offset - mMarginWidth);
   }
   const double cost = left * left + right * right;
   if (cost >= bestCost) return;

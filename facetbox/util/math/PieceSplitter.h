@@ -74,16 +74,23 @@ class PieceSplitter {
   void setMargin(double margin) { mMarginWidth = margin; }
   std::vector<Item>& items() { return mItems; }
 
-  /// Looks for a line for the items from `begin` on. False where none is worth it.
-  bool chooseLine(std::size_t begin, Line& line);
-  /// Whether the line makes two smaller children with no more than `spare` items on both sides.
-  bool splitsWithin(std::size_t begin, const Line& line, std::size_t spare) const;
+  /// Looks for a line that splits the items from `begin` on into two smaller children, with no more than `spare` items
+  /// in both. False where none is worth it.
+  bool findLine(std::size_t begin, std::size_t spare, Line& line);
   /// Splits the items from `begin` into those of the left and, from the returned position on, of the right child.
   std::size_t split(std::size_t begin, const Line& line);
   /// Removes the right child's copies, so that the items are the parent's again.
   void dropSharedFrom(std::size_t middle);
 
  private:
+  /// Where a piece counts that ends on the line, when a line is rated. On one side: of the other it is but a point,
+  /// which further cuts don't multiply. So a line through the corners of nested bends parts their two bundles at the
+  /// cost of one copy of each edge; lines along an axis copy a part of them on every level, until none may be copied
+  /// any more. On both sides, as it will be listed: where all pieces end on the line, it does not tell them apart.
+  enum class Ends { onOneSide, onBothSides };
+
+  bool chooseLine(std::size_t begin, Ends ends, Line& line);
+  bool splitsWithin(std::size_t begin, const Line& line, std::size_t spare) const;
   void takeSample(std::size_t begin);
   void rateDirection(Vec2 along, Line& best, double& bestCost);
   void ratePoints(Vec2 a, Vec2 b, Line& best, double& bestCost);
@@ -96,6 +103,7 @@ class PieceSplitter {
   std::array<Piece, kSampleSize> mSample;
   std::array<double, kSampleSize> mHeights;
   std::size_t mSampled = 0;
+  Ends mEnds = Ends::onOneSide;
 };
 
 }  // namespace util

@@ -104,8 +104,7 @@ void PlanarPolygon::IndexBuilder::buildNode(std::size_t node, std::size_t begin,
                                             int depth) {
   const std::size_t count = mItems.size() - begin;
   Line line;
-  if (count <= kLeafEdges || depth == kMaxDepth || !mSplitter.chooseLine(begin, line) ||
-      !mSplitter.splitsWithin(begin, line, spare)) {
+  if (count <= kLeafEdges || depth == kMaxDepth || !mSplitter.findLine(begin, spare, line)) {
     makeLeaf(node, begin, reference);
     return;
   }
