@@ -86,5 +86,53 @@ TEST(LoopPartition, missesNoLoopThatTouchesContainsOrIsContained) {
   EXPECT_LT(found, tested / 4);
 }
 
+/// A corner on an edge, beside a cutting line along other edges in line with it: only the margins make up for rounding.
+TEST(LoopPartition, findsEdgesBesideTheCuttingLineAlongThem) {
+  for (unsigned seed = 0; seed < 60; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    const double dx = pick(random, 3, 13), dy = pick(random, -13, 13);
+    const int side = pick(random, 5, 16);
+    std::vector<Corners> loops;
+    for (int i = 0; i < side * side; ++i) {
+      const double x = 10 * dx * (i % side), y = 10 * dy * (i % side) + 40.0 * (i / side);
+      loops.push_back({{x, y}, {x + 8 * dx, y + 8 * dy}, {x + 8 * dx, y + 8 * dy + 39}, {x, y + 39}});
+    }
+    LoopPartition partition;
+    ASSERT_TRUE(partition.plan({{-9000.1, -9000.7}, {9e3, 9e3}}, loops.size(),
+                               [&](std::uint32_t loop) { return std::span<const Vec2>(loops[loop]); }));
+    for (std::uint32_t loop = 0; loop < loops.size(); ++loop) partition.insert(loop, PlanarPolygon(loops[loop]));
+    for (std::uint32_t loop = 0; loop < loops.size(); ++loop) {
+      for (int i = 0; i <= 256; ++i) {  // points that are exactly on one of the long edges
+        const Vec2 from = loops[loop][i % 2 == 0 ? 0 : 3];
+        const double t = i / 2 / 16.0;
+        const PlanarPolygon point(Corners{{from.x + t * dx, from.y + t * dy}});
+        ASSERT_TRUE(
+            partition.any(point, LoopPartition::Inner::ignored, [=](std::uint32_t other) { return other == loop; }))
+            << loop << " at " << t;
+      }
+    }
+  }
+}
+
+TEST(LoopPartition, findsFewAmongNestedLoops) {
+  constexpr std::uint32_t kCount = 4000;
+  std::vector<Corners> loops;
+  for (double a = 2 * kCount; loops.size() < kCount; a -= 2) {  // of the shape of a C
+    const double b = a + 1;
+    loops.push_back({{-b, -b}, {a, -b}, {a, -a}, {-a, -a}, {-a, a}, {a, a}, {a, b}, {-b, b}});
+  }
+  LoopPartition partition;
+  ASSERT_TRUE(partition.plan({{-9000, -9000}, {9e3, 9e3}}, kCount,
+                             [&](std::uint32_t loop) { return std::span<const Vec2>(loops[loop]); }));
+  std::size_t found = 0;
+  for (std::uint32_t loop = 0; loop < kCount; ++loop) {
+    const PlanarPolygon polygon(loops[loop]);
+    partition.any(polygon, LoopPartition::Inner::sought, [&](std::uint32_t) { return ++found == 0; });
+    partition.insert(loop, polygon);
+  }
+  EXPECT_LT(found, 10 * kCount);
+}
+
 }  // namespace
 }  // namespace util
