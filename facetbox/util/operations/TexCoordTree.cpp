@@ -85,10 +85,10 @@ void TexCoordTree::build(std::uint32_t node, std::span<std::uint32_t> items, std
   if (!((count * count - split.cost) * kPairCost > buildCost)) return;
 
   const std::size_t dimension = split.dimension;
-  const auto rest = std::ranges::partition(items, [&](std::uint32_t i) { return !std::isnan(value(i, dimension)); });
-  const std::span<std::uint32_t> placed(items.begin(), rest.begin());
+  const auto rest =
+      std::partition(items.begin(), items.end(), [&](std::uint32_t i) { return !std::isnan(value(i, dimension)); });
   const auto upper =
-      std::ranges::partition(placed, [&](std::uint32_t i) { return value(i, dimension) < split.upperBegin; });
+      std::partition(items.begin(), rest, [&](std::uint32_t i) { return value(i, dimension) < split.upperBegin; });
 
   const auto children = static_cast<std::uint32_t>(mNodes.size());
   mNodes[node].children = children;
@@ -98,9 +98,9 @@ void TexCoordTree::build(std::uint32_t node, std::span<std::uint32_t> items, std
   mNodes.resize(children + 3);
   // In turns: halves along ever the same dimension would soon be as thin as the tolerance.
   const std::size_t next = dimension + 1 < mDimensions ? dimension + 1 : 0;
-  build(children, {placed.begin(), upper.begin()}, next);
-  build(children + 1, {upper.begin(), upper.end()}, next);
-  build(children + 2, {rest.begin(), rest.end()}, next);
+  build(children, {items.begin(), upper}, next);
+  build(children + 1, {upper, rest}, next);
+  build(children + 2, {rest, items.end()}, next);
 }
 
 TexCoordTree::Split TexCoordTree::chooseSplit(std::span<const std::uint32_t> items, std::size_t firstTried) {

@@ -265,7 +265,7 @@ Mesh randomMeshOfLongHoles(unsigned seed) {
   if (oneIn(random, 2)) {  // one that contains the whole field, of which only one is there by then
     list.push_back(scene.add(box(-2955, -2955, 1, 1)));
     list.push_back(scene.add(box(-3100, -3100, 300, 300)));
-    std::ranges::stable_partition(list, [&](std::uint32_t hole) {
+    std::stable_partition(list.begin(), list.end(), [&](std::uint32_t hole) {
       const Vec3& p = scene.mPoints[scene.mFaces[hole][0]];
       return p.y > -1000 || hole + 2 >= scene.mFaces.size();
     });
