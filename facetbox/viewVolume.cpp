@@ -17,8 +17,7 @@ namespace facetbox {
 // of the triangles touches it, or when its inner sphere is inside all planes. So a box that holds a point of the volume
 // V is certainly found if
 //   (a) the fourth corner of each face is not beyond the plane of the other three: then no part of the surface is, and
-//   a
-//       box that the surface does not touch and goes round is inside all planes; and
+//       a box that the surface does not touch and goes round is inside all planes; and
 //   (b) V lies behind the plane of each of the twelve triangles: then the surface goes round all of V.
 // Rounding to floats destroys both, and is the worse the thinner the volume: an error e of a near corner tilts a side
 // plane by e over the near edge, which the far edge, a thousand times as long, multiplies by a thousand.

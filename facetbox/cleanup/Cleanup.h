@@ -59,9 +59,8 @@ class FACETBOX_EXPORT Cleanup {
   /// Welds vertices that lie within `tolerance` (inclusive, the sign is ignored) of each other into the one of lowest
   /// index. A NaN tolerance welds nothing; an infinite one welds all finite vertices, as far as their faces allow.
   /// Linear on average, n log n in the corners of faces that would be pinched.
-  /// @throws util::RuntimeErrorST "Merge failed : Vertex (x, y, z) not found in octree.": from 1000 vertices on, a
-  /// vertex
-  ///         has a NaN or infinite coordinate (with a NaN tolerance no vertex is looked up)
+  /// @throws util::RuntimeErrorST "Merge failed : Vertex (x, y, z) not found in octree.": from 1000 vertices on,
+  ///         where a vertex has a NaN or infinite coordinate (with a NaN tolerance no vertex is looked up)
   static const MeshData* mergeVertices(float tolerance, const MeshData& data);
 
   /// Removes corners at which a face's boundary runs straight on, up to `tolerance` degrees, in all faces alike.

@@ -75,8 +75,8 @@ class FACETBOX_EXPORT Mesh : public MeshBase {
   /// A copy with its vertices transformed and its face normals recomputed; per-vertex normals, holes and stamps are
   /// left behind, materials and texture coordinates kept. The caller owns it.
   ///
-  /// @param matrix           16 doubles, column-major (translation in [12] to [14]), no division by w; null for
-  /// identity
+  /// @param matrix           16 doubles, column-major (translation in [12] to [14]), no division by w; null for the
+  ///                         identity
   /// @param reverseMirrored  reverse the corner order of every face when the matrix mirrors (determinant below 0)
   virtual Mesh* derive(const double* matrix, bool reverseMirrored) const;
 

@@ -8,10 +8,9 @@
 // which a piece of the plan within one margin and a half of the region provides. Either all of these are inside of it,
 // or none.
 // - A loop that touches one searched for has a piece in some leaf where the other has one, too.
-// - One that contains it contains each of its corners. The regions with such a corner lie one in the other, and pieces
-// of
-//   the one searched for are in all of them. Either the smallest, a leaf, has a piece of the containing loop, or it, or
-//   one that it is part of, is inside as a whole, and so says its reference.
+// - One that contains it contains each of its corners. The regions with such a corner lie one in the other, and all
+//   of them have pieces of the one searched for. Either the smallest, a leaf, has a piece of the containing loop, or
+//   it, or one that it is part of, is inside as a whole, and so says its reference.
 // - One inside of it has pieces in some leaf. If the other has none there, then in some region around that leaf it has
 //   none, which as a whole is inside of it; and all pieces put into that region reach less than three margins out of
 //   it.

@@ -25,8 +25,8 @@ struct HoleAssignmentCounts {
 ///
 /// When a hole was deleted, the mesh is compacted and loses the vertices that no face uses.
 /// About O(n log n) in the number of corners of a group, linear in the number of groups. What is left to be compared
-/// wherever boxes meet are holes with different dominant axes; a hole of very many corners then costs each of those that
-/// its box meets a look at all of its corners.
+/// wherever boxes meet are holes with different dominant axes; a hole of very many corners then costs each of those
+/// that its box meets a look at all of its corners.
 HoleAssignmentCounts assignHoles(Mesh& mesh);
 
 }  // namespace util
