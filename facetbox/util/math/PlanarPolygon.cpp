@@ -321,9 +321,15 @@ bool PlanarPolygon::leafTouches(const Leaf& leaf, Vec2 a, Vec2 b, Counts counts)
 
 template <class Counts>
 bool PlanarPolygon::plainlyTouches(Vec2 a, Vec2 b, Counts counts) const {
-  for (std::size_t edge = 0; edge < mCorners.size(); ++edge)
-    if (segmentsTouch(mCorners[edge], edgeEnd(edge), a, b) && counts(edge)) return true;
-  return false;
+  if (mCorners.empty()) return false;
+  const std::size_t last = mCorners.size() - 1;
+  Vec2 from = mCorners.front();
+  for (std::size_t edge = 0; edge < last; ++edge) {
+    const Vec2 to = mCorners[edge + 1];
+    if (segmentsTouch(from, to, a, b) && counts(edge)) return true;
+    from = to;
+  }
+  return segmentsTouch(from, mCorners.front(), a, b) && counts(last);
 }
 
 bool PlanarPolygon::anyEdgeTouches(const PlanarPolygon& other) const {
