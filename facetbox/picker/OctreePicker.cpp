@@ -336,8 +336,8 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
     if (i + kAhead < candidates.size()) prefetch(record->mObjects[candidates[i + kAhead].number].get());
     const util::BoxSet::Candidate& candidate = candidates[i];
     const Pickable& pickable = *record->mObjects[candidate.number];
-    if (candidate.isInside && !planes) planes.emplace(viewProjection);
-    if (pickable.isInsideClipVolume(viewProjection, candidate.isInside ? &*planes : nullptr, wholeInside) &&
+    if (candidate.isInside() && !planes) planes.emplace(viewProjection);
+    if (pickable.isInsideClipVolume(viewProjection, candidate.isInside() ? &*planes : nullptr, wholeInside) &&
         record->mBoxes.meets(candidate, volume, mScratch))
       mFoundIds.push_back(static_cast<std::uint32_t>(pickable.mId));
   }

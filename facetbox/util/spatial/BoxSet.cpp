@@ -50,7 +50,7 @@ std::span<const std::uint32_t> BoxSet::find(const ViewVolume& volume, Scratch& s
   for (std::uint32_t i = 0; i < mBoxes.size(); ++i) {
     const ViewVolume::Side side = volume.sideOf(mBoxes[i]);
     if (side != ViewVolume::Side::beyond)
-      scratch.few.push_back(kPlaneRange * i + (side == ViewVolume::Side::inside ? 0 : 1));
+      scratch.few.push_back(kPlaneRange * i + (side == ViewVolume::Side::inside ? 0 : kPlaneRange - 1));
   }
   return scratch.few;
 }
@@ -70,7 +70,7 @@ void BoxSet::sortBy(KeyOf keyOf, std::span<const std::uint32_t> found, Scratch& 
   scratch.keyed.clear();
   for (const std::uint32_t box : found) {
     const std::uint32_t number = box / kPlaneRange;
-    scratch.keyed.push_back({keyOf(number), {number, box % kPlaneRange == 0}});
+    scratch.keyed.push_back({keyOf(number), {number, box % kPlaneRange}});
   }
   std::ranges::sort(scratch.keyed, {}, &Scratch::Keyed::key);
   for (const auto& keyed : scratch.keyed) scratch.candidates.push_back(keyed.candidate);
@@ -79,18 +79,17 @@ void BoxSet::sortBy(KeyOf keyOf, std::span<const std::uint32_t> found, Scratch& 
 /// Likewise: marks all ranks and goes through them.
 void BoxSet::markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const {
   const std::size_t words = mBoxes.size() / 64 + 1;
-  scratch.marks.assign(2 * words, 0);  // found, and inside
+  scratch.marks.assign(words, 0);
+  if (scratch.open.size() < mBoxes.size()) scratch.open.resize(mBoxes.size());
   for (const std::uint32_t box : found) {
     const std::uint32_t rank = mRanks->ofNumber[box / kPlaneRange];
-    const std::uint64_t bit = std::uint64_t{1} << rank % 64;
-    scratch.marks[2 * (rank / 64)] |= bit;
-    if (box % kPlaneRange == 0) scratch.marks[2 * (rank / 64) + 1] |= bit;
+    scratch.marks[rank / 64] |= std::uint64_t{1} << rank % 64;
+    scratch.open[rank] = static_cast<std::uint8_t>(box % kPlaneRange);
   }
   for (std::size_t word = 0; word < words; ++word)
-    for (std::uint64_t rest = scratch.marks[2 * word]; rest != 0; rest &= rest - 1) {
-      const int bit = std::countr_zero(rest);
-      const bool isInside = (scratch.marks[2 * word + 1] >> bit & 1) != 0;
-      scratch.candidates.push_back({mRanks->numbers[64 * word + static_cast<std::size_t>(bit)], isInside});
+    for (std::uint64_t rest = scratch.marks[word]; rest != 0; rest &= rest - 1) {
+      const std::size_t rank = 64 * word + static_cast<std::size_t>(std::countr_zero(rest));
+      scratch.candidates.push_back({mRanks->numbers[rank], scratch.open[rank]});
     }
 }
 
@@ -153,9 +152,22 @@ bool BoxSet::cellMeets(std::uint32_t cell, const ViewVolume& volume, Scratch& sc
   return true;
 }
 
+/// Whether a point of the surface is clearly in the box, and so in the cubes of its cell and of all cells above: these
+/// are around each box that the root holds.
+bool BoxSet::certainlyMeets(const Candidate& candidate, const ViewVolume& volume, const Scratch& scratch) const {
+  constexpr int kFewPlanes = 2;  // at more, asking each takes longer than the test itself
+  if (std::popcount(candidate.open) > kFewPlanes) return false;
+  const Box& box = mBoxes[candidate.number];
+  const Vec3 half = (box.max - box.min) / 2;
+  return mOrder.root().holds(box) && volume.certainlyTouches(candidate.open, box.min + half, half, scratch.rootMargin);
+}
+
 bool BoxSet::meets(const Candidate& candidate, const ViewVolume& volume, Scratch& scratch) const {
-  return (candidate.isInside || volume.meets(mBoxes[candidate.number])) &&
-         cellMeets(mOrder[candidate.number].cell, volume, scratch);
+  if (!candidate.isInside()) {
+    if (certainlyMeets(candidate, volume, scratch)) return true;
+    if (!volume.meets(mBoxes[candidate.number])) return false;
+  }
+  return cellMeets(mOrder[candidate.number].cell, volume, scratch);
 }
 
 }  // namespace util

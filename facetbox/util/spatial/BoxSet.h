@@ -51,7 +51,8 @@ class BoxSet {
 
   struct Candidate {
     std::uint32_t number;
-    bool isInside;  ///< its box lies inside all planes of the volume; false where that is not certain
+    std::uint32_t open;  ///< bits of the planes of the volume that its box is not certain to lie inside of
+    bool isInside() const { return open == 0; }
   };
 
   /// What queries work with. One may serve any number of sets in turn.
@@ -67,6 +68,7 @@ class BoxSet {
     std::vector<std::uint32_t> few;    // what was found without an index
     std::vector<Keyed> keyed;          // what was found, to be sorted
     std::vector<std::uint64_t> marks;  // bits by rank
+    std::vector<std::uint8_t> open;    // by rank, of those marked
     std::vector<Candidate> candidates;
 
     /// The cells from the root to the one asked last: candidates come by depth first, so that each is asked once.
@@ -101,6 +103,7 @@ class BoxSet {
   template <class KeyOf>
   static void sortBy(KeyOf keyOf, std::span<const std::uint32_t> found, Scratch& scratch);
   void markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const;
+  bool certainlyMeets(const Candidate& candidate, const ViewVolume& volume, const Scratch& scratch) const;
   static bool cellMeets(std::uint32_t cell, const ViewVolume& volume, Scratch& scratch);
 
   ChunkedVector<Box> mBoxes;

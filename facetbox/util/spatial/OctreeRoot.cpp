@@ -39,13 +39,15 @@ bool isSame(const OctreeRoot& a, const OctreeRoot& b) {
          isSameNumber(a.center.z, b.center.z);
 }
 
-OctreeRoot OctreeRoot::holding(const Box& box, const Box& all) const {
+bool OctreeRoot::holds(const Box& box) const {
   const Vec3 half{halfSize, halfSize, halfSize};
   const Vec3 low = center - half, high = center + half;
-  if (box.max.x <= high.x && low.x <= box.min.x && box.max.y <= high.y && low.y <= box.min.y && box.max.z <= high.z &&
-      low.z <= box.min.z)
-    return *this;
-  if (!hasPlace(box)) return *this;
+  return box.max.x <= high.x && low.x <= box.min.x && box.max.y <= high.y && low.y <= box.min.y &&
+         box.max.z <= high.z && low.z <= box.min.z;
+}
+
+OctreeRoot OctreeRoot::holding(const Box& box, const Box& all) const {
+  if (holds(box) || !hasPlace(box)) return *this;
   Box both = all;
   both.extend(box);
   const Vec3 extent = both.max - both.min;

@@ -47,6 +47,8 @@ struct OctreeRoot {
 
   std::uint32_t cellOf(const Box& box) const;
 
+  /// Whether the box lies in the cube as a whole.
+  bool holds(const Box& box) const;
   /// A root that holds the box, and `all` besides: this one, if it holds the box, or one around the middle of the union
   /// whose size is doubled as often as needed. Where rounding keeps a root from ever holding all, the same comes out
   /// again and again. This one for a box without a place.

@@ -1,6 +1,7 @@
 #include <facetbox/util/spatial/ViewVolume.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 
@@ -144,6 +145,12 @@ bool ViewVolume::certainlyTouches(const Vec3& centre, const Vec3& half, double m
     for (std::size_t k = 0; k < 2; ++k)
       if (isNear[k] != 0 && hasPointIn(2 * i + k, centre, half, margin)) return true;
   }
+  return false;
+}
+
+bool ViewVolume::certainlyTouches(std::uint32_t faces, const Vec3& centre, const Vec3& half, double margin) const {
+  for (; faces != 0; faces &= faces - 1)
+    if (hasPointIn(static_cast<std::size_t>(std::countr_zero(faces)), centre, half, margin)) return true;
   return false;
 }
 

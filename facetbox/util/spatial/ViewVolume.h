@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 #include <facetbox/util/math/Box.h>
 #include <facetbox/util/math/Vec3.h>
@@ -30,6 +31,8 @@ class ViewVolume {
   /// Whether the volume's surface is known to have a point that is deeper in the box than the margin: then it meets
   /// this box, and each box around it whose own margin is no larger. False where that is not known.
   bool certainlyTouches(const Vec3& centre, const Vec3& half, double margin) const;
+  /// The same, for a point of one of these faces, a bit for each.
+  bool certainlyTouches(std::uint32_t faces, const Vec3& centre, const Vec3& half, double margin) const;
   /// More than all that rounding can do with this box.
   double marginFor(const Vec3& centre, const Vec3& half) const;
 
