@@ -41,8 +41,9 @@ class BoxIndex {
 
   /// Room for what is found, to be used again and again, by any index.
   struct Found {
-    /// Numbers of boxes, in no certain order, times kPlaneRange; plus 0 for those well inside all planes, which so meet
-    /// the volume, and more for those that have to be asked themselves. All others do not meet the volume.
+    /// Numbers of boxes, in no certain order, times kPlaneRange, plus a bit 1 << i for each plane i of the volume that
+    /// the box is not certain to lie inside of. One without bits meets the volume; others have to be asked themselves.
+    /// Boxes that are not listed do not meet it.
     std::span<const std::uint32_t> boxes;
     static constexpr std::uint32_t kPlaneRange = BoxDescent::kPlaneRange;
 
