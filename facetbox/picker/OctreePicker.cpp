@@ -333,7 +333,10 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
   mFoundIds.clear();
   for (std::size_t i = 0; i < candidates.size(); ++i) {
     if (i + 2 * kAhead < candidates.size()) __builtin_prefetch(&record->mObjects[candidates[i + 2 * kAhead].number]);
-    if (i + kAhead < candidates.size()) prefetch(record->mObjects[candidates[i + kAhead].number].get());
+    if (i + kAhead < candidates.size()) {
+      prefetch(record->mObjects[candidates[i + kAhead].number].get());
+      record->mBoxes.prefetch(candidates[i + kAhead]);
+    }
     const util::BoxSet::Candidate& candidate = candidates[i];
     const Pickable& pickable = *record->mObjects[candidate.number];
     if (candidate.isInside() && !planes) planes.emplace(viewProjection);

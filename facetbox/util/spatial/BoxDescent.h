@@ -58,8 +58,9 @@ std::size_t descendBoxesBase(const BoxDescent& descent, const BoxBlocks& tree, s
 // Rounding: a coordinate of a normal, of at most 1, is off by 2^-25 and a product and a sum by half an ulp each; so
 // the sum of three is off by less than 3 (2^-25 + 3 2^-24) M, M being the largest coordinate there is, and the bound
 // of a plane by 2^-24 sqrt(3) M, twice where it meets its margin: less than 8.4e-7 M. With the volume's own margin of
-// 4.8e-7 M that makes less than 1.4e-6 M.
-inline constexpr double kBoxMargin = 1.5e-6;
+// 4.8e-7 M that makes less than 1.4e-6 M, and with the 7.7e-6 M that a box clear of a plane lies below it, less than
+// 1e-5.
+inline constexpr double kBoxMargin = 1e-5;
 // Keeps margins clear of underflow, and squares of overflow.
 inline constexpr double kSmallestSize = 1e-25, kLargestSize = 1e25;
 

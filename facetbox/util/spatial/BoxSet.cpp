@@ -59,21 +59,24 @@ void BoxSet::rank() {
   auto ranks = mRanks ? std::move(mRanks) : std::make_unique<Ranks>();
   ranks->numbers = mOrder.numbers();
   ranks->ofNumber.resize(mBoxes.size());
-  for (std::uint32_t i = 0; i < mBoxes.size(); ++i) ranks->ofNumber[ranks->numbers[i]] = i;
+  ranks->cells.resize(mBoxes.size());
+  for (std::uint32_t i = 0; i < mBoxes.size(); ++i) {
+    ranks->ofNumber[ranks->numbers[i]] = i;
+    ranks->cells[i] = mOrder[ranks->numbers[i]].cell;
+  }
   mRanks = std::move(ranks);
   mIsRanked = true;
 }
 
 /// Lists what was found as candidates in order.
-template <class KeyOf>
-void BoxSet::sortBy(KeyOf keyOf, std::span<const std::uint32_t> found, Scratch& scratch) {
+template <class KeyOf, class CellOf>
+void BoxSet::sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> found, Scratch& scratch) {
   scratch.keyed.clear();
-  for (const std::uint32_t box : found) {
-    const std::uint32_t number = box / kPlaneRange;
-    scratch.keyed.push_back({keyOf(number), {number, box % kPlaneRange}});
-  }
+  for (const std::uint32_t box : found) scratch.keyed.push_back({keyOf(box / kPlaneRange), box});
   std::ranges::sort(scratch.keyed, {}, &Scratch::Keyed::key);
-  for (const auto& keyed : scratch.keyed) scratch.candidates.push_back(keyed.candidate);
+  for (const auto& [key, box] : scratch.keyed)
+    scratch.candidates.push_back(
+        {box / kPlaneRange, static_cast<std::uint16_t>(cellOf(key)), static_cast<std::uint16_t>(box % kPlaneRange)});
 }
 
 /// Likewise: marks all ranks and goes through them.
@@ -89,7 +92,7 @@ void BoxSet::markByRank(std::span<const std::uint32_t> found, Scratch& scratch) 
   for (std::size_t word = 0; word < words; ++word)
     for (std::uint64_t rest = scratch.marks[word]; rest != 0; rest &= rest - 1) {
       const std::size_t rank = 64 * word + static_cast<std::size_t>(std::countr_zero(rest));
-      scratch.candidates.push_back({mRanks->numbers[rank], scratch.open[rank]});
+      scratch.candidates.push_back({mRanks->numbers[rank], mRanks->cells[rank], scratch.open[rank]});
     }
 }
 
@@ -109,9 +112,10 @@ std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const ViewVolume& volume
   }
   constexpr std::size_t kSpread = 1024;  // boxes that are passed over in the time that sorting one takes
   if (!mIsRanked)
-    sortBy([this](std::uint32_t number) { return mOrder[number].key(); }, found, scratch);
+    sortBy([this](std::uint32_t number) { return mOrder[number].key(); }, OctreeOrder::Place::cellOf, found, scratch);
   else if (kSpread * found.size() < mBoxes.size())
-    sortBy([this](std::uint32_t number) { return mRanks->ofNumber[number]; }, found, scratch);
+    sortBy([this](std::uint32_t number) { return mRanks->ofNumber[number]; },
+           [this](std::uint64_t rank) { return mRanks->cells[rank]; }, found, scratch);
   else
     markByRank(found, scratch);
   return scratch.candidates;
@@ -155,11 +159,11 @@ bool BoxSet::cellMeets(std::uint32_t cell, const ViewVolume& volume, Scratch& sc
 /// Whether a point of the surface is clearly in the box, and so in the cubes of its cell and of all cells above: these
 /// are around each box that the root holds.
 bool BoxSet::certainlyMeets(const Candidate& candidate, const ViewVolume& volume, const Scratch& scratch) const {
-  constexpr int kFewPlanes = 2;  // at more, asking each takes longer than the test itself
-  if (std::popcount(candidate.open) > kFewPlanes) return false;
+  if ((candidate.open & (candidate.open - 1)) != 0) return false;
   const Box& box = mBoxes[candidate.number];
   const Vec3 half = (box.max - box.min) / 2;
-  return mOrder.root().holds(box) && volume.certainlyTouches(candidate.open, box.min + half, half, scratch.rootMargin);
+  const auto face = static_cast<std::size_t>(std::countr_zero(candidate.open));
+  return volume.certainlyCrosses(face, box.min + half, half, scratch.rootMargin) && mOrder.root().holds(box);
 }
 
 bool BoxSet::meets(const Candidate& candidate, const ViewVolume& volume, Scratch& scratch) const {
@@ -167,7 +171,7 @@ bool BoxSet::meets(const Candidate& candidate, const ViewVolume& volume, Scratch
     if (certainlyMeets(candidate, volume, scratch)) return true;
     if (!volume.meets(mBoxes[candidate.number])) return false;
   }
-  return cellMeets(mOrder[candidate.number].cell, volume, scratch);
+  return cellMeets(candidate.cell, volume, scratch);
 }
 
 }  // namespace util

@@ -51,7 +51,8 @@ class BoxSet {
 
   struct Candidate {
     std::uint32_t number;
-    std::uint32_t open;  ///< bits of the planes of the volume that its box is not certain to lie inside of
+    std::uint16_t cell;  ///< of the octree
+    std::uint16_t open;  ///< bits of the planes of the volume that its box is not certain to lie inside of
     bool isInside() const { return open == 0; }
   };
 
@@ -61,7 +62,7 @@ class BoxSet {
 
     struct Keyed {
       std::uint64_t key;
-      Candidate candidate;
+      std::uint32_t box;  // as it was found
     };
 
     BoxIndex::Found found;
@@ -88,20 +89,29 @@ class BoxSet {
   std::span<const Candidate> queryFrustum(const ViewVolume& volume, Scratch& scratch);
   /// Whether a candidate of the last query, which was for this volume, meets it. Ask in the order of the candidates.
   bool meets(const Candidate& candidate, const ViewVolume& volume, Scratch& scratch) const;
+  /// Has fetched what meets() will look at.
+  void prefetch(const Candidate& candidate) const {
+    if (candidate.isInside()) return;
+    const Box& box = mBoxes[candidate.number];
+    __builtin_prefetch(&box.min);
+    __builtin_prefetch(&box.max.z);
+  }
 
  private:
   static constexpr std::size_t kFew = 16;
 
-  /// The boxes' places in the order.
+  /// The boxes' places in the order. Cells besides, although the order has them: candidates come by rank, so that
+  /// these are read one after the other.
   struct Ranks {
     std::vector<std::uint32_t> numbers, ofNumber;
+    std::vector<std::uint16_t> cells;
   };
 
   std::span<const std::uint32_t> find(const ViewVolume& volume, Scratch& scratch);
   void updateIndex();
   void rank();
-  template <class KeyOf>
-  static void sortBy(KeyOf keyOf, std::span<const std::uint32_t> found, Scratch& scratch);
+  template <class KeyOf, class CellOf>
+  static void sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> found, Scratch& scratch);
   void markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const;
   bool certainlyMeets(const Candidate& candidate, const ViewVolume& volume, const Scratch& scratch) const;
   static bool cellMeets(std::uint32_t cell, const ViewVolume& volume, Scratch& scratch);

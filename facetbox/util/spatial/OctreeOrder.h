@@ -27,6 +27,7 @@ class OctreeOrder {
 
     /// Grows along the order.
     std::uint64_t key() const { return std::uint64_t{cell} << 32 | turn; }
+    static std::uint16_t cellOf(std::uint64_t key) { return static_cast<std::uint16_t>(key >> 32); }
   };
 
   const OctreeRoot& root() const { return mRoot; }

@@ -15,14 +15,16 @@ struct FaceTable {
   std::size_t p, a0, a1, b0, b1;                // the plane goes through p; its normal is (a1 - a0) x (b1 - b0)
   std::array<std::size_t, 4> corners;           // of the face
   std::array<std::array<std::size_t, 3>, 2> t;  // its triangles
+  bool hasOneWinding = true;                    // both of them the same
 };
 
-// Near and far last: it is the sides that most boxes are beyond.
+// Near and far last: it is the sides that most boxes are beyond. Each has the one opposite as its neighbour, which has
+// the other four corners.
 constexpr std::array<FaceTable, 6> kFaces{{
     {0, 0, 3, 0, 4, {0, 3, 7, 4}, {{{0, 3, 7}, {0, 7, 4}}}},
     {1, 1, 5, 1, 2, {1, 2, 6, 5}, {{{1, 2, 6}, {1, 6, 5}}}},
     {6, 6, 7, 6, 2, {2, 3, 7, 6}, {{{2, 3, 7}, {2, 7, 6}}}},
-    {1, 1, 0, 1, 5, {0, 1, 5, 4}, {{{0, 1, 4}, {1, 4, 5}}}},
+    {1, 1, 0, 1, 5, {0, 1, 5, 4}, {{{0, 1, 4}, {1, 4, 5}}}, false},
     {0, 0, 1, 0, 3, {0, 1, 2, 3}, {{{0, 1, 2}, {0, 2, 3}}}},
     {5, 5, 4, 5, 6, {4, 5, 6, 7}, {{{4, 5, 6}, {4, 6, 7}}}},
 }};
@@ -84,11 +86,12 @@ void ViewVolume::makePlanes() {
     two.farthest = heights[0];
     for (const Pair height : heights) two.farthest = largerOf(height, two.farthest);
     for (std::size_t k = 0; k < 2; ++k) {
-      const FaceTable& face = kFaces[2 * i + k];
-      const auto of = [&](std::size_t corner) { return heights[face.corners[corner]][k]; };
+      const FaceTable &face = kFaces[2 * i + k], &opposite = kFaces[2 * i + 1 - k];
+      const auto of = [&](const FaceTable& which, std::size_t corner) { return heights[which.corners[corner]][k]; };
       two.offset[k] = heights[face.p][k];
-      two.low[k] = std::min(std::min(of(0), of(1)), std::min(of(2), of(3)));
-      two.high[k] = std::max(std::max(of(0), of(1)), std::max(of(2), of(3)));
+      two.low[k] = std::min(std::min(of(face, 0), of(face, 1)), std::min(of(face, 2), of(face, 3)));
+      two.high[k] = std::max(std::max(of(face, 0), of(face, 1)), std::max(of(face, 2), of(face, 3)));
+      two.behind[k] = std::max(std::max(of(opposite, 0), of(opposite, 1)), std::max(of(opposite, 2), of(opposite, 3)));
     }
   }
 }
@@ -148,10 +151,53 @@ bool ViewVolume::certainlyTouches(const Vec3& centre, const Vec3& half, double m
   return false;
 }
 
-bool ViewVolume::certainlyTouches(std::uint32_t faces, const Vec3& centre, const Vec3& half, double margin) const {
-  for (; faces != 0; faces &= faces - 1)
-    if (hasPointIn(static_cast<std::size_t>(std::countr_zero(faces)), centre, half, margin)) return true;
-  return false;
+/// Whether the faces are flat to a deviation D, all corners lie below all planes but for D, those of the opposite face
+/// by 8 D, and the two triangles of each face lie side by side and are no slivers.
+bool ViewVolume::isProper() const {
+  if (mProper != Proper::unknown) return mProper == Proper::yes;
+  mProper = Proper::no;
+  const double deviation = kClear / 2 * mSize;
+  for (std::size_t i = 0; i < kFaces.size(); ++i) {
+    const TwoFaces& two = mPlanes[i / 2];
+    const double offset = two.offset[i % 2];
+    if (!(two.high[i % 2] <= offset + deviation && two.low[i % 2] >= offset - deviation &&
+          two.behind[i % 2] <= offset - 8 * deviation))
+      return false;
+    // Both triangles at once.
+    const auto edges = [&](std::size_t to, Pair& x, Pair& y, Pair& z) {
+      const auto& [t, u] = kFaces[i].t;
+      const Vec3 first = mCorners[t[to]] - mCorners[t[0]], second = mCorners[u[to]] - mCorners[u[0]];
+      x = Pair{first.x, second.x};
+      y = Pair{first.y, second.y};
+      z = Pair{first.z, second.z};
+    };
+    Pair ax, ay, az, bx, by, bz;
+    edges(1, ax, ay, az);
+    edges(2, bx, by, bz);
+    const Pair nx = ay * bz - az * by, ny = az * bx - ax * bz, nz = ax * by - ay * bx;
+    const Pair cx = bx - ax, cy = by - ay, cz = bz - az;
+    const Pair longest =
+        largerOf(largerOf(ax * ax + ay * ay + az * az, bx * bx + by * by + bz * bz), cx * cx + cy * cy + cz * cz);
+    const auto isWide = nx * nx + ny * ny + nz * nz >= kSliver * kSliver * mSize * mSize * longest;
+    const double along = nx[0] * nx[1] + ny[0] * ny[1] + nz[0] * nz[1];
+    if ((isWide[0] & isWide[1]) == 0 || (along > 0) != kFaces[i].hasOneWinding) return false;
+  }
+  mProper = Proper::yes;
+  return true;
+}
+
+// Of a proper volume, let q be a point on the plane of face i, more than 2 D below all others, where 2 D is kClear
+// times the volume's size. Seen along the normal of i, q lies in one of the face's triangles. If it did not, then the
+// way to it from the middle p of their common edge, which one adjacent face has one end of, would leave them at a point
+// x of the edge shared with a face j. Moved along the normal of i into its plane, which is by at most D, x would be
+// above -2 D from the plane of j, p below (D - 8 D) / 2 + D = -2.5 D, and so q, beyond x from p, above -2 D. So there
+// is a point of a triangle within D of q, deep in the box by the margin where q is by the margin and 2 D.
+bool ViewVolume::certainlyCrosses(std::size_t face, const Vec3& centre, const Vec3& half, double margin) const {
+  const TwoFaces& two = mPlanes[face / 2];
+  const double height = two.heightsOf(centre)[face % 2] - two.offset[face % 2], depth = margin + kClear * mSize;
+  // The sizes of a unit normal's coordinates add up to less than 2.
+  return std::fabs(height) <= two.reachesOf(half)[face % 2] - 2 * depth &&
+         std::min(std::min(half.x, half.y), half.z) >= depth && isProper();
 }
 
 bool ViewVolume::touchesSurface(const Vec3& centre, const Vec3& half, double margin) const {

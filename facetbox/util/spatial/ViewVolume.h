@@ -31,8 +31,11 @@ class ViewVolume {
   /// Whether the volume's surface is known to have a point that is deeper in the box than the margin: then it meets
   /// this box, and each box around it whose own margin is no larger. False where that is not known.
   bool certainlyTouches(const Vec3& centre, const Vec3& half, double margin) const;
-  /// The same, for a point of one of these faces, a bit for each.
-  bool certainlyTouches(std::uint32_t faces, const Vec3& centre, const Vec3& half, double margin) const;
+  /// The same, for a point of one face, and a box that is known to lie below kClear of all planes but that of the face.
+  bool certainlyCrosses(std::size_t face, const Vec3& centre, const Vec3& half, double margin) const;
+  /// How far a box must lie below a plane to be clear of it, relative to the volume's size. Corners that were rounded
+  /// to floats, and moved outward because of it, leave faces that are flat to a tenth of this.
+  static constexpr double kClear = 0x1p-17;  // 7.6e-6
   /// More than all that rounding can do with this box.
   double marginFor(const Vec3& centre, const Vec3& half) const;
 
@@ -60,10 +63,10 @@ class ViewVolume {
   static Pair largerOf(Pair a, Pair b) { return a > b ? a : b; }
   static Pair sizesOf(Pair a) { return largerOf(a, -a); }
   /// What two neighbouring faces have: coordinates of the unit outward normals and their sizes, normal times the point
-  /// that the plane goes through, the largest of normal times any of the eight corners, and the bounds of normal times
-  /// the face's own.
+  /// that the plane goes through, the largest of normal times any of the eight corners, the bounds of normal times the
+  /// face's own, and the largest of normal times the others.
   struct TwoFaces {
-    Pair normalX, normalY, normalZ, sizeX, sizeY, sizeZ, offset, farthest, low, high;
+    Pair normalX, normalY, normalZ, sizeX, sizeY, sizeZ, offset, farthest, low, high, behind;
 
     Pair heightsOf(const Vec3& p) const { return normalX * p.x + normalY * p.y + normalZ * p.z; }
     Pair reachesOf(const Vec3& half) const { return sizeX * half.x + sizeY * half.y + sizeZ * half.z; }
@@ -77,6 +80,7 @@ class ViewVolume {
   };
 
   void makePlanes();
+  bool isProper() const;
   void make(Triangle& triangle, const std::array<std::size_t, 3>& corners) const;
   bool hasPointIn(std::size_t face, const Vec3& centre, const Vec3& half, double margin) const;
   bool touchesSurface(const Vec3& centre, const Vec3& half, double margin) const;
@@ -84,6 +88,7 @@ class ViewVolume {
   std::array<Vec3, 8> mCorners;
   std::array<TwoFaces, 3> mPlanes;
   mutable std::array<std::array<Triangle, 2>, 6> mTriangles;
+  mutable enum class Proper : unsigned char { unknown, yes, no } mProper = Proper::unknown;
   double mSize;  // the largest coordinate by absolute value; infinite where shortcuts must not be taken
 };
 
