@@ -16,11 +16,11 @@
 
 #include <facetbox/intersector/Intersector.h>
 #include <facetbox/intersector/NearestSearch.h>
+#include <facetbox/triangles/EdgeList.h>
+#include <facetbox/triangles/RayTest.h>
+#include <facetbox/triangles/TriangleMeshCache.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/triangles/EdgeList.h>
-#include <facetbox/util/triangles/RayTest.h>
-#include <facetbox/util/triangles/TriangleMeshCache.h>
 #include "AllocationCount.h"
 #include "PlainClip.h"
 #include "Workloads.h"

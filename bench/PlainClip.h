@@ -5,9 +5,9 @@
 #include <span>
 #include <vector>
 
+#include <facetbox/math/OverlapsBox.h>
+#include <facetbox/triangles/ClipProjection.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/math/OverlapsBox.h>
-#include <facetbox/util/triangles/ClipProjection.h>
 
 // The tests of an object against the clip cube as they are defined: what a host would write down.
 

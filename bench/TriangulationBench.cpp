@@ -13,10 +13,10 @@
 #include <GL/glu.h>
 #include <benchmark/benchmark.h>
 
+#include <facetbox/math/Vec3.h>
+#include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/mesh/MeshStorage.h>
 #include "AllocationCount.h"
 #include "Workloads.h"
 

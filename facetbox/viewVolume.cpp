@@ -7,7 +7,7 @@
 #include <limits>
 #include <utility>
 
-#include <facetbox/util/math/Vec3.h>
+#include <facetbox/math/Vec3.h>
 
 namespace facetbox {
 

@@ -8,14 +8,14 @@
 #include <string>
 
 #include <facetbox/cleanup/MeshDataConversion.h>
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/operations/ConformNormals.h>
-#include <facetbox/util/operations/MergeVertices.h>
-#include <facetbox/util/operations/RemoveEdgesCoplanar.h>
-#include <facetbox/util/operations/RemoveEdgesZero.h>
-#include <facetbox/util/operations/RemoveFacesDouble.h>
-#include <facetbox/util/operations/RemoveFacesZero.h>
-#include <facetbox/util/operations/RemoveVerticesColinear.h>
+#include <facetbox/mesh/Maintenance.h>
+#include <facetbox/operations/ConformNormals.h>
+#include <facetbox/operations/MergeVertices.h>
+#include <facetbox/operations/RemoveEdgesCoplanar.h>
+#include <facetbox/operations/RemoveEdgesZero.h>
+#include <facetbox/operations/RemoveFacesDouble.h>
+#include <facetbox/operations/RemoveFacesZero.h>
+#include <facetbox/operations/RemoveVerticesColinear.h>
 
 // Hosts fill the record themselves: its layout is fixed.
 static_assert(sizeof(Cleanup::MeshData) == 144);

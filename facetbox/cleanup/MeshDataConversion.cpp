@@ -8,12 +8,12 @@
 #include <unordered_map>
 #include <vector>
 
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/materials/Shader.h>
-#include <facetbox/util/materials/TextEncoding.h>
-#include <facetbox/util/materials/Texture.h>
-#include <facetbox/util/mesh/HoleAssignment.h>
-#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/base/Buffer.h>
+#include <facetbox/materials/Shader.h>
+#include <facetbox/materials/TextEncoding.h>
+#include <facetbox/materials/Texture.h>
+#include <facetbox/mesh/HoleAssignment.h>
+#include <facetbox/mesh/MeshStorage.h>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define FACETBOX_LEAK_CHECKED 1

@@ -4,8 +4,8 @@
 #include <span>
 #include <utility>
 
-#include <facetbox/util/triangles/ClipTest.h>
-#include <facetbox/util/triangles/TriangleMeshFactory.h>
+#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/TriangleMeshFactory.h>
 
 namespace {
 

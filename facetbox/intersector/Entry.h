@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
+#include <facetbox/math/Vec3.h>
+#include <facetbox/triangles/RayTest.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/triangles/RayTest.h>
 
 /// A mesh in the world.
 struct Instance {

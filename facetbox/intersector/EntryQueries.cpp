@@ -8,9 +8,9 @@
 #include <limits>
 #include <span>
 
-#include <facetbox/util/math/OverlapsBox.h>
-#include <facetbox/util/triangles/ClipProjection.h>
-#include <facetbox/util/triangles/ClipTest.h>
+#include <facetbox/math/OverlapsBox.h>
+#include <facetbox/triangles/ClipProjection.h>
+#include <facetbox/triangles/ClipTest.h>
 
 using Positions = std::span<const double>;
 

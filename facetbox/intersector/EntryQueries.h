@@ -1,10 +1,10 @@
 #pragma once
 
+#include <facetbox/base/Buffer.h>
 #include <facetbox/intersector/Entry.h>
 #include <facetbox/intersector/IntersectionRaster.h>
 #include <facetbox/intersector/NearestSearch.h>
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/math/Vec3.h>
+#include <facetbox/math/Vec3.h>
 
 // The questions of the Intersector about one object. What each says is documented there.
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include <facetbox/util/triangles/EdgeList.h>
+#include <facetbox/triangles/EdgeList.h>
 
 /// Where a point shows.
 struct RasterPosition {

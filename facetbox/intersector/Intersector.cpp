@@ -1,7 +1,7 @@
 #include <facetbox/intersector/Intersector.h>
 
+#include <facetbox/commands/Handle.h>
 #include <facetbox/intersector/TriIntersector.h>
-#include <facetbox/util/scene/Handle.h>
 
 Intersector::Intersector() = default;
 Intersector::Intersector(const Intersector&) {}

@@ -6,11 +6,11 @@
 #include <limits>
 #include <span>
 
-#include <facetbox/util/math/Matrix4.h>
-#include <facetbox/util/math/OverlapsBox.h>
-#include <facetbox/util/triangles/ClipProjection.h>
-#include <facetbox/util/triangles/ClipTest.h>
-#include <facetbox/util/triangles/TriangleHierarchy.h>
+#include <facetbox/math/Matrix4.h>
+#include <facetbox/math/OverlapsBox.h>
+#include <facetbox/triangles/ClipProjection.h>
+#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/TriangleHierarchy.h>
 
 using util::TriangleHierarchy;
 using util::Vec3;

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <limits>
 
+#include <facetbox/math/Vec3.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/math/Vec3.h>
 
 /// A point of a triangle that is visible in a view volume.
 struct NearestHit {

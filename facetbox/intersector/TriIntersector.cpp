@@ -12,8 +12,8 @@
 
 #include <facetbox/intersector/IntersectionRaster.h>
 #include <facetbox/intersector/NearestSearch.h>
-#include <facetbox/util/math/Matrix4.h>
-#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/math/Matrix4.h>
+#include <facetbox/mesh/MeshStorage.h>
 
 using util::Vec3;
 using Lock = boost::unique_lock<boost::mutex>;

@@ -6,12 +6,12 @@
 
 #include <boost/thread/mutex.hpp>
 
+#include <facetbox/commands/CommandQueue.h>
+#include <facetbox/commands/Handle.h>
 #include <facetbox/intersector/Entry.h>
 #include <facetbox/intersector/EntryQueries.h>
 #include <facetbox/intersector/Intersector.h>
-#include <facetbox/util/scene/CommandQueue.h>
-#include <facetbox/util/scene/Handle.h>
-#include <facetbox/util/triangles/TriangleMeshCache.h>
+#include <facetbox/triangles/TriangleMeshCache.h>
 
 /// The intersector: a table of entries, one per handle, on triangles.
 ///

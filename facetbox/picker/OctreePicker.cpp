@@ -13,7 +13,7 @@
 
 #include <boost/thread/lock_types.hpp>
 
-#include <facetbox/util/triangles/ClipTest.h>
+#include <facetbox/triangles/ClipTest.h>
 
 using util::Box;
 using util::Vec3;

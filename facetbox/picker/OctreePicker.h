@@ -8,16 +8,16 @@
 
 #include <boost/thread/mutex.hpp>
 
+#include <facetbox/base/ChunkedVector.h>
+#include <facetbox/commands/CommandQueue.h>
+#include <facetbox/commands/Handle.h>
+#include <facetbox/math/Box.h>
+#include <facetbox/math/Vec3.h>
 #include <facetbox/picker/ObjectIds.h>
 #include <facetbox/picker/Picker.h>
-#include <facetbox/util/ChunkedVector.h>
-#include <facetbox/util/math/Box.h>
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/scene/CommandQueue.h>
-#include <facetbox/util/scene/Handle.h>
-#include <facetbox/util/spatial/BoxSet.h>
-#include <facetbox/util/triangles/RayTest.h>
-#include <facetbox/util/triangles/TriangleMeshCache.h>
+#include <facetbox/spatial/BoxSet.h>
+#include <facetbox/triangles/RayTest.h>
+#include <facetbox/triangles/TriangleMeshCache.h>
 
 /// The picker: per handle a set of boxes with an object each.
 ///

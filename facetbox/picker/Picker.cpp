@@ -1,7 +1,7 @@
 #include <facetbox/picker/Picker.h>
 
+#include <facetbox/commands/Handle.h>
 #include <facetbox/picker/OctreePicker.h>
-#include <facetbox/util/scene/Handle.h>
 
 Picker::Picker() = default;
 Picker::Picker(const Picker&) {}

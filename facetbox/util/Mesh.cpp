@@ -5,13 +5,13 @@
 #include <stdexcept>
 #include <utility>
 
-#include <facetbox/util/math/Matrix4.h>
-#include <facetbox/util/mesh/FaceRenumbering.h>
-#include <facetbox/util/mesh/FlipFace.h>
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/Polygon.h>
-#include <facetbox/util/mesh/PolygonArea.h>
+#include <facetbox/math/Matrix4.h>
+#include <facetbox/mesh/FaceRenumbering.h>
+#include <facetbox/mesh/FlipFace.h>
+#include <facetbox/mesh/Maintenance.h>
+#include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/mesh/Polygon.h>
+#include <facetbox/mesh/PolygonArea.h>
 
 namespace util {
 namespace {

@@ -14,12 +14,12 @@
 
 #include <GL/glu.h>
 
-#include <facetbox/util/Buffer.h>
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/mesh/HoleTable.h>
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/PolygonArea.h>
-#include <facetbox/util/triangles/TriangleMeshFactory.h>
+#include <facetbox/base/Buffer.h>
+#include <facetbox/math/Vec3.h>
+#include <facetbox/mesh/HoleTable.h>
+#include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/triangles/TriangleMeshFactory.h>
 
 namespace util {
 namespace {

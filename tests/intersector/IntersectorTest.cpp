@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <facetbox/intersector/IntersectionRaster.h>
-#include <facetbox/util/mesh/MeshStorage.h>
+#include <facetbox/mesh/MeshStorage.h>
 #include <tests/support/Meshes.h>
 #include <tests/support/PlainIntersector.h>
 #include <tests/support/Scenes.h>

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include <facetbox/util/triangles/TriangleMeshFactory.h>
+#include <facetbox/triangles/TriangleMeshFactory.h>
 #include <tests/support/Meshes.h>
 #include <tests/support/Scenes.h>
 

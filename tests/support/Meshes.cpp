@@ -3,8 +3,8 @@
 #include <span>
 #include <sstream>
 
-#include <facetbox/util/mesh/Maintenance.h>
-#include <facetbox/util/triangles/TriangleMeshFactory.h>
+#include <facetbox/mesh/Maintenance.h>
+#include <facetbox/triangles/TriangleMeshFactory.h>
 #include <tests/support/RecordCheck.h>
 
 namespace support {

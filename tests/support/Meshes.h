@@ -18,10 +18,10 @@
 #include <gtest/gtest.h>
 
 #include <facetbox/cleanup/Cleanup.h>
+#include <facetbox/math/Vec3.h>
+#include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/mesh/MeshStorage.h>
 
 namespace support {
 

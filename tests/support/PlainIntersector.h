@@ -12,11 +12,11 @@
 #include <vector>
 
 #include <facetbox/intersector/Intersector.h>
+#include <facetbox/math/Angle.h>
+#include <facetbox/math/OverlapsBox.h>
+#include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/math/Angle.h>
-#include <facetbox/util/math/OverlapsBox.h>
-#include <facetbox/util/mesh/MeshStorage.h>
 #include <tests/support/PlainPicker.h>
 
 namespace support {

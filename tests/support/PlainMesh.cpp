@@ -2,8 +2,8 @@
 
 #include <sstream>
 
-#include <facetbox/util/math/Predicates.h>
-#include <facetbox/util/mesh/PolygonArea.h>
+#include <facetbox/math/Predicates.h>
+#include <facetbox/mesh/PolygonArea.h>
 
 namespace support {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <facetbox/util/materials/Shader.h>
-#include <facetbox/util/mesh/Polygon.h>
+#include <facetbox/materials/Shader.h>
+#include <facetbox/mesh/Polygon.h>
 #include <tests/support/Meshes.h>
 
 /// The slow twin of the working mesh: a record per face, a map of holes, and the maintenance steps written down the

@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <vector>
 
-#include <facetbox/util/math/Box.h>
-#include <facetbox/util/math/OverlapsBox.h>
-#include <facetbox/util/math/Vec3.h>
+#include <facetbox/math/Box.h>
+#include <facetbox/math/OverlapsBox.h>
+#include <facetbox/math/Vec3.h>
 
 /// The slow twin of the octree of boxes.
 namespace support {

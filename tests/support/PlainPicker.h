@@ -10,10 +10,10 @@
 #include <optional>
 #include <vector>
 
+#include <facetbox/triangles/RayTest.h>
+#include <facetbox/triangles/TriangleMeshCache.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/triangles/RayTest.h>
-#include <facetbox/util/triangles/TriangleMeshCache.h>
 #include <tests/support/PlainOctree.h>
 
 /// The slow twin of one handle of the picker: does everything at once, looks at everything.

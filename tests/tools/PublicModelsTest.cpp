@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <span>
 
-#include <facetbox/util/math/Box.h>
+#include <facetbox/math/Box.h>
 #include <tests/support/RecordCheck.h>
 #include <tools/OtherFormats.h>
 #include <tools/Steps.h>

@@ -15,10 +15,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <facetbox/util/mesh/MeshStorage.h>
-#include <facetbox/util/mesh/Polygon.h>
-#include <facetbox/util/mesh/PolygonArea.h>
-#include <facetbox/util/triangles/TriangleMeshFactory.h>
+#include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/mesh/Polygon.h>
+#include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/triangles/TriangleMeshFactory.h>
 #include <tests/support/Meshes.h>
 
 namespace {

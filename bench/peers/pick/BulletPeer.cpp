@@ -6,8 +6,8 @@
 
 #include <BulletCollision/BroadphaseCollision/btDbvt.h>
 
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/triangles/ClipTest.h>
+#include <facetbox/math/Vec3.h>
+#include <facetbox/triangles/ClipTest.h>
 
 #include "../../PlainClip.h"
 #include "SelectionPeer.h"

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <random>
 
-#include <facetbox/util/math/Matrix4.h>
-#include <facetbox/util/math/Vec3.h>
+#include <facetbox/math/Matrix4.h>
+#include <facetbox/math/Vec3.h>
 
 using util::Vec3;
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include <facetbox/picker/Picker.h>
+#include <facetbox/triangles/RayTest.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/triangles/RayTest.h>
 
 #include "../../Workloads.h"
 

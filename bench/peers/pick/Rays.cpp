@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cfloat>
 
-#include <facetbox/util/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/TriangleHierarchy.h>
 
 #include "RayPeers.h"
 #include "Turns.h"

@@ -5,9 +5,9 @@
 #include <random>
 #include <stdexcept>
 
-#include <facetbox/util/math/Matrix4.h>
-#include <facetbox/util/math/Vec3.h>
-#include <facetbox/util/triangles/ClipTest.h>
+#include <facetbox/math/Matrix4.h>
+#include <facetbox/math/Vec3.h>
+#include <facetbox/triangles/ClipTest.h>
 #include <facetbox/viewVolume.h>
 
 #include "RayWorkloads.h"

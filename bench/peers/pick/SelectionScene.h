@@ -6,10 +6,10 @@
 #include <memory>
 #include <vector>
 
+#include <facetbox/math/Box.h>
 #include <facetbox/picker/Picker.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
-#include <facetbox/util/math/Box.h>
 
 /// Boxes of 12 triangles, turned and stretched at random, scattered over a cube from -100 to 100. Each has a mesh of
 /// its own; its id is its place in the scene.

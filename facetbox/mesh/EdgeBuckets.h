@@ -1,0 +1,99 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include <facetbox/base/Buffer.h>
+#include <facetbox/mesh/PrimitiveList.h>
+
+namespace util {
+
+/// Calls `use(face, position, a, b)` for every edge of the faces, faces and corners in order: it runs from vertex `a`,
+/// at the corner of that pool position, to vertex `b`.
+template <class Use>
+void forEachEdge(const PrimitiveList& faces, Use use) {
+  const auto faceCount = static_cast<std::uint32_t>(faces.size());
+  for (std::uint32_t face = 0; face < faceCount; ++face) {
+    const auto corners = faces.corners(face);
+    auto position = static_cast<std::uint32_t>(faces.offset(face));
+    for (std::size_t i = 0, n = corners.size(); i < n; ++i, ++position)
+      use(face, position, corners[i], corners[i + 1 == n ? 0 : i + 1]);
+  }
+}
+
+/// Uses of edges in buckets by the lower vertex of the edge; within a bucket in the order of the walk. `Use` is what is
+/// kept of each, with a member function `high()`: the higher vertex.
+template <class Use>
+class EdgeBuckets {
+ public:
+  /// Below this size, looking through a bucket is cheaper than sorting it.
+  static constexpr std::size_t kSortFrom = 24;
+
+  /// Counting sort. `walk(visit)` has to call `visit(face, position, a, b)` for the same edges each time, all vertices
+  /// below `vertexCount`; `makeUse(face, position, a, b)` is called once for each. O(vertices + edges).
+  template <class Walk, class MakeUse>
+  EdgeBuckets(std::size_t vertexCount, Walk walk, MakeUse makeUse) : mEnds(vertexCount + 1, 0) {
+    walk([this](std::uint32_t, std::uint32_t, std::uint32_t a, std::uint32_t b) { ++mEnds[std::min(a, b) + 1]; });
+    for (std::size_t v = 1; v <= vertexCount; ++v) mEnds[v] += mEnds[v - 1];
+    mUses.resize(mEnds[vertexCount]);
+    // Filling moves the start of bucket v to its end.
+    walk([&](std::uint32_t face, std::uint32_t position, std::uint32_t a, std::uint32_t b) {
+      mUses[mEnds[std::min(a, b)]++] = makeUse(face, position, a, b);
+    });
+  }
+
+  std::size_t useCount() const { return mUses.size(); }
+
+  /// Calls `take(bucket)` for every vertex's bucket, by vertex; it may reorder what is in it.
+  template <class Take>
+  void forEach(Take take) {
+    for (std::size_t v = 0, begin = 0; v + 1 < mEnds.size(); begin = mEnds[v++])
+      take(std::span(mUses).subspan(begin, mEnds[v] - begin));
+  }
+
+  /// Calls `match(a, b)` for the two uses of every edge that is used exactly twice; reorders buckets. O(uses),
+  /// O(uses log uses) in a large bucket.
+  template <class Match>
+  void forEachPair(Match match) {
+    forEach([&](std::span<Use> bucket) {
+      if (bucket.size() < kSortFrom)
+        lookForPairs(bucket, match);
+      else
+        sortForPairs(bucket, match);
+    });
+  }
+
+ private:
+  template <class Match>
+  static void lookForPairs(std::span<const Use> bucket, Match& match) {
+    for (std::size_t i = 0; i < bucket.size(); ++i) {
+      const std::uint32_t high = bucket[i].high();
+      std::size_t other = i, laterCount = 0;
+      for (std::size_t j = i + 1; j < bucket.size(); ++j) {
+        if (bucket[j].high() != high) continue;
+        other = j;
+        ++laterCount;
+      }
+      const auto isSame = [high](const Use& earlier) { return earlier.high() == high; };
+      if (laterCount == 1 && std::ranges::none_of(bucket.first(i), isSame)) match(bucket[i], bucket[other]);
+    }
+  }
+
+  template <class Match>
+  static void sortForPairs(std::span<Use> bucket, Match& match) {
+    std::ranges::sort(bucket, {}, &Use::high);
+    for (auto begin = bucket.begin(); begin != bucket.end();) {
+      const std::uint32_t high = begin->high();
+      const auto end = std::find_if(begin, bucket.end(), [high](const Use& use) { return use.high() != high; });
+      if (end - begin == 2) match(begin[0], begin[1]);
+      begin = end;
+    }
+  }
+
+  Buffer<std::uint32_t> mEnds;  // per vertex, and one more
+  Buffer<Use> mUses;
+};
+
+}  // namespace util

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <facetbox/base/Buffer.h>
+#include <facetbox/mesh/PrimitiveList.h>
+
+namespace util {
+
+/// Where two faces meet cleanly: an edge that exactly two different faces use, once each, in opposite directions.
+struct EdgeTwins {
+  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+
+  /// Of a position of the corner pool. Both in one, for walks that jump from face to face ask for both at once.
+  struct Corner {
+    std::uint32_t mTwin;  ///< corner where the other face's run of the edge starts; kNone if the edge is not clean
+    std::uint32_t mFace;  ///< the face that the corner belongs to; undefined where it belongs to none
+  };
+
+  std::uint32_t twinOf(std::uint32_t corner) const { return mCorners[corner].mTwin; }
+  std::uint32_t faceOf(std::uint32_t corner) const { return mCorners[corner].mFace; }
+  /// Asks for the memory that both will need.
+  void prefetch(std::size_t corner) const { __builtin_prefetch(&mCorners[corner]); }
+
+  /// The edge that leaves a corner is clean no more.
+  void forgetTwin(std::uint32_t corner) {
+    if (const std::uint32_t twin = mCorners[corner].mTwin; twin != kNone)
+      mCorners[corner].mTwin = mCorners[twin].mTwin = kNone;
+  }
+
+  Buffer<Corner> mCorners;  ///< per position of the corner pool
+};
+
+/// Finds the twins of a face list whose vertex indices are below `vertexCount` and below 2^31. O(vertices + corners),
+/// O(corners log corners) around a vertex that very many edges share.
+EdgeTwins findEdgeTwins(const PrimitiveList& faces, std::size_t vertexCount);
+
+}  // namespace util

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <utility>
+
+#include <facetbox/base/Buffer.h>
+#include <facetbox/math/Box.h>
+#include <facetbox/math/PlanarPolygon.h>
+#include <facetbox/math/Vec3.h>
+#include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/spatial/BoxForest.h>
+
+namespace util {
+
+/// How holes lie to their outer face and to each other, seen along the dominant axis of a face's stored normal. Points
+/// count as inside only strictly, edges are closed: mere touching is crossing. All answers are exact, those on
+/// distances are those of the stated formula. Hole and outer face may be any faces, planar or not, also the same one.
+///
+/// Asking for the holes of one outer face in a row costs its projection once. Together they then cost about
+/// O(n log n) in the number n of corners of all faces asked for, if each edge meets few others; more only where faces
+/// with different dominant axes lie across each other. No allocation per hole, except for holes of hundreds of corners.
+///
+/// Between two calls faces may be cleared, but not changed otherwise.
+class HolePlacement {
+ public:
+  explicit HolePlacement(const MeshStorage& mesh) : mMesh(mesh) {}
+
+  /// How the corners of the outer face near a hole are found: one by one, or by octrees from some size on. The answers
+  /// are the same.
+  enum class Search { plain, indexed };
+
+  /// Names the outer face for the calls that follow.
+  void setOuter(std::uint32_t outer, Search search);
+
+  /// Whether a hole lies strictly inside the outer face: no corner of the outer face inside the hole (seen along the
+  /// hole's axis), every corner of the hole inside the outer face, no edges that cross (both along the outer face's
+  /// axis; edges are looked at only where both have three corners or more).
+  /// @param hole  a face that is not cleared
+  bool isInside(std::uint32_t hole);
+
+  /// Whether some corner of the outer face and some corner of the hole are closer than 8e-4 (squared: 6.4e-7).
+  bool sharesVertex(std::uint32_t hole);
+
+  /// Whether two holes of one outer face get into each other's way: some corner of one inside the other (seen along
+  /// the axis of the one that contains it), or edges that cross (seen along the axis of `earlier`; only where both
+  /// have three corners or more).
+  bool overlap(std::uint32_t earlier, std::uint32_t later);
+
+  /// A face seen along an axis. Good until the next call.
+  const PlanarPolygon& polygonOf(std::uint32_t face, int axis) { return projectionOf(face, axis).polygon; }
+
+  int axisOf(std::uint32_t face) const { return dominantAxis(mMesh.mFaces.normal(face)); }
+
+ private:
+  using CornerNumber = std::pair<unsigned, unsigned>;  ///< face, and the corner's position in it
+
+  /// A face seen along an axis.
+  struct Projection {
+    std::uint32_t face = HoleTable::kNone;
+    int axis = 0;
+    bool isFinite = true;
+    std::uint64_t lastUse = 0;
+    PlanarPolygon polygon;
+
+    Vec2 corner() const { return polygon.corners().front(); }
+    bool isProper() const { return isFinite && polygon.corners().size() >= 3; }
+  };
+
+  const Projection& projectionOf(std::uint32_t face, int axis);
+  void fill(Projection& projection, std::uint32_t face, int axis);
+  bool anyCornerInside(std::uint32_t face, const Projection& polygon) const;
+  bool anyOuterCornerInside(const Projection& polygon);
+  bool usesCornerIndex(std::size_t queries);
+  Vec2 projected(std::uint32_t vertex, int axis) const { return project(mMesh.mVertices[vertex], axis); }
+  const Vec3& outerCorner(CornerNumber corner) const {
+    return mMesh.mVertices[mMesh.mFaces.corners(corner.first)[corner.second]];
+  }
+
+  const MeshStorage& mMesh;
+  Projection mOuter;
+  Search mSearch = Search::plain;
+
+  // The corners of the outer face.
+  std::size_t mPlainQueries = 0;  // answered one by one
+  bool mIsIndexed = false;
+  BoxForest<CornerNumber> mCornerIndex;
+
+  // Other faces. Small ones take turns, large ones stay until the next outer face.
+  std::array<Projection, 4> mSmall;
+  std::uint64_t mUses = 0;
+  std::unordered_map<std::uint64_t, Projection> mLarge;  // by 4 * face + axis
+  Buffer<Vec2> mScratch;
+};
+
+}  // namespace util

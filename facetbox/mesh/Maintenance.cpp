@@ -1,0 +1,179 @@
+#include <facetbox/mesh/Maintenance.h>
+
+#include <bit>
+#include <vector>
+
+#include <facetbox/math/PlanarPolygon.h>
+#include <facetbox/mesh/FaceRenumbering.h>
+#include <facetbox/mesh/HolePlacement.h>
+#include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/mesh/PolygonArea.h>
+
+namespace util {
+namespace {
+
+/// Clears the holes that have lost their outer face or stick out of it. Returns whether there were any.
+bool clearMisplacedHoles(MeshStorage& mesh) {
+  if (mesh.mHoles.empty()) return false;
+  bool cleared = false;
+  HolePlacement placement(mesh);
+  for (const HoleTable::Group& group : mesh.mHoles.groupsByOuter(mesh.mFaces.size())) {
+    if (!mesh.mFaces.isCleared(group.outer)) placement.setOuter(group.outer, HolePlacement::Search::indexed);
+    for (const std::uint32_t hole : group.holes) {
+      if (hole >= mesh.mFaces.size() || mesh.mFaces.isCleared(hole)) continue;
+      if (!mesh.mFaces.isCleared(group.outer) && placement.isInside(hole)) continue;
+      mesh.mFaces.clear(hole);
+      cleared = true;
+    }
+  }
+  return cleared;
+}
+
+/// A set of vertices, 64 to a word, that also knows how many members stand before each.
+class VertexSet {
+ public:
+  explicit VertexSet(std::size_t size) : mWords(size / 64 + 1, 0) {}
+
+  void insert(std::uint32_t v) { mWords[v / 64] |= std::uint64_t{1} << v % 64; }
+  bool contains(std::uint32_t v) const { return (mWords[v / 64] >> v % 64 & 1) != 0; }
+
+  /// Counts the members and prepares rank().
+  std::uint32_t count() {
+    mRanks.resize(mWords.size());
+    std::uint32_t total = 0;
+    for (std::size_t w = 0; w < mWords.size(); ++w) {
+      mRanks[w] = total;
+      total += static_cast<std::uint32_t>(std::popcount(mWords[w]));
+    }
+    return total;
+  }
+  /// Number of members below v.
+  std::uint32_t rank(std::uint32_t v) const {
+    const std::uint64_t below = mWords[v / 64] & ((std::uint64_t{1} << v % 64) - 1);
+    return mRanks[v / 64] + static_cast<std::uint32_t>(std::popcount(below));
+  }
+
+ private:
+  Buffer<std::uint64_t> mWords;
+  Buffer<std::uint32_t> mRanks;
+};
+
+}  // namespace
+
+void clearConnectivityCache(Mesh& mesh) { mesh.storage().mConnectivity.clear(); }
+
+bool removeRepeatedIndices(PrimitiveList& faces, std::size_t face) {
+  const auto corners = faces.corners(face);
+  const std::size_t n = corners.size();
+
+  std::size_t firstRepeat = 1;
+  while (firstRepeat < n && corners[firstRepeat] != corners[firstRepeat - 1]) ++firstRepeat;
+  // The common case: nothing to move.
+  if (firstRepeat >= n && n >= 3 && corners[n - 1] != corners[0]) return false;
+
+  const bool withNormals = faces.perVertexNormals(face) && faces.hasNormalIndices(face);
+  const bool withHandedOver = faces.carries(face, PrimitiveList::kHandedOverSet);
+  const auto handOver = [&](std::size_t to, std::size_t from) {
+    if (to == from) return;
+    if (withNormals) faces.normalIndices(face)[to] = faces.normalIndices(face)[from];
+    if (withHandedOver) {
+      const auto set = faces.cornerSet(face, PrimitiveList::kHandedOverSet);
+      set[to] = set[from];
+    }
+  };
+
+  std::size_t write = 0;
+  for (std::size_t read = 1; read < n; ++read) {
+    if (corners[read] == corners[write]) continue;
+    handOver(write, read - 1);
+    if (++write == read) continue;
+    corners[write] = corners[read];
+    if (faces.hasNormalIndices(face)) faces.normalIndices(face)[write] = faces.normalIndices(face)[read];
+    for (std::uint32_t bits = faces.mask(face) & ~(1u << PrimitiveList::kHandedOverSet); bits != 0; bits &= bits - 1) {
+      const auto set = faces.cornerSet(face, std::countr_zero(bits));
+      set[write] = set[read];
+    }
+  }
+  handOver(write, n - 1);
+
+  // Signed: a record of equal indices ends at -1.
+  const auto last = static_cast<std::int64_t>(write) - (corners[write] == corners[0] ? 1 : 0);
+  if (last < 2) {
+    faces.clear(face);
+    return true;
+  }
+  if (static_cast<std::size_t>(last) + 1 == n) return false;
+  faces.shrink(face, static_cast<std::uint32_t>(last) + 1);
+  return true;
+}
+
+bool sanitizeFaces(Mesh& mesh) {
+  MeshStorage& m = mesh.storage();
+  bool changed = false;
+  for (std::size_t face = 0; face < m.mFaces.size(); ++face)
+    if (!m.mFaces.isCleared(face)) changed |= removeRepeatedIndices(m.mFaces, face);
+  changed |= clearMisplacedHoles(m);
+  compactPrimitives(mesh);
+  clearConnectivityCache(mesh);
+  return changed;
+}
+
+void compactPrimitives(Mesh& mesh) {
+  MeshStorage& m = mesh.storage();
+  PrimitiveList& list = m.activePrimitives();
+  if (!list.anyCleared()) return;
+  if (!m.mRunStarts.empty() || !m.mHoles.empty()) {
+    FaceRenumbering renumbering(list.size());
+    for (std::size_t i = 0; i < list.size(); ++i) renumbering.add(!list.isCleared(i));
+    m.renumberFaces(renumbering);
+  }
+  list.compact();
+  clearConnectivityCache(mesh);
+}
+
+std::size_t removeUnusedVertices(Mesh& mesh) {
+  MeshStorage& m = mesh.storage();
+  const std::size_t vertexCount = m.mVertices.size();
+  if (vertexCount == 0) return 0;
+  if (m.mFaces.empty() && m.mLines.empty() && m.mPoints.empty()) {
+    m.mVertices.clear();
+    m.mVertexIndexLists.clear();
+    clearConnectivityCache(mesh);
+    return vertexCount;
+  }
+
+  // All lists, not just the active one: lines beside points must not keep indices of vertices that have gone.
+  VertexSet used(vertexCount);
+  for (const PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
+    for (std::size_t i = 0; i < list->size(); ++i)
+      for (const std::uint32_t v : list->corners(i)) used.insert(v);
+  const std::uint32_t kept = used.count();
+  if (kept == vertexCount) return 0;
+
+  const bool withLists = m.mVertexIndexLists.size() == vertexCount;
+  std::uint32_t next = 0;
+  for (std::uint32_t v = 0; v < vertexCount; ++v) {
+    if (!used.contains(v)) continue;
+    m.mVertices[next] = m.mVertices[v];
+    if (withLists && next != v) m.mVertexIndexLists[next] = std::move(m.mVertexIndexLists[v]);
+    ++next;
+  }
+  m.mVertices.resize(kept);
+  if (withLists) m.mVertexIndexLists.resize(kept);
+  for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
+    for (std::size_t i = 0; i < list->size(); ++i)
+      for (std::uint32_t& v : list->corners(i)) v = used.rank(v);
+  clearConnectivityCache(mesh);
+  return vertexCount - kept;
+}
+
+void recomputeFaceNormals(Mesh& mesh) {
+  MeshStorage& m = mesh.storage();
+  for (std::size_t face = 0; face < m.mFaces.size(); ++face) {
+    Vec3 normal;
+    computeFaceNormal(m.mVertices, m.mFaces.corners(face), normal);
+    m.mFaces.setNormal(face, normal);
+  }
+}
+
+}  // namespace util

@@ -1,0 +1,58 @@
+#include <facetbox/mesh/MeshStorage.h>
+
+#include <algorithm>
+
+#include <boost/thread/lock_types.hpp>
+
+namespace util {
+
+const std::vector<ConnectivityCache::VertexPair>& ConnectivityCache::edges(const PrimitiveList& faces) {
+  const boost::unique_lock<boost::mutex> lock(mMutex);
+  if (!mEdges) {
+    auto edges = std::make_unique<std::vector<VertexPair>>();
+    edges->reserve(faces.poolSize());
+    for (std::size_t face = 0; face < faces.size(); ++face) {
+      const auto corners = faces.corners(face);
+      for (std::size_t i = 0; i < corners.size(); ++i)
+        edges->push_back(std::minmax({corners[i], corners[i + 1 == corners.size() ? 0 : i + 1]}));
+    }
+    std::ranges::sort(*edges);
+    edges->erase(std::unique(edges->begin(), edges->end()), edges->end());
+    mEdges = std::move(edges);
+  }
+  return *mEdges;
+}
+
+void ConnectivityCache::clear() {
+  const boost::unique_lock<boost::mutex> lock(mMutex);
+  mEdges.reset();
+}
+
+CacheStamps& CacheStamps::operator=(const CacheStamps&) {
+  const boost::unique_lock<boost::mutex> lock(mMutex);
+  mStamps.reset();
+  return *this;
+}
+
+std::uint64_t CacheStamps::stampOr(int kind, std::uint64_t fresh) {
+  const boost::unique_lock<boost::mutex> lock(mMutex);
+  if (!mStamps) mStamps = std::make_unique<std::array<std::uint64_t, kKinds>>();
+  std::uint64_t& stamp = (*mStamps)[kind];
+  if (stamp == 0) stamp = fresh;
+  return stamp;
+}
+
+std::size_t MeshStorage::runOf(std::uint32_t primitive) const {
+  const auto next = std::find_if(mRunStarts.begin(), mRunStarts.end(),
+                                 [primitive](std::uint32_t start) { return start > primitive; });
+  const auto run = static_cast<std::size_t>(next - mRunStarts.begin());
+  return run == 0 ? 0 : run - 1;
+}
+
+void MeshStorage::renumberFaces(const FaceRenumbering& renumbering) {
+  for (std::uint32_t& start : mRunStarts)
+    if (start < renumbering.size()) start = renumbering.rank(start);
+  mHoles.renumber(renumbering);
+}
+
+}  // namespace util

@@ -1,0 +1,219 @@
+#include <facetbox/operations/ConformNormals.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <vector>
+
+#include <facetbox/math/Matrix4.h>
+#include <facetbox/mesh/EdgeBuckets.h>
+#include <facetbox/mesh/FlipFace.h>
+#include <facetbox/mesh/Maintenance.h>
+#include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/mesh/PolygonArea.h>
+
+namespace util {
+namespace {
+
+/// A bounding box as far as the point below it needs one; a NaN coordinate does not count.
+class BoxFromBelow {
+ public:
+  void add(const Vec3& p) {
+    mLowX = p.x < mLowX ? p.x : mLowX;
+    mHighX = p.x > mHighX ? p.x : mHighX;
+    mLowY = p.y < mLowY ? p.y : mLowY;
+    mLowZ = p.z < mLowZ ? p.z : mLowZ;
+    mHighZ = p.z > mHighZ ? p.z : mHighZ;
+  }
+
+  /// The point one unit below the middle of the box.
+  Vec3 pointBelow() const { return {(mLowX + mHighX) * 0.5, mLowY - 1.0, (mLowZ + mHighZ) * 0.5}; }
+
+ private:
+  static constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+  double mLowX = kInfinity, mLowY = kInfinity, mLowZ = kInfinity;
+  double mHighX = -kInfinity, mHighZ = -kInfinity;
+};
+
+bool isIdentity(const double* m) {
+  for (int i = 0; i < 16; ++i)
+    if (m[i] != (i % 5 == 0 ? 1.0 : 0.0)) return false;
+  return true;
+}
+
+/// Both ways through the hole groups: which face a hole perforates, and which holes a face has.
+class HoleLinks {
+ public:
+  HoleLinks(const HoleTable& holes, std::size_t faceCount) : mOuterOf(holes.outerOfHoles(faceCount)) {
+    if (mOuterOf.empty()) return;
+    mGroups = holes.groupsByOuter(faceCount);
+    mGroupOf.resize(faceCount, HoleTable::kNone);
+    for (std::size_t g = mGroups.size(); g-- > 0;) mGroupOf[mGroups[g].outer] = static_cast<std::uint32_t>(g);
+  }
+
+  bool isHole(std::uint32_t face) const { return !mOuterOf.empty() && mOuterOf[face] != HoleTable::kNone; }
+
+  /// Calls `use` for the face's outer face, then for each of its holes.
+  template <class Use>
+  void forEachLink(std::uint32_t face, Use use) const {
+    if (mOuterOf.empty()) return;
+    if (isHole(face)) use(mOuterOf[face]);
+    for (std::size_t g = mGroupOf[face]; g < mGroups.size() && mGroups[g].outer == face; ++g)
+      for (const std::uint32_t hole : mGroups[g].holes)
+        if (hole < mOuterOf.size()) use(hole);
+  }
+
+ private:
+  std::vector<std::uint32_t> mOuterOf;    // per face; empty without groups
+  std::vector<std::uint32_t> mGroupOf;    // per face the first of its groups
+  std::vector<HoleTable::Group> mGroups;  // equal outer faces stand together
+};
+
+enum class Orientation : std::uint8_t { unreached = 0, likeSeed = 1, againstSeed = 2 };
+
+Orientation opposite(Orientation orientation) {
+  return orientation == Orientation::likeSeed ? Orientation::againstSeed : Orientation::likeSeed;
+}
+
+/// For every corner the face beyond the edge that leaves it, where the edge is used exactly twice.
+class FaceNeighbours {
+ public:
+  /// O(vertices + corners), O(corners log corners) around a vertex that very many edges share.
+  FaceNeighbours(const PrimitiveList& faces, std::size_t vertexCount) {
+    mNeighbours.resize(faces.poolSize(), kNone);
+    EdgeBuckets<EdgeUse> buckets(
+        vertexCount, [&](auto visit) { forEachEdge(faces, visit); },
+        [](std::uint32_t face, std::uint32_t position, std::uint32_t a, std::uint32_t b) {
+          return EdgeUse{std::max(a, b), position, face << 1 | (a < b ? 0u : 1u)};
+        });
+    buckets.forEachPair([this](const EdgeUse& a, const EdgeUse& b) {
+      const std::uint32_t same = ~(a.mFaceAndDirection ^ b.mFaceAndDirection) & kSameDirection;
+      mNeighbours[a.mPosition] = (b.mFaceAndDirection & ~1u) | same;
+      mNeighbours[b.mPosition] = (a.mFaceAndDirection & ~1u) | same;
+    });
+  }
+
+  /// Calls `use(neighbour, runs the edge in the same direction)` for the corners of a face, in order. A face that uses
+  /// an edge twice is its own neighbour there.
+  template <class Use>
+  void forEach(const PrimitiveList& faces, std::uint32_t face, Use use) const {
+    const std::uint32_t* const first = mNeighbours.data() + faces.offset(face);
+    for (const std::uint32_t neighbour : std::span(first, faces.cornerCount(face)))
+      if (neighbour != kNone) use(neighbour >> 1, (neighbour & kSameDirection) != 0);
+  }
+
+ private:
+  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+  static constexpr std::uint32_t kSameDirection = 1;
+
+  struct EdgeUse {
+    std::uint32_t mHigh;
+    std::uint32_t mPosition;          ///< of the corner in the pool
+    std::uint32_t mFaceAndDirection;  ///< twice the face; one more where it runs down, or from a vertex to itself
+
+    std::uint32_t high() const { return mHigh; }
+  };
+
+  Buffer<std::uint32_t> mNeighbours;  // per position of the corner pool
+};
+
+/// The faces in the order in which they are reached, piece after piece, and each one's orientation.
+class PieceWalk {
+ public:
+  PieceWalk(MeshStorage& mesh, std::span<const Vec3> points)
+      : mFaces(mesh.mFaces),
+        mPoints(points),
+        mNeighbours(mesh.mFaces, mesh.mVertices.size()),
+        mLinks(mesh.mHoles, mesh.mFaces.size()),
+        mOrientations(mesh.mFaces.size(), Orientation::unreached) {
+    mReached.reserve(mesh.mFaces.size());
+    for (const Vec3& point : points) mWholeBox.add(point);
+  }
+
+  bool isReached(std::uint32_t face) const { return mOrientations[face] != Orientation::unreached; }
+
+  /// Walks the piece of a face not yet reached and flips those of its faces that have to be.
+  void conformPiece(std::uint32_t seed) {
+    const std::size_t begin = mReached.size();
+    BoxFromBelow box;
+    reach(seed, Orientation::likeSeed);
+    for (std::size_t i = begin; i < mReached.size(); ++i) reachNeighbours(mReached[i], box);
+
+    const std::span<const std::uint32_t> piece(mReached.data() + begin, mReached.size() - begin);
+    const Vec3 reference = (piece.size() > 1 ? box : mWholeBox).pointBelow();
+    // A sum of zero or NaN counts as inward.
+    const Orientation inward = volumeSum(piece, reference) > 0.0 ? Orientation::againstSeed : Orientation::likeSeed;
+    for (const std::uint32_t face : piece)
+      if (mOrientations[face] == inward) flipFace(mFaces, face);
+  }
+
+ private:
+  void reach(std::uint32_t face, Orientation orientation) {
+    mOrientations[face] = orientation;
+    mReached.push_back(face);
+  }
+
+  void reachNeighbours(std::uint32_t face, BoxFromBelow& box) {
+    const Orientation orientation = mOrientations[face];
+    for (const std::uint32_t v : mFaces.corners(face)) box.add(mPoints[v]);
+    mNeighbours.forEach(mFaces, face, [&](std::uint32_t neighbour, bool sameDirection) {
+      if (!isReached(neighbour)) reach(neighbour, sameDirection ? opposite(orientation) : orientation);
+    });
+    mLinks.forEachLink(face, [&](std::uint32_t other) {
+      if (!isReached(other)) reach(other, orientation);
+    });
+  }
+
+  /// Three times the signed volume between the faces and a point, with the orientations applied.
+  double volumeSum(std::span<const std::uint32_t> piece, const Vec3& reference) const {
+    double sum = 0.0;
+    for (const std::uint32_t face : piece) {
+      const auto corners = mFaces.corners(face);
+      if (corners.empty() || mLinks.isHole(face)) continue;
+      Vec3 normal;
+      computeFaceNormal(mPoints, corners, normal);
+      const double term = computePolygonArea(mPoints, corners, normal) * dot(normal, mPoints[corners[0]] - reference);
+      sum += mOrientations[face] == Orientation::againstSeed ? -term : term;
+    }
+    return sum;
+  }
+
+  PrimitiveList& mFaces;
+  std::span<const Vec3> mPoints;
+  FaceNeighbours mNeighbours;
+  HoleLinks mLinks;
+  BoxFromBelow mWholeBox;
+  Buffer<Orientation> mOrientations;
+  Buffer<std::uint32_t> mReached;  // the queue and the list of the pieces in one
+};
+
+}  // namespace
+
+void conformNormals(Mesh& mesh, const double* transform) {
+  MeshStorage& m = mesh.storage();
+  for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints}) list->dropNormalIndices();
+  m.mNormals.clear();
+  clearConnectivityCache(mesh);
+
+  // The identity changes no finite coordinate but for the sign of a zero, and that sign reaches no result: it is lost
+  // in every sum and comparison, and where it would decide the sign of a quotient (the area's divisor), the absolute
+  // value is taken. An infinite or NaN coordinate spoils the others of its vertex, which takes the computation.
+  Buffer<Vec3> transformed;
+  const auto isFinite = [](const Vec3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); };
+  const bool asStored = isIdentity(transform) && std::ranges::all_of(m.mVertices, isFinite);
+  if (!asStored) {
+    transformed.reserve(m.mVertices.size());
+    for (const Vec3& vertex : m.mVertices) transformed.push_back(transformPoint(transform, vertex));
+  }
+
+  PieceWalk walk(m, asStored ? std::span<const Vec3>(m.mVertices) : std::span<const Vec3>(transformed));
+  for (std::uint32_t face = 0; face < m.mFaces.size(); ++face)
+    if (!walk.isReached(face)) walk.conformPiece(face);
+  clearConnectivityCache(mesh);
+}
+
+}  // namespace util

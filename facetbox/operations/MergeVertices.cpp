@@ -1,0 +1,138 @@
+#include <facetbox/operations/MergeVertices.h>
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+#include <vector>
+
+#include <facetbox/mesh/Maintenance.h>
+#include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/operations/PinchGuard.h>
+#include <facetbox/operations/VertexGroups.h>
+
+namespace util {
+namespace {
+
+/// Above this tolerance faces are guarded against turning over. An absolute length.
+constexpr double kLargeTolerance = 0.15;
+
+/// Whether a value stands more than once in a list; `sorted` is scratch space.
+bool hasRepeats(std::span<const std::uint32_t> values, std::vector<std::uint32_t>& sorted) {
+  sorted.assign(values.begin(), values.end());
+  std::ranges::sort(sorted);
+  return std::ranges::adjacent_find(sorted) != sorted.end();
+}
+
+/// Keeps the corners of holes apart from their outer face and from earlier holes of it: a weld must not be what makes
+/// a hole touch, for which it would be deleted.
+void guardHoles(const MeshStorage& m, VertexGroups& groups) {
+  constexpr std::uint32_t kNoOuter = 0xFFFFFFFFu;
+  Buffer<std::uint32_t> metFor(m.mVertices.size(), kNoOuter);  // per group, the last outer face that it was met at
+  std::uint32_t current = 0;
+  const auto meet = [&](std::uint32_t face) {
+    for (const std::uint32_t v : m.mFaces.corners(face))
+      if (groups.groupOf(v) != VertexGroups::kNone) metFor[groups.groupOf(v)] = current;
+  };
+  for (const HoleTable::Group& group : m.mHoles.groupsByOuter(m.mFaces.size())) {
+    meet(group.outer);
+    for (const std::uint32_t hole : group.holes) {
+      if (hole >= m.mFaces.size()) continue;
+      for (const std::uint32_t v : m.mFaces.corners(hole))
+        if (groups.groupOf(v) != VertexGroups::kNone && metFor[groups.groupOf(v)] == current) groups.removeFromGroup(v);
+      meet(hole);
+    }
+    ++current;
+  }
+}
+
+/// Keeps a large tolerance from turning faces over or letting them visit a vertex twice.
+class LargeToleranceGuard {
+ public:
+  LargeToleranceGuard(const MeshStorage& mesh, VertexGroups& groups) : mMesh(mesh), mGroups(groups) {}
+
+  void run() {
+    for (std::size_t face = 0; face < mMesh.mFaces.size(); ++face) {
+      const auto corners = mMesh.mFaces.corners(face);
+      const auto isGrouped = [&](std::uint32_t v) { return mGroups.groupOf(v) != VertexGroups::kNone; };
+      if (std::ranges::any_of(corners, isGrouped) && wouldSpoil(face)) keepApart(corners);
+    }
+  }
+
+ private:
+  bool wouldSpoil(std::size_t face) {
+    mMerged.clear();
+    for (const std::uint32_t v : mMesh.mFaces.corners(face)) {
+      const std::uint32_t group = mGroups.groupOf(v);
+      const std::uint32_t seed = group == VertexGroups::kNone ? v : mGroups.seedOf(group);
+      if (mMerged.empty() || mMerged.back() != seed) mMerged.push_back(seed);
+    }
+    while (mMerged.size() > 1 && mMerged.back() == mMerged.front()) mMerged.pop_back();
+    // A face that collapses is accepted.
+    if (mMerged.size() < 3) return false;
+    if (hasRepeats(mMerged, mSorted)) return true;
+    Vec3 normal;
+    computeFaceNormal(mMesh.mVertices, mMerged, normal);
+    return dot(normal, mMesh.mFaces.normal(face)) <= 0.0;
+  }
+
+  void keepApart(std::span<const std::uint32_t> corners) {
+    for (const std::uint32_t v : corners)
+      if (mGroups.groupOf(v) != VertexGroups::kNone && mGroups.seedOf(mGroups.groupOf(v)) != v)
+        mGroups.removeFromGroup(v);
+  }
+
+  const MeshStorage& mMesh;
+  VertexGroups& mGroups;
+  std::vector<std::uint32_t> mMerged, mSorted;
+};
+
+/// Lets every index follow its vertex and closes up the vertices that are kept. Returns how many were merged away.
+std::uint64_t applyGroups(MeshStorage& m, VertexGroups&& groups) {
+  std::uint32_t keptCount = 0;
+  const Buffer<std::uint32_t> newNumbers = std::move(groups).intoNewNumbers(keptCount);
+  const std::size_t vertexCount = m.mVertices.size();
+  if (keptCount == vertexCount) return 0;
+
+  for (std::size_t face = 0; face < m.mFaces.size(); ++face)
+    for (std::uint32_t& v : m.mFaces.corners(face)) v = newNumbers[v];
+  const bool withLists = m.mVertexIndexLists.size() == vertexCount;
+  std::uint32_t next = 0;
+  for (std::size_t v = 0; v < vertexCount; ++v) {
+    // The first vertex of a new number is the one that keeps its place.
+    if (newNumbers[v] != next) continue;
+    m.mVertices[next] = m.mVertices[v];
+    if (withLists && next != v) m.mVertexIndexLists[next] = std::move(m.mVertexIndexLists[v]);
+    ++next;
+  }
+  m.mVertices.resize(keptCount);
+  if (withLists) m.mVertexIndexLists.resize(keptCount);
+  return vertexCount - keptCount;
+}
+
+std::uint64_t weld(Mesh& mesh, double tolerance) {
+  if (std::isnan(tolerance)) return 0;
+  MeshStorage& m = mesh.storage();
+  VertexGroups groups(m.mVertices, tolerance);
+  if (groups.empty()) return 0;
+  guardAgainstPinches(m.mFaces, groups);
+  if (!m.mHoles.empty()) guardHoles(m, groups);
+  if (tolerance > kLargeTolerance) LargeToleranceGuard(m, groups).run();
+  // Tag sets speak of faces, which stay: they need no update.
+  const std::uint64_t mergedCount = applyGroups(m, std::move(groups));
+  clearConnectivityCache(mesh);
+  return mergedCount;
+}
+
+}  // namespace
+
+std::uint64_t mergeVertices(Mesh& mesh, double tolerance, FaceNormals normals) {
+  if (mesh.storage().mFaces.empty()) return 0;
+  const std::uint64_t mergedCount = weld(mesh, tolerance);
+  sanitizeFaces(mesh);
+  removeUnusedVertices(mesh);
+  if (normals == FaceNormals::recomputed) recomputeFaceNormals(mesh);
+  return mergedCount;
+}
+
+}  // namespace util

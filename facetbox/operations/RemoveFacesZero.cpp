@@ -1,0 +1,24 @@
+#include <facetbox/operations/RemoveFacesZero.h>
+
+#include <facetbox/mesh/Maintenance.h>
+#include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/mesh/PolygonArea.h>
+
+namespace util {
+
+std::uint64_t removeFacesZero(Mesh& mesh, double threshold) {
+  MeshStorage& m = mesh.storage();
+  std::uint64_t clearedCount = 0;
+  for (std::size_t face = 0; face < m.mFaces.size(); ++face) {
+    if (!(threshold > computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face)))) continue;
+    m.mFaces.clear(face);
+    ++clearedCount;
+  }
+  if (clearedCount == 0) return 0;
+  compactPrimitives(mesh);
+  removeUnusedVertices(mesh);
+  clearConnectivityCache(mesh);
+  return clearedCount;
+}
+
+}  // namespace util

@@ -1,0 +1,183 @@
+#include <facetbox/spatial/BoxIndex.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace util {
+
+namespace {
+
+struct OfBoxes {
+  const ChunkedVector<Box>& boxes;
+
+  FloatBox operator()(std::uint32_t number) const { return FloatBox::around(boxes[number]); }
+  void prefetch(std::uint32_t number) const { __builtin_prefetch(&boxes[number]); }
+};
+
+struct OfBounds {
+  const std::vector<FloatBox>& bounds;
+
+  const FloatBox& operator()(std::uint32_t bucket) const { return bounds[bucket]; }
+  void prefetch(std::uint32_t) const {}
+};
+
+BoxDescent descentOf(const ViewVolume& volume) {
+  BoxDescent descent;
+  for (std::size_t i = 0; i < 6; ++i) {
+    BoxDescent::Plane& plane = descent.planes[i];
+    const Vec3 normal = volume.normal(i);
+    plane.x = static_cast<float>(normal.x);
+    plane.y = static_cast<float>(normal.y);
+    plane.z = static_cast<float>(normal.z);
+    plane.low = static_cast<float>(volume.offset(i));
+    plane.high = static_cast<float>(volume.farthest(i));
+    plane.bit = 1 << i;
+    const bool isPositive[3] = {normal.x > 0, normal.y > 0, normal.z > 0};
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      plane.inner[axis] = kBoxBlockWidth * (isPositive[axis] ? axis : axis + 3);
+      plane.outer[axis] = kBoxBlockWidth * (isPositive[axis] ? axis + 3 : axis);
+    }
+  }
+  descent.size = volume.size();
+  return descent;
+}
+
+}  // namespace
+
+void BoxIndex::build(const ChunkedVector<Box>& boxes) {
+  mBuckets.clear();
+  mSize = boxes.size();
+  std::vector<BoxKey> keys;
+  keys.reserve(mSize);
+  for (std::uint32_t i = 0; i < mSize; ++i)
+    if (meetsAnything(boxes[i])) keys.push_back(BoxKey::of(i, boxes[i]));
+  if (keys.empty()) return;
+  mBuckets.reserve(keys.size() / kBuilt + 2);
+  buildBuckets(keys, boxes);
+  buildTop();
+}
+
+void BoxIndex::buildBuckets(std::span<BoxKey> keys, const ChunkedVector<Box>& boxes) {
+  if (keys.size() <= kLargest) {
+    mBuckets.emplace_back().tree.build(keys, OfBoxes{boxes});
+    return;
+  }
+  // Whole powers of eight times as many on one side, so that the tree above comes out as compact.
+  std::size_t unit = kBuilt;
+  while (unit * kBoxBlockWidth < keys.size()) unit *= kBoxBlockWidth;
+  const std::size_t half = std::max<std::size_t>(1, (keys.size() + unit - 1) / unit / 2) * unit;
+  halve(keys, half);
+  buildBuckets(keys.first(half), boxes);
+  buildBuckets(keys.subspan(half), boxes);
+}
+
+void BoxIndex::buildTop() {
+  mBounds.clear();
+  for (const Bucket& bucket : mBuckets) mBounds.push_back(bucket.tree.bounds());
+  if (mBuckets.size() == 1) return;
+  std::vector<BoxKey> keys;
+  keys.reserve(mBuckets.size());
+  for (std::uint32_t i = 0; i < mBuckets.size(); ++i) keys.push_back(BoxKey::of(i, mBounds[i]));
+  mTop.build(keys, OfBounds{mBounds});
+  for (std::uint32_t place = 0; place < keys.size(); ++place) mBuckets[mTop.numbers()[place]].place = place;
+}
+
+void BoxIndex::refit(const ChunkedVector<Box>& boxes) {
+  for (Bucket& bucket : mBuckets) bucket.tree.refit(OfBoxes{boxes});
+  for (std::size_t i = 0; i < mBuckets.size(); ++i) mBounds[i] = mBuckets[i].tree.bounds();
+  if (mBuckets.size() > 1) mTop.refit(OfBounds{mBounds});
+}
+
+/// The bucket whose bounds grow least by the sum of their edges; of equal ones, the smallest.
+std::size_t BoxIndex::bucketFor(const FloatBox& box) const {
+  std::size_t best = 0;
+  float bestGrowth = FloatBox::kInfinity, bestSize = FloatBox::kInfinity;
+  for (std::size_t i = 0; i < mBounds.size(); ++i) {
+    const FloatBox& bounds = mBounds[i];
+    float growth = 0, size = 0;
+    for (int axis = 0; axis < 3; ++axis) {
+      growth += std::max(0.0f, bounds.min[axis] - box.min[axis]) + std::max(0.0f, box.max[axis] - bounds.max[axis]);
+      size += bounds.max[axis] - bounds.min[axis];
+    }
+    if (growth < bestGrowth || (growth == bestGrowth && size < bestSize)) {
+      best = i;
+      bestGrowth = growth;
+      bestSize = size;
+    }
+  }
+  return best;
+}
+
+void BoxIndex::append(const ChunkedVector<Box>& boxes) {
+  const auto number = static_cast<std::uint32_t>(mSize);
+  const Box& box = boxes[number];
+  ++mSize;
+  if (!meetsAnything(box)) return;
+  if (mBuckets.empty()) {
+    mBuckets.emplace_back().tree.build({}, OfBoxes{boxes});
+    buildTop();
+  }
+
+  const FloatBox outward = FloatBox::around(box);
+  const std::size_t chosen = bucketFor(outward);
+  Bucket& bucket = mBuckets[chosen];
+  mBounds[chosen].extend(outward);
+  const std::size_t size = bucket.tree.size() + 1;
+  if (bucket.tree.hasRoom() && size <= kLargest) {
+    bucket.tree.append(number, outward);
+    if (mBuckets.size() > 1) mTop.extend(bucket.place, outward);
+    return;
+  }
+  std::vector<BoxKey> keys;
+  keys.reserve(size);
+  for (const std::uint32_t of : bucket.tree.numbers()) __builtin_prefetch(&boxes[of]);  // they lie anywhere
+  for (const std::uint32_t of : bucket.tree.numbers()) keys.push_back(BoxKey::of(of, boxes[of]));
+  keys.push_back(BoxKey::of(number, box));
+  if (size <= kLargest) {
+    bucket.tree.build(keys, OfBoxes{boxes});
+    if (mBuckets.size() > 1) mTop.extend(bucket.place, outward);
+    return;
+  }
+  const std::span<BoxKey> all(keys);
+  halve(all, size / 2);
+  bucket.tree.build(all.first(size / 2), OfBoxes{boxes});
+  mBuckets.emplace_back().tree.build(all.subspan(size / 2), OfBoxes{boxes});
+  buildTop();
+}
+
+void BoxIndex::find(const ViewVolume& volume, Found& found, [[maybe_unused]] Instructions instructions) const {
+  found.boxes = {};
+  if (mBuckets.empty()) return;
+  BoxDescent descent = descentOf(volume);
+  const std::size_t room = std::max(mBuckets.size(), kLargest) / kBoxBlockWidth + 1 + kBoxBlockWidth;
+  if (found.mRoom.size() < 2 * room) found.mRoom.resize(2 * room);
+  if (found.mBuckets.size() < mBuckets.size()) found.mBuckets.resize(mBuckets.size());
+  if (found.mBoxes.size() < mSize) found.mBoxes.resize(mSize + mSize / 4);
+  descent.room[0] = found.mRoom.data();
+  descent.room[1] = found.mRoom.data() + room;
+  std::size_t count;
+#if defined(FACETBOX_HAS_AVX2)
+  static const bool hasAvx2 = __builtin_cpu_supports("avx2");
+  if (instructions == Instructions::best && hasAvx2)
+    count = find(descent, found, descendBoxesAvx2);
+  else
+#endif
+    count = find(descent, found, descendBoxesBase);
+  found.boxes = std::span(found.mBoxes.data(), count);
+}
+
+template <class Descend>
+std::size_t BoxIndex::find(const BoxDescent& descent, Found& found, Descend descend) const {
+  std::uint32_t* const first = found.mBoxes.data();
+  if (mBuckets.size() == 1) return mBuckets[0].tree.find(descent, BoxDescent::kAllPlanes, first, descend);
+  const std::size_t buckets = mTop.find(descent, BoxDescent::kAllPlanes, found.mBuckets.data(), descend);
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < buckets; ++i) {
+    const std::uint32_t bucket = found.mBuckets[i];
+    count += mBuckets[bucket / BoxDescent::kPlaneRange].tree.find(descent, bucket % BoxDescent::kPlaneRange,
+                                                                  first + count, descend);
+  }
+  return count;
+}
+
+}  // namespace util

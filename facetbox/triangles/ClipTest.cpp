@@ -1,0 +1,239 @@
+#include <facetbox/triangles/ClipTest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <span>
+#include <vector>
+
+#include <facetbox/math/OverlapsBox.h>
+#include <facetbox/math/Vec3.h>
+#include <facetbox/triangles/ClipProjection.h>
+#include <facetbox/triangles/ClipVertices.h>
+#include <facetbox/triangles/TriangleHierarchy.h>
+
+namespace util {
+
+namespace {
+
+constexpr std::size_t kAtOnce = 4;  // vertices; more would be for nothing where the first ones tell
+
+/// Whether no product of three coordinates overflows.
+bool isNear(const ClipVertex& v) {
+  const double most = std::min(1e100 * v.w, std::numeric_limits<double>::max());
+  return std::fabs(v.x) <= most && std::fabs(v.y) <= most && std::fabs(v.z) <= most;
+}
+
+void project(const ClipVertex& v, double p[3]) {
+  p[0] = v.x / v.w;
+  p[1] = v.y / v.w;
+  p[2] = v.z / v.w;
+}
+
+/// Room for vertices that is kept from call to call.
+std::span<ClipVertex> scratch(std::size_t size) {
+  static thread_local std::vector<ClipVertex> room;
+  if (room.size() < size) room.resize(size);
+  return std::span(room).first(size);
+}
+
+/// Whether all of some points lie in the cube. One that cannot be projected counts as where the one before it is, or at
+/// the cube's centre: in the cube.
+bool areInClipCube(std::span<const double> points, const double c[16]) {
+  ToClipVertices& toClipVertices = clipVerticesFor(Instructions::best);
+  ClipVertex inClip[kAtOnce];
+  // The first alone: often it is outside.
+  for (std::size_t first = 0, most = 1; first + 2 < points.size(); first += 3 * most, most = kAtOnce) {
+    const std::size_t count = std::min(most, (points.size() - first) / 3);
+    toClipVertices(c, &points[first], count, inClip);
+    for (std::size_t i = 0; i < count; ++i)
+      if (inClip[i].beyond != 0) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void multiply(const double a[16], const double b[16], double product[16]) {
+  for (int column = 0; column < 16; column += 4)
+    for (int row = 0; row < 4; row += 2) {
+      const Pair two = pairAt(a + row) * b[column] + pairAt(a + 4 + row) * b[column + 1] +
+                       pairAt(a + 8 + row) * b[column + 2] + pairAt(a + 12 + row) * b[column + 3];
+      std::memcpy(product + column + row, &two, sizeof two);
+    }
+}
+
+bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
+  const std::span<const double> vertices = mesh.vertexCoordinates();
+  const std::span<const std::uint32_t> indices = mesh.indices();
+  if (indices.empty()) return false;
+  const std::span<ClipVertex> inClip = scratch(vertices.size() / 3);
+  // Only as far as triangles ask for them: most meshes have their vertices in that order, and many end soon.
+  ToClipVertices& toClipVertices = clipVerticesFor(Instructions::best);
+  std::size_t ready = 0;
+
+  // Triangles that are beyond one face are apart. With corner 0 and another one in the cube, none of the axes of the
+  // overlap test separates, whatever the rounding: on each axis one of these two is projected, as a sum of two or three
+  // products of which no one is larger than the part that the same product has in the cube's reach. Only overflow
+  // could.
+  bool isAnyOpen = false;
+  for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
+    const std::uint32_t i0 = indices[i], i1 = indices[i + 1], i2 = indices[i + 2];
+    if (const std::size_t needed = std::size_t{std::max(std::max(i0, i1), i2)} + 1; ready < needed) {
+      const std::size_t count = std::min(std::max(needed - ready, kAtOnce), inClip.size() - ready);
+      toClipVertices(c, &vertices[3 * ready], count, &inClip[ready]);
+      ready += count;
+    }
+    const ClipVertex &a = inClip[i0], &b = inClip[i1], &d = inClip[i2];
+    if (a.beyond == 0 && (b.beyond == 0 || d.beyond == 0) && isNear(b.beyond == 0 ? d : b)) return true;
+    isAnyOpen = isAnyOpen || (a.beyond & b.beyond & d.beyond) == 0;
+  }
+  if (!isAnyOpen) return false;
+  for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
+    const ClipVertex &a = inClip[indices[i]], &b = inClip[indices[i + 1]], &d = inClip[indices[i + 2]];
+    if ((a.beyond & b.beyond & d.beyond) != 0) continue;
+    double p[9];
+    project(a, p);
+    project(b, p + 3);
+    project(d, p + 6);
+    if (overlapsBox(p, p + 3, p + 6, kClipCubeCentre, kClipCubeHalf)) return true;
+  }
+  return false;
+}
+
+bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
+  return areInClipCube(mesh.vertexCoordinates(), c);
+}
+
+// Over a box, x - w and x + w are linear functions like x and w themselves: their value at the centre, and a reach of
+// the sizes of their coefficients times the half-extents to both sides.
+//
+// Rounding: let S be the sum of the sizes of a coordinate's four terms, where x, y and z are as large as the box
+// allows. A vertex's coordinate comes out right to 4 ulp of S, and so do the values at the centre, the reaches and the
+// centre itself; the division adds half an ulp of a quotient near 1. 1e-13 of S covers that some hundred times over. So
+// when w - |x| exceeds 1e-13 (S of x + S of w) all over the box, the rounded quotient lies strictly within (-1, 1) for
+// each vertex; when x - w does, strictly above 1. Sizes of 1e-20 and more for w and of at most 1e100 for S keep clear
+// of the smallest w and of over- and underflow. NaN fails every comparison: unsure.
+ClipSide sideOfClipCube(const Box& box, const double c[16]) {
+  constexpr double kRounding = 1e-13;
+  const auto sizes = [](Pair p) { return p < 0 ? -p : p; };
+  const Vec3 half = (box.max - box.min) / 2, centre = box.min + half;
+  if (!(half.x >= 0 && half.y >= 0 && half.z >= 0)) return ClipSide::unsure;
+  const double at[3] = {centre.x, centre.y, centre.z}, reach[3] = {half.x, half.y, half.z};
+  Pair xy = pairAt(c + 12), zw = pairAt(c + 14), sumsOfXy = sizes(xy), sumsOfZw = sizes(zw);
+  for (int i = 0; i < 3; ++i) {
+    const Pair a = pairAt(c + 4 * i), b = pairAt(c + 4 * i + 2);
+    const double size = std::fabs(at[i]) + reach[i];
+    xy += a * at[i];
+    zw += b * at[i];
+    sumsOfXy += sizes(a) * size;
+    sumsOfZw += sizes(b) * size;
+  }
+  const double reachOfW = std::fabs(c[3]) * half.x + std::fabs(c[7]) * half.y + std::fabs(c[11]) * half.z;
+  if (!(std::fabs(zw[1]) - reachOfW > 1e-20 + kRounding * sumsOfZw[1])) return ClipSide::unsure;
+  if (!(sumsOfXy[0] <= 1e100 && sumsOfXy[1] <= 1e100 && sumsOfZw[0] <= 1e100 && sumsOfZw[1] <= 1e100))
+    return ClipSide::unsure;
+
+  // Where w is below 0 all over the box, -w is what counts. x - w and y - w, then -x - w and -y - w, then z - w and
+  // -z - w: each is above 0 beyond its face.
+  const double sign = zw[1] < 0 ? -1.0 : 1.0, w = sign * zw[1];
+  const Pair z{zw[0], -zw[0]};
+  Pair reachOfXy{0, 0}, reachOfMinusXy{0, 0}, reachOfZ{0, 0};
+  for (int i = 0; i < 3; ++i) {
+    const Pair a = pairAt(c + 4 * i), b{c[4 * i + 2], -c[4 * i + 2]};
+    const double ofW = sign * c[4 * i + 3];
+    reachOfXy += sizes(a - ofW) * reach[i];
+    reachOfMinusXy += sizes(a + ofW) * reach[i];
+    reachOfZ += sizes(b - ofW) * reach[i];
+  }
+  const Pair margin = kRounding * (sumsOfXy + sumsOfZw[1]);
+  const double marginOfZ = kRounding * (sumsOfZw[0] + sumsOfZw[1]);
+  const auto outside =
+      (xy - w - reachOfXy > margin) | (-xy - w - reachOfMinusXy > margin) | (z - w - reachOfZ > marginOfZ);
+  if ((outside[0] | outside[1]) != 0) return ClipSide::outside;
+  const auto inside =
+      (xy - w + reachOfXy < -margin) & (-xy - w + reachOfMinusXy < -margin) & (z - w + reachOfZ < -marginOfZ);
+  return (inside[0] & inside[1]) != 0 ? ClipSide::inside : ClipSide::unsure;
+}
+
+namespace {
+
+enum class Verdict { yes, no, openStill };
+
+/// Walks down the subtrees that lie on neither side for certain.
+///
+/// `atChild(side)` is asked for each child box, `atTriangle(corners)` for each triangle that is left, nine coordinates;
+/// both may end the walk with a verdict. After too many triangles it ends openly: the plain loop is faster then.
+template <class AtChild, class AtTriangle>
+Verdict walk(const TriangleHierarchy& hierarchy, const double c[16], AtChild atChild, AtTriangle atTriangle) {
+  const TriangleHierarchy::View view = hierarchy.view();
+  constexpr int kWidth = TriangleHierarchy::kWidth;
+  std::size_t patience = 64 + hierarchy.triangleCount() / 16;
+  TriangleHierarchy::Reference stack[(kWidth - 1) * TriangleHierarchy::kMaxDepth + kWidth];
+  int depth = 0;
+  stack[depth++] = view.root;
+  while (depth > 0) {
+    const TriangleHierarchy::Reference reference = stack[--depth];
+    if ((reference & TriangleHierarchy::kLeaf) == 0) {
+      const TriangleHierarchy::Node& node = view.node(reference);
+      for (int child = 0; child < kWidth; ++child) {
+        if (node.bounds[0][child] > node.bounds[3][child]) continue;
+        const ClipSide side = sideOfClipCube(hierarchy.childBox(node, child), c);
+        if (side == ClipSide::unsure)
+          stack[depth++] = node.child[child];
+        else if (const Verdict verdict = atChild(side); verdict != Verdict::openStill)
+          return verdict;
+      }
+      continue;
+    }
+    const TriangleHierarchy::Block& block = view.block(reference);
+    for (int lane = 0; lane < kWidth && block.reach[lane] >= 0; ++lane) {
+      if (patience-- == 0) return Verdict::openStill;
+      const Verdict verdict = atTriangle(TriangleHierarchy::View::exact(block)[lane].corner);
+      if (verdict != Verdict::openStill) return verdict;
+    }
+  }
+  return Verdict::no;
+}
+
+/// Whether a mesh has a hierarchy that knows of all its triangles.
+bool canWalk(const TriangleMesh& mesh) {
+  return mesh.hierarchy() != nullptr && mesh.hierarchy()->isUsable() && mesh.hierarchy()->isComplete();
+}
+
+}  // namespace
+
+bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
+  if (!canWalk(mesh) || mesh.vertexCoordinates().size() <= 3 * kFewVertices) return overlapsClipCubePlain(mesh, c);
+  const Verdict verdict = walk(
+      *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::inside ? Verdict::yes : Verdict::openStill; },
+      [&](const double* corners) {
+        double p[9];
+        for (int k = 0; k < 9; k += 3)
+          if (!projectToClipSpace(c, corners + k, p + k)) p[k] = p[k + 1] = p[k + 2] = 0.0;
+        return overlapsBox(p, p + 3, p + 6, kClipCubeCentre, kClipCubeHalf) ? Verdict::yes : Verdict::openStill;
+      });
+  return verdict == Verdict::openStill ? overlapsClipCubePlain(mesh, c) : verdict == Verdict::yes;
+}
+
+bool liesInClipCube(const TriangleMesh& mesh, const double c[16]) {
+  // The loop ends at the first vertex outside: where that is an early one, nothing is faster.
+  constexpr std::size_t kEarly = 64;
+  const std::span<const double> vertices = mesh.vertexCoordinates();
+  if (!canWalk(mesh) || vertices.size() <= 3 * kEarly) return liesInClipCubePlain(mesh, c);
+  if (!areInClipCube(vertices.first(3 * kEarly), c)) return false;
+  const Verdict isAnyOutside = walk(
+      *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::outside ? Verdict::yes : Verdict::openStill; },
+      [&](const double* corners) {
+        return areInClipCube(std::span(corners, 9), c) ? Verdict::openStill : Verdict::yes;
+      });
+  if (isAnyOutside == Verdict::openStill) return liesInClipCubePlain(mesh, c);
+  return isAnyOutside == Verdict::no && std::ranges::all_of(mesh.hierarchy()->looseVertices(), [&](std::uint32_t v) {
+           return areInClipCube(vertices.subspan(3 * std::size_t{v}, 3), c);
+         });
+}
+
+}  // namespace util

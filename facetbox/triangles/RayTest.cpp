@@ -1,0 +1,163 @@
+#include <facetbox/triangles/RayTest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include <facetbox/base/Buffer.h>
+#include <facetbox/math/Angle.h>
+#include <facetbox/math/Matrix4.h>
+#include <facetbox/math/Vec3.h>
+#include <facetbox/triangles/RayDescent.h>
+#include <facetbox/triangles/TriangleHierarchy.h>
+
+namespace util {
+namespace {
+
+Vec3 toVec3(const double* p) { return {p[0], p[1], p[2]}; }
+
+/// The test itself, on one triangle with the edges e1 and e2 from the corner that the origin lies s away from. A hit
+/// replaces an equal one where `winsTies` says so.
+template <class WinsTies>
+inline void testTriangle(const Vec3& e1, const Vec3& e2, const Vec3& s, const Vec3& direction, std::uint32_t triangle,
+                         WinsTies winsTies, ExactSearch& search) {
+  const Vec3 pvec = cross(direction, e2);
+  const double det = dot(e1, pvec);
+  if (-kSmallestDeterminant < det && det < kSmallestDeterminant) return;
+  const double inverse = 1.0 / det;
+  const double u = dot(s, pvec) * inverse;
+  if (!(0.0 <= u && u <= 1.0)) return;
+  const Vec3 qvec = cross(s, e1);
+  const double v = dot(direction, qvec) * inverse;
+  if (v < 0.0 || u + v > 1.0) return;
+  const double t = dot(e2, qvec) * inverse;
+  if (!(t >= 0.0 && (t < search.best || (t == search.best && winsTies())))) return;
+  search.best = t;
+  search.triangle = triangle;
+  search.edge1 = e1;
+  search.edge2 = e2;
+}
+
+bool report(const ExactSearch& search, double* t, double* normalOut) {
+  if (!(search.best < kFarthest)) return false;
+  *t = search.best;
+  if (normalOut != nullptr) {
+    const Vec3 normal = normalised(cross(search.edge1, search.edge2));
+    normalOut[0] = normal.x;
+    normalOut[1] = normal.y;
+    normalOut[2] = normal.z;
+  }
+  return true;
+}
+
+/// The largest absolute coordinate.
+double largestOf(const Vec3& v) { return std::max(std::max(std::fabs(v.x), std::fabs(v.y)), std::fabs(v.z)); }
+/// Unlike the largest, this is NaN where a component is.
+double sumOf(const Vec3& v) { return std::fabs(v.x) + std::fabs(v.y) + std::fabs(v.z); }
+
+RayDescent& descentFor(Instructions instructions) {
+#if defined(FACETBOX_HAS_AVX2)
+  static const bool hasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+  if (instructions == Instructions::best && hasAvx2) return descendAvx2;
+#endif
+  static_cast<void>(instructions);
+  return descendBase;
+}
+
+}  // namespace
+
+void testPlaced(const double vectors[12], std::uint32_t triangle, ExactSearch& search) {
+  testTriangle(
+      toVec3(vectors), toVec3(vectors + 4), toVec3(vectors + 8), toVec3(search.direction), triangle,
+      [&] { return triangle < search.triangle; }, search);
+}
+
+RayPlacement::RayPlacement(const TriangleMesh& mesh, const double matrix[16]) {
+  const TriangleHierarchy* hierarchy = mesh.hierarchy();
+  if (hierarchy == nullptr || !hierarchy->isUsable()) return;
+  const double* m = matrix;
+  const Vec3 row[3] = {{m[0], m[4], m[8]}, {m[1], m[5], m[9]}, {m[2], m[6], m[10]}};
+  std::copy_n(m + 12, 3, translation);
+  const double largest = std::max({largestOf(row[0]), largestOf(row[1]), largestOf(row[2])});
+  const double a = std::max({sumOf(row[0]), sumOf(row[1]), sumOf(row[2])});
+  const double sum = sumOf(row[0]) + sumOf(row[1]) + sumOf(row[2]) + sumOf(toVec3(translation));
+  const double translationSize = largestOf(toVec3(translation));
+  const double worldSize = a * hierarchy->magnitude() + translationSize;
+  // Spelt so that NaN fails, here and below.
+  if (!(worldSize < kLargestMagnitude && sum < kLargestMagnitude)) return;
+  cornerError = 5 * kUnit * worldSize;
+  edge = 1.01 * (a * hierarchy->longestEdge() + 2 * cornerError);
+
+  const Vec3 cofactors[3] = {cross(row[1], row[2]), cross(row[2], row[0]), cross(row[0], row[1])};
+  const double determinant = dot(row[0], cofactors[0]);
+  const double inverse = 1.0 / determinant;
+  const double inverseError = 64 * kUnit * largest * largest * largest * std::fabs(inverse);
+  if (!(inverseError < 1e-3) || !(std::fabs(determinant) > 1e-280)) return;
+  const double scale = hierarchy->scale();
+  for (int k = 0; k < 3; ++k) {
+    const double column[3] = {cofactors[k].x, cofactors[k].y, cofactors[k].z};
+    for (int i = 0; i < 3; ++i) {
+      columns[k][i] = scale * inverse * column[i];
+      rowSums[i] += std::fabs(columns[k][i]);
+    }
+  }
+  largestRowSum = largestOf(toVec3(rowSums));
+  const Vec3 unitCenter = scale * hierarchy->center();
+  center[0] = unitCenter.x;
+  center[1] = unitCenter.y;
+  center[2] = unitCenter.z;
+  for (int i = 0; i < 3; ++i) rowSums[i] += 130 * kFloatUnit * largestRowSum;
+  growth = 1.01 * (a / scale);
+  worldReach = 1.01 * worldSize + edge;
+  meshReach = growth + 1.01 * (4 * inverseError * translationSize + cornerError) + edge;
+  pointError = cornerError + 14 * kUnit * edge + 6 * kUnit * translationSize;
+  imageError = 1.01 * (4 * inverseError);
+  determinantError = 32 * kUnit * edge * edge;
+  volume = std::fabs(determinant) / (scale * scale * scale);
+  commonWidth = scale * (3 * inverseError + 10 * kUnit) * hierarchy->magnitude();
+  isUsable =
+      sumOf(toVec3(rowSums)) < 1e100 && volume > 1e-200 && volume < 1e200 && growth < 1e100 && commonWidth < 1e30;
+}
+
+bool intersectRay(const TriangleMesh& mesh, const RayPlacement& placement, const double matrix[16],
+                  const double origin[3], const double direction[3], double* t, double* normalOut,
+                  Instructions instructions) {
+  if (!placement.isUsable) return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
+  ExactSearch search{matrix, origin, direction, kFarthest, 0, {}, {}};
+  if (!descentFor(instructions)(mesh.hierarchy()->view(), placement, search))
+    return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
+  return report(search, t, normalOut);
+}
+
+bool intersectRay(const TriangleMesh& mesh, const double matrix[16], const double origin[3], const double direction[3],
+                  double* t, double* normalOut) {
+  return intersectRay(mesh, RayPlacement(mesh, matrix), matrix, origin, direction, t, normalOut);
+}
+
+bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const double origin[3],
+                       const double direction[3], double* t, double* normalOut) {
+  const std::span<const std::uint32_t> indices = mesh.indices();
+  const std::span<const double> coordinates = mesh.vertexCoordinates();
+  constexpr std::size_t kFewVertices = 32;
+  const std::size_t count = coordinates.size() / 3;
+  Vec3 few[kFewVertices];
+  Buffer<Vec3> many;
+  Vec3* world = few;
+  if (count > kFewVertices) {
+    many.resize(count);
+    world = many.data();
+  }
+  for (std::size_t v = 0; v < count; ++v) world[v] = transformPoint(matrix, toVec3(coordinates.data() + 3 * v));
+  ExactSearch search{matrix, origin, direction, kFarthest, 0, {}, {}};
+  for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
+    const Vec3& p0 = world[indices[i]];
+    testTriangle(
+        world[indices[i + 1]] - p0, world[indices[i + 2]] - p0, toVec3(origin) - p0, toVec3(direction),
+        static_cast<std::uint32_t>(i / 3), [] { return false; }, search);
+  }
+  return report(search, t, normalOut);
+}
+
+}  // namespace util

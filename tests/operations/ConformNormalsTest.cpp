@@ -1,0 +1,190 @@
+#include <facetbox/operations/ConformNormals.h>
+
+#include <facetbox/mesh/PolygonArea.h>
+#include <tests/support/PlainMesh.h>
+
+namespace {
+
+using namespace support;
+using Matrix = std::array<double, 16>;
+
+constexpr Matrix kIdentity = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
+/// Reversal with a shift: entry n - j goes to place (j + shift) mod n, for j = 1 to n.
+Indices reversed(const Indices& old, std::size_t shift) {
+  Indices turned(old.size());
+  for (std::size_t j = 1; j <= old.size(); ++j) turned[(j + shift) % old.size()] = old[old.size() - j];
+  return turned;
+}
+
+/// The corners as a flip leaves them: the second one leads.
+Indices flipped(const Indices& face) { return reversed(face, 1); }
+
+/// The point below a set of points; a NaN coordinate does not count.
+Vec3 pointBelow(const std::vector<Vec3>& points) {
+  Vec3 low{kInfinity, kInfinity, kInfinity}, high = -low;
+  for (const Vec3& p : points) {
+    low = {std::fmin(low.x, p.x), std::fmin(low.y, p.y), std::fmin(low.z, p.z)};
+    high = {std::fmax(high.x, p.x), std::fmax(high.y, p.y), std::fmax(high.z, p.z)};
+  }
+  return {(low.x + high.x) * 0.5, low.y - 1.0, (low.z + high.z) * 0.5};
+}
+
+/// The slow twin, with maps and a queue.
+void conformSlowly(PlainMesh& mesh, const Matrix& m) {
+  std::map<Edge, Indices> users;
+  for (std::uint32_t f = 0; f < mesh.mFaces.size(); ++f) {
+    mesh.mFaces[f].mNormalIndices.clear();
+    for (const auto& [u, w] : edgesOf(mesh.mFaces[f].mCorners)) users[std::minmax(u, w)].push_back(f);
+  }
+  std::vector<Vec3> points;
+  for (const Vec3& p : mesh.mVertices)
+    points.push_back({m[0] * p.x + m[4] * p.y + m[8] * p.z + m[12], m[1] * p.x + m[5] * p.y + m[9] * p.z + m[13],
+                      m[2] * p.x + m[6] * p.y + m[10] * p.z + m[14]});
+  std::map<std::uint32_t, std::uint32_t> outerOf;
+  for (const auto& [outer, holes] : mesh.mHoles)
+    for (const std::uint32_t hole : holes) outerOf.try_emplace(hole, outer);
+
+  std::vector<unsigned> states(mesh.mFaces.size(), 0);
+  for (std::uint32_t seed = 0; seed < mesh.mFaces.size(); ++seed) {
+    if (states[seed] != 0) continue;
+    Indices piece;  // the queue, with what has left it
+    const auto reach = [&](std::uint32_t face, unsigned state) {
+      if (states[face] != 0) return;
+      states[face] = state;
+      piece.push_back(face);
+    };
+    reach(seed, 1);
+    for (std::size_t at = 0; at < piece.size(); ++at) {
+      const std::uint32_t f = piece[at];
+      for (const Edge& edge : edgesOf(mesh.mFaces[f].mCorners)) {
+        const Indices& both = users[std::minmax(edge.first, edge.second)];
+        if (both.size() != 2) continue;
+        for (const std::uint32_t g : both)
+          for (const Edge& other : edgesOf(mesh.mFaces[g].mCorners)) {
+            if (std::minmax(other.first, other.second) != std::minmax(edge.first, edge.second)) continue;
+            reach(g, other == edge ? 3 - states[f] : states[f]);
+            break;
+          }
+      }
+      if (outerOf.contains(f)) reach(outerOf[f], states[f]);
+      if (mesh.mHoles.contains(f))
+        for (const std::uint32_t hole : mesh.mHoles[f]) reach(hole, states[f]);
+    }
+
+    std::vector<Vec3> corners = points;
+    if (piece.size() > 1) corners.clear();
+    for (const std::uint32_t f : piece)
+      for (const std::uint32_t v : mesh.mFaces[f].mCorners) corners.push_back(points[v]);
+    const Vec3 reference = pointBelow(corners);
+    double sum = 0.0;
+    for (const std::uint32_t f : piece) {
+      if (outerOf.contains(f)) continue;
+      Vec3 normal;
+      util::computeFaceNormal(points, mesh.mFaces[f].mCorners, normal);
+      const double term = util::computePolygonArea(points, mesh.mFaces[f].mCorners, normal) *
+                          dot(normal, points[mesh.mFaces[f].mCorners[0]] - reference);
+      sum += states[f] == 2 ? -term : term;
+    }
+    for (const std::uint32_t f : piece) {
+      if (states[f] != (sum > 0.0 ? 2u : 1u)) continue;
+      PlainFace& face = mesh.mFaces[f];
+      face.mCorners = flipped(face.mCorners);
+      face.mNormal = -face.mNormal;
+      for (auto& [set, indices] : face.mSets) indices = reversed(indices, set == 10 ? 0 : 1);
+    }
+  }
+}
+
+/// Cubes with some faces turned over and some missing, or many triangles around few vertices.
+PlainMesh randomPieces(std::mt19937& random) {
+  std::set<std::array<int, 3>> cubes;
+  for (int i = pick(random, 1, 8); i > 0; --i)
+    cubes.insert({pick(random, 0, 2), pick(random, 0, 2), pick(random, 0, 1)});
+  Surface surface = surfaceOf(cubes, 1.0);
+  if (oneIn(random, 5)) {
+    surface.mPoints.resize(25, {1, 2, 3});
+    surface.mFaces.clear();
+    for (int f = pick(random, 40, 120); f > 0; --f)
+      surface.mFaces.push_back({below(random, 2), 2 + below(random, 23), 2 + below(random, 23)});
+  }
+  for (Indices& face : surface.mFaces)
+    if (oneIn(random, 4)) std::ranges::reverse(face);
+  std::erase_if(surface.mFaces, [&](const Indices&) { return oneIn(random, 10); });
+  std::rotate(surface.mFaces.begin(), surface.mFaces.begin() + below(random, surface.mFaces.size() + 1),
+              surface.mFaces.end());
+  return plainOf(meshOf(surface.mPoints, surface.mFaces));
+}
+
+TEST(ConformNormals, equalsItsSlowTwinOnRandomMeshes) {
+  unsigned flips = 0, partial = 0;
+  for (unsigned seed = 0; seed < 4000; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    PlainMesh twin = seed % 2 == 0 ? randomPieces(random) : randomFaceMesh(random, 1.0);
+    const auto faceCount = static_cast<std::uint32_t>(twin.mFaces.size());
+    if (oneIn(random, 10)) twin.mVertices[below(random, 3)].y = oneIn(random, 2) ? kNaN : kInfinity;
+    // A chain of holes, one of them below two outer faces.
+    if (oneIn(random, 4) && faceCount > 3) twin.mHoles[faceCount - 1] = {0, 1}, twin.mHoles[1] = {0, 2};
+    Mesh mesh = buildMesh(twin);
+    const Faces before = facesOf(mesh);
+    Matrix transform = kIdentity;
+    if (oneIn(random, 2))
+      for (double& entry : transform) entry = pick(random, -2, 2);
+    if (oneIn(random, 8)) transform[below(random, 16)] = kNaN;
+
+    conformSlowly(twin, transform);
+    util::conformNormals(mesh, transform.data());
+    expectSame(mesh, twin);
+    EXPECT_TRUE(mesh.storage().mNormals.empty());
+    std::size_t kept = 0;
+    const Faces after = facesOf(mesh);
+    for (std::size_t f = 0; f < after.size(); ++f) kept += after[f] == before[f];
+    flips += kept < after.size();
+    partial += kept > 0 && kept < after.size();
+  }
+  EXPECT_GT(flips, 3000u);
+  EXPECT_GT(partial, 2000u);
+}
+
+TEST(ConformNormals, closedPiecesEndWithPositiveVolumeWhereverTheyAreAndASecondRunChangesNothing) {
+  const Surface cube = surfaceOf({{0, 0, 0}}, 1.0);
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    std::vector<Vec3> points;
+    Faces faces;
+    for (int piece = 0; piece < 4; ++piece) {
+      const auto base = static_cast<std::uint32_t>(points.size());
+      const double place = 1000.0 * pick(random, -1, 1);
+      for (const Vec3& p : cube.mPoints) points.push_back(p + Vec3{place, -2.0 * place, 3.0 * piece});
+      for (Indices face : cube.mFaces) {
+        for (std::uint32_t& v : face) v += base;
+        faces.push_back(oneIn(random, 2) ? flipped(face) : face);
+      }
+    }
+    Mesh mesh = meshOf(points, faces);
+    util::conformNormals(mesh, kIdentity.data());
+    double sixfold = 0.0;
+    for (const Indices& f : facesOf(mesh))
+      for (std::size_t i = 2; i < f.size(); ++i) sixfold += dot(points[f[0]], cross(points[f[i - 1]], points[f[i]]));
+    EXPECT_NEAR(sixfold / 6, 4.0, 1e-6);
+    const Faces once = facesOf(mesh);
+    util::conformNormals(mesh, kIdentity.data());
+    EXPECT_EQ(facesOf(mesh), once);
+  }
+}
+
+TEST(ConformNormals, singleFlatFaceLooksUpAndAHoleLargerThanItsFaceDoesNotCount) {
+  const std::vector<Vec3> points = {{0, 0, 0}, {0, 0, 1}, {1, 0, 1}, {-9, 0, -9}, {-9, 0, 9}, {9, 0, 9}};
+  const Faces faces{{0, 1, 2}, {5, 4, 3}};
+  for (const Indices& holes : {Indices{}, Indices{0, 1, kEnd}})
+    for (const Faces& given : {faces, Faces{flipped(faces[0]), flipped(faces[1])}}) {
+      Mesh mesh = meshOf(points, given, holes);
+      util::conformNormals(mesh, kIdentity.data());
+      EXPECT_EQ(facesOf(mesh)[0], faces[0]);
+      EXPECT_EQ(mesh.storage().mFaces.normal(1).y, holes.empty() ? 1 : -1);
+    }
+}
+
+}  // namespace
