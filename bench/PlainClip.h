@@ -19,7 +19,7 @@ inline bool plainOverlapsClipCube(const util::TriangleMesh& mesh, const double c
   const std::span<const std::uint32_t> indices = mesh.indices();
   for (std::size_t i = 0; i < indices.size(); i += 3)
     if (util::overlapsBox(&projected[3 * std::size_t{indices[i]}], &projected[3 * std::size_t{indices[i + 1]}],
-                          &projected[3 * std::size_t{indices[i + 2]}], util::kClipCubeCentre, util::kClipCubeHalf))
+                          &projected[3 * std::size_t{indices[i + 2]}], util::kClipCubeCenter, util::kClipCubeHalf))
       return true;
   return false;
 }

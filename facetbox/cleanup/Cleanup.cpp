@@ -63,7 +63,7 @@ void writeBytes(std::wostream& stream, const char* text) {
 
 const Cleanup::MeshData* Cleanup::mergeVertices(float tolerance, const MeshData& data) {
   // A record holds no normals.
-  return runOperation(data, [=](util::Mesh& mesh) { util::mergeVertices(mesh, tolerance, util::FaceNormals::left); });
+  return runOperation(data, [=](util::Mesh& mesh) { util::mergeVertices(mesh, tolerance, util::NormalUpdate::skip); });
 }
 
 const Cleanup::MeshData* Cleanup::removeVerticesColinear(float tolerance, bool keepTextureMapping,

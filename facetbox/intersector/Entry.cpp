@@ -4,7 +4,7 @@
 #include <span>
 #include <utility>
 
-#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/FrustumCulling.h>
 #include <facetbox/triangles/TriangleMeshFactory.h>
 
 namespace {

@@ -7,13 +7,13 @@
 
 #include <facetbox/math/Vec3.h>
 #include <facetbox/triangles/RayTest.h>
-#include <facetbox/util/Triangulator.h>
+#include <facetbox/util/TriangleMesh.h>
 
 /// A mesh in the world.
 struct Instance {
   std::shared_ptr<const util::TriangleMesh> mMesh;       ///< with its edges
   std::optional<std::array<double, 16>> mTransform;      ///< none: the mesh is the instance's own and lies in the world
-  std::unique_ptr<const util::RayPlacement> mPlacement;  ///< made by the first ray after a change
+  std::unique_ptr<const util::RayTransform> mPlacement;  ///< made by the first ray after a change
 };
 
 /// An object of the intersector.

@@ -10,7 +10,7 @@
 
 #include <facetbox/math/OverlapsBox.h>
 #include <facetbox/triangles/ClipProjection.h>
-#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/FrustumCulling.h>
 
 using Positions = std::span<const double>;
 
@@ -115,7 +115,7 @@ bool boxOverlapsVolume(const Entry& entry, const double view[16], QueryScratch& 
   for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) projectBoxVertex(view, &vertices[v], projected + v);
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3)
     if (util::overlapsBox(projected + 3 * std::size_t{indices[i]}, projected + 3 * std::size_t{indices[i + 1]},
-                          projected + 3 * std::size_t{indices[i + 2]}, util::kClipCubeCentre, util::kClipCubeHalf))
+                          projected + 3 * std::size_t{indices[i + 2]}, util::kClipCubeCenter, util::kClipCubeHalf))
       return true;
   return false;
 }
@@ -163,7 +163,7 @@ bool intersectsRay(Entry& entry, const double origin[3], const double direction[
     double* normalSlot = normal ? instanceNormal : nullptr;
     bool meets;
     if (instance.mMesh->hierarchy()) {
-      if (!instance.mPlacement) instance.mPlacement = std::make_unique<util::RayPlacement>(*instance.mMesh, matrix);
+      if (!instance.mPlacement) instance.mPlacement = std::make_unique<util::RayTransform>(*instance.mMesh, matrix);
       meets =
           util::intersectRay(*instance.mMesh, *instance.mPlacement, matrix, origin, direction, &instanceT, normalSlot);
     } else {

@@ -137,12 +137,13 @@ class FACETBOX_EXPORT Intersector {
   /// @param eye        where depth is 0; not necessarily that of the matrix
   /// @param direction  of any length; depths are in units of its length
   /// @param point      the point, in the world
-  /// @param out2, out3, out4  corners of the triangle that it lies on, in the world, in the order of the triangle
+  /// @param corner0, corner1, corner2  corners of the triangle that it lies on, in the world, in the order of the
+  /// triangle
   /// @return whether there is one; if not, the four outputs are untouched
   /// About O(log triangles) per instance while few triangles are as near as the nearest.
   virtual bool findNearestInFrustum(std::size_t handle, const float matrix[16], const float eye[3],
-                                    const float direction[3], float point[3], float out2[3], float out3[3],
-                                    float out4[3]) = 0;
+                                    const float direction[3], float point[3], float corner0[3], float corner1[3],
+                                    float corner2[3]) = 0;
 
   /// Where a ray first hits an instance, both sides of its triangles counting; of equal distances the earlier instance
   /// counts. The box takes no part.

@@ -9,10 +9,10 @@
 #include <facetbox/math/Matrix4.h>
 #include <facetbox/math/OverlapsBox.h>
 #include <facetbox/triangles/ClipProjection.h>
-#include <facetbox/triangles/ClipTest.h>
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/FrustumCulling.h>
+#include <facetbox/triangles/TriangleBvh.h>
 
-using util::TriangleHierarchy;
+using util::TriangleBvh;
 using util::Vec3;
 
 namespace {
@@ -106,7 +106,7 @@ bool overlapsClipCube(const double c[16], const double* const (&vertices)[3]) {
   double p[3][3];
   for (int k = 0; k < 3; ++k)
     if (!util::projectToClipSpace(c, vertices[k], p[k])) std::fill_n(p[k], 3, 0.0);
-  return util::overlapsBox(p[0], p[1], p[2], util::kClipCubeCentre, util::kClipCubeHalf);
+  return util::overlapsBox(p[0], p[1], p[2], util::kClipCubeCenter, util::kClipCubeHalf);
 }
 
 }  // namespace
@@ -176,7 +176,7 @@ void NearestSearch::testAll(const util::TriangleMesh& mesh) {
 
 // Linear functions over the boxes of a hierarchy tell what may be passed over: w, the distances w - x, w + x, ... to
 // the planes, and the depth. In unit coordinates a function is f0 + f . u with |u| <= 1 on every axis; over a box of
-// centre m and half-size s it lies between f . m - |f| . s and f . m + |f| . s, plus f0.
+// center m and half-size s it lies between f . m - |f| . s and f . m + |f| . s, plus f0.
 //
 // Rounding. Let S be the sum of the sizes of a function's terms where x, y and z are as large as any of the mesh's. The
 // exact test computes a vertex's clip coordinates, and its place in the world, to 4 ulp of S, and each of the seven
@@ -217,7 +217,7 @@ class UnitFunction {
  public:
   UnitFunction() = default;
   /// @param margin  for rounding in doubles; that in floats is added
-  UnitFunction(const Linear& g, const TriangleHierarchy& hierarchy, double margin) {
+  UnitFunction(const Linear& g, const TriangleBvh& hierarchy, double margin) {
     const double unit = 1 / hierarchy.scale();
     const Vec3& center = hierarchy.center();
     mOrigin = g.f[0] * center.x + g.f[1] * center.y + g.f[2] * center.z + g.f0;
@@ -243,9 +243,9 @@ class UnitFunction {
 
 }  // namespace
 
-class NearestSearch::Descent {
+class NearestSearch::Traversal {
  public:
-  Descent(NearestSearch& search, const TriangleHierarchy& hierarchy) : mSearch(search), mView(hierarchy.view()) {
+  Traversal(NearestSearch& search, const TriangleBvh& hierarchy) : mSearch(search), mView(hierarchy.view()) {
     mIsPossible = prepare(hierarchy);
     mPatience = 80 + hierarchy.triangleCount() / 64;
   }
@@ -255,24 +255,24 @@ class NearestSearch::Descent {
   bool run();
 
  private:
-  static constexpr int kWidth = TriangleHierarchy::kWidth;
+  static constexpr int kWidth = TriangleBvh::kWidth;
 
   struct Plane {
     UnitFunction distance;
     float outside, inside;  ///< limits
   };
   struct Waiting {
-    TriangleHierarchy::Reference reference;
+    TriangleBvh::Reference reference;
     float nearest;  ///< a bound of the depth, scaled
     bool isInside;  ///< whether all below lies in the volume
   };
 
-  bool prepare(const TriangleHierarchy& hierarchy);
-  void openNode(const TriangleHierarchy::Node& node, bool isInside);
-  bool testBlock(const TriangleHierarchy::Block& block, bool isInside);
+  bool prepare(const TriangleBvh& hierarchy);
+  void openNode(const TriangleBvh::Node& node, bool isInside);
+  bool testBlock(const TriangleBvh::Block& block, bool isInside);
 
   NearestSearch& mSearch;
-  const TriangleHierarchy::View mView;
+  const TriangleBvh::View mView;
   bool mIsPossible;
   std::size_t mPatience;  ///< with triangles that have to be clipped: for many of them, the plain loop is faster
   Plane mPlanes[kPlanes];
@@ -280,10 +280,10 @@ class NearestSearch::Descent {
   double mCornerMargin = 0;  ///< what a clipped point may be nearer than its triangle's corners
   float mDepthLimit = 0;     ///< subtrees beyond hold nothing of use
   int mCount = 0;
-  Waiting mStack[(kWidth - 1) * TriangleHierarchy::kMaxDepth + kWidth];
+  Waiting mStack[(kWidth - 1) * TriangleBvh::kMaxDepth + kWidth];
 };
 
-bool NearestSearch::Descent::prepare(const TriangleHierarchy& hierarchy) {
+bool NearestSearch::Traversal::prepare(const TriangleBvh& hierarchy) {
   const double magnitude = hierarchy.magnitude();
   const double* c = mSearch.mClip;
   double sizes[4];
@@ -322,7 +322,7 @@ bool NearestSearch::Descent::prepare(const TriangleHierarchy& hierarchy) {
   return true;
 }
 
-bool NearestSearch::Descent::run() {
+bool NearestSearch::Traversal::run() {
   if (!mIsPossible) return false;
   double limitedBest = mSearch.mBest;
   mDepthLimit = mDepth.limitAbove(limitedBest);
@@ -330,7 +330,7 @@ bool NearestSearch::Descent::run() {
   while (mCount > 0) {
     const Waiting next = mStack[--mCount];
     if (next.nearest > mDepthLimit) continue;
-    if ((next.reference & TriangleHierarchy::kLeaf) == 0) {
+    if ((next.reference & TriangleBvh::kLeaf) == 0) {
       openNode(mView.node(next.reference), next.isInside);
     } else {
       if (!testBlock(mView.block(next.reference), next.isInside)) return false;
@@ -344,7 +344,7 @@ bool NearestSearch::Descent::run() {
 }
 
 /// Stacks the children that may hold something, the nearest last, of equal ones the first: the arena is in this order.
-void NearestSearch::Descent::openNode(const TriangleHierarchy::Node& node, bool isInside) {
+void NearestSearch::Traversal::openNode(const TriangleBvh::Node& node, bool isInside) {
   alignas(32) float middle[3][kWidth], half[3][kWidth], nearest[kWidth];
   alignas(32) int isOut[kWidth], isIn[kWidth];
   for (int i = 0; i < kWidth; ++i) {
@@ -385,9 +385,9 @@ void NearestSearch::Descent::openNode(const TriangleHierarchy::Node& node, bool 
 }
 
 /// @return whether patience lasted
-bool NearestSearch::Descent::testBlock(const TriangleHierarchy::Block& block, bool isInside) {
+bool NearestSearch::Traversal::testBlock(const TriangleBvh::Block& block, bool isInside) {
   for (int lane = 0; lane < kWidth && block.reach[lane] >= 0; ++lane) {
-    const TriangleHierarchy::Exact& exact = TriangleHierarchy::View::exact(block)[lane];
+    const TriangleBvh::Exact& exact = TriangleBvh::View::exact(block)[lane];
     const double* const vertices[3] = {exact.corner, exact.corner + 3, exact.corner + 6};
     const Vec3 corners[3] = {mSearch.placed(vertices[0]), mSearch.placed(vertices[1]), mSearch.placed(vertices[2])};
     const double depths[3] = {mSearch.depthOf(corners[0]), mSearch.depthOf(corners[1]), mSearch.depthOf(corners[2])};
@@ -404,7 +404,7 @@ bool NearestSearch::Descent::testBlock(const TriangleHierarchy::Block& block, bo
 
 void NearestSearch::search(const util::TriangleMesh& mesh, const double* transform) {
   startMesh(transform);
-  const TriangleHierarchy* hierarchy = mesh.hierarchy();
+  const TriangleBvh* hierarchy = mesh.hierarchy();
   const bool pays = hierarchy && hierarchy->isUsable() && hierarchy->triangleCount() >= kFewTriangles;
-  if (!pays || !hierarchy->isComplete() || !Descent(*this, *hierarchy).run()) testAll(mesh);
+  if (!pays || !hierarchy->isComplete() || !Traversal(*this, *hierarchy).run()) testAll(mesh);
 }

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include <facetbox/math/Vec3.h>
-#include <facetbox/util/Triangulator.h>
+#include <facetbox/util/TriangleMesh.h>
 
 /// A point of a triangle that is visible in a view volume.
 struct NearestHit {
@@ -35,7 +35,7 @@ class NearestSearch {
   const NearestHit* hit() const { return mHasHit ? &mHit : nullptr; }
 
  private:
-  class Descent;
+  class Traversal;
 
   void startMesh(const double* transform);
   util::Vec3 placed(const double* vertex) const;

@@ -245,8 +245,8 @@ bool TriIntersector::intersectsFrustum(std::size_t handle, const float matrix[16
 }
 
 bool TriIntersector::findNearestInFrustum(std::size_t handle, const float matrix[16], const float eye[3],
-                                          const float direction[3], float point[3], float out2[3], float out3[3],
-                                          float out4[3]) {
+                                          const float direction[3], float point[3], float corner0[3], float corner1[3],
+                                          float corner2[3]) {
   return query(handle, [&](const Entry& entry) {
     double view[16];
     std::copy_n(matrix, 16, view);
@@ -254,9 +254,9 @@ bool TriIntersector::findNearestInFrustum(std::size_t handle, const float matrix
     const NearestHit* hit = findNearest(entry, search, mScratch);
     if (!hit) return false;
     narrow(hit->mPoint, point);
-    narrow(hit->mCorners[0], out2);
-    narrow(hit->mCorners[1], out3);
-    narrow(hit->mCorners[2], out4);
+    narrow(hit->mCorners[0], corner0);
+    narrow(hit->mCorners[1], corner1);
+    narrow(hit->mCorners[2], corner2);
     return true;
   });
 }

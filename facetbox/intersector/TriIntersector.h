@@ -31,7 +31,7 @@ class TriIntersector final : public Intersector {
                   int rasterWidth, int rasterHeight, int offsetX, int offsetY) override;
   bool intersectsFrustum(std::size_t handle, const float matrix[16], bool contained) override;
   bool findNearestInFrustum(std::size_t handle, const float matrix[16], const float eye[3], const float direction[3],
-                            float point[3], float out2[3], float out3[3], float out4[3]) override;
+                            float point[3], float corner0[3], float corner1[3], float corner2[3]) override;
   bool intersectsRay(std::size_t handle, const float origin[3], const float direction[3], float* distance,
                      float* normal) override;
   std::uint64_t getPendingCommandCount() override;

@@ -5,7 +5,7 @@
 
 #include <facetbox/math/Vec3.h>
 
-// Separating axes after Akenine-Moeller, Fast 3D Triangle-Box Overlap Testing, 2001, in the box's centred frame: the
+// Separating axes after Akenine-Moeller, Fast 3D Triangle-Box Overlap Testing, 2001, in the box's centered frame: the
 // three box axes, the triangle's plane, and the nine cross products of the triangle's edges with the box axes.
 //
 // The answer is the same in whatever order the axes are tried: those that separate most often come first.
@@ -48,10 +48,10 @@ Vec3 vectorOf(const double p[3]) { return {p[0], p[1], p[2]}; }
 
 }  // namespace
 
-bool overlapsBox(const double p0[3], const double p1[3], const double p2[3], const double boxCentre[3],
+bool overlapsBox(const double p0[3], const double p1[3], const double p2[3], const double boxCenter[3],
                  const double boxHalfSize[3]) {
-  const Vec3 centre = vectorOf(boxCentre), half = vectorOf(boxHalfSize);
-  const Vec3 v0 = vectorOf(p0) - centre, v1 = vectorOf(p1) - centre, v2 = vectorOf(p2) - centre;
+  const Vec3 center = vectorOf(boxCenter), half = vectorOf(boxHalfSize);
+  const Vec3 v0 = vectorOf(p0) - center, v1 = vectorOf(p1) - center, v2 = vectorOf(p2) - center;
   if (isApartOnAxis(v0.x, v1.x, v2.x, half.x) || isApartOnAxis(v0.y, v1.y, v2.y, half.y) ||
       isApartOnAxis(v0.z, v1.z, v2.z, half.z))
     return false;

@@ -9,7 +9,7 @@ namespace util {
 ///
 /// @param boxHalfSize  half of the box's edges, none below 0
 /// Pure. O(1), some tens of operations.
-bool overlapsBox(const double p0[3], const double p1[3], const double p2[3], const double boxCentre[3],
+bool overlapsBox(const double p0[3], const double p1[3], const double p2[3], const double boxCenter[3],
                  const double boxHalfSize[3]);
 
 }  // namespace util

@@ -81,7 +81,7 @@ void PlanarPolygon::IndexBuilder::build() {
   // Halved before adding, lest the sum overflow.
   const Vec2 half = {box.max.x / 2 - box.min.x / 2, box.max.y / 2 - box.min.y / 2};
   const double size = std::max(half.x, half.y);
-  // The first reference lies beside the box, within twice its half size of the centre.
+  // The first reference lies beside the box, within twice its half size of the center.
   const Vec2 start = {box.max.x + size / 2, box.min.y / 2 + box.max.y / 2};
   if (!(size < kMaxMagnitude && size > kMinMagnitude && start.x > box.max.x)) return;
   polygon.mCenter = {box.min.x / 2 + box.max.x / 2, box.min.y / 2 + box.max.y / 2};

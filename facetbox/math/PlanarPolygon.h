@@ -76,7 +76,7 @@ class PlanarPolygon {
 
   /// Splits its region in two: a point is in child `child` where dot(normal, point) < offset, else in `child` + 1.
   /// A leaf has child = -1 - leaf number. All coordinates are
-  /// relative to the centre of the polygon's box.
+  /// relative to the center of the polygon's box.
   struct Node {
     Vec2 normal;
     double offset;

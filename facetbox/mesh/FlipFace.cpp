@@ -27,7 +27,7 @@ void flipFace(PrimitiveList& faces, std::size_t face) {
     reverseCycle(faces.normalIndices(face), faces.perVertexNormals(face) ? kFirstStays : kSecondLeads);
   for (std::uint32_t bits = faces.mask(face); bits != 0; bits &= bits - 1) {
     const int set = std::countr_zero(bits);
-    reverseCycle(faces.cornerSet(face, set), set == PrimitiveList::kHandedOverSet ? kFirstStays : kSecondLeads);
+    reverseCycle(faces.cornerSet(face, set), set == PrimitiveList::kOutgoingEdgeSet ? kFirstStays : kSecondLeads);
   }
 }
 

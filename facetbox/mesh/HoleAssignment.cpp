@@ -14,7 +14,7 @@
 #include <facetbox/mesh/HolePlacement.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
-#include <facetbox/spatial/BoxForest.h>
+#include <facetbox/spatial/BBoxOctree.h>
 
 namespace util {
 namespace {
@@ -79,7 +79,7 @@ class KeptHoles {
   std::vector<unsigned> mKept;
   // One of the two. The index has the boxes of the kept ones itself.
   std::vector<Box> mBoxes;  // per hole of the group
-  BoxForest<unsigned> mIndex;
+  BBoxOctree<unsigned> mIndex;
   std::array<Sight, kAxes> mSights;
   PlanarPolygon mSought;
 };

@@ -11,7 +11,7 @@
 #include <facetbox/math/PlanarPolygon.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/MeshStorage.h>
-#include <facetbox/spatial/BoxForest.h>
+#include <facetbox/spatial/BBoxOctree.h>
 
 namespace util {
 
@@ -86,7 +86,7 @@ class HolePlacement {
   // The corners of the outer face.
   std::size_t mPlainQueries = 0;  // answered one by one
   bool mIsIndexed = false;
-  BoxForest<CornerNumber> mCornerIndex;
+  BBoxOctree<CornerNumber> mCornerIndex;
 
   // Other faces. Small ones take turns, large ones stay until the next outer face.
   std::array<Projection, 4> mSmall;

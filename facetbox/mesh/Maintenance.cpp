@@ -72,12 +72,12 @@ bool removeRepeatedIndices(PrimitiveList& faces, std::size_t face) {
   if (firstRepeat >= n && n >= 3 && corners[n - 1] != corners[0]) return false;
 
   const bool withNormals = faces.perVertexNormals(face) && faces.hasNormalIndices(face);
-  const bool withHandedOver = faces.carries(face, PrimitiveList::kHandedOverSet);
+  const bool withHandedOver = faces.carries(face, PrimitiveList::kOutgoingEdgeSet);
   const auto handOver = [&](std::size_t to, std::size_t from) {
     if (to == from) return;
     if (withNormals) faces.normalIndices(face)[to] = faces.normalIndices(face)[from];
     if (withHandedOver) {
-      const auto set = faces.cornerSet(face, PrimitiveList::kHandedOverSet);
+      const auto set = faces.cornerSet(face, PrimitiveList::kOutgoingEdgeSet);
       set[to] = set[from];
     }
   };
@@ -89,7 +89,8 @@ bool removeRepeatedIndices(PrimitiveList& faces, std::size_t face) {
     if (++write == read) continue;
     corners[write] = corners[read];
     if (faces.hasNormalIndices(face)) faces.normalIndices(face)[write] = faces.normalIndices(face)[read];
-    for (std::uint32_t bits = faces.mask(face) & ~(1u << PrimitiveList::kHandedOverSet); bits != 0; bits &= bits - 1) {
+    for (std::uint32_t bits = faces.mask(face) & ~(1u << PrimitiveList::kOutgoingEdgeSet); bits != 0;
+         bits &= bits - 1) {
       const auto set = faces.cornerSet(face, std::countr_zero(bits));
       set[write] = set[read];
     }

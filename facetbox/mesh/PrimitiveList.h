@@ -22,7 +22,7 @@ class PrimitiveList {
  public:
   static constexpr int kTexCoordSets = 10;
   static constexpr int kCornerSets = 12;  ///< the ten texture-coordinate sets and two further per-corner sets
-  static constexpr int kHandedOverSet = 10;
+  static constexpr int kOutgoingEdgeSet = 10;
   static constexpr int kSeamSet = 11;
 
   std::size_t size() const { return mCounts.size(); }

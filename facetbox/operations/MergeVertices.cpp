@@ -126,12 +126,12 @@ std::uint64_t weld(Mesh& mesh, double tolerance) {
 
 }  // namespace
 
-std::uint64_t mergeVertices(Mesh& mesh, double tolerance, FaceNormals normals) {
+std::uint64_t mergeVertices(Mesh& mesh, double tolerance, NormalUpdate normals) {
   if (mesh.storage().mFaces.empty()) return 0;
   const std::uint64_t mergedCount = weld(mesh, tolerance);
   sanitizeFaces(mesh);
   removeUnusedVertices(mesh);
-  if (normals == FaceNormals::recomputed) recomputeFaceNormals(mesh);
+  if (normals == NormalUpdate::recompute) recomputeFaceNormals(mesh);
   return mergedCount;
 }
 

@@ -6,7 +6,7 @@
 
 namespace util {
 
-enum class FaceNormals { recomputed, left };
+enum class NormalUpdate { recompute, skip };
 
 /// Welds vertices that lie within `tolerance` of each other.
 ///
@@ -28,6 +28,6 @@ enum class FaceNormals { recomputed, left };
 /// @throws RuntimeErrorST where a mesh of 1000 vertices or more has a vertex that is not within the tolerance of
 ///         itself: NaN or infinite coordinates. The mesh is untouched then.
 /// O(vertices + corners) expected, O(n log n) in the corners of faces that would be pinched.
-std::uint64_t mergeVertices(Mesh& mesh, double tolerance, FaceNormals normals = FaceNormals::recomputed);
+std::uint64_t mergeVertices(Mesh& mesh, double tolerance, NormalUpdate normals = NormalUpdate::recompute);
 
 }  // namespace util

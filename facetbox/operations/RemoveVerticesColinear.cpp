@@ -220,8 +220,8 @@ class CornerRemoval {
     if (mKeepTextureMapping && !cornerTexCoordsOnLine(corner)) return true;
     if (mFaces.carries(face, PrimitiveList::kSeamSet) && mFaces.cornerSet(face, PrimitiveList::kSeamSet)[at] != kNone)
       return true;
-    if (!mFaces.carries(face, PrimitiveList::kHandedOverSet)) return false;
-    const auto handedOver = mFaces.cornerSet(face, PrimitiveList::kHandedOverSet);
+    if (!mFaces.carries(face, PrimitiveList::kOutgoingEdgeSet)) return false;
+    const auto handedOver = mFaces.cornerSet(face, PrimitiveList::kOutgoingEdgeSet);
     return handedOver[at] != handedOver[linkOf(corner).before];
   }
 

@@ -13,7 +13,7 @@
 
 #include <boost/thread/lock_types.hpp>
 
-#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/FrustumCulling.h>
 
 using util::Box;
 using util::Vec3;
@@ -40,10 +40,10 @@ bool isFinite(const Vec3& v) { return std::isfinite(v.x) && std::isfinite(v.y) &
 /// The cube of clip space as planes in the world: which side of them an object lies on, told from its box.
 ///
 /// For a row x of the view projection Q and its last row w, w - x and w + x are linear functions of the world point.
-/// Over a box each is its value at the centre, give or take a reach. A vertex p of an object with the matrix M, whose
+/// Over a box each is its value at the center, give or take a reach. A vertex p of an object with the matrix M, whose
 /// last row is (0, 0, 0, 1), is however projected by Q M, rounded. Let S be |M| |p|, the largest over all vertices and
 /// coordinates or 1, and A the largest sum of the sizes of a row's coefficients. Then Q M p comes out right to 8 ulp of
-/// A S, and so do Q times the box's centre, the reaches and the box itself: 1e-13 A S covers these many times over for
+/// A S, and so do Q times the box's center, the reaches and the box itself: 1e-13 A S covers these many times over for
 /// the sum of two rows. Where w - |x| exceeds that margin all over the box for x, y and z, w is above it too, and each
 /// vertex projects into the cube; where w does and x - w does, each projects beyond that face. The margin has 1e-20
 /// added to keep clear of the smallest w. NaN fails every comparison: unsure.
@@ -66,13 +66,13 @@ class OctreePicker::ClipPlanes {
   }
 
   /// @param size  at least S
-  util::ClipSide sideOf(const Vec3& centre, const Vec3& half, double size) const {
+  util::ClipSide sideOf(const Vec3& center, const Vec3& half, double size) const {
     const double margin = 1e-13 * mLargestSum * size + 1e-20;
     if (!(margin <= 1e80 && size <= 1e100)) return util::ClipSide::unsure;
     Pair lowest, highest;
     for (std::size_t row = 0; row < 3; ++row) {
       const Two& two = mRows[row];
-      const Pair middle = two.of[0] * centre.x + two.of[1] * centre.y + two.of[2] * centre.z + two.of[3];
+      const Pair middle = two.of[0] * center.x + two.of[1] * center.y + two.of[2] * center.z + two.of[3];
       const Pair reach = two.size[0] * half.x + two.size[1] * half.y + two.size[2] * half.z;
       const Pair low = middle - reach, high = middle + reach;
       // The sum of both functions is 2 w.
@@ -86,7 +86,7 @@ class OctreePicker::ClipPlanes {
     }
     if (lowest[0] > margin && lowest[1] > margin) return util::ClipSide::inside;
     const bool isBeyond = highest[0] < -margin || highest[1] < -margin;
-    return isBeyond && lowestW(centre, half) > margin ? util::ClipSide::outside : util::ClipSide::unsure;
+    return isBeyond && lowestW(center, half) > margin ? util::ClipSide::outside : util::ClipSide::unsure;
   }
 
  private:
@@ -97,9 +97,9 @@ class OctreePicker::ClipPlanes {
     std::array<Pair, 3> size;
   };
 
-  double lowestW(const Vec3& centre, const Vec3& half) const {
+  double lowestW(const Vec3& center, const Vec3& half) const {
     const auto w = [&](std::size_t column) { return (mRows[0].of[column][0] + mRows[0].of[column][1]) / 2; };
-    return w(0) * centre.x + w(1) * centre.y + w(2) * centre.z + w(3) -
+    return w(0) * center.x + w(1) * center.y + w(2) * center.z + w(3) -
            (std::fabs(w(0)) * half.x + std::fabs(w(1)) * half.y + std::fabs(w(2)) * half.z);
   }
 
@@ -219,7 +219,7 @@ Box OctreePicker::Pickable::move(const Vec3& offset) {
   for (const int column : {0, 4, 8})
     for (int i = column; i < column + 3; ++i) onlyTranslationChanged = onlyTranslationChanged && moved[i] == mMatrix[i];
   std::copy_n(moved, 16, mMatrix);
-  std::vector<util::RayPlacement>().swap(mPlacements);
+  std::vector<util::RayTransform>().swap(mPlacements);
   mWasAsked = false;
 
   // Rounded addition is monotone: the smallest sum of all vertices' is that of the smallest.
@@ -324,7 +324,7 @@ std::int64_t OctreePicker::pickFrustum(std::size_t handle, const float corners[2
 
   Vec3 points[8];
   for (std::size_t k = 0; k < 8; ++k) points[k] = {corners[3 * k], corners[3 * k + 1], corners[3 * k + 2]};
-  const util::ViewVolume volume(points);
+  const util::Frustum volume(points);
   double viewProjection[16];
   std::copy_n(matrix, 16, viewProjection);
   std::optional<ClipPlanes> planes;  // made when they are asked for
@@ -362,7 +362,7 @@ bool OctreePicker::pickRay(std::size_t handle, std::int32_t id, const float orig
   Pickable& pickable = *found;
   // The first ray makes do without: most objects are asked once between two changes, if at all.
   if (pickable.mWasAsked && pickable.mPlacements.empty()) {
-    std::vector<util::RayPlacement> placements;
+    std::vector<util::RayTransform> placements;
     placements.reserve(pickable.mMeshes.size());
     for (const auto& mesh : pickable.mMeshes) placements.emplace_back(*mesh, pickable.mMatrix);
     pickable.mPlacements = std::move(placements);

@@ -68,7 +68,7 @@ class OctreePicker final : public Picker {
     bool mWasAsked = false;  // by a ray, since the last change
     util::Box mLocalBox;     // of all vertices; empty on all axes where one of them is not finite
     std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;
-    std::vector<util::RayPlacement> mPlacements;  // one per mesh, made by the second ray after a change
+    std::vector<util::RayTransform> mPlacements;  // one per mesh, made by the second ray after a change
   };
   using PickablePointer = std::unique_ptr<Pickable>;
 

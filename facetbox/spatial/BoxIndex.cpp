@@ -21,10 +21,10 @@ struct OfBounds {
   void prefetch(std::uint32_t) const {}
 };
 
-BoxDescent descentOf(const ViewVolume& volume) {
-  BoxDescent descent;
+BoxTraversal traversalOf(const Frustum& volume) {
+  BoxTraversal traversal;
   for (std::size_t i = 0; i < 6; ++i) {
-    BoxDescent::Plane& plane = descent.planes[i];
+    BoxTraversal::Plane& plane = traversal.planes[i];
     const Vec3 normal = volume.normal(i);
     plane.x = static_cast<float>(normal.x);
     plane.y = static_cast<float>(normal.y);
@@ -38,8 +38,8 @@ BoxDescent descentOf(const ViewVolume& volume) {
       plane.outer[axis] = kBoxBlockWidth * (isPositive[axis] ? axis + 3 : axis);
     }
   }
-  descent.size = volume.size();
-  return descent;
+  traversal.size = volume.size();
+  return traversal;
 }
 
 }  // namespace
@@ -145,37 +145,37 @@ void BoxIndex::append(const ChunkedVector<Box>& boxes) {
   buildTop();
 }
 
-void BoxIndex::find(const ViewVolume& volume, Found& found, [[maybe_unused]] Instructions instructions) const {
+void BoxIndex::find(const Frustum& volume, Found& found, [[maybe_unused]] Instructions instructions) const {
   found.boxes = {};
   if (mBuckets.empty()) return;
-  BoxDescent descent = descentOf(volume);
+  BoxTraversal traversal = traversalOf(volume);
   const std::size_t room = std::max(mBuckets.size(), kLargest) / kBoxBlockWidth + 1 + kBoxBlockWidth;
   if (found.mRoom.size() < 2 * room) found.mRoom.resize(2 * room);
   if (found.mBuckets.size() < mBuckets.size()) found.mBuckets.resize(mBuckets.size());
   if (found.mBoxes.size() < mSize) found.mBoxes.resize(mSize + mSize / 4);
-  descent.room[0] = found.mRoom.data();
-  descent.room[1] = found.mRoom.data() + room;
+  traversal.room[0] = found.mRoom.data();
+  traversal.room[1] = found.mRoom.data() + room;
   std::size_t count;
 #if defined(FACETBOX_HAS_AVX2)
   static const bool hasAvx2 = __builtin_cpu_supports("avx2");
   if (instructions == Instructions::best && hasAvx2)
-    count = find(descent, found, descendBoxesAvx2);
+    count = find(traversal, found, traverseBoxesAvx2);
   else
 #endif
-    count = find(descent, found, descendBoxesBase);
+    count = find(traversal, found, traverseBoxesBase);
   found.boxes = std::span(found.mBoxes.data(), count);
 }
 
-template <class Descend>
-std::size_t BoxIndex::find(const BoxDescent& descent, Found& found, Descend descend) const {
+template <class Traverse>
+std::size_t BoxIndex::find(const BoxTraversal& traversal, Found& found, Traverse traverse) const {
   std::uint32_t* const first = found.mBoxes.data();
-  if (mBuckets.size() == 1) return mBuckets[0].tree.find(descent, BoxDescent::kAllPlanes, first, descend);
-  const std::size_t buckets = mTop.find(descent, BoxDescent::kAllPlanes, found.mBuckets.data(), descend);
+  if (mBuckets.size() == 1) return mBuckets[0].tree.find(traversal, BoxTraversal::kAllPlanes, first, traverse);
+  const std::size_t buckets = mTop.find(traversal, BoxTraversal::kAllPlanes, found.mBuckets.data(), traverse);
   std::size_t count = 0;
   for (std::size_t i = 0; i < buckets; ++i) {
     const std::uint32_t bucket = found.mBuckets[i];
-    count += mBuckets[bucket / BoxDescent::kPlaneRange].tree.find(descent, bucket % BoxDescent::kPlaneRange,
-                                                                  first + count, descend);
+    count += mBuckets[bucket / BoxTraversal::kPlaneRange].tree.find(traversal, bucket % BoxTraversal::kPlaneRange,
+                                                                    first + count, traverse);
   }
   return count;
 }

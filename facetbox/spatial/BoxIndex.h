@@ -10,7 +10,7 @@
 #include <facetbox/math/Box.h>
 #include <facetbox/math/Instructions.h>
 #include <facetbox/spatial/BoxTree.h>
-#include <facetbox/spatial/ViewVolume.h>
+#include <facetbox/spatial/Frustum.h>
 
 namespace util {
 
@@ -45,13 +45,13 @@ class BoxIndex {
     /// the box is not certain to lie inside of. One without bits meets the volume; others have to be asked themselves.
     /// Boxes that are not listed do not meet it.
     std::span<const std::uint32_t> boxes;
-    static constexpr std::uint32_t kPlaneRange = BoxDescent::kPlaneRange;
+    static constexpr std::uint32_t kPlaneRange = BoxTraversal::kPlaneRange;
 
    private:
     friend BoxIndex;
     Buffer<std::uint32_t> mBoxes, mBuckets, mRoom;
   };
-  void find(const ViewVolume& volume, Found& found, Instructions instructions = Instructions::best) const;
+  void find(const Frustum& volume, Found& found, Instructions instructions = Instructions::best) const;
 
  private:
   static constexpr std::size_t kLargest = 320;  // boxes of a bucket
@@ -62,8 +62,8 @@ class BoxIndex {
     std::uint32_t place;  // in mTop
   };
 
-  template <class Descend>
-  std::size_t find(const BoxDescent& descent, Found& found, Descend descend) const;
+  template <class Traverse>
+  std::size_t find(const BoxTraversal& traversal, Found& found, Traverse traverse) const;
   void buildBuckets(std::span<BoxKey> keys, const ChunkedVector<Box>& boxes);
   void buildTop();
   std::size_t bucketFor(const FloatBox& box) const;

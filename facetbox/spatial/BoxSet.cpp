@@ -40,7 +40,7 @@ void BoxSet::updateIndex() {
 }
 
 /// Numbers times kPlaneRange, as from an index.
-std::span<const std::uint32_t> BoxSet::find(const ViewVolume& volume, Scratch& scratch) {
+std::span<const std::uint32_t> BoxSet::find(const Frustum& volume, Scratch& scratch) {
   if (mBoxes.size() > kFew) {
     if (mIndexed != mBoxes.size() || mIsMoved || !mIndex) updateIndex();
     mIndex->find(volume, scratch.found);
@@ -48,9 +48,9 @@ std::span<const std::uint32_t> BoxSet::find(const ViewVolume& volume, Scratch& s
   }
   scratch.few.clear();
   for (std::uint32_t i = 0; i < mBoxes.size(); ++i) {
-    const ViewVolume::Side side = volume.sideOf(mBoxes[i]);
-    if (side != ViewVolume::Side::beyond)
-      scratch.few.push_back(kPlaneRange * i + (side == ViewVolume::Side::inside ? 0 : kPlaneRange - 1));
+    const Frustum::Side side = volume.sideOf(mBoxes[i]);
+    if (side != Frustum::Side::beyond)
+      scratch.few.push_back(kPlaneRange * i + (side == Frustum::Side::inside ? 0 : kPlaneRange - 1));
   }
   return scratch.few;
 }
@@ -96,7 +96,7 @@ void BoxSet::markByRank(std::span<const std::uint32_t> found, Scratch& scratch) 
     }
 }
 
-std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const ViewVolume& volume, Scratch& scratch) {
+std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const Frustum& volume, Scratch& scratch) {
   using Level = Scratch::Level;
   const OctreeRoot& root = mOrder.root();
   scratch.levels[0] = Level{Level::Answer::unknown, 0, {root.center, root.halfSize}};
@@ -122,7 +122,7 @@ std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const ViewVolume& volume
 }
 
 /// Whether the cubes of a cell and of all those above it meet the volume.
-bool BoxSet::cellMeets(std::uint32_t cell, const ViewVolume& volume, Scratch& scratch) {
+bool BoxSet::cellMeets(std::uint32_t cell, const Frustum& volume, Scratch& scratch) {
   using Level = Scratch::Level;
   using Answer = Level::Answer;
   auto& levels = scratch.levels;
@@ -158,7 +158,7 @@ bool BoxSet::cellMeets(std::uint32_t cell, const ViewVolume& volume, Scratch& sc
 
 /// Whether a point of the surface is clearly in the box, and so in the cubes of its cell and of all cells above: these
 /// are around each box that the root holds.
-bool BoxSet::certainlyMeets(const Candidate& candidate, const ViewVolume& volume, const Scratch& scratch) const {
+bool BoxSet::certainlyMeets(const Candidate& candidate, const Frustum& volume, const Scratch& scratch) const {
   if ((candidate.open & (candidate.open - 1)) != 0) return false;
   const Box& box = mBoxes[candidate.number];
   const Vec3 half = (box.max - box.min) / 2;
@@ -166,7 +166,7 @@ bool BoxSet::certainlyMeets(const Candidate& candidate, const ViewVolume& volume
   return volume.certainlyCrosses(face, box.min + half, half, scratch.rootMargin) && mOrder.root().holds(box);
 }
 
-bool BoxSet::meets(const Candidate& candidate, const ViewVolume& volume, Scratch& scratch) const {
+bool BoxSet::meets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) const {
   if (!candidate.isInside()) {
     if (certainlyMeets(candidate, volume, scratch)) return true;
     if (!volume.meets(mBoxes[candidate.number])) return false;

@@ -10,8 +10,8 @@
 #include <facetbox/base/ChunkedVector.h>
 #include <facetbox/math/Box.h>
 #include <facetbox/spatial/BoxIndex.h>
+#include <facetbox/spatial/Frustum.h>
 #include <facetbox/spatial/OctreeOrder.h>
-#include <facetbox/spatial/ViewVolume.h>
 
 namespace util {
 
@@ -86,9 +86,9 @@ class BoxSet {
   /// The boxes that may meet the volume, in order. A box that is empty on an axis meets nothing. All are doubtful: the
   /// caller, who may have a cheaper reason to pass over one, asks meets() for what is left. About O(found + around the
   /// volume's surface). Valid until the next query.
-  std::span<const Candidate> queryFrustum(const ViewVolume& volume, Scratch& scratch);
+  std::span<const Candidate> queryFrustum(const Frustum& volume, Scratch& scratch);
   /// Whether a candidate of the last query, which was for this volume, meets it. Ask in the order of the candidates.
-  bool meets(const Candidate& candidate, const ViewVolume& volume, Scratch& scratch) const;
+  bool meets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) const;
   /// Has fetched what meets() will look at.
   void prefetch(const Candidate& candidate) const {
     if (candidate.isInside()) return;
@@ -107,14 +107,14 @@ class BoxSet {
     std::vector<std::uint16_t> cells;
   };
 
-  std::span<const std::uint32_t> find(const ViewVolume& volume, Scratch& scratch);
+  std::span<const std::uint32_t> find(const Frustum& volume, Scratch& scratch);
   void updateIndex();
   void rank();
   template <class KeyOf, class CellOf>
   static void sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> found, Scratch& scratch);
   void markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const;
-  bool certainlyMeets(const Candidate& candidate, const ViewVolume& volume, const Scratch& scratch) const;
-  static bool cellMeets(std::uint32_t cell, const ViewVolume& volume, Scratch& scratch);
+  bool certainlyMeets(const Candidate& candidate, const Frustum& volume, const Scratch& scratch) const;
+  static bool cellMeets(std::uint32_t cell, const Frustum& volume, Scratch& scratch);
 
   ChunkedVector<Box> mBoxes;
   OctreeOrder mOrder;

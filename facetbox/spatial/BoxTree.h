@@ -8,7 +8,7 @@
 
 #include <facetbox/base/ChunkedVector.h>
 #include <facetbox/math/Box.h>
-#include <facetbox/spatial/BoxDescent.h>
+#include <facetbox/spatial/BoxTraversal.h>
 
 namespace util {
 
@@ -58,10 +58,10 @@ class BoxTree {
   /// Makes the box at a place in numbers() larger; not one that was appended.
   void extend(std::size_t place, const FloatBox& box);
 
-  /// @tparam Descend  as descendBoxesBase()
+  /// @tparam Traverse  as traverseBoxesBase()
   /// @return number of those found
-  template <class Descend>
-  std::size_t find(const BoxDescent& descent, std::uint32_t open, std::uint32_t* found, Descend descend) const;
+  template <class Traverse>
+  std::size_t find(const BoxTraversal& traversal, std::uint32_t open, std::uint32_t* found, Traverse traverse) const;
 
  private:
   static void arrange(std::span<BoxKey> keys);
@@ -115,20 +115,21 @@ void BoxTree::refit(const BoxOf& boxOf) {
     }
 }
 
-template <class Descend>
-std::size_t BoxTree::find(const BoxDescent& descent, std::uint32_t open, std::uint32_t* found, Descend descend) const {
+template <class Traverse>
+std::size_t BoxTree::find(const BoxTraversal& traversal, std::uint32_t open, std::uint32_t* found,
+                          Traverse traverse) const {
   if (open == 0) {
-    for (const std::uint32_t number : mOrder) *found++ = BoxDescent::kPlaneRange * number;
+    for (const std::uint32_t number : mOrder) *found++ = BoxTraversal::kPlaneRange * number;
     return mOrder.size();
   }
   std::size_t count = 0;
   if (mBuilt != 0)
-    count = descend(descent, BoxBlocks{mBlocks.data(), mLevels.data(), mOrder.data(), mBuilt}, mLevels.size() - 2, open,
-                    found);
+    count = traverse(traversal, BoxBlocks{mBlocks.data(), mLevels.data(), mOrder.data(), mBuilt}, mLevels.size() - 2,
+                     open, found);
   if (mOrder.size() == mBuilt) return count;
   const std::uint32_t only = 0;
-  return count + descend(descent, BoxBlocks{&mBlocks.back(), &only, mOrder.data() + mBuilt, mOrder.size() - mBuilt}, 0,
-                         open, found + count);
+  return count + traverse(traversal, BoxBlocks{&mBlocks.back(), &only, mOrder.data() + mBuilt, mOrder.size() - mBuilt},
+                          0, open, found + count);
 }
 
 }  // namespace util

@@ -15,10 +15,10 @@ inline Pair pairAt(const double* values) {
 
 constexpr double kSmallestW = 1e-25;  ///< a point is projected where its |w| lies above
 
-/// The centre and the half-size of the cube that is visible in clip space.
-constexpr double kClipCubeCentre[3] = {0, 0, 0}, kClipCubeHalf[3] = {1, 1, 1};
+/// The center and the half-size of the cube that is visible in clip space.
+constexpr double kClipCubeCenter[3] = {0, 0, 0}, kClipCubeHalf[3] = {1, 1, 1};
 
-/// What a point's coordinates in clip space are before the division, as ClipTest.h says.
+/// What a point's coordinates in clip space are before the division, as FrustumCulling.h says.
 struct ClipSums {
   Pair xy;
   double z, w;
@@ -32,7 +32,7 @@ struct ClipSums {
   }
 };
 
-/// Projects a point into clip space as ClipTest.h says.
+/// Projects a point into clip space as FrustumCulling.h says.
 /// @return whether its w allows it; if not, `out` is untouched
 inline bool projectToClipSpace(const double c[16], const double* point, double out[3]) {
   const ClipSums sums(c, point);

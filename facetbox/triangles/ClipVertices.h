@@ -16,8 +16,8 @@ struct ClipVertex {
   std::uint32_t beyond;  ///< a bit for each face that it lies beyond; all of an axis for a NaN
 };
 
-/// Transforms `count` points, three doubles each, by a matrix as ClipTest.h says. One whose w does not allow it goes to
-/// the cube's centre.
+/// Transforms `count` points, three doubles each, by a matrix as FrustumCulling.h says. One whose w does not allow it
+/// goes to the cube's center.
 using ToClipVertices = void(const double c[16], const double* points, std::size_t count, ClipVertex* out);
 
 /// For processors with AVX2, and for any.

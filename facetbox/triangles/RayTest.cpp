@@ -10,8 +10,8 @@
 #include <facetbox/math/Angle.h>
 #include <facetbox/math/Matrix4.h>
 #include <facetbox/math/Vec3.h>
-#include <facetbox/triangles/RayDescent.h>
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/RayTraversal.h>
+#include <facetbox/triangles/TriangleBvh.h>
 
 namespace util {
 namespace {
@@ -57,13 +57,13 @@ double largestOf(const Vec3& v) { return std::max(std::max(std::fabs(v.x), std::
 /// Unlike the largest, this is NaN where a component is.
 double sumOf(const Vec3& v) { return std::fabs(v.x) + std::fabs(v.y) + std::fabs(v.z); }
 
-RayDescent& descentFor(Instructions instructions) {
+RayTraversal& traversalFor(Instructions instructions) {
 #if defined(FACETBOX_HAS_AVX2)
   static const bool hasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-  if (instructions == Instructions::best && hasAvx2) return descendAvx2;
+  if (instructions == Instructions::best && hasAvx2) return traverseAvx2;
 #endif
   static_cast<void>(instructions);
-  return descendBase;
+  return traverseBase;
 }
 
 }  // namespace
@@ -74,8 +74,8 @@ void testPlaced(const double vectors[12], std::uint32_t triangle, ExactSearch& s
       [&] { return triangle < search.triangle; }, search);
 }
 
-RayPlacement::RayPlacement(const TriangleMesh& mesh, const double matrix[16]) {
-  const TriangleHierarchy* hierarchy = mesh.hierarchy();
+RayTransform::RayTransform(const TriangleMesh& mesh, const double matrix[16]) {
+  const TriangleBvh* hierarchy = mesh.hierarchy();
   if (hierarchy == nullptr || !hierarchy->isUsable()) return;
   const double* m = matrix;
   const Vec3 row[3] = {{m[0], m[4], m[8]}, {m[1], m[5], m[9]}, {m[2], m[6], m[10]}};
@@ -121,19 +121,19 @@ RayPlacement::RayPlacement(const TriangleMesh& mesh, const double matrix[16]) {
       sumOf(toVec3(rowSums)) < 1e100 && volume > 1e-200 && volume < 1e200 && growth < 1e100 && commonWidth < 1e30;
 }
 
-bool intersectRay(const TriangleMesh& mesh, const RayPlacement& placement, const double matrix[16],
+bool intersectRay(const TriangleMesh& mesh, const RayTransform& placement, const double matrix[16],
                   const double origin[3], const double direction[3], double* t, double* normalOut,
                   Instructions instructions) {
   if (!placement.isUsable) return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
   ExactSearch search{matrix, origin, direction, kFarthest, 0, {}, {}};
-  if (!descentFor(instructions)(mesh.hierarchy()->view(), placement, search))
+  if (!traversalFor(instructions)(mesh.hierarchy()->view(), placement, search))
     return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
   return report(search, t, normalOut);
 }
 
 bool intersectRay(const TriangleMesh& mesh, const double matrix[16], const double origin[3], const double direction[3],
                   double* t, double* normalOut) {
-  return intersectRay(mesh, RayPlacement(mesh, matrix), matrix, origin, direction, t, normalOut);
+  return intersectRay(mesh, RayTransform(mesh, matrix), matrix, origin, direction, t, normalOut);
 }
 
 bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const double origin[3],

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <facetbox/math/Instructions.h>
-#include <facetbox/util/Triangulator.h>
+#include <facetbox/util/TriangleMesh.h>
 
 namespace util {
 
@@ -30,11 +30,11 @@ bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const 
 
 /// What all rays against one mesh in one place have in common: made once for many calls of the other intersectRay().
 /// Refers to nothing; belongs to the mesh and the matrix that it was made from.
-struct RayPlacement {
-  RayPlacement() = default;
-  RayPlacement(const TriangleMesh& mesh, const double matrix[16]);
+struct RayTransform {
+  RayTransform() = default;
+  RayTransform(const TriangleMesh& mesh, const double matrix[16]);
 
-  bool isUsable = false;  ///< whether the hierarchy may be descended
+  bool isUsable = false;  ///< whether the hierarchy may be traversed
   // Vectors of three, with a zero behind.
   double columns[3][4] = {};  ///< of the inverse's linear part, scaled to unit coordinates
   double rowSums[4] = {};     ///< of its absolute values, with what the float margins add to each
@@ -54,7 +54,7 @@ struct RayPlacement {
   double commonWidth = 0;       ///< of all boxes, in unit coordinates
 };
 
-bool intersectRay(const TriangleMesh& mesh, const RayPlacement& placement, const double matrix[16],
+bool intersectRay(const TriangleMesh& mesh, const RayTransform& placement, const double matrix[16],
                   const double origin[3], const double direction[3], double* t, double* normalOut,
                   Instructions instructions = Instructions::best);
 

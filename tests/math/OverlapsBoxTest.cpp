@@ -18,13 +18,13 @@ using Point = std::array<std::int64_t, 3>;
 
 /// Exact, on integers: the points p0 + u (p1 - p0) + v (p2 - p0) with u, v >= 0, u + v <= 1 that lie in the box form a
 /// polygon in (u, v), bounded by nine half planes. If it is not empty, two of their lines cross in one of its corners.
-bool overlapsExactly(const std::array<Point, 3>& p, const Point& centre, const Point& half) {
+bool overlapsExactly(const std::array<Point, 3>& p, const Point& center, const Point& half) {
   struct HalfPlane {
     std::int64_t u, v, limit;  // u * U + v * V <= limit
   };
   std::vector<HalfPlane> planes{{-1, 0, 0}, {0, -1, 0}, {1, 1, 1}};
   for (std::size_t a = 0; a < 3; ++a) {
-    const std::int64_t u = p[1][a] - p[0][a], v = p[2][a] - p[0][a], from = p[0][a] - centre[a];
+    const std::int64_t u = p[1][a] - p[0][a], v = p[2][a] - p[0][a], from = p[0][a] - center[a];
     planes.push_back({u, v, half[a] - from});
     planes.push_back({-u, -v, half[a] + from});
   }
@@ -49,10 +49,10 @@ TEST(OverlapsBox, agreesWithExactArithmeticOnAGrid) {
   for (int round = 0; round < kRounds; ++round) {
     const int reach = pick(random, 1, 9);
     std::array<Point, 3> p;
-    Point centre, half;
+    Point center, half;
     for (std::size_t a = 0; a < 3; ++a) {
       for (Point& corner : p) corner[a] = pick(random, -reach, reach);
-      centre[a] = pick(random, -3, 3);
+      center[a] = pick(random, -3, 3);
       half[a] = pick(random, 0, 4);
     }
     if (round % 16 == 0) p[2] = p[round % 32 == 0 ? 0 : 1];
@@ -61,10 +61,10 @@ TEST(OverlapsBox, agreesWithExactArithmeticOnAGrid) {
     double d[5][3];
     for (std::size_t a = 0; a < 3; ++a) {
       for (std::size_t k = 0; k < 3; ++k) d[k][a] = static_cast<double>(p[k][a]) + offset;
-      d[3][a] = static_cast<double>(centre[a]) + offset;
+      d[3][a] = static_cast<double>(center[a]) + offset;
       d[4][a] = static_cast<double>(half[a]);
     }
-    const bool expected = overlapsExactly(p, centre, half);
+    const bool expected = overlapsExactly(p, center, half);
     ASSERT_EQ(overlapsBox(d[0], d[1], d[2], d[3], d[4]), expected) << "round " << round;
     overlapping += expected;
   }

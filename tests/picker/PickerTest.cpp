@@ -297,7 +297,7 @@ TEST_F(PickerTest, whatCannotBeTriangulatedOrIsNullQueuesNothing) {
   EXPECT_THAT(all(handle), ElementsAre());
 }
 
-TEST(ViewVolume, cornersProjectOntoTheCubeCounterClockwiseFromOutside) {
+TEST(Frustum, cornersProjectOntoTheCubeCounterClockwiseFromOutside) {
   std::mt19937 random(2);
   for (int round = 0; round < 200; ++round) {
     Matrix matrix = support::randomViewProjection(random, 10);
@@ -396,7 +396,7 @@ struct FarView {
 };
 
 // The twin of the corners is the matrix: what it maps into the cube is in view.
-TEST(ViewVolume, encloseWhatTheMatrixShowsHoweverFarOutAndThin) {
+TEST(Frustum, encloseWhatTheMatrixShowsHoweverFarOutAndThin) {
   std::mt19937_64 random(5);
   const auto part = [&] { return std::generate_canonical<double, 53>(random); };
   std::size_t asked = 0, without = 0;

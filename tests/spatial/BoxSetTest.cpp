@@ -11,9 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <facetbox/math/Box.h>
-#include <facetbox/spatial/BoxForest.h>
+#include <facetbox/spatial/BBoxOctree.h>
 #include <facetbox/spatial/BoxIndex.h>
-#include <facetbox/spatial/ViewVolume.h>
+#include <facetbox/spatial/Frustum.h>
 #include <tests/support/Meshes.h>
 #include <tests/support/PlainOctree.h>
 
@@ -59,7 +59,7 @@ struct Both {
   }
 
   Items found(const std::array<Vec3, 8>& corners) {
-    const util::ViewVolume volume(corners.data());
+    const util::Frustum volume(corners.data());
     Items items;
     for (const BoxSet::Candidate& candidate : set.queryFrustum(volume, scratch))
       if (set.meets(candidate, volume, scratch)) items.push_back(candidate.number);
@@ -217,7 +217,7 @@ TEST(BoxIndex, saysOnlyWhatIsCertainAndTheSameWithAnyInstructions) {
     }
     auto corners = randomVolume(random, reach);
     for (Vec3& corner : corners) corner = scale * corner;
-    const util::ViewVolume volume(corners.data());
+    const util::Frustum volume(corners.data());
     std::array<std::vector<std::uint32_t>, 2> found;
     util::BoxIndex::Found room;
     for (const bool isBase : {false, true}) {
@@ -320,7 +320,7 @@ TEST(OctreeRoot, staysWhereABoxHasNoPlace) {
   }
 }
 
-TEST(BoxForest, findsWhatALinearSearchFinds) {
+TEST(BBoxOctree, findsWhatALinearSearchFinds) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   for (unsigned seed = 0; seed < 24; ++seed) {
     SCOPED_TRACE(seed);
@@ -337,12 +337,12 @@ TEST(BoxForest, findsWhatALinearSearchFinds) {
       if (i % 50 == 8) boxes.back().max.x = kInfinity;
       if (i % 50 == 9) boxes.back().min.y = -1.7e308;
     }
-    util::BoxForest<unsigned> forest;
-    forest.plan(boxes, pick(random, 0, 2));
+    util::BBoxOctree<unsigned> octree;
+    octree.plan(boxes, pick(random, 0, 2));
     Items inserted;
     for (unsigned i = 0; i < boxes.size(); ++i) {
       if (pick(random, 0, 3) == 0) continue;
-      forest.insert(i, boxes[i], i);
+      octree.insert(i, boxes[i], i);
       inserted.push_back(i);
     }
     for (int q = 0; q < 200; ++q) {
@@ -350,7 +350,7 @@ TEST(BoxForest, findsWhatALinearSearchFinds) {
       if (q % 3 == 0) query.max = query.min;
       if (q % 4 == 0) query = util::columnAlong(q / 4 % 3, query);
       Items found, expected;
-      EXPECT_FALSE(forest.any(query, [&](unsigned item) {
+      EXPECT_FALSE(octree.any(query, [&](unsigned item) {
         found.push_back(item);
         return false;
       }));
@@ -358,7 +358,7 @@ TEST(BoxForest, findsWhatALinearSearchFinds) {
       std::ranges::copy_if(inserted, std::back_inserter(expected),
                            [&](unsigned item) { return util::boxesMeet(boxes[item], query); });
       EXPECT_EQ(found, expected);
-      EXPECT_EQ(forest.any(query, [](unsigned) { return true; }), !expected.empty());
+      EXPECT_EQ(octree.any(query, [](unsigned) { return true; }), !expected.empty());
     }
   }
 }

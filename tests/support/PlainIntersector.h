@@ -229,8 +229,8 @@ class PlainIntersector {
     return all;
   }
   static bool touches(const std::vector<Vec3>& p, const Triangle& t) {
-    const double centre[3] = {0, 0, 0}, half[3] = {1, 1, 1};
-    return util::overlapsBox(&p[t[0]].x, &p[t[1]].x, &p[t[2]].x, centre, half);
+    const double center[3] = {0, 0, 0}, half[3] = {1, 1, 1};
+    return util::overlapsBox(&p[t[0]].x, &p[t[1]].x, &p[t[2]].x, center, half);
   }
   bool boxOverlaps(const Matrix& v) const {
     if (!mBox) return true;

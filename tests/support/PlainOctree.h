@@ -20,11 +20,11 @@ using Items = std::vector<unsigned>;
 
 /// Whether a box meets the volume that eight corners span: its inner sphere lies within, or a triangle of the surface
 /// overlaps it.
-inline bool meetsVolume(const std::array<Vec3, 8>& c, const Vec3& centre, const Vec3& half) {
+inline bool meetsVolume(const std::array<Vec3, 8>& c, const Vec3& center, const Vec3& half) {
   const double r = std::min({std::fabs(half.x), std::fabs(half.y), std::fabs(half.z)});
   const auto inside = [&](const Vec3& p, const Vec3& a, const Vec3& b) {
     const Vec3 n = cross(a, b) / length(cross(a, b));
-    return dot(n, centre) < dot(n, p) - r;
+    return dot(n, center) < dot(n, p) - r;
   };
   if (inside(c[0], c[1] - c[0], c[3] - c[0]) && inside(c[5], c[4] - c[5], c[6] - c[5]) &&
       inside(c[0], c[3] - c[0], c[4] - c[0]) && inside(c[1], c[5] - c[1], c[2] - c[1]) &&
@@ -33,7 +33,7 @@ inline bool meetsVolume(const std::array<Vec3, 8>& c, const Vec3& centre, const 
   constexpr std::size_t kTriangles[12][3] = {{0, 1, 2}, {0, 2, 3}, {4, 5, 6}, {4, 6, 7}, {2, 3, 7}, {2, 7, 6},
                                              {0, 1, 4}, {1, 4, 5}, {0, 3, 7}, {0, 7, 4}, {1, 2, 6}, {1, 6, 5}};
   return std::ranges::any_of(kTriangles, [&](const std::size_t(&t)[3]) {
-    return util::overlapsBox(&c[t[0]].x, &c[t[1]].x, &c[t[2]].x, &centre.x, &half.x);
+    return util::overlapsBox(&c[t[0]].x, &c[t[1]].x, &c[t[2]].x, &center.x, &half.x);
   });
 }
 

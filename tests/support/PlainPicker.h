@@ -45,10 +45,10 @@ inline bool isInClipVolume(const util::TriangleMesh& mesh, const Matrix& c, bool
     projected.push_back(p);
     if (wholeInside && !(std::fabs(p.x) <= 1 && std::fabs(p.y) <= 1 && std::fabs(p.z) <= 1)) return false;
   }
-  const double centre[3] = {0, 0, 0}, half[3] = {1, 1, 1};
+  const double center[3] = {0, 0, 0}, half[3] = {1, 1, 1};
   for (std::size_t i = 0; !wholeInside && i < mesh.indices().size(); i += 3)
     if (util::overlapsBox(&projected[mesh.indices()[i]].x, &projected[mesh.indices()[i + 1]].x,
-                          &projected[mesh.indices()[i + 2]].x, centre, half))
+                          &projected[mesh.indices()[i + 2]].x, center, half))
       return true;
   return wholeInside;
 }

@@ -102,9 +102,9 @@ class SceneMeshes {
  public:
   SceneMeshes() {
     const Surface cube = surfaceOf({{0, 0, 0}}, 2.0);
-    std::vector<Vec3> centred;
-    for (const Vec3& p : cube.mPoints) centred.push_back(p - Vec3{1, 1, 1});
-    mMeshes.push_back(meshOf(centred, cube.mFaces));
+    std::vector<Vec3> centered;
+    for (const Vec3& p : cube.mPoints) centered.push_back(p - Vec3{1, 1, 1});
+    mMeshes.push_back(meshOf(centered, cube.mFaces));
     const Surface pile = surfaceOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 2}}, 0.5);
     mMeshes.push_back(meshOf(pile.mPoints, pile.mFaces));
     // Flat; its last vertex is part of no face.

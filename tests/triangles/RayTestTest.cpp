@@ -13,14 +13,14 @@
 
 #include <gtest/gtest.h>
 
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/TriangleBvh.h>
 #include <tests/support/Meshes.h>
 
 namespace {
 
 using support::triangleMeshOf;
 using util::Instructions;
-using util::RayPlacement;
+using util::RayTransform;
 using util::TriangleMesh;
 using Triple = std::array<double, 3>;
 using Matrix = std::array<double, 16>;
@@ -42,7 +42,7 @@ struct Answer {
   }
 };
 
-Answer ask(const TriangleMesh& mesh, const RayPlacement& placement, const Matrix& m, const Triple& o, const Triple& d,
+Answer ask(const TriangleMesh& mesh, const RayTransform& placement, const Matrix& m, const Triple& o, const Triple& d,
            Instructions instructions) {
   Answer a;
   a.hit = intersectRay(mesh, placement, m.data(), o.data(), d.data(), &a.t, a.normal.data(), instructions);
@@ -192,14 +192,14 @@ class Generator {
 };
 
 // The hierarchy may pass over nothing that the loop accepts, and must settle ties as it does. Two thirds of these rays
-// hit; sizes go from thousandths to ten millions, so that both kinds of descent and the loop itself have their turn.
+// hit; sizes go from thousandths to ten millions, so that both kinds of traversal and the loop itself have their turn.
 TEST(RayTest, hierarchyGivesTheVeryHitsOfThePlainLoop) {
   Generator make(1);
   std::size_t hits = 0;
   for (int scene = 0; scene < 1500; ++scene) {
     const auto mesh = make.mesh();
     const Matrix m = make.place();
-    const RayPlacement placement(*mesh, m.data());
+    const RayTransform placement(*mesh, m.data());
     for (int i = 0; i < 150; ++i) {
       Triple origin, direction;
       make.ray(m, origin, direction);
@@ -228,7 +228,7 @@ TEST(RayTest, hostileNumbersGetThePlainLoopsAnswer) {
         odd[static_cast<std::size_t>(make.number(0, 7))];
     mesh = triangleMeshOf(coordinates, {mesh->indices().begin(), mesh->indices().end()});
     const Answer plain = askPlain(*mesh, m, origin, direction);
-    const RayPlacement placement(*mesh, m.data());
+    const RayTransform placement(*mesh, m.data());
     ASSERT_EQ(ask(*mesh, placement, m, origin, direction, Instructions::best), plain) << "scene " << scene;
     ASSERT_EQ(ask(*mesh, placement, m, origin, direction, Instructions::base), plain) << "scene " << scene;
   }

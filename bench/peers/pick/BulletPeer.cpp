@@ -7,7 +7,7 @@
 #include <BulletCollision/BroadphaseCollision/btDbvt.h>
 
 #include <facetbox/math/Vec3.h>
-#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/FrustumCulling.h>
 
 #include "../../PlainClip.h"
 #include "SelectionPeer.h"

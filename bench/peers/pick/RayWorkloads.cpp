@@ -94,7 +94,7 @@ Sphere::Sphere(std::size_t triangleCount, const std::array<double, 3>& centerAt)
   const std::unique_ptr<util::Mesh> polygons = meshOf(record);
   mesh = triangleMeshOf(*polygons, record);
   mesh->buildHierarchy();
-  placement = util::RayPlacement(*mesh, matrix.data());
+  placement = util::RayTransform(*mesh, matrix.data());
   picker->addEntry(handle, 0, {polygons.get()}, matrix.data());
   picker->applyPendingCommands();
 

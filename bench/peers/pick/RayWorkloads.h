@@ -67,7 +67,7 @@ struct Sphere {
   std::array<double, 3> center;
   std::array<double, 16> matrix;
   std::unique_ptr<util::TriangleMesh> mesh;
-  util::RayPlacement placement;
+  util::RayTransform placement;
   std::unique_ptr<Picker> picker;
   std::size_t handle;
   Triangles placed;

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cfloat>
 
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/TriangleBvh.h>
 
 #include "RayPeers.h"
 #include "Turns.h"
@@ -142,15 +142,15 @@ void compareRays(const Options& options) {
 }
 
 void compareHierarchies(const Options& options) {
-  printHeading("Building what rays descend: us per triangle; bytes per triangle", "ours", "us; bytes");
+  printHeading("Building what rays traverse: us per triangle; bytes per triangle", "ours", "us; bytes");
   for (std::size_t triangles = options.smallest; triangles <= options.largest; triangles *= 10) {
     const Sphere sphere(triangles, {0, 0, 0});
     const auto coordinates = sphere.mesh->vertexCoordinates();
     const auto indices = sphere.mesh->indices();
     const auto count = static_cast<double>(sphere.placed.count());
     const auto build = [&](std::size_t) {
-      std::unique_ptr<util::TriangleHierarchy> hierarchy;  // released outside the time
-      return secondsOf([&] { hierarchy = std::make_unique<util::TriangleHierarchy>(coordinates, indices); });
+      std::unique_ptr<util::TriangleBvh> hierarchy;  // released outside the time
+      return secondsOf([&] { hierarchy = std::make_unique<util::TriangleBvh>(coordinates, indices); });
     };
     for (const RayPeer& peer : rayPeers()) {
       if (peer.isSlow) continue;

@@ -7,7 +7,7 @@
 
 #include <facetbox/math/Matrix4.h>
 #include <facetbox/math/Vec3.h>
-#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/FrustumCulling.h>
 #include <facetbox/viewVolume.h>
 
 #include "RayWorkloads.h"

@@ -1,9 +1,9 @@
-#include <facetbox/util/Triangulator.h>
+#include <facetbox/util/TriangleMesh.h>
 
 #include <utility>
 
 #include <facetbox/triangles/EdgeList.h>
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/TriangleBvh.h>
 #include <facetbox/triangles/TriangleMeshFactory.h>
 
 namespace util {
@@ -17,7 +17,7 @@ TriangleMesh::TriangleMesh(TriangleMeshArrays&& arrays) noexcept
 
 TriangleMesh::~TriangleMesh() = default;
 
-void TriangleMesh::buildHierarchy() { mHierarchy = std::make_unique<TriangleHierarchy>(mVertexCoordinates, mIndices); }
+void TriangleMesh::buildHierarchy() { mHierarchy = std::make_unique<TriangleBvh>(mVertexCoordinates, mIndices); }
 
 void TriangleMesh::buildEdges() {
   mEdges = std::make_shared<const EdgeList>(listEdges(mIndices, mVertexCoordinates.size() / 3));

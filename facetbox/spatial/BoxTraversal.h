@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// The descent of a view volume through the bounds of many boxes. Written once and compiled once per instruction set;
+// The traversal of a view volume through the bounds of many boxes. Written once and compiled once per instruction set;
 // nothing in here may call an inline function of a library, since the linker would be free to keep the copy that an
 // older processor cannot run.
 
@@ -26,8 +26,8 @@ struct BoxBlocks {
   std::size_t count;            // of boxes
 };
 
-/// The planes of a volume, and room for the descent.
-struct BoxDescent {
+/// The planes of a volume, and room for the traversal.
+struct BoxTraversal {
   struct Plane {
     float x, y, z;    // of the normal
     float low, high;  // below low is inside, above high nothing
@@ -50,10 +50,10 @@ struct BoxDescent {
 ///               planes that they are not well inside of; has room for all
 /// @return how many
 /// For processors with AVX2, and for any.
-std::size_t descendBoxesAvx2(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
-                             std::uint32_t* found);
-std::size_t descendBoxesBase(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
-                             std::uint32_t* found);
+std::size_t traverseBoxesAvx2(const BoxTraversal& traversal, const BoxBlocks& tree, std::size_t level,
+                              std::uint32_t open, std::uint32_t* found);
+std::size_t traverseBoxesBase(const BoxTraversal& traversal, const BoxBlocks& tree, std::size_t level,
+                              std::uint32_t open, std::uint32_t* found);
 
 // Rounding: a coordinate of a normal, of at most 1, is off by 2^-25 and a product and a sum by half an ulp each; so
 // the sum of three is off by less than 3 (2^-25 + 3 2^-24) M, M being the largest coordinate there is, and the bound
@@ -79,7 +79,7 @@ struct BoxLanes {
     return loaded;
   }
   /// Of the corners of some boxes that the rows name: how high they are above a plane through the origin.
-  static Floats heights(const BoxDescent::Plane& plane, const float* bounds, const std::size_t rows[3]) {
+  static Floats heights(const BoxTraversal::Plane& plane, const float* bounds, const std::size_t rows[3]) {
     return plane.x * load(bounds + rows[0]) + plane.y * load(bounds + rows[1]) + plane.z * load(bounds + rows[2]);
   }
 };
@@ -93,11 +93,11 @@ struct BlockSides {
 /// @tparam Lanes  BoxLanes, and  static unsigned bits(Ints), one per lane of a comparison's result
 /// @param open  bits of the planes that the block is not known to be inside of
 template <class Lanes>
-BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned open) {
+BlockSides sidesOf(const BoxTraversal& traversal, const BoxBlock& block, unsigned open) {
   using Floats = typename Lanes::Floats;
   using Ints = typename Lanes::Ints;
   constexpr unsigned kAll = (1u << Lanes::kCount) - 1;
-  const double size = descent.size + static_cast<double>(block.size);
+  const double size = traversal.size + static_cast<double>(block.size);
   const Floats margin =
       Floats{} +
       (size >= kSmallestSize && size <= kLargestSize ? static_cast<float>(kBoxMargin * size) : __builtin_inff());
@@ -105,7 +105,7 @@ BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned op
   for (std::size_t from = 0; from < kBoxBlockWidth; from += Lanes::kCount) {
     const float* bounds = block.bounds[0] + from;
     Ints apart{};
-    for (const BoxDescent::Plane& plane : descent.planes)
+    for (const BoxTraversal::Plane& plane : traversal.planes)
       apart |= Lanes::heights(plane, bounds, plane.inner) > plane.high + margin;
     const unsigned met = ~Lanes::bits(apart) & ((1u << block.count) - 1) >> from & kAll;
     if (met == 0) continue;
@@ -113,7 +113,7 @@ BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned op
 
     Ints opened{};
     for (unsigned rest = open; rest != 0; rest &= rest - 1) {
-      const BoxDescent::Plane& plane = descent.planes[__builtin_ctz(rest)];
+      const BoxTraversal::Plane& plane = traversal.planes[__builtin_ctz(rest)];
       opened |= ~(Lanes::heights(plane, bounds, plane.outer) < plane.low - margin) & plane.bit;
     }
     __builtin_memcpy(sides.open + from, &opened, sizeof opened);
@@ -124,18 +124,18 @@ BlockSides sidesOf(const BoxDescent& descent, const BoxBlock& block, unsigned op
 /// Level by level: what is to be done for the blocks of one level does not depend on one another, and the processor
 /// may work on several.
 template <class Lanes>
-std::size_t descendBoxes(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
-                         std::uint32_t* const found) {
-  constexpr std::uint32_t kRange = BoxDescent::kPlaneRange;
+std::size_t traverseBoxes(const BoxTraversal& traversal, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
+                          std::uint32_t* const found) {
+  constexpr std::uint32_t kRange = BoxTraversal::kPlaneRange;
   std::uint32_t* end = found;
   // Numbers of blocks, times kRange and with their open planes.
-  std::uint32_t *list = descent.room[0], *next = descent.room[1];
+  std::uint32_t *list = traversal.room[0], *next = traversal.room[1];
   std::size_t listed = 1;
   for (list[0] = open; listed != 0; --level) {
     std::size_t following = 0;
     for (std::size_t i = 0; i < listed; ++i) {
       const std::size_t number = list[i] / kRange;
-      const BlockSides sides = sidesOf<Lanes>(descent, tree.blocks[tree.levels[level] + number], list[i] % kRange);
+      const BlockSides sides = sidesOf<Lanes>(traversal, tree.blocks[tree.levels[level] + number], list[i] % kRange);
       for (unsigned rest = sides.met; rest != 0; rest &= rest - 1) {
         const auto lane = static_cast<unsigned>(__builtin_ctz(rest));
         const std::size_t place = kBoxBlockWidth * number + lane;

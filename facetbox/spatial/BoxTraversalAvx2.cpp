@@ -3,7 +3,7 @@
 
 #include <immintrin.h>
 
-#include <facetbox/spatial/BoxDescent.h>
+#include <facetbox/spatial/BoxTraversal.h>
 
 namespace util {
 namespace {
@@ -14,9 +14,9 @@ struct Avx2 : BoxLanes<8> {
 
 }  // namespace
 
-std::size_t descendBoxesAvx2(const BoxDescent& descent, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
-                             std::uint32_t* found) {
-  return descendBoxes<Avx2>(descent, tree, level, open, found);
+std::size_t traverseBoxesAvx2(const BoxTraversal& traversal, const BoxBlocks& tree, std::size_t level,
+                              std::uint32_t open, std::uint32_t* found) {
+  return traverseBoxes<Avx2>(traversal, tree, level, open, found);
 }
 
 }  // namespace util

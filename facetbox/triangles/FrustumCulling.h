@@ -3,7 +3,7 @@
 #include <cstddef>
 
 #include <facetbox/math/Box.h>
-#include <facetbox/util/Triangulator.h>
+#include <facetbox/util/TriangleMesh.h>
 
 namespace util {
 

@@ -1,4 +1,4 @@
-#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/FrustumCulling.h>
 
 #include <algorithm>
 #include <cmath>
@@ -13,7 +13,7 @@
 #include <facetbox/math/Vec3.h>
 #include <facetbox/triangles/ClipProjection.h>
 #include <facetbox/triangles/ClipVertices.h>
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/TriangleBvh.h>
 
 namespace util {
 
@@ -41,7 +41,7 @@ std::span<ClipVertex> scratch(std::size_t size) {
 }
 
 /// Whether all of some points lie in the cube. One that cannot be projected counts as where the one before it is, or at
-/// the cube's centre: in the cube.
+/// the cube's center: in the cube.
 bool areInClipCube(std::span<const double> points, const double c[16]) {
   ToClipVertices& toClipVertices = clipVerticesFor(Instructions::best);
   ClipVertex inClip[kAtOnce];
@@ -99,7 +99,7 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
     project(a, p);
     project(b, p + 3);
     project(d, p + 6);
-    if (overlapsBox(p, p + 3, p + 6, kClipCubeCentre, kClipCubeHalf)) return true;
+    if (overlapsBox(p, p + 3, p + 6, kClipCubeCenter, kClipCubeHalf)) return true;
   }
   return false;
 }
@@ -108,21 +108,21 @@ bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   return areInClipCube(mesh.vertexCoordinates(), c);
 }
 
-// Over a box, x - w and x + w are linear functions like x and w themselves: their value at the centre, and a reach of
+// Over a box, x - w and x + w are linear functions like x and w themselves: their value at the center, and a reach of
 // the sizes of their coefficients times the half-extents to both sides.
 //
 // Rounding: let S be the sum of the sizes of a coordinate's four terms, where x, y and z are as large as the box
-// allows. A vertex's coordinate comes out right to 4 ulp of S, and so do the values at the centre, the reaches and the
-// centre itself; the division adds half an ulp of a quotient near 1. 1e-13 of S covers that some hundred times over. So
+// allows. A vertex's coordinate comes out right to 4 ulp of S, and so do the values at the center, the reaches and the
+// center itself; the division adds half an ulp of a quotient near 1. 1e-13 of S covers that some hundred times over. So
 // when w - |x| exceeds 1e-13 (S of x + S of w) all over the box, the rounded quotient lies strictly within (-1, 1) for
 // each vertex; when x - w does, strictly above 1. Sizes of 1e-20 and more for w and of at most 1e100 for S keep clear
 // of the smallest w and of over- and underflow. NaN fails every comparison: unsure.
 ClipSide sideOfClipCube(const Box& box, const double c[16]) {
   constexpr double kRounding = 1e-13;
   const auto sizes = [](Pair p) { return p < 0 ? -p : p; };
-  const Vec3 half = (box.max - box.min) / 2, centre = box.min + half;
+  const Vec3 half = (box.max - box.min) / 2, center = box.min + half;
   if (!(half.x >= 0 && half.y >= 0 && half.z >= 0)) return ClipSide::unsure;
-  const double at[3] = {centre.x, centre.y, centre.z}, reach[3] = {half.x, half.y, half.z};
+  const double at[3] = {center.x, center.y, center.z}, reach[3] = {half.x, half.y, half.z};
   Pair xy = pairAt(c + 12), zw = pairAt(c + 14), sumsOfXy = sizes(xy), sumsOfZw = sizes(zw);
   for (int i = 0; i < 3; ++i) {
     const Pair a = pairAt(c + 4 * i), b = pairAt(c + 4 * i + 2);
@@ -168,17 +168,17 @@ enum class Verdict { yes, no, openStill };
 /// `atChild(side)` is asked for each child box, `atTriangle(corners)` for each triangle that is left, nine coordinates;
 /// both may end the walk with a verdict. After too many triangles it ends openly: the plain loop is faster then.
 template <class AtChild, class AtTriangle>
-Verdict walk(const TriangleHierarchy& hierarchy, const double c[16], AtChild atChild, AtTriangle atTriangle) {
-  const TriangleHierarchy::View view = hierarchy.view();
-  constexpr int kWidth = TriangleHierarchy::kWidth;
+Verdict walk(const TriangleBvh& hierarchy, const double c[16], AtChild atChild, AtTriangle atTriangle) {
+  const TriangleBvh::View view = hierarchy.view();
+  constexpr int kWidth = TriangleBvh::kWidth;
   std::size_t patience = 64 + hierarchy.triangleCount() / 16;
-  TriangleHierarchy::Reference stack[(kWidth - 1) * TriangleHierarchy::kMaxDepth + kWidth];
+  TriangleBvh::Reference stack[(kWidth - 1) * TriangleBvh::kMaxDepth + kWidth];
   int depth = 0;
   stack[depth++] = view.root;
   while (depth > 0) {
-    const TriangleHierarchy::Reference reference = stack[--depth];
-    if ((reference & TriangleHierarchy::kLeaf) == 0) {
-      const TriangleHierarchy::Node& node = view.node(reference);
+    const TriangleBvh::Reference reference = stack[--depth];
+    if ((reference & TriangleBvh::kLeaf) == 0) {
+      const TriangleBvh::Node& node = view.node(reference);
       for (int child = 0; child < kWidth; ++child) {
         if (node.bounds[0][child] > node.bounds[3][child]) continue;
         const ClipSide side = sideOfClipCube(hierarchy.childBox(node, child), c);
@@ -189,10 +189,10 @@ Verdict walk(const TriangleHierarchy& hierarchy, const double c[16], AtChild atC
       }
       continue;
     }
-    const TriangleHierarchy::Block& block = view.block(reference);
+    const TriangleBvh::Block& block = view.block(reference);
     for (int lane = 0; lane < kWidth && block.reach[lane] >= 0; ++lane) {
       if (patience-- == 0) return Verdict::openStill;
-      const Verdict verdict = atTriangle(TriangleHierarchy::View::exact(block)[lane].corner);
+      const Verdict verdict = atTriangle(TriangleBvh::View::exact(block)[lane].corner);
       if (verdict != Verdict::openStill) return verdict;
     }
   }
@@ -214,7 +214,7 @@ bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
         double p[9];
         for (int k = 0; k < 9; k += 3)
           if (!projectToClipSpace(c, corners + k, p + k)) p[k] = p[k + 1] = p[k + 2] = 0.0;
-        return overlapsBox(p, p + 3, p + 6, kClipCubeCentre, kClipCubeHalf) ? Verdict::yes : Verdict::openStill;
+        return overlapsBox(p, p + 3, p + 6, kClipCubeCenter, kClipCubeHalf) ? Verdict::yes : Verdict::openStill;
       });
   return verdict == Verdict::openStill ? overlapsClipCubePlain(mesh, c) : verdict == Verdict::yes;
 }

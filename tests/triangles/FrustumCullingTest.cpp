@@ -1,4 +1,4 @@
-#include <facetbox/triangles/ClipTest.h>
+#include <facetbox/triangles/FrustumCulling.h>
 
 #include <algorithm>
 #include <cmath>
@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <facetbox/triangles/ClipVertices.h>
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/TriangleBvh.h>
 #include <tests/support/PlainPicker.h>
 #include <tests/support/Scenes.h>
 
@@ -51,7 +51,7 @@ std::unique_ptr<TriangleMesh> randomMesh(std::mt19937& random) {
   return support::triangleMeshOf(coordinates, indices);
 }
 
-TEST(ClipTest, givesTheAnswersOfTheLoopsAsWrittenDown) {
+TEST(FrustumCulling, givesTheAnswersOfTheLoopsAsWrittenDown) {
   std::mt19937 random(1);
   std::size_t overlapping = 0, inside = 0, count = 0;
   for (int scene = 0; scene < 1000; ++scene) {
@@ -77,7 +77,7 @@ TEST(ClipTest, givesTheAnswersOfTheLoopsAsWrittenDown) {
 }
 
 // The corners of a box, some ulps on either side of a plane: what is told from the box must hold for each.
-TEST(ClipTest, whatIsToldFromABoxHoldsForItsCorners) {
+TEST(FrustumCulling, whatIsToldFromABoxHoldsForItsCorners) {
   std::mt19937 random(5);
   int inside = 0, outside = 0;
   const auto number = [&](double size) { return std::uniform_real_distribution<double>(-size, size)(random); };
@@ -132,7 +132,7 @@ TEST(ClipVertices, areTheSameWithAnyInstructions) {
   }
 }
 
-TEST(ClipTest, triangleThatReachesToInfinityOverlapsNothing) {
+TEST(FrustumCulling, triangleThatReachesToInfinityOverlapsNothing) {
   // Two corners are in the cube; the third is infinite, over a w of 1e308.
   const auto mesh = support::triangleMeshOf({0, 0, 0, 0, 0.5, 0, 1e10, 0, 0}, {0, 1, 2});
   const Matrix c{1e300, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1e308};

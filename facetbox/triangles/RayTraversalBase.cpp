@@ -3,7 +3,7 @@
 #endif
 
 #include <facetbox/math/FourLanes.h>
-#include <facetbox/triangles/RayDescent.h>
+#include <facetbox/triangles/RayTraversal.h>
 
 namespace util {
 namespace {
@@ -60,12 +60,12 @@ struct Base {
   static Doubles withSignOf(const Doubles& x, const Doubles& sign) {
     return {withSignOf(x.low, sign.low), withSignOf(x.high, sign.high)};
   }
-  static Quad rounded(const Doubles& x) {
+  static Float4 rounded(const Doubles& x) {
 #if defined(__SSE2__)
     return _mm_movelh_ps(_mm_cvtpd_ps(x.low), _mm_cvtpd_ps(x.high));
 #else
-    return Quad{static_cast<float>(x.low[0]), static_cast<float>(x.low[1]), static_cast<float>(x.high[0]),
-                static_cast<float>(x.high[1])};
+    return Float4{static_cast<float>(x.low[0]), static_cast<float>(x.low[1]), static_cast<float>(x.high[0]),
+                  static_cast<float>(x.high[1])};
 #endif
   }
   static double largest(const Doubles& x) {
@@ -94,8 +94,8 @@ struct Base {
 
 }  // namespace
 
-bool descendBase(const TriangleHierarchy::View& view, const RayPlacement& placement, ExactSearch& search) {
-  return descend<Base>(view, placement, search);
+bool traverseBase(const TriangleBvh::View& view, const RayTransform& placement, ExactSearch& search) {
+  return traverse<Base>(view, placement, search);
 }
 
 }  // namespace util

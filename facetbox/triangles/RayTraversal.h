@@ -4,9 +4,9 @@
 
 #include <facetbox/math/Vec3.h>
 #include <facetbox/triangles/RayTest.h>
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/TriangleBvh.h>
 
-// The descent of a ray through a hierarchy. The kernel is written once, over a set of vector operations, and compiled
+// The traversal of a ray through a hierarchy. The kernel is written once, over a set of vector operations, and compiled
 // once per instruction set; nothing in here may call an inline function of a library, since the linker would be free to
 // keep the copy that an older processor cannot run.
 
@@ -69,22 +69,22 @@ inline constexpr double kSmallestDeterminant = 1e-5;
 inline constexpr double kLargestMagnitude = 1e70;
 
 /// A vector of three; the fourth place has no meaning.
-typedef float Quad __attribute__((vector_size(16)));
+typedef float Float4 __attribute__((vector_size(16)));
 
 /// A ray in the unit coordinates of a hierarchy, its parameter shifted and scaled so that the largest coordinate of the
 /// direction is 1. It serves to pass over boxes and triangles only; the margins are derived above.
 struct UnitRay {
-  Quad origin;
-  Quad direction;
-  Quad inverse;     ///< 1 / direction; never infinite
-  Quad nearOffset;  ///< plane * inverse - nearOffset is where the ray meets a near plane moved nearer by the margin
-  Quad farOffset;   ///< and so for a far plane moved farther
-  float tolerance;  ///< of the triangle filter, per unit of a triangle's reach
-  float first;      ///< parameters of interest
-  float last;       ///< shrinks with every hit
+  Float4 origin;
+  Float4 direction;
+  Float4 inverse;     ///< 1 / direction; never infinite
+  Float4 nearOffset;  ///< plane * inverse - nearOffset is where the ray meets a near plane moved nearer by the margin
+  Float4 farOffset;   ///< and so for a far plane moved farther
+  float tolerance;    ///< of the triangle filter, per unit of a triangle's reach
+  float first;        ///< parameters of interest
+  float last;         ///< shrinks with every hit
 
-  // For wary descents only, see above: what grows with the reach of a subtree's or a lane's triangles.
-  Quad outwardPerReach;     ///< by which planes are moved beyond their offsets, as parameters
+  // For traversals with grazing only, see above: what grows with the reach of a subtree's or a lane's triangles.
+  Float4 outwardPerReach;   ///< by which planes are moved beyond their offsets, as parameters
   float tolerancePerReach;  ///< of the triangle filter, added to its tolerance
   float edgePerReach;       ///< the edges' size in the world from the reach: times this,
   float edgeError;          ///< plus this
@@ -92,7 +92,7 @@ struct UnitRay {
   float grazingPerReach;    ///< plus this times the reach
   float normalError;        ///< of such a determinant, per unit of the sum of the cross product's coordinates
   // The wide boxes.
-  Quad rowSums;          ///< boxes are wider by this times eta
+  Float4 rowSums;        ///< boxes are wider by this times eta
   float errorPerEdgeSq;  ///< Q from the edges' size
   float etaPerEdgeSq;    ///< eta from it
   float farWidth;        ///< a width with which every ray meets every box
@@ -132,19 +132,19 @@ void testPlaced(const double vectors[12], std::uint32_t triangle, ExactSearch& s
 
 /// Finds the nearest hit.
 /// @return whether it could: else the ray is one for the plain loop, and `search` is untouched
-using RayDescent = bool(const TriangleHierarchy::View&, const RayPlacement&, ExactSearch&);
+using RayTraversal = bool(const TriangleBvh::View&, const RayTransform&, ExactSearch&);
 
 /// For processors with AVX2 and fused multiply-add, and for any.
-RayDescent descendAvx2;
-RayDescent descendBase;
+RayTraversal traverseAvx2;
+RayTraversal traverseBase;
 
-/// What becomes of a ray: it is descended (warily: with an eye on grazed triangles), cannot hit anything, or is one for
-/// the plain loop.
-enum class Outlook { descend, descendWarily, noHit, unknown };
+/// What becomes of a ray: it is traversed (with grazing: with an eye on grazed triangles), cannot hit anything, or is
+/// one for the plain loop.
+enum class RayPlan { traverse, traverseGrazing, noHit, usePlainLoop };
 
 /// Derives the unit ray, with its margins, from the ray of the search.
 template <class Ops>
-inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placement, const ExactSearch& search,
+inline __attribute__((always_inline)) RayPlan prepare(const RayTransform& placement, const ExactSearch& search,
                                                       UnitRay& ray, ParameterMap& limits) {
   using V = typename Ops::Doubles;
   /// Boxes may be widened by this much, in unit coordinates, before grazed triangles are treated apart.
@@ -152,10 +152,10 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   constexpr double kRaise = 0x1p13;
   const V origin = Ops::three(search.origin), direction = Ops::three(search.direction);
   const double D = Ops::largest(direction), O = Ops::largest(origin), E = placement.edge;
-  if (!(D < kLargestMagnitude && O < kLargestMagnitude)) return Outlook::unknown;
+  if (!(D < kLargestMagnitude && O < kLargestMagnitude)) return RayPlan::usePlainLoop;
   const double Q = placement.determinantError * D;
   // No determinant exceeds 6 E E D.
-  if (7 * Q < 32 * kUnit * kSmallestDeterminant) return Outlook::noHit;
+  if (7 * Q < 32 * kUnit * kSmallestDeterminant) return RayPlan::noHit;
 
   // The ray in unit coordinates, its origin moved next to the center.
   const V x = Ops::load(placement.columns[0]), y = Ops::load(placement.columns[1]), z = Ops::load(placement.columns[2]);
@@ -167,7 +167,8 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   const double oSize = Ops::largest(o), dSize = Ops::largest(d);
   // Per unit of a row sum, the error of d.
   const double drift = 4 * kUnit * D;
-  if (!(drift * placement.largestRowSum < 0.01 * dSize) || !(dSize > 1e-100 && dSize < 1e100)) return Outlook::unknown;
+  if (!(drift * placement.largestRowSum < 0.01 * dSize) || !(dSize > 1e-100 && dSize < 1e100))
+    return RayPlan::usePlainLoop;
   const double shift = -Ops::sum(o * d) / Ops::sum(d * d);
   const V n = o + Ops::all(shift) * d;
   const double offCenter = Ops::sum(Ops::absolute(n));
@@ -178,9 +179,9 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   const double here = placement.growth * oSize + (placement.imageError * O + placement.meshReach);
   const double reach = anywhere < here ? anywhere : here;
   double tau = kSmallestDeterminant, perDeterminant = 1 / (0.75 * kSmallestDeterminant), around = 5;
-  const bool isWary =
+  const bool mayGraze =
       !(Q <= 0.25 * kSmallestDeterminant && 2 * perDeterminant * Q * reach * placement.largestRowSum < kWide);
-  if (isWary) {
+  if (mayGraze) {
     tau = kRaise * E * D * (32 * kUnit * reach + 24 * placement.cornerError);
     perDeterminant = 1 / (0.75 * tau);
     around += offCenter;
@@ -195,8 +196,8 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   // Of 1 + |n| + w.
   const double size = around + 13 * widest;
   // A NaN or an infinity anywhere in the ray ends up in here.
-  if (!(size < 1e30 && offCenter < 1e30)) return Outlook::unknown;
-  if (!isWary && offCenter > 4 + 12 * widest) return Outlook::noHit;
+  if (!(size < 1e30 && offCenter < 1e30)) return RayPlan::usePlainLoop;
+  if (!mayGraze && offCenter > 4 + 12 * widest) return RayPlan::noHit;
 
   const V along = d * Ops::all(unit);
   // Here is 10 kFloatUnit * size, but for what grows with perRow: that is part of the row sums.
@@ -218,7 +219,7 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   // The least parameter is, but for its sign, the largest one of the ray in the other direction.
   ray.first = -above((slack + spread + shift) * dSize);
   ray.last = kLastParameter;
-  if (!isWary) return Outlook::descend;
+  if (!mayGraze) return RayPlan::traverse;
 
   // Per unit of an edge in the world.
   const double error = 32 * kUnit * reach + 24 * placement.cornerError;
@@ -242,7 +243,7 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   const double grazingPerEdge = 1.02 * (kRaise * error + 24 * placement.cornerError) * D * toUnit;
   if (!(directionError < 0x1p-8) || !(toUnit < 1e30) || !(tau * toUnit < 1e30) || !(widthPerReach < 1e30) ||
       !(grazingPerEdge * edgePerReach < 1e30))
-    return Outlook::unknown;
+    return RayPlan::usePlainLoop;
   ray.normalError = static_cast<float>(1.01 * directionError);
   ray.grazing = static_cast<float>(grazingPerEdge * edgeError);
   ray.grazingPerReach = static_cast<float>(grazingPerEdge * edgePerReach);
@@ -255,18 +256,18 @@ inline __attribute__((always_inline)) Outlook prepare(const RayPlacement& placem
   const auto isModest = [](float value) { return value > 1e-30F && value < 1e30F; };
   if (!(E < 1e15 && isModest(ray.edgePerReach) && isModest(ray.errorPerEdgeSq) && isModest(ray.etaPerEdgeSq) &&
         E * E * static_cast<double>(ray.etaPerEdgeSq) < 1e30 && placement.largestRowSum < 1e30))
-    return Outlook::unknown;
-  return Outlook::descendWarily;
+    return RayPlan::usePlainLoop;
+  return RayPlan::traverseGrazing;
 }
 
 /// Of the lanes from `first` on, as many as the operations take at once, those whose triangles the ray may hit, as
 /// bits: the test of Moeller and Trumbore without its division, in floats, each comparison loosened by the tolerance.
-/// With `wary`, each triangle has a tolerance by its own reach, and those whose determinant may be grazing stay.
+/// With `grazingRay`, each triangle has a tolerance by its own reach, and those whose determinant may be grazing stay.
 template <class Ops>
-inline __attribute__((always_inline)) unsigned filterLanes(const TriangleHierarchy::Block& block, int first,
+inline __attribute__((always_inline)) unsigned filterLanes(const TriangleBvh::Block& block, int first,
                                                            const typename Ops::Floats* origin,
                                                            const typename Ops::Floats* direction,
-                                                           float tolerancePerReach, const UnitRay* wary) {
+                                                           float tolerancePerReach, const UnitRay* grazingRay) {
   using F = typename Ops::Floats;
   const F e1x = Ops::load(block.edge1[0] + first), e1y = Ops::load(block.edge1[1] + first),
           e1z = Ops::load(block.edge1[2] + first);
@@ -284,12 +285,12 @@ inline __attribute__((always_inline)) unsigned filterLanes(const TriangleHierarc
   const F size = Ops::flip(det, sign);
   const F reach = Ops::load(block.reach + first);
   F perReach = Ops::all(tolerancePerReach);
-  if (wary != nullptr) perReach = perReach + Ops::all(wary->tolerancePerReach) * reach;
+  if (grazingRay != nullptr) perReach = perReach + Ops::all(grazingRay->tolerancePerReach) * reach;
   const F tolerance = perReach * reach;
   const F least = Ops::min(Ops::min(u, v), size + tolerance - u - v);
   const unsigned lanes = Ops::lessEqual(Ops::all(0.0F) - tolerance, least) | Ops::lessEqual(size, tolerance);
-  if (wary == nullptr) return lanes;
-  const F grazing = Ops::all(wary->grazing) + Ops::all(wary->grazingPerReach) * reach;
+  if (grazingRay == nullptr) return lanes;
+  const F grazing = Ops::all(grazingRay->grazing) + Ops::all(grazingRay->grazingPerReach) * reach;
   return (lanes | Ops::lessEqual(size, tolerance + grazing)) & Ops::lessEqual(Ops::all(0.0F), reach);
 }
 
@@ -302,7 +303,7 @@ inline __attribute__((always_inline)) typename Ops::Doubles placed(const double*
 
 /// Tests a triangle as the plain loop does.
 template <class Ops>
-inline __attribute__((always_inline)) void testExact(const TriangleHierarchy::Exact& exact, ExactSearch& search) {
+inline __attribute__((always_inline)) void testExact(const TriangleBvh::Exact& exact, ExactSearch& search) {
   const typename Ops::Doubles p0 = placed<Ops>(search.matrix, exact.corner);
   alignas(32) double vectors[12];
   Ops::store(vectors, placed<Ops>(search.matrix, exact.corner + 3) - p0);
@@ -312,14 +313,13 @@ inline __attribute__((always_inline)) void testExact(const TriangleHierarchy::Ex
 }
 
 /// Asks for the start of what a reference names, before it is needed.
-inline __attribute__((always_inline)) void prefetch(const TriangleHierarchy::View& view,
-                                                    TriangleHierarchy::Reference reference) {
-  const auto* start = reinterpret_cast<const char*>(view.arena + (reference & ~TriangleHierarchy::kLeaf));
+inline __attribute__((always_inline)) void prefetch(const TriangleBvh::View& view, TriangleBvh::Reference reference) {
+  const auto* start = reinterpret_cast<const char*>(view.arena + (reference & ~TriangleBvh::kLeaf));
   for (int line = 0; line < 256; line += 64) __builtin_prefetch(start + line);
 }
 
 /// Asks for a block's exact triangles while the filter runs: one of them will be wanted at once.
-inline __attribute__((always_inline)) void prefetchExact(const TriangleHierarchy::Block& block) {
+inline __attribute__((always_inline)) void prefetchExact(const TriangleBvh::Block& block) {
   const auto* start = reinterpret_cast<const char*>(&block + 1);
   for (int line = 0; line < 640; line += 64) __builtin_prefetch(start + line);
 }
@@ -330,14 +330,13 @@ struct Children {
   unsigned grazed;  ///< those that may hold grazed triangles which the ray hits far from where they are
 };
 
-/// The children from `first` on that a wary descent has to enter.
+/// The children from `first` on that a traversal with grazing has to enter.
 /// @param at  receives where the ray meets their boxes
 template <class Ops>
-inline __attribute__((always_inline)) Children meetWarily(const TriangleHierarchy::View& view,
-                                                          const TriangleHierarchy::Node& node, int first,
-                                                          const UnitRay& ray, float* at) {
+inline __attribute__((always_inline)) Children meetGrazing(const TriangleBvh::View& view, const TriangleBvh::Node& node,
+                                                           int first, const UnitRay& ray, float* at) {
   using F = typename Ops::Floats;
-  const float(&normals)[6][TriangleHierarchy::kWidth] = view.normals[node.number].bounds;
+  const float(&normals)[6][TriangleBvh::kWidth] = view.normals[node.number].bounds;
   const F reach = Ops::load(view.normals[node.number].reach + first);
   const F edge = reach * Ops::all(ray.edgePerReach) + Ops::all(ray.edgeError);
   const F edgeSq = edge * edge;
@@ -374,16 +373,16 @@ inline __attribute__((always_inline)) Children meetWarily(const TriangleHierarch
 }
 
 /// Tests every triangle that the filters leave between the ray's first and its last parameter, near boxes first.
-template <class Ops, bool kWarily>
-inline __attribute__((always_inline)) void search(const TriangleHierarchy::View& view, UnitRay ray,
+template <class Ops, bool kGrazing>
+inline __attribute__((always_inline)) void search(const TriangleBvh::View& view, UnitRay ray,
                                                   const ParameterMap& limits, ExactSearch& exact) {
   using F = typename Ops::Floats;
   struct Entry {
-    TriangleHierarchy::Reference reference;
+    TriangleBvh::Reference reference;
     float near;
   };
-  constexpr int kStack = (TriangleHierarchy::kWidth - 1) * TriangleHierarchy::kMaxDepth + TriangleHierarchy::kWidth;
-  constexpr TriangleHierarchy::Reference kNothing = ~0U;
+  constexpr int kStack = (TriangleBvh::kWidth - 1) * TriangleBvh::kMaxDepth + TriangleBvh::kWidth;
+  constexpr TriangleBvh::Reference kNothing = ~0U;
   Entry stack[kStack];
   int depth = 0;
 
@@ -394,15 +393,15 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
           nearZ0 = Ops::all(ray.nearOffset[2]);
   const F farX0 = Ops::all(ray.farOffset[0]), farY0 = Ops::all(ray.farOffset[1]), farZ0 = Ops::all(ray.farOffset[2]);
 
-  TriangleHierarchy::Reference reference = view.root;
+  TriangleBvh::Reference reference = view.root;
   for (;;) {
-    while ((reference & TriangleHierarchy::kLeaf) == 0) {
-      const TriangleHierarchy::Node& node = view.node(reference);
-      alignas(32) float at[TriangleHierarchy::kWidth];
+    while ((reference & TriangleBvh::kLeaf) == 0) {
+      const TriangleBvh::Node& node = view.node(reference);
+      alignas(32) float at[TriangleBvh::kWidth];
       unsigned met = 0, grazed = 0;
-      for (int first = 0; first < TriangleHierarchy::kWidth; first += Ops::kLanes) {
-        if (kWarily) {
-          const Children children = meetWarily<Ops>(view, node, first, ray, at);
+      for (int first = 0; first < TriangleBvh::kWidth; first += Ops::kLanes) {
+        if (kGrazing) {
+          const Children children = meetGrazing<Ops>(view, node, first, ray, at);
           met |= children.met << first;
           grazed |= children.grazed << first;
           continue;
@@ -427,16 +426,16 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
       reference = node.child[a];
       if (met == 0) continue;
       // Go on with the nearest child, the others wait.
-      if (kWarily) {
+      if (kGrazing) {
         // Whatever lies nearer says nothing about grazed triangles.
-        for (unsigned i = 0; i < TriangleHierarchy::kWidth; ++i)
+        for (unsigned i = 0; i < TriangleBvh::kWidth; ++i)
           if ((grazed >> i & 1) != 0) at[i] = ray.first;
       }
       float nearest = at[a];
       do {
         const int c = __builtin_ctz(met);
         met &= met - 1;
-        const TriangleHierarchy::Reference other = node.child[c];
+        const TriangleBvh::Reference other = node.child[c];
         const float distance = at[c];
         const bool isNearer = distance < nearest;
         stack[depth].reference = isNearer ? reference : other;
@@ -448,17 +447,17 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
       } while (met != 0);
     }
     if (reference != kNothing) {
-      const TriangleHierarchy::Block& block = view.block(reference);
+      const TriangleBvh::Block& block = view.block(reference);
       const F origin[3] = {Ops::all(ray.origin[0]), Ops::all(ray.origin[1]), Ops::all(ray.origin[2])};
       const F direction[3] = {Ops::all(ray.direction[0]), Ops::all(ray.direction[1]), Ops::all(ray.direction[2])};
       if (view.isLarge) prefetchExact(block);
       unsigned hits = 0;
-      for (int first = 0; first < TriangleHierarchy::kWidth; first += Ops::kLanes)
-        hits |= filterLanes<Ops>(block, first, origin, direction, ray.tolerance, kWarily ? &ray : nullptr) << first;
+      for (int first = 0; first < TriangleBvh::kWidth; first += Ops::kLanes)
+        hits |= filterLanes<Ops>(block, first, origin, direction, ray.tolerance, kGrazing ? &ray : nullptr) << first;
       if (hits != 0) {
         const double before = exact.best;
         do {
-          testExact<Ops>(TriangleHierarchy::View::exact(block)[__builtin_ctz(hits)], exact);
+          testExact<Ops>(TriangleBvh::View::exact(block)[__builtin_ctz(hits)], exact);
           hits &= hits - 1;
         } while (hits != 0);
         if (exact.best < before) {
@@ -476,14 +475,14 @@ inline __attribute__((always_inline)) void search(const TriangleHierarchy::View&
 }
 
 template <class Ops>
-inline __attribute__((always_inline)) bool descend(const TriangleHierarchy::View& view, const RayPlacement& placement,
-                                                   ExactSearch& exact) {
+inline __attribute__((always_inline)) bool traverse(const TriangleBvh::View& view, const RayTransform& placement,
+                                                    ExactSearch& exact) {
   UnitRay ray;
   ParameterMap limits{};
-  const Outlook outlook = prepare<Ops>(placement, exact, ray, limits);
-  if (outlook == Outlook::descend) search<Ops, false>(view, ray, limits, exact);
-  if (outlook == Outlook::descendWarily) search<Ops, true>(view, ray, limits, exact);
-  return outlook != Outlook::unknown;
+  const RayPlan plan = prepare<Ops>(placement, exact, ray, limits);
+  if (plan == RayPlan::traverse) search<Ops, false>(view, ray, limits, exact);
+  if (plan == RayPlan::traverseGrazing) search<Ops, true>(view, ray, limits, exact);
+  return plan != RayPlan::usePlainLoop;
 }
 
 }  // namespace util

@@ -1,4 +1,4 @@
-#include <facetbox/triangles/TriangleHierarchy.h>
+#include <facetbox/triangles/TriangleBvh.h>
 
 #include <algorithm>
 #include <bit>
@@ -13,59 +13,59 @@
 namespace util {
 namespace {
 
-using Node = TriangleHierarchy::Node;
-using Normals = TriangleHierarchy::Normals;
-using Block = TriangleHierarchy::Block;
-using Exact = TriangleHierarchy::Exact;
-using Unit = TriangleHierarchy::Unit;
-using Reference = TriangleHierarchy::Reference;
-constexpr int kWidth = TriangleHierarchy::kWidth;
-constexpr std::uint32_t kBlockSize = TriangleHierarchy::kWidth;
+using Node = TriangleBvh::Node;
+using Normals = TriangleBvh::Normals;
+using Block = TriangleBvh::Block;
+using Exact = TriangleBvh::Exact;
+using Unit = TriangleBvh::Unit;
+using Reference = TriangleBvh::Reference;
+constexpr int kWidth = TriangleBvh::kWidth;
+constexpr std::uint32_t kBlockSize = TriangleBvh::kWidth;
 
 /// Below this many triangles the plain loop is as fast.
 constexpr std::size_t kFewTriangles = 9;
 /// So many fit into the arena whatever its shape: a block takes at most 13 units for one triangle, and there are fewer
 /// nodes, of 8 units, than blocks.
-constexpr std::size_t kMostTriangles = TriangleHierarchy::kLeaf / 32;
+constexpr std::size_t kMostTriangles = TriangleBvh::kLeaf / 32;
 
 /// Coordinates beyond this are left to the plain loop, which knows what an overflow gives.
 constexpr double kLargestCoordinate = 1e100;
 
-typedef float Quad __attribute__((vector_size(16)));
+typedef float Float4 __attribute__((vector_size(16)));
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
-constexpr Quad kNothingLow{kInfinity, kInfinity, kInfinity, 0};
-constexpr Quad kNothingHigh{-kInfinity, -kInfinity, -kInfinity, 0};
+constexpr Float4 kNothingLow{kInfinity, kInfinity, kInfinity, 0};
+constexpr Float4 kNothingHigh{-kInfinity, -kInfinity, -kInfinity, 0};
 
-inline Quad smaller(Quad a, Quad b) { return a < b ? a : b; }
-inline Quad larger(Quad a, Quad b) { return a > b ? a : b; }
+inline Float4 smaller(Float4 a, Float4 b) { return a < b ? a : b; }
+inline Float4 larger(Float4 a, Float4 b) { return a > b ? a : b; }
 
-struct QuadBox {
-  Quad low = kNothingLow, high = kNothingHigh;
+struct FloatBounds {
+  Float4 low = kNothingLow, high = kNothingHigh;
 
-  void extend(Quad otherLow, Quad otherHigh) {
+  void extend(Float4 otherLow, Float4 otherHigh) {
     low = smaller(low, otherLow);
     high = larger(high, otherHigh);
   }
   float halfArea() const {
-    const Quad d = high - low;
+    const Float4 d = high - low;
     return d[0] * d[1] + d[1] * d[2] + d[2] * d[0];
   }
 };
 
 /// A triangle's box; its number is kept in the bits of low's fourth lane.
 struct Item {
-  Quad low, high;
+  Float4 low, high;
 
-  Quad centerTwice() const { return low + high; }
+  Float4 centerTwice() const { return low + high; }
   std::uint32_t triangle() const { return std::bit_cast<std::uint32_t>(low[3]); }
 };
 
 /// A run of items that becomes one child.
 struct Range {
   std::uint32_t begin = 0, end = 0;
-  QuadBox bounds;   ///< of the boxes
-  QuadBox centers;  ///< of twice their centers
+  FloatBounds bounds;   ///< of the boxes
+  FloatBounds centers;  ///< of twice their centers
 
   std::uint32_t size() const { return end - begin; }
   void add(const Item& item) {
@@ -85,16 +85,16 @@ struct Cut {
 
 /// Maps twice a center to its bin on all three axes at once.
 struct Binning {
-  Quad origin, scale;
+  Float4 origin, scale;
   int count;
 
   explicit Binning(const Range& range)
       : origin(range.centers.low), count(static_cast<int>(std::min<std::uint32_t>(kMostBins, 4 + range.size() / 4))) {
-    const Quad extent = range.centers.high - range.centers.low;
+    const Float4 extent = range.centers.high - range.centers.low;
     for (int a = 0; a < 3; ++a) scale[a] = extent[a] > 1e-30F ? 0.99F * static_cast<float>(count) / extent[a] : 0.0F;
     scale[3] = 0;
   }
-  Quad place(const Item& item) const { return (item.centerTwice() - origin) * scale; }
+  Float4 place(const Item& item) const { return (item.centerTwice() - origin) * scale; }
 };
 
 class Builder {
@@ -111,7 +111,7 @@ class Builder {
 
   /// Builds the subtree of a range.
   /// @param normals  receives the box around its cross products; in the fourth lane the largest reach
-  Reference build(const Range& range, int depth, QuadBox& normals) {
+  Reference build(const Range& range, int depth, FloatBounds& normals) {
     if (range.size() <= kBlockSize) return makeBlock(range, normals);
     std::array<Range, kWidth> children;
     children[0] = range;
@@ -128,11 +128,11 @@ class Builder {
     mNormals.emplace_back();
     at<Node>(place)->number = number;
     for (int i = 0; i < kWidth; ++i) {
-      QuadBox childNormals;
-      const Reference child = i < count ? build(children[i], depth + 1, childNormals) : TriangleHierarchy::kLeaf;
+      FloatBounds childNormals;
+      const Reference child = i < count ? build(children[i], depth + 1, childNormals) : TriangleBvh::kLeaf;
       Node& node = *at<Node>(place);
       node.child[i] = child;
-      fillBounds(node.bounds, i, i < count ? children[i].bounds : QuadBox());
+      fillBounds(node.bounds, i, i < count ? children[i].bounds : FloatBounds());
       fillBounds(mNormals[number].bounds, i, childNormals);
       mNormals[number].reach[i] = childNormals.high[3];
       normals.extend(childNormals.low, childNormals.high);
@@ -156,14 +156,14 @@ class Builder {
     return widest;
   }
 
-  static void fillBounds(float (&bounds)[6][kWidth], int child, const QuadBox& box) {
+  static void fillBounds(float (&bounds)[6][kWidth], int child, const FloatBounds& box) {
     for (int a = 0; a < 3; ++a) {
       bounds[a][child] = box.low[a];
       bounds[3 + a][child] = box.high[a];
     }
   }
 
-  Reference makeBlock(const Range& range, QuadBox& normals) {
+  Reference makeBlock(const Range& range, FloatBounds& normals) {
     const Reference place = append<Block>(range.size());
     Block& block = *at<Block>(place);
     auto* exact = reinterpret_cast<Exact*>(&block + 1);
@@ -172,10 +172,10 @@ class Builder {
       for (int a = 0; a < 3; ++a) block.corner[a][lane] = block.edge1[a][lane] = block.edge2[a][lane] = 0;
       if (lane < range.size()) fillLane(block, lane, exact[lane], mItems[range.begin + lane].triangle(), normals);
     }
-    return TriangleHierarchy::kLeaf | place;
+    return TriangleBvh::kLeaf | place;
   }
 
-  void fillLane(Block& block, std::uint32_t lane, Exact& exact, std::uint32_t triangle, QuadBox& normals) {
+  void fillLane(Block& block, std::uint32_t lane, Exact& exact, std::uint32_t triangle, FloatBounds& normals) {
     exact.triangle = triangle;
     for (std::size_t k = 0; k < 3; ++k)
       std::copy_n(mCoordinates.data() + 3 * std::size_t{mIndices[3 * std::size_t{triangle} + k]}, 3,
@@ -193,8 +193,8 @@ class Builder {
     block.reach[lane] = 1.000001F * reach;
     // Rounding to floats costs half an ulp, less than the test allows for.
     const Vec3 normal = cross(Vec3{e1[0], e1[1], e1[2]}, Vec3{e2[0], e2[1], e2[2]});
-    const Quad point{static_cast<float>(normal.x), static_cast<float>(normal.y), static_cast<float>(normal.z),
-                     block.reach[lane]};
+    const Float4 point{static_cast<float>(normal.x), static_cast<float>(normal.y), static_cast<float>(normal.z),
+                       block.reach[lane]};
     normals.extend(point, point);
   }
 
@@ -214,7 +214,7 @@ class Builder {
 
   /// Near the largest depth only halves are cut: at most 32 further levels, whatever the number of items.
   std::pair<Range, Range> split(const Range& range, int depth) {
-    if (depth < TriangleHierarchy::kMaxDepth - 32) {
+    if (depth < TriangleBvh::kMaxDepth - 32) {
       const Binning binning(range);
       const Cut cut = bestCut(range, binning);
       if (cut.axis >= 0) return partition(range, binning, cut);
@@ -223,17 +223,17 @@ class Builder {
   }
 
   Cut bestCut(const Range& range, const Binning& binning) {
-    QuadBox bins[3][kMostBins];
+    FloatBounds bins[3][kMostBins];
     std::uint32_t counts[3][kMostBins];
     const int n = binning.count;
     for (int a = 0; a < 3; ++a)
       for (int b = 0; b < n; ++b) {
-        bins[a][b] = QuadBox();
+        bins[a][b] = FloatBounds();
         counts[a][b] = 0;
       }
     for (std::uint32_t i = range.begin; i < range.end; ++i) {
       const Item& item = mItems[i];
-      const Quad place = binning.place(item);
+      const Float4 place = binning.place(item);
       const int x = static_cast<int>(place[0]), y = static_cast<int>(place[1]), z = static_cast<int>(place[2]);
       bins[0][x].extend(item.low, item.high);
       bins[1][y].extend(item.low, item.high);
@@ -249,16 +249,16 @@ class Builder {
   }
 
   /// Costs of a side: its surface times the blocks that it needs.
-  static void improve(Cut& best, int axis, const QuadBox* bins, const std::uint32_t* counts, int n) {
+  static void improve(Cut& best, int axis, const FloatBounds* bins, const std::uint32_t* counts, int n) {
     float costs[kMostBins];
-    QuadBox box;
+    FloatBounds box;
     std::uint32_t count = 0;
     for (int b = n - 1; b > 0; --b) {
       box.extend(bins[b].low, bins[b].high);
       count += counts[b];
       costs[b] = count == 0 ? kInfinity : box.halfArea() * blocksFor(count);
     }
-    box = QuadBox();
+    box = FloatBounds();
     count = 0;
     for (int b = 1; b < n; ++b) {
       box.extend(bins[b - 1].low, bins[b - 1].high);
@@ -321,8 +321,7 @@ float roundedUp(double x) {
 
 }  // namespace
 
-TriangleHierarchy::TriangleHierarchy(std::span<const double> vertexCoordinates,
-                                     std::span<const std::uint32_t> indices) {
+TriangleBvh::TriangleBvh(std::span<const double> vertexCoordinates, std::span<const std::uint32_t> indices) {
   const std::size_t triangleCount = indices.size() / 3;
   if (triangleCount < kFewTriangles || triangleCount > kMostTriangles) return;
   const auto corner = [&](std::size_t triangle, std::size_t k) {
@@ -384,14 +383,14 @@ TriangleHierarchy::TriangleHierarchy(std::span<const double> vertexCoordinates,
   range.end = static_cast<std::uint32_t>(items.size());
   mArena.reserve(5 * items.size());
   mNormals.reserve(items.size() / 16);
-  QuadBox normals;
+  FloatBounds normals;
   mRoot = Builder(items, mArena, mNormals, vertexCoordinates, indices, mCenter, mScale).build(range, 0, normals);
   mTriangleCount = items.size();
   for (std::size_t v = 0; v < isUsed.size(); ++v)
     if (!isUsed[v]) mLooseVertices.push_back(static_cast<std::uint32_t>(v));
 }
 
-Box TriangleHierarchy::childBox(const Node& node, int child) const noexcept {
+Box TriangleBvh::childBox(const Node& node, int child) const noexcept {
   const double size = 1 / mScale;
   const double slack = 0x1p-50 * (size + std::max({std::fabs(mCenter.x), std::fabs(mCenter.y), std::fabs(mCenter.z)}));
   const auto corner = [&](int first, double outward) {

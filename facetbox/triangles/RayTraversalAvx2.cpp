@@ -3,7 +3,7 @@
 
 #include <immintrin.h>
 
-#include <facetbox/triangles/RayDescent.h>
+#include <facetbox/triangles/RayTraversal.h>
 
 namespace util {
 namespace {
@@ -41,7 +41,7 @@ struct Avx2 {
   static Doubles withSignOf(Doubles x, Doubles sign) {
     return _mm256_or_pd(x, _mm256_and_pd(sign, _mm256_set1_pd(-0.0)));
   }
-  static Quad rounded(Doubles x) { return _mm256_cvtpd_ps(x); }
+  static Float4 rounded(Doubles x) { return _mm256_cvtpd_ps(x); }
   static double largest(Doubles x) {
     const __m256d a = absolute(x);
     const __m128d b = _mm_max_pd(_mm256_castpd256_pd128(a), _mm256_extractf128_pd(a, 1));
@@ -59,8 +59,8 @@ struct Avx2 {
 
 }  // namespace
 
-bool descendAvx2(const TriangleHierarchy::View& view, const RayPlacement& placement, ExactSearch& search) {
-  return descend<Avx2>(view, placement, search);
+bool traverseAvx2(const TriangleBvh::View& view, const RayTransform& placement, ExactSearch& search) {
+  return traverse<Avx2>(view, placement, search);
 }
 
 }  // namespace util

@@ -1,4 +1,4 @@
-#include <facetbox/spatial/ViewVolume.h>
+#include <facetbox/spatial/Frustum.h>
 
 #include <algorithm>
 #include <bit>
@@ -41,7 +41,7 @@ constexpr std::array<FaceTable, 6> kFaces{{
 // 8e-16 L / w or a gap of less than 5e-15 M^2 / w. But then the triangle is within w of its longest edge, and the axes
 // of a segment do without that normal. The smaller of w and 5e-15 M^2 / w is at most 7.1e-8 M, times sqrt(3) 1.23e-7 M.
 // Rounding of the plane itself is a few 1e-16 M.
-static_assert(ViewVolume::kMargin > 1.23e-7);
+static_assert(Frustum::kMargin > 1.23e-7);
 
 // Thinner triangles than this, relative to M and in height over the longest edge, are slivers. Normals of others are
 // right to 1e-15 L^2 / (1e-7 M L) < 4e-8.
@@ -54,7 +54,7 @@ double largestOf(const Vec3& v) { return std::max(std::max(std::fabs(v.x), std::
 
 }  // namespace
 
-ViewVolume::ViewVolume(const Vec3 corners[8]) {
+Frustum::Frustum(const Vec3 corners[8]) {
   std::copy_n(corners, 8, mCorners.begin());
   double nothing = 0;  // NaN where a coordinate is not finite
   mSize = 0;
@@ -66,7 +66,7 @@ ViewVolume::ViewVolume(const Vec3 corners[8]) {
   makePlanes();
 }
 
-void ViewVolume::makePlanes() {
+void Frustum::makePlanes() {
   for (std::size_t i = 0; i < mPlanes.size(); ++i) {
     TwoFaces& two = mPlanes[i];
     const auto normalOf = [this](const FaceTable& face) {
@@ -96,14 +96,14 @@ void ViewVolume::makePlanes() {
   }
 }
 
-double ViewVolume::marginFor(const Vec3& centre, const Vec3& half) const {
+double Frustum::marginFor(const Vec3& center, const Vec3& half) const {
   // Infinite where shortcuts must not be taken: nothing is farther off than that. Boxes with a NaN need no such care,
   // they meet nothing either way.
-  const double size = largestOf(centre) + largestOf(half);
+  const double size = largestOf(center) + largestOf(half);
   return size <= kLargest ? kMargin * (mSize + size) : std::numeric_limits<double>::infinity();
 }
 
-void ViewVolume::make(Triangle& triangle, const std::array<std::size_t, 3>& corners) const {
+void Frustum::make(Triangle& triangle, const std::array<std::size_t, 3>& corners) const {
   triangle.start = mCorners[corners[0]];
   triangle.first = mCorners[corners[1]] - triangle.start;
   triangle.second = mCorners[corners[2]] - triangle.start;
@@ -122,13 +122,13 @@ void ViewVolume::make(Triangle& triangle, const std::array<std::size_t, 3>& corn
 // axes the triangle's projection then reaches into that of the box by the margin per unit of the axis' coordinates'
 // sizes. Corners in the box's frame, edges and their products with the box axes are off by a few 1e-16 M of that, a
 // normal that is not a sliver's by 4e-8 of its length, which is 1.4e-7 M over a triangle. So no more needs to be known
-// of the point tried here than that it is one of the triangle: it is next to the box's centre, or nearly so.
-bool ViewVolume::hasPointIn(std::size_t face, const Vec3& centre, const Vec3& half, double margin) const {
+// of the point tried here than that it is one of the triangle: it is next to the box's center, or nearly so.
+bool Frustum::hasPointIn(std::size_t face, const Vec3& center, const Vec3& half, double margin) const {
   for (std::size_t k = 0; k < 2; ++k) {
     Triangle& triangle = mTriangles[face][k];
     if (triangle.state == Triangle::State::unknown) make(triangle, kFaces[face].t[k]);
     if (triangle.state == Triangle::State::sliver) continue;
-    const Vec3 way = centre - triangle.start;
+    const Vec3 way = center - triangle.start;
     double u = std::max(dot(way, triangle.firstPart), 0.0), v = std::max(dot(way, triangle.secondPart), 0.0);
     const double excess = std::max(u + v - 1, 0.0) / 2;
     u = std::min(std::max(u - excess, 0.0), 1.0);
@@ -141,19 +141,19 @@ bool ViewVolume::hasPointIn(std::size_t face, const Vec3& centre, const Vec3& ha
   return false;
 }
 
-bool ViewVolume::certainlyTouches(const Vec3& centre, const Vec3& half, double margin) const {
+bool Frustum::certainlyTouches(const Vec3& center, const Vec3& half, double margin) const {
   for (std::size_t i = 0; i < mPlanes.size(); ++i) {
     const TwoFaces& two = mPlanes[i];
-    const auto isNear = sizesOf(two.heightsOf(centre) - two.offset) <= two.reachesOf(half);
+    const auto isNear = sizesOf(two.heightsOf(center) - two.offset) <= two.reachesOf(half);
     for (std::size_t k = 0; k < 2; ++k)
-      if (isNear[k] != 0 && hasPointIn(2 * i + k, centre, half, margin)) return true;
+      if (isNear[k] != 0 && hasPointIn(2 * i + k, center, half, margin)) return true;
   }
   return false;
 }
 
 /// Whether the faces are flat to a deviation D, all corners lie below all planes but for D, those of the opposite face
 /// by 8 D, and the two triangles of each face lie side by side and are no slivers.
-bool ViewVolume::isProper() const {
+bool Frustum::isProper() const {
   if (mProper != Proper::unknown) return mProper == Proper::yes;
   mProper = Proper::no;
   const double deviation = kClear / 2 * mSize;
@@ -192,26 +192,26 @@ bool ViewVolume::isProper() const {
 // x of the edge shared with a face j. Moved along the normal of i into its plane, which is by at most D, x would be
 // above -2 D from the plane of j, p below (D - 8 D) / 2 + D = -2.5 D, and so q, beyond x from p, above -2 D. So there
 // is a point of a triangle within D of q, deep in the box by the margin where q is by the margin and 2 D.
-bool ViewVolume::certainlyCrosses(std::size_t face, const Vec3& centre, const Vec3& half, double margin) const {
+bool Frustum::certainlyCrosses(std::size_t face, const Vec3& center, const Vec3& half, double margin) const {
   const TwoFaces& two = mPlanes[face / 2];
-  const double height = two.heightsOf(centre)[face % 2] - two.offset[face % 2], depth = margin + kClear * mSize;
+  const double height = two.heightsOf(center)[face % 2] - two.offset[face % 2], depth = margin + kClear * mSize;
   // The sizes of a unit normal's coordinates add up to less than 2.
   return std::fabs(height) <= two.reachesOf(half)[face % 2] - 2 * depth &&
          std::min(std::min(half.x, half.y), half.z) >= depth && isProper();
 }
 
-bool ViewVolume::touchesSurface(const Vec3& centre, const Vec3& half, double margin) const {
+bool Frustum::touchesSurface(const Vec3& center, const Vec3& half, double margin) const {
   std::array<bool, 6> isNear;
   for (std::size_t i = 0; i < mPlanes.size(); ++i) {
     const TwoFaces& two = mPlanes[i];
-    const Pair height = two.heightsOf(centre), gap = two.reachesOf(half) + margin;
+    const Pair height = two.heightsOf(center), gap = two.reachesOf(half) + margin;
     const auto isApart = (height - two.high > gap) | (two.low - height > gap);
     for (std::size_t k = 0; k < 2; ++k) {
       isNear[2 * i + k] = isApart[k] == 0;
-      if (isNear[2 * i + k] && hasPointIn(2 * i + k, centre, half, margin)) return true;
+      if (isNear[2 * i + k] && hasPointIn(2 * i + k, center, half, margin)) return true;
     }
   }
-  const double c[3] = {centre.x, centre.y, centre.z}, h[3] = {half.x, half.y, half.z};
+  const double c[3] = {center.x, center.y, center.z}, h[3] = {half.x, half.y, half.z};
   for (std::size_t i = 0; i < kFaces.size(); ++i) {
     if (!isNear[i]) continue;
     for (const auto& t : kFaces[i].t) {
@@ -223,36 +223,36 @@ bool ViewVolume::touchesSurface(const Vec3& centre, const Vec3& half, double mar
   return false;
 }
 
-bool ViewVolume::meets(const Vec3& centre, const Vec3& half) const {
-  const double margin = marginFor(centre, half);
+bool Frustum::meets(const Vec3& center, const Vec3& half) const {
+  const double margin = marginFor(center, half);
   const double radius = std::min(std::min(std::fabs(half.x), std::fabs(half.y)), std::fabs(half.z));
   // All planes without a branch: boxes near the volume are beyond any of them.
   auto apart = Pair{0, 0} != Pair{0, 0};
   auto inside = Pair{0, 0} == Pair{0, 0};
   for (const TwoFaces& two : mPlanes) {
-    const Pair height = two.heightsOf(centre);
+    const Pair height = two.heightsOf(center);
     apart |= height - two.farthest > two.reachesOf(half) + margin;
     inside &= height < two.offset - radius;
   }
   if ((apart[0] | apart[1]) != 0) return false;
-  return (inside[0] & inside[1]) != 0 || touchesSurface(centre, half, margin);
+  return (inside[0] & inside[1]) != 0 || touchesSurface(center, half, margin);
 }
 
-bool ViewVolume::meets(const Box& box) const {
+bool Frustum::meets(const Box& box) const {
   if (box.min.x > box.max.x || box.min.y > box.max.y || box.min.z > box.max.z) return false;
   const Vec3 half = (box.max - box.min) / 2;
   return meets(box.min + half, half);
 }
 
 // The reach of a box along a normal is not below the radius of its inner sphere.
-ViewVolume::Side ViewVolume::sideOf(const Box& box) const {
+Frustum::Side Frustum::sideOf(const Box& box) const {
   if (!(box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z)) return Side::beyond;
-  const Vec3 half = (box.max - box.min) / 2, centre = box.min + half;
-  const double margin = marginFor(centre, half);
+  const Vec3 half = (box.max - box.min) / 2, center = box.min + half;
+  const double margin = marginFor(center, half);
   auto apart = Pair{0, 0} != Pair{0, 0};
   auto inside = Pair{0, 0} == Pair{0, 0};
   for (const TwoFaces& two : mPlanes) {
-    const Pair height = two.heightsOf(centre), reach = two.reachesOf(half) + margin;
+    const Pair height = two.heightsOf(center), reach = two.reachesOf(half) + margin;
     apart |= height - two.farthest > reach;
     inside &= height + reach < two.offset;
   }

@@ -13,15 +13,15 @@ namespace util {
 
 /// A tree of boxes over the triangles of one mesh, eight children a node.
 ///
-/// It only proposes: whoever descends it may pass over a subtree only where its box, widened by a bound of all rounding
-/// on the way, proves that the plain loop over all triangles would reject every triangle in it. What is left is tested
-/// by the arithmetic of the plain loop, on corners in doubles that are kept in the order of the leaves.
+/// It only proposes: whoever traverses it may pass over a subtree only where its box, widened by a bound of all
+/// rounding on the way, proves that the plain loop over all triangles would reject every triangle in it. What is left
+/// is tested by the arithmetic of the plain loop, on corners in doubles that are kept in the order of the leaves.
 ///
 /// About 140 to 148 bytes a triangle. Immutable once built; safe to read from several threads.
-class TriangleHierarchy {
+class TriangleBvh {
  public:
   static constexpr int kWidth = 8;  ///< children of a node, and triangles of a block
-  /// Deepest chain of nodes: bounds the stack of a descent.
+  /// Deepest chain of nodes: bounds the stack of a traversal.
   static constexpr int kMaxDepth = 56;
 
   /// Names a node or a block by its place in the arena, in units; kLeaf tells blocks.
@@ -64,13 +64,13 @@ class TriangleHierarchy {
   /// @param vertexCoordinates  three per vertex
   /// @param indices            three vertex numbers per triangle
   /// Triangles with a NaN corner are left out: no test accepts one. O(triangles log triangles).
-  TriangleHierarchy(std::span<const double> vertexCoordinates, std::span<const std::uint32_t> indices);
+  TriangleBvh(std::span<const double> vertexCoordinates, std::span<const std::uint32_t> indices);
 
-  /// Whether a descent may stand in for the loop: there are enough triangles for it to pay, and no coordinate is so
+  /// Whether a traversal may stand in for the loop: there are enough triangles for it to pay, and no coordinate is so
   /// large that a product of some of them could overflow.
   bool isUsable() const noexcept { return !mArena.empty(); }
 
-  /// What a descent needs. Valid as long as the hierarchy.
+  /// What a traversal needs. Valid as long as the hierarchy.
   struct View {
     // Inlined without fail: these are called by code for newer processors, of which no copy may be kept for others.
     const Unit* arena;

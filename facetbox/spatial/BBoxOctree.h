@@ -12,7 +12,7 @@
 #include <vector>
 
 #include <facetbox/math/Box.h>
-#include <facetbox/spatial/BoxOctree.h>
+#include <facetbox/spatial/FixedBoxOctree.h>
 
 namespace util {
 
@@ -22,7 +22,7 @@ namespace util {
 /// The split is that of Leutenegger, Lopez and Edgington, STR: A Simple and Efficient Algorithm for R-Tree Packing,
 /// 1997. Planning costs O(n log n); a query looks at every tree's bounds, and into those trees that it meets.
 template <class T>
-class BoxForest {
+class BBoxOctree {
  public:
   /// Drops everything and plans for these boxes. Boxes may be empty or infinite, but hold no NaN.
   /// @param axis  the axis along which they spread least
@@ -38,7 +38,7 @@ class BoxForest {
   bool any(const Box& query, Use use);
 
  private:
-  using Octree = BoxOctree<T>;
+  using Octree = FixedBoxOctree<T>;
 
   struct Tree {
     Box bounds;                      // of all boxes planned for
@@ -59,7 +59,7 @@ class BoxForest {
 
 /// Whether a cube around the box can be halved four times without over- or underflow and has a place at all.
 template <class T>
-bool BoxForest<T>::isOrdinary(const Box& box) {
+bool BBoxOctree<T>::isOrdinary(const Box& box) {
   constexpr double kLargest = 0x1p1000;
   return box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z && box.min.x >= -kLargest &&
          box.min.y >= -kLargest && box.min.z >= -kLargest && box.max.x <= kLargest && box.max.y <= kLargest &&
@@ -67,7 +67,7 @@ bool BoxForest<T>::isOrdinary(const Box& box) {
 }
 
 template <class T>
-void BoxForest<T>::plan(std::span<const Box> boxes, int axis) {
+void BBoxOctree<T>::plan(std::span<const Box> boxes, int axis) {
   mTreeOf.assign(boxes.size(), kApart);
   mTrees.clear();
   mApart.clear();
@@ -99,20 +99,20 @@ void BoxForest<T>::plan(std::span<const Box> boxes, int axis) {
 }
 
 template <class T>
-void BoxForest<T>::pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTree) {
+void BBoxOctree<T>::pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTree) {
   Box bounds;
   for (const std::uint32_t i : ofOneTree) {
     mTreeOf[i] = static_cast<std::uint32_t>(mTrees.size());
     bounds.extend(boxes[i]);
   }
-  // A cell's centre is the sum of six numbers below this size: the margin is some hundred times their rounding.
+  // A cell's center is the sum of six numbers below this size: the margin is some hundred times their rounding.
   const double size = std::max({std::fabs(bounds.min.x), std::fabs(bounds.min.y), std::fabs(bounds.min.z),
                                 std::fabs(bounds.max.x), std::fabs(bounds.max.y), std::fabs(bounds.max.z)});
   mTrees.push_back({bounds, 0x1p-44 * size + std::numeric_limits<double>::min(), nullptr});
 }
 
 template <class T>
-void BoxForest<T>::insert(std::size_t index, const Box& box, T item) {
+void BBoxOctree<T>::insert(std::size_t index, const Box& box, T item) {
   if (mTreeOf[index] == kApart) {
     mApart.emplace_back(box, std::move(item));
     return;
@@ -129,7 +129,7 @@ void BoxForest<T>::insert(std::size_t index, const Box& box, T item) {
 
 template <class T>
 template <class Use>
-bool BoxForest<T>::any(const Box& query, Use use) {
+bool BBoxOctree<T>::any(const Box& query, Use use) {
   for (const Tree& tree : mTrees) {
     if (!tree.octree || !boxesMeet(tree.bounds, query)) continue;
     const Vec3 margin{tree.margin, tree.margin, tree.margin};

@@ -16,28 +16,28 @@ namespace util {
 /// inside all six planes are found far off.
 ///
 /// For one thread at a time: what few questions need is worked out when one comes.
-class ViewVolume {
+class Frustum {
  public:
-  explicit ViewVolume(const Vec3 corners[8]);
+  explicit Frustum(const Vec3 corners[8]);
 
   /// Whether a box meets the volume: its inner sphere, of its smallest half-extent, lies strictly inside all six
   /// planes, or one of the twelve triangles of the volume's surface overlaps it.
   ///
   /// Only boxes near the surface are put to the triangles: where rounding cannot matter, the planes decide.
-  bool meets(const Vec3& centre, const Vec3& half) const;
+  bool meets(const Vec3& center, const Vec3& half) const;
   /// Likewise; a box that is empty on any axis meets nothing.
   bool meets(const Box& box) const;
 
   /// Whether the volume's surface is known to have a point that is deeper in the box than the margin: then it meets
   /// this box, and each box around it whose own margin is no larger. False where that is not known.
-  bool certainlyTouches(const Vec3& centre, const Vec3& half, double margin) const;
+  bool certainlyTouches(const Vec3& center, const Vec3& half, double margin) const;
   /// The same, for a point of one face, and a box that is known to lie below kClear of all planes but that of the face.
-  bool certainlyCrosses(std::size_t face, const Vec3& centre, const Vec3& half, double margin) const;
+  bool certainlyCrosses(std::size_t face, const Vec3& center, const Vec3& half, double margin) const;
   /// How far a box must lie below a plane to be clear of it, relative to the volume's size. Corners that were rounded
   /// to floats, and moved outward because of it, leave faces that are flat to a tenth of this.
   static constexpr double kClear = 0x1p-17;  // 7.6e-6
   /// More than all that rounding can do with this box.
-  double marginFor(const Vec3& centre, const Vec3& half) const;
+  double marginFor(const Vec3& center, const Vec3& half) const;
 
   /// inside: certainly of all planes, and so meets the volume; beyond: of a plane, and meets nothing.
   enum class Side { inside, unsure, beyond };
@@ -82,8 +82,8 @@ class ViewVolume {
   void makePlanes();
   bool isProper() const;
   void make(Triangle& triangle, const std::array<std::size_t, 3>& corners) const;
-  bool hasPointIn(std::size_t face, const Vec3& centre, const Vec3& half, double margin) const;
-  bool touchesSurface(const Vec3& centre, const Vec3& half, double margin) const;
+  bool hasPointIn(std::size_t face, const Vec3& center, const Vec3& half, double margin) const;
+  bool touchesSurface(const Vec3& center, const Vec3& half, double margin) const;
 
   std::array<Vec3, 8> mCorners;
   std::array<TwoFaces, 3> mPlanes;

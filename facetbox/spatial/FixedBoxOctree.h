@@ -16,14 +16,14 @@ namespace util {
 /// Cells come in an array whose pages are made when they are first written to: a tree of one item takes some kilobytes,
 /// not the whole array.
 template <class T>
-class BoxOctree {
+class FixedBoxOctree {
  public:
   struct Record {
     Box box;
     T item;
   };
 
-  explicit BoxOctree(const OctreeRoot& root) : mRoot(root) {}
+  explicit FixedBoxOctree(const OctreeRoot& root) : mRoot(root) {}
 
   /// A box beyond the root is stored in the cell that its position selects, where any() may miss it.
   void insert(const Box& box, T item) {
