@@ -10,10 +10,10 @@
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/math/Box.h>
-#include <facetbox/math/LoopPartition.h>
 #include <facetbox/mesh/HolePlacement.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/polygons/LoopPartition.h>
 #include <facetbox/spatial/BBoxOctree.h>
 
 namespace util {

@@ -8,9 +8,9 @@
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/math/Box.h>
-#include <facetbox/math/PlanarPolygon.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/polygons/PlanarPolygon.h>
 #include <facetbox/spatial/BBoxOctree.h>
 
 namespace util {

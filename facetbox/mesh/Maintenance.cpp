@@ -3,11 +3,11 @@
 #include <bit>
 #include <vector>
 
-#include <facetbox/math/PlanarPolygon.h>
 #include <facetbox/mesh/FaceRenumbering.h>
 #include <facetbox/mesh/HolePlacement.h>
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/polygons/PlanarPolygon.h>
 
 namespace util {
 namespace {

@@ -9,13 +9,13 @@
 #include <vector>
 
 #include <facetbox/math/Angle.h>
-#include <facetbox/math/LoopShape.h>
 #include <facetbox/mesh/EdgeTwins.h>
 #include <facetbox/mesh/HoleAssignment.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/mesh/PolygonArea.h>
 #include <facetbox/operations/FaceRegions.h>
+#include <facetbox/polygons/LoopShape.h>
 
 namespace util {
 namespace {

@@ -1,4 +1,4 @@
-#include <facetbox/math/LoopShape.h>
+#include <facetbox/polygons/LoopShape.h>
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +6,7 @@
 #include <limits>
 #include <vector>
 
-#include <facetbox/math/PlanarPolygon.h>
+#include <facetbox/polygons/PlanarPolygon.h>
 
 namespace util {
 namespace {

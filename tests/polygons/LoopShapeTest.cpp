@@ -1,4 +1,4 @@
-#include <facetbox/math/LoopShape.h>
+#include <facetbox/polygons/LoopShape.h>
 
 #include <tests/support/Meshes.h>
 

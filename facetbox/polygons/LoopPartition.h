@@ -6,8 +6,8 @@
 #include <span>
 #include <vector>
 
-#include <facetbox/math/PieceSplitter.h>
-#include <facetbox/math/PlanarPolygon.h>
+#include <facetbox/polygons/PieceSplitter.h>
+#include <facetbox/polygons/PlanarPolygon.h>
 
 namespace util {
 

@@ -1,4 +1,4 @@
-#include <facetbox/math/PlanarPolygon.h>
+#include <facetbox/polygons/PlanarPolygon.h>
 
 #include <numbers>
 #include <numeric>

@@ -1,4 +1,4 @@
-#include <facetbox/math/PieceSplitter.h>
+#include <facetbox/polygons/PieceSplitter.h>
 
 namespace util {
 namespace {

@@ -1,10 +1,10 @@
-#include <facetbox/math/PlanarPolygon.h>
+#include <facetbox/polygons/PlanarPolygon.h>
 
 #include <algorithm>
 #include <array>
 #include <bit>
 
-#include <facetbox/math/PieceSplitter.h>
+#include <facetbox/polygons/PieceSplitter.h>
 
 // The index is a binary space partition of the edges (Fuchs, Kedem, Naylor, On Visible Surface Generation by A Priori
 // Tree Structures, 1980) whose cutting lines are taken along an axis or along the edges themselves, so that bundles of

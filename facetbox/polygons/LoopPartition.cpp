@@ -1,4 +1,4 @@
-#include <facetbox/math/LoopPartition.h>
+#include <facetbox/polygons/LoopPartition.h>
 
 #include <algorithm>
 
