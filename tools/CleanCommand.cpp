@@ -10,8 +10,8 @@
 
 #include <tools/Errors.h>
 #include <tools/MeshFacts.h>
+#include <tools/ModelReader.h>
 #include <tools/ObjFile.h>
-#include <tools/OtherFormats.h>
 #include <tools/OutputFile.h>
 #include <tools/Progress.h>
 #include <tools/Triangles.h>

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <tools/DefectProbe.h>
-#include <tools/OtherFormats.h>
+#include <tools/ModelReader.h>
 #include <tools/Progress.h>
 
 namespace tool {

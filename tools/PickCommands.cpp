@@ -8,7 +8,7 @@
 
 #include <tools/Errors.h>
 #include <tools/Model.h>
-#include <tools/OtherFormats.h>
+#include <tools/ModelReader.h>
 #include <tools/Printing.h>
 #include <tools/Progress.h>
 #include <tools/Scene.h>

@@ -14,7 +14,7 @@
 #include <tools/InputFile.h>
 #include <tools/IntersectorHost.h>
 #include <tools/Model.h>
-#include <tools/OtherFormats.h>
+#include <tools/ModelReader.h>
 #include <tools/OutputFile.h>
 #include <tools/PngFile.h>
 #include <tools/Printing.h>

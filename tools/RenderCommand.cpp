@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <tools/Errors.h>
-#include <tools/OtherFormats.h>
+#include <tools/ModelReader.h>
 #include <tools/OutputFile.h>
 #include <tools/Progress.h>
 #include <tools/Scene.h>

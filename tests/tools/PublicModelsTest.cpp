@@ -3,7 +3,7 @@
 
 #include <facetbox/math/Box.h>
 #include <tests/support/RecordCheck.h>
-#include <tools/OtherFormats.h>
+#include <tools/ModelReader.h>
 #include <tools/Steps.h>
 #include "ToolTestSupport.h"
 

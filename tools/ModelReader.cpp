@@ -1,4 +1,4 @@
-#include <tools/OtherFormats.h>
+#include <tools/ModelReader.h>
 
 #include <algorithm>
 #include <array>
