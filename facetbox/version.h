@@ -1,6 +1,7 @@
 #pragma once
 
-/// Version of the headers that the host was compiled with; facetbox::version() tells that of the loaded library.
+/// The version of these headers, at the time when the host was compiled. facetbox::version() returns the version of the
+/// loaded library.
 
 #define FACETBOX_VERSION_MAJOR 0
 #define FACETBOX_VERSION_MINOR 1
@@ -21,7 +22,7 @@
 
 namespace facetbox {
 
-/// Version of the loaded library as "major.minor.patch"; static storage, never null.
+/// Returns the version of the loaded library as "major.minor.patch"; static storage, never null.
 FACETBOX_EXPORT const char* version() noexcept;
 
 }  // namespace facetbox

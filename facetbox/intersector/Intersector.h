@@ -7,168 +7,172 @@
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/Triangulator.h>
 
-/// Tells whether objects of polygon meshes are covered by a mask of the screen, lie in a view volume, and where a
-/// volume or a ray first meets them. One object per question.
+/// Tests one object at a time: whether a screen mask covers it, whether it lies in a view volume, which of its points
+/// in a view volume is nearest, and where a ray first hits it.
 ///
-/// An object is known by a handle. It has any number of instances, each a mesh with a matrix that places it in the
-/// world, and may have a box: a mesh around them, in the world, that answers for them where it can. Instances of one
-/// mesh share its triangles.
+/// A handle stands for an object. An object has any number of instances: each is a mesh with a matrix that places it in
+/// the world. It may also have a box: a mesh around the instances, in world coordinates. Queries test the box first and
+/// skip the instances when it settles the answer. Instances of one mesh share its triangles.
 ///
-/// Changes (addEntry, setOABBox, relocate, dispose) are queued, and executed in their order at the start of the next
-/// query. So threads that describe the scene never wait for a query; they may call these, createHandle,
+/// Changes (addEntry, setOABBox, relocate, dispose) are queued. The next query executes them in order before it
+/// answers, so threads that describe the scene never wait for a query. They may make changes and call createHandle,
 /// getPendingCommandCount and discardPendingCommands at any time and in parallel. Queries (testRaster,
-/// intersectsFrustum, findNearestInFrustum, intersectsRay, applyPendingCommands) may be called by any thread as well,
-/// and wait for each other. A query sees every change whose call was over before.
+/// intersectsFrustum, findNearestInFrustum, intersectsRay, applyPendingCommands) may come from any thread as well, but
+/// run one after another. A query sees every change whose call returned before the query was called.
 ///
-/// A handle's value is valid until its disposal has been executed; it is read only while a call that it is passed to
-/// comes in. Calls with the handle 0 or one of another intersector do nothing; those that return a bool return false.
-/// Queries return false for a handle that nothing has been added to. No call may use a handle after the intersector is
-/// deleted. Deleting it releases everything, pending changes unexecuted. Nothing else may run on it then.
+/// A handle is valid until its disposal has been executed. A call reads the handle only on entry, so a later disposal
+/// does not disturb it. Calls with the handle 0 or a handle of another intersector do nothing and return false, if they
+/// return anything. Queries return false for a handle without instances and box. Deleting the intersector releases
+/// everything, without executing pending changes. No other call may run on it then, and no call may use its handles
+/// afterwards.
 ///
-/// Matrices are column-major: element (row r, column c) at [4 c + r], a translation at [12] to [14]. The view matrices
-/// of queries are view-projection matrices: a point (x, y, z) of the world goes to (x, y, z)' / |w| with
-///   x' = m[0] x + m[4] y + m[8] z + m[12]  (y' and z' likewise)  and  w = m[3] x + m[7] y + m[11] z + m[15],
-/// and is visible in the cube from (-1, -1, -1) to (1, 1, 1), near at -1. It is the absolute value of w on purpose:
-/// points behind the eye are mirrored into view instead of rejected, so that an object behind the eye may well count as
-/// visible. A host that does not want this leaves such objects out by their position. Only findNearestInFrustum()
-/// rejects them. Where |w| is not above 1e-25 there is no projection; each query says what it takes instead.
+/// Matrices are column-major: element (row r, column c) at [4 c + r], the translation at [12] to [14]. The matrices of
+/// queries are view-projection matrices. They project a point (x, y, z) of the world to (x', y', z') / |w|, with
+///   x' = m[0] x + m[4] y + m[8] z + m[12]  (y' and z' likewise)  and  w = m[3] x + m[7] y + m[11] z + m[15].
+/// The point is visible if it lands in the cube from (-1, -1, -1) to (1, 1, 1); the near plane is at -1. The absolute
+/// value of w is intended: points behind the eye are mirrored into view instead of rejected, so an object behind the
+/// eye may count as visible. If you do not want that, exclude such objects by their position. Only
+/// findNearestInFrustum() rejects them. A point with |w| not above 1e-25 has no projection; each query defines what it
+/// uses instead.
 ///
-/// Errors pass to the caller as exceptions; std::bad_alloc may come from every call. When a query runs out of memory
-/// while it executes changes, those behind the one that failed stay queued.
+/// Errors reach the caller as exceptions; any call may throw std::bad_alloc. When a query runs out of memory while it
+/// executes changes, the changes after the one that failed stay queued.
 ///
-/// The order of the virtual slots is part of the interface: the destructor, then the functions as they stand here.
+/// The order of the virtual slots is part of the interface: the destructor, then the functions in the order below.
 class FACETBOX_EXPORT Intersector {
  public:
-  /// A new intersector without objects; the caller deletes it.
+  /// Creates an intersector without objects. The caller deletes it.
   static Intersector* createIntersector();
-  /// Who made a handle. Nothing is checked: the handle must be valid.
+  /// Returns the intersector that created a handle. Unchecked: the handle must be valid.
   static Intersector* getAssociatedIntersector(std::size_t handle);
 
   virtual ~Intersector();
 
-  /// A handle for a new object. It exists for queries once something has been added to it or a box has been set.
+  /// Creates a handle for a new object. Queries see the object once it has an instance or a box.
   virtual std::size_t createHandle() = 0;
 
-  /// Queues: adds an instance of a mesh to the object.
+  /// Queues an instance of a mesh to be added to the object.
   ///
-  /// A mesh of 16 vertices or more is triangulated when this intersector meets it first, by a triangulator of its own,
-  /// and its instances share the triangles: a mesh that changes after its first use keeps its first triangles as long
-  /// as an object has it. A smaller one is placed first and then triangulated by `triangulator`, once per call.
+  /// A mesh of 16 or more vertices is triangulated once per intersector, by a triangulator of the intersector's own,
+  /// and its instances share the triangles. If it changes after its first use, it keeps its first triangles for as long
+  /// as an object uses it. A smaller mesh is placed first and then triangulated by `triangulator`, once per call.
   ///
-  /// @param mesh          in its own coordinates; only used during the call
+  /// @param mesh          in its own coordinates; used only during the call
   /// @param transform     16 doubles: places the mesh in the world
-  /// @param triangulator  only used during the call, by this thread alone
+  /// @param triangulator  used only during the call, by this thread alone
   /// @throws std::invalid_argument where the transform is null
   /// @throws std::runtime_error    from the triangulation: a face needs more than 512 combined vertices
-  /// Nothing is queued then. O(vertices + corners log corners), besides the triangulation; O(1) for a large mesh that
-  /// is known.
+  /// When it throws, nothing is queued. O(vertices + corners log corners), plus the triangulation; O(1) for a mesh of
+  /// 16 or more vertices that is already known.
   virtual void addEntry(std::size_t handle, const util::Mesh& mesh, const double transform[16],
                         util::Triangulator& triangulator) = 0;
 
-  /// Queues: gives the object a box, in place of one that it may have. It need not be a box: any mesh around the
-  /// instances serves, in world coordinates. Nothing is checked: what a wrong one brings, see the queries.
+  /// Queues a box for the object; it replaces any earlier one. It need not be a box: any mesh around the instances will
+  /// do, in world coordinates. Nothing checks that it encloses the instances; each query says what happens otherwise.
   ///
-  /// @param box           only used during the call
-  /// @param triangulator  only used during the call, by this thread alone
+  /// @param box           used only during the call
+  /// @param triangulator  used only during the call, by this thread alone
   /// @return true
-  /// @throws as addEntry() does
+  /// @throws like addEntry()
   virtual bool setOABBox(std::size_t handle, const util::Mesh& box, util::Triangulator& triangulator) = 0;
 
-  /// Queues: moves the object, its box included, by (dx, dy, dz) in the world. Triangles shared with other objects stay
-  /// where they are. When executed, O(1) per instance of a mesh of 16 vertices and more,
-  /// O(vertices) for the box, O(vertices + triangles log triangles) per other instance.
+  /// Queues a move of the object and its box by (dx, dy, dz) in the world. Triangles that it shares with other objects
+  /// stay in place. When executed, O(1) per instance of a mesh of 16 or more vertices, O(vertices) for the box and
+  /// O(vertices + triangles log triangles) per other instance.
   /// @return true
   virtual bool relocate(std::size_t handle, double dx, double dy, double dz) = 0;
 
-  /// Queues: releases the object, the triangles that no other object uses, and the handle.
+  /// Queues the release of the object, the triangles that no other object uses, and the handle.
   /// @return true
   virtual bool dispose(std::size_t handle) = 0;
 
-  /// Whether the object shows on set cells of a raster only: every vertex of every instance does, between the near and
-  /// the far plane, and every cell of the line between the ends of every triangle's edge is set. What lies between the
-  /// edges of a triangle is not looked at. An object without instances passes.
+  /// Tests whether the object covers only set cells of a raster. Every vertex of every instance must fall on a set cell
+  /// and lie between the near and the far plane. Every cell on the line along every triangle edge must be set. The
+  /// cells inside a triangle are not tested. An object without instances passes.
   ///
-  /// A box only rejects: where the cells of its vertices all lie beyond one side of the raster, or it has no vertices,
-  /// the answer is no.
+  /// A box can only reject: if all its vertices fall beyond the same side of the raster, or if it has none, the answer
+  /// is no.
   ///
-  /// In single precision, x' / |w| and y' / |w| are mapped from -1 and 1 to the edges of the viewport; the cell is the
-  /// pixel less the offset, rounded to the nearest, halves away from zero. Rows count from the top:
+  /// In single precision, x' / |w| and y' / |w| are mapped from [-1, 1] to the viewport. The cell is the viewport pixel
+  /// minus the offset, rounded to nearest with halves away from zero. Rows count from the top:
   ///   column = round(width * sx + x - offsetX),   row = round(height - (sy * height + y) - offsetY)
-  /// with sx, sy between 0 and 1. A result beyond 32 bits takes the nearest value that they hold, NaN the lowest. A
-  /// point without projection is taken to lie in the middle of the view. (A transform with a perspective of its own
-  /// divides by its |w| as well; a vertex that it does not project stays where the one before it went, the first at the
-  /// world's origin. That holds from 16 vertices on; smaller meshes, and all rays and nearest points, take the first
-  /// three rows as they are. Affine transforms make no difference.)
+  /// with sx and sy in [0, 1]. A result beyond 32 bits takes the nearest 32-bit value, NaN the lowest one. A point
+  /// without projection lies at the center of the view.
+  ///
+  /// A transform whose last row is not (0, 0, 0, 1) matters only for meshes of 16 or more vertices: positions are
+  /// divided by its |w|, and a vertex that it cannot project takes the position of the previous one, the first vertex
+  /// the origin. Smaller meshes, rays and nearest points use the first three rows only.
   ///
   /// @param matrix       16 floats, view-projection
   /// @param viewport     x, y, width, height, in pixels; may be empty or negative
   /// @param raster       rasterWidth times rasterHeight cells, row by row; a cell is set when it is not 0. Not read
-  ///                     where one of the two is not above 0
-  /// @param offsetX, offsetY  the viewport's pixel where the raster's first cell lies
-  /// O(vertices + cells on the edges); an edge that triangles share is walked once, in the direction in which the first
-  /// of them has it.
+  ///                     unless both are above 0
+  /// @param offsetX, offsetY  the viewport pixel of the raster's first cell
+  /// O(vertices + cells on the edges). An edge that triangles share is walked once, in the direction that it has in the
+  /// first of them.
   virtual bool testRaster(std::size_t handle, const float matrix[16], const int viewport[4], const std::int32_t* raster,
                           int rasterWidth, int rasterHeight, int offsetX, int offsetY) = 0;
 
-  /// Whether the object lies in the view volume, in part or as a whole.
+  /// Tests whether the object touches the view volume, or lies in it completely.
   ///
-  /// contained false: whether a triangle of an instance touches the closed cube, its corners projected (one without
-  /// projection goes to the origin). First, however, a triangle of the box must touch it, where there is a box (here
-  /// one without projection keeps its world coordinates). So a box that holds the whole view volume deep inside fails,
-  /// like one without triangles. Do not set a box for an object that is viewed from within.
+  /// contained false: whether a projected triangle of an instance touches the closed cube. A vertex without projection
+  /// lies at the origin. If there is a box, one of its triangles must touch the cube first; there a vertex without
+  /// projection keeps its world coordinates. So the answer is no for a box without triangles, and for a box that
+  /// surrounds the whole view volume: set no box for an object that the camera can enter.
   ///
-  /// contained true: whether all vertices of all instances project into the closed cube (one without projection goes
-  /// where the one before it went, the first to the origin). A box decides first: where all its vertices do, or it has
-  /// none, the answer is yes, where none does, no, and no instance is looked at. An object without instances lies in.
+  /// contained true: whether all vertices of all instances project into the closed cube. A vertex without projection
+  /// takes the position of the previous one, the first vertex the origin. A box decides first: the answer is yes if all
+  /// its vertices project into the cube or it has none, and no if none of them does. Only when it has vertices both
+  /// inside and outside are the instances tested. Without instances the answer is yes.
   ///
   /// @param matrix  16 floats, view-projection
-  /// About O(log triangles) per instance for the first, at most O(vertices + triangles).
+  /// About O(log triangles) per instance for contained false, at most O(vertices + triangles).
   virtual bool intersectsFrustum(std::size_t handle, const float matrix[16], bool contained) = 0;
 
-  /// The object's nearest point in the view volume.
+  /// Finds the object's nearest point in the view volume.
   ///
-  /// With a box, a triangle of the box must touch the volume, as in intersectsFrustum(). Then each triangle that
-  /// touches it as described there is cut off at the volume's planes, and before the eye (w > 1e-25): here nothing is
-  /// mirrored. Of all corners of what is left, the one of the smallest depth (P - eye) . direction is the answer. Of
-  /// equal depths that of the earlier instance counts, then that of the earlier triangle, then the earlier corner,
-  /// beginning at the triangle's first.
+  /// If there is a box, one of its triangles must touch the volume, as in intersectsFrustum(). Each triangle that
+  /// touches the volume as described there is clipped to the volume's planes and to w > 1e-25, so nothing behind the
+  /// eye counts. Among the corners of the clipped triangles, the answer is the one with the least depth (P - eye) .
+  /// direction. Of equal depths the earlier instance wins, then the earlier triangle, then the earlier corner, counted
+  /// from the triangle's first.
   ///
   /// @param matrix     16 floats, view-projection
-  /// @param eye        where depth is 0; not necessarily that of the matrix
+  /// @param eye        the point of depth 0; it need not be the camera's
   /// @param direction  of any length; depths are in units of its length
   /// @param point      the point, in the world
-  /// @param corner0, corner1, corner2  corners of the triangle that it lies on, in the world, in the order of the
-  /// triangle
+  /// @param corner0, corner1, corner2  corners of the triangle that it lies on, in the world, in the triangle's order
   /// @return whether there is one; if not, the four outputs are untouched
   /// About O(log triangles) per instance while few triangles are as near as the nearest.
   virtual bool findNearestInFrustum(std::size_t handle, const float matrix[16], const float eye[3],
                                     const float direction[3], float point[3], float corner0[3], float corner1[3],
                                     float corner2[3]) = 0;
 
-  /// Where a ray first hits an instance, both sides of its triangles counting; of equal distances the earlier instance
-  /// counts. The box takes no part.
+  /// Finds the first hit of a ray on an instance. Both sides of a triangle can be hit. Of equal distances the earlier
+  /// instance wins. The box is ignored.
   ///
-  /// Triangles of a determinant between -1e-5 and 1e-5 are passed over: it is the triangle's doubled area times the
-  /// direction's length times the cosine between direction and normal. The limit is absolute, so that small models are
-  /// not hit by rays of unit length. Scale the direction up for them, by 1e6, say, and `distance` back up by as much.
+  /// A triangle is skipped when its determinant lies between -1e-5 and 1e-5. The determinant is twice the triangle's
+  /// area, times the length of the direction, times the cosine between direction and normal. The limit is absolute, so
+  /// rays of unit length miss very small models. For such models, scale the direction up, for example by 1e6, and
+  /// multiply `distance` by the same factor.
   ///
   /// @param direction  of any length but 0
   /// @param distance   in units of the direction's length
-  /// @param normal     unit normal in the world of the triangle hit, by its winding, not towards the ray; may be null
+  /// @param normal     unit normal of the triangle in the world. It follows the winding and need not face the ray; may
+  ///                   be null
   /// @return whether the ray hits; if not, both outputs are untouched
   /// About O(log triangles) per instance.
   virtual bool intersectsRay(std::size_t handle, const float origin[3], const float direction[3], float* distance,
                              float* normal) = 0;
 
-  /// Number of changes that are queued.
+  /// Returns the number of queued changes.
   virtual std::uint64_t getPendingCommandCount() = 0;
 
   /// Executes the queued changes now.
   virtual void applyPendingCommands() = 0;
 
-  /// Drops the queued changes: they are neither executed nor released. What they hold is given up, until the process
-  /// ends: the triangles of meshes added, also those that are shared. A handle whose disposal is among them stays
-  /// valid.
+  /// Drops the queued changes: they are neither executed nor released. The triangles of added meshes, shared ones
+  /// included, stay in memory until the process ends. A handle whose disposal was among the changes stays valid.
   virtual void discardPendingCommands() = 0;
 
  protected:

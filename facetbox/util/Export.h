@@ -1,6 +1,6 @@
 #pragma once
 
-/// FACETBOX_EXPORT marks what hosts may link against. Everything else in the library is built hidden;
+/// FACETBOX_EXPORT marks the symbols that hosts may link against; all others are hidden.
 /// FACETBOX_LOCAL hides a member of an exported class.
 
 #define FACETBOX_EXPORT __attribute__((visibility("default")))

@@ -8,16 +8,16 @@
 
 namespace util {
 
-/// The library's own error: a runtime error that also carries the call stack of the place where it was made.
+/// The library's own error: a runtime error that also carries the call stack of the place where it was created.
 class FACETBOX_EXPORT RuntimeErrorST : public std::runtime_error {
  public:
-  /// Takes the call stack of the caller. Does not throw beyond std::bad_alloc.
+  /// Records the call stack of the caller. Throws nothing but std::bad_alloc.
   explicit RuntimeErrorST(const std::string& what);
   RuntimeErrorST(const RuntimeErrorST&);
   RuntimeErrorST& operator=(const RuntimeErrorST&);
   ~RuntimeErrorST() override;
 
-  /// One frame per line, innermost first, or "<Stacktrace not available>". Lives as long as the exception.
+  /// One frame per line, innermost first, or "<Stacktrace not available>". Valid as long as the exception.
   const char* stacktrace() const noexcept;
 
  private:

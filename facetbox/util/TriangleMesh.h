@@ -14,11 +14,11 @@ namespace util {
 class EdgeList;
 class TriangleBvh;
 class Triangulator;
-struct TriangleMeshArrays;  ///< what a triangle mesh is made from
+struct TriangleMeshArrays;  ///< the arrays of a triangle mesh, internal
 
-/// A mesh of triangles, made by a Triangulator. Owned by who asked for it, released with `delete`.
+/// A mesh of triangles, made by a Triangulator. The caller of the triangulator owns it and releases it with `delete`.
 ///
-/// Safe to read from several threads.
+/// Several threads may read it at once.
 class FACETBOX_EXPORT TriangleMesh : public MeshBase {
  public:
   /// Two values per vertex, for example a pair of texture coordinates.
@@ -28,30 +28,32 @@ class FACETBOX_EXPORT TriangleMesh : public MeshBase {
   TriangleMesh(const TriangleMesh&) = delete;
   TriangleMesh& operator=(const TriangleMesh&) = delete;
 
-  /// x, y, z per vertex: vertex v at [3v], [3v + 1], [3v + 2]. The polygon mesh's vertices, in its order, then those
-  /// that the tessellation had to add.
+  /// x, y, z per vertex: vertex v at [3v], [3v + 1], [3v + 2]. First the polygon mesh's vertices, in order, then those
+  /// that the tessellation added.
   std::span<const double> vertexCoordinates() const noexcept { return mVertexCoordinates; }
-  /// Three vertex numbers per triangle: triangle t has its corners at [3t], [3t + 1], [3t + 2], in the winding of the
-  /// face that it is part of.
+  /// Three vertex indices per triangle: the corners of triangle t are at [3t], [3t + 1], [3t + 2], in the winding of
+  /// its source face.
   std::span<const std::uint32_t> indices() const noexcept { return mIndices; }
-  /// The polygons' edges as pairs (smaller, larger) of vertex numbers, ascending, each once; empty unless the
+  /// The polygons' edges as pairs (smaller, larger) of vertex indices, ascending, each once. Empty unless the
   /// triangulator was asked for them.
   std::span<const std::uint32_t> edgePairs() const noexcept { return mEdgePairs; }
 
-  // From here on for the library itself.
+  // Internal from here on.
 
-  /// Three further values per vertex, in the layout of the coordinates, and pairs per vertex. Both empty in a mesh
-  /// that Triangulator's public call made.
+  /// Three further values per vertex, in the layout of the coordinates, and pairs per vertex. Both are empty if the
+  /// public call of Triangulator made the mesh.
   FACETBOX_LOCAL std::span<const double> secondCoordinates() const noexcept { return mSecondCoordinates; }
   FACETBOX_LOCAL std::span<const CoordinateSet> coordinateSets() const noexcept { return mCoordinateSets; }
 
-  /// Builds the hierarchy over the triangles that ray and view-volume tests traverse. Once, by the thread that made the
-  /// mesh, before others see it; without it those tests are plain loops with the same answers.
+  /// Builds the bounding volume hierarchy (BVH) of the triangles, which ray and view-volume tests traverse. Without it
+  /// these tests loop over all triangles, with the same answers. Call it once, from the thread that made the mesh,
+  /// before other threads see the mesh.
   FACETBOX_LOCAL void buildHierarchy();
   /// Null until built.
   FACETBOX_LOCAL const TriangleBvh* hierarchy() const noexcept { return mHierarchy.get(); }
 
-  /// Lists the triangles' edges, or shares the list of a mesh of the same triangles; when, as the hierarchy is built.
+  /// Lists the edges of the triangles, or shares the list of a mesh with the same triangles. Call it at the same time
+  /// as buildHierarchy().
   FACETBOX_LOCAL void buildEdges();
   FACETBOX_LOCAL void shareEdgesOf(const TriangleMesh& other) { mEdges = other.mEdges; }
   /// Null until built.
