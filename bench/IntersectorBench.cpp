@@ -207,11 +207,11 @@ void nearest(benchmark::State& state, const Volume& volume, std::int64_t triangl
         return out;
       },
       [&] {
-        NearestSearch search(view, {volume.eye[0], volume.eye[1], volume.eye[2]},
-                             {volume.direction[0], volume.direction[1], volume.direction[2]});
+        util::NearestSearch search(view, {volume.eye[0], volume.eye[1], volume.eye[2]},
+                                   {volume.direction[0], volume.direction[1], volume.direction[2]});
         search.searchPlain(*object.triangles, kIdentity);
         std::vector<float> out;
-        if (const NearestHit* hit = search.hit())
+        if (const util::NearestHit* hit = search.hit())
           for (const util::Vec3& p : {hit->mPoint, hit->mCorners[0], hit->mCorners[1], hit->mCorners[2]})
             for (const double x : {p.x, p.y, p.z}) out.push_back(static_cast<float>(x));
         out.resize(12, 0);

@@ -7,6 +7,8 @@
 #include <facetbox/triangles/FrustumCulling.h>
 #include <facetbox/triangles/TriangleMeshFactory.h>
 
+namespace util {
+
 namespace {
 
 /// A mesh in the world gets a new hierarchy wherever it is moved to. That pays beyond this number of triangles only,
@@ -14,36 +16,36 @@ namespace {
 constexpr std::size_t kManyTriangles = 64;
 
 /// A copy, for others may be looking at the mesh: an instance's is never shared, but what is known about it is.
-std::shared_ptr<util::TriangleMesh> moved(const util::TriangleMesh& mesh, const util::Vec3& offset) {
+std::shared_ptr<TriangleMesh> moved(const TriangleMesh& mesh, const Vec3& offset) {
   const std::span<const double> from = mesh.vertexCoordinates();
-  util::TriangleMeshArrays arrays;
+  TriangleMeshArrays arrays;
   arrays.vertexCoordinates.reserve(from.size());
   for (std::size_t v = 0; v + 2 < from.size(); v += 3)
     for (const double coordinate : {from[v] + offset.x, from[v + 1] + offset.y, from[v + 2] + offset.z})
       arrays.vertexCoordinates.push_back(coordinate);
   arrays.indices.assign(mesh.indices().begin(), mesh.indices().end());
-  const std::shared_ptr<util::TriangleMesh> copy(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
+  const std::shared_ptr<TriangleMesh> copy(Triangulator::TriangleMeshFactory().create(std::move(arrays)));
   copy->shareEdgesOf(mesh);
   return copy;
 }
 
 }  // namespace
 
-void prepareForQueries(util::TriangleMesh& mesh) {
+void prepareForQueries(TriangleMesh& mesh) {
   if (mesh.indices().size() > 3 * kManyTriangles) mesh.buildHierarchy();
 }
 
-void Entry::relocate(const util::Vec3& offset) {
+void Entry::relocate(const Vec3& offset) {
   // First all that may fail.
-  std::shared_ptr<const util::TriangleMesh> box = mBox ? moved(*mBox, offset) : nullptr;
-  std::vector<std::shared_ptr<const util::TriangleMesh>> meshes;
+  std::shared_ptr<const TriangleMesh> box = mBox ? moved(*mBox, offset) : nullptr;
+  std::vector<std::shared_ptr<const TriangleMesh>> meshes;
   meshes.reserve(mInstances.size());
   for (const Instance& instance : mInstances) {
     if (instance.mTransform) {
       meshes.push_back(instance.mMesh);
       continue;
     }
-    const std::shared_ptr<util::TriangleMesh> mesh = moved(*instance.mMesh, offset);
+    const std::shared_ptr<TriangleMesh> mesh = moved(*instance.mMesh, offset);
     prepareForQueries(*mesh);
     meshes.push_back(mesh);
   }
@@ -56,6 +58,8 @@ void Entry::relocate(const util::Vec3& offset) {
     instance.mPlacement.reset();
     if (!instance.mTransform) continue;
     const std::array<double, 16> from = *instance.mTransform;
-    util::multiply(translation, from.data(), instance.mTransform->data());
+    multiply(translation, from.data(), instance.mTransform->data());
   }
 }
+
+}  // namespace util

@@ -9,21 +9,25 @@
 #include <facetbox/triangles/RayTest.h>
 #include <facetbox/util/TriangleMesh.h>
 
+namespace util {
+
 /// A mesh in the world.
 struct Instance {
-  std::shared_ptr<const util::TriangleMesh> mMesh;       ///< with its edges
-  std::optional<std::array<double, 16>> mTransform;      ///< none: the mesh is the instance's own and lies in the world
-  std::unique_ptr<const util::RayTransform> mPlacement;  ///< made by the first ray after a change
+  std::shared_ptr<const TriangleMesh> mMesh;         ///< with its edges
+  std::optional<std::array<double, 16>> mTransform;  ///< none: the mesh is the instance's own and lies in the world
+  std::unique_ptr<const RayTransform> mPlacement;    ///< made by the first ray after a change
 };
 
 /// An object of the intersector.
 struct Entry {
-  std::shared_ptr<const util::TriangleMesh> mBox;  ///< in the world; null while there is none
-  std::vector<Instance> mInstances;                ///< in the order in which they were added
+  std::shared_ptr<const TriangleMesh> mBox;  ///< in the world; null while there is none
+  std::vector<Instance> mInstances;          ///< in the order in which they were added
 
   /// Moves box and instances, or throws and moves nothing.
-  void relocate(const util::Vec3& offset);
+  void relocate(const Vec3& offset);
 };
 
 /// Gives a mesh that lies in the world its hierarchy, where that pays; for its only owner.
-void prepareForQueries(util::TriangleMesh& mesh);
+void prepareForQueries(TriangleMesh& mesh);
+
+}  // namespace util

@@ -12,6 +12,8 @@
 #include <facetbox/triangles/ClipProjection.h>
 #include <facetbox/triangles/FrustumCulling.h>
 
+namespace util {
+
 using Positions = std::span<const double>;
 
 namespace {
@@ -21,7 +23,7 @@ class ClipMatrix {
  public:
   ClipMatrix(const double view[16], const Instance& instance) : mMatrix(view) {
     if (!instance.mTransform) return;
-    util::multiply(view, instance.mTransform->data(), mProduct);
+    multiply(view, instance.mTransform->data(), mProduct);
     mMatrix = mProduct;
   }
   ClipMatrix(const ClipMatrix&) = delete;
@@ -39,7 +41,7 @@ RasterPosition project(const IntersectionRaster& raster, double x, double y, dou
 }
 
 /// Whether the box lies beside the raster.
-bool missesRaster(const util::TriangleMesh& box, const IntersectionRaster& raster) {
+bool missesRaster(const TriangleMesh& box, const IntersectionRaster& raster) {
   constexpr std::int32_t kLeast = std::numeric_limits<std::int32_t>::min(),
                          kMost = std::numeric_limits<std::int32_t>::max();
   std::int32_t minColumn = kMost, maxColumn = kLeast, minRow = kMost, maxRow = kLeast;
@@ -64,7 +66,7 @@ class WorldPositions {
     const double* t = mTransform;
     const double x = vertex[0], y = vertex[1], z = vertex[2];
     const double w = std::fabs(t[3] * x + t[7] * y + t[11] * z + t[15]);
-    if (!(w > util::kSmallestW)) return mLast;
+    if (!(w > kSmallestW)) return mLast;
     mLast[0] = t[0] * x + t[4] * y + t[8] * z + t[12];
     mLast[1] = t[1] * x + t[5] * y + t[9] * z + t[13];
     mLast[2] = t[2] * x + t[6] * y + t[10] * z + t[14];
@@ -95,7 +97,7 @@ bool showsOnRaster(const Instance& instance, const IntersectionRaster& raster, Q
 
 /// A box's vertex in clip space; one without projection keeps its world coordinates, unlike an instance's.
 void projectBoxVertex(const double view[16], const double* vertex, double out[3]) {
-  if (!util::projectToClipSpace(view, vertex, out)) std::copy_n(vertex, 3, out);
+  if (!projectToClipSpace(view, vertex, out)) std::copy_n(vertex, 3, out);
 }
 
 }  // namespace
@@ -114,8 +116,8 @@ bool boxOverlapsVolume(const Entry& entry, const double view[16], QueryScratch& 
   double* projected = scratch.mProjected.data();
   for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) projectBoxVertex(view, &vertices[v], projected + v);
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3)
-    if (util::overlapsBox(projected + 3 * std::size_t{indices[i]}, projected + 3 * std::size_t{indices[i + 1]},
-                          projected + 3 * std::size_t{indices[i + 2]}, util::kClipCubeCenter, util::kClipCubeHalf))
+    if (overlapsBox(projected + 3 * std::size_t{indices[i]}, projected + 3 * std::size_t{indices[i + 1]},
+                    projected + 3 * std::size_t{indices[i + 2]}, kClipCubeCenter, kClipCubeHalf))
       return true;
   return false;
 }
@@ -123,7 +125,7 @@ bool boxOverlapsVolume(const Entry& entry, const double view[16], QueryScratch& 
 bool overlapsVolume(const Entry& entry, const double view[16], QueryScratch& scratch) {
   return boxOverlapsVolume(entry, view, scratch) &&
          std::ranges::any_of(entry.mInstances, [&](const Instance& instance) {
-           return util::overlapsClipCube(*instance.mMesh, ClipMatrix(view, instance).get());
+           return overlapsClipCube(*instance.mMesh, ClipMatrix(view, instance).get());
          });
 }
 
@@ -134,7 +136,7 @@ bool liesInVolume(const Entry& entry, const double view[16]) {
     for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) {
       double p[3];
       projectBoxVertex(view, &vertices[v], p);
-      const bool isInside = util::isInClipCube(p);
+      const bool isInside = isInClipCube(p);
       allInside = allInside && isInside;
       someInside = someInside || isInside;
     }
@@ -142,7 +144,7 @@ bool liesInVolume(const Entry& entry, const double view[16]) {
     if (!someInside) return false;
   }
   return std::ranges::all_of(entry.mInstances, [&](const Instance& instance) {
-    return util::liesInClipCube(*instance.mMesh, ClipMatrix(view, instance).get());
+    return liesInClipCube(*instance.mMesh, ClipMatrix(view, instance).get());
   });
 }
 
@@ -163,11 +165,10 @@ bool intersectsRay(Entry& entry, const double origin[3], const double direction[
     double* normalSlot = normal ? instanceNormal : nullptr;
     bool meets;
     if (instance.mMesh->hierarchy()) {
-      if (!instance.mPlacement) instance.mPlacement = std::make_unique<util::RayTransform>(*instance.mMesh, matrix);
-      meets =
-          util::intersectRay(*instance.mMesh, *instance.mPlacement, matrix, origin, direction, &instanceT, normalSlot);
+      if (!instance.mPlacement) instance.mPlacement = std::make_unique<RayTransform>(*instance.mMesh, matrix);
+      meets = intersectRay(*instance.mMesh, *instance.mPlacement, matrix, origin, direction, &instanceT, normalSlot);
     } else {
-      meets = util::intersectRayPlain(*instance.mMesh, matrix, origin, direction, &instanceT, normalSlot);
+      meets = intersectRayPlain(*instance.mMesh, matrix, origin, direction, &instanceT, normalSlot);
     }
     // Strictly: the earlier instance wins a tie.
     if (!meets || !(instanceT < best)) continue;
@@ -178,3 +179,5 @@ bool intersectsRay(Entry& entry, const double origin[3], const double direction[
   if (isHit) *t = best;
   return isHit;
 }
+
+}  // namespace util

@@ -6,12 +6,14 @@
 #include <facetbox/intersector/NearestSearch.h>
 #include <facetbox/math/Vec3.h>
 
+namespace util {
+
 // The questions of the Intersector about one object. What each says is documented there.
 
 /// Room that is kept from query to query, for one thread at a time.
 struct QueryScratch {
-  util::Buffer<RasterCell> mCells;  ///< per vertex
-  util::Buffer<double> mProjected;  ///< x, y, z per vertex
+  Buffer<RasterCell> mCells;  ///< per vertex
+  Buffer<double> mProjected;  ///< x, y, z per vertex
 };
 
 /// Whether vertices and edges show on set cells only.
@@ -29,3 +31,5 @@ const NearestHit* findNearest(const Entry& entry, NearestSearch& search, QuerySc
 /// @param t       untouched without a hit, like the normal
 /// @param normal  may be null
 bool intersectsRay(Entry& entry, const double origin[3], const double direction[3], double* t, double* normal);
+
+}  // namespace util

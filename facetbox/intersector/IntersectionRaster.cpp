@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+namespace util {
+
 IntersectionRaster::IntersectionRaster(const float matrix[16], const int viewport[4], const std::int32_t* raster,
                                        int rasterWidth, int rasterHeight, int offsetX, int offsetY)
     : mRaster(raster),
@@ -39,7 +41,9 @@ inline bool IntersectionRaster::isLineSet(const RasterCell& from, const RasterCe
   return true;
 }
 
-bool IntersectionRaster::areEdgesSet(const util::EdgeList& edges, const RasterCell* cells) const {
-  return std::ranges::all_of(
-      edges, [&](const util::DirectedEdge& edge) { return isLineSet(cells[edge.mFrom], cells[edge.mTo]); });
+bool IntersectionRaster::areEdgesSet(const EdgeList& edges, const RasterCell* cells) const {
+  return std::ranges::all_of(edges,
+                             [&](const DirectedEdge& edge) { return isLineSet(cells[edge.mFrom], cells[edge.mTo]); });
 }
+
+}  // namespace util

@@ -7,6 +7,8 @@
 
 #include <facetbox/triangles/EdgeList.h>
 
+namespace util {
+
 /// Where a point shows.
 struct RasterPosition {
   std::int32_t mColumn, mRow;
@@ -51,7 +53,7 @@ class IntersectionRaster {
   }
 
   /// Whether all cells on the edges of a mesh are set, given the usable positions of its vertices. O(length).
-  bool areEdgesSet(const util::EdgeList& edges, const RasterCell* cells) const;
+  bool areEdgesSet(const EdgeList& edges, const RasterCell* cells) const;
 
  private:
   bool isLineSet(const RasterCell& from, const RasterCell& to) const;
@@ -74,3 +76,5 @@ class IntersectionRaster {
   std::int32_t mRasterWidth, mRasterHeight;
   float mOffsetX, mOffsetY;
 };
+
+}  // namespace util

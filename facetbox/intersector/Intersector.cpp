@@ -8,7 +8,7 @@ Intersector::Intersector(const Intersector&) {}
 Intersector& Intersector::operator=(const Intersector&) { return *this; }
 Intersector::~Intersector() = default;
 
-Intersector* Intersector::createIntersector() { return new TriIntersector; }
+Intersector* Intersector::createIntersector() { return new util::TriIntersector; }
 
 Intersector* Intersector::getAssociatedIntersector(std::size_t handle) {
   return util::Handle<Intersector>::at(handle)->mOwner;

@@ -12,8 +12,7 @@
 #include <facetbox/triangles/FrustumCulling.h>
 #include <facetbox/triangles/TriangleBvh.h>
 
-using util::TriangleBvh;
-using util::Vec3;
+namespace util {
 
 namespace {
 
@@ -31,7 +30,7 @@ constexpr int kMostPoints = 48;
 
 /// How far inside of a plane a point lies; on the plane counts, but for the first one, w.
 double distanceTo(int plane, const double h[4]) {
-  if (plane == 0) return h[3] - util::kSmallestW;
+  if (plane == 0) return h[3] - kSmallestW;
   const double coordinate = h[(plane - 1) / 2];
   return plane % 2 == 1 ? h[3] - coordinate : h[3] + coordinate;
 }
@@ -101,12 +100,12 @@ class ClipPolygon {
   int mCount;
 };
 
-/// Whether a triangle overlaps the clip cube as util::overlapsClipCube() sees it.
+/// Whether a triangle overlaps the clip cube as overlapsClipCube() sees it.
 bool overlapsClipCube(const double c[16], const double* const (&vertices)[3]) {
   double p[3][3];
   for (int k = 0; k < 3; ++k)
-    if (!util::projectToClipSpace(c, vertices[k], p[k])) std::fill_n(p[k], 3, 0.0);
-  return util::overlapsBox(p[0], p[1], p[2], util::kClipCubeCenter, util::kClipCubeHalf);
+    if (!projectToClipSpace(c, vertices[k], p[k])) std::fill_n(p[k], 3, 0.0);
+  return overlapsBox(p[0], p[1], p[2], kClipCubeCenter, kClipCubeHalf);
 }
 
 }  // namespace
@@ -120,14 +119,14 @@ void NearestSearch::startMesh(const double* transform) {
   mTransform = transform;
   mTriangle = 0;
   if (transform)
-    util::multiply(mView, transform, mClip);
+    multiply(mView, transform, mClip);
   else
     std::copy_n(mView, 16, mClip);
 }
 
 Vec3 NearestSearch::placed(const double* vertex) const {
   const Vec3 p{vertex[0], vertex[1], vertex[2]};
-  return mTransform ? util::transformPoint(mTransform, p) : p;
+  return mTransform ? transformPoint(mTransform, p) : p;
 }
 
 double NearestSearch::depthOf(const Vec3& p) const { return dot(p - mEye, mDirection); }
@@ -158,12 +157,12 @@ void NearestSearch::testTriangle(const double* const (&vertices)[3], const Vec3 
     take(least, nearest->world, corners, triangle);
 }
 
-void NearestSearch::searchPlain(const util::TriangleMesh& mesh, const double* transform) {
+void NearestSearch::searchPlain(const TriangleMesh& mesh, const double* transform) {
   startMesh(transform);
   testAll(mesh);
 }
 
-void NearestSearch::testAll(const util::TriangleMesh& mesh) {
+void NearestSearch::testAll(const TriangleMesh& mesh) {
   const std::span<const double> coordinates = mesh.vertexCoordinates();
   const std::span<const std::uint32_t> indices = mesh.indices();
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
@@ -402,9 +401,11 @@ bool NearestSearch::Traversal::testBlock(const TriangleBvh::Block& block, bool i
   return true;
 }
 
-void NearestSearch::search(const util::TriangleMesh& mesh, const double* transform) {
+void NearestSearch::search(const TriangleMesh& mesh, const double* transform) {
   startMesh(transform);
   const TriangleBvh* hierarchy = mesh.hierarchy();
   const bool pays = hierarchy && hierarchy->isUsable() && hierarchy->triangleCount() >= kFewTriangles;
   if (!pays || !hierarchy->isComplete() || !Traversal(*this, *hierarchy).run()) testAll(mesh);
 }
+
+}  // namespace util

@@ -15,9 +15,10 @@
 #include <facetbox/math/Matrix4.h>
 #include <facetbox/mesh/MeshStorage.h>
 
-using util::Vec3;
+namespace util {
+
 using Lock = boost::unique_lock<boost::mutex>;
-using MeshPointer = std::shared_ptr<const util::TriangleMesh>;
+using MeshPointer = std::shared_ptr<const TriangleMesh>;
 
 namespace {
 
@@ -27,7 +28,7 @@ constexpr std::size_t kFewestShared = 16;
 
 /// The mesh's vertices, each through `place`, three values each.
 template <class Place>
-std::vector<double> coordinatesOf(const util::Mesh& mesh, Place place) {
+std::vector<double> coordinatesOf(const Mesh& mesh, Place place) {
   std::vector<double> coordinates;
   coordinates.reserve(3 * mesh.storage().mVertices.size());
   for (const Vec3& vertex : mesh.storage().mVertices) {
@@ -37,10 +38,10 @@ std::vector<double> coordinatesOf(const util::Mesh& mesh, Place place) {
   return coordinates;
 }
 
-std::shared_ptr<util::TriangleMesh> triangulate(util::Triangulator& triangulator, const util::Mesh& mesh,
-                                                std::vector<double> coordinates) {
+std::shared_ptr<TriangleMesh> triangulate(Triangulator& triangulator, const Mesh& mesh,
+                                          std::vector<double> coordinates) {
   constexpr int kTrianglesOnly = 0;
-  return std::shared_ptr<util::TriangleMesh>(triangulator.triangulate(mesh, std::move(coordinates), kTrianglesOnly));
+  return std::shared_ptr<TriangleMesh>(triangulator.triangulate(mesh, std::move(coordinates), kTrianglesOnly));
 }
 
 Vec3 vectorOf(const float* p) { return {p[0], p[1], p[2]}; }
@@ -153,12 +154,12 @@ TriIntersector::TriIntersector() : mCache(kCacheKind) {}
 
 TriIntersector::~TriIntersector() = default;
 
-std::uint64_t TriIntersector::idOf(std::size_t handle) const { return util::serialOf<Intersector>(handle, this); }
+std::uint64_t TriIntersector::idOf(std::size_t handle) const { return serialOf<Intersector>(handle, this); }
 
 std::size_t TriIntersector::createHandle() { return mHandles.create(this); }
 
-void TriIntersector::addEntry(std::size_t handle, const util::Mesh& mesh, const double transform[16],
-                              util::Triangulator& triangulator) {
+void TriIntersector::addEntry(std::size_t handle, const Mesh& mesh, const double transform[16],
+                              Triangulator& triangulator) {
   const std::uint64_t id = idOf(handle);
   if (!transform) throw std::invalid_argument("addEntry: the transform is null");
   if (id == 0) return;
@@ -167,15 +168,14 @@ void TriIntersector::addEntry(std::size_t handle, const util::Mesh& mesh, const 
     mQueue.push(std::make_unique<AddEntryCommand>(id, mCache.getTriangleMesh(mesh), transform));
     return;
   }
-  const std::shared_ptr<util::TriangleMesh> triangles =
-      triangulate(triangulator, mesh,
-                  coordinatesOf(mesh, [&](const Vec3& vertex) { return util::transformPoint(transform, vertex); }));
+  const std::shared_ptr<TriangleMesh> triangles = triangulate(
+      triangulator, mesh, coordinatesOf(mesh, [&](const Vec3& vertex) { return transformPoint(transform, vertex); }));
   prepareForQueries(*triangles);
   triangles->buildEdges();
   mQueue.push(std::make_unique<AddPretransEntryCommand>(id, triangles));
 }
 
-bool TriIntersector::setOABBox(std::size_t handle, const util::Mesh& box, util::Triangulator& triangulator) {
+bool TriIntersector::setOABBox(std::size_t handle, const Mesh& box, Triangulator& triangulator) {
   const std::uint64_t id = idOf(handle);
   if (id == 0) return false;
   mQueue.push(std::make_unique<SetOABBoxCommand>(
@@ -199,7 +199,7 @@ bool TriIntersector::dispose(std::size_t handle) {
 
 std::uint64_t TriIntersector::getPendingCommandCount() { return mQueue.count(); }
 
-void TriIntersector::discardPendingCommands() { mQueue.discard(util::Discarded::abandoned); }
+void TriIntersector::discardPendingCommands() { mQueue.discard(Discarded::abandoned); }
 
 /// Executes what is queued; under the query mutex.
 void TriIntersector::processCommands() {
@@ -266,10 +266,12 @@ bool TriIntersector::intersectsRay(std::size_t handle, const float origin[3], co
   return query(handle, [&](Entry& entry) {
     const double from[3] = {origin[0], origin[1], origin[2]}, along[3] = {direction[0], direction[1], direction[2]};
     double t = 0, unitNormal[3] = {0, 0, 0};
-    if (!::intersectsRay(entry, from, along, &t, normal ? unitNormal : nullptr)) return false;
+    if (!util::intersectsRay(entry, from, along, &t, normal ? unitNormal : nullptr)) return false;
     *distance = static_cast<float>(t);
     if (normal)
       for (int axis = 0; axis < 3; ++axis) normal[axis] = static_cast<float>(unitNormal[axis]);
     return true;
   });
 }
+
+}  // namespace util

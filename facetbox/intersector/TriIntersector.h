@@ -13,6 +13,8 @@
 #include <facetbox/intersector/Intersector.h>
 #include <facetbox/triangles/TriangleMeshCache.h>
 
+namespace util {
+
 /// The intersector: a table of entries, one per handle, on triangles.
 ///
 /// Locks: the query mutex first, then one of the queue's, the handles' or the cache's, never two of these.
@@ -22,9 +24,8 @@ class TriIntersector final : public Intersector {
   ~TriIntersector() override;
 
   std::size_t createHandle() override;
-  void addEntry(std::size_t handle, const util::Mesh& mesh, const double transform[16],
-                util::Triangulator& triangulator) override;
-  bool setOABBox(std::size_t handle, const util::Mesh& box, util::Triangulator& triangulator) override;
+  void addEntry(std::size_t handle, const Mesh& mesh, const double transform[16], Triangulator& triangulator) override;
+  bool setOABBox(std::size_t handle, const Mesh& box, Triangulator& triangulator) override;
   bool relocate(std::size_t handle, double dx, double dy, double dz) override;
   bool dispose(std::size_t handle) override;
   bool testRaster(std::size_t handle, const float matrix[16], const int viewport[4], const std::int32_t* raster,
@@ -52,13 +53,15 @@ class TriIntersector final : public Intersector {
   template <class Test>
   bool query(std::size_t handle, Test test);
 
-  util::HandleRegistry<Intersector> mHandles;  // guards itself
-  boost::mutex mQueryMutex;                    // taken before all others
-  util::CommandQueue<Command> mQueue;          // guards itself
-  util::TriangleMeshCache mCache;              // guards itself
+  HandleRegistry<Intersector> mHandles;  // guards itself
+  boost::mutex mQueryMutex;              // taken before all others
+  CommandQueue<Command> mQueue;          // guards itself
+  TriangleMeshCache mCache;              // guards itself
 
   // Guarded by mQueryMutex; stale until the queue is drained.
   std::unordered_map<std::uint64_t, Entry> mEntries;  // by id
   bool mMeshesMayBeUnused = false;                    // since something was disposed of
   QueryScratch mScratch;
 };
+
+}  // namespace util

@@ -179,12 +179,12 @@ TEST(IntersectionRaster, roundsToTheNearestCellHalvesAwayFromZero) {
   const std::array<float, 16> identity{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
   for (int offset = -3; offset <= 3; ++offset) {
     const int viewport[4] = {0, 0, 1, 1};
-    const IntersectionRaster raster(identity.data(), viewport, nullptr, 0, 0, offset, offset);
+    const util::IntersectionRaster raster(identity.data(), viewport, nullptr, 0, 0, offset, offset);
     float x = 0;
     for (int i = 0; i < 4; ++i) x = std::nextafterf(x - 0x1p-24f, -1);
     for (int i = 0; i < 16; ++i, x += 0x1p-24f) {
       const float share = x * 0.5f + 0.5f;
-      const RasterPosition p = raster.project(x, -x, 0);
+      const util::RasterPosition p = raster.project(x, -x, 0);
       EXPECT_EQ(p.mColumn, std::lroundf(share - static_cast<float>(offset))) << x;
       EXPECT_EQ(p.mRow, std::lroundf(1 - (-x * 0.5f + 0.5f) - static_cast<float>(offset))) << x;
     }

@@ -39,9 +39,9 @@ std::unique_ptr<util::TriangleMesh> randomMesh(std::mt19937& random, const Vec3&
   return mesh;
 }
 
-std::array<double, 12> numbersOf(const NearestSearch& search) {
+std::array<double, 12> numbersOf(const util::NearestSearch& search) {
   std::array<double, 12> numbers{};
-  if (const NearestHit* hit = search.hit())
+  if (const util::NearestHit* hit = search.hit())
     for (std::size_t a = 0; a < 12; ++a) {
       const Vec3& p = a < 3 ? hit->mPoint : hit->mCorners[a / 3 - 1];
       numbers[a] = a % 3 == 0 ? p.x : a % 3 == 1 ? p.y : p.z;
@@ -69,7 +69,7 @@ TEST(NearestSearch, hierarchyGivesTheBitsOfThePlainSearch) {
       const Vec3 eye{1.0 * pick(random, -30, 30), 1.0 * pick(random, -30, 30), 30};
       Vec3 direction{1.0 * pick(random, -3, 3), 1.0 * pick(random, -3, 3), 1.0 * pick(random, -3, 3)};
       if (oneIn(random, 2)) direction = {0, 0, -1};
-      NearestSearch search(view.data(), eye, direction), plain(view.data(), eye, direction);
+      util::NearestSearch search(view.data(), eye, direction), plain(view.data(), eye, direction);
       const double* place = isPlaced ? toView.data() : nullptr;
       // A second time in another place: what is found there competes with what is known.
       const Matrix elsewhere = support::shifted(0, 0, 1);
@@ -116,7 +116,7 @@ TEST(NearestSearch, findsTheOnePeakThatTouchesTheVolume) {
     const std::unique_ptr<util::TriangleMesh> mesh(util::Triangulator::TriangleMeshFactory().create(std::move(arrays)));
     mesh->buildHierarchy();
     const Vec3 direction{number(-1, 1), number(-1, 1), number(-1, 1)};
-    NearestSearch search(view.data(), {0, 0, 0}, direction), plain(view.data(), {0, 0, 0}, direction);
+    util::NearestSearch search(view.data(), {0, 0, 0}, direction), plain(view.data(), {0, 0, 0}, direction);
     search.search(*mesh, nullptr);
     plain.searchPlain(*mesh, nullptr);
     ASSERT_EQ(numbersOf(search), numbersOf(plain));
