@@ -240,11 +240,7 @@ HoleAssignmentCounts assignHoles(Mesh& mesh) {
     groupCheck.check(*group, {group + 1, end});
     group = end + 1;
   }
-  if (counts.mClearedHoles != 0) {
-    compactPrimitives(mesh);
-    removeUnusedVertices(mesh);
-    clearConnectivityCache(mesh);
-  }
+  if (counts.mClearedHoles != 0) compactMesh(mesh);
   return counts;
 }
 

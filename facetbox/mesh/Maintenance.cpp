@@ -1,33 +1,15 @@
 #include <facetbox/mesh/Maintenance.h>
 
 #include <bit>
-#include <vector>
 
 #include <facetbox/mesh/FaceRenumbering.h>
-#include <facetbox/mesh/HolePlacement.h>
+#include <facetbox/mesh/HoleClearing.h>
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/mesh/PolygonArea.h>
-#include <facetbox/polygons/PlanarPolygon.h>
+#include <facetbox/mesh/VertexCompaction.h>
 
 namespace util {
 namespace {
-
-/// Clears the holes that have lost their outer face or stick out of it. Returns whether there were any.
-bool clearMisplacedHoles(MeshStorage& mesh) {
-  if (mesh.mHoles.empty()) return false;
-  bool cleared = false;
-  HolePlacement placement(mesh);
-  for (const HoleTable::Group& group : mesh.mHoles.groupsByOuter(mesh.mFaces.size())) {
-    if (!mesh.mFaces.isCleared(group.outer)) placement.setOuter(group.outer, HolePlacement::Search::indexed);
-    for (const std::uint32_t hole : group.holes) {
-      if (hole >= mesh.mFaces.size() || mesh.mFaces.isCleared(hole)) continue;
-      if (!mesh.mFaces.isCleared(group.outer) && placement.isInside(hole)) continue;
-      mesh.mFaces.clear(hole);
-      cleared = true;
-    }
-  }
-  return cleared;
-}
 
 /// A set of vertices, 64 to a word, that also knows how many members stand before each.
 class VertexSet {
@@ -151,21 +133,18 @@ std::size_t removeUnusedVertices(Mesh& mesh) {
   const std::uint32_t kept = used.count();
   if (kept == vertexCount) return 0;
 
-  const bool withLists = m.mVertexIndexLists.size() == vertexCount;
-  std::uint32_t next = 0;
-  for (std::uint32_t v = 0; v < vertexCount; ++v) {
-    if (!used.contains(v)) continue;
-    m.mVertices[next] = m.mVertices[v];
-    if (withLists && next != v) m.mVertexIndexLists[next] = std::move(m.mVertexIndexLists[v]);
-    ++next;
-  }
-  m.mVertices.resize(kept);
-  if (withLists) m.mVertexIndexLists.resize(kept);
+  compactVertices(m, kept, [&](std::uint32_t v, std::uint32_t) { return used.contains(v); });
   for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
     for (std::size_t i = 0; i < list->size(); ++i)
       for (std::uint32_t& v : list->corners(i)) v = used.rank(v);
   clearConnectivityCache(mesh);
   return vertexCount - kept;
+}
+
+void compactMesh(Mesh& mesh) {
+  compactPrimitives(mesh);
+  removeUnusedVertices(mesh);
+  clearConnectivityCache(mesh);
 }
 
 void recomputeFaceNormals(Mesh& mesh) {

@@ -33,6 +33,10 @@ void compactPrimitives(Mesh& mesh);
 /// @return number of vertices dropped. O(vertices + corners).
 std::size_t removeUnusedVertices(Mesh& mesh);
 
+/// The end of most operations: drops the cleared records and the vertices that no record uses any more, and discards
+/// what is derived from the mesh. O(records + corners + vertices).
+void compactMesh(Mesh& mesh);
+
 /// Recomputes the stored normal of every face. O(corners).
 void recomputeFaceNormals(Mesh& mesh);
 

@@ -8,6 +8,7 @@
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/mesh/VertexCompaction.h>
 #include <facetbox/operations/PinchGuard.h>
 #include <facetbox/operations/VertexGroups.h>
 
@@ -96,17 +97,8 @@ std::uint64_t applyGroups(MeshStorage& m, VertexGroups&& groups) {
 
   for (std::size_t face = 0; face < m.mFaces.size(); ++face)
     for (std::uint32_t& v : m.mFaces.corners(face)) v = newNumbers[v];
-  const bool withLists = m.mVertexIndexLists.size() == vertexCount;
-  std::uint32_t next = 0;
-  for (std::size_t v = 0; v < vertexCount; ++v) {
-    // The first vertex of a new number is the one that keeps its place.
-    if (newNumbers[v] != next) continue;
-    m.mVertices[next] = m.mVertices[v];
-    if (withLists && next != v) m.mVertexIndexLists[next] = std::move(m.mVertexIndexLists[v]);
-    ++next;
-  }
-  m.mVertices.resize(keptCount);
-  if (withLists) m.mVertexIndexLists.resize(keptCount);
+  // The first vertex of a new number is the one that keeps its place.
+  compactVertices(m, keptCount, [&](std::uint32_t v, std::uint32_t next) { return newNumbers[v] == next; });
   return vertexCount - keptCount;
 }
 

@@ -194,9 +194,7 @@ class CoplanarMerge {
     if (mMergedCount == 0) return 0;
     m.mHoles.regroup(mNewOuterOf, mNewHoles);
     if (!mMaterialChanges.empty()) applyMaterialChanges();
-    compactPrimitives(mMesh);
-    removeUnusedVertices(mMesh);
-    clearConnectivityCache(mMesh);
+    compactMesh(mMesh);
     return mMergedCount;
   }
 

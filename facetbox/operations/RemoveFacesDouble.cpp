@@ -1,3 +1,4 @@
+#include <facetbox/mesh/HoleClearing.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/operations/RemoveFacesDouble.h>
@@ -496,17 +497,6 @@ void mergeTags(MeshStorage& m, std::vector<Match>& matches) {
     m.mFaces.setTag(match.kept, merger.merge(m.mFaces.tag(match.kept), m.mFaces.tag(match.cleared)));
 }
 
-void clearWithHoles(MeshStorage& m, const std::vector<Match>& matches) {
-  const std::vector<HoleTable::Group> groups = m.mHoles.groupsByOuter(m.mFaces.size());
-  for (const Match& match : matches) {
-    auto group = std::ranges::lower_bound(groups, match.cleared, {}, &HoleTable::Group::outer);
-    for (; group != groups.end() && group->outer == match.cleared; ++group)
-      for (const std::uint32_t hole : group->holes)
-        if (hole < m.mFaces.size()) m.mFaces.clear(hole);
-    m.mFaces.clear(match.cleared);
-  }
-}
-
 }  // namespace
 
 std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes) {
@@ -515,10 +505,9 @@ std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes) {
   std::vector<Match> matches = DoubleSearch(m, compareAttributes).run();
   if (matches.empty()) return 0;
   mergeTags(m, matches);
-  clearWithHoles(m, matches);
-  compactPrimitives(mesh);
-  removeUnusedVertices(mesh);
-  clearConnectivityCache(mesh);
+  const std::vector<HoleTable::Group> groups = m.mHoles.groupsByOuter(m.mFaces.size());
+  for (const Match& match : matches) clearFaceAndHoles(m.mFaces, match.cleared, groups);
+  compactMesh(mesh);
   return matches.size();
 }
 

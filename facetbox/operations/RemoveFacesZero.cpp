@@ -15,9 +15,7 @@ std::uint64_t removeFacesZero(Mesh& mesh, double threshold) {
     ++clearedCount;
   }
   if (clearedCount == 0) return 0;
-  compactPrimitives(mesh);
-  removeUnusedVertices(mesh);
-  clearConnectivityCache(mesh);
+  compactMesh(mesh);
   return clearedCount;
 }
 
