@@ -18,9 +18,9 @@ namespace util {
 /// holes with it. The tag of the face that stays becomes the union of both tags.
 ///
 /// @return number of faces removed as double, holes not counted. If 0, the mesh is untouched.
-/// O(corners) expected, O(n log n) for many copies of one face or faces whose keys collide; about 12 bytes a face, and
-/// up to 32 more for one that has a double. Many copies that differ in their texture coordinates alone are searched by
-/// a TexCoordTree: see there for what is left of the quadratic cost.
+/// O(corners) expected, O(n log n) for many copies of one face or faces whose hashes collide; about 12 bytes a face,
+/// and up to 32 more for one that has a double. Many copies that differ in their texture coordinates alone are searched
+/// by a TexCoordTree: see there for what is left of the quadratic cost.
 std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes);
 
 }  // namespace util

@@ -279,8 +279,8 @@ TEST(RemoveFacesDouble, tellsFacesWithTheSameEdgesApart) {
   }
 }
 
-/// The key of a triangle, as the search for doubles has it: this test is an attacker who has read it.
-std::uint32_t keyOf(const Indices& corners) {
+/// The hash of a triangle, as the search for doubles has it: this test is an attacker who has read it.
+std::uint32_t hashOf(const Indices& corners) {
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < corners.size(); ++i) {
     const auto [low, high] = std::minmax(corners[i], corners[(i + 1) % corners.size()]);
@@ -291,13 +291,13 @@ std::uint32_t keyOf(const Indices& corners) {
   return static_cast<std::uint32_t>(sum >> 32);
 }
 
-TEST(RemoveFacesDouble, findsDoublesWhoseKeysWereMadeToCrowd) {
+TEST(RemoveFacesDouble, findsDoublesWhoseHashesWereCraftedToCrowd) {
   std::mt19937 random(1);
   PlainMesh mesh;
   for (int v = 0; v < 1000; ++v) mesh.mVertices.push_back({1.0 * v, 1.0 * (v % 30), 0});
   while (mesh.mFaces.size() < 400) {
     const Indices face = randomIndices(random, 3, mesh.mVertices.size());
-    if (keyOf(face) >> 20 != 0x123 || face[0] == face[1] || face[1] == face[2] || face[2] == face[0]) continue;
+    if (hashOf(face) >> 20 != 0x123 || face[0] == face[1] || face[1] == face[2] || face[2] == face[0]) continue;
     for (int copy = pick(random, 1, 3); copy > 0; --copy) mesh.mFaces.push_back({face});
   }
   std::ranges::shuffle(mesh.mFaces, random);

@@ -1,0 +1,224 @@
+#include <facetbox/operations/DoubleFaceSearch.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <iterator>
+#include <limits>
+#include <span>
+#include <utility>
+
+#include <facetbox/operations/CanonicalCorners.h>
+#include <facetbox/operations/FaceBuckets.h>
+#include <facetbox/operations/FaceComparison.h>
+#include <facetbox/operations/TexCoordTree.h>
+
+// The definition goes through the vertices, ascending. At a vertex it takes the faces that use it, ascending, and
+// compares each with itself if it is there twice, and then with every higher one. A double is cleared at once.
+//
+// Whether two faces are double does not change while both are there. So each pair is decided at the first vertex that
+// both use, their lowest, and a face's comparison with itself at the lowest vertex that it visits twice. Only faces of
+// equal hash can be double, hence the buckets can be worked through one by one, in any order. The order of the
+// definition is still needed to number new tag sets: DoubleFace carries the vertex for that.
+
+namespace util {
+namespace {
+
+/// Finds the faces that visit a vertex twice.
+class RepeatedVisits {
+ public:
+  explicit RepeatedVisits(std::size_t vertexCount) : mVertexCount(vertexCount) {}
+
+  /// To be asked once for each face.
+  bool anyIn(std::uint32_t face, std::span<const std::uint32_t> corners) {
+    const std::size_t n = corners.size();
+    if (n <= kFewCorners) {
+      for (std::size_t i = 1; i < n; ++i)
+        for (std::size_t j = 0; j < i; ++j)
+          if (corners[i] == corners[j]) return true;
+      return false;
+    }
+    if (mLastVisitors.empty()) mLastVisitors.resize(mVertexCount, std::numeric_limits<std::uint32_t>::max());
+    for (const std::uint32_t v : corners)
+      if (std::exchange(mLastVisitors[v], face) == face) return true;
+    return false;
+  }
+
+ private:
+  static constexpr std::size_t kFewCorners = 8;  // up to here comparing each with each is cheaper
+
+  std::size_t mVertexCount;
+  Buffer<std::uint32_t> mLastVisitors;  // the last face at each vertex; allocated for the first face of many corners
+};
+
+class DoubleFaceSearch {
+ public:
+  DoubleFaceSearch(const MeshStorage& mesh, bool compareAttributes)
+      : mMesh(mesh), mComparison(mesh, compareAttributes) {}
+
+  std::vector<DoubleFace> run() {
+    FaceBuckets buckets = findCandidates();
+    std::size_t begin = 0;
+    for (const std::uint32_t end : buckets.ends()) {
+      const auto bucket = buckets.faces().subspan(begin, end - begin);
+      if (bucket.size() > 1 || !mVisitingTwice.empty()) resolveBucket(bucket);
+      begin = end;
+    }
+    return std::move(mDoubles);
+  }
+
+ private:
+  static constexpr std::size_t kFewCopies = 16;  // compared each with each
+
+  /// The faces that may repeat another or themselves, in buckets by their hashes. Hole faces are left out.
+  FaceBuckets findCandidates() {
+    const PrimitiveList& faces = mMesh.mFaces;
+    const auto faceCount = static_cast<std::uint32_t>(faces.size());
+    const std::vector<std::uint32_t> outerOf = mMesh.mHoles.outerOfHoles(faceCount);
+    const auto isCompared = [&](std::uint32_t face) {
+      return !faces.isCleared(face) && (outerOf.empty() || outerOf[face] == HoleTable::kNone);
+    };
+
+    Buffer<std::uint32_t> hashes(faceCount);
+    RepeatedHashes repeated(faceCount);
+    RepeatedVisits repeatedVisits(mMesh.mVertices.size());
+    for (std::uint32_t face = 0; face < faceCount; ++face) {
+      if (!isCompared(face)) continue;
+      const auto corners = faces.corners(face);
+      hashes[face] = faceHash(corners);
+      if (repeatedVisits.anyIn(face, corners)) {
+        mVisitingTwice.push_back(face);
+        repeated.addTwice(hashes[face]);
+      } else {
+        repeated.add(hashes[face]);
+      }
+    }
+
+    Buffer<std::uint32_t> candidates;
+    for (std::uint32_t face = 0; face < faceCount; ++face)
+      if (isCompared(face) && repeated.mayRepeat(hashes[face])) candidates.push_back(face);
+    return {candidates, hashes};
+  }
+
+  /// Finds the doubles among faces of one hash, ascending.
+  void resolveBucket(std::span<const std::uint32_t> bucket) {
+    if (bucket.size() <= kFewCopies) {
+      resolvePairByPair(bucket);
+      return;
+    }
+    sortByForm(bucket);
+    for (auto begin = mForms.begin(); begin != mForms.end();) {
+      const auto end = std::find_if(begin, mForms.end(), [&](const Form& form) { return *begin < form; });
+      mAlike.clear();
+      std::transform(begin, end, std::back_inserter(mAlike), [](const Form& form) { return form.face; });
+      if (!mComparison.comparesAttributes() || mAlike.size() <= kFewCopies)
+        resolvePairByPair(mAlike);
+      else
+        resolveByTree(mAlike);
+      begin = end;
+    }
+  }
+
+  /// What is equal for all faces that may be double: the material and the canonical corners.
+  struct Form {
+    std::uint32_t face, material;
+    std::span<const std::uint32_t> corners;
+
+    bool operator<(const Form& b) const {
+      if (material != b.material) return material < b.material;
+      return std::ranges::lexicographical_compare(corners, b.corners);
+    }
+  };
+
+  /// Sorts a large bucket into mForms. Many faces of one hash may also be different ones, crafted to collide, or
+  /// the rotations of one that visits a vertex many times.
+  void sortByForm(std::span<const std::uint32_t> bucket) {
+    std::size_t cornerCount = 0;
+    for (const std::uint32_t face : bucket) cornerCount += mMesh.mFaces.cornerCount(face);
+    mFormCorners.resize(cornerCount);
+    mForms.clear();
+    std::uint32_t* next = mFormCorners.data();
+    for (const std::uint32_t face : bucket) {
+      const std::uint32_t count = mMesh.mFaces.cornerCount(face);
+      writeCanonicalCorners(mMesh.mFaces.corners(face), next, mScratch);
+      mForms.push_back({face, mComparison.comparesAttributes() ? mComparison.materialOf(face) : 0, {next, count}});
+      next += count;
+    }
+    std::ranges::stable_sort(mForms, std::less());
+  }
+
+  void resolvePairByPair(std::span<const std::uint32_t> copies) {
+    resolve(copies, [&](std::size_t copy, auto isDouble) {
+      for (std::size_t later = copy + 1; later < copies.size(); ++later)
+        if (!mGone[later]) isDouble(later);
+    });
+  }
+
+  /// For many copies that only texture coordinates tell apart.
+  void resolveByTree(std::span<const std::uint32_t> copies) {
+    TexCoordTree tree(mMesh, copies, FaceComparison::kTexCoordTolerance);
+    resolve(copies, [&](std::size_t copy, auto isDouble) {
+      // A face that is not even double to itself has an index beyond the texture coordinates, and so is to none.
+      if (!mComparison.areDouble(copies[copy], copies[copy])) return;
+      tree.forEachLater(static_cast<std::uint32_t>(copy),
+                        [&](std::uint32_t later) { return mGone[later] || isDouble(later); });
+    });
+  }
+
+  /// Lets each copy, ascending, remove its doubles among the later ones that are left. `forEachLater(copy, isDouble)`
+  /// calls `isDouble` for each later copy that may be one; it returns whether that copy went.
+  template <class ForEachLater>
+  void resolve(std::span<const std::uint32_t> copies, ForEachLater forEachLater) {
+    mGone.assign(copies.size(), 0);
+    const auto removeIfDouble = [&](std::uint32_t vertex, std::uint32_t a, std::size_t copy) {
+      if (!mComparison.areDouble(a, copies[copy])) return false;
+      mDoubles.push_back({vertex, a, copies[copy]});
+      mGone[copy] = 1;
+      return true;
+    };
+    bool anyLeft = false;  // of those that visit a vertex twice
+    for (std::size_t copy = 0; copy < copies.size(); ++copy) {
+      if (mGone[copy]) continue;
+      const std::uint32_t a = copies[copy];
+      const std::uint32_t lowest = std::ranges::min(mMesh.mFaces.corners(a));
+      if (visitsTwice(a)) {
+        if (lowestTwiceVisited(a) == lowest) removeIfDouble(lowest, a, copy);
+        if (mGone[copy]) continue;
+        anyLeft = true;
+      }
+      forEachLater(copy, [&](std::size_t later) { return removeIfDouble(lowest, a, later); });
+    }
+    if (!anyLeft) return;
+    // Compared with itself only at a higher vertex, by when it has removed others.
+    for (std::size_t copy = 0; copy < copies.size(); ++copy)
+      if (!mGone[copy] && visitsTwice(copies[copy]))
+        removeIfDouble(lowestTwiceVisited(copies[copy]), copies[copy], copy);
+  }
+
+  bool visitsTwice(std::uint32_t face) const {
+    return !mVisitingTwice.empty() && std::ranges::binary_search(mVisitingTwice, face);
+  }
+
+  std::uint32_t lowestTwiceVisited(std::uint32_t face) {
+    const auto corners = mMesh.mFaces.corners(face);
+    mScratch.assign(corners.begin(), corners.end());
+    std::ranges::sort(mScratch);
+    return *std::ranges::adjacent_find(mScratch);
+  }
+
+  const MeshStorage& mMesh;
+  FaceComparison mComparison;
+  std::vector<std::uint32_t> mVisitingTwice;  // faces, ascending
+  std::vector<DoubleFace> mDoubles;
+  std::vector<std::uint8_t> mGone;  // of the copies at hand
+  std::vector<Form> mForms;         // of a large bucket
+  std::vector<std::uint32_t> mFormCorners, mAlike, mScratch;
+};
+
+}  // namespace
+
+std::vector<DoubleFace> findDoubleFaces(const MeshStorage& mesh, bool compareAttributes) {
+  return DoubleFaceSearch(mesh, compareAttributes).run();
+}
+
+}  // namespace util

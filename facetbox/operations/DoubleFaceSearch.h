@@ -1,0 +1,22 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <vector>
+
+#include <facetbox/mesh/MeshStorage.h>
+
+namespace util {
+
+/// A face that goes because it repeats another: the vertex at which the definition compares the two first, the face
+/// that stays and the one that goes (the same where a face repeats itself).
+struct DoubleFace {
+  std::uint32_t vertex, kept, cleared;
+  /// The order in which the definition comes to them.
+  friend auto operator<=>(const DoubleFace&, const DoubleFace&) = default;
+};
+
+/// The faces that removeFacesDouble() removes, in no particular order.
+std::vector<DoubleFace> findDoubleFaces(const MeshStorage& mesh, bool compareAttributes);
+
+}  // namespace util
