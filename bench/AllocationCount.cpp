@@ -11,8 +11,8 @@ namespace {
 
 std::atomic<std::size_t> callCount, byteCount, peakByteCount;
 
-/// Large blocks always come fresh from the system and go back to it. By default the allocator would start to keep them
-/// after the first call, and every later one would be measured on warm memory, which no first call of a host gets.
+/// Makes large blocks come fresh from the system and go back to it. By default the allocator keeps them after the first
+/// call, so that every later call would be measured on warm memory, which the first call of a host does not get.
 const bool freshMemory = mallopt(M_MMAP_THRESHOLD, 1 << 20) != 0;
 
 void* count(void* data, std::size_t bytes) {

@@ -31,7 +31,7 @@ Prepared& prepare(const CleanupCase& tested, std::size_t corners) {
   return *last;
 }
 
-/// Allocations of one call, and its peak beyond the records that went in and come out.
+/// Allocations of one call, and its peak memory beyond input and result.
 void reportMemory(benchmark::State& state, const CleanupCase& tested, const Cleanup::MeshData& data, double corners) {
   const std::size_t before = allocationCount().bytes;
   resetAllocationCount();

@@ -103,7 +103,7 @@ void addBuildings(Workload& mesh, std::size_t pairs, Expected& merged) {
   merged.corners += pairs * (6 * 6 + 6 * 8);
 }
 
-/// Triangles over a square lattice, no two neighbours of which are coplanar.
+/// Triangles over a square lattice; no two adjacent ones are coplanar.
 void addGround(Workload& mesh, std::size_t triangles, Expected& unmerged) {
   constexpr std::array<double, 5> kHeights{0, 0.25, 0.5625, 1.125, 2.0};
   const auto side = static_cast<std::uint32_t>(std::ceil(std::sqrt(static_cast<double>(triangles) / 2)));

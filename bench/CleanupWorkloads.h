@@ -6,7 +6,7 @@
 
 #include "Workloads.h"
 
-/// What the result for a workload must be; counts of kAny and a volume of NaN are not looked at.
+/// What the result for a workload must be; counts of kAny and a volume of NaN are not checked.
 struct Expected {
   static constexpr std::size_t kAny = static_cast<std::size_t>(-1);
 
@@ -15,7 +15,7 @@ struct Expected {
   std::size_t corners = kAny;
   std::size_t holeEntries = kAny;
   double volume = std::numeric_limits<double>::quiet_NaN();  ///< signedVolume, to a billionth of it
-  double apart = 0;  ///< no two vertices are closer; every pair is looked at: for small results
+  double apart = 0;  ///< no two vertices are closer; checks every pair: for small results
 };
 
 /// @return what is wrong with a result, which may be null; empty when nothing is.

@@ -14,7 +14,7 @@ CleanupWorkload nestedCs(std::size_t corners);
 /// A plate with such slits, every second of which crosses one listed before.
 CleanupWorkload crossedSlits(std::size_t corners);
 
-/// Quads of which none can be welded, which shows at one after the other only, from the last to the first.
+/// Quads that cannot be welded; this becomes known for one after the other only, from the last to the first.
 CleanupWorkload chainOfPinches(std::size_t corners);
 
 /// Copies of one triangle whose texture coordinates are random.

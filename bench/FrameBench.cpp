@@ -1,4 +1,4 @@
-// The frame around every clean-up call: what a record costs on its way in and out, beside a memcpy of its arrays.
+// The conversions around every clean-up call: record to mesh and back, compared with a memcpy of the record's arrays.
 
 #include <cstring>
 #include <memory>

@@ -1,4 +1,4 @@
-// The intersector's queries beside plain loops over the same triangles.
+// The intersector's queries compared with plain loops over the same triangles.
 
 #include <algorithm>
 #include <array>
@@ -62,14 +62,14 @@ const Object& objectOf(const std::string& shape, std::int64_t triangles) {
   return *object;
 }
 
-/// Times `run` after it has given the plain loop's answer.
+/// Checks that `run` gives the plain loop's answer, then times it.
 void compare(benchmark::State& state, bool isPlain, const std::function<std::vector<float>()>& run,
              const std::function<std::vector<float>()>& plain) {
   if (run() != plain()) return state.SkipWithError("not the plain loop's answer");
   for (auto _ : state) benchmark::DoNotOptimize(isPlain ? plain() : run());
 }
 
-/// What a screen mask costs at the least: every vertex projected once, every listed edge walked once.
+/// The least that a screen mask can cost: project every vertex once, walk every edge once.
 class BareRaster {
  public:
   BareRaster(const Floats& matrix, const std::vector<std::int32_t>& cells, int size)

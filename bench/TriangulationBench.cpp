@@ -1,4 +1,4 @@
-// Triangulation beside the bare tessellator with callbacks that do the same, fed with the same contours.
+// Triangulation compared with the bare tessellator, with callbacks that do the same on the same contours.
 
 #include <algorithm>
 #include <array>
@@ -64,7 +64,7 @@ Workload perforated(int count, int corners, int perSide, int holes) {
   return mesh;
 }
 
-/// What a caller of the tessellator writes at the least: records, a list per primitive, an index array.
+/// The least that a caller of the tessellator has to write: records, a list per primitive, an index array.
 class BareTessellation {
  public:
   explicit BareTessellation(const util::MeshStorage& mesh) : mMesh(mesh), mTess(gluNewTess()) {

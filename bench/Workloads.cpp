@@ -17,7 +17,7 @@ std::size_t bytesOf(const std::vector<T>& array) {
   return array.size() * sizeof(T);
 }
 
-/// Of the cells between four neighbours, no two beside each other have the same slope.
+/// No two adjacent cells have the same slope.
 float bumpAt(std::uint32_t x, std::uint32_t y) {
   constexpr std::array<float, 5> kHeights{0.0f, 0.0625f, 0.140625f, 0.28125f, 0.5f};
   return kHeights[(x + 2 * y) % 5];

@@ -45,7 +45,7 @@ enum class Surface { bumpy, flat };
 enum class FaceOrder { sequential, shuffled };
 
 /// A bumpy grid of about `triangles` triangles that share their vertices, with texture coordinates (a pair per vertex)
-/// and one texture run. Neighbouring vertices lie one unit apart in x or y.
+/// and one texture run. Neighboring vertices lie one unit apart in x or y.
 Workload gridOfTriangles(std::size_t triangles);
 
 /// Likewise of squares, without texture coordinates.

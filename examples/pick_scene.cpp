@@ -1,4 +1,4 @@
-// Two threads describe a scene of plates, some with a hole; then it is asked what is in view and what a ray hits.
+// Two threads describe a scene of plates, some with a hole. Then the host asks what is in view and what a ray hits.
 
 #include <algorithm>
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// A square of side 4 around the origin, facing +z; with a hole, of side 2 in its middle.
+// A square with sides of 4 around the origin, facing +z; the hole in its center has sides of 2.
 util::Mesh plate(bool withHole) {
   const float coords[] = {-2, -2, 0, 2, -2, 0, 2, 2, 0, -2, 2, 0, -1, -1, 0, -1, 1, 0, 1, 1, 0, 1, -1, 0};
   const std::uint32_t corners[] = {0, 1, 2, 3, 4, 5, 6, 7};
@@ -23,9 +23,9 @@ util::Mesh plate(bool withHole) {
           withHole ? 3 : 0, nullptr};
 }
 
-// What a thread of the host does: each object is triangulated here and queued, and nobody waits for a query.
+// Runs on a thread of the host. Objects are triangulated here and queued, so the thread never waits for a query.
 void addPlates(Picker& picker, std::size_t handle, std::uint32_t firstId, bool withHole) {
-  const util::Mesh mesh = plate(withHole);  // known to the picker after its first use: triangulated once
+  const util::Mesh mesh = plate(withHole);  // triangulated once: the picker recognizes it afterwards
   for (std::uint32_t i = 0; i < 3; ++i) {
     const double z = -2.0 * i - (withHole ? 0 : 1);
     const double matrix[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, z, 1};  // column-major
@@ -39,7 +39,7 @@ std::vector<std::uint32_t> idsInView(Picker& picker, std::size_t handle, const f
   std::vector<std::uint32_t> ids(4);
   const auto pick = [&] { return picker.pickFrustum(handle, corners, viewProjection, false, ids.data(), ids.size()); };
   std::int64_t count = pick();
-  if (count < 0) {  // more than there was room for: the negative of their number
+  if (count < 0) {  // the buffer is too small: the negative of the number needed
     ids.resize(static_cast<std::size_t>(-count));
     count = pick();
   }
@@ -58,13 +58,13 @@ int main() {
   whole.join();
   pierced.join();
 
-  // Seen from (0, 0, 10) downwards: x and y from -3 to 3 and z from 5 to -15, without perspective.
+  // Looks down from (0, 0, 10), without perspective: x and y from -3 to 3, z from 5 to -15.
   const float viewProjection[16] = {1 / 3.0f, 0, 0, 0, 0, 1 / 3.0f, 0, 0, 0, 0, -0.1f, 0, 0, 0, -0.5f, 1};
   const std::vector<std::uint32_t> ids = idsInView(*picker, handle, viewProjection);
   std::printf("in view:");
   for (const std::uint32_t id : ids) std::printf(" %u", id);
 
-  // The nearest of the candidates, the lower id of equally near ones.
+  // The nearest of the candidates; of equally near ones the lower id.
   const float origin[] = {0.5f, 0, 10}, direction[] = {0, 0, -1};
   std::uint32_t hit = 0;
   float nearest = 0, distance = 0;

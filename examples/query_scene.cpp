@@ -1,5 +1,5 @@
-// A table of two instances is asked about: is it in view, is it covered by a mask, where is it nearest, what does a ray
-// hit. Then it is moved and asked again.
+// Tests a table made of two instances: is it in view, does a mask cover it, where is it nearest, where does a ray hit
+// it? Then moves it and tests again.
 
 #include <cstdint>
 #include <cstdio>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// A block from (-1, -1, -1) to (1, 1, 1), faces outwards.
+// A block from (-1, -1, -1) to (1, 1, 1), faces outward.
 util::Mesh block() {
   const float coords[] = {-1, -1, -1, 1, -1, -1, 1, 1, -1, -1, 1, -1, -1, -1, 1, 1, -1, 1, 1, 1, 1, -1, 1, 1};
   const std::uint32_t corners[] = {0, 3, 2, 1, 4, 5, 6, 7, 0, 1, 5, 4, 2, 3, 7, 6, 1, 2, 6, 5, 0, 4, 7, 3};
@@ -21,10 +21,10 @@ util::Mesh block() {
 }
 
 void ask(const char* when, Intersector& intersector, std::size_t table) {
-  // Seen from (0, 0, 10) along -z without perspective: x from -8 to 8, y from -6 to 6, z from 10 to -10.
+  // Looks from (0, 0, 10) along -z, without perspective: x from -8 to 8, y from -6 to 6, z from 10 to -10.
   const float view[16] = {1 / 8.0f, 0, 0, 0, 0, 1 / 6.0f, 0, 0, 0, 0, -0.1f, 0, 0, 0, 0, 1};
 
-  // In view at all, and as a whole.
+  // In view partly, and completely.
   const bool inView = intersector.intersectsFrustum(table, view, false);
   const bool wholly = intersector.intersectsFrustum(table, view, true);
 
@@ -46,7 +46,7 @@ void ask(const char* when, Intersector& intersector, std::size_t table) {
   if (intersector.findNearestInFrustum(table, view, eye, forward, point, a, b, c))
     std::printf("  nearest at depth %g\n", static_cast<double>(eye[2] - point[2]));
 
-  // A ray straight down. Triangles that are small for the length of its direction are passed over: make it long.
+  // A ray straight down. Small triangles are skipped if its direction is short, so make it long.
   constexpr float kLength = 1e6f;
   const float above[] = {5, 9, 0}, down[] = {0, -kLength, 0};
   float distance = 0, normal[3];
@@ -67,7 +67,7 @@ int main() {
   const double board[16] = {2, 0, 0, 0, 0, 0.25, 0, 0, 0, 0, 2, 0, 0, 1.25, 0, 1};
   intersector->addEntry(table, mesh, foot, triangulator);
   intersector->addEntry(table, mesh, board, triangulator);
-  // A box around both, in the world: what lies beside the view is told by it alone.
+  // A box around both, in the world: if it lies outside the view, the instances need no test.
   const double around[16] = {2, 0, 0, 0, 0, 1.25, 0, 0, 0, 0, 2, 0, 0, 0.25, 0, 1};
   const std::unique_ptr<util::Mesh> box(mesh.derive(around, false));
   intersector->setOABBox(table, *box, triangulator);
@@ -77,7 +77,7 @@ int main() {
   ask("moved by 4", *intersector, table);
   intersector->relocate(table, 3, 0, 0);
   ask("moved by 7", *intersector, table);
-  intersector->dispose(table);  // the handle is not to be used any more
+  intersector->dispose(table);  // do not use the handle afterwards
   intersector->applyPendingCommands();
   std::printf("%d changes left\n", static_cast<int>(intersector->getPendingCommandCount()));
 }

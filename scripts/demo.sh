@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Our main job on one model: what it is, what cleaning removes, what comes out, what that looks like.
+# Inspects a model, cleans it, inspects the result and draws both.
 # Usage: scripts/demo.sh PROGRAM MODEL OUTPUT_DIRECTORY
 # UP=0,0,1 draws models whose z axis points up.
 set -euo pipefail
@@ -23,13 +23,13 @@ draw() {
 }
 draw "before" "$model" "$out/$name.png" object
 draw "after" "$cleaned" "$out/${name}_cleaned.png" object
-draw "after, a colour for each material" "$cleaned" "$out/${name}_materials.png" material
+draw "after, a color for each material" "$cleaned" "$out/${name}_materials.png" material
 
-say "A mask of the cleaned model, and what a view from nearer makes of it: red edges are beside the mask"
+say "A mask of the cleaned model, and a closer view compared with it: red edges lie outside the mask"
 mask="$out/${name}_mask.png" verdict="$out/${name}_verdict.png"
 view=(--up "${UP:-0,1,0}" --by material)
 "$program" query "$cleaned" "${view[@]}" --write-mask "$mask"
 printf '  %-44s %s\n' "$mask" "the mask"
 "$program" query "$cleaned" "${view[@]}" --raster "$mask"
 "$program" query "$cleaned" "${view[@]}" --fov 75 --raster "$mask" -o "$verdict"
-printf '  %-44s %s\n' "$verdict" "from nearer, on the same mask"
+printf '  %-44s %s\n' "$verdict" "a closer view, on the same mask"

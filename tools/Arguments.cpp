@@ -37,7 +37,7 @@ std::vector<double> parseNumbers(const std::string& text, const std::string& opt
     }
     rest.remove_prefix(comma + 1);
   }
-  throw InputError(fmt::format("{}: '{}' is not {} finite numbers with commas between", option, text, count));
+  throw InputError(fmt::format("{}: '{}' is not {} finite numbers separated by commas", option, text, count));
 }
 
 Vector parseVector(const std::string& text, const std::string& option) {
@@ -63,7 +63,7 @@ Color parseColor(const std::string& text, const std::string& option) {
   if (text == "black") return {0, 0, 0};
   std::uint32_t value = 0;
   if (text.size() != 7 || text[0] != '#' || !readAll(std::string_view(text).substr(1), value, 16))
-    throw InputError(fmt::format("{}: '{}' is not a colour such as #f0f0f0, white or black", option, text));
+    throw InputError(fmt::format("{}: '{}' is not a color such as #f0f0f0, white or black", option, text));
   return {static_cast<std::uint8_t>(value >> 16), static_cast<std::uint8_t>(value >> 8),
           static_cast<std::uint8_t>(value)};
 }

@@ -13,7 +13,7 @@
 namespace tool {
 namespace {
 
-// Where the middle of what is seen lies: between the outermost vertices to the right and left, above and below.
+// The center of what is visible: between the outermost vertices to the right and left, above and below.
 Vector middleInView(const Frame& scene, const Camera& camera) {
   double right[2] = {2, -2}, up[2] = {2, -2};
   for (const std::uint32_t index : scene.model().mIndices) {
@@ -27,7 +27,7 @@ Vector middleInView(const Frame& scene, const Camera& camera) {
   return camera.mRight * ((right[0] + right[1]) / 2) + camera.mUp * ((up[0] + up[1]) / 2);
 }
 
-// Least distance before the point looked at from which every vertex is within the picture.
+// The least distance from the point looked at from which every vertex is in the picture.
 double fittingDistance(const Frame& scene, const Camera& camera, const Vector& lookAt) {
   double distance = 0;
   for (const std::uint32_t index : scene.model().mIndices) {
@@ -40,14 +40,14 @@ double fittingDistance(const Frame& scene, const Camera& camera, const Vector& l
   return std::max(distance * kMargin, 0.01);
 }
 
-// From the right, above and before, for whatever is up.
+// Looks from the right, above and in front, for any up direction.
 Vector defaultForward(const Vector& up) {
   const Vector axis = std::fabs(up.x) < 0.9 ? Vector{1, 0, 0} : Vector{0, 1, 0};
   const Vector right = normalized(axis - up * dot(axis, up));
   return -normalized(right * 0.55 + up * 0.5 + cross(right, up));
 }
 
-// Solves a x = b for the columns of `a`, which three vectors are. False where they are in one plane.
+// Solves a x = b, where three vectors are the columns of `a`. False if they lie in one plane.
 bool solve(const Vector& a0, const Vector& a1, const Vector& a2, const Vector& b, double (&x)[3]) {
   const double determinant = dot(a0, cross(a1, a2));
   x[0] = dot(b, cross(a1, a2)) / determinant;
@@ -67,13 +67,13 @@ Camera::Camera(const Frame& scene, const CameraOptions& options, double aspect) 
   const Vector up = normalized(options.mUp);
   if (options.mEye) {
     mEye = scene.toScene(*options.mEye);
-    if (!(length(lookAt - mEye) > 0)) throw InputError("--eye: is the point that is looked at; move one of them");
+    if (!(length(lookAt - mEye) > 0)) throw InputError("--eye: equals the point looked at; move one of them");
     mForward = normalized(lookAt - mEye);
   } else {
     mForward = defaultForward(up);
   }
   mRight = cross(mForward, up);
-  if (!(length(mRight) > 1e-6)) throw InputError("--up: runs along the view; give another direction");
+  if (!(length(mRight) > 1e-6)) throw InputError("--up: is parallel to the view direction; give another direction");
   mRight = normalized(mRight);
   mUp = cross(mRight, mForward);
   if (!options.mEye) {
@@ -81,7 +81,7 @@ Camera::Camera(const Frame& scene, const CameraOptions& options, double aspect) 
     mEye = lookAt - mForward * fittingDistance(scene, *this, lookAt);
   }
 
-  // The planes keep away from the scene, so that rounding in floats does not bring them into it.
+  // The planes keep a distance from the scene, so that rounding to floats does not move them into it.
   const Vector& half = scene.halfSize();
   const double reach = std::fabs(mForward.x) * half.x + std::fabs(mForward.y) * half.y + std::fabs(mForward.z) * half.z;
   const double middle = depthOf({});
@@ -130,7 +130,7 @@ std::array<float, 16> matrixOfCorners(const std::array<Vector, 8>& corners, cons
                     option));
   };
   // The cube's corners h, with a fourth coordinate of 1, come from the volume's by a matrix that is known when five of
-  // them, no four in a plane, are: corner 0, its neighbours 1, 3 and 4, and the opposite one, 6. In coordinates
+  // them, no four in a plane, are: corner 0, its neighbors 1, 3 and 4, and the opposite one, 6. In coordinates
   // along the three edges at corner 0, these are 0, the units and g, and a map that leaves the first four in place up
   // to factors makes (a, b, c) of (x, y, z) by a = x u / s, where s = 1 + (u - 1) x + (v - 1) y + (w - 1) z.
   const Vector edges[3] = {corners[1] - corners[0], corners[3] - corners[0], corners[4] - corners[0]};

@@ -14,7 +14,7 @@ struct Window {
   double mLeft = -1, mBottom = -1, mRight = 1, mTop = 1;
 };
 
-/// What the command line tells of a view, in the coordinates of the model.
+/// A view as given on the command line, in the coordinates of the model.
 struct CameraOptions {
   std::optional<Vector> mEye, mLookAt;
   Vector mUp{0, 1, 0};
@@ -25,26 +25,26 @@ struct CameraOptions {
 struct Camera {
   Vector mEye, mRight, mUp, mForward;  ///< directions of unit length, at right angles
   double mTanX = 1, mTanY = 1;         ///< half the picture's size at depth 1
-  double mNear = 0.1, mFar = 10;       ///< depths between which all of the scene before the eye lies
+  double mNear = 0.1, mFar = 10;       ///< depths that enclose the part of the scene in front of the eye
 
-  /// Without a point to look at, it is the middle of what the picture shows. Without an eye, it is before, to the right
-  /// and above, where all faces just fit in the picture. O(corners) then.
-  /// @param aspect  width of the picture by its height
-  /// @throws InputError where the eye is the point looked at, or `up` runs along the view
+  /// By default the camera looks at the center of what the picture shows, from in front, right and above, at a distance
+  /// where all faces just fit in the picture. O(corners) then.
+  /// @param aspect  width of the picture divided by its height
+  /// @throws InputError where the eye equals the point looked at, or `up` is parallel to the view direction
   Camera(const Frame& scene, const CameraOptions& options, double aspect);
 
   double depthOf(const Vector& point) const { return dot(point - mEye, mForward); }
 
-  /// Direction to a point of the picture, of depth 1.
+  /// Direction to a point of the picture; its depth is 1.
   Vector directionTo(double x, double y) const { return mForward + mRight * (x * mTanX) + mUp * (y * mTanY); }
 
   /// View-projection matrix that maps the volume behind a window onto the cube from -1 to 1; column-major.
   std::array<float, 16> matrixOf(const Window& window) const;
 };
 
-/// What the command line tells of a view volume.
+/// A view volume as given on the command line.
 struct ViewOptions {
-  std::optional<std::array<Vector, 8>> mVolume;  ///< else the camera's
+  std::optional<std::array<Vector, 8>> mVolume;  ///< without it, the camera's
   CameraOptions mCamera;
   std::array<int, 2> mSize{640, 480};         ///< of the picture that the window is a part of
   std::array<double, 4> mWindow{0, 0, 1, 1};  ///< left, top, right, bottom, as parts of the picture
@@ -52,7 +52,7 @@ struct ViewOptions {
   double aspect() const { return static_cast<double>(mSize[0]) / mSize[1]; }
 };
 
-/// The matrix of such a volume. @throws InputError
+/// The matrix of this volume. @throws InputError
 std::array<float, 16> matrixOf(const ViewOptions& options, const Frame& frame);
 
 /// The matrix that maps a volume of eight corners onto the cube from -1 to 1, column-major. Corners 0 to 3 run around

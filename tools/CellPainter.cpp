@@ -22,7 +22,7 @@ struct Edge {
   bool isSameAs(const Edge& other) const { return std::minmax(mFrom, mTo) == std::minmax(other.mFrom, other.mTo); }
 };
 
-// Keeps the part of the way from 0 to 1 where a value that changes evenly is from 0 to `most`.
+// Clips the way from 0 to 1 to the part where a linearly changing value is between 0 and `most`.
 void clip(double atStart, double atEnd, double most, double& begin, double& end) {
   const auto keepPositive = [&](double start, double stop) {
     if (start < 0 && stop < 0) end = -1;
@@ -71,7 +71,7 @@ void CellPainter::add(const util::Mesh& mesh, std::span<const float> coordinates
   drawEdges(places, indices);
 }
 
-// In floats, as the library does it: a cell beside would be another verdict.
+// In floats, as the library does it: the neighboring cell would be another verdict.
 CellPainter::Place CellPainter::placeOf(float x, float y, float z) const {
   const std::array<float, 16>& m = mMatrix;
   const float w = std::fabs(m[3] * x + m[7] * y + m[11] * z + m[15]);

@@ -21,9 +21,10 @@ struct Mask {
 /// Set where the picture is not black.
 Mask maskOf(const Picture& picture);
 
-/// Shows on which cells of a picture meshes lie, by the rules of Intersector::testRaster(): cells under the edges of
-/// triangles, which it looks at, and cells whose middle is inside of one. Triangles and edges with a vertex before the
-/// near plane or behind the far one are left out, and what lies beside the picture is cut off.
+/// Draws the cells of a picture that meshes cover, by the rules of Intersector::testRaster(): the cells under the edges
+/// of triangles, which the intersector tests, and the cells whose center lies inside a triangle. Triangles and edges
+/// with a vertex in front of the near plane or behind the far plane are skipped. What lies outside the picture is
+/// clipped.
 class CellPainter {
  public:
   /// @param matrix  view-projection
@@ -38,12 +39,13 @@ class CellPainter {
   /// White on black.
   Picture mask() const;
 
-  /// What a mask of the same size makes of the meshes: green where they lie on set cells, red where edges do not or
-  /// leave the picture, brown where their inner does not, which is no obstacle. Else set cells are grey, others black.
+  /// Compares the meshes with a mask of the same size. Green: on set cells. Red: edges on other cells, or edges that
+  /// leave the picture. Brown: the inside of triangles on other cells, which the intersector does not test. Elsewhere
+  /// set cells are gray, others black.
   Picture verdict(const Mask& mask) const;
 
  private:
-  /// Columns to the right and rows downwards; the middle of a cell is where both are whole.
+  /// Columns run to the right, rows downward; at the center of a cell both are whole numbers.
   struct Place {
     float mColumn, mRow;
     bool mIsBetweenPlanes;

@@ -19,7 +19,7 @@
 namespace tool {
 namespace {
 
-// What a step changes, in numbers. Signed: merging flat parts can add holes.
+// What a step changes, as numbers. Signed: merging flat parts can add holes.
 struct Counts {
   long long mVertices = 0, mFaces = 0, mCorners = 0, mHoles = 0;
 
@@ -46,7 +46,7 @@ Counts countsOf(const Model& model) {
           static_cast<long long>(model.mIndices.size()), static_cast<long long>(model.mHoles.size()) - 2 * groups};
 }
 
-// Faces whose corners stand in another order, in records with the same faces.
+// Number of faces whose corners are in another order, for records with the same faces.
 std::size_t changedFaces(const Cleanup::MeshData& before, const Cleanup::MeshData& after) {
   if (before.mCountCount != after.mCountCount || before.mIndexCount != after.mIndexCount) return 0;
   std::size_t changed = 0;
@@ -209,7 +209,7 @@ class Cleaner {
 void checkOutput(const std::string& path) {
   if (isSpecialFile(path)) return;
   if (!path.ends_with(".obj"))
-    throw InputError(fmt::format("{}: the name of the output must end in .obj, the one format that is written", path));
+    throw InputError(fmt::format("{}: the name of the output must end in .obj; no other format can be written", path));
   checkWritable(path);
 }
 
@@ -223,8 +223,7 @@ void runClean(const CleanOptions& options) {
   progress.setStage("reading " + options.mModel);
   Model model = readModel(options.mModel);
   if (options.mJoin) model.joinObjects();
-  for (const auto& [what, count] : model.mIgnored)
-    report.note("passed over in {}: {} x {}", options.mModel, count, what);
+  for (const auto& [what, count] : model.mIgnored) report.note("skipped in {}: {} x {}", options.mModel, count, what);
 
   Cleaner cleaner(options, model, report, progress);
   cleaner.run();

@@ -12,11 +12,11 @@ struct CleanOptions {
   std::string mOutput;  ///< ends in .obj, or is a device or a pipe
   std::vector<StepRequest> mRequests;
   bool mJoin = false;
-  bool mTriangulate = false;  ///< as the last of all
+  bool mTriangulate = false;  ///< after all steps
 };
 
-/// Cleans a model and writes the result; tells on standard output, step by step, what it changed. When the model itself
-/// goes to a device or a pipe, which may be standard output, the report goes to standard error.
+/// Cleans a model and writes the result. Reports the changes of each step on standard output, or on standard error when
+/// the model itself goes to a device or a pipe, which may be standard output.
 /// @throws InputError, RunError: nothing has been written then
 void runClean(const CleanOptions& options);
 

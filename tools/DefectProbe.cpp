@@ -12,7 +12,7 @@
 namespace tool {
 namespace {
 
-/// Faces and vertices without anything else.
+/// Only faces and vertices.
 struct Probe {
   std::vector<float> vertices;
   std::vector<std::uint32_t> indices, counts;
@@ -29,8 +29,8 @@ struct Probe {
   }
 };
 
-/// How many vertices a weld takes away when no face can have a say in it: every vertex gets a triangle of its own with
-/// two points far outside of the box.
+/// Number of vertices that a weld removes when no face can prevent it: every vertex gets a triangle of its own, with
+/// two points far outside the box.
 std::size_t countDuplicates(const Model& model, const MeshFacts& facts, double tolerance) {
   const auto vertexCount = static_cast<std::uint32_t>(model.vertexCount());
   Probe probe;
@@ -48,7 +48,7 @@ std::size_t countDuplicates(const Model& model, const MeshFacts& facts, double t
   return welded ? vertexCount + 2 - static_cast<std::size_t>(welded->mVCCount) / 3 : 0;
 }
 
-/// How many faces repeat an earlier one. Hole faces are not compared, and faces that repeat a vertex are told apart.
+/// Number of faces that repeat an earlier one. Skips hole faces and faces that repeat a vertex.
 std::size_t countDoubleFaces(const Model& model) {
   std::vector<bool> isHole(model.faceCount());
   for (std::size_t i = 1; i < model.mHoles.size(); ++i)

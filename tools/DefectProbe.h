@@ -5,11 +5,11 @@
 
 namespace tool {
 
-/// Vertices closer than this part of the bounding box's diagonal count as nearly the same.
+/// Vertices closer than this fraction of the bounding box's diagonal count as nearly the same.
 constexpr double kNearlySame = 1e-4;
 
-/// Fills in the facts that the library's own operations know best, by running them on records made for the question:
-/// mDuplicateVertices, mNearlyDuplicateVertices and mDoubleFaces. The other facts must be there already.
+/// Fills in mDuplicateVertices, mNearlyDuplicateVertices and mDoubleFaces by running the library's own operations on
+/// records made for this purpose. The other facts must be present.
 /// The model must have passed checkModel().
 void probeDefects(const Model& model, MeshFacts& facts);
 

@@ -8,12 +8,12 @@ namespace tool {
 /// What the program returns to the shell.
 enum ExitCode { kExitOk = 0, kExitFailure = 1, kExitBadInput = 2 };
 
-/// The caller's file or arguments are at fault: exit code 2. The text names file and line or face.
+/// A wrong file or argument: exit code 2. The text names file and line or face.
 struct InputError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Anything else that keeps the program from finishing, such as a full disk: exit code 1.
+/// Any other failure, such as a full disk: exit code 1.
 struct RunError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };

@@ -12,10 +12,10 @@
 namespace tool {
 namespace {
 
-// Of the ball around the scene, with some room.
+// Radius of the ball around the scene, with some room.
 constexpr double kRadius = 1.01;
 
-// Length of rays' directions: faces from some 1e-6 of the model's size on are hit, which no picture resolves.
+// Length of rays' directions: rays hit faces down to about 1e-6 of the model's size, smaller than any picture shows.
 constexpr double kDirectionLength = 1e8;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
@@ -70,7 +70,7 @@ std::array<double, 16> Frame::placement() const {
 }
 
 FloatRay Frame::rayOf(const Vector& origin, const Vector& direction) {
-  // From far off, the ray starts where it comes to the scene: there its start is not rounded to much.
+  // A ray from far away starts where it reaches the scene, so that rounding moves its start only a little.
   const double ahead = std::max(0.0, -dot(origin, direction) - kRadius);
   return {narrowed(origin + direction * ahead), narrowed(direction * kDirectionLength), ahead};
 }

@@ -16,7 +16,7 @@
 
 namespace tool {
 
-/// What counts as one: an object, a face with its holes, or all faces of a material.
+/// What counts as one object of the scene: an object, a face with its holes, or all faces of a material.
 struct SceneEntry {
   std::uint32_t mId = 0;  ///< counted from 1, see FaceSets::mNumbers
   std::string mName;
@@ -29,18 +29,18 @@ std::array<float, 3> narrowed(const Vector& v);
 /// A ray as the library takes it.
 struct FloatRay {
   std::array<float, 3> mOrigin, mDirection;
-  double mAhead = 0;  ///< from where the ray was to start to where this one does
+  double mAhead = 0;  ///< distance from the original start of the ray to this one
 
-  /// From where the ray was to start, of a distance that the library gave.
+  /// The distance from the original start, for a distance that the library returned.
   double distanceOf(float distance) const;
 };
 
-/// The coordinates in which a model is handed to the library.
+/// The coordinates in which the library gets a model.
 ///
-/// The box around all faces lies around the origin and its corners are 1 away from it. The library passes over
-/// triangles whose doubled area times the length of the ray's direction is below 1e-5: at this size, and with
-/// directions as long as are used here, whatever could be seen is hit, no matter what unit the model is in. Positions
-/// far from the model's origin keep their digits, too.
+/// The box around all faces is centered at the origin, with its corners at a distance of 1. The library skips triangles
+/// whose doubled area times the length of the ray's direction is below 1e-5. At this size, and with the long directions
+/// used here, rays hit everything that could be visible, whatever the model's unit is. Models far from their origin
+/// keep their digits, too.
 class Frame {
  public:
   /// @param model  must stay as it is
@@ -48,7 +48,7 @@ class Frame {
 
   Vector toScene(const Vector& point) const { return (point - mCenter) * mScale; }
   Vector toModel(const Vector& point) const { return point * (1 / mScale) + mCenter; }
-  /// The length of a unit of the model.
+  /// The length of one model unit in the scene.
   double scale() const { return mScale; }
   /// Of the box around all faces, in the scene.
   const Vector& halfSize() const { return mHalfSize; }
@@ -65,12 +65,12 @@ class Frame {
   /// @param direction  of unit length, as all here in the scene's coordinates
   static FloatRay rayOf(const Vector& origin, const Vector& direction);
 
-  /// Receives x, y, z of the mesh's vertices, too.
+  /// Called with an entry, its mesh and x, y, z of the mesh's vertices.
   using TakeMesh = std::function<void(const SceneEntry&, const util::Mesh&, std::span<const float>)>;
 
-  /// Hands over a mesh for each entry, and tells all of these.
+  /// Calls `take` for each entry and returns all entries.
   /// @param name  of the model, for messages
-  /// @return by ascending ids
+  /// @return the entries, by ascending ids
   /// @throws RunError where a face cannot be triangulated by `take`
   std::vector<SceneEntry> takeApart(const std::string& name, Grouping grouping, Progress& progress,
                                     const TakeMesh& take) const;

@@ -12,7 +12,7 @@
 namespace tool {
 namespace {
 
-// One defect, told alike by table and JSON.
+// One defect, as named by the table and by JSON.
 struct Defect {
   const char* mLabel;
   const char* mKey;
@@ -93,7 +93,7 @@ std::string formatFacts(const std::string& name, const Model& model, const MeshF
   }
   table.head("defects");
   for (const Defect& defect : kDefects) table.row(defect.mLabel, facts.*defect.mCount);
-  if (!model.mIgnored.empty()) table.head("passed over in the file");
+  if (!model.mIgnored.empty()) table.head("skipped in the file");
   for (const auto& [what, count] : model.mIgnored) table.row(what, count);
   return table.text();
 }
@@ -131,7 +131,7 @@ void runInfo(const InfoOptions& options) {
     Progress progress;
     progress.setStage("reading " + options.mModel);
     const Model model = readModel(options.mModel);
-    progress.setStage("looking at " + options.mModel);
+    progress.setStage("examining " + options.mModel);
     MeshFacts facts = gatherFacts(model);
     probeDefects(model, facts);
     text = options.mJson ? formatFactsAsJson(options.mModel, model, facts) : formatFacts(options.mModel, model, facts);

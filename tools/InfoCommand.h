@@ -15,7 +15,7 @@ struct InfoOptions {
 /// The facts as a table for people.
 std::string formatFacts(const std::string& name, const Model& model, const MeshFacts& facts);
 
-/// The facts as one JSON object; names that are not UTF-8 have their odd bytes replaced.
+/// The facts as one JSON object; bytes of names that are not UTF-8 are replaced.
 std::string formatFactsAsJson(const std::string& name, const Model& model, const MeshFacts& facts);
 
 /// Prints the facts of a model. @throws InputError

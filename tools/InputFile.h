@@ -4,7 +4,7 @@
 
 namespace tool {
 
-/// All that is in a file. @throws InputError where it cannot be read, or holds nothing
+/// The content of a file. @throws InputError where it cannot be read or is empty
 std::string readFile(const std::string& path);
 
 }  // namespace tool

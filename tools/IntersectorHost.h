@@ -20,7 +20,7 @@ struct NearestPoint {
   std::array<Vector, 3> mTriangle;
 };
 
-/// Where a ray first meets an object.
+/// The first hit of a ray on an object.
 struct ObjectHit {
   double mDistance = 0;  ///< of unit length
   Vector mNormal;        ///< of unit length, by the winding of the face
@@ -28,17 +28,17 @@ struct ObjectHit {
 
 /// Objects in the library's intersector, numbered from 0 as they are added. All in one scene's coordinates.
 ///
-/// They have no boxes: one would only keep volumes that lie deep inside of it from finding anything.
+/// They have no boxes: a volume deep inside a box would find nothing.
 class IntersectorHost {
  public:
   /// @param placement  places the mesh in the scene, column-major
   /// @throws std::runtime_error where a face cannot be triangulated
   void add(const util::Mesh& mesh, const std::array<double, 16>& placement);
 
-  /// Whether all of an object's edges lie on set cells, where the mask is all that the matrix shows.
+  /// Whether an object covers only set cells. The mask shows the whole view of the matrix.
   bool isOnMask(std::size_t object, const std::array<float, 16>& matrix, const Mask& mask) const;
 
-  /// @param wholeInside  whether it must not reach out of the volume
+  /// @param wholeInside  the object must lie in the volume completely
   bool isInVolume(std::size_t object, const std::array<float, 16>& matrix, bool wholeInside) const;
 
   std::optional<NearestPoint> nearestPoint(std::size_t object, const std::array<float, 16>& matrix, const Vector& eye,

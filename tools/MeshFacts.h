@@ -13,14 +13,14 @@
 
 namespace tool {
 
-/// What can be told of a model by looking at it. Faces with fewer than three corners are counted as illegal and
-/// otherwise left out, as the library leaves them out.
+/// Counts and defects of a model. Faces with fewer than three corners are counted as illegal and otherwise ignored, as
+/// the library ignores them.
 struct MeshFacts {
   std::map<std::size_t, std::size_t> mFacesByCorners;
   std::array<float, 3> mMin = {}, mMax = {};  ///< box around all vertices, used or not
   double mDiagonal = 0;
   std::vector<std::pair<std::string, std::size_t>> mFacesByMaterial;  ///< those in use, in order of appearance
-  std::size_t mMaterialRuns = 0;  ///< stretches of faces of one material; 0 when no face has a material
+  std::size_t mMaterialRuns = 0;  ///< sequences of faces of one material; 0 when no face has a material
   std::size_t mHoleGroups = 0;    ///< faces with holes
   std::size_t mHoleFaces = 0;
 
@@ -39,10 +39,10 @@ struct MeshFacts {
   std::size_t mDoubleFaces = 0;              ///< repeat an earlier face, in either direction
 };
 
-/// The box part of the facts alone: the length of its diagonal.
+/// Only the length of the bounding box's diagonal.
 double boundingBoxDiagonal(const Model& model);
 
-/// Whether a vertex stands more than once in the list; `scratch` is working space.
+/// Whether the list has a vertex more than once; `scratch` is working space.
 bool repeatsVertex(std::span<const std::uint32_t> corners, std::vector<std::uint32_t>& scratch);
 
 /// O(corners log corners). The model must have passed checkModel().

@@ -21,7 +21,7 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> listHoles(const Model& mode
   return holes;
 }
 
-// Per face, the lowest of the faces that it is tied to by holes and that are not holes themselves.
+// Per face, the lowest face that hole groups connect it to and that is not a hole itself.
 std::vector<std::uint32_t> findOwners(const Model& model) {
   std::vector<std::uint32_t> roots(model.faceCount());
   std::iota(roots.begin(), roots.end(), 0U);

@@ -14,12 +14,12 @@ namespace tool {
 
 enum class Grouping { object, face, material };
 
-/// A model's faces of three corners and more, in sets; a face and its holes are in one set. Faces that are holes of
-/// each other only are in none. Set s is numbered mNumbers[s], counted from 1: the object, the face, or the material
-/// (one above the last for faces without). No set is empty; numbers ascend.
+/// A model's faces with three or more corners, in sets. A face and its holes are in one set. Faces that are only holes
+/// of each other are in none. mNumbers[s] is the number of set s, counted from 1: of its object, face or material
+/// (faces without material have the last number plus one). No set is empty; numbers ascend.
 struct FaceSets {
   std::vector<std::uint32_t> mFaces;  ///< set after set, ascending within each
-  std::vector<std::size_t> mStarts;   ///< of each set in mFaces, and its end
+  std::vector<std::size_t> mStarts;   ///< start of each set in mFaces, and the end of the last
   std::vector<std::uint32_t> mNumbers;
 
   std::size_t size() const { return mNumbers.size(); }
@@ -31,21 +31,21 @@ struct FaceSets {
 /// O(faces log holes).
 FaceSets groupFaces(const Model& model, Grouping grouping);
 
-/// Whatever material and group a face is marked with: one label per face.
+/// The material and group of each face.
 std::vector<Label> labelsOf(const Model& model);
 
-/// Makes meshes for the library out of sets of a model's faces, with the holes.
+/// Makes meshes for the library from sets of a model's faces, with their holes.
 class MeshMaker {
  public:
-  /// The model must stay as it is.
+  /// The model must not change or go away.
   explicit MeshMaker(const Model& model);
 
   /// @param faces  a set of groupFaces(). O(corners of the set).
   util::Mesh make(std::span<const std::uint32_t> faces);
 
-  /// Of the mesh made last: vertex v stands at corner corners()[v] of the model, the first of those where it does.
+  /// For the mesh made last: corners()[v] is the first corner of the model with vertex v.
   std::span<const std::uint32_t> corners() const { return mCorners; }
-  /// Of the mesh made last: x, y, z per vertex.
+  /// For the mesh made last: x, y, z per vertex.
   std::span<const float> coordinates() const { return mCoordinates; }
   /// A face's first corner.
   std::size_t firstCorner(std::uint32_t face) const { return mFirstCorners[face]; }

@@ -37,7 +37,7 @@ struct ObjectStart {
   std::uint32_t mFirstTexCoord = 0;
 };
 
-/// A polygon model in memory: one pool of vertices and faces, cut into objects and runs by first faces.
+/// A polygon model in memory: one pool of vertices and faces. Objects and runs are given by their first faces.
 struct Model {
   std::vector<float> mVertices;            ///< x, y, z per vertex
   std::vector<float> mTexCoords;           ///< u, v per pair
@@ -50,23 +50,23 @@ struct Model {
   std::vector<std::string> mGroups;        ///< likewise
   std::vector<ObjectStart> mObjects;       ///< at least one; ascending, the first at face 0
   std::vector<std::string> mLibraries;     ///< material libraries, as named by the file
-  std::map<std::string, std::size_t> mIgnored;  ///< what the reader passed over, with the number of times
+  std::map<std::string, std::size_t> mIgnored;  ///< what the reader skipped, and how often
 
   std::size_t vertexCount() const { return mVertices.size() / 3; }
   std::size_t faceCount() const { return mCounts.size(); }
 
-  /// First face behind object `object`.
+  /// The face after the last one of object `object`.
   std::uint32_t endFace(std::size_t object) const;
 
-  /// Makes one object of all, named after the first.
+  /// Joins all objects into one, named after the first.
   void joinObjects();
 
-  /// Marks the face that is added next, and those behind it, with `label`.
+  /// Marks the face that is added next, and those after it, with `label`.
   void startRun(Label label);
 };
 
-/// Makes sure that every index is in range, all counts add up and every coordinate is finite.
-/// @throws InputError with a text that starts with `name` and tells the vertex or face (counted from 1)
+/// Checks that every index is in range, all counts add up and every coordinate is finite.
+/// @throws InputError with a text that starts with `name` and names the vertex or face (counted from 1)
 void checkModel(const Model& model, const std::string& name);
 
 }  // namespace tool

@@ -36,8 +36,8 @@ struct PositionHash {
   }
 };
 
-// Collects what the import library logs as an error while it goes on with a guess, such as another vertex for an index
-// that is out of range.
+// Collects the errors that the import library only logs. It goes on with a guess, such as another vertex for an index
+// out of range.
 class ImportErrors {
  public:
   ImportErrors() {
@@ -63,7 +63,7 @@ class ImportErrors {
   std::string mText;
 };
 
-// Walks the nodes of an imported scene and appends what they show to a model.
+// Walks the nodes of an imported scene and appends their meshes to a model.
 class SceneReader {
  public:
   SceneReader(const aiScene& scene, std::string path, bool joinPositions, bool hasMaterials)
@@ -97,14 +97,14 @@ class SceneReader {
     return static_cast<int>(std::find(names.begin(), names.end(), name) - names.begin());
   }
 
-  // Vertex indices of the model for those of the mesh.
+  // Returns the model's vertex index for each vertex of the mesh.
   std::vector<std::uint32_t> addVertices(const aiMesh& mesh, const aiMatrix4x4& transform) {
     std::vector<std::uint32_t> indices(mesh.mNumVertices);
     std::unordered_map<std::array<float, 3>, std::uint32_t, PositionHash> known;
     for (unsigned i = 0; i < mesh.mNumVertices; ++i) {
       const aiVector3D p = transform.IsIdentity() ? mesh.mVertices[i] : transform * mesh.mVertices[i];
       indices[i] = static_cast<std::uint32_t>(mModel.vertexCount());
-      // Adding 0 makes one of both zeros.
+      // Adding 0 turns -0 into 0.
       if (mJoinPositions)
         indices[i] = known.try_emplace({p.x + 0.0F, p.y + 0.0F, p.z + 0.0F}, indices[i]).first->second;
       if (indices[i] == mModel.vertexCount()) mModel.mVertices.insert(mModel.mVertices.end(), {p.x, p.y, p.z});
@@ -169,14 +169,14 @@ Model readModel(const std::string& path) {
 Model importModel(const std::string& path) {
   const std::string extension = extensionOf(path);
   const bool isGltf = extension == ".gltf" || extension == ".glb";
-  // For the messages: the import library tells neither why it cannot open a file nor that it is empty.
+  // For better messages: the import library says neither why it cannot open a file nor that it is empty.
   readFile(path);
   const ImportErrors errors;
   Assimp::Importer importer;
   const aiScene* scene = importer.ReadFile(path, 0);
   const std::string error = scene ? errors.first() : importer.GetErrorString();
   if (!scene || !error.empty())
-    throw InputError(fmt::format("{}: cannot be understood as {}: {}", path, extension.substr(1), error));
+    throw InputError(fmt::format("{}: cannot be read as {}: {}", path, extension.substr(1), error));
   return SceneReader(*scene, path, isGltf || extension == ".stl", isGltf).read();
 }
 

@@ -6,15 +6,15 @@
 
 namespace tool {
 
-/// Reads a model of any understood format, told by the end of its name: .obj, .ply, .off, .stl, .gltf, .glb.
+/// Reads a model in any supported format; the end of the name decides: .obj, .ply, .off, .stl, .gltf, .glb.
 /// The result has passed checkModel().
-/// @throws InputError when the file cannot be read or makes no sense
+/// @throws InputError when the file cannot be read or is invalid
 Model readModel(const std::string& path);
 
-/// Reads PLY, OFF, STL or glTF through the import library, without any of its post-processing: polygons stay polygons.
+/// Reads PLY, OFF, STL or glTF with the import library. Its post-processing is off, so polygons stay polygons.
 ///
-/// STL has no shared vertices, and glTF splits them where normals or texture coordinates jump; there the vertices of a
-/// mesh that lie at exactly the same position become one, while texture coordinates stay per corner.
+/// STL has no shared vertices, and glTF splits vertices where normals or texture coordinates jump. For both, vertices
+/// of a mesh at exactly the same position become one; texture coordinates stay per corner.
 /// @throws InputError
 Model importModel(const std::string& path);
 

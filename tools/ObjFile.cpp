@@ -237,7 +237,7 @@ class Parser {
     mModel.mTexCoords.insert(mModel.mTexCoords.end(), {u, v});
   }
 
-  // The index counted from 0. Positive ones may lie ahead: that is looked at when the file is read.
+  // The index, counted from 0. Positive ones may refer to later lines; they are checked when the whole file is read.
   std::uint32_t resolve(long long index, std::size_t count, bool isTexture) {
     const char* what = isTexture ? "texture coordinate" : "vertex";
     if (index == 0) fail(fmt::format("{} index 0 is not valid; indices count from 1", what));

@@ -26,7 +26,7 @@ struct SelectOptions {
   bool mJson = false;
 };
 
-/// Prints what lies in a view volume, a line for each, or "nothing". @throws InputError, RunError
+/// Prints the objects in a view volume, one per line, or "nothing". @throws InputError, RunError
 void runSelect(const SelectOptions& options);
 
 }  // namespace tool

@@ -22,7 +22,7 @@ std::string formatPng(const Picture& picture) {
   const int written = png_image_write_to_memory(&image, file.data(), &size, 0, picture.mPixels.data(), 0, nullptr);
   // Releases what a failure may have left.
   png_image_free(&image);
-  if (!written) throw RunError(fmt::format("the picture cannot be made into PNG: {}", image.message));
+  if (!written) throw RunError(fmt::format("the picture cannot be converted to PNG: {}", image.message));
   file.resize(size);
   return file;
 }
@@ -30,24 +30,24 @@ std::string formatPng(const Picture& picture) {
 void checkPngName(const std::string& path) {
   if (isSpecialFile(path)) return;
   if (!path.ends_with(".png"))
-    throw InputError(fmt::format("{}: the name of the picture must end in .png, the one format that is written", path));
+    throw InputError(fmt::format("{}: the name of the picture must end in .png; no other format can be written", path));
   checkWritable(path);
 }
 
 Picture parsePng(const std::string& file, const std::string& name) {
   png_image image{};
   image.version = PNG_IMAGE_VERSION;
-  // Releases what a failure may leave.
+  // Releases what a failure may leave behind.
   const std::unique_ptr<png_image, void (*)(png_image*)> release(&image, &png_image_free);
   if (!png_image_begin_read_from_memory(&image, file.data(), file.size()))
     throw InputError(fmt::format("{}: is not a PNG picture: {}", name, image.message));
   constexpr std::uint64_t kMostPixels = std::uint64_t{1} << 26;
   if (std::uint64_t{image.width} * image.height > kMostPixels)
-    throw InputError(fmt::format("{}: has {} x {} pixels, more than the {} that are read", name, image.width,
-                                 image.height, kMostPixels));
+    throw InputError(
+        fmt::format("{}: has {} x {} pixels, more than the limit of {}", name, image.width, image.height, kMostPixels));
   image.format = PNG_FORMAT_RGB;
   Picture picture{static_cast<int>(image.width), static_cast<int>(image.height), {}};
-  // Transparent pixels are laid over what is there: black.
+  // Transparent pixels show the buffer's black.
   picture.mPixels.resize(PNG_IMAGE_SIZE(image));
   if (!png_image_finish_read(&image, nullptr, picture.mPixels.data(), 0, nullptr))
     throw InputError(fmt::format("{}: the picture is damaged: {}", name, image.message));

@@ -15,12 +15,12 @@ struct Picture {
 /// The picture as a PNG file. @throws RunError
 std::string formatPng(const Picture& picture);
 
-/// Refuses early what no picture can be written to. @throws InputError where its name does not end in .png, RunError
+/// Checks early that a picture can be written there. @throws InputError where the name does not end in .png, RunError
 void checkPngName(const std::string& path);
 
-/// What a PNG file holds, on black where it is transparent.
+/// The picture in a PNG file; transparent pixels are blended with black.
 /// @param name  of the file, for messages
-/// @throws InputError where it is none, is damaged, or has more than 2^26 pixels
+/// @throws InputError where it is not a PNG file, is damaged, or has more than 2^26 pixels
 Picture parsePng(const std::string& file, const std::string& name);
 
 }  // namespace tool

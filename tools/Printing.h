@@ -11,16 +11,16 @@ namespace tool {
 /// To standard output.
 void print(const std::string& text);
 
-/// As text, indented, with a line's end; bytes that are not UTF-8 replaced.
+/// As indented text with a final newline; bytes that are not UTF-8 are replaced.
 std::string dumped(const nlohmann::ordered_json& json);
 
-/// With six digits: the library's queries count in floats, and more would say nothing.
+/// With six digits: the library's queries return floats, so further digits mean nothing.
 std::string shown(double value);
 std::string shown(const Vector& v);
 nlohmann::ordered_json rounded(double value);
 nlohmann::ordered_json rounded(const Vector& v);
 
-/// Without what floats round off, which would show as odd numbers near 0.
+/// Rounds tiny coordinates to 0; they are only the rounding errors of floats.
 /// @param scale  the length of a unit of `point` where the whole model is of size 1
 Vector snapped(const Vector& point, double scale);
 

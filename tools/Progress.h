@@ -8,8 +8,8 @@
 
 namespace tool {
 
-/// Tells on standard error what is going on, once that takes longer than a second; says nothing where standard error is
-/// no terminal. The line is wiped when the object goes.
+/// Shows the current stage on standard error once the work takes longer than a second. Shows nothing if standard error
+/// is not a terminal. The destructor clears the line.
 class Progress {
  public:
   Progress();
@@ -17,10 +17,10 @@ class Progress {
   Progress& operator=(const Progress&) = delete;
   ~Progress();
 
-  /// What is being done from now on.
+  /// Sets what is being done from now on.
   void setStage(std::string stage);
 
-  /// Wipes the line, so that other output can follow.
+  /// Clears the line, so that other output can follow.
   void clearLine();
 
  private:

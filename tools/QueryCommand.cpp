@@ -25,7 +25,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// What is told of one object. Text that is empty leaves it out.
+// The answer for one object. An empty text omits it.
 struct Answer {
   ordered_json mFields;
   std::string mText;
@@ -42,7 +42,7 @@ class Questions {
         [&](const SceneEntry&, const util::Mesh& mesh, std::span<const float>) { mHost.add(mesh, placement); });
   }
 
-  /// @param ask  the answer for the object of an index in the host
+  /// @param ask  returns the answer for the object of an index in the host
   template <typename Ask>
   std::string answers(Ask ask) const {
     ordered_json json = ordered_json::array();
@@ -111,7 +111,7 @@ class Questions {
  private:
   Vector toModel(const Vector& point) const { return snapped(mFrame.toModel(point), mFrame.scale()); }
 
-  // From where depth counts, and along what; of unit length.
+  // The point of depth 0 and the unit direction along which depth is measured.
   Ray viewDirection() const {
     const ViewOptions& view = mOptions.mView;
     if (!view.mVolume) {

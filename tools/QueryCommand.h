@@ -19,16 +19,17 @@ struct QueryOptions {
   ViewOptions mView;
   bool mWholeInside = false;  ///< of the view volume
   bool mWantsNearest = false;
-  std::string mRaster;     ///< a picture that tells which cells are set; empty for none
-  std::string mOutput;     ///< picture of what the raster makes of the objects; empty for none
-  std::string mWriteMask;  ///< picture of the cells that the objects cover; empty for none, else there is no question
+  std::string mRaster;  ///< a picture of the set cells; empty for none
+  std::string mOutput;  ///< picture of the raster's verdict on the objects; empty for none
+  std::string
+      mWriteMask;  ///< picture of the cells that the objects cover; if set, nothing else is asked; empty for none
   std::optional<Ray> mRay;
   bool mJson = false;
 };
 
-/// Asks one question about each object by itself, and prints the answers: whether it lies on the set cells of a raster,
-/// where a ray meets it, where it is nearest in a view volume, or, if none of these is wanted, whether it lies in the
-/// volume. Or writes a mask and prints nothing.
+/// Answers one question about each object separately: does it lie on the set cells of a raster, where does a ray hit
+/// it, where is it nearest in a view volume, or, by default, does it lie in the volume? Or writes a mask and prints
+/// nothing.
 /// @throws InputError, RunError
 void runQuery(const QueryOptions& options);
 

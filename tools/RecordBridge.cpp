@@ -59,7 +59,7 @@ std::vector<float> gather(const std::vector<float>& pool, const std::vector<std:
   return values;
 }
 
-// Cuts the model into its objects.
+// Splits the model into its objects.
 std::vector<ObjectSlice> sliceObjects(const Model& model) {
   std::vector<bool> isUsed(model.vertexCount());
   for (const std::uint32_t index : model.mIndices) isUsed[index] = true;
@@ -122,7 +122,7 @@ void ObjectRecord::copyTexCoords(const Model& model) {
   }
   mTexCoords = gather<2>(model.mTexCoords, compactIndices(mTexIndices, {}));
   if (std::none_of(mTexIndices.begin(), mTexIndices.end(), isNone)) return;
-  // Beyond all others, so that it never compares equal to one of them.
+  // Beyond all others, so that it never equals one of them.
   float largest = 0;
   for (const float value : mTexCoords) largest = std::max(largest, std::fabs(value));
   const float outside = std::min(2 * largest + 1, std::numeric_limits<float>::max());
@@ -199,22 +199,22 @@ void ObjectRecord::appendRuns(const Cleanup::MeshData& record, Model& model) con
   const int runs = record.mTextures ? record.mTexturesCount : 0;
   int behind = 0;
   Label label;
-  int labelled = -1;
+  int labeled = -1;
   for (int face = 0; face < record.mCountCount; ++face) {
     while (behind < runs &&
            (!record.mTexturesStartFaces || record.mTexturesStartFaces[behind] <= static_cast<std::uint32_t>(face)))
       ++behind;
     const int run = std::max(behind - 1, 0);
-    if (runs > 0 && run != labelled) {
+    if (runs > 0 && run != labeled) {
       label = labelOf(record.mTextures[run]);
-      labelled = run;
+      labeled = run;
     }
     model.startRun(label);
     model.mCounts.push_back(record.mCounts[face]);
   }
 }
 
-// A face that has a corner without texture coordinates is one without: files know no others.
+// A face with a corner without texture coordinates counts as a face without: OBJ files have no others.
 void ObjectRecord::appendTexCoords(const Cleanup::MeshData& record, Model& model) const {
   const std::size_t corners = model.mIndices.size();
   const std::size_t cornersBefore = corners - static_cast<std::size_t>(record.mIndexCount);
@@ -251,7 +251,7 @@ void ObjectRecord::append(const Cleanup::MeshData& record, Model& model) const {
   appendHoles(record, firstFace, model);
 }
 
-// Groups that have lost all their holes stay in the record with their outer face alone; files know no such thing.
+// Groups without holes stay in the record with only their outer face; files cannot express them.
 void ObjectRecord::appendHoles(const Cleanup::MeshData& record, std::uint32_t firstFace, Model& model) {
   const std::uint32_t* const end = record.mHoles + record.mHolesCount;
   for (const std::uint32_t* entry = record.mHoles; entry != end; ++entry) {

@@ -20,19 +20,19 @@ struct ObjectSlice {
   std::size_t mObject = 0;
   std::size_t mFirstCorner = 0;
   std::size_t mEndCorner = 0;
-  std::vector<std::uint32_t> mUnusedVertices;  ///< those of it that no face of the model uses, ascending
+  std::vector<std::uint32_t> mUnusedVertices;  ///< its vertices that no face of the model uses, ascending
   std::vector<std::uint32_t> mHoles;           ///< its hole groups, in face numbers of the model
 };
 
-/// One object of a model as the library takes it, and the way back from the library's results.
+/// Converts one object of a model to a record, and results of the library back.
 ///
-/// The record reads texture names as Latin-1 and returns UTF-8, which would re-encode other than ASCII names at every
-/// chained call, and it carries names and runs only beside texture coordinates. So runs go in under tokens ("m0", "m1",
-/// one for each distinct label), an object without texture coordinates gets one pair that all corners share, and
-/// corners without texture coordinates in an object that has some get a pair of their own, away from all others.
+/// Records read texture names as Latin-1 and return UTF-8, so every chained call would re-encode names that are not
+/// ASCII. And they keep names and runs only with texture coordinates. Therefore runs get tokens as names ("m0", "m1",
+/// one for each distinct label). An object without texture coordinates gets one pair that all corners share. In an
+/// object with some texture coordinates, corners without them share a pair that is far from all others.
 class ObjectRecord {
  public:
-  /// Copies what the object uses.
+  /// Copies what the object needs.
   ObjectRecord(const Model& model, const ObjectSlice& slice);
 
   /// The record; it points into this object.

@@ -14,7 +14,7 @@ namespace {
 
 constexpr float kNothing = std::numeric_limits<float>::infinity();
 
-// What the ray through one point of the picture has met.
+// What the ray through one point of the picture has hit.
 struct Sample {
   float mDistance = kNothing;
   std::uint32_t mId = 0;
@@ -40,7 +40,7 @@ class SampleGrid {
         mWidth(width),
         mHeight(height),
         mSamples(static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
-    // A view volume sees vertices behind the eye in wrong places: objects that reach there are tried by every ray.
+    // Vertices behind the eye are mirrored into the view volume, so objects that reach there are tested by every ray.
     for (const SceneEntry& entry : scene.entries()) {
       const Vector center = (entry.mMin + entry.mMax) * 0.5, half = entry.mMax - center;
       const Vector& f = camera.mForward;
@@ -62,7 +62,7 @@ class SampleGrid {
   double columnOf(double across) const { return (across + 1) / 2 * mWidth; }
   double rowOf(double up) const { return (1 - up) / 2 * mHeight; }
 
-  // Shoots a rectangle's rays at the objects in the volume behind it, in parts where these are many.
+  // Casts a rectangle's rays at the objects in the volume behind it; splits the rectangle where there are many objects.
   void trace(const Rectangle& part) {
     const std::vector<std::uint32_t> ids = candidatesFor(part);
     if (ids.empty()) return;
@@ -92,7 +92,7 @@ class SampleGrid {
   }
 
  private:
-  // A margin of half a sample keeps what floats round out of the volume.
+  // A margin of half a sample keeps what rounding to floats would move out of the volume.
   std::vector<std::uint32_t> candidatesFor(const Rectangle& part) const {
     constexpr double kMargin = 0.5;
     const Window window{acrossOf(part.mLeft - kMargin), upOf(part.mBottom + kMargin), acrossOf(part.mRight + kMargin),
@@ -109,7 +109,7 @@ class SampleGrid {
   std::vector<std::uint32_t> mAlwaysTried;
 };
 
-// Marks the samples at which the edges of faces are seen.
+// Marks the samples where edges of faces are visible.
 class LineMarker {
  public:
   LineMarker(SampleGrid& grid, const Camera& camera) : mGrid(grid), mCamera(camera) {}
@@ -180,7 +180,7 @@ void markEdges(SampleGrid& grid, const Scene& scene, const Camera& camera) {
   }
 }
 
-// Colours as numbers from 0 to 1.
+// Colors as numbers from 0 to 1.
 constexpr Vector kPalette[] = {{0.62, 0.72, 0.84}, {0.72, 0.80, 0.55}, {0.86, 0.80, 0.58}, {0.66, 0.62, 0.82},
                                {0.52, 0.76, 0.74}, {0.80, 0.66, 0.78}, {0.58, 0.66, 0.60}, {0.50, 0.62, 0.86},
                                {0.84, 0.86, 0.70}, {0.70, 0.74, 0.78}, {0.44, 0.70, 0.56}};
@@ -192,7 +192,7 @@ class Shader {
   Shader(const Camera& camera, const RenderSettings& settings)
       : mColoring(settings.mColoring),
         mBackground{settings.mBackground[0] / 255.0, settings.mBackground[1] / 255.0, settings.mBackground[2] / 255.0},
-        // A little from above and the left, so that faces which stand alike to the view still differ.
+        // Light from slightly above and left, so that faces at the same angle to the view still differ.
         mLight(normalized(camera.mUp * 0.35 - camera.mRight * 0.25 - camera.mForward)) {}
 
   Vector colorOf(const Sample& sample, const Vector& ray) const {

@@ -18,8 +18,8 @@ struct RenderSettings {
   Color mBackground{255, 255, 255};
 };
 
-/// Draws what the camera sees of the scene: its entries in colours of their own, or each face in that of its normal;
-/// backs of faces in red, or dark. The light is the camera's. One ray of the picker per sample and candidate.
+/// Draws what the camera sees of the scene. Colors show entries, or the normals of faces; the backs of faces are red,
+/// or dark. The light comes from the camera. Casts one ray of the picker per sample and candidate object.
 Picture render(const Scene& scene, const Camera& camera, const RenderSettings& settings, Progress& progress);
 
 }  // namespace tool

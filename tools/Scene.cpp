@@ -49,7 +49,7 @@ std::vector<std::uint32_t> Scene::idsIn(const std::array<float, 16>& matrix, boo
   };
   std::int64_t count = pick();
   if (count < 0) {
-    // Too many: the negative of their number came back.
+    // The buffer was too small: the result is the negative of the number needed.
     ids.resize(static_cast<std::size_t>(-count));
     count = pick();
   }

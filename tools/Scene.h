@@ -18,9 +18,9 @@
 
 namespace tool {
 
-/// What a ray meets first.
+/// The first hit of a ray.
 struct Hit {
-  std::uint32_t mId = 0;  ///< the lowest, where several are equally near
+  std::uint32_t mId = 0;  ///< the lowest id among equally near objects
   double mDistance = 0;   ///< of unit length
   Vector mNormal;         ///< of unit length, by the winding of the face
 };
@@ -28,7 +28,7 @@ struct Hit {
 /// A model in the library's picker.
 class Scene : public Frame {
  public:
-  /// @param model  must stay as it is
+  /// @param model  must not change or go away
   /// @throws RunError where a face cannot be triangulated
   Scene(const Model& model, const std::string& name, Grouping grouping, Progress& progress);
 
@@ -36,14 +36,14 @@ class Scene : public Frame {
   std::span<const SceneEntry> entries() const { return mEntries; }
   const SceneEntry& entry(std::uint32_t id) const;
 
-  /// What the ray first meets among the given objects; all in the scene's coordinates.
+  /// The first hit among the given objects, in the scene's coordinates.
   /// @param direction  of unit length
   /// @param ids        ascending
   std::optional<Hit> firstHit(const Vector& origin, const Vector& direction, std::span<const std::uint32_t> ids) const;
 
   /// Ids of the objects in the volume that a view-projection matrix of the scene maps into the cube, ascending.
-  /// Sees nothing where the matrix has no such volume.
-  /// @param wholeInside  only those that do not reach out of it
+  /// Empty where the matrix has no such volume.
+  /// @param wholeInside  only objects that lie in the volume completely
   std::vector<std::uint32_t> idsIn(const std::array<float, 16>& matrix, bool wholeInside) const;
 
  private:

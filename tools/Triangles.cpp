@@ -77,7 +77,7 @@ class Maker {
     }
   }
 
-  // Corners from the model's number of corners on stand for added vertices.
+  // Corner numbers beyond the model's stand for added vertices.
   void addTriangle(const Label& label, const std::array<std::size_t, 3>& corners) {
     mResult.startRun(label);
     mResult.mCounts.push_back(3);
@@ -94,7 +94,7 @@ class Maker {
       mResult.mTexIndices.push_back(isTextured ? mModel.mTexIndices[corner] : kNoTexCoord);
   }
 
-  // Puts added vertices behind those of their object, and renumbers.
+  // Moves added vertices after those of their object and renumbers.
   void placeVertices() {
     std::vector<std::uint32_t> newIndices(mModel.vertexCount() + mAdded.size());
     std::uint32_t next = 0, old = 0;
@@ -120,8 +120,8 @@ class Maker {
   MeshMaker mMeshes;
   util::Triangulator mTriangulator;
   std::vector<Label> mLabels;
-  std::vector<std::array<float, 3>> mAdded;  // vertices that contours' crossings need
-  std::vector<std::size_t> mAddedEnds;       // per object: those of it and of all before
+  std::vector<std::array<float, 3>> mAdded;  // vertices where contours cross
+  std::vector<std::size_t> mAddedEnds;       // per object: added vertices up to its end
   Model mResult;
 };
 

@@ -40,75 +40,77 @@ constexpr float kAnyLength = std::numeric_limits<float>::max();
 constexpr float kLargestAngle = 180;
 
 constexpr const char* kCleanFooter =
-    R"(Steps run in the order in which they are given, each as often as it is given. Lengths and areas are in
-the units of the model. The switches act on the steps behind them.
+    R"(Steps run in the order given; a step may be given several times. Lengths and areas are in the units of the
+model. A switch affects the steps after it.
 
---all LENGTH stands for: --merge-vertices LENGTH, --remove-zero-edges LENGTH (left out below 0.001, as
-it also drops every face below 1e-6 square units), --remove-zero-area LENGTH^2, --remove-double,
---conform-normals, --remove-coplanar ANGLE, --remove-colinear ANGLE. ANGLE is that at which a tenth of
-the bounding-box diagonal moves its end by LENGTH, but at least 0.01 and at most 1 degree.
+--all LENGTH stands for: --merge-vertices LENGTH, --remove-zero-edges LENGTH (omitted if LENGTH is below
+0.001, because it also drops every face below 1e-6 square units), --remove-zero-area LENGTH^2,
+--remove-double, --conform-normals, --remove-coplanar ANGLE, --remove-colinear ANGLE. ANGLE is the angle
+that moves the end of a line by LENGTH if the line is a tenth of the bounding-box diagonal long; it is at
+least 0.01 and at most 1 degree.
 
-Groups ('g') mark faces as materials do: they survive, and count as attributes.
-Holes are read from and written to comment lines '# facetbox:holes OUTER HOLE...', which name faces
-counted from 1 over the whole file.
+Groups ('g') mark faces, as materials do. They are kept and count as attributes.
+Holes are read from and written to comment lines '# facetbox:holes OUTER HOLE...'. The numbers are face
+numbers, counted from 1 over the whole file.
 
 Exit codes: 0 done, 1 failed (nothing left, cannot write), 2 bad model or bad arguments.)";
 
 constexpr const char* kSelectFooter =
-    R"(--volume: corners 1 to 4 go around the near face, 5 to 8 lie behind them in the same order: a block or a
-frustum. Else the volume is what `facetbox render` would show with the same --eye, --look-at, --up, --fov
-and --size, or the part of it that --window cuts out.
+    R"(--volume gives a block or a frustum: corners 1 to 4 go around the near face, corners 5 to 8 lie behind them
+in the same order. Without --volume, the volume is what `facetbox render` would show with the same --eye,
+--look-at, --up, --fov and --size, or the part of it that --window cuts out.
 
-An object counts when one of its faces touches the volume.)";
+An object is listed if one of its faces touches the volume.)";
 
 constexpr const char* kQueryFooter =
-    R"(One question about each object by itself:
---raster       whether it lies on the pixels of a picture that are not black: all vertices and edges of its
-               triangles, and between the near and the far plane
---ray          where the ray meets it
---nearest      its point in the view volume that is nearest, and the triangle with this point
-none of these  whether it lies in the view volume; with --inside, as a whole
+    R"(Answers one question about each object separately:
+--raster       do all vertices and edges of its triangles lie on pixels of the picture that are not black, and
+               between the near and the far plane?
+--ray          where does the ray hit it?
+--nearest      which of its points in the view volume is nearest, and on which triangle?
+none of these  does it touch the view volume? With --inside: does it lie in it completely?
 
-The view volume is that of `facetbox select`. With --raster, it is what `facetbox render` would show with the same
---eye, --look-at, --up and --fov, in a picture of the size of the raster.)";
+The view volume is given as for `facetbox select`. With --raster, it is what `facetbox render` would show with
+the same --eye, --look-at, --up and --fov, in a picture of the size of the raster.)";
 
 void addModel(CLI::App& command, std::string& model) {
   command.add_option("MODEL", model, "File to read: .obj, .ply, .off, .stl, .gltf or .glb")->required();
 }
 
 void addInfo(CLI::App& app, InfoOptions& options) {
-  CLI::App* info = app.add_subcommand("info", "Tell what is in a model: counts, materials, defects");
+  CLI::App* info = app.add_subcommand("info", "Show what is in a model: counts, materials, defects");
   addModel(*info, options.mModel);
   info->add_flag("--json", options.mJson, "Print JSON instead of a table");
 }
 
-// Collects the steps in the order of the command line; switches hold for the steps behind them.
+// Collects the steps in the order of the command line; a switch affects the steps after it.
 class StepCollector {
  public:
   StepCollector(CLI::App& clean, CleanOptions& options) : mClean(clean), mOptions(options) {}
 
   void addAll() {
-    addStep("--merge-vertices", "LENGTH", "Weld vertices up to LENGTH apart", StepKind::mergeVertices, kAnyLength);
-    addStep("--remove-colinear", "DEGREES", "Remove corners that are straight up to DEGREES", StepKind::removeColinear,
+    addStep("--merge-vertices", "LENGTH", "Weld vertices that are up to LENGTH apart", StepKind::mergeVertices,
+            kAnyLength);
+    addStep("--remove-colinear", "DEGREES", "Remove corners that are straight within DEGREES", StepKind::removeColinear,
             kLargestAngle);
-    addStep("--remove-coplanar", "DEGREES", "Merge neighbouring faces whose planes differ by up to DEGREES",
+    addStep("--remove-coplanar", "DEGREES", "Merge adjacent faces whose planes differ by up to DEGREES",
             StepKind::removeCoplanar, kLargestAngle);
     addStep("--remove-double", "Remove faces that repeat another face", StepKind::removeDouble);
-    addStep("--remove-zero-area", "AREA", "Remove faces smaller than AREA", StepKind::removeZeroArea, kAnyLength);
+    addStep("--remove-zero-area", "AREA", "Remove faces with an area below AREA", StepKind::removeZeroArea, kAnyLength);
     addStep("--remove-zero-edges", "LENGTH", "Collapse edges shorter than LENGTH; drops faces below 1e-6 square units",
             StepKind::removeZeroEdges, kAnyLength);
-    addStep("--conform-normals", "Orient neighbouring faces alike, closed parts outward", StepKind::conformNormals);
+    addStep("--conform-normals", "Orient adjacent faces alike and closed parts outward", StepKind::conformNormals);
     addValue("--all", "LENGTH", "All steps in a sensible order, see below", kAnyLength, "Steps", [this](float length) {
       add({true, {StepKind::mergeVertices, length}, mKeepTextureMapping, mCompareAttributes});
     });
-    addSwitch("--keep-texture-mapping", "--remove-colinear keeps corners that bend the texture (default)",
+    addSwitch("--keep-texture-mapping", "--remove-colinear keeps corners where the texture bends (default)",
               mKeepTextureMapping, true);
-    addSwitch("--ignore-texture-mapping", "--remove-colinear looks at positions alone", mKeepTextureMapping, false);
+    addSwitch("--ignore-texture-mapping", "--remove-colinear compares positions only", mKeepTextureMapping, false);
     addSwitch("--compare-attributes",
-              "--remove-coplanar and --remove-double take only faces of like material, group and texture (default)",
+              "--remove-coplanar and --remove-double need equal material, group and texture (default)",
               mCompareAttributes, true);
-    addSwitch("--ignore-attributes", "--remove-coplanar and --remove-double look at positions alone",
-              mCompareAttributes, false);
+    addSwitch("--ignore-attributes", "--remove-coplanar and --remove-double compare positions only", mCompareAttributes,
+              false);
   }
 
  private:
@@ -159,14 +161,14 @@ CLI::App* addClean(CLI::App& app, CleanOptions& options) {
   CLI::App* clean = app.add_subcommand("clean", "Clean a model and write the result as OBJ");
   addModel(*clean, options.mModel);
   clean->add_option("-o,--output", options.mOutput, "File to write: .obj")->required()->type_name("OUT");
-  clean->add_flag("--join", options.mJoin, "Clean all objects as one; else each on its own");
+  clean->add_flag("--join", options.mJoin, "Clean all objects as one, instead of each on its own");
   clean->add_flag("--triangulate", options.mTriangulate,
-                  "At the end, turn all faces into triangles, for programs that know no holes");
+                  "At the end, turn all faces into triangles, for programs that cannot read holes");
   clean->footer(kCleanFooter);
   return clean;
 }
 
-// An option whose text is for `parse` to make sense of.
+// An option whose text `parse` reads.
 template <typename Value, typename Parse>
 CLI::Option* addParsed(CLI::App& command, const std::string& name, const std::string& unit, const std::string& help,
                        Value& target, Parse parse) {
@@ -177,24 +179,24 @@ CLI::Option* addParsed(CLI::App& command, const std::string& name, const std::st
 void addGrouping(CLI::App& command, Grouping& grouping) {
   const std::map<std::string, Grouping> names = {
       {"object", Grouping::object}, {"face", Grouping::face}, {"material", Grouping::material}};
-  command.add_option("--by", grouping, "What counts as one: object (default), face or material")
+  command.add_option("--by", grouping, "What counts as one object: object (default), face or material")
       ->type_name("WHAT")
       ->transform(CLI::CheckedTransformer(names).description(""));
 }
 
-// Gives back the option of the size.
+// Returns the --size option.
 CLI::Option* addCamera(CLI::App& command, CameraOptions& options, std::array<int, 2>& size) {
-  addParsed(command, "--eye", "X,Y,Z", "Where to look from (default: from where all of the model is seen)",
-            options.mEye, tool::parseVector);
-  addParsed(command, "--look-at", "X,Y,Z", "What to look at (default: the middle)", options.mLookAt, tool::parseVector);
-  addParsed(command, "--up", "X,Y,Z", "What is up (default: 0,1,0)", options.mUp, tool::parseVector);
+  addParsed(command, "--eye", "X,Y,Z", "Where to look from (default: a point that sees the whole model)", options.mEye,
+            tool::parseVector);
+  addParsed(command, "--look-at", "X,Y,Z", "What to look at (default: the center)", options.mLookAt, tool::parseVector);
+  addParsed(command, "--up", "X,Y,Z", "Up direction (default: 0,1,0)", options.mUp, tool::parseVector);
   command.add_option("--fov", options.mFieldOfView, "Angle from the lower to the upper edge (default: 40)")
       ->type_name("DEGREES")
       ->check(CLI::Range(1.0, 150.0).description(""));
   return addParsed(command, "--size", "WxH", "Size of the picture in pixels (default: 640x480)", size, tool::parseSize);
 }
 
-// What is part of a picture, apart from its camera.
+// The options of a view that do not belong to its camera.
 struct ViewArguments {
   CLI::Option *mVolume, *mSize, *mWindow;
 };
@@ -221,7 +223,7 @@ ViewArguments addView(CLI::App& command, ViewOptions& options) {
 }
 
 void addRender(CLI::App& app, RenderOptions& options, std::array<int, 2>& size) {
-  CLI::App* render = app.add_subcommand("render", "Draw a model into a PNG picture; backs of faces are red");
+  CLI::App* render = app.add_subcommand("render", "Draw a model into a PNG picture; the backs of faces are red");
   addModel(*render, options.mModel);
   render->add_option("-o,--output", options.mOutput, "File to write: .png")->required()->type_name("OUT");
   addCamera(*render, options.mCamera, size);
@@ -229,13 +231,11 @@ void addRender(CLI::App& app, RenderOptions& options, std::array<int, 2>& size) 
     options.mSettings.mColoring = by == "normal" ? Coloring::normals : Coloring::entries;
     options.mGrouping = by == "face" ? Grouping::face : by == "material" ? Grouping::material : Grouping::object;
   };
-  render
-      ->add_option_function<std::string>("--by", chooseColors,
-                                         "What colours tell apart: object (default), face, material or normal")
+  render->add_option_function<std::string>("--by", chooseColors, "Color by object (default), face, material or normal")
       ->type_name("WHAT")
       ->check(CLI::IsMember({"object", "face", "material", "normal"}).description(""));
   render->add_flag("--wireframe", options.mSettings.mWireframe, "Draw the edges of all faces");
-  addParsed(*render, "--background", "COLOUR", "#rrggbb, white (default) or black", options.mSettings.mBackground,
+  addParsed(*render, "--background", "COLOR", "#rrggbb, white (default) or black", options.mSettings.mBackground,
             tool::parseColor);
   render->add_option("--samples", options.mSettings.mSamples, "Rays per pixel, in each direction: 1 to 4 (default: 2)")
       ->type_name("N")
@@ -252,7 +252,7 @@ CLI::Option* addRay(CLI::App& command, const std::string& help, Take take) {
 }
 
 void addPick(CLI::App& app, PickOptions& options) {
-  CLI::App* pick = app.add_subcommand("pick", "Tell what a ray hits first");
+  CLI::App* pick = app.add_subcommand("pick", "Show what a ray hits first");
   addModel(*pick, options.mModel);
   const auto takeRay = [&options](const tool::Vector& origin, const tool::Vector& direction) {
     options.mOrigin = origin;
@@ -264,22 +264,22 @@ void addPick(CLI::App& app, PickOptions& options) {
 }
 
 void addSelect(CLI::App& app, SelectOptions& options) {
-  CLI::App* select = app.add_subcommand("select", "Tell what lies in a view volume");
+  CLI::App* select = app.add_subcommand("select", "List what lies in a view volume");
   addModel(*select, options.mModel);
   addView(*select, options.mView);
-  select->add_flag("--inside", options.mWholeInside, "Only what lies in the volume as a whole");
+  select->add_flag("--inside", options.mWholeInside, "Only what lies in the volume completely");
   addGrouping(*select, options.mGrouping);
   select->add_flag("--json", options.mJson, "Print JSON");
   select->footer(kSelectFooter);
 }
 
 void addQuery(CLI::App& app, QueryOptions& options) {
-  CLI::App* query = app.add_subcommand("query", "Ask each object by itself about a mask, a view volume or a ray");
+  CLI::App* query = app.add_subcommand("query", "Test each object separately against a mask, a view volume or a ray");
   addModel(*query, options.mModel);
   CLI::Option* const raster =
-      query->add_option("--raster", options.mRaster, "Picture whose pixels are set where they are not black")
+      query->add_option("--raster", options.mRaster, "The mask: pixels that are not black are set")
           ->type_name("MASK.png");
-  query->add_option("-o,--output", options.mOutput, "Draw the answer: red where edges are beside the set pixels")
+  query->add_option("-o,--output", options.mOutput, "Draw the answer: edges outside the mask are red")
       ->type_name("OUT.png")
       ->needs(raster);
   const auto takeRay = [&options](const tool::Vector& origin, const tool::Vector& direction) {
@@ -288,9 +288,9 @@ void addQuery(CLI::App& app, QueryOptions& options) {
   CLI::Option* const ray = addRay(*query, "Where the ray starts, and its direction", takeRay);
   CLI::Option* const nearest = query->add_flag("--nearest", options.mWantsNearest, "The nearest point in the volume");
   CLI::Option* const inside =
-      query->add_flag("--inside", options.mWholeInside, "Whether all of the object lies in the volume");
+      query->add_flag("--inside", options.mWholeInside, "Whether the object lies in the volume completely");
   CLI::Option* const writeMask =
-      query->add_option("--write-mask", options.mWriteMask, "Ask nothing; draw the model as a mask for --raster")
+      query->add_option("--write-mask", options.mWriteMask, "Only draw the model as a mask for --raster")
           ->type_name("OUT.png");
   const ViewArguments view = addView(*query, options.mView);
   for (CLI::Option* const other : {ray, nearest, inside, writeMask, view.mVolume, view.mWindow, view.mSize})
@@ -305,7 +305,7 @@ void addQuery(CLI::App& app, QueryOptions& options) {
 }
 
 int runProgram(int argc, char** argv) {
-  CLI::App app("Looks at polygon models, cleans them and draws them", "facetbox");
+  CLI::App app("Inspects, cleans and draws polygon models", "facetbox");
   app.set_version_flag("--version", std::string("facetbox ") + facetbox::version());
   app.require_subcommand(1);
   InfoOptions infoOptions;
@@ -339,7 +339,7 @@ int runProgram(int argc, char** argv) {
   return tool::kExitOk;
 }
 
-// Not by a formatter that throws: the stream may be what is broken.
+// Without a formatter that throws: the stream itself may be broken.
 int fail(const char* what, tool::ExitCode code) {
   std::fputs("facetbox: ", stderr);
   std::fputs(what, stderr);

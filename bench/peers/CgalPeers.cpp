@@ -28,7 +28,7 @@ std::vector<Point> pointsOf(const Workload& record) {
   return points;
 }
 
-/// What users have for faces of any size.
+/// The faces in CGAL's form for any number of corners.
 std::vector<std::vector<std::size_t>> polygonsOf(const Workload& record) {
   std::vector<std::vector<std::size_t>> polygons;
   polygons.reserve(record.faces());
@@ -40,7 +40,7 @@ std::vector<std::vector<std::size_t>> polygonsOf(const Workload& record) {
   return polygons;
 }
 
-/// What users have for faces of one size.
+/// The faces in CGAL's form for one number of corners.
 template <std::size_t kCorners>
 std::vector<std::array<std::size_t, kCorners>> arraysOf(const Workload& record) {
   std::vector<std::array<std::size_t, kCorners>> arrays(record.faces());

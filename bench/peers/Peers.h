@@ -21,11 +21,11 @@ struct RecordAnswer : Answer {
   Workload toRecord() const override { return record; }
 };
 
-/// What another library does for one of our calls.
+/// Another library's equivalent of one of our calls.
 struct Peer {
   std::string name;      ///< library and function
-  std::string caseName;  ///< our case that it is held against
-  double bar;            ///< what our time may be of its time; 0: for information
+  std::string caseName;  ///< our case that it is compared with
+  double bar;            ///< the largest ratio of our time to its time; 0: for information
   /// From the record's arrays to flat arrays, the library's own structures built and released within.
   std::function<std::unique_ptr<Answer>(const Workload&)> run;
 };

@@ -1,4 +1,4 @@
-// The clean-up calls beside what other libraries need for the same records, in turns within one process.
+// The clean-up calls compared with other libraries on the same records, in turns within one process.
 
 #include <algorithm>
 #include <cstdio>
@@ -86,7 +86,7 @@ struct OurSide {
   }
 };
 
-/// Ours against ours: what one thing may cost of another.
+/// Two cases of ours: one may cost at most a given multiple of the other.
 struct OwnBar {
   const char* name;
   const char* against;

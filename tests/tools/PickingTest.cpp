@@ -188,9 +188,9 @@ TEST(Picking, badArgumentsAreToldAndWriteNothing) {
       {"pick " + quoted(model) + " --ray 1,2,3,0,0,0", "--ray: has no direction"},
       {render + "--size 640", "--size: '640' is not a size such as 640x480"},
       {render + "--size 16000x16000", "ask for a smaller picture"},
-      {render + "--background blue", "--background: 'blue' is not a colour"},
+      {render + "--background blue", "--background: 'blue' is not a color"},
       {render + "--eye 1,1,1 --look-at 1,1,1", "--eye: is the point that is looked at"},
-      {render + "--by colour", "--by"},
+      {render + "--by color", "--by"},
       {"render " + quoted(model) + " -o out.jpg", "out.jpg: the name of the picture must end in .png"},
       {"select " + quoted(model) + " --volume 1,2,3", "--volume: '1,2,3' is not 24 finite numbers"},
       {"select " + quoted(model) + " --window 0.5,0,0.5,1", "--window: is empty"}};

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t kLargestForTheLoop = 10'000;
 
-/// What a ray test tells.
+/// The result of a ray test.
 struct Answer {
   bool hit = false;
   double t = 0;
@@ -34,7 +34,7 @@ std::size_t differences(const std::vector<Answer>& reference, const std::vector<
   return count;
 }
 
-/// Those of pickRay, which rounds to floats.
+/// The results of pickRay, which rounds to floats.
 std::size_t pickerDifferences(Sphere& sphere, const std::vector<Ray>& rays, const std::vector<Answer>& reference) {
   std::size_t count = 0;
   for (std::size_t i = 0; i < rays.size(); ++i) {

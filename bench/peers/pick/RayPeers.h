@@ -8,7 +8,7 @@
 
 #include "RayWorkloads.h"
 
-/// What answers rays against one object: ours, or a peer's tree.
+/// Answers rays at one object: our ray test, or a peer's tree.
 class RayCaster {
  public:
   virtual ~RayCaster() = default;
@@ -30,7 +30,7 @@ std::vector<RayPeer> embreePeers();
 std::vector<RayPeer> cgalRayPeers();
 std::vector<RayPeer> vtkRayPeers();
 
-/// Those that were found, Embree first.
+/// The peers that were found, Embree first.
 inline std::vector<RayPeer> rayPeers() {
   std::vector<RayPeer> peers;
   [[maybe_unused]] const auto add = [&](std::vector<RayPeer> more) {

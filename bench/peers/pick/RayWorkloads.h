@@ -13,11 +13,11 @@
 
 #include "../../Workloads.h"
 
-/// The very same ray for everyone, in the numbers that each takes: doubles that are floats. Made ready beforehand, for
-/// converting right before a call costs our ray test some 12 ns.
+/// The same ray in the number types that each side takes: doubles with float values. Converted beforehand, because a
+/// conversion right before a call costs our ray test some 12 ns.
 struct Ray {
   float origin[3];
-  float direction[3];  ///< of unit length but for rounding
+  float direction[3];  ///< of unit length, up to rounding
   double exactOrigin[3];
   double exactDirection[3];
 };

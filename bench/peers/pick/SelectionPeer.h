@@ -7,7 +7,7 @@
 
 #include "SelectionScene.h"
 
-/// What finds the objects of a scene in a view volume, by a tree of boxes and our exact test behind it.
+/// Finds the objects of a scene in a view volume: a tree of boxes, followed by our exact test.
 class SelectionPeer {
  public:
   virtual ~SelectionPeer() = default;
@@ -16,7 +16,7 @@ class SelectionPeer {
   virtual void find(const Window& window, bool wholeInside, std::vector<std::uint32_t>& ids) = 0;
   /// Moves all objects by (dx, 0, 0).
   virtual void moveAll(float dx) = 0;
-  /// Adds the object again, and takes away what was added last.
+  /// Adds the object again and removes the one added last.
   virtual void addAgain(std::size_t object) = 0;
   virtual void removeLast() = 0;
 };

@@ -42,17 +42,17 @@ Turns inTurns(std::size_t pairs, Ours ours, Theirs theirs) {
   return {median(ourTimes), median(theirTimes), median(speeds), median(differences)};
 }
 
-/// How often to repeat what took `seconds` for the clock's own cost not to show.
+/// How often to repeat work of `seconds` so that the cost of reading the clock is negligible.
 inline std::size_t repeatsFor(double seconds, double wanted = 5e-3) {
   return static_cast<std::size_t>(std::clamp(wanted / std::max(seconds, 1e-9), 1.0, 1e6));
 }
 
-/// A line of a table: our figure, theirs, and a value with the bar that it is held against.
+/// A line of a table: our figure, theirs, and a value with the bar that it has to meet.
 struct Row {
   std::string what;
   double ours;
   std::string against;
-  double theirs;  ///< below 0: nobody's
+  double theirs;  ///< below 0: none
   double value;
   double bar;  ///< 0: none
   enum { atLeast, atMost } sense = atLeast;
@@ -77,7 +77,7 @@ inline void printHeading(const char* title, const char* ours, const char* value)
   std::printf("\n%s\n%-34s %10s  %-34s %10s %9s  %s\n", title, "case", ours, "against", "theirs", value, "bar");
 }
 
-/// What the program was asked for.
+/// The program's options.
 struct Options {
   std::size_t pairs = 21;
   std::size_t rays = 1'000'000;                      ///< of each kind whose answers are compared

@@ -1,4 +1,4 @@
-// Rays, selections and changes of scenes beside what other libraries need for the same, in turns within one process.
+// Rays, selections and changes of scenes compared with other libraries, in turns within one process.
 
 #include <algorithm>
 #include <cstdio>
