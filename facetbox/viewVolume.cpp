@@ -17,20 +17,20 @@ namespace facetbox {
 // of the triangles touches it, or when its inner sphere is inside all planes. So a box that holds a point of the volume
 // V is certainly found if
 //   (a) the fourth corner of each face is not beyond the plane of the other three: then no part of the surface is, and
-//       a box that the surface does not touch and goes round is inside all planes; and
-//   (b) V lies behind the plane of each of the twelve triangles: then the surface goes round all of V.
-// Rounding to floats destroys both, and is the worse the thinner the volume: an error e of a near corner tilts a side
-// plane by e over the near edge, which the far edge, a thousand times as long, multiplies by a thousand.
+//       a box that the surface encloses without touching it is inside all planes; and
+//   (b) V lies behind the plane of each of the twelve triangles: then the surface encloses all of V.
+// Rounding to floats destroys both. Thin volumes suffer most: an error e of a near corner tilts a side plane by e over
+// the near edge, which a far edge a thousand times as long multiplies by a thousand.
 //
 // First, edges of a near or far face that are shorter than kWidest times the error of their corners are made that long,
 // by moving the side planes outward there. Then let q = l_p p + l_a a + l_b b be the fourth corner of a face in terms
 // of the three others, with parts whose sum is 1. After rounding, q is off their plane by at most E = e_q + |l_p| e_p +
 // |l_a| e_a + |l_b| e_b, and each of the three off the plane of the others by E / |l|. With every corner moved outward
-// by 4 E / |l|, l_q being 1, the face stays flat, as the parts of the neighbours are positive and l_p is negative; then
-// q is drawn back by 2 E. So it stays behind the plane of the others by 2 E - E, for (a); and the plane of any three of
+// by 4 E / |l|, l_q being 1, the face stays flat, as the parts of the neighbors are positive and l_p is negative; then
+// q is moved back by 2 E. So it stays behind the plane of the others by 2 E - E, for (a); and the plane of any three of
 // them is beyond the fourth of V by at least (4 - 2 - 1) E / |l|, for (b). A corner goes where its three planes meet.
-// What else rounding may do is less than this, but not in proportion where planes meet at small angles: so (a) and (b)
-// are verified with the very floats that are handed out, and tried again with twice the errors where they fail.
+// All other rounding is smaller than this, except where planes meet at small angles. So (a) and (b) are verified with
+// the floats that are returned; where they fail, the construction is repeated with twice the errors.
 
 namespace {
 
@@ -38,7 +38,7 @@ using util::Vec3;
 using Corners = std::array<Vec3, 8>;
 using Real = long double;  // the corners of thin volumes far out are differences of large numbers
 
-/// A corner, and how far off it may be.
+/// A corner, and a bound of its error.
 struct Solved {
   Vec3 at;
   double error;
@@ -60,16 +60,16 @@ constexpr std::size_t kFacesOfCorner[8][3] = {{0, 2, 5}, {0, 3, 5}, {0, 3, 4}, {
 constexpr double kWidest = 512;
 
 double largestOf(const Vec3& v) { return std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)}); }
-/// Distance that rounding to floats may move a point.
+/// The distance by which rounding to floats may move a point.
 double roundingOf(const Vec3& v) { return 1.04e-7 * largestOf(v) + 1e-44; }
 Vec3 outwardOf(const Corners& c, const Face& face) { return cross(c[face.a] - c[face.p], c[face.b] - c[face.p]); }
 
-/// A number, and the sum of the sizes of the terms that it is the sum of.
+/// A sum, and the sum of the absolute values of its terms.
 struct Sum {
   Real value = 0, size = 0;
 };
 
-/// Determinant of the 3x3 matrix that is left of m without row `row` and column `column`.
+/// Determinant of m without row `row` and column `column`.
 Sum minorOf(const Real m[16], int row, int column) {
   Real v[9];
   int n = 0;
@@ -111,7 +111,7 @@ bool solve(const float matrix[16], std::array<Solved, 8>& corners) {
         h[row].value += kCube[k][column] * adjugate[4 * column + row].value;
         h[row].size += adjugate[4 * column + row].size;
       }
-    // The matrix gives the corner a w of determinant / h[3]: only before the eye it is above 0.
+    // The matrix gives the corner a w of determinant / h[3], which is above 0 only in front of the eye.
     const Real w = std::fabs(h[3].value) - kError * h[3].size;
     if (!(w > 0 && (h[3].value > 0) == (determinant.value > 0))) return false;
     const auto of = [&](int row) { return static_cast<double>(h[row].value / h[3].value); };
@@ -127,7 +127,7 @@ bool solve(const float matrix[16], std::array<Solved, 8>& corners) {
   return true;
 }
 
-/// By how far each corner's three planes are moved outward there, in the order of kFacesOfCorner.
+/// The distances by which each corner's three planes are moved outward there, in the order of kFacesOfCorner.
 using Moves = std::array<std::array<double, 3>, 8>;
 
 double& moveOf(Moves& moves, std::size_t corner, std::size_t face) {
@@ -136,7 +136,7 @@ double& moveOf(Moves& moves, std::size_t corner, std::size_t face) {
   return moves[corner][i];
 }
 
-/// The corners when the planes of the faces are moved; each is where its three planes meet.
+/// The corners after the planes of the faces have moved; each is where its three planes meet.
 Corners moved(const Corners& corners, const Moves& moves) {
   std::array<Vec3, 6> normals;
   for (std::size_t face = 0; face < 6; ++face) {
@@ -153,7 +153,7 @@ Corners moved(const Corners& corners, const Moves& moves) {
   return result;
 }
 
-/// Edges of the near and the far face are made long enough for rounding.
+/// Makes the edges of the near and the far face long enough for rounding.
 Corners widened(const Corners& corners, const std::array<double, 8>& errors) {
   // Two edges that run between two sides, and these sides.
   constexpr std::size_t kAcross[4][6] = {

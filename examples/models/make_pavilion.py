@@ -167,7 +167,7 @@ class Damage:
 def damaged_faces():
     damage = Damage(clean_faces())
 
-    # Flat parts in several faces; the corners on their outer edges are straight ones for the neighbours.
+    # Flat parts in several faces; the corners on their outer edges are straight ones for the neighbors.
     back = damage.find(BACK.at((0, 0)), BACK.at((16, 0)), BACK.at((16, 5)))
     for a, b, middle in ((0, 16, 5), (5, 16, 11)):
         damage.split_edge(BACK.at((a, 0)), BACK.at((b, 0)), BACK.at((middle, 0)))
@@ -202,13 +202,13 @@ def damaged_faces():
     damage.split_edge((0, 0, 12), (0, 5, 12), (0, 3.5, 12))
     damage.split_edge((17, 5, -1), (17, 5, 13), (17, 5, 4))
 
-    # A sliver in a crack: one neighbour has the corner in the middle, the other has not.
+    # A sliver in a crack: one neighbor has the corner in the middle, the other has not.
     top, bottom = ROOF.at(COURTYARD[0]), ROOF.at(COURTYARD[0], 6)
     middle = (top[0], 2, top[2])
-    neighbour = damage.find(top, bottom, ROOF.at(COURTYARD[1]))
-    i = [k for k in range(4) if {neighbour.corners[k], neighbour.corners[(k + 1) % 4]} == {top, bottom}][0]
-    a, b = neighbour.corners[i], neighbour.corners[(i + 1) % 4]
-    damage.insert(neighbour, i, middle)
+    neighbor = damage.find(top, bottom, ROOF.at(COURTYARD[1]))
+    i = [k for k in range(4) if {neighbor.corners[k], neighbor.corners[(k + 1) % 4]} == {top, bottom}][0]
+    a, b = neighbor.corners[i], neighbor.corners[(i + 1) % 4]
+    damage.insert(neighbor, i, middle)
     damage.faces.append(Face([a, b, middle], "stone"))
 
     # Edges without length: a corner twice, once exactly and once a little off.
@@ -217,7 +217,7 @@ def damaged_faces():
     pane = damage.find(*[LEFT.at(p, 0.5) for p in WALL_WINDOWS[LEFT][1]])
     pane.corners.insert(4, tuple(c + JITTER for c in pane.corners[4]))
 
-    # Faces that lost touch with their neighbours.
+    # Faces that lost touch with their neighbors.
     right_pane = damage.find(*[RIGHT.at(p, 0.5) for p in WALL_WINDOWS[RIGHT][0]])
     tip = damage.find((4, 9, 6), ROOF.at(SPIRE[0]), ROOF.at(SPIRE[1]))
     shaft = damage.find(ROOF.at(COURTYARD[4]), ROOF.at(COURTYARD[5]))
