@@ -1,13 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
 #include <utility>
 
-#include <boost/thread/condition_variable.hpp>
 #include <boost/thread/lock_types.hpp>
 #include <boost/thread/mutex.hpp>
 
@@ -30,48 +30,44 @@ enum class Discarded {
   abandoned,  ///< neither executed nor destroyed: what they hold stays held
 };
 
-/// Commands that wait to be executed, first in, first out.
+/// A first-in, first-out queue of commands.
 ///
-/// Changes to a scene are queued rather than made, so that threads that describe it never wait for one that asks
-/// about it. All functions may be called by several threads at once. The mutex is never held while a command executes
-/// or is destroyed, and no other lock is taken under it.
+/// Threads that change a scene queue the change and return: they never wait for a query. The queue has no capacity, so
+/// nobody waits for room either, and there is no condition variable to notify.
+///
+/// Thread-safe. No command is executed or destroyed under the mutex, and no other lock is taken under it.
 template <class Command>
 class CommandQueue {
  public:
-  /// @param capacity  commands that may wait before push() does; 0 for any number
-  explicit CommandQueue(std::size_t capacity = 0) : mCapacity(capacity) {}
-
-  /// Appends a command; waits, without limit, while the queue is full. Allocates before it locks.
+  /// Appends a command. Allocates before it locks.
   void push(std::unique_ptr<Command> command) {
+    assert(command);
     Commands one;
     one.push_back(std::move(command));
-    boost::unique_lock<boost::mutex> lock(mMutex);
-    while (mCapacity != 0 && mCommands.size() >= mCapacity) mChanged.wait(lock);
+    const boost::unique_lock<boost::mutex> lock(mMutex);
     mCommands.splice(mCommands.end(), one);
     mCount.store(mCommands.size(), std::memory_order_release);
-    mChanged.notify_all();
   }
 
-  /// Number of commands that wait.
+  /// The number of queued commands.
   std::uint64_t count() const {
     const boost::unique_lock<boost::mutex> lock(mMutex);
     return mCommands.size();
   }
 
-  /// Takes all commands that wait and calls `execute(command)` for each in turn, destroying it right afterwards. One
-  /// thread at a time.
+  /// Takes all queued commands, and executes and destroys one after the other. One thread at a time.
   ///
-  /// Where one throws, those behind it stay queued before whatever was pushed meanwhile, and the exception passes on.
+  /// If a command throws, it is destroyed, the commands behind it go back to the front of the queue, and the exception
+  /// passes on.
   ///
-  /// An empty queue costs one atomic read. That is enough: a push that the caller can know to be over, because it made
-  /// it itself or synchronised with who did, is seen.
+  /// An empty queue costs one atomic read, without the mutex. A push that happens before the call is seen.
   template <class Execute>
   void drain(Execute execute) {
     if (mCount.load(std::memory_order_acquire) == 0) return;
     Commands batch = takeAll();
     const PutBack rest{*this, batch};
     while (!batch.empty()) {
-      // Out of the batch before it runs: one that throws is not put back.
+      // Leaves the batch before it runs, so that a command that throws is not put back.
       const std::unique_ptr<Command> command = std::move(batch.front());
       batch.pop_front();
       execute(*command);
@@ -93,10 +89,10 @@ class CommandQueue {
   }
 
  private:
-  // A list: moving any number of commands in or out at either end is a few assignments and cannot fail.
+  // A list, because splicing a whole one is a few assignments and cannot throw.
   using Commands = std::list<std::unique_ptr<Command>>;
 
-  /// Returns what is left of a batch to the front of the queue.
+  /// On destruction, returns what is left of a batch to the front of the queue.
   struct PutBack {
     CommandQueue& mQueue;
     Commands& mBatch;
@@ -114,15 +110,12 @@ class CommandQueue {
     const boost::unique_lock<boost::mutex> lock(mMutex);
     batch.swap(mCommands);
     mCount.store(0, std::memory_order_release);
-    mChanged.notify_all();
     return batch;
   }
 
   mutable boost::mutex mMutex;
-  boost::condition_variable mChanged;  // after every push, drain and discard
-  const std::size_t mCapacity;
   Commands mCommands;                  // guarded by mMutex
-  std::atomic<std::size_t> mCount{0};  // of mCommands; written under mMutex
+  std::atomic<std::size_t> mCount{0};  // size of mCommands: written under mMutex, read without it
 };
 
 }  // namespace util

@@ -10,29 +10,30 @@
 
 namespace util {
 
-/// What a handle's value points to. Layout is part of the interface: who made it comes first.
+/// The record that a handle's value points to. Its layout is part of the interface: hosts read the owner.
 template <class Owner>
 struct Handle {
-  Owner* mOwner;
-  std::uint64_t mSerial;
+  Owner* mOwner;          ///< the picker or intersector that made the handle
+  std::uint64_t mSerial;  ///< above 0, unique within the owner
 
   static Handle* at(std::size_t value) { return reinterpret_cast<Handle*>(value); }
 };
 static_assert(sizeof(Handle<int>) == 16 && offsetof(Handle<int>, mOwner) == 0 && offsetof(Handle<int>, mSerial) == 8);
 
-/// Reads a handle: its serial number, or 0, which none has, where it is no handle of `owner`.
+/// The serial number of a handle; 0 if the handle is 0 or belongs to another owner.
 template <class Owner>
 std::uint64_t serialOf(std::size_t value, const Owner* owner) {
   const auto* handle = Handle<Owner>::at(value);
   return handle && handle->mOwner == owner ? handle->mSerial : 0;
 }
 
-/// The handles of one owner that are alive, by serial number; serials start at 1 and are never used again. May be
-/// called by several threads at once; no other lock is taken under its own.
+/// The live handles of one owner, by serial number. Serial numbers start at 1 and are never used twice.
+///
+/// Thread-safe. No other lock is taken under its mutex.
 template <class Owner>
 class HandleRegistry {
  public:
-  /// A new handle's value.
+  /// Makes a handle, and returns its value.
   std::size_t create(Owner* owner) {
     auto handle = std::make_unique<Handle<Owner>>();
     handle->mOwner = owner;
@@ -48,7 +49,7 @@ class HandleRegistry {
     return mHandles.contains(serial);
   }
 
-  /// Frees a handle. One that is gone already is left at that: it was disposed of twice before either took effect.
+  /// Frees a handle; does nothing for one that was disposed of twice.
   /// @return whether it was alive
   bool free(std::uint64_t serial) {
     const boost::unique_lock<boost::mutex> lock(mMutex);
