@@ -7,9 +7,10 @@
 #include <utility>
 #include <vector>
 
-/// Which object has an id. A few ids stand in a plain list, which is smaller than any map. Once there are many, the map
-/// is split into some hundred: a hash table takes long to grow, and one of a part of the ids only that part of the
-/// time.
+namespace util {
+
+/// The objects of a set by id. Few ids stand in a plain list, which is smaller than any map. Many are spread over 256
+/// maps: growing a hash table takes long, and so only one small part of the ids has to wait for it.
 template <class Object>
 class ObjectIds {
  public:
@@ -24,7 +25,7 @@ class ObjectIds {
     return found == map.end() ? nullptr : found->second;
   }
 
-  /// The place of the id's object, made if there is none; null is as good as none. Valid until the next call.
+  /// A reference to the id's object, which is null if it is new. Valid until the next call.
   Object*& operator[](std::int32_t id) {
     if (mMaps.empty()) {
       if (const auto found = std::ranges::find(mFew, id, &Entry::first); found != mFew.end()) return found->second;
@@ -45,11 +46,11 @@ class ObjectIds {
 
   std::size_t partOf(std::int32_t id) const {
     if (mMaps.size() == 1) return 0;
-    // Fibonacci hashing: neighbours, and multiples of whatever number, are spread evenly.
+    // Fibonacci hashing: spreads neighbors, and multiples of any number, evenly.
     return static_cast<std::uint32_t>(id) * 0x9E3779B9u >> (32 - kPartBits);
   }
 
-  /// Moves all entries to that many maps; or throws and changes nothing.
+  /// Moves all entries to that many maps, or throws and changes nothing.
   void spread(std::size_t count) {
     std::vector<Map> maps(count);
     maps.swap(mMaps);
@@ -64,6 +65,8 @@ class ObjectIds {
     std::vector<Entry>().swap(mFew);
   }
 
-  std::vector<Entry> mFew;  // in use while there are no maps
+  std::vector<Entry> mFew;  // in use as long as there are no maps
   std::vector<Map> mMaps;
 };
+
+}  // namespace util

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
@@ -11,24 +12,25 @@
 #include <facetbox/base/ChunkedVector.h>
 #include <facetbox/commands/CommandQueue.h>
 #include <facetbox/commands/Handle.h>
-#include <facetbox/math/Box.h>
-#include <facetbox/math/Vec3.h>
 #include <facetbox/picker/ObjectIds.h>
+#include <facetbox/picker/Pickable.h>
 #include <facetbox/picker/Picker.h>
 #include <facetbox/spatial/BoxSet.h>
-#include <facetbox/triangles/RayTest.h>
+#include <facetbox/spatial/Frustum.h>
 #include <facetbox/triangles/TriangleMeshCache.h>
 
-/// The picker: per handle a set of boxes with an object each.
+namespace util {
+
+/// The picker: per handle a set of objects, their boxes in the order of an octree.
 ///
-/// Locks: the tree mutex first, then either the queue's, the handles' or the cache's, never two of these.
+/// Lock order: the tree mutex first, then the mutex of the queue, the handles or the cache, never two of these.
 class OctreePicker final : public Picker {
  public:
   OctreePicker();
   ~OctreePicker() override;
 
   std::size_t createHandle() override;
-  void addEntry(std::size_t handle, std::uint32_t id, const std::vector<const util::Mesh*>& meshes,
+  void addEntry(std::size_t handle, std::uint32_t id, const std::vector<const Mesh*>& meshes,
                 const double matrix[16]) override;
   void relocate(std::size_t handle, float dx, float dy, float dz) override;
   void dispose(std::size_t handle) override;
@@ -41,57 +43,43 @@ class OctreePicker final : public Picker {
                float* normal) override;
 
  private:
+  // In OctreePickerCommands.h.
   class Command;
   class AddEntryCommand;
   class RelocateCommand;
   class DisposeCommand;
 
-  class ClipPlanes;
-
-  /// One object.
-  struct Pickable {
-    /// Measures the meshes, and returns the box around them in the world. O(vertices).
-    util::Box measure();
-    /// Moves the object, and returns the box around it in the world: the very one that measure() would, mostly without
-    /// looking at the vertices.
-    util::Box move(const util::Vec3& offset);
-    bool isInsideClipVolume(const double viewProjection[16], const ClipPlanes* planes, bool wholeInside) const;
-
-    double mMatrix[16];
-    util::Box mUntranslated;  // of all vertices by the matrix, before its translation is added
-    double mReach;            // the most that a coordinate's terms add up to without the translation; infinite where
-                              // the object's clip side cannot be told from its world box
-    std::int32_t mId;
-    bool mHasTriangles = false;
-    bool mIsSmall = true;    // all meshes have few vertices, so that no bounds are worth a look
-    bool mIsFinite = true;   // whether all numbers that went into these boxes are
-    bool mWasAsked = false;  // by a ray, since the last change
-    util::Box mLocalBox;     // of all vertices; empty on all axes where one of them is not finite
-    std::vector<std::shared_ptr<util::TriangleMesh>> mMeshes;
-    std::vector<util::RayTransform> mPlacements;  // one per mesh, made by the second ray after a change
-  };
   using PickablePointer = std::unique_ptr<Pickable>;
 
-  /// Made when something is added. Objects are numbered as they come.
+  /// The objects of one handle, numbered in the order of their addition. Made when the first one is added.
   struct HandleRecord {
-    util::BoxSet mBoxes{10.0};
-    util::ChunkedVector<PickablePointer> mObjects;
+    BoxSet mBoxes{10.0};
+    ChunkedVector<PickablePointer> mObjects;
     ObjectIds<Pickable> mById;
   };
 
-  /// Reads a handle: its serial number, or 0, which none has, where it is no handle of ours.
+  /// Objects lie anywhere in memory: fetch one that will be looked at soon.
+  static void prefetch(const Pickable* object) {
+    const char* bytes = reinterpret_cast<const char*>(object);
+    for (std::size_t line = 0; line < sizeof(Pickable); line += 64) __builtin_prefetch(bytes + line);
+  }
+  static constexpr std::size_t kAhead = 8;  // objects
+
   std::uint64_t serialOf(std::size_t handle) const;
   void drain();
   HandleRecord* find(std::uint64_t serial);
+  static void prefetchAhead(const HandleRecord& record, std::span<const BoxSet::Candidate> candidates, std::size_t i);
+  void findIds(HandleRecord& record, const Frustum& volume, const double viewProjection[16], bool wholeInside);
 
-  util::HandleRegistry<Picker> mHandles;  // guards itself
-  boost::mutex mTreeMutex;                // taken before all others
-  util::CommandQueue<Command> mQueue;     // guards itself
-  util::TriangleMeshCache mCache;         // guards itself
+  HandleRegistry<Picker> mHandles;  // has its own mutex
+  CommandQueue<Command> mQueue;     // has its own mutex
+  TriangleMeshCache mCache;         // has its own mutexes
 
-  // Guarded by mTreeMutex, and so is every Pickable that has left the queue; stale until the queue is drained.
-  std::unordered_map<std::uint64_t, HandleRecord> mRecords;  // by serial number
-  bool mMeshesMayBeUnused = false;                           // since something was disposed of
-  util::BoxSet::Scratch mScratch;
+  boost::mutex mTreeMutex;  // guards all below, and every Pickable that has left the queue
+  std::unordered_map<std::uint64_t, HandleRecord> mRecords;  // by serial number; up to date once the queue is drained
+  bool mMeshesMayBeUnused = false;                           // since a handle was disposed of
+  BoxSet::Scratch mScratch;
   std::vector<std::uint32_t> mFoundIds;  // scratch
 };
+
+}  // namespace util
