@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <limits>
 
+#include <facetbox/math/Matrix4.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/util/TriangleMesh.h>
 
@@ -40,12 +41,18 @@ class NearestSearch {
   class Traversal;
 
   void startMesh(const double* transform);
-  Vec3 placed(const double* vertex) const;
-  double depthOf(const Vec3& p) const;
-  bool isNearer(double depth, std::uint32_t triangle) const;
-  void take(double depth, const Vec3& point, const Vec3 (&corners)[3], std::uint32_t triangle);
   void testAll(const TriangleMesh& mesh);
   void testTriangle(const double* const (&vertices)[3], const Vec3 (&corners)[3], std::uint32_t triangle);
+  void take(double depth, const Vec3& point, const Vec3 (&corners)[3], std::uint32_t triangle);
+
+  Vec3 placed(const double* vertex) const {
+    const Vec3 p{vertex[0], vertex[1], vertex[2]};
+    return mTransform ? transformPoint(mTransform, p) : p;
+  }
+  double depthOf(const Vec3& p) const { return dot(p - mEye, mDirection); }
+  bool isNearer(double depth, std::uint32_t triangle) const {
+    return depth < mBest || (depth == mBest && triangle < mTriangle);
+  }
 
   double mView[16];
   Vec3 mEye, mDirection;

@@ -15,6 +15,12 @@ inline Pair pairAt(const double* values) {
 
 constexpr double kSmallestW = 1e-25;  ///< a point is projected where its |w| lies above
 
+// Where bounds of w and of sums of terms decide for a whole box: far enough from the smallest w, whatever the rounding,
+// and from overflow.
+constexpr double kSureW = 1e-20;
+constexpr double kLargestClipSum = 1e100;
+static_assert(kSureW > 1e4 * kSmallestW);
+
 /// The center and the half-size of the cube that is visible in clip space.
 constexpr double kClipCubeCenter[3] = {0, 0, 0}, kClipCubeHalf[3] = {1, 1, 1};
 

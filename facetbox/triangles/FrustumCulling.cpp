@@ -172,7 +172,7 @@ Verdict walk(const TriangleBvh& hierarchy, const double c[16], AtChild atChild, 
   const TriangleBvh::View view = hierarchy.view();
   constexpr int kWidth = TriangleBvh::kWidth;
   std::size_t patience = 64 + hierarchy.triangleCount() / 16;
-  TriangleBvh::Reference stack[(kWidth - 1) * TriangleBvh::kMaxDepth + kWidth];
+  TriangleBvh::Reference stack[TriangleBvh::kStackSize];
   int depth = 0;
   stack[depth++] = view.root;
   while (depth > 0) {

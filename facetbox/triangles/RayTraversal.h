@@ -381,9 +381,8 @@ inline __attribute__((always_inline)) void search(const TriangleBvh::View& view,
     TriangleBvh::Reference reference;
     float near;
   };
-  constexpr int kStack = (TriangleBvh::kWidth - 1) * TriangleBvh::kMaxDepth + TriangleBvh::kWidth;
   constexpr TriangleBvh::Reference kNothing = ~0U;
-  Entry stack[kStack];
+  Entry stack[TriangleBvh::kStackSize];
   int depth = 0;
 
   const int nearX = ray.inverse[0] < 0 ? 3 : 0, nearY = ray.inverse[1] < 0 ? 4 : 1, nearZ = ray.inverse[2] < 0 ? 5 : 2;

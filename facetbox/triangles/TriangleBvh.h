@@ -21,8 +21,11 @@ namespace util {
 class TriangleBvh {
  public:
   static constexpr int kWidth = 8;  ///< children of a node, and triangles of a block
-  /// Deepest chain of nodes: bounds the stack of a traversal.
+  /// Longest chain of nodes.
   static constexpr int kMaxDepth = 56;
+  /// What a depth-first traversal has on its stack at most: of each node on the way all children but the one that it is
+  /// in, and all of the last one.
+  static constexpr int kStackSize = (kWidth - 1) * kMaxDepth + kWidth;
 
   /// Names a node or a block by its place in the arena, in units; kLeaf tells blocks.
   using Reference = std::uint32_t;
