@@ -184,12 +184,12 @@ TEST(Picking, badArgumentsAreToldAndWriteNothing) {
   const std::string model = folder.write("m.obj", kWindow), out = folder.path("out.png");
   const std::string render = "render " + quoted(model) + " -o " + quoted(out) + " ";
   const std::pair<std::string, std::string> cases[] = {
-      {"pick " + quoted(model) + " --ray 1,2,3,0,0", "--ray: '1,2,3,0,0' is not 6 finite numbers with commas between"},
+      {"pick " + quoted(model) + " --ray 1,2,3,0,0", "--ray: '1,2,3,0,0' is not 6 finite numbers separated by commas"},
       {"pick " + quoted(model) + " --ray 1,2,3,0,0,0", "--ray: has no direction"},
       {render + "--size 640", "--size: '640' is not a size such as 640x480"},
       {render + "--size 16000x16000", "ask for a smaller picture"},
       {render + "--background blue", "--background: 'blue' is not a color"},
-      {render + "--eye 1,1,1 --look-at 1,1,1", "--eye: is the point that is looked at"},
+      {render + "--eye 1,1,1 --look-at 1,1,1", "--eye: equals the point looked at"},
       {render + "--by color", "--by"},
       {"render " + quoted(model) + " -o out.jpg", "out.jpg: the name of the picture must end in .png"},
       {"select " + quoted(model) + " --volume 1,2,3", "--volume: '1,2,3' is not 24 finite numbers"},
