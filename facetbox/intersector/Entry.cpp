@@ -55,7 +55,7 @@ void Entry::relocate(const Vec3& offset) {
   for (std::size_t i = 0; i < meshes.size(); ++i) {
     Instance& instance = mInstances[i];
     instance.mMesh = std::move(meshes[i]);
-    instance.mPlacement.reset();
+    instance.mRayTransform.reset();
     if (!instance.mTransform) continue;
     const std::array<double, 16> from = *instance.mTransform;
     multiply(translation, from.data(), instance.mTransform->data());

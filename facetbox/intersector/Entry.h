@@ -13,9 +13,9 @@ namespace util {
 
 /// A mesh in the world.
 struct Instance {
-  std::shared_ptr<const TriangleMesh> mMesh;         ///< with its edges
-  std::optional<std::array<double, 16>> mTransform;  ///< none: the mesh is the instance's own and lies in the world
-  std::unique_ptr<const RayTransform> mPlacement;    ///< made by the first ray after a change
+  std::shared_ptr<const TriangleMesh> mMesh;          ///< with its edges
+  std::optional<std::array<double, 16>> mTransform;   ///< none: the mesh is the instance's own and lies in the world
+  std::unique_ptr<const RayTransform> mRayTransform;  ///< made by the first ray after a change
 };
 
 /// An object of the intersector.

@@ -165,8 +165,8 @@ bool intersectsRay(Entry& entry, const double origin[3], const double direction[
     double* normalSlot = normal ? instanceNormal : nullptr;
     bool meets;
     if (instance.mMesh->hierarchy()) {
-      if (!instance.mPlacement) instance.mPlacement = std::make_unique<RayTransform>(*instance.mMesh, matrix);
-      meets = intersectRay(*instance.mMesh, *instance.mPlacement, matrix, origin, direction, &instanceT, normalSlot);
+      if (!instance.mRayTransform) instance.mRayTransform = std::make_unique<RayTransform>(*instance.mMesh, matrix);
+      meets = intersectRay(*instance.mMesh, *instance.mRayTransform, matrix, origin, direction, &instanceT, normalSlot);
     } else {
       meets = intersectRayPlain(*instance.mMesh, matrix, origin, direction, &instanceT, normalSlot);
     }

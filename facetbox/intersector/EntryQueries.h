@@ -27,7 +27,7 @@ bool liesInVolume(const Entry& entry, const double view[16]);
 /// The nearest point in the view volume. Null where there is none, else part of `search`.
 const NearestHit* findNearest(const Entry& entry, NearestSearch& search, QueryScratch& scratch);
 
-/// Makes the instances' placements where they are missing.
+/// Makes the instances' ray transforms where they are missing.
 /// @param t       untouched without a hit, like the normal
 /// @param normal  may be null
 bool intersectsRay(Entry& entry, const double origin[3], const double direction[3], double* t, double* normal);

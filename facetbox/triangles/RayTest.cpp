@@ -52,11 +52,6 @@ bool report(const ExactSearch& search, double* t, double* normalOut) {
   return true;
 }
 
-/// The largest absolute coordinate.
-double largestOf(const Vec3& v) { return std::max(std::max(std::fabs(v.x), std::fabs(v.y)), std::fabs(v.z)); }
-/// Unlike the largest, this is NaN where a component is.
-double sumOf(const Vec3& v) { return std::fabs(v.x) + std::fabs(v.y) + std::fabs(v.z); }
-
 RayTraversal& traversalFor(Instructions instructions) {
 #if defined(FACETBOX_HAS_AVX2)
   static const bool hasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
@@ -74,59 +69,12 @@ void testPlaced(const double vectors[12], std::uint32_t triangle, ExactSearch& s
       [&] { return triangle < search.triangle; }, search);
 }
 
-RayTransform::RayTransform(const TriangleMesh& mesh, const double matrix[16]) {
-  const TriangleBvh* hierarchy = mesh.hierarchy();
-  if (hierarchy == nullptr || !hierarchy->isUsable()) return;
-  const double* m = matrix;
-  const Vec3 row[3] = {{m[0], m[4], m[8]}, {m[1], m[5], m[9]}, {m[2], m[6], m[10]}};
-  std::copy_n(m + 12, 3, translation);
-  const double largest = std::max({largestOf(row[0]), largestOf(row[1]), largestOf(row[2])});
-  const double a = std::max({sumOf(row[0]), sumOf(row[1]), sumOf(row[2])});
-  const double sum = sumOf(row[0]) + sumOf(row[1]) + sumOf(row[2]) + sumOf(toVec3(translation));
-  const double translationSize = largestOf(toVec3(translation));
-  const double worldSize = a * hierarchy->magnitude() + translationSize;
-  // Spelt so that NaN fails, here and below.
-  if (!(worldSize < kLargestMagnitude && sum < kLargestMagnitude)) return;
-  cornerError = 5 * kUnit * worldSize;
-  edge = 1.01 * (a * hierarchy->longestEdge() + 2 * cornerError);
-
-  const Vec3 cofactors[3] = {cross(row[1], row[2]), cross(row[2], row[0]), cross(row[0], row[1])};
-  const double determinant = dot(row[0], cofactors[0]);
-  const double inverse = 1.0 / determinant;
-  const double inverseError = 64 * kUnit * largest * largest * largest * std::fabs(inverse);
-  if (!(inverseError < 1e-3) || !(std::fabs(determinant) > 1e-280)) return;
-  const double scale = hierarchy->scale();
-  for (int k = 0; k < 3; ++k) {
-    const double column[3] = {cofactors[k].x, cofactors[k].y, cofactors[k].z};
-    for (int i = 0; i < 3; ++i) {
-      columns[k][i] = scale * inverse * column[i];
-      rowSums[i] += std::fabs(columns[k][i]);
-    }
-  }
-  largestRowSum = largestOf(toVec3(rowSums));
-  const Vec3 unitCenter = scale * hierarchy->center();
-  center[0] = unitCenter.x;
-  center[1] = unitCenter.y;
-  center[2] = unitCenter.z;
-  for (int i = 0; i < 3; ++i) rowSums[i] += 130 * kFloatUnit * largestRowSum;
-  growth = 1.01 * (a / scale);
-  worldReach = 1.01 * worldSize + edge;
-  meshReach = growth + 1.01 * (4 * inverseError * translationSize + cornerError) + edge;
-  pointError = cornerError + 14 * kUnit * edge + 6 * kUnit * translationSize;
-  imageError = 1.01 * (4 * inverseError);
-  determinantError = 32 * kUnit * edge * edge;
-  volume = std::fabs(determinant) / (scale * scale * scale);
-  commonWidth = scale * (3 * inverseError + 10 * kUnit) * hierarchy->magnitude();
-  isUsable =
-      sumOf(toVec3(rowSums)) < 1e100 && volume > 1e-200 && volume < 1e200 && growth < 1e100 && commonWidth < 1e30;
-}
-
-bool intersectRay(const TriangleMesh& mesh, const RayTransform& placement, const double matrix[16],
+bool intersectRay(const TriangleMesh& mesh, const RayTransform& transform, const double matrix[16],
                   const double origin[3], const double direction[3], double* t, double* normalOut,
                   Instructions instructions) {
-  if (!placement.isUsable) return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
+  if (!transform.isUsable) return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
   ExactSearch search{matrix, origin, direction, kFarthest, 0, {}, {}};
-  if (!traversalFor(instructions)(mesh.hierarchy()->view(), placement, search))
+  if (!traversalFor(instructions)(mesh.hierarchy()->view(), transform, search))
     return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
   return report(search, t, normalOut);
 }

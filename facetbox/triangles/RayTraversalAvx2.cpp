@@ -59,8 +59,8 @@ struct Avx2 {
 
 }  // namespace
 
-bool traverseAvx2(const TriangleBvh::View& view, const RayTransform& placement, ExactSearch& search) {
-  return traverse<Avx2>(view, placement, search);
+bool traverseAvx2(const TriangleBvh::View& view, const RayTransform& transform, ExactSearch& search) {
+  return traverse<Avx2>(view, transform, search);
 }
 
 }  // namespace util

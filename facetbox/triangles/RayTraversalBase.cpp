@@ -94,8 +94,8 @@ struct Base {
 
 }  // namespace
 
-bool traverseBase(const TriangleBvh::View& view, const RayTransform& placement, ExactSearch& search) {
-  return traverse<Base>(view, placement, search);
+bool traverseBase(const TriangleBvh::View& view, const RayTransform& transform, ExactSearch& search) {
+  return traverse<Base>(view, transform, search);
 }
 
 }  // namespace util

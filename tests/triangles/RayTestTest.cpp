@@ -42,10 +42,10 @@ struct Answer {
   }
 };
 
-Answer ask(const TriangleMesh& mesh, const RayTransform& placement, const Matrix& m, const Triple& o, const Triple& d,
+Answer ask(const TriangleMesh& mesh, const RayTransform& transform, const Matrix& m, const Triple& o, const Triple& d,
            Instructions instructions) {
   Answer a;
-  a.hit = intersectRay(mesh, placement, m.data(), o.data(), d.data(), &a.t, a.normal.data(), instructions);
+  a.hit = intersectRay(mesh, transform, m.data(), o.data(), d.data(), &a.t, a.normal.data(), instructions);
   return a;
 }
 
@@ -199,14 +199,14 @@ TEST(RayTest, hierarchyGivesTheVeryHitsOfThePlainLoop) {
   for (int scene = 0; scene < 1500; ++scene) {
     const auto mesh = make.mesh();
     const Matrix m = make.place();
-    const RayTransform placement(*mesh, m.data());
+    const RayTransform transform(*mesh, m.data());
     for (int i = 0; i < 150; ++i) {
       Triple origin, direction;
       make.ray(m, origin, direction);
       const Answer plain = askPlain(*mesh, m, origin, direction);
       hits += plain.hit;
-      ASSERT_EQ(ask(*mesh, placement, m, origin, direction, Instructions::best), plain) << "scene " << scene;
-      ASSERT_EQ(ask(*mesh, placement, m, origin, direction, Instructions::base), plain) << "scene " << scene;
+      ASSERT_EQ(ask(*mesh, transform, m, origin, direction, Instructions::best), plain) << "scene " << scene;
+      ASSERT_EQ(ask(*mesh, transform, m, origin, direction, Instructions::base), plain) << "scene " << scene;
     }
   }
   EXPECT_GT(hits, 100000u);
@@ -228,9 +228,9 @@ TEST(RayTest, hostileNumbersGetThePlainLoopsAnswer) {
         odd[static_cast<std::size_t>(make.number(0, 7))];
     mesh = triangleMeshOf(coordinates, {mesh->indices().begin(), mesh->indices().end()});
     const Answer plain = askPlain(*mesh, m, origin, direction);
-    const RayTransform placement(*mesh, m.data());
-    ASSERT_EQ(ask(*mesh, placement, m, origin, direction, Instructions::best), plain) << "scene " << scene;
-    ASSERT_EQ(ask(*mesh, placement, m, origin, direction, Instructions::base), plain) << "scene " << scene;
+    const RayTransform transform(*mesh, m.data());
+    ASSERT_EQ(ask(*mesh, transform, m, origin, direction, Instructions::best), plain) << "scene " << scene;
+    ASSERT_EQ(ask(*mesh, transform, m, origin, direction, Instructions::base), plain) << "scene " << scene;
   }
 }
 
