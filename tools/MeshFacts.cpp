@@ -64,7 +64,7 @@ void countEdges(const Model& model, std::vector<EdgeUse>& uses, MeshFacts& facts
     const auto count = end - first;
     const auto a = static_cast<std::uint32_t>(first->mKey >> 32), b = static_cast<std::uint32_t>(first->mKey);
     if (samePosition(model, a, b)) ++facts.mZeroLengthEdges;
-    // An edge from a vertex to itself has no sides that faces could share.
+    // Faces cannot share an edge from a vertex to itself.
     if (a != b && count == 1) ++facts.mBorderEdges;
     if (a != b && count > 2) ++facts.mOverusedEdges;
     if (a != b && count == 2 && first->mIsForward == (first + 1)->mIsForward) ++facts.mSameDirectionEdges;

@@ -71,7 +71,7 @@ class Parser {
     }
   }
 
-  // At the end of the statement, comments not counted.
+  // Whether the statement ends here; a comment ends it.
   bool atStatementEnd() {
     skipBlanks();
     return mAt >= mEnd || *mAt == '\n' || *mAt == '#';
@@ -83,7 +83,7 @@ class Parser {
     return {mAt, static_cast<std::size_t>(end - mAt)};
   }
 
-  // A token as it may stand in a message: short and printable.
+  // The token in a form for messages: short and printable.
   std::string quotedToken() const {
     std::string text(peekToken().substr(0, 40));
     std::replace_if(
@@ -160,7 +160,7 @@ class Parser {
     }
   }
 
-  // Comments are free text, but for those that start with our tag.
+  // Comments are free text, except those that start with our tag.
   void parseComment() {
     ++mAt;
     while (mAt < mEnd && isBlank(*mAt)) ++mAt;
@@ -244,7 +244,7 @@ class Parser {
     if (index < 0) {
       const auto back = static_cast<unsigned long long>(-(index + 1)) + 1;
       if (back > count)
-        fail(fmt::format("{} index {} reaches back before the first; there are {} up to here", what, index, count));
+        fail(fmt::format("{} index {} goes back beyond the first; there are {} up to this line", what, index, count));
       return static_cast<std::uint32_t>(count - back);
     }
     if (index >= kNoTexCoord) fail(fmt::format("{} index {} is out of range", what, index));
@@ -269,7 +269,7 @@ class Parser {
           ++mAt;
           if (!isTokenEnd(mAt)) parseInteger("normal index");
         }
-        if (!isTokenEnd(mAt)) fail(fmt::format("{} does not belong behind a corner; remove it", quotedToken()));
+        if (!isTokenEnd(mAt)) fail(fmt::format("{} does not belong after a corner; remove it", quotedToken()));
       }
       mModel.mIndices.push_back(vertex);
       mTexIndices.push_back(texCoord);
@@ -281,7 +281,7 @@ class Parser {
 
   void closeFace(std::size_t corners, std::size_t texturedCorners) {
     if (texturedCorners > 0 && texturedCorners < corners) {
-      ++mModel.mIgnored["texture coordinates of faces that have them on some corners only"];
+      ++mModel.mIgnored["texture coordinates of faces that have them on only some corners"];
       std::fill(mTexIndices.begin(), mTexIndices.end(), kNoTexCoord);
       texturedCorners = 0;
     }
@@ -297,7 +297,7 @@ class Parser {
   void resolveForwardReferences() const {
     for (const ForwardReference& reference : mForwardReferences) {
       const auto& indices = reference.mIsTexture ? mModel.mTexIndices : mModel.mIndices;
-      // Where the texture coordinates of a face were dropped, there is nothing to look at.
+      // The texture coordinates of this face were dropped: nothing to check.
       if (reference.mCorner >= indices.size() || (reference.mIsTexture && indices[reference.mCorner] == kNoTexCoord))
         continue;
       const std::size_t count = reference.mIsTexture ? mModel.mTexCoords.size() / 2 : mModel.vertexCount();
@@ -335,7 +335,7 @@ class Parser {
     }
   }
 
-  // Their vertices pass to the object before, or to the first.
+  // Their vertices go to the previous object, or to the first.
   void dropObjectsWithoutFaces() {
     std::vector<ObjectStart> kept;
     for (std::size_t i = 0; i < mModel.mObjects.size(); ++i) {

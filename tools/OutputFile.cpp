@@ -24,22 +24,22 @@ namespace fs = std::filesystem;
   throw RunError(fmt::format("{}: cannot be written: {}", path, systemErrorText(error)));
 }
 
-// The temporary file as the signal handler sees it: plain memory, valid while the flag is set.
+// The temporary file, for the signal handler: plain memory, valid while the flag is set.
 std::array<char, PATH_MAX> temporaryPath;
 volatile sig_atomic_t temporaryExists = 0;
 
 extern "C" void removeTemporaryAndEnd(int signalNumber) {
   if (temporaryExists) unlink(temporaryPath.data());
-  // The handler was installed to run once: the signal now does what it does by default.
+  // The handler runs only once: now the signal has its default effect.
   raise(signalNumber);
 }
 
-// Standard output may be a regular file, whose end another process could be writing to: its own descriptor is used.
+// Standard output may be a regular file that another process appends to, so its own descriptor is used.
 constexpr std::string_view kStandardOutput = "/dev/stdout";
 
 constexpr std::array<int, 3> kEndingSignals = {SIGHUP, SIGINT, SIGTERM};
 
-// Holds the ending signals back while the temporary file and its record are brought in step.
+// Blocks the ending signals while the temporary file and its record are updated together.
 class SignalBlock {
  public:
   SignalBlock() {
@@ -92,7 +92,7 @@ class TemporaryFile {
  private:
   static void catchSignal(int signalNumber, struct sigaction& old) {
     sigaction(signalNumber, nullptr, &old);
-    // Who started us with the signal ignored, as nohup does, wants it so.
+    // A signal that was ignored at the start stays ignored, as nohup expects.
     if (old.sa_handler == SIG_IGN) return;
     struct sigaction action = {};
     action.sa_handler = removeTemporaryAndEnd;
@@ -116,7 +116,7 @@ void writeAll(int descriptor, std::string_view text, const std::string& path) {
   }
 }
 
-// What a new file gets, or what the old one had.
+// The mode of a new file, or of the one to be replaced.
 mode_t modeFor(const std::string& path) {
   struct stat status = {};
   if (stat(path.c_str(), &status) == 0) return status.st_mode & 07777;

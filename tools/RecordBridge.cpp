@@ -194,7 +194,8 @@ Label ObjectRecord::labelOf(const char* token) const {
   return index < mLabels.size() ? mLabels[index] : Label{};
 }
 
-// Adds the faces' counts, each under the label of its run: the last one before the first that starts behind the face.
+// Adds the corner counts of the faces, each under the label of its run: the last run before the first one that starts
+// after the face.
 void ObjectRecord::appendRuns(const Cleanup::MeshData& record, Model& model) const {
   const int runs = record.mTextures ? record.mTexturesCount : 0;
   int behind = 0;

@@ -56,7 +56,7 @@ class SampleGrid {
   }
 
   Vector directionTo(int x, int y) const { return mCamera.directionTo(acrossOf(x + 0.5), upOf(y + 0.5)); }
-  // From places in the grid to places in the picture, and back.
+  // Convert between positions in the grid and positions in the picture.
   double acrossOf(double x) const { return 2 * x / mWidth - 1; }
   double upOf(double y) const { return 1 - 2 * y / mHeight; }
   double columnOf(double across) const { return (across + 1) / 2 * mWidth; }
@@ -115,7 +115,7 @@ class LineMarker {
   LineMarker(SampleGrid& grid, const Camera& camera) : mGrid(grid), mCamera(camera) {}
 
   void draw(const Vector& from, const Vector& to) {
-    // Places in the picture times depth, and the depth: on the way along the edge, these change evenly.
+    // Positions in the picture times depth, and the depth: these change linearly along the edge.
     const Vector a = projected(from), b = projected(to);
     double begin = 0, end = 1;
     for (const Vector& side : {Vector{1, 0, 1}, Vector{-1, 0, 1}, Vector{0, 1, 1}, Vector{0, -1, 1}})
@@ -128,7 +128,7 @@ class LineMarker {
     const int steps = static_cast<int>(std::ceil(std::max(std::fabs(x1 - x0), std::fabs(y1 - y0)))) + 1;
     for (int i = 0; i <= steps; ++i) {
       const double part = static_cast<double>(i) / steps;
-      // Depth, not its inverse, changes unevenly across the picture.
+      // The inverse of depth changes linearly across the picture, depth itself does not.
       const double depth = 1 / ((1 - part) / first.z + part / last.z);
       markWhereSeen(x0 + (x1 - x0) * part, y0 + (y1 - y0) * part, depth);
     }
@@ -140,15 +140,15 @@ class LineMarker {
     return {dot(v, mCamera.mRight) / mCamera.mTanX, dot(v, mCamera.mUp) / mCamera.mTanY, dot(v, mCamera.mForward)};
   }
 
-  // Keeps the part of the way from 0 to 1 where a value that changes evenly is not negative.
+  // Clips the way from 0 to 1 to the part where a linearly changing value is not negative.
   static void clip(double atStart, double atEnd, double& begin, double& end) {
     if (atStart < 0 && atEnd < 0) end = -1;
     if (atStart < 0 && atEnd >= 0) begin = std::max(begin, atStart / (atStart - atEnd));
     if (atStart >= 0 && atEnd < 0) end = std::min(end, atStart / (atStart - atEnd));
   }
 
-  // A point of an edge is hidden when it lies behind the plane of what is seen there: by more than the size of two
-  // samples, for the plane is that of a sample's middle.
+  // A point of an edge is hidden when it lies behind the plane of the visible face, by more than the size of two
+  // samples: the plane is that of the face at the sample's center.
   void markWhereSeen(double column, double row, double depth) {
     const int x = static_cast<int>(column), y = static_cast<int>(row);
     if (x < 0 || y < 0 || x >= mGrid.width() || y >= mGrid.height()) return;

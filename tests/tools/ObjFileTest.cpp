@@ -53,7 +53,7 @@ TEST(ObjFile, tellsFileAndLineOfEveryMistake) {
       {v + "f 1 2 99999999999999999999\n", "t.obj:4: vertex index '99999999999999999999' is out of range"},
       {v + "f 1/1 2/1 3/1\n", "t.obj:4: texture coordinate index 1 is out of range: the file has 0"},
       {v + "\n\nf \\\n1 2 \\\n x\n", "t.obj:8: 'x' is not a vertex index"},
-      {v + "f 1/2/3/4 2 3\n", "t.obj:4: '/4' does not belong behind a corner"},
+      {v + "f 1/2/3/4 2 3\n", "t.obj:4: '/4' does not belong after a corner"},
       {v + "f\n", "t.obj:4: a face has no vertices"},
       {"v 0 0\nf 1 1 1\n", "t.obj:1: a vertex has too few numbers"},
       {v + "f 1 2 3\nv 0 nan 0\n", "t.obj:5: 'nan' in a vertex is not a finite number"},

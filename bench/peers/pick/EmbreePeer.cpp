@@ -10,7 +10,7 @@
 
 namespace {
 
-/// As Embree recommends for whoever calls it: tiny numbers count as zero.
+/// Sets the mode that Embree recommends to its callers: tiny numbers count as zero.
 class TinyIsZero {
  public:
   TinyIsZero() : mBefore(_mm_getcsr()) { _mm_setcsr(mBefore | _MM_FLUSH_ZERO_ON | _MM_DENORMALS_ZERO_ON); }
