@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -16,20 +17,28 @@
 
 namespace util {
 
-/// Any number of boxes with items, in octrees of about a thousand each: an octree's five levels tell no more apart.
-/// Which box goes to which tree is planned for all boxes at once; they are then inserted one by one.
+/// Items with bounding boxes, found by a box: tiles of about a thousand boxes, with an octree each (FixedBoxOctree). A
+/// single octree of five levels would crowd its cells.
 ///
-/// The split is that of Leutenegger, Lopez and Edgington, STR: A Simple and Efficient Algorithm for R-Tree Packing,
-/// 1997. Planning costs O(n log n); a query looks at every tree's bounds, and into those trees that it meets.
+/// plan() divides all boxes among tiles by STR packing (sort-tile-recursive: Leutenegger, Lopez and Edgington, STR: A
+/// Simple and Efficient Algorithm for R-Tree Packing, 1997). insert() then adds them one by one. Planning takes
+/// O(n log n). A query looks at the bounds of all tiles, and into the octrees of those that it meets.
+///
+/// This is the octree for queries by box. The picker's octree, for queries by view volume, is spread over
+///   OctreeRoot          the root cube, its growth (ensureContains) and the way to a box's cell
+///   OctreeOrder         the cells' records: insertion, rebuild, and the order in which they are collected
+///   BoxSet              the set of boxes with its view volume query (queryFrustum)
+///   BoxIndex, BoxTree   find the boxes of that query, in place of a traversal of cells with counts of their records
+/// Nothing removes a single record, so there are no visitors that count up and down.
 template <class T>
 class BBoxOctree {
  public:
-  /// Drops everything and plans for these boxes. Boxes may be empty or infinite, but hold no NaN.
-  /// @param axis  the axis along which they spread least
+  /// Drops everything and plans for these boxes, which may be empty or infinite, but hold no NaN.
+  /// @param axis  the one along which they spread least; tiles do not divide it
   void plan(std::span<const Box> boxes, int axis);
 
-  /// Inserts the item of box `index` of those that were planned for, at most once. The box is that box again: where it
-  /// can be computed anew, nobody has to keep it.
+  /// Inserts the item of box `index` of those planned for, at most once. `box` is that box again, so that nobody has to
+  /// keep it who can compute it anew.
   void insert(std::size_t index, const Box& box, T item);
 
   /// Calls `use(item)` for the inserted items whose boxes meet `query` (touching counts) until it returns true.
@@ -40,24 +49,31 @@ class BBoxOctree {
  private:
   using Octree = FixedBoxOctree<T>;
 
-  struct Tree {
-    Box bounds;                      // of all boxes planned for
+  struct Tile {
+    Box bounds;                      // of all its boxes, inserted or not
     double margin;                   // more than the rounding of the cells' places
     std::unique_ptr<Octree> octree;  // made by the first insertion
   };
 
-  static constexpr std::size_t kTreeSize = 1024;
+  static constexpr std::size_t kTileSize = 1024;
   static constexpr std::uint32_t kApart = 0xFFFFFFFFu;
 
-  static bool isOrdinary(const Box& box);
-  void pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTree);
+  // A cell's center is the sum of six numbers, the root's center and halves, quarters and so on of its size. Relative
+  // to the tile's largest coordinate, each is off by at most an ulp, and the margin is a good deal more.
+  static constexpr double kCellRounding = 6 * std::numeric_limits<double>::epsilon();
+  static constexpr double kMargin = 0x1p-44;
+  static_assert(kMargin > 32 * kCellRounding);
 
-  std::vector<std::uint32_t> mTreeOf;  // per box: position in mTrees, or kApart
-  std::vector<Tree> mTrees;
-  std::vector<std::pair<Box, T>> mApart;  // boxes without an ordinary place; every query looks at them all
+  static bool isOrdinary(const Box& box);
+  void packStrip(std::span<const Box> boxes, std::span<const Vec2> centers, std::span<std::uint32_t> strip);
+  void pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTile);
+
+  std::vector<std::uint32_t> mTileOf;  // per box: position in mTiles, or kApart
+  std::vector<Tile> mTiles;
+  std::vector<std::pair<Box, T>> mApart;  // boxes that no octree can take: every query looks at them all
 };
 
-/// Whether a cube around the box can be halved four times without over- or underflow and has a place at all.
+/// Whether the box is not empty, and so far from overflow that a cube around it and others has a center.
 template <class T>
 bool BBoxOctree<T>::isOrdinary(const Box& box) {
   constexpr double kLargest = 0x1p1000;
@@ -68,74 +84,78 @@ bool BBoxOctree<T>::isOrdinary(const Box& box) {
 
 template <class T>
 void BBoxOctree<T>::plan(std::span<const Box> boxes, int axis) {
-  mTreeOf.assign(boxes.size(), kApart);
-  mTrees.clear();
+  assert(axis >= 0 && axis < 3);
+  mTileOf.assign(boxes.size(), kApart);
+  mTiles.clear();
   mApart.clear();
 
   std::vector<std::uint32_t> order;
   order.reserve(boxes.size());
   for (std::uint32_t i = 0; i < boxes.size(); ++i)
     if (isOrdinary(boxes[i])) order.push_back(i);
-  if (order.size() <= kTreeSize) {
+  if (order.size() <= kTileSize) {
     if (!order.empty()) pack(boxes, order);
     return;
   }
 
-  // Strips across the first coordinate, each cut into trees across the second.
+  // Strips across the first coordinate, each cut into tiles across the second.
   std::vector<Vec2> centers(boxes.size());
   for (const std::uint32_t i : order) centers[i] = project((boxes[i].min + boxes[i].max) / 2, axis);
   const auto byFirst = [&](std::uint32_t i) { return std::pair(centers[i].x, centers[i].y); };
-  const auto bySecond = [&](std::uint32_t i) { return std::pair(centers[i].y, centers[i].x); };
-  const auto treeCount = static_cast<double>((order.size() + kTreeSize - 1) / kTreeSize);
-  const std::size_t stripSize = kTreeSize * static_cast<std::size_t>(std::ceil(std::sqrt(treeCount)));
+  const auto tileCount = static_cast<double>((order.size() + kTileSize - 1) / kTileSize);
+  const std::size_t stripSize = kTileSize * static_cast<std::size_t>(std::ceil(std::sqrt(tileCount)));
   std::ranges::sort(order, {}, byFirst);
   const std::span<std::uint32_t> all(order);
-  for (std::size_t strip = 0; strip < all.size(); strip += stripSize) {
-    const auto ofStrip = all.subspan(strip, std::min(stripSize, all.size() - strip));
-    std::ranges::sort(ofStrip, {}, bySecond);
-    for (std::size_t tree = 0; tree < ofStrip.size(); tree += kTreeSize)
-      pack(boxes, ofStrip.subspan(tree, std::min(kTreeSize, ofStrip.size() - tree)));
-  }
+  for (std::size_t strip = 0; strip < all.size(); strip += stripSize)
+    packStrip(boxes, centers, all.subspan(strip, std::min(stripSize, all.size() - strip)));
 }
 
 template <class T>
-void BBoxOctree<T>::pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTree) {
+void BBoxOctree<T>::packStrip(std::span<const Box> boxes, std::span<const Vec2> centers,
+                              std::span<std::uint32_t> strip) {
+  std::ranges::sort(strip, {}, [&](std::uint32_t i) { return std::pair(centers[i].y, centers[i].x); });
+  for (std::size_t first = 0; first < strip.size(); first += kTileSize)
+    pack(boxes, strip.subspan(first, std::min(kTileSize, strip.size() - first)));
+}
+
+template <class T>
+void BBoxOctree<T>::pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTile) {
   Box bounds;
-  for (const std::uint32_t i : ofOneTree) {
-    mTreeOf[i] = static_cast<std::uint32_t>(mTrees.size());
+  for (const std::uint32_t i : ofOneTile) {
+    mTileOf[i] = static_cast<std::uint32_t>(mTiles.size());
     bounds.extend(boxes[i]);
   }
-  // A cell's center is the sum of six numbers below this size: the margin is some hundred times their rounding.
-  const double size = std::max({std::fabs(bounds.min.x), std::fabs(bounds.min.y), std::fabs(bounds.min.z),
-                                std::fabs(bounds.max.x), std::fabs(bounds.max.y), std::fabs(bounds.max.z)});
-  mTrees.push_back({bounds, 0x1p-44 * size + std::numeric_limits<double>::min(), nullptr});
+  const double magnitude = std::max({std::fabs(bounds.min.x), std::fabs(bounds.min.y), std::fabs(bounds.min.z),
+                                     std::fabs(bounds.max.x), std::fabs(bounds.max.y), std::fabs(bounds.max.z)});
+  mTiles.push_back({bounds, kMargin * magnitude + std::numeric_limits<double>::min(), nullptr});
 }
 
 template <class T>
 void BBoxOctree<T>::insert(std::size_t index, const Box& box, T item) {
-  if (mTreeOf[index] == kApart) {
+  assert(index < mTileOf.size());
+  if (mTileOf[index] == kApart) {
     mApart.emplace_back(box, std::move(item));
     return;
   }
-  Tree& tree = mTrees[mTreeOf[index]];
-  if (!tree.octree) {
-    const Vec3 extent = tree.bounds.max - tree.bounds.min;
+  Tile& tile = mTiles[mTileOf[index]];
+  if (!tile.octree) {
+    const Vec3 extent = tile.bounds.max - tile.bounds.min;
     const double halfSize = std::max({extent.x, extent.y, extent.z}) / 2;
     constexpr Vec3 kOrigin{0, 0, 0};
-    tree.octree = std::make_unique<Octree>(OctreeRoot{kOrigin, halfSize > 0 ? halfSize : 1.0}.holding(tree.bounds, {}));
+    tile.octree = std::make_unique<Octree>(OctreeRoot{kOrigin, halfSize > 0 ? halfSize : 1.0}.holding(tile.bounds, {}));
   }
-  tree.octree->insert(box, std::move(item));
+  tile.octree->insert(box, std::move(item));
 }
 
 template <class T>
 template <class Use>
 bool BBoxOctree<T>::any(const Box& query, Use use) {
-  for (const Tree& tree : mTrees) {
-    if (!tree.octree || !boxesMeet(tree.bounds, query)) continue;
-    const Vec3 margin{tree.margin, tree.margin, tree.margin};
+  for (const Tile& tile : mTiles) {
+    if (!tile.octree || !boxesMeet(tile.bounds, query)) continue;
+    const Vec3 margin{tile.margin, tile.margin, tile.margin};
     const Box widened{query.min - margin, query.max + margin};
     const bool found =
-        tree.octree->any(widened, [&](const auto& record) { return boxesMeet(record.box, query) && use(record.item); });
+        tile.octree->any(widened, [&](const auto& record) { return boxesMeet(record.box, query) && use(record.item); });
     if (found) return true;
   }
   return std::ranges::any_of(mApart,

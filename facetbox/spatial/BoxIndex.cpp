@@ -1,11 +1,15 @@
 #include <facetbox/spatial/BoxIndex.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 
 namespace util {
 
 namespace {
+
+// A box is only inside a plane with the margin and the clearance that Frustum asks for.
+static_assert(kBoxMargin > kBoxRounding + Frustum::kMargin + Frustum::kClearance);
 
 struct OfBoxes {
   const ChunkedVector<Box>& boxes;
@@ -34,17 +38,18 @@ BoxTraversal traversalOf(const Frustum& volume) {
     plane.bit = 1 << i;
     const bool isPositive[3] = {normal.x > 0, normal.y > 0, normal.z > 0};
     for (std::size_t axis = 0; axis < 3; ++axis) {
-      plane.inner[axis] = kBoxBlockWidth * (isPositive[axis] ? axis : axis + 3);
-      plane.outer[axis] = kBoxBlockWidth * (isPositive[axis] ? axis + 3 : axis);
+      plane.lowest[axis] = kBoxBlockWidth * (isPositive[axis] ? axis : axis + 3);
+      plane.highest[axis] = kBoxBlockWidth * (isPositive[axis] ? axis + 3 : axis);
     }
   }
-  traversal.size = volume.size();
+  traversal.magnitude = volume.magnitude();
   return traversal;
 }
 
 }  // namespace
 
 void BoxIndex::build(const ChunkedVector<Box>& boxes) {
+  assert(boxes.size() <= BoxTraversal::kMaxBoxes);
   mBuckets.clear();
   mSize = boxes.size();
   std::vector<BoxKey> keys;
@@ -52,21 +57,21 @@ void BoxIndex::build(const ChunkedVector<Box>& boxes) {
   for (std::uint32_t i = 0; i < mSize; ++i)
     if (meetsAnything(boxes[i])) keys.push_back(BoxKey::of(i, boxes[i]));
   if (keys.empty()) return;
-  mBuckets.reserve(keys.size() / kBuilt + 2);
+  mBuckets.reserve(keys.size() / kBuiltSize + 2);
   buildBuckets(keys, boxes);
   buildTop();
 }
 
 void BoxIndex::buildBuckets(std::span<BoxKey> keys, const ChunkedVector<Box>& boxes) {
-  if (keys.size() <= kLargest) {
+  if (keys.size() <= kBucketSize) {
     mBuckets.emplace_back().tree.build(keys, OfBoxes{boxes});
     return;
   }
-  // Whole powers of eight times as many on one side, so that the tree above comes out as compact.
-  std::size_t unit = kBuilt;
+  // On one side, a multiple of kBuiltSize times a power of eight, so that the blocks above are full and compact.
+  std::size_t unit = kBuiltSize;
   while (unit * kBoxBlockWidth < keys.size()) unit *= kBoxBlockWidth;
   const std::size_t half = std::max<std::size_t>(1, (keys.size() + unit - 1) / unit / 2) * unit;
-  halve(keys, half);
+  splitAtMedian(keys, half);
   buildBuckets(keys.first(half), boxes);
   buildBuckets(keys.subspan(half), boxes);
 }
@@ -88,7 +93,7 @@ void BoxIndex::refit(const ChunkedVector<Box>& boxes) {
   if (mBuckets.size() > 1) mTop.refit(OfBounds{mBounds});
 }
 
-/// The bucket whose bounds grow least by the sum of their edges; of equal ones, the smallest.
+/// The bucket whose bounds grow least, by the sum of their edges; of equal ones, the smallest.
 std::size_t BoxIndex::bucketFor(const FloatBox& box) const {
   std::size_t best = 0;
   float bestGrowth = FloatBox::kInfinity, bestSize = FloatBox::kInfinity;
@@ -109,6 +114,7 @@ std::size_t BoxIndex::bucketFor(const FloatBox& box) const {
 }
 
 void BoxIndex::append(const ChunkedVector<Box>& boxes) {
+  assert(mSize < boxes.size() && mSize < BoxTraversal::kMaxBoxes);
   const auto number = static_cast<std::uint32_t>(mSize);
   const Box& box = boxes[number];
   ++mSize;
@@ -123,25 +129,36 @@ void BoxIndex::append(const ChunkedVector<Box>& boxes) {
   Bucket& bucket = mBuckets[chosen];
   mBounds[chosen].extend(outward);
   const std::size_t size = bucket.tree.size() + 1;
-  if (bucket.tree.hasRoom() && size <= kLargest) {
+  if (bucket.tree.hasRoom() && size <= kBucketSize) {
     bucket.tree.append(number, outward);
-    if (mBuckets.size() > 1) mTop.extend(bucket.place, outward);
-    return;
-  }
-  std::vector<BoxKey> keys;
-  keys.reserve(size);
-  for (const std::uint32_t of : bucket.tree.numbers()) __builtin_prefetch(&boxes[of]);  // they lie anywhere
-  for (const std::uint32_t of : bucket.tree.numbers()) keys.push_back(BoxKey::of(of, boxes[of]));
-  keys.push_back(BoxKey::of(number, box));
-  if (size <= kLargest) {
+  } else {
+    std::vector<BoxKey> keys = keysOf(bucket, boxes);
+    keys.push_back(BoxKey::of(number, box));
+    if (size > kBucketSize) {
+      split(chosen, keys, boxes);
+      return;
+    }
     bucket.tree.build(keys, OfBoxes{boxes});
-    if (mBuckets.size() > 1) mTop.extend(bucket.place, outward);
-    return;
   }
-  const std::span<BoxKey> all(keys);
-  halve(all, size / 2);
-  bucket.tree.build(all.first(size / 2), OfBoxes{boxes});
-  mBuckets.emplace_back().tree.build(all.subspan(size / 2), OfBoxes{boxes});
+  if (mBuckets.size() > 1) mTop.extend(bucket.place, outward);
+}
+
+/// Has room for one key more.
+std::vector<BoxKey> BoxIndex::keysOf(const Bucket& bucket, const ChunkedVector<Box>& boxes) {
+  const std::vector<std::uint32_t>& numbers = bucket.tree.numbers();
+  std::vector<BoxKey> keys;
+  keys.reserve(numbers.size() + 1);
+  for (const std::uint32_t number : numbers) __builtin_prefetch(&boxes[number]);  // they lie anywhere in memory
+  for (const std::uint32_t number : numbers) keys.push_back(BoxKey::of(number, boxes[number]));
+  return keys;
+}
+
+/// Replaces a bucket by two with these keys.
+void BoxIndex::split(std::size_t bucket, std::span<BoxKey> keys, const ChunkedVector<Box>& boxes) {
+  const std::size_t half = keys.size() / 2;
+  splitAtMedian(keys, half);
+  mBuckets[bucket].tree.build(keys.first(half), OfBoxes{boxes});
+  mBuckets.emplace_back().tree.build(keys.subspan(half), OfBoxes{boxes});
   buildTop();
 }
 
@@ -149,7 +166,7 @@ void BoxIndex::find(const Frustum& volume, Found& found, [[maybe_unused]] Instru
   found.boxes = {};
   if (mBuckets.empty()) return;
   BoxTraversal traversal = traversalOf(volume);
-  const std::size_t room = std::max(mBuckets.size(), kLargest) / kBoxBlockWidth + 1 + kBoxBlockWidth;
+  const std::size_t room = std::max(mBuckets.size(), kBucketSize) / kBoxBlockWidth + 1 + kBoxBlockWidth;
   if (found.mRoom.size() < 2 * room) found.mRoom.resize(2 * room);
   if (found.mBuckets.size() < mBuckets.size()) found.mBuckets.resize(mBuckets.size());
   if (found.mBoxes.size() < mSize) found.mBoxes.resize(mSize + mSize / 4);

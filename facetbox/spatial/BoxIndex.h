@@ -14,36 +14,35 @@
 
 namespace util {
 
-/// Finds among many boxes those that meet a view volume, without looking at all of them, while boxes are added.
+/// Frustum culling of many boxes, while more are added: a bounding volume hierarchy of two storeys.
 ///
-/// Boxes lie in buckets of some hundreds, each with a tree of bounds, and a tree of the buckets' bounds leads to these.
-/// An addition goes to the bucket that grows least. It waits in the bucket's tail; a full tail has the tree of that
-/// bucket built anew, and a full bucket is cut in two at the median, so that no addition costs much more than sorting
-/// some hundred numbers, and every part of the index is as good as one built at once, whatever the order of additions.
-/// A bucket is found by a look at the bounds of all, and the tree over them is built anew with each cut: linear, but in
-/// n / 200, and cuts are some hundred additions apart.
+/// Boxes lie in buckets of a few hundred. Each bucket has a hierarchy of its own, and one hierarchy of the buckets'
+/// bounds leads to them. An added box goes to the bucket that grows least, into its block of appended boxes. When that
+/// block is full, the bucket's hierarchy is built anew; when the bucket is full, it is split at the median. So no
+/// addition costs much more than sorting a few hundred numbers, and no order of additions makes the index worse than
+/// one built at once. Choosing a bucket looks at the bounds of all, and a split rebuilds the hierarchy above them:
+/// linear, but in n / 200, and splits are a hundred and more additions apart.
 ///
-/// Bounds are floats, rounded outward; where they leave a doubt, they say so. 40 to 60 bytes per box.
+/// Bounds are floats, rounded outward; where they leave a doubt, the result says so. 40 to 60 bytes per box.
 class BoxIndex {
  public:
-  /// False for a box that is empty on an axis, or NaN: such a one is not in the index.
+  /// False for a box that is empty on an axis, or NaN. The index leaves it out.
   static bool meetsAnything(const Box& box) {
     return box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z;
   }
 
-  /// Of all boxes, at once. O(n log n).
+  /// Indexes all boxes at once. O(n log n).
   void build(const ChunkedVector<Box>& boxes);
-  /// Adds the last of the boxes.
+  /// Adds the first box that is not indexed yet. O(n / 200), mostly.
   void append(const ChunkedVector<Box>& boxes);
-  /// All boxes have changed, but lie to each other much as before, and as many as before meet anything: the same ones.
-  /// O(n).
+  /// Takes the new places of boxes that all have moved much alike. The same ones as before must meet anything. O(n).
   void refit(const ChunkedVector<Box>& boxes);
 
-  /// Room for what is found, to be used again and again, by any index.
+  /// The result of find(), with memory that later calls for any index use again.
   struct Found {
-    /// Numbers of boxes, in no certain order, times kPlaneRange, plus a bit 1 << i for each plane i of the volume that
-    /// the box is not certain to lie inside of. One without bits meets the volume; others have to be asked themselves.
-    /// Boxes that are not listed do not meet it.
+    /// Numbers of boxes, in any order, times kPlaneRange, plus a bit 1 << i for each open plane i of the volume: one
+    /// that the box is not certain to lie inside of. A box without open planes meets the volume, one that is not listed
+    /// does not, and the others have to be tested themselves.
     std::span<const std::uint32_t> boxes;
     static constexpr std::uint32_t kPlaneRange = BoxTraversal::kPlaneRange;
 
@@ -54,24 +53,26 @@ class BoxIndex {
   void find(const Frustum& volume, Found& found, Instructions instructions = Instructions::best) const;
 
  private:
-  static constexpr std::size_t kLargest = 320;  // boxes of a bucket
-  static constexpr std::size_t kBuilt = 256;    // of those built at once, which are to have room
+  static constexpr std::size_t kBucketSize = 320;  // at most
+  static constexpr std::size_t kBuiltSize = 256;   // of a bucket that build() makes: leaves room for additions
 
   struct Bucket {
     BoxTree tree;
-    std::uint32_t place;  // in mTop
+    std::uint32_t place;  // in mTop.numbers()
   };
 
   template <class Traverse>
   std::size_t find(const BoxTraversal& traversal, Found& found, Traverse traverse) const;
+  static std::vector<BoxKey> keysOf(const Bucket& bucket, const ChunkedVector<Box>& boxes);
+  void split(std::size_t bucket, std::span<BoxKey> keys, const ChunkedVector<Box>& boxes);
   void buildBuckets(std::span<BoxKey> keys, const ChunkedVector<Box>& boxes);
   void buildTop();
   std::size_t bucketFor(const FloatBox& box) const;
 
   std::vector<Bucket> mBuckets;
   std::vector<FloatBox> mBounds;  // of the buckets
-  BoxTree mTop;                   // of the buckets' bounds; unused where there is only one
-  std::size_t mSize = 0;
+  BoxTree mTop;                   // of the buckets' bounds; unused if there is only one
+  std::size_t mSize = 0;          // boxes indexed or left out
 };
 
 }  // namespace util

@@ -23,9 +23,9 @@ void BoxSet::add(const Box& box) {
 /// Brings the index up to date.
 void BoxSet::updateIndex() {
   const std::size_t added = mBoxes.size() - mIndexed;
-  // Of as many as an eighth, sorting all at once is cheaper.
+  // If an eighth or more is new, building the index anew is cheaper.
   constexpr std::size_t kPart = 8;
-  std::unique_ptr<BoxIndex> index = std::move(mIndex);  // gone where memory ends
+  std::unique_ptr<BoxIndex> index = std::move(mIndex);  // left empty if memory runs out
   if (!index || mHasEmptinessChanged || kPart * added >= mIndexed) {
     if (!index) index = std::make_unique<BoxIndex>();
     index->build(mBoxes);
@@ -39,7 +39,7 @@ void BoxSet::updateIndex() {
   mHasEmptinessChanged = false;
 }
 
-/// Numbers times kPlaneRange, as from an index.
+/// The boxes that may meet the volume, as BoxIndex::Found has them.
 std::span<const std::uint32_t> BoxSet::find(const Frustum& volume, Scratch& scratch) {
   if (mBoxes.size() > kFew) {
     if (mIndexed != mBoxes.size() || mIsMoved || !mIndex) updateIndex();
@@ -49,7 +49,7 @@ std::span<const std::uint32_t> BoxSet::find(const Frustum& volume, Scratch& scra
   scratch.few.clear();
   for (std::uint32_t i = 0; i < mBoxes.size(); ++i) {
     const Frustum::Side side = volume.sideOf(mBoxes[i]);
-    if (side != Frustum::Side::beyond)
+    if (side != Frustum::Side::outside)
       scratch.few.push_back(kPlaneRange * i + (side == Frustum::Side::inside ? 0 : kPlaneRange - 1));
   }
   return scratch.few;
@@ -68,7 +68,7 @@ void BoxSet::rank() {
   mIsRanked = true;
 }
 
-/// Lists what was found as candidates in order.
+/// Lists what was found as candidates in order: sorts by a key of each number.
 template <class KeyOf, class CellOf>
 void BoxSet::sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> found, Scratch& scratch) {
   scratch.keyed.clear();
@@ -79,7 +79,7 @@ void BoxSet::sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> f
         {box / kPlaneRange, static_cast<std::uint16_t>(cellOf(key)), static_cast<std::uint16_t>(box % kPlaneRange)});
 }
 
-/// Likewise: marks all ranks and goes through them.
+/// Lists what was found as candidates in order: marks all ranks, and goes through the marks.
 void BoxSet::markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const {
   const std::size_t words = mBoxes.size() / 64 + 1;
   scratch.marks.assign(words, 0);
@@ -96,20 +96,8 @@ void BoxSet::markByRank(std::span<const std::uint32_t> found, Scratch& scratch) 
     }
 }
 
-std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const Frustum& volume, Scratch& scratch) {
-  using Level = Scratch::Level;
-  const OctreeRoot& root = mOrder.root();
-  scratch.levels[0] = Level{Level::Answer::unknown, 0, {root.center, root.halfSize}};
-  scratch.deepest = 0;
-  scratch.rootMargin = volume.marginFor(root.center, {root.halfSize, root.halfSize, root.halfSize});
+void BoxSet::listInOrder(std::span<const std::uint32_t> found, Scratch& scratch) const {
   scratch.candidates.clear();
-  const std::span<const std::uint32_t> found = find(volume, scratch);
-  // Ranks cost a pass over all, which is worth it once as much has been found since the last change without.
-  constexpr std::size_t kPart = 8;
-  if (!mIsRanked) {
-    mFoundUnranked += found.size();
-    if (kPart * mFoundUnranked > mBoxes.size() && mBoxes.size() > kFew) rank();
-  }
   constexpr std::size_t kSpread = 1024;  // boxes that are passed over in the time that sorting one takes
   if (!mIsRanked)
     sortBy([this](std::uint32_t number) { return mOrder[number].key(); }, OctreeOrder::Place::cellOf, found, scratch);
@@ -118,57 +106,90 @@ std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const Frustum& volume, S
            [this](std::uint64_t rank) { return mRanks->cells[rank]; }, found, scratch);
   else
     markByRank(found, scratch);
+}
+
+/// Ranks cost a pass over all boxes. That pays once an eighth as many have been found and sorted without them.
+void BoxSet::rankIfItPays(std::size_t found) {
+  if (mIsRanked) return;
+  constexpr std::size_t kPart = 8;
+  mFoundUnranked += found;
+  if (kPart * mFoundUnranked > mBoxes.size() && mBoxes.size() > kFew) rank();
+}
+
+std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const Frustum& volume, Scratch& scratch) {
+  startPath(volume, scratch);
+  const std::span<const std::uint32_t> found = find(volume, scratch);
+  rankIfItPays(found.size());
+  listInOrder(found, scratch);
   return scratch.candidates;
 }
 
-/// Whether the cubes of a cell and of all those above it meet the volume.
-bool BoxSet::cellMeets(std::uint32_t cell, const Frustum& volume, Scratch& scratch) {
-  using Level = Scratch::Level;
-  using Answer = Level::Answer;
+namespace {
+
+Vec3 halfOf(const OctreeRoot::Cube& cube) { return {cube.halfSize, cube.halfSize, cube.halfSize}; }
+
+}  // namespace
+
+void BoxSet::startPath(const Frustum& volume, Scratch& scratch) const {
+  const OctreeRoot& root = mOrder.root();
+  const OctreeRoot::Cube cube{root.center, root.halfSize};
+  scratch.levels[0] = Scratch::Level{Scratch::Level::Answer::unknown, 0, cube};
+  scratch.deepest = 0;
+  scratch.rootMargin = volume.marginFor(cube.center, halfOf(cube));
+}
+
+/// Moves the path to a cell, or to the first cell on the way there that is known not to meet the volume.
+inline void BoxSet::moveTo(std::uint32_t cell, Scratch& scratch) {
+  using Answer = Scratch::Level::Answer;
   auto& levels = scratch.levels;
   std::size_t& at = scratch.deepest;
   while (cell < levels[at].cell || cell >= levels[at].cell + OctreeRoot::kCells[at]) --at;
   while (cell != levels[at].cell && levels[at].answer != Answer::no) {
-    const Level& above = levels[at];
+    const Scratch::Level& above = levels[at];
     const std::uint32_t cells = OctreeRoot::kCells[at + 1], code = (cell - above.cell - 1) / cells;
     levels[at + 1] = {Answer::unknown, above.cell + 1 + code * cells, above.cube.child(code)};
     ++at;
   }
-  const auto halfOf = [](const Level& level) {
-    return Vec3{level.cube.halfSize, level.cube.halfSize, level.cube.halfSize};
-  };
-  const std::span path(levels.data(), at + 1);
-  if (path.back().answer != Answer::unknown) return path.back().answer == Answer::yes;
+}
+
+/// Whether the cubes of a cell and of all cells above it meet the volume.
+bool BoxSet::cellMeets(std::uint32_t cell, const Frustum& volume, Scratch& scratch) {
+  using Level = Scratch::Level;
+  using Answer = Level::Answer;
+  moveTo(cell, scratch);
+  const std::span path(scratch.levels.data(), scratch.deepest + 1);
+  Level& last = path.back();
+  if (last.answer != Answer::unknown) return last.answer == Answer::yes;
   // A point of the surface that is clearly in this cube is in those above as well.
-  const bool isAboveKnown = at > 0 && path[at - 1].answer == Answer::yes;
-  if (!isAboveKnown && volume.certainlyTouches(path.back().cube.center, halfOf(path.back()), scratch.rootMargin)) {
+  const bool isAboveKnown = path.size() > 1 && path[path.size() - 2].answer == Answer::yes;
+  if (!isAboveKnown && volume.findsSurfaceIn(last.cube.center, halfOf(last.cube), scratch.rootMargin)) {
     for (Level& level : path) level.answer = Answer::yes;
     return true;
   }
   for (Level& level : path) {
     if (level.answer == Answer::unknown)
-      level.answer = volume.meets(level.cube.center, halfOf(level)) ? Answer::yes : Answer::no;
+      level.answer = volume.meets(level.cube.center, halfOf(level.cube)) ? Answer::yes : Answer::no;
     if (level.answer == Answer::no) {
-      at = static_cast<std::size_t>(&level - path.data());
+      scratch.deepest = static_cast<std::size_t>(&level - path.data());
       return false;
     }
   }
   return true;
 }
 
-/// Whether a point of the surface is clearly in the box, and so in the cubes of its cell and of all cells above: these
-/// are around each box that the root holds.
-bool BoxSet::certainlyMeets(const Candidate& candidate, const Frustum& volume, const Scratch& scratch) const {
+/// Whether a single plane is open, and a point of its face is clearly in the box. The cubes of the box's cell and of
+/// all cells above hold the box, if the root does, and so that point.
+bool BoxSet::crossesOneFace(const Candidate& candidate, const Frustum& volume, const Scratch& scratch) const {
   if ((candidate.open & (candidate.open - 1)) != 0) return false;
   const Box& box = mBoxes[candidate.number];
   const Vec3 half = (box.max - box.min) / 2;
   const auto face = static_cast<std::size_t>(std::countr_zero(candidate.open));
-  return volume.certainlyCrosses(face, box.min + half, half, scratch.rootMargin) && mOrder.root().holds(box);
+  return volume.findsFaceIn(face, box.min + half, half, scratch.rootMargin) && mOrder.root().holds(box);
 }
 
 bool BoxSet::meets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) const {
   if (!candidate.isInside()) {
-    if (certainlyMeets(candidate, volume, scratch)) return true;
+    if (crossesOneFace(candidate, volume, scratch)) return true;
     if (!volume.meets(mBoxes[candidate.number])) return false;
   }
   return cellMeets(candidate.cell, volume, scratch);

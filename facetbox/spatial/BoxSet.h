@@ -15,16 +15,16 @@
 
 namespace util {
 
-/// Boxes, known by the numbers 0, 1 and so on of their addition, of which view volumes find some.
+/// Boxes that are found by view volumes (frustum culling), in the order of an octree. Boxes are numbered 0, 1 and so on
+/// as they are added.
 ///
-/// The order of what is found is part of the contract: that of an octree of five levels, see OctreeOrder. The octree's
-/// cubes have a say as well: a box is found only where the cubes of its cell and of all cells above it meet the volume.
-///
-/// Few boxes are all looked at. More of them have an index, made by the first query; boxes that are added join it with
-/// the next query, and where all have moved, it takes their new places.
+/// The answer is that of an octree of five levels, see OctreeOrder: its order, and its culling of whole cells. A box is
+/// found only if the cubes of its cell and of all cells above it meet the volume, too. What finds it is a bounding
+/// volume hierarchy, see BoxIndex. The first query makes it, later ones add what is new, or take what has moved. A set
+/// of few boxes has no hierarchy: each box is tested.
 class BoxSet {
  public:
-  /// @param halfSize  of the octree's root, at first and again after moveAll()
+  /// @param halfSize  of the octree's root, at first and after each moveAll(); above 0
   explicit BoxSet(double halfSize) : mOrder(halfSize) {}
 
   std::size_t size() const { return mBoxes.size(); }
@@ -39,7 +39,7 @@ class BoxSet {
   void moveAll(Move move) {
     mOrder.moveAll(mBoxes, [&](std::uint32_t number) {
       const Box box = move(number);
-      // One that does not meet anything any more must leave the index, and one that now does must join it.
+      // A box that has become empty must leave the index, and one that no longer is must join it.
       mHasEmptinessChanged =
           mHasEmptinessChanged || BoxIndex::meetsAnything(box) != BoxIndex::meetsAnything(mBoxes[number]);
       return box;
@@ -52,44 +52,44 @@ class BoxSet {
   struct Candidate {
     std::uint32_t number;
     std::uint16_t cell;  ///< of the octree
-    std::uint16_t open;  ///< bits of the planes of the volume that its box is not certain to lie inside of
+    std::uint16_t open;  ///< bits of the volume's planes that the box is not certain to lie inside of
     bool isInside() const { return open == 0; }
   };
 
-  /// What queries work with. One may serve any number of sets in turn.
+  /// The memory of queries. One serves any number of sets in turn.
   class Scratch {
     friend BoxSet;
 
     struct Keyed {
       std::uint64_t key;
-      std::uint32_t box;  // as it was found
+      std::uint32_t box;  // as BoxIndex::Found has it
     };
 
     BoxIndex::Found found;
-    std::vector<std::uint32_t> few;    // what was found without an index
-    std::vector<Keyed> keyed;          // what was found, to be sorted
-    std::vector<std::uint64_t> marks;  // bits by rank
-    std::vector<std::uint8_t> open;    // by rank, of those marked
+    std::vector<std::uint32_t> few;    // found without an index
+    std::vector<Keyed> keyed;          // found, to be sorted
+    std::vector<std::uint64_t> marks;  // a bit per rank: found
+    std::vector<std::uint8_t> open;    // per rank, if found
     std::vector<Candidate> candidates;
 
-    /// The cells from the root to the one asked last: candidates come by depth first, so that each is asked once.
+    /// The path from the root to the last cell tested. Candidates come depth-first, so that each cell is tested once.
     struct Level {
       enum class Answer : unsigned char { unknown, yes, no } answer;
       std::uint32_t cell;
       OctreeRoot::Cube cube;
     };
     std::array<Level, OctreeRoot::kLevels> levels;
-    std::size_t deepest = 0;
-    double rootMargin = 0;
+    std::size_t deepest = 0;  // level of the last cell
+    double rootMargin = 0;    // Frustum::marginFor() the root's cube
   };
 
-  /// The boxes that may meet the volume, in order. A box that is empty on an axis meets nothing. All are doubtful: the
-  /// caller, who may have a cheaper reason to pass over one, asks meets() for what is left. About O(found + around the
-  /// volume's surface). Valid until the next query.
+  /// The boxes that may meet the volume, in order. The caller, who may have a cheaper test to drop some, passes the
+  /// rest to meets(). A box that is empty on an axis meets nothing. About O(boxes found + boxes at the volume's
+  /// surface). Valid until the next query.
   std::span<const Candidate> queryFrustum(const Frustum& volume, Scratch& scratch);
-  /// Whether a candidate of the last query, which was for this volume, meets it. Ask in the order of the candidates.
+  /// Whether a candidate of the last query meets its volume. Call it in the order of the candidates.
   bool meets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) const;
-  /// Has fetched what meets() will look at.
+  /// Fetches what meets() will look at.
   void prefetch(const Candidate& candidate) const {
     if (candidate.isInside()) return;
     const Box& box = mBoxes[candidate.number];
@@ -100,32 +100,36 @@ class BoxSet {
  private:
   static constexpr std::size_t kFew = 16;
 
-  /// The boxes' places in the order. Cells besides, although the order has them: candidates come by rank, so that
-  /// these are read one after the other.
+  /// The ranks of all boxes in the octree's order.
   struct Ranks {
-    std::vector<std::uint32_t> numbers, ofNumber;
-    std::vector<std::uint16_t> cells;
+    std::vector<std::uint32_t> numbers;   // by rank
+    std::vector<std::uint32_t> ofNumber;  // ranks, by number
+    std::vector<std::uint16_t> cells;     // by rank: a copy that is read in order
   };
 
+  void startPath(const Frustum& volume, Scratch& scratch) const;
   std::span<const std::uint32_t> find(const Frustum& volume, Scratch& scratch);
+  void listInOrder(std::span<const std::uint32_t> found, Scratch& scratch) const;
   void updateIndex();
+  void rankIfItPays(std::size_t found);
   void rank();
   template <class KeyOf, class CellOf>
   static void sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> found, Scratch& scratch);
   void markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const;
-  bool certainlyMeets(const Candidate& candidate, const Frustum& volume, const Scratch& scratch) const;
+  bool crossesOneFace(const Candidate& candidate, const Frustum& volume, const Scratch& scratch) const;
   static bool cellMeets(std::uint32_t cell, const Frustum& volume, Scratch& scratch);
+  static void moveTo(std::uint32_t cell, Scratch& scratch);
 
   ChunkedVector<Box> mBoxes;
   OctreeOrder mOrder;
   std::unique_ptr<BoxIndex> mIndex;   // of the first boxes
   std::size_t mIndexed = 0;           // how many
   bool mIsMoved = false;              // since they were indexed
-  bool mHasEmptinessChanged = false;  // of one of them, when they moved
+  bool mHasEmptinessChanged = false;  // one has become empty as it moved, or no longer is
 
-  std::unique_ptr<Ranks> mRanks;  // made when enough was found without
-  bool mIsRanked = false;         // whether they are up to date
-  std::size_t mFoundUnranked = 0;
+  std::unique_ptr<Ranks> mRanks;   // see rankIfItPays()
+  bool mIsRanked = false;          // whether they are up to date
+  std::size_t mFoundUnranked = 0;  // boxes found since the last change
 };
 
 }  // namespace util

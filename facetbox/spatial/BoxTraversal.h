@@ -3,26 +3,28 @@
 #include <cstddef>
 #include <cstdint>
 
-// The traversal of a view volume through the bounds of many boxes. Written once and compiled once per instruction set;
-// nothing in here may call an inline function of a library, since the linker would be free to keep the copy that an
-// older processor cannot run.
+// Frustum culling in a bounding volume hierarchy: the traversal of its nodes by the planes of a view volume, eight
+// boxes at a time, in floats.
+//
+// Written once and compiled once per instruction set. Nothing in here may call an inline function of a library: the
+// linker could keep the copy that an older processor cannot run.
 
 namespace util {
 
 inline constexpr std::size_t kBoxBlockWidth = 8;
 
-/// The bounds of eight neighbours of the level below, or of eight boxes.
+/// A node: the bounds of its eight children, which are nodes of the level below, or boxes.
 struct alignas(32) BoxBlock {
   float bounds[6][kBoxBlockWidth];  // minima in x, y, z, then maxima
-  float size;                       // the largest coordinate by absolute value; at least that of all boxes within
-  std::uint32_t count;
+  float magnitude;                  // the largest coordinate by absolute value
+  std::uint32_t count;              // of children
 };
 
-/// A tree of blocks as it lies in memory: level by level, complete but for the end of each.
+/// A hierarchy as it lies in memory: level by level, each complete but for its end.
 struct BoxBlocks {
   const BoxBlock* blocks;
-  const std::uint32_t* levels;  // where each begins in the blocks, that of the boxes first
-  const std::uint32_t* order;   // numbers of the boxes, in the order of the lowest level; at most 6e7
+  const std::uint32_t* levels;  // where each begins in the blocks; the level of the boxes first
+  const std::uint32_t* order;   // numbers of the boxes, below BoxTraversal::kMaxBoxes, in the order of the lowest level
   std::size_t count;            // of boxes
 };
 
@@ -30,43 +32,49 @@ struct BoxBlocks {
 struct BoxTraversal {
   struct Plane {
     float x, y, z;    // of the normal
-    float low, high;  // below low is inside, above high nothing
+    float low, high;  // a box is inside where all of it is below low, and outside where all of it is above high
     std::int32_t bit;
-    // Rows of the bounds that are the farthest inside and outside, as numbers of floats from the first.
-    std::size_t inner[3], outer[3];
+    // The corner of a box that lies lowest along the normal, and the one that lies highest: for each axis, the offset
+    // of its row in BoxBlock::bounds, in floats.
+    std::size_t lowest[3], highest[3];
   };
 
   static constexpr std::uint32_t kAllPlanes = 63;
   static constexpr std::uint32_t kPlaneRange = kAllPlanes + 1;
+  /// Numbers from here on do not fit 32 bits with the bits of the planes.
+  static constexpr std::uint32_t kMaxBoxes = 0xFFFFFFFFu / kPlaneRange;
 
   Plane planes[6];
-  double size;             // of the volume; infinite where no conclusions must be drawn from the planes
+  double magnitude;        // of the volume, as Frustum has it
   std::uint32_t* room[2];  // each for as many as the lowest level has blocks, and one block more
 };
 
-/// Goes down from the only block of a level.
-/// @param open   bits of the planes that the block is not known to be inside of
-/// @param found  gets the numbers of the boxes that are not beyond a plane, times kPlaneRange and with the bits of the
-///               planes that they are not well inside of; has room for all
-/// @return how many
-/// For processors with AVX2, and for any.
+/// Traverses the hierarchy from the only block of a level. A plane is open for a box that is not known to lie inside
+/// it.
+/// @param open   bits of the planes that are open for the block
+/// @param found  receives the numbers of the boxes that are not outside a plane, times kPlaneRange, plus the bits of
+///               their open planes; has room for all boxes
+/// @return the number of boxes found
+/// The first needs a processor with AVX2.
 std::size_t traverseBoxesAvx2(const BoxTraversal& traversal, const BoxBlocks& tree, std::size_t level,
                               std::uint32_t open, std::uint32_t* found);
 std::size_t traverseBoxesBase(const BoxTraversal& traversal, const BoxBlocks& tree, std::size_t level,
                               std::uint32_t open, std::uint32_t* found);
 
-// Rounding: a coordinate of a normal, of at most 1, is off by 2^-25 and a product and a sum by half an ulp each; so
-// the sum of three is off by less than 3 (2^-25 + 3 2^-24) M, M being the largest coordinate there is, and the bound
-// of a plane by 2^-24 sqrt(3) M, twice where it meets its margin: less than 8.4e-7 M. With the volume's own margin of
-// 4.8e-7 M that makes less than 1.4e-6 M, and with the 7.7e-6 M that a box clear of a plane lies below it, less than
-// 1e-5.
+// Rounding to floats, relative to the largest coordinate M of volume and boxes. A coordinate of a normal, at most 1, is
+// off by 2^-25, and a product and a sum by half an ulp each, so that the sum of three is off by 3 (2^-25 + 3 2^-24) M.
+// The height of a plane is off by 2^-24 sqrt(3) M, and again where its margin is added.
+inline constexpr double kBoxRounding = 3 * (0x1p-25 + 3 * 0x1p-24) + 2 * 0x1p-24 * 1.7321;
+// Besides, a box is only inside a plane if Frustum says so with its own margin, and by the clearance that it asks for.
+// BoxIndex.cpp checks the sum.
 inline constexpr double kBoxMargin = 1e-5;
-// Keeps margins clear of underflow, and squares of overflow.
-inline constexpr double kSmallestSize = 1e-25, kLargestSize = 1e25;
+static_assert(kBoxMargin > kBoxRounding);
+// Between these magnitudes, no margin is denormal and no sum overflows, in floats.
+inline constexpr double kSmallestBoxMagnitude = 1e-25, kLargestBoxMagnitude = 1e25;
 
 namespace {
 
-/// Vector operations of some lanes at a time, in the compiler's vector types.
+/// Operations on vectors of a few lanes, in the compiler's vector types.
 template <std::size_t kLanes>
 struct BoxLanes {
   static constexpr std::size_t kCount = kLanes;
@@ -78,35 +86,34 @@ struct BoxLanes {
     __builtin_memcpy(&loaded, values, sizeof loaded);
     return loaded;
   }
-  /// Of the corners of some boxes that the rows name: how high they are above a plane through the origin.
+  /// The heights of one corner of some boxes along a plane's normal.
   static Floats heights(const BoxTraversal::Plane& plane, const float* bounds, const std::size_t rows[3]) {
     return plane.x * load(bounds + rows[0]) + plane.y * load(bounds + rows[1]) + plane.z * load(bounds + rows[2]);
   }
 };
 
-/// What is found out about the boxes of a block.
+/// The sides of the planes on which the boxes of a block lie.
 struct BlockSides {
-  unsigned met = 0;                     // bits of the boxes that are not beyond a plane
-  std::int32_t open[kBoxBlockWidth]{};  // bits of the planes that a box is not known to be inside of
+  unsigned met = 0;                     // bits of the boxes that are not outside a plane
+  std::int32_t open[kBoxBlockWidth]{};  // per box: bits of its open planes
 };
 
 /// @tparam Lanes  BoxLanes, and  static unsigned bits(Ints), one per lane of a comparison's result
-/// @param open  bits of the planes that the block is not known to be inside of
+/// @param open  bits of the planes that are open for the block
 template <class Lanes>
 BlockSides sidesOf(const BoxTraversal& traversal, const BoxBlock& block, unsigned open) {
   using Floats = typename Lanes::Floats;
   using Ints = typename Lanes::Ints;
   constexpr unsigned kAll = (1u << Lanes::kCount) - 1;
-  const double size = traversal.size + static_cast<double>(block.size);
-  const Floats margin =
-      Floats{} +
-      (size >= kSmallestSize && size <= kLargestSize ? static_cast<float>(kBoxMargin * size) : __builtin_inff());
+  const double magnitude = traversal.magnitude + static_cast<double>(block.magnitude);
+  const bool isInRange = magnitude >= kSmallestBoxMagnitude && magnitude <= kLargestBoxMagnitude;
+  const Floats margin = Floats{} + (isInRange ? static_cast<float>(kBoxMargin * magnitude) : __builtin_inff());
   BlockSides sides;
   for (std::size_t from = 0; from < kBoxBlockWidth; from += Lanes::kCount) {
     const float* bounds = block.bounds[0] + from;
     Ints apart{};
     for (const BoxTraversal::Plane& plane : traversal.planes)
-      apart |= Lanes::heights(plane, bounds, plane.inner) > plane.high + margin;
+      apart |= Lanes::heights(plane, bounds, plane.lowest) > plane.high + margin;
     const unsigned met = ~Lanes::bits(apart) & ((1u << block.count) - 1) >> from & kAll;
     if (met == 0) continue;
     sides.met |= met << from;
@@ -114,21 +121,20 @@ BlockSides sidesOf(const BoxTraversal& traversal, const BoxBlock& block, unsigne
     Ints opened{};
     for (unsigned rest = open; rest != 0; rest &= rest - 1) {
       const BoxTraversal::Plane& plane = traversal.planes[__builtin_ctz(rest)];
-      opened |= ~(Lanes::heights(plane, bounds, plane.outer) < plane.low - margin) & plane.bit;
+      opened |= ~(Lanes::heights(plane, bounds, plane.highest) < plane.low - margin) & plane.bit;
     }
     __builtin_memcpy(sides.open + from, &opened, sizeof opened);
   }
   return sides;
 }
 
-/// Level by level: what is to be done for the blocks of one level does not depend on one another, and the processor
-/// may work on several.
+/// Breadth-first: the blocks of one level do not depend on each other, so that the processor works on several at once.
 template <class Lanes>
 std::size_t traverseBoxes(const BoxTraversal& traversal, const BoxBlocks& tree, std::size_t level, std::uint32_t open,
                           std::uint32_t* const found) {
   constexpr std::uint32_t kRange = BoxTraversal::kPlaneRange;
   std::uint32_t* end = found;
-  // Numbers of blocks, times kRange and with their open planes.
+  // Numbers of blocks within their level, times kRange, plus the bits of their open planes.
   std::uint32_t *list = traversal.room[0], *next = traversal.room[1];
   std::size_t listed = 1;
   for (list[0] = open; listed != 0; --level) {
@@ -145,7 +151,7 @@ std::size_t traverseBoxes(const BoxTraversal& traversal, const BoxBlocks& tree, 
         } else if (opened != 0) {
           next[following++] = static_cast<std::uint32_t>(kRange * place) + opened;
         } else {
-          // All boxes within are inside.
+          // All boxes below are inside.
           const std::size_t first = place << (3 * level), past = (place + 1) << (3 * level);
           for (std::size_t k = first; k < past && k < tree.count; ++k) *end++ = kRange * tree.order[k];
         }

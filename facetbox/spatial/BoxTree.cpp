@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cmath>
 
 namespace util {
@@ -21,7 +22,7 @@ float roundedDown(double value) {
 }
 float roundedUp(double value) { return -roundedDown(-value); }
 
-/// A box that goes from one infinity to the other has its middle at 0.
+/// 0 for a box that goes from one infinity to the other.
 template <class Real>
 float middleOf(Real min, Real max) {
   const Real sum = min / 2 + max / 2;
@@ -51,7 +52,7 @@ BoxKey BoxKey::of(std::uint32_t number, const FloatBox& box) {
           number};
 }
 
-void halve(std::span<BoxKey> keys, std::size_t half) {
+void splitAtMedian(std::span<BoxKey> keys, std::size_t half) {
   float extents[3];
   for (int axis = 0; axis < 3; ++axis) {
     float min = kInfinity, max = -kInfinity;
@@ -66,19 +67,19 @@ void halve(std::span<BoxKey> keys, std::size_t half) {
                            [axis](const BoxKey& key) { return key.middle[axis]; });
 }
 
-/// Orders the keys so that each run of a power of eight that a block stands for is a compact one.
+/// Orders the keys so that the boxes below each block, of any level, lie close together.
 void BoxTree::arrange(std::span<BoxKey> keys) {
   if (keys.size() <= kWidth) return;
   std::size_t unit = kWidth;
   while (unit * kWidth < keys.size()) unit *= kWidth;
   const std::size_t half = (keys.size() + unit - 1) / unit / 2 * unit;
-  halve(keys, half);
+  splitAtMedian(keys, half);
   arrange(keys.first(half));
   arrange(keys.subspan(half));
 }
 
-/// Makes room for blocks of what was built, and one to append to.
-void BoxTree::layOut() {
+/// Makes room for the blocks of all levels, and one to append to.
+void BoxTree::allocateBlocks() {
   mLevels.clear();
   std::size_t blocks = 0, count = mBuilt;
   while (count != 0) {
@@ -91,29 +92,41 @@ void BoxTree::layOut() {
   mBlocks.resize(blocks + 1);
 }
 
-/// Sets or enlarges a box of a block.
-void BoxTree::put(BoxBlock& block, std::size_t lane, const FloatBox& box) {
+/// Makes a child of a block, or enlarges it.
+void BoxTree::enlarge(BoxBlock& block, std::size_t lane, const FloatBox& box) {
   const bool isNew = lane >= block.count;
   for (std::size_t axis = 0; axis < 3; ++axis) {
     float &min = block.bounds[axis][lane], &max = block.bounds[axis + 3][lane];
     min = isNew ? box.min[axis] : std::min(min, box.min[axis]);
     max = isNew ? box.max[axis] : std::max(max, box.max[axis]);
-    block.size = std::max({block.size, std::fabs(min), std::fabs(max)});
+    block.magnitude = std::max({block.magnitude, std::fabs(min), std::fabs(max)});
   }
   if (isNew) block.count = static_cast<std::uint32_t>(lane + 1);
 }
 
+FloatBox BoxTree::boundsOf(const BoxBlock& block) {
+  FloatBox bounds;
+  for (std::size_t lane = 0; lane < block.count; ++lane)
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      bounds.min[axis] = std::min(bounds.min[axis], block.bounds[axis][lane]);
+      bounds.max[axis] = std::max(bounds.max[axis], block.bounds[axis + 3][lane]);
+    }
+  return bounds;
+}
+
 void BoxTree::append(std::uint32_t number, const FloatBox& box) {
+  assert(hasRoom());
   mOrder.push_back(number);
   mBounds.extend(box);
-  put(mBlocks.back(), mOrder.size() - 1 - mBuilt, box);
+  enlarge(mBlocks.back(), mOrder.size() - 1 - mBuilt, box);
 }
 
 void BoxTree::extend(std::size_t place, const FloatBox& box) {
+  assert(place < mBuilt);
   mBounds.extend(box);
   for (std::size_t level = 0; level + 1 < mLevels.size(); ++level) {
     const std::size_t block = place / kWidth;
-    put(mBlocks[mLevels[level] + block], place % kWidth, box);
+    enlarge(mBlocks[mLevels[level] + block], place % kWidth, box);
     place = block;
   }
 }

@@ -23,7 +23,7 @@ struct FloatBox {
   void extend(const FloatBox& box);
 };
 
-/// A box's number and middle; the latter for comparisons only.
+/// The number of a box, and its middle, which is only good for comparisons.
 struct BoxKey {
   float middle[3];
   std::uint32_t number;
@@ -32,11 +32,11 @@ struct BoxKey {
   static BoxKey of(std::uint32_t number, const FloatBox& box);
 };
 
-/// Splits keys at the median along the axis along which they spread most; `half` of them come first.
-void halve(std::span<BoxKey> keys, std::size_t half);
+/// Puts the `half` lowest keys first, along the axis on which all spread the most.
+void splitAtMedian(std::span<BoxKey> keys, std::size_t half);
 
-/// A tree of bounds over boxes, eight children to a node, halved at the median again and again; and up to eight boxes
-/// more that were appended.
+/// A bounding volume hierarchy of boxes, eight children per node, built by median splits; and a block of up to eight
+/// boxes that were appended later.
 class BoxTree {
  public:
   static constexpr std::size_t kWidth = kBoxBlockWidth;
@@ -45,33 +45,36 @@ class BoxTree {
   const std::vector<std::uint32_t>& numbers() const { return mOrder; }
   const FloatBox& bounds() const { return mBounds; }
 
-  /// O(n log n). `boxOf(number)` is a FloatBox, and `boxOf.prefetch(number)` has what it needs fetched.
+  /// O(n log n).
+  /// @tparam BoxOf  boxOf(number) returns a FloatBox; boxOf.prefetch(number) fetches what that will need
   template <class BoxOf>
   void build(std::span<BoxKey> keys, const BoxOf& boxOf);
-  /// Takes the boxes as they are now, and leaves the tree in its shape. O(n).
+  /// Takes the boxes as they are now, and keeps the shape of the hierarchy. O(n).
   template <class BoxOf>
   void refit(const BoxOf& boxOf);
 
-  /// Whether append() may be called.
+  /// Whether append() may be called: its block is not full.
   bool hasRoom() const { return mOrder.size() - mBuilt < kWidth; }
   void append(std::uint32_t number, const FloatBox& box);
-  /// Makes the box at a place in numbers() larger; not one that was appended.
+  /// Enlarges the box at a place in numbers(), but not one that was appended.
   void extend(std::size_t place, const FloatBox& box);
 
-  /// @tparam Traverse  as traverseBoxesBase()
-  /// @return number of those found
+  /// Frustum culling: see traverseBoxesBase(), which `traverse` is like.
+  /// @param open  bits of the planes that are open for this hierarchy as a whole
+  /// @return the number of boxes found
   template <class Traverse>
   std::size_t find(const BoxTraversal& traversal, std::uint32_t open, std::uint32_t* found, Traverse traverse) const;
 
  private:
   static void arrange(std::span<BoxKey> keys);
-  void layOut();
-  void put(BoxBlock& block, std::size_t lane, const FloatBox& box);
+  void allocateBlocks();
+  static void enlarge(BoxBlock& block, std::size_t lane, const FloatBox& box);
+  static FloatBox boundsOf(const BoxBlock& block);
 
-  std::vector<std::uint32_t> mOrder;   // of the leaves; then of the boxes appended
-  std::vector<BoxBlock> mBlocks;       // level by level, that of the boxes first; then the one of those appended
-  std::vector<std::uint32_t> mLevels;  // where each starts, in mBlocks; then the end
-  std::size_t mBuilt = 0;              // boxes that are not appended
+  std::vector<std::uint32_t> mOrder;   // numbers of the boxes, in the order of the leaves; appended ones last
+  std::vector<BoxBlock> mBlocks;       // level by level, the level of the boxes first; the block of appended boxes last
+  std::vector<std::uint32_t> mLevels;  // where each begins in mBlocks; then the end
+  std::size_t mBuilt = 0;              // number of boxes that were not appended
   FloatBox mBounds;
 };
 
@@ -82,7 +85,7 @@ void BoxTree::build(std::span<BoxKey> keys, const BoxOf& boxOf) {
   mOrder.reserve(keys.size() + kWidth);
   for (const BoxKey& key : keys) mOrder.push_back(key.number);
   mBuilt = mOrder.size();
-  layOut();
+  allocateBlocks();
   refit(boxOf);
 }
 
@@ -90,28 +93,18 @@ template <class BoxOf>
 void BoxTree::refit(const BoxOf& boxOf) {
   for (BoxBlock& block : mBlocks) block = BoxBlock{};
   mBounds = FloatBox{};
-  constexpr std::size_t kAhead = 24;  // for they lie anywhere
+  constexpr std::size_t kAhead = 24;  // boxes lie anywhere in memory
   for (std::size_t place = 0; place < mOrder.size(); ++place) {
     if (place + kAhead < mOrder.size()) boxOf.prefetch(mOrder[place + kAhead]);
     const FloatBox box = boxOf(mOrder[place]);
     const bool isAppended = place >= mBuilt;
-    put(isAppended ? mBlocks.back() : mBlocks[place / kWidth], (isAppended ? place - mBuilt : place) % kWidth, box);
+    enlarge(isAppended ? mBlocks.back() : mBlocks[place / kWidth], (isAppended ? place - mBuilt : place) % kWidth, box);
     mBounds.extend(box);
   }
   for (std::size_t level = 1; level + 1 < mLevels.size(); ++level)
     for (std::uint32_t below = mLevels[level - 1]; below < mLevels[level]; ++below) {
-      const BoxBlock& child = mBlocks[below];
-      FloatBox box;
-      for (std::size_t lane = 0; lane < child.count; ++lane) {
-        FloatBox of;
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-          of.min[axis] = child.bounds[axis][lane];
-          of.max[axis] = child.bounds[axis + 3][lane];
-        }
-        box.extend(of);
-      }
       const std::size_t place = below - mLevels[level - 1];
-      put(mBlocks[mLevels[level] + place / kWidth], place % kWidth, box);
+      enlarge(mBlocks[mLevels[level] + place / kWidth], place % kWidth, boundsOf(mBlocks[below]));
     }
 }
 

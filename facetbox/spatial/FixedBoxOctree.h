@@ -11,9 +11,9 @@
 
 namespace util {
 
-/// Items with boxes in the cells of an octree of five levels. Each is stored once, in its cell.
+/// An octree of five levels and a fixed root (OctreeRoot). Each item is stored once, with its box, in the box's cell.
 ///
-/// Cells come in an array whose pages are made when they are first written to: a tree of one item takes some kilobytes,
+/// The array of cells is made page by page, as they are first written to: an octree of one item takes a few kilobytes,
 /// not the whole array.
 template <class T>
 class FixedBoxOctree {
@@ -25,7 +25,7 @@ class FixedBoxOctree {
 
   explicit FixedBoxOctree(const OctreeRoot& root) : mRoot(root) {}
 
-  /// A box beyond the root is stored in the cell that its position selects, where any() may miss it.
+  /// any() may miss a box that the root does not hold.
   void insert(const Box& box, T item) {
     const std::uint32_t cell = mRoot.cellOf(box);
     std::uint32_t at = 0;
@@ -37,9 +37,9 @@ class FixedBoxOctree {
     touch(cell).push_back({box, std::move(item)});
   }
 
-  /// Calls `use(record)` for the records of the cells whose cubes, and those of all cells above, share a point with
-  /// `box`, until it returns true: cells by depth first, the records of a cell in order of insertion. Cubes are
-  /// computed in rounded arithmetic: widen the box a little where touching must count.
+  /// Calls `use(record)` until it returns true, for all records of the cells whose cubes share a point with `box`, as
+  /// do those of all cells above: cells depth-first, the records of a cell in order of insertion. Their own boxes are
+  /// not compared. Cubes are rounded: widen the box a little if touching must count.
   /// @return whether it did
   template <class Use>
   bool any(const Box& box, Use use) const {
@@ -56,7 +56,7 @@ class FixedBoxOctree {
     if (!records) records = std::make_unique<Records>();
     return *records;
   }
-  /// Null where neither the cell nor one below it holds anything.
+  /// Null if neither the cell nor one below it holds anything.
   const Records* find(std::uint32_t cell) const {
     const std::unique_ptr<Page>& page = mPages[cell / kPageSize];
     return page ? (*page)[cell % kPageSize].get() : nullptr;

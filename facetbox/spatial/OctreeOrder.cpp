@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <numeric>
 
 namespace util {
@@ -34,9 +35,9 @@ std::vector<std::uint32_t> OctreeOrder::numbers() const {
   return sorted;
 }
 
-/// By cell, and those of a cell as they come.
+/// Sorts by cell, and keeps the order within a cell.
 void OctreeOrder::sort(std::span<const std::uint32_t> numbers, std::uint32_t* sorted) const {
-  if (numbers.size() < 256) {  // fewer than it takes to go through all cells
+  if (numbers.size() < 256) {  // too few for a pass over all cells to pay
     std::ranges::copy(numbers, sorted);
     std::stable_sort(sorted, sorted + numbers.size(),
                      [&](std::uint32_t a, std::uint32_t b) { return mPlaces[a].cell < mPlaces[b].cell; });
@@ -48,13 +49,14 @@ void OctreeOrder::sort(std::span<const std::uint32_t> numbers, std::uint32_t* so
   for (const std::uint32_t number : numbers) sorted[next[mPlaces[number].cell]++] = number;
 }
 
-/// Inserts these boxes, of the given turns, into another root.
+/// Inserts these boxes, which come in the order of their turns, into another root.
 void OctreeOrder::grow(const OctreeRoot& root, std::span<std::uint32_t> numbers, std::uint32_t* scratch,
                        const ChunkedVector<Box>& boxes) {
+  assert(numbers.size() <= mPlaces.size() && mPlaces.size() == boxes.size());
   sort(numbers, scratch);
   std::copy_n(scratch, numbers.size(), numbers.begin());
   mRoot = root;
-  if (numbers.size() == mPlaces.size()) {  // in the order of memory, then
+  if (numbers.size() == mPlaces.size()) {  // all: in the order of memory
     for (std::size_t number = 0; number < numbers.size(); ++number) mPlaces[number].cell = cellOf(boxes[number]);
     return;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -11,21 +12,24 @@
 
 namespace util {
 
-/// The order in which an octree would list boxes: cells by depth first, and the boxes of a cell in order of insertion.
+/// The order in which an octree lists its boxes: cells depth-first, and the boxes of a cell in order of insertion.
 ///
-/// The root grows with what is added. It is then placed around the middle of the union of all boxes, its size doubled
-/// as often as needed, and all boxes are inserted anew in the order that they had. Boxes are known by the numbers 0, 1
-/// and so on of their addition, which they keep. No tree is kept, only each box's cell and its turn of insertion.
+/// A linear octree: there are no nodes, only the cell of each box and its turn of insertion. Boxes are numbered 0, 1
+/// and so on as they are added, and keep their numbers.
+///
+/// The root grows when a box does not fit, see OctreeRoot::holding(). All boxes are then inserted anew, in the order
+/// that they had.
 class OctreeOrder {
  public:
-  /// @param halfSize  of the root's edges, at first and again when boxes are moved; above 0
-  explicit OctreeOrder(double halfSize) : mFirstHalfSize(halfSize), mRoot{{0, 0, 0}, halfSize} {}
+  /// @param halfSize  of the root, at first and after each moveAll(); above 0
+  explicit OctreeOrder(double halfSize) : mFirstHalfSize(halfSize), mRoot{{0, 0, 0}, halfSize} { assert(halfSize > 0); }
 
   struct Place {
     std::uint32_t turn;
     std::uint16_t cell;
+    static_assert(OctreeRoot::kCells[0] <= 0x10000);
 
-    /// Grows along the order.
+    /// Ascends along the order.
     std::uint64_t key() const { return std::uint64_t{cell} << 32 | turn; }
     static std::uint16_t cellOf(std::uint64_t key) { return static_cast<std::uint16_t>(key >> 32); }
   };
@@ -34,16 +38,16 @@ class OctreeOrder {
   std::size_t size() const { return mPlaces.size(); }
   const Place& operator[](std::size_t number) const { return mPlaces[number]; }
 
-  /// Adds the box that comes after the others; `boxes` are those that were added before. O(1), or O(n) where the root
-  /// has to grow. Boxes that reach beyond 1e300 do not move the root. Throws, or does all that it should.
+  /// Adds a box; `boxes` are those that were added before. O(1), or O(n) if the root has to grow. A box that reaches
+  /// beyond 1e300 leaves the root as it is. Changes nothing if it throws.
   void add(const Box& box, const ChunkedVector<Box>& boxes);
 
   /// All numbers in order. O(n).
   std::vector<std::uint32_t> numbers() const;
 
-  /// Sets all `boxes[number] = move(number)`, by number; begins anew with a root of the first size, and adds all boxes
-  /// again, in the order that they had. O(n) besides for each time that the root grows. Throws before anything is
-  /// moved, or does all that it should.
+  /// Sets all `boxes[number] = move(number)`, begins anew with a root of the first size, and inserts all boxes again,
+  /// in the order that they had. O(n), and again for each time that the root grows. Throws before it calls `move`,
+  /// which may not throw, or not at all.
   template <class Move>
   void moveAll(ChunkedVector<Box>& boxes, Move move);
 

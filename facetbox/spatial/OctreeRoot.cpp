@@ -7,7 +7,7 @@
 namespace util {
 
 std::uint32_t OctreeRoot::cellOf(const Box& box) const {
-  // Low is asked first. Two steps for all three axes: nothing here can be predicted.
+  // Low goes before high. No branches per axis: they could not be predicted.
   Vec3 c = center;
   double h = halfSize;
   std::uint32_t cell = 0;
@@ -33,7 +33,7 @@ bool OctreeRoot::hasPlace(const Box& box) {
 }
 
 bool isSame(const OctreeRoot& a, const OctreeRoot& b) {
-  // A NaN is no place to stay in.
+  // NaN is the same as NaN, so that a root which cannot change is not seen as changed each time.
   const auto isSameNumber = [](double x, double y) { return x == y || (x != x && y != y); };
   return a.halfSize == b.halfSize && isSameNumber(a.center.x, b.center.x) && isSameNumber(a.center.y, b.center.y) &&
          isSameNumber(a.center.z, b.center.z);

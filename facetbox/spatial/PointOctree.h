@@ -10,24 +10,24 @@
 
 namespace util {
 
-/// Finds, among the points stored so far, the lowest-numbered one within a fixed distance of a point.
+/// An octree of points, for near neighbors: finds the lowest-numbered stored point within a fixed distance of a point.
 ///
-/// A linear octree: only leaves that hold something exist, in a hash table of slots. A point is stored in every leaf
-/// that comes within the distance of it (one to eight), so that a search looks at a single leaf. Leaves begin about as
-/// wide as points are apart on a surface; where a leaf gets crowded, all leaves are made smaller, three times at most,
-/// down to two and a half times the distance. When only points that are farther than the distance from all stored ones
-/// get stored, a leaf then holds a bounded number of them, however crowded the place is.
+/// A linear octree: only the leaves that hold something exist, in a hash table of slots. A point is stored in all
+/// leaves within the distance, one to eight, so that a search looks at a single leaf. Leaves are first about as wide as
+/// points on a surface are apart. When one gets crowded, all are made smaller, at most three times, down to two and a
+/// half times the distance. If all stored points are farther apart than the distance, such a leaf holds a bounded
+/// number.
 ///
-/// Exact: finds what comparing with every stored point would find, for all coordinates and distances.
+/// Exact: it finds what a comparison with every stored point finds, for all coordinates and distances.
 class PointOctree {
  public:
   static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 
-  /// @param points    all points that may ever be stored, addressed by number; must outlive the octree
+  /// @param points    all points that may be stored or searched for, by number; must outlive the octree
   /// @param distance  its sign is ignored
   PointOctree(std::span<const Vec3> points, double distance);
 
-  /// Stores a point. Numbers must come in ascending order. Amortised O(1).
+  /// Stores a point. Numbers must come in ascending order. Amortized O(1).
   /// @param slot  slotOfPoint(number)
   void insert(std::uint32_t number, std::uint32_t slot);
 
@@ -50,8 +50,7 @@ class PointOctree {
     return kNone;
   }
 
-  /// Ask for the memory that a later search of the slot is going to need; each builds on what the one before it, some
-  /// searches ago, has brought.
+  /// Fetch what a later search of the slot will need, in three steps: each needs what the one before it has fetched.
   void prefetchSlot(std::uint32_t slot) const { __builtin_prefetch(&mSlots[slot]); }
   void prefetchEntry(std::uint32_t slot) const {
     if (mSlots[slot] != kNone) __builtin_prefetch(&mEntries[mSlots[slot]]);
@@ -61,7 +60,7 @@ class PointOctree {
   }
 
  private:
-  /// From this leaf number on, neighbouring doubles are more than twice the reach apart: points within it are equal in
+  /// From this leaf number on, neighboring doubles are more than twice the reach apart: points within it are equal in
   /// the coordinate.
   static constexpr double kLastLeaf = 0x1p53;
 
@@ -77,7 +76,7 @@ class PointOctree {
   std::int64_t leafIndex(double coordinate) const {
     // Half a leaf off, so that the usual round coordinates lie inside a leaf and not between two.
     const double leaf = coordinate * mLeavesPerUnit + 0.5;
-    // NaN takes this way as well. Adding zero makes the two zeros one.
+    // Also for NaN. Adding zero makes both zeros the same.
     if (!(std::fabs(leaf) < kLastLeaf)) return std::bit_cast<std::int64_t>(coordinate + 0.0);
     // Rounded down.
     const auto truncated = static_cast<std::int64_t>(leaf);

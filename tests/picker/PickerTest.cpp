@@ -38,7 +38,7 @@ struct PickerTest : testing::Test {
   Ids all(std::size_t handle) { return picked(*picker, handle, front, false); }
 };
 
-TEST_F(PickerTest, answersAsTheSlowTwinDoesOnRandomScenes) {
+TEST_F(PickerTest, answersAsAPlainPickerDoesOnRandomScenes) {
   std::size_t found = 0, hits = 0;
   for (unsigned seed = 0; seed < 20; ++seed) {
     SCOPED_TRACE(seed);
@@ -106,8 +106,8 @@ TEST_F(PickerTest, answersAsTheSlowTwinDoesOnRandomScenes) {
   EXPECT_GT(hits, 2000u);
 }
 
-// As the header has it for small models: the direction is scaled up, and the distance is in its lengths.
-TEST_F(PickerTest, aSmallModelIsHitWhereADirectionScaledUpSays) {
+// The header's advice for small models: scale the direction up, and multiply the distance by as much.
+TEST_F(PickerTest, aLongDirectionHitsASmallModel) {
   const std::size_t handle = picker->createHandle();
   Matrix small = shifted(0, 0, 0);
   for (const std::size_t i : {0, 5, 10}) small[i] = 1e-4;  // a cube from -1e-4 to 1e-4
@@ -121,8 +121,8 @@ TEST_F(PickerTest, aSmallModelIsHitWhereADirectionScaledUpSays) {
   EXPECT_NEAR(origin[2] - answer.mDistance * scale, 1e-4f, 1e-9f);  // the point hit
 }
 
-// Between two rays, everything that a ray keeps of an object has to follow it.
-TEST_F(PickerTest, raysAndVolumesFollowWhatIsRelocated) {
+// Cubes one behind the other, seen along z, and moved to the right and towards the eye.
+TEST_F(PickerTest, raysAndViewVolumesFollowARelocation) {
   const std::size_t handle = picker->createHandle();
   for (std::uint32_t id = 0; id < 40; ++id)
     picker->addEntry(handle, id, {&meshes.cube()}, shifted(0, 0, -4.0 * id).data());
@@ -165,20 +165,20 @@ TEST_F(PickerTest, aHandleLeadsToItsPickerAndStartsWithIt) {
   EXPECT_EQ(record[1], 2u);
 }
 
-TEST_F(PickerTest, raysFollowAnObjectThatIsMoved) {
+// A ray prepares the object for later ones: that must not outlast a relocation.
+TEST_F(PickerTest, laterRaysFollowARelocation) {
   const support::Surface grid = support::gridOf(9, 9, [](unsigned, unsigned) { return false; });
   const util::Mesh mesh = support::meshOf(grid.mPoints, grid.mFaces);
   const std::size_t handle = picker->createHandle();
   picker->addEntry(handle, 1, {&mesh}, shifted(0, 0, 0).data());
   for (const float x : {4.5f, 24.5f, 44.5f}) {
-    // What rays have in common is kept from the second one on.
     for (int ray = 0; ray < 3; ++ray)
       EXPECT_EQ(rayPicked(*picker, handle, 1, {x, 4.25f, 10}, {0, 0, -1}).mDistance, 10);
     picker->relocate(handle, 20, 0, 0);
   }
 }
 
-TEST_F(PickerTest, aBufferTooSmallIsLeftAloneAndTheCountNegated) {
+TEST_F(PickerTest, aBufferThatIsTooSmallIsUntouchedAndTheCountNegative) {
   const std::size_t handle = picker->createHandle();
   for (const std::uint32_t id : {7u, 8u, 9u}) picker->addEntry(handle, id, {&meshes.cube()}, shifted(0, 0, 0).data());
   std::array<std::uint32_t, 4> ids{1, 1, 1, 1};
@@ -192,9 +192,9 @@ TEST_F(PickerTest, aBufferTooSmallIsLeftAloneAndTheCountNegated) {
   EXPECT_THAT(ids, ElementsAre(7, 8, 9, 1));
 }
 
-// Corners of boxes lie some ulps on either side of the view volume's planes, in a place that the octree finds well
-// within the volume of the corners: there the clip planes are first to judge.
-TEST_F(PickerTest, objectsWithinUlpsOfTheClipPlanesAreJudgedByTheirVertices) {
+// Objects are moved until one corner lies within some ulps of a clip plane. The volume of the corners is much larger,
+// so that ClipPlanes looks first: it has to leave these to the test of all vertices.
+TEST_F(PickerTest, objectsWithinUlpsOfAClipPlaneAreTestedByTheirVertices) {
   std::mt19937 random(1);
   const std::array<float, 24> corners = support::viewOf(support::ortho(90)).mCorners;
   const auto number = [&](double low, double high) {
@@ -237,9 +237,8 @@ TEST_F(PickerTest, objectsWithinUlpsOfTheClipPlanesAreJudgedByTheirVertices) {
   EXPECT_LT(found, 2 * kRounds - kRounds / 10);
 }
 
-// A NaN that did not matter to its place spreads when an object is moved; the others, many and all in view, are found
-// as a whole.
-TEST_F(PickerTest, anObjectThatIsNowhereAfterAMoveIsInNoVolume) {
+// A relocation multiplies matrices, and spreads a NaN that no query has looked at before.
+TEST_F(PickerTest, anObjectWhoseMatrixBecomesNanIsInNoVolume) {
   PlainPicker plain;
   const std::size_t handle = picker->createHandle();
   for (std::uint32_t id = 0; id < 40; ++id) {
@@ -255,8 +254,8 @@ TEST_F(PickerTest, anObjectThatIsNowhereAfterAMoveIsInNoVolume) {
   EXPECT_THAT(all(handle), testing::Not(testing::Contains(5)));
 }
 
-// Infinity times 0 is no number, also where the world box knows of neither.
-TEST_F(PickerTest, aProductOfMatricesThatOverflowsIsNoPlaceInView) {
+// The large element meets no coordinate but 0: the box in the world is finite, the product with the view is not.
+TEST_F(PickerTest, anOverflowInTheProductOfMatricesIsNotInView) {
   const float points[] = {0, 0, 0, 0, 0, 1, 0, 0.01f, 0};
   const std::uint32_t corners[] = {0, 1, 2};
   const std::int32_t count = 3;
@@ -271,7 +270,7 @@ TEST_F(PickerTest, aProductOfMatricesThatOverflowsIsNoPlaceInView) {
   EXPECT_EQ(picked(*picker, handle, front, true), plain.pickFrustum(front.mCorners, front.mMatrix, true));
 }
 
-TEST_F(PickerTest, aHandleDisposedOfInTheBatchFindsNothingAndTakesNothing) {
+TEST_F(PickerTest, changesOfADisposedHandleDoNothing) {
   const std::size_t handle = picker->createHandle(), other = picker->createHandle();
   picker->addEntry(handle, 1, {&meshes.cube()}, shifted(0, 0, 0).data());
   picker->dispose(handle);
@@ -283,7 +282,7 @@ TEST_F(PickerTest, aHandleDisposedOfInTheBatchFindsNothingAndTakesNothing) {
   EXPECT_THAT(all(other), ElementsAre(3));
 }
 
-TEST_F(PickerTest, whatCannotBeTriangulatedOrIsNullQueuesNothing) {
+TEST_F(PickerTest, anInvalidMeshOrMatrixQueuesNothing) {
   const std::size_t handle = picker->createHandle();
   const util::Mesh tangled = support::tangledStar();
   EXPECT_THAT(
@@ -297,7 +296,7 @@ TEST_F(PickerTest, whatCannotBeTriangulatedOrIsNullQueuesNothing) {
   EXPECT_THAT(all(handle), ElementsAre());
 }
 
-TEST(Frustum, cornersProjectOntoTheCubeCounterClockwiseFromOutside) {
+TEST(ViewVolumeCorners, projectOntoTheCubeCounterClockwiseFromOutside) {
   std::mt19937 random(2);
   for (int round = 0; round < 200; ++round) {
     Matrix matrix = support::randomViewProjection(random, 10);
@@ -332,46 +331,20 @@ TEST(Frustum, cornersProjectOntoTheCubeCounterClockwiseFromOutside) {
   EXPECT_THAT(corners, testing::Each(0.0f));
 }
 
-/// A window of a camera that stands far out: the matrix, and a point in it, in parts of its depth and of its picture.
+/// The view projection of a small window of a camera that may stand far from the origin.
 struct FarView {
   explicit FarView(std::mt19937_64& random) {
     const auto part = [&] { return std::generate_canonical<double, 53>(random); };
     const double near = std::pow(10, -3 * part()), far = near * std::pow(10, 0.5 + 4 * part());
     const double across = std::pow(2000, part()) / 4000, up = part() < 0.5 ? across : std::pow(2000, part()) / 4000;
     const bool isFlat = part() < 0.3, isReversed = part() < 0.2;
-    Matrix projection{1 / across,
-                      0,
-                      0,
-                      0,
-                      0,
-                      1 / up,
-                      0,
-                      0,
-                      0,
-                      0,
-                      (far + near) / (near - far),
-                      -1,
-                      0,
-                      0,
-                      2 * far * near / (near - far),
-                      0};
-    if (isFlat)
-      projection = {0.01 / across,
-                    0,
-                    0,
-                    0,
-                    0,
-                    0.01 / up,
-                    0,
-                    0,
-                    0,
-                    0,
-                    -2 / (far - near),
-                    0,
-                    0,
-                    0,
-                    -(far + near) / (far - near),
-                    1};
+    Matrix projection{};
+    projection[0] = (isFlat ? 0.01 : 1) / across;
+    projection[5] = (isFlat ? 0.01 : 1) / up;
+    projection[10] = isFlat ? -2 / (far - near) : (far + near) / (near - far);
+    projection[11] = isFlat ? 0 : -1;
+    projection[14] = isFlat ? -(far + near) / (far - near) : 2 * far * near / (near - far);
+    projection[15] = isFlat ? 1 : 0;
     if (isReversed)
       for (const std::size_t i : {10, 14}) projection[i] = -projection[i];
     const auto turn = [&](std::size_t a, std::size_t b) {
@@ -395,8 +368,8 @@ struct FarView {
   std::array<float, 16> mMatrix{};
 };
 
-// The twin of the corners is the matrix: what it maps into the cube is in view.
-TEST(Frustum, encloseWhatTheMatrixShowsHoweverFarOutAndThin) {
+// What the matrix maps into the cube is in view, and has to meet the volume of the corners.
+TEST(ViewVolumeCorners, encloseWhatTheMatrixShowsHoweverFarOutAndThin) {
   std::mt19937_64 random(5);
   const auto part = [&] { return std::generate_canonical<double, 53>(random); };
   std::size_t asked = 0, without = 0;

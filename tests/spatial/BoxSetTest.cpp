@@ -37,7 +37,7 @@ Box randomBox(std::mt19937& random, int reach, int size) {
   return {min, min + point(0, size)};
 }
 
-/// A set and its slow twin.
+/// A set, and the slow octree that it is compared with.
 struct Both {
   explicit Both(double halfSize) : set(halfSize), first(halfSize), plain(halfSize) {}
 
@@ -84,7 +84,7 @@ struct Both {
   PlainOctree plain;
 };
 
-/// Boxes and pyramids cut off, on the grid or turned; now and then corners without any sense.
+/// Boxes and truncated pyramids, on the grid or turned; now and then corners that span no volume.
 std::array<Vec3, 8> randomVolume(std::mt19937& random, int reach) {
   const auto point = [&](int r) {
     const double x = pick(random, -r, r), y = pick(random, -r, r), z = pick(random, -r, r);
@@ -131,7 +131,7 @@ std::array<Vec3, 8> randomVolume(std::mt19937& random, int reach) {
   return corners;
 }
 
-TEST(BoxSet, findsInAViewVolumeWhatTheWrittenOutTestFindsInItsOrder) {
+TEST(BoxSet, findsWhatTheFormulaFindsInTheOrderOfTheOctree) {
   std::size_t found = 0;
   for (unsigned seed = 0; seed < 60; ++seed) {
     SCOPED_TRACE(seed);
@@ -168,8 +168,8 @@ TEST(BoxSet, findsInAViewVolumeWhatTheWrittenOutTestFindsInItsOrder) {
   EXPECT_GT(found, 10000u);
 }
 
-// What streams in is in order or in heaps, all in one place, or grows outward from the first.
-TEST(BoxSet, keepsTheOrderAndFindsAllWhileThousandsStreamIn) {
+// They stream in sorted, in heaps, at random, all in one place, or outward from the first.
+TEST(BoxSet, keepsTheOrderAndFindsAllWhileBoxesStreamIn) {
   for (int kind = 0; kind < 5; ++kind) {
     SCOPED_TRACE(kind);
     std::mt19937 random(static_cast<unsigned>(kind));
@@ -195,7 +195,7 @@ TEST(BoxSet, keepsTheOrderAndFindsAllWhileThousandsStreamIn) {
   }
 }
 
-TEST(BoxIndex, saysOnlyWhatIsCertainAndTheSameWithAnyInstructions) {
+TEST(BoxIndex, decidesOnlyWhatIsCertainAndTheSameWithAnyInstructions) {
   std::size_t inside = 0, doubtful = 0;
   for (unsigned seed = 0; seed < 200; ++seed) {
     SCOPED_TRACE(seed);
@@ -240,8 +240,8 @@ TEST(BoxIndex, saysOnlyWhatIsCertainAndTheSameWithAnyInstructions) {
   EXPECT_GT(std::min(inside, doubtful), 1000u);
 }
 
-// Whatever rounding makes of a box that all but touches the volume, the shortcuts have to find what the written-out
-// test finds: boxes are tuned until they touch a face, an edge or a corner to within some ulps.
+// Boxes are moved until they touch a face, an edge or a corner of the volume to within some ulps. There, all shortcuts
+// have to agree with the formula, whatever rounding makes of it.
 TEST(BoxSet, findsBoxesThatTouchWithinRounding) {
   std::size_t touching = 0, apart = 0;
   for (unsigned seed = 0; seed < 400; ++seed) {
@@ -249,7 +249,7 @@ TEST(BoxSet, findsBoxesThatTouchWithinRounding) {
     std::mt19937_64 random(seed);
     std::uniform_real_distribution<double> unit(-1, 1);
     const auto point = [&] { return Vec3{unit(random), unit(random), unit(random)}; };
-    // Thin ones, turned, and away from the origin by a good deal of what floats can tell.
+    // Thin volumes, turned, some of them far from the origin.
     const Vec3 back = point() / 0.5, across = cross(back, point()), up = cross(back, across);
     const double width = std::exp2(-6 * std::fabs(unit(random))), far = 1 + std::fabs(unit(random));
     const Vec3 offset = (seed % 3 == 0 ? 100 : seed % 3) * point();
@@ -262,7 +262,7 @@ TEST(BoxSet, findsBoxesThatTouchWithinRounding) {
     Both both(10);
     constexpr std::size_t kFaces[6][3] = {{0, 1, 2}, {4, 7, 6}, {0, 3, 7}, {1, 5, 6}, {2, 6, 7}, {0, 4, 5}};
     for (int i = 0; i < 40; ++i) {
-      // A box beside a point of a face, an edge or a corner, on the side from which it just does not reach in.
+      // A box outside, beside a point of a face, an edge or a corner.
       const auto& face = kFaces[random() % 6];
       const double u = i % 3 == 0 ? 0 : std::fabs(unit(random)), v = i % 3 != 2 ? 0 : (1 - u) * std::fabs(unit(random));
       const Vec3 &a = corners[face[0]], &b = corners[face[1]], &c = corners[face[2]];
@@ -290,7 +290,7 @@ TEST(BoxSet, findsBoxesThatTouchWithinRounding) {
   EXPECT_GT(std::min(touching, apart), 5000u);
 }
 
-TEST(OctreeRoot, sendsABoxFlatOnTheMidplaneLowAndKeepsOneThatStraddlesIt) {
+TEST(OctreeRoot, aFlatBoxOnAMidplaneGoesLowAndOneThatStraddlesItStays) {
   const util::OctreeRoot root{{0, 0, 0}, 10};
   EXPECT_EQ(root.cellOf({{-1, 5, 5}, {1, 6, 6}}), 0u);
   EXPECT_EQ(root.cellOf({{0, -5, -5}, {0, 5, -5}}), 0u);
@@ -307,9 +307,9 @@ TEST(OctreeRoot, growsByDoublingAroundTheMiddleOfAll) {
   EXPECT_EQ(set.order().root().halfSize, 40);
 }
 
-TEST(OctreeRoot, staysWhereABoxHasNoPlace) {
+TEST(OctreeRoot, ignoresBoxesThatReachTooFar) {
   Box box;
-  box.max.y = INFINITY;  // and empty on the others
+  box.max.y = INFINITY;  // empty on the other axes
   for (const Box& bad : {box, Box{{-INFINITY, 0, 0}, {INFINITY, 1, 1}}, Box{{NAN, 0, 0}, {1, 1, 1}},
                          Box{{0, 0, 1.7e308}, {1, 1, 1.7e308}}}) {
     BoxSet set(10);
@@ -326,7 +326,7 @@ TEST(BBoxOctree, findsWhatALinearSearchFinds) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     const int count = seed % 2 == 0 ? 4000 : 300;
-    // Fractions without an end in binary, so that cells have rounded places; far off the origin, or all but flat.
+    // Scales that make the places of cells round; far from the origin, or very small.
     const double scale = std::array{0.1, 1e-300, 1e290, 1.0 / 3}[seed % 4];
     const Vec3 offset = seed % 3 == 0 ? Vec3{1e6 * scale, -3e6 * scale, 0} : Vec3{0, 0, 0};
     std::vector<Box> boxes;
