@@ -2,7 +2,7 @@
 
 #include <bit>
 
-#include <tests/support/Meshes.h>
+#include <tests/support/PolygonFormulas.h>
 
 namespace {
 
@@ -13,38 +13,13 @@ bool same(double a, double b) {
   return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b) || (std::isnan(a) && std::isnan(b));
 }
 
-double areaSlowly(const std::vector<Vec3>& vertices, const Indices& corners, const Vec3& normal) {
-  const std::size_t n = corners.size();
-  if (n < 3) return 0.0;
-  const double nx = std::abs(normal.x), ny = std::abs(normal.y), nz = std::abs(normal.z);
-  double Vec3::*a = &Vec3::x, Vec3::*b = &Vec3::y, Vec3::*divisor = &Vec3::z;
-  if (nx > ny && nx > nz)
-    a = &Vec3::y, b = &Vec3::z, divisor = &Vec3::x;
-  else if (nx <= ny && ny > nz)
-    a = &Vec3::z, b = &Vec3::x, divisor = &Vec3::y;
-  const auto at = [&](std::size_t i) { return vertices[corners[i % n]]; };
-  double sum = 0.0;
-  for (std::size_t i = 1; i <= n; ++i) sum += at(i).*a * (at(i + 1).*b - at(i - 1).*b);
-  return std::abs(0.5 * sum * (1.0 / normal.*divisor));
-}
-
-bool normalSlowly(const std::vector<Vec3>& vertices, const Indices& corners, Vec3& normal) {
-  Vec3 sum{0, 0, 0};
-  for (std::size_t i = 1; i + 1 < corners.size(); ++i) {
-    const Vec3& o = vertices[corners[0]];
-    sum = sum + cross(vertices[corners[i]] - o, vertices[corners[i + 1]] - o);
-  }
-  const bool hasArea = length(sum) > 1e-25;
-  normal = hasArea ? sum / length(sum) : Vec3{0.0, 1.0, 0.0};
-  return hasArea;
-}
-
 void expectLikeTheFormulas(const std::vector<Vec3>& vertices, const Indices& corners, const Vec3& stored) {
-  Vec3 normal, expected;
-  EXPECT_EQ(util::computeFaceNormal(vertices, corners, normal), normalSlowly(vertices, corners, expected));
+  Vec3 normal;
+  EXPECT_EQ(util::computeFaceNormal(vertices, corners, normal), hasNormal(vertices, corners));
+  const Vec3 expected = normalOf(vertices, corners);
   EXPECT_TRUE(same(normal.x, expected.x) && same(normal.y, expected.y) && same(normal.z, expected.z));
   for (const Vec3& n : {normal, stored})
-    EXPECT_TRUE(same(util::computePolygonArea(vertices, corners, n), areaSlowly(vertices, corners, n)))
+    EXPECT_TRUE(same(util::computePolygonArea(vertices, corners, n), areaOf(vertices, corners, n)))
         << n.x << ' ' << n.y << ' ' << n.z;
 }
 

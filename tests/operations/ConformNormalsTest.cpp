@@ -1,6 +1,5 @@
 #include <facetbox/operations/ConformNormals.h>
 
-#include <facetbox/mesh/PolygonArea.h>
 #include <tests/support/PlainMesh.h>
 
 namespace {
@@ -80,10 +79,9 @@ void conformSlowly(PlainMesh& mesh, const Matrix& m) {
     double sum = 0.0;
     for (const std::uint32_t f : piece) {
       if (outerOf.contains(f)) continue;
-      Vec3 normal;
-      util::computeFaceNormal(points, mesh.mFaces[f].mCorners, normal);
-      const double term = util::computePolygonArea(points, mesh.mFaces[f].mCorners, normal) *
-                          dot(normal, points[mesh.mFaces[f].mCorners[0]] - reference);
+      const Vec3 normal = normalOf(points, mesh.mFaces[f].mCorners);
+      const double term =
+          areaOf(points, mesh.mFaces[f].mCorners, normal) * dot(normal, points[mesh.mFaces[f].mCorners[0]] - reference);
       sum += states[f] == 2 ? -term : term;
     }
     for (const std::uint32_t f : piece) {
@@ -175,15 +173,37 @@ TEST(ConformNormals, closedPiecesEndWithPositiveVolumeWhereverTheyAreAndASecondR
   }
 }
 
-TEST(ConformNormals, singleFlatFaceLooksUpAndAHoleLargerThanItsFaceDoesNotCount) {
-  const std::vector<Vec3> points = {{0, 0, 0}, {0, 0, 1}, {1, 0, 1}, {-9, 0, -9}, {-9, 0, 9}, {9, 0, 9}};
-  const Faces faces{{0, 1, 2}, {5, 4, 3}};
-  for (const Indices& holes : {Indices{}, Indices{0, 1, kEnd}})
-    for (const Faces& given : {faces, Faces{flipped(faces[0]), flipped(faces[1])}}) {
+//   0---1---2 --> x
+//   |   |   |           A floor seen from above (y). The left square looks down; the right one runs their common edge
+//   3---4---5           in the same direction, so looks up. Both are to look up.
+//   |
+//   z
+TEST(ConformNormals, neighboursOfAFloorAllLookUp) {
+  Mesh mesh = meshOf({{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {0, 0, 1}, {1, 0, 1}, {2, 0, 1}}, {{0, 1, 4, 3}, {1, 4, 5, 2}});
+  util::conformNormals(mesh, kIdentity.data());
+  EXPECT_EQ(facesOf(mesh), (Faces{{1, 0, 3, 4}, {1, 4, 5, 2}}));
+  for (const std::size_t face : {0, 1}) EXPECT_EQ(mesh.storage().mFaces.normal(face), (Vec3{0, 1, 0}));
+}
+
+//   0-------------3 --> x
+//   |   4-----7   |     Seen from above, as two faces and as a face with a hole, which is to look down and up like
+//   |   |     |   |     the face that it perforates, however large it is.
+//   |   5-----6   |
+//   1-------------2
+//   z
+TEST(ConformNormals, aHoleIsTurnedWithItsFace) {
+  const std::vector<Vec3> points{{0, 0, 0}, {0, 0, 9}, {9, 0, 9}, {9, 0, 0},
+                                 {2, 0, 2}, {2, 0, 5}, {5, 0, 5}, {5, 0, 2}};
+  const Faces up{{0, 1, 2, 3}, {4, 5, 6, 7}};
+  for (const Indices& holes : {Indices{}, {0, 1, kEnd}, {1, 0, kEnd}})
+    for (const Faces& given : {up, Faces{flipped(up[0]), flipped(up[1])}, Faces{up[0], flipped(up[1])}}) {
       Mesh mesh = meshOf(points, given, holes);
       util::conformNormals(mesh, kIdentity.data());
-      EXPECT_EQ(facesOf(mesh)[0], faces[0]);
-      EXPECT_EQ(mesh.storage().mFaces.normal(1).y, holes.empty() ? 1 : -1);
+      // Without a link both look up by themselves; else the outer face does, and the hole keeps its sense beside it.
+      const bool wereAlike = holes.empty() || given[1] == (given[0] == up[0] ? up[1] : flipped(up[1]));
+      const std::size_t outer = holes.empty() ? 0 : holes[0];
+      EXPECT_EQ(mesh.storage().mFaces.normal(outer).y, 1);
+      EXPECT_EQ(mesh.storage().mFaces.normal(1 - outer).y, wereAlike ? 1 : -1);
     }
 }
 

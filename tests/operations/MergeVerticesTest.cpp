@@ -1,6 +1,5 @@
 #include <facetbox/operations/MergeVertices.h>
 
-#include <facetbox/mesh/PolygonArea.h>
 #include <facetbox/util/RuntimeErrorST.h>
 #include <tests/support/PlainMesh.h>
 
@@ -90,8 +89,7 @@ class SlowGroups {
         if (merged.empty() || merged.back() != seedOf(v)) merged.push_back(seedOf(v));
       while (merged.size() > 1 && merged.front() == merged.back()) merged.pop_back();
       if (merged.size() < 3) continue;
-      Vec3 normal;
-      util::computeFaceNormal(mMesh.mVertices, merged, normal);
+      const Vec3 normal = normalOf(mMesh.mVertices, merged);
       if (std::set(merged.begin(), merged.end()).size() == merged.size() && !(dot(normal, face.mNormal) <= 0.0))
         continue;
       for (const std::uint32_t v : face.mCorners)
@@ -113,7 +111,7 @@ std::uint64_t mergeSlowly(PlainMesh& mesh, double tolerance) {
     for (std::uint32_t& v : face.mCorners) v = groups.seedOf(v);
   sanitizeFaces(mesh);
   removeUnusedVertices(mesh);
-  for (PlainFace& face : mesh.mFaces) util::computeFaceNormal(mesh.mVertices, face.mCorners, face.mNormal);
+  for (PlainFace& face : mesh.mFaces) face.mNormal = normalOf(mesh.mVertices, face.mCorners);
   return merged;
 }
 
@@ -125,6 +123,25 @@ std::uint64_t expectLikeTwin(const Mesh& mesh, double tolerance) {
   EXPECT_EQ(util::mergeVertices(merged, tolerance), expected);
   expectSame(merged, twin);
   return expected;
+}
+
+//   3---2 7---6          3---2---5
+//   |   | |   |   ==>    |   |   |
+//   0---1 4---5          0---1---4
+TEST(MergeVertices, weldsTwoSquaresAlongTheirSide) {
+  Mesh mesh = meshOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {1.01, 0, 0}, {2, 0, 0}, {2, 1, 0}, {1.01, 1, 0}},
+                     {{0, 1, 2, 3}, {4, 5, 6, 7}});
+  EXPECT_EQ(util::mergeVertices(mesh, 0.02), 2u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}, {1, 4, 5, 2}}));
+}
+
+//  4-------.-------3
+//   \     / \     /      0, 1 and 2 are 0.07 apart, one after the other; only 1 is within 0.1 of 0.
+//     0---1---2
+TEST(MergeVertices, aVertexIsHeldAgainstTheFirstOfItsGroup) {
+  Mesh mesh = meshOf({{0, 0, 0}, {0.07, 0, 0}, {0.14, 0, 0}, {3, 3, 0}, {-3, 3, 0}}, {{0, 3, 4}, {1, 3, 4}, {2, 3, 4}});
+  EXPECT_EQ(util::mergeVertices(mesh, 0.1), 1u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 2, 3}, {0, 2, 3}, {1, 2, 3}}));
 }
 
 TEST(MergeVertices, equalsTheSlowTwinOnRandomGrids) {
@@ -239,7 +256,10 @@ TEST(MergeVertices, findsPairsWhoseDistanceRoundsDownToTheTolerance) {
 }
 
 TEST(MergeVertices, guardsAgainstTurnedFacesOnlyAbove015) {
-  // Welding 1 to 0 turns the thin triangle 1, 2, 3 over.
+  //       3
+  //       |          Welding 1 to 0 turns the thin triangle 1, 3, 2 over.
+  //       2
+  // 4---0   1
   const std::vector<Vec3> points{{0, 0, 0}, {0.14, 0, 0}, {0.07, 1, 0}, {0.0699, 5, 0}, {-5, 0, 0}};
   for (const auto& [tolerance, merged] : {std::pair(0.15, 1u), std::pair(0.15000001, 0u)})
     EXPECT_EQ(expectLikeTwin(meshOf(points, {{1, 3, 2}, {0, 2, 4}}), tolerance), merged);

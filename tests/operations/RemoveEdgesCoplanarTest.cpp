@@ -2,7 +2,6 @@
 
 #include <facetbox/mesh/HoleAssignment.h>
 #include <facetbox/mesh/Maintenance.h>
-#include <facetbox/mesh/PolygonArea.h>
 #include <facetbox/operations/FaceRegions.h>
 #include <tests/support/PlainCoplanar.h>
 
@@ -10,6 +9,36 @@ namespace {
 
 using namespace support;
 using util::removeEdgesCoplanar;
+
+//   12--13--14--15
+//   |   |   |   |      Eight squares around an opening become one face with a hole, which runs against it.
+//   8---9---10--11
+//   |   |   |   |      The corners on straight lines stay: taking them out is another operation.
+//   4---5---6---7
+//   |   |   |   |
+//   0---1---2---3
+TEST(RemoveEdgesCoplanar, aFrameBecomesAFaceWithAHole) {
+  const Surface frame = gridOf(3, 3, [](unsigned x, unsigned y) { return x == 1 && y == 1; });
+  Mesh mesh = meshOf(frame.mPoints, frame.mFaces);
+  EXPECT_EQ(removeEdgesCoplanar(mesh, 0, false), 7u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3, 7, 11, 15, 14, 13, 12, 8, 4}, {5, 9, 10, 6}}));
+  EXPECT_EQ(holesOf(mesh), (Indices{0, 1, kEnd}));
+}
+
+//   12--13--14
+//   |   |   |          Without the square at the top right, the border would pass 10 twice. Of the two squares that
+//   8---9---10--11     touch there, the one at the right has the lower number and stays in; the one on top goes out.
+//   |   |   |   |
+//   4---5---6---7
+//   |   |   |   |
+//   0---1---2---3
+TEST(RemoveEdgesCoplanar, aRegionDoesNotPassAVertexTwice) {
+  Surface frame = gridOf(3, 3, [](unsigned x, unsigned y) { return x == y && x > 0; });
+  frame.mPoints.pop_back();
+  Mesh mesh = meshOf(frame.mPoints, frame.mFaces);
+  EXPECT_EQ(removeEdgesCoplanar(mesh, 0, false), 5u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3, 7, 11, 10, 6, 5, 9, 13, 12, 8, 4}, {9, 10, 14, 13}}));
+}
 
 /// The cycle from its lowest vertex on.
 Indices fromLowest(Indices cycle) {
@@ -36,14 +65,15 @@ std::multiset<std::pair<Indices, std::set<Indices>>> drawing(const Mesh& mesh) {
 
 /// Area of all faces less that of the holes, and the volume that the faces enclose; a hole runs against its face.
 std::pair<double, double> areaAndVolume(const Mesh& mesh) {
-  const auto& m = mesh.storage();
-  const auto outerOf = m.mHoles.outerOfHoles(m.mFaces.size());
+  const PlainMesh plain = plainOf(mesh);
+  std::set<std::uint32_t> allHoles;
+  for (const auto& [outer, holes] : plain.mHoles) allHoles.insert(holes.begin(), holes.end());
   double area = 0, volume = 0;
-  for (std::size_t f = 0; f < m.mFaces.size(); ++f) {
-    const bool isHole = !outerOf.empty() && outerOf[f] != kEnd;
-    const double size = util::computePolygonArea(m.mVertices, m.mFaces.corners(f), m.mFaces.normal(f));
-    area += isHole ? -size : size;
-    volume += size * util::dot(m.mFaces.normal(f), m.mVertices[m.mFaces.corners(f)[0]]) / 3.0;
+  for (std::uint32_t f = 0; f < plain.mFaces.size(); ++f) {
+    const auto& [corners, normal] = std::tie(plain.mFaces[f].mCorners, plain.mFaces[f].mNormal);
+    const double size = areaOf(plain.mVertices, corners, normal);
+    area += allHoles.contains(f) ? -size : size;
+    volume += size * util::dot(normal, plain.mVertices[corners[0]]) / 3.0;
   }
   return {area, volume};
 }
@@ -73,7 +103,7 @@ bool isPlain(const Surface& surface) {
 Faces triangulate(const Surface& surface, std::mt19937& random) {
   Faces triangles;
   for (const Indices& s : surface.mFaces) triangles.insert(triangles.end(), {{s[0], s[1], s[2]}, {s[0], s[2], s[3]}});
-  const auto normalOf = [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+  const auto crossOf = [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
     return util::cross(surface.mPoints[b] - surface.mPoints[a], surface.mPoints[c] - surface.mPoints[a]);
   };
   for (int flips = 0; flips < 2 * static_cast<int>(triangles.size()); ++flips) {
@@ -85,8 +115,8 @@ Faces triangulate(const Surface& surface, std::mt19937& random) {
         if (other[0] != t[1] || other[1] != t[0]) continue;
         // Only where both new triangles have area; the same plane keeps them parallel.
         const std::uint32_t u = t[0], w = t[1], a = t[2], b = other[2];
-        const Vec3 normal = normalOf(u, w, a), n1 = normalOf(a, u, b), n2 = normalOf(b, w, a);
-        if (util::cross(normal, normalOf(b, w, u)) != Vec3{0, 0, 0} || !(util::dot(n1, normal) > 0) ||
+        const Vec3 normal = crossOf(u, w, a), n1 = crossOf(a, u, b), n2 = crossOf(b, w, a);
+        if (util::cross(normal, crossOf(b, w, u)) != Vec3{0, 0, 0} || !(util::dot(n1, normal) > 0) ||
             !(util::dot(n2, normal) > 0))
           continue;
         t = {a, u, b};

@@ -1,6 +1,5 @@
 #include <facetbox/operations/RemoveEdgesZero.h>
 
-#include <facetbox/mesh/PolygonArea.h>
 #include <tests/support/PlainMesh.h>
 
 namespace {
@@ -60,19 +59,48 @@ std::uint64_t collapseSlowly(PlainMesh& mesh, double t2) {
     Indices remaining{v[0]};
     for (std::size_t k = 1; k < n; ++k)
       if (v[k] != remaining.back() && v[k] != remaining.front()) remaining.push_back(v[k]);
-    util::computeFaceNormal(mesh.mVertices, remaining, face.mNormal);
+    face.mNormal = normalOf(mesh.mVertices, remaining);
   }
   if (c == 0) return 0;
   sanitizeFaces(mesh);
   bool slivers = false;
   for (PlainFace& face : mesh.mFaces) {
-    if (!(1e-6 > util::computePolygonArea(mesh.mVertices, face.mCorners, face.mNormal))) continue;
+    if (!(1e-6 > areaOf(mesh.mVertices, face.mCorners, face.mNormal))) continue;
     face.clear();
     slivers = true;
   }
   if (slivers) compactPrimitives(mesh);
   removeUnusedVertices(mesh);
   return c;
+}
+
+//   4---------3
+//   |         |      The edge from 1 to 2 is 0.05 long: it collapses onto 1.
+//   |         2
+//   0---------1
+TEST(RemoveEdgesZero, collapsesAShortEdgeOntoItsFirstVertex) {
+  Mesh mesh = meshOf({{0, 0, 0}, {1, 0, 0}, {1, 0.05, 0}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3, 4}});
+  EXPECT_EQ(removeEdgesZero(mesh, 0.1), 1u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}}));
+}
+
+//   5------------4
+//   |            |   Steps of 0.07: 1 falls to 0. From there it is 0.14 to 2, which stays.
+//   0-1-2--------3
+TEST(RemoveEdgesZero, aRunOfShortEdgesIsMeasuredFromTheVertexThatStays) {
+  Mesh mesh = meshOf({{0, 0, 0}, {0.07, 0, 0}, {0.14, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3, 4, 5}});
+  EXPECT_EQ(removeEdgesZero(mesh, 0.1), 1u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3, 4}}));
+  EXPECT_EQ(mesh.storage().mVertices[1].x, 0.14);
+}
+
+//   2--------1
+//     \    3 |     Each edge of 0, 3, 4 is short: the face goes, with all of its three corners.
+//       \ 4 0
+TEST(RemoveEdgesZero, aFaceOfShortEdgesAloneGoes) {
+  Mesh mesh = meshOf({{1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0.95, 0.05, 0}, {0.95, 0, 0}}, {{0, 1, 2}, {0, 3, 4}});
+  EXPECT_EQ(removeEdgesZero(mesh, 0.1), 3u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2}}));
 }
 
 TEST(RemoveEdgesZero, equalsItsSlowTwinOnRandomMeshes) {

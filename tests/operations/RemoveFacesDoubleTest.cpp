@@ -162,6 +162,30 @@ PlainMesh randomMesh(std::mt19937& random, const Likeness& like) {
   return mesh;
 }
 
+//   2---3
+//   | \ |     The lower triangle is there three times: begun elsewhere the second time, backwards the third.
+//   0---1
+TEST(RemoveFacesDouble, theLowestOfTheFacesWithTheSameCornersStays) {
+  Mesh mesh = meshOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{0, 1, 2}, {1, 3, 2}, {1, 2, 0}, {2, 1, 0}});
+  EXPECT_EQ(util::removeFacesDouble(mesh, false), 2u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2}, {1, 3, 2}}));
+}
+
+//   3---2
+//   |   |     One square three times, with u = 0, 0.0006 and 0.0012 at all corners. The second is less than 0.001 from
+//   0---1     both others, the third is not from the first: the first removes the second, and the third stays.
+TEST(RemoveFacesDouble, texturesTooHaveToAgreeIfAttributesAreCompared) {
+  for (const bool compareAttributes : {false, true}) {
+    PlainMesh plain;
+    plain.mVertices = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    plain.mTexCoords[0] = {{0, 0}, {0.0006, 0}, {0.0012, 0}};
+    for (std::uint32_t copy = 0; copy < 3; ++copy) plain.mFaces.push_back({{0, 1, 2, 3}, {}, {{0, Indices(4, copy)}}});
+    Mesh mesh = buildMesh(plain);
+    EXPECT_EQ(util::removeFacesDouble(mesh, compareAttributes), compareAttributes ? 1u : 2u);
+    EXPECT_EQ(mesh.storage().mFaces.cornerSet(mesh.storage().mFaces.size() - 1, 0)[0], compareAttributes ? 2u : 0u);
+  }
+}
+
 TEST(RemoveFacesDouble, equalsItsSlowTwinOnRandomMeshesSmallAndWithManyCopies) {
   unsigned removals = 0, partial = 0, newTagSets = 0, lostHoles = 0;
   for (unsigned seed = 0; seed < 7000; ++seed) {

@@ -1,11 +1,33 @@
 #include <facetbox/operations/RemoveFacesZero.h>
 
-#include <facetbox/mesh/PolygonArea.h>
 #include <tests/support/PlainMesh.h>
 
 namespace {
 
 using namespace support;
+
+//   3---2
+//   |   | \       The triangle has an area of exactly 0.5, which is not below 0.5.
+//   0---1---4
+TEST(RemoveFacesZero, removesWhatIsSmallerThanTheThresholdWithItsVertices) {
+  Mesh mesh = meshOf({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}}, {{1, 4, 2}, {0, 1, 2, 3}});
+  EXPECT_EQ(util::removeFacesZero(mesh, 0.5), 0u);
+  EXPECT_EQ(util::removeFacesZero(mesh, 0.5001), 1u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}}));
+  EXPECT_EQ(mesh.storage().mVertices.size(), 4u);
+}
+
+//   3-------2
+//   | 6-5   |     A hole is a face like any other: that of area 0.5 goes, and the square is whole again.
+//   | 4/    |
+//   0-------1
+TEST(RemoveFacesZero, aSmallHoleIsFilled) {
+  Mesh mesh = meshOf({{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}, {1, 1, 0}, {2, 2, 0}, {1, 2, 0}},
+                     {{0, 1, 2, 3}, {4, 6, 5}}, {0, 1, kEnd});
+  EXPECT_EQ(util::removeFacesZero(mesh, 1), 1u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}}));
+  EXPECT_EQ(holesOf(mesh), (Indices{0, kEnd}));
+}
 
 TEST(RemoveFacesZero, equalsItsSlowTwinOnRandomMeshes) {
   unsigned removals = 0;
@@ -21,7 +43,7 @@ TEST(RemoveFacesZero, equalsItsSlowTwinOnRandomMeshes) {
 
     std::uint64_t expected = 0;
     for (PlainFace& face : twin.mFaces) {
-      if (!(threshold > util::computePolygonArea(twin.mVertices, face.mCorners, face.mNormal))) continue;
+      if (!(threshold > areaOf(twin.mVertices, face.mCorners, face.mNormal))) continue;
       face.clear();
       ++expected;
     }

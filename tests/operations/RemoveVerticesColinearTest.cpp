@@ -1,7 +1,6 @@
 #include <facetbox/operations/RemoveVerticesColinear.h>
 
 #include <facetbox/math/Angle.h>
-#include <facetbox/mesh/PolygonArea.h>
 #include <tests/support/PlainMesh.h>
 
 namespace {
@@ -133,7 +132,7 @@ std::uint64_t removeColinearSlowly(PlainMesh& mesh, double t, bool keepMapping, 
   ++coverage.calls;
   if (count == 0) return 0;
   removeUnusedVertices(mesh);
-  for (PlainFace& face : mesh.mFaces) util::computeFaceNormal(mesh.mVertices, face.mCorners, face.mNormal);
+  for (PlainFace& face : mesh.mFaces) face.mNormal = normalOf(mesh.mVertices, face.mCorners);
   if (cleared) compactPrimitives(mesh);
   return count;
 }
@@ -214,6 +213,37 @@ void decorate(std::mt19937& random, PlainMesh& mesh) {
     mesh.mRunMaterials = {materialOf("a"), materialOf("b")};
     mesh.mRunStarts = {0, 1};
     mesh.mHoles[1] = {0};
+  }
+}
+
+//   4-----3-----5
+//   |     |     |    1 goes. 2 and 3 lie on straight lines too, but a third edge ends there.
+//   0--1--2-----6
+TEST(RemoveVerticesColinear, takesOutAVertexInTheMiddleOfALine) {
+  Mesh mesh = meshOf({{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {2, 2, 0}, {0, 2, 0}, {4, 2, 0}, {4, 0, 0}},
+                     {{0, 1, 2, 3, 4}, {2, 6, 5, 3}});
+  EXPECT_EQ(removeVerticesColinear(mesh, 0, false), 1u);
+  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}, {1, 5, 4, 2}}));
+}
+
+//   4-----3
+//   |     |     1 is a straight corner of both squares. It goes from both; where the texture of one of them bends
+//   0--1--2     there, it stays in both, for else it would be a T-junction.
+//   |     |
+//   5-----6
+TEST(RemoveVerticesColinear, anEdgeStaysTheSameForBothOfItsFaces) {
+  for (const double bend : {0.0, 0.1}) {
+    PlainMesh plain;
+    plain.mVertices = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {2, 2, 0}, {0, 2, 0}, {0, -2, 0}, {2, -2, 0}};
+    for (const Vec3& p : plain.mVertices) plain.mTexCoords[0].push_back({p.x, p.y});
+    plain.mTexCoords[0][1].y = bend;
+    plain.mFaces = {{{0, 1, 2, 3, 4}}, {{0, 5, 6, 2, 1}}};
+    plain.mFaces[0].mSets[0] = plain.mFaces[0].mCorners;
+    plain.mDefaultMaterial = materialOf("a");
+    Mesh mesh = buildMesh(plain);
+    EXPECT_EQ(removeVerticesColinear(mesh, 0, true), bend == 0 ? 2u : 0u);
+    EXPECT_EQ(facesOf(mesh),
+              bend == 0 ? (Faces{{0, 1, 2, 3}, {0, 4, 5, 1}}) : (Faces{{0, 1, 2, 3, 4}, {0, 5, 6, 2, 1}}));
   }
 }
 

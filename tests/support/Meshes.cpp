@@ -3,8 +3,8 @@
 #include <span>
 #include <sstream>
 
-#include <facetbox/mesh/Maintenance.h>
 #include <facetbox/triangles/TriangleMeshFactory.h>
+#include <tests/support/PolygonFormulas.h>
 #include <tests/support/RecordCheck.h>
 
 namespace support {
@@ -56,8 +56,8 @@ void describeArray(std::ostream& out, const char* name, const T* array, int coun
 Mesh meshOf(const std::vector<Vec3>& points, const Faces& faces, const Indices& holes) {
   std::vector<util::Polygon> records(faces.size());
   for (std::size_t i = 0; i < faces.size(); ++i) records[i].mVertexIndices.assign(faces[i].begin(), faces[i].end());
+  for (std::size_t i = 0; i < faces.size(); ++i) records[i].mNormal = normalOf(points, faces[i]);
   Mesh mesh("", points, records);
-  util::recomputeFaceNormals(mesh);
   mesh.storage().mHoles.append(holes.data(), holes.size());
   return mesh;
 }

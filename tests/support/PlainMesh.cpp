@@ -3,7 +3,6 @@
 #include <sstream>
 
 #include <facetbox/math/Predicates.h>
-#include <facetbox/mesh/PolygonArea.h>
 
 namespace support {
 namespace {
@@ -342,7 +341,7 @@ PlainMesh randomFaceMesh(std::mt19937& random, double scale) {
       holes.push_back(addSquare({grid(-1, 9), grid(-1, 9), grid(0, 9)}, grid(1, 3), axis));
     if (oneIn(random, 2)) std::ranges::reverse(holes);
   }
-  for (PlainFace& face : mesh.mFaces) util::computeFaceNormal(mesh.mVertices, face.mCorners, face.mNormal);
+  for (PlainFace& face : mesh.mFaces) face.mNormal = normalOf(mesh.mVertices, face.mCorners);
 
   for (int run = pick(random, 0, 4); run > 0; --run) {
     mesh.mRunMaterials.push_back(materialOf(std::string(1, static_cast<char>('a' + pick(random, 0, 2)))));

@@ -3,6 +3,7 @@
 #include <facetbox/materials/Shader.h>
 #include <facetbox/mesh/Polygon.h>
 #include <tests/support/Meshes.h>
+#include <tests/support/PolygonFormulas.h>
 
 /// The slow twin of the working mesh: a record per face, a map of holes, and the maintenance steps written down the
 /// way they are described, without a thought for speed.
