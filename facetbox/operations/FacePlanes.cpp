@@ -1,0 +1,29 @@
+#include <facetbox/operations/FacePlanes.h>
+
+#include <facetbox/mesh/PolygonArea.h>
+
+namespace util {
+namespace {
+
+bool findPlane(const MeshStorage& m, std::size_t face) {
+  const Vec3& normal = m.mFaces.normal(face);
+  // A normal of overflowed length is none.
+  if (!(std::fabs(lengthSq(normal) - 1.0) < 1e-6)) return false;
+  if (normal != Vec3{0.0, 1.0, 0.0}) return true;
+  // It may be the stand-in for a face without area.
+  Vec3 computed;
+  return computeFaceNormal(m.mVertices, m.mFaces.corners(face), computed);
+}
+
+}  // namespace
+
+FacePlanes::FacePlanes(const MeshStorage& m) : mAreas(m.mFaces.size()) {
+  for (std::size_t face = 0; face < mAreas.size(); ++face) {
+    const double area = computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face));
+    // So that areas can be ordered: one that is no number comes last.
+    const double ordered = area >= 0.0 ? area : 0.0;
+    mAreas[face] = findPlane(m, face) ? ordered : -ordered;
+  }
+}
+
+}  // namespace util

@@ -1,0 +1,68 @@
+#include <facetbox/operations/JoinTest.h>
+
+#include <algorithm>
+#include <cassert>
+
+namespace util {
+namespace {
+
+/// A face of many corners that so many of them have kept out of regions, each time another one than the time before,
+/// joins none any more. As the corner that decided last is asked first, all regions that come across such a face cost
+/// no more than so many looks at all of its corners.
+constexpr std::uint8_t kMostScans = 64;
+constexpr std::size_t kFewCorners = 16;
+
+}  // namespace
+
+/// Whether a neighbour continues the region's material, and its texture coordinates along their common edge.
+bool JoinTest::attributesAgree(std::uint32_t face, std::uint32_t corner, std::uint32_t neighbour,
+                               std::uint32_t twin) const {
+  if (mRuns.materialOf(neighbour) != mRuns.materialOf(mSeed)) return false;
+  const auto cornerIn = [&](std::uint32_t f, std::uint32_t position) {
+    return position - static_cast<std::uint32_t>(m.mFaces.offset(f));
+  };
+  const auto after = [&](std::uint32_t f, std::uint32_t c) { return c + 1 == m.mFaces.cornerCount(f) ? 0 : c + 1; };
+  const std::uint32_t here = cornerIn(face, corner), there = cornerIn(neighbour, twin);
+  return std::ranges::all_of(mTextureMaps, [&](const auto& setAndMap) {
+    const int set = setAndMap.first;
+    const auto& pairs = m.mTexCoords[static_cast<std::size_t>(set)];
+    const auto ours = m.mFaces.cornerSet(face, set), theirs = m.mFaces.cornerSet(neighbour, set);
+    return areTexCoordsClose(pairs, ours[here], theirs[after(neighbour, there)]) &&
+           areTexCoordsClose(pairs, ours[after(face, here)], theirs[there]);
+  });
+}
+
+/// Whether all corners of a face continue the seed's texture mapping and, where the face has no plane of its own, lie
+/// in that of the seed as seen from the common edge, which starts at `corner`.
+bool JoinTest::cornersFit(std::uint32_t face, std::uint32_t corner) {
+  const std::uint32_t count = m.mFaces.cornerCount(face);
+  const Vec3& edgeStart = m.mVertices[m.mFaces.vertexAt(corner)];
+  if (count <= kFewCorners) {
+    for (std::uint32_t i = 0; i < count; ++i)
+      if (!cornerFits(face, i, edgeStart)) return false;
+    return true;
+  }
+  if (mScans.empty()) mScans.resize(mPlanes.areas().size(), {0, 0});
+  Scan& scan = mScans[face];
+  if (scan.count != 0 && (scan.count == kMostScans || !cornerFits(face, scan.corner, edgeStart))) return false;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    if (cornerFits(face, i, edgeStart)) continue;
+    scan = {i, static_cast<std::uint8_t>(scan.count + 1)};
+    return false;
+  }
+  return true;
+}
+
+bool JoinTest::cornerFits(std::uint32_t face, std::uint32_t number, const Vec3& edgeStart) const {
+  assert(number < m.mFaces.cornerCount(face));
+  const Vec3& p = m.mVertices[m.mFaces.corners(face)[number]];
+  if (!mPlanes.hasPlane(face) && !mNormalTest.staysInPlane(p - edgeStart, m.mFaces.normal(mSeed))) return false;
+  return std::ranges::all_of(mTextureMaps, [&](const auto& setAndMap) {
+    const auto& [set, map] = setAndMap;
+    const auto& pairs = m.mTexCoords[static_cast<std::size_t>(set)];
+    const std::uint32_t pair = m.mFaces.cornerSet(face, set)[number];
+    return pair < pairs.size() && map.agrees(p, pairs[pair]);
+  });
+}
+
+}  // namespace util
