@@ -11,7 +11,10 @@
 
 namespace util {
 
-/// A tree of boxes over the triangles of one mesh, eight children a node.
+struct TriangleBox;
+struct TriangleRange;
+
+/// A bounding volume hierarchy: a tree of boxes over the triangles of one mesh, eight children a node.
 ///
 /// It only proposes: whoever traverses it may pass over a subtree only where its box, widened by a bound of all
 /// rounding on the way, proves that the plain loop over all triangles would reject every triangle in it. What is left
@@ -31,6 +34,7 @@ class TriangleBvh {
   using Reference = std::uint32_t;
   static constexpr Reference kLeaf = 0x80000000u;
 
+  /// In bytes: what a processor keeps close while it traverses.
   static constexpr std::size_t kNearCache = 1 << 19;
 
   /// What the arena consists of.
@@ -111,6 +115,10 @@ class TriangleBvh {
   double longestEdge() const noexcept { return mLongestEdge; }
 
  private:
+  struct Triangles;
+  bool measure(const Triangles& triangles);
+  std::vector<TriangleBox> boxTriangles(const Triangles& triangles, TriangleRange& range);
+
   bool mIsComplete = true;
   std::size_t mTriangleCount = 0;
   std::vector<std::uint32_t> mLooseVertices;
