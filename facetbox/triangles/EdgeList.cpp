@@ -1,6 +1,7 @@
 #include <facetbox/triangles/EdgeList.h>
 
 #include <algorithm>
+#include <cassert>
 
 #include <facetbox/mesh/EdgeBuckets.h>
 
@@ -18,6 +19,7 @@ struct EdgeUse {
 }  // namespace
 
 EdgeList listEdges(std::span<const std::uint32_t> indices, std::size_t vertexCount) {
+  assert(std::ranges::all_of(indices, [=](std::uint32_t vertex) { return vertex < vertexCount; }));
   const auto walk = [&](auto visit) {
     for (std::uint32_t i = 0; i + 2 < indices.size(); i += 3)
       for (std::uint32_t k = 0; k < 3; ++k) {

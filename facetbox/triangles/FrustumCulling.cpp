@@ -21,9 +21,11 @@ namespace {
 
 constexpr std::size_t kAtOnce = 4;  // vertices; more would be for nothing where the first ones tell
 
-/// Whether no product of three coordinates overflows.
+/// Whether no product of three projected coordinates overflows.
 bool isNear(const ClipVertex& v) {
-  const double most = std::min(1e100 * v.w, std::numeric_limits<double>::max());
+  constexpr double kLargestCoordinate = 1e100;
+  static_assert(kLargestCoordinate * kLargestCoordinate * kLargestCoordinate < 1e301);
+  const double most = std::min(kLargestCoordinate * v.w, std::numeric_limits<double>::max());
   return std::fabs(v.x) <= most && std::fabs(v.y) <= most && std::fabs(v.z) <= most;
 }
 
@@ -109,69 +111,96 @@ bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
 }
 
 // Over a box, x - w and x + w are linear functions like x and w themselves: their value at the center, and a reach of
-// the sizes of their coefficients times the half-extents to both sides.
+// the absolute values of their coefficients times the half-extents to both sides.
 //
-// Rounding: let S be the sum of the sizes of a coordinate's four terms, where x, y and z are as large as the box
-// allows. A vertex's coordinate comes out right to 4 ulp of S, and so do the values at the center, the reaches and the
-// center itself; the division adds half an ulp of a quotient near 1. 1e-13 of S covers that some hundred times over. So
-// when w - |x| exceeds 1e-13 (S of x + S of w) all over the box, the rounded quotient lies strictly within (-1, 1) for
-// each vertex; when x - w does, strictly above 1. Sizes of 1e-20 and more for w and of at most 1e100 for S keep clear
-// of the smallest w and of over- and underflow. NaN fails every comparison: unsure.
-ClipSide sideOfClipCube(const Box& box, const double c[16]) {
-  constexpr double kRounding = 1e-13;
-  const auto sizes = [](Pair p) { return p < 0 ? -p : p; };
-  const Vec3 half = (box.max - box.min) / 2, center = box.min + half;
-  if (!(half.x >= 0 && half.y >= 0 && half.z >= 0)) return ClipSide::unsure;
-  const double at[3] = {center.x, center.y, center.z}, reach[3] = {half.x, half.y, half.z};
-  Pair xy = pairAt(c + 12), zw = pairAt(c + 14), sumsOfXy = sizes(xy), sumsOfZw = sizes(zw);
-  for (int i = 0; i < 3; ++i) {
-    const Pair a = pairAt(c + 4 * i), b = pairAt(c + 4 * i + 2);
-    const double size = std::fabs(at[i]) + reach[i];
-    xy += a * at[i];
-    zw += b * at[i];
-    sumsOfXy += sizes(a) * size;
-    sumsOfZw += sizes(b) * size;
-  }
-  const double reachOfW = std::fabs(c[3]) * half.x + std::fabs(c[7]) * half.y + std::fabs(c[11]) * half.z;
-  if (!(std::fabs(zw[1]) - reachOfW > 1e-20 + kRounding * sumsOfZw[1])) return ClipSide::unsure;
-  if (!(sumsOfXy[0] <= 1e100 && sumsOfXy[1] <= 1e100 && sumsOfZw[0] <= 1e100 && sumsOfZw[1] <= 1e100))
-    return ClipSide::unsure;
+// Rounding: let S be the sum of the absolute values of a coordinate's four terms, where x, y and z are as large as the
+// box allows. A vertex's coordinate comes out right to 4 ulp of S, and so do the values at the center, the reaches and
+// the center itself; the division adds half an ulp of a quotient near 1. kRounding of S covers that more than ten
+// times. So when w - |x| exceeds kRounding (S of x + S of w) all over the box, the rounded quotient lies strictly
+// within (-1, 1) for each vertex; when x - w does, strictly above 1. kSureW and kLargestClipSum keep clear of the
+// smallest w and of over- and underflow. NaN fails every comparison: unsure.
+namespace {
 
-  // Where w is below 0 all over the box, -w is what counts. x - w and y - w, then -x - w and -y - w, then z - w and
-  // -z - w: each is above 0 beyond its face.
-  const double sign = zw[1] < 0 ? -1.0 : 1.0, w = sign * zw[1];
-  const Pair z{zw[0], -zw[0]};
-  Pair reachOfXy{0, 0}, reachOfMinusXy{0, 0}, reachOfZ{0, 0};
-  for (int i = 0; i < 3; ++i) {
-    const Pair a = pairAt(c + 4 * i), b{c[4 * i + 2], -c[4 * i + 2]};
-    const double ofW = sign * c[4 * i + 3];
-    reachOfXy += sizes(a - ofW) * reach[i];
-    reachOfMinusXy += sizes(a + ofW) * reach[i];
-    reachOfZ += sizes(b - ofW) * reach[i];
+constexpr double kRounding = 1e-13;
+static_assert(10 * (4 * 4 + 1) * 0x1p-52 <= kRounding);
+
+Pair absolute(Pair p) { return p < 0 ? -p : p; }
+
+/// x, y and z, w at the center of a box, and S of each.
+struct CenterInClip {
+  Pair xy, zw, sumsOfXy, sumsOfZw;
+
+  CenterInClip(const double c[16], const double center[3], const double half[3])
+      : xy(pairAt(c + 12)), zw(pairAt(c + 14)), sumsOfXy(absolute(xy)), sumsOfZw(absolute(zw)) {
+    for (int i = 0; i < 3; ++i) {
+      const Pair a = pairAt(c + 4 * i), b = pairAt(c + 4 * i + 2);
+      const double size = std::fabs(center[i]) + half[i];
+      xy += a * center[i];
+      zw += b * center[i];
+      sumsOfXy += absolute(a) * size;
+      sumsOfZw += absolute(b) * size;
+    }
   }
-  const Pair margin = kRounding * (sumsOfXy + sumsOfZw[1]);
-  const double marginOfZ = kRounding * (sumsOfZw[0] + sumsOfZw[1]);
+  bool isModest() const {
+    return sumsOfXy[0] <= kLargestClipSum && sumsOfXy[1] <= kLargestClipSum && sumsOfZw[0] <= kLargestClipSum &&
+           sumsOfZw[1] <= kLargestClipSum;
+  }
+};
+
+/// The reaches of x - w and y - w, of -x - w and -y - w, and of z - w and -z - w, where `sign` w counts as w.
+struct PlaneReaches {
+  Pair ofXy{0, 0}, ofMinusXy{0, 0}, ofZ{0, 0};
+
+  PlaneReaches(const double c[16], double sign, const double half[3]) {
+    for (int i = 0; i < 3; ++i) {
+      const Pair a = pairAt(c + 4 * i), b{c[4 * i + 2], -c[4 * i + 2]};
+      const double ofW = sign * c[4 * i + 3];
+      ofXy += absolute(a - ofW) * half[i];
+      ofMinusXy += absolute(a + ofW) * half[i];
+      ofZ += absolute(b - ofW) * half[i];
+    }
+  }
+};
+
+}  // namespace
+
+ClipSide sideOfClipCube(const Box& box, const double c[16]) {
+  const Vec3 extent = (box.max - box.min) / 2, middle = box.min + extent;
+  if (!(extent.x >= 0 && extent.y >= 0 && extent.z >= 0)) return ClipSide::unsure;
+  const double center[3] = {middle.x, middle.y, middle.z}, half[3] = {extent.x, extent.y, extent.z};
+  const CenterInClip at(c, center, half);
+  const double reachOfW = std::fabs(c[3]) * half[0] + std::fabs(c[7]) * half[1] + std::fabs(c[11]) * half[2];
+  if (!(std::fabs(at.zw[1]) - reachOfW > kSureW + kRounding * at.sumsOfZw[1])) return ClipSide::unsure;
+  if (!at.isModest()) return ClipSide::unsure;
+
+  // Where w is below 0 all over the box, -w is what counts. Each of x - w, -x - w, ... is above 0 beyond its face.
+  const double sign = at.zw[1] < 0 ? -1.0 : 1.0, w = sign * at.zw[1];
+  const Pair xy = at.xy, z{at.zw[0], -at.zw[0]};
+  const PlaneReaches reaches(c, sign, half);
+  const Pair margin = kRounding * (at.sumsOfXy + at.sumsOfZw[1]);
+  const double marginOfZ = kRounding * (at.sumsOfZw[0] + at.sumsOfZw[1]);
   const auto outside =
-      (xy - w - reachOfXy > margin) | (-xy - w - reachOfMinusXy > margin) | (z - w - reachOfZ > marginOfZ);
+      (xy - w - reaches.ofXy > margin) | (-xy - w - reaches.ofMinusXy > margin) | (z - w - reaches.ofZ > marginOfZ);
   if ((outside[0] | outside[1]) != 0) return ClipSide::outside;
   const auto inside =
-      (xy - w + reachOfXy < -margin) & (-xy - w + reachOfMinusXy < -margin) & (z - w + reachOfZ < -marginOfZ);
+      (xy - w + reaches.ofXy < -margin) & (-xy - w + reaches.ofMinusXy < -margin) & (z - w + reaches.ofZ < -marginOfZ);
   return (inside[0] & inside[1]) != 0 ? ClipSide::inside : ClipSide::unsure;
 }
 
 namespace {
 
-enum class Verdict { yes, no, openStill };
+enum class Verdict { yes, no, undecided };
 
-/// Walks down the subtrees that lie on neither side for certain.
+/// Traverses the subtrees that lie on neither side for certain.
 ///
 /// `atChild(side)` is asked for each child box, `atTriangle(corners)` for each triangle that is left, nine coordinates;
-/// both may end the walk with a verdict. After too many triangles it ends openly: the plain loop is faster then.
+/// both may end the traversal with a verdict. After too many triangles it ends undecided: the plain loop is faster.
 template <class AtChild, class AtTriangle>
-Verdict walk(const TriangleBvh& hierarchy, const double c[16], AtChild atChild, AtTriangle atTriangle) {
+Verdict traverse(const TriangleBvh& hierarchy, const double c[16], AtChild atChild, AtTriangle atTriangle) {
   const TriangleBvh::View view = hierarchy.view();
   constexpr int kWidth = TriangleBvh::kWidth;
-  std::size_t patience = 64 + hierarchy.triangleCount() / 16;
+  constexpr std::size_t kPatience = 64, kPatienceShare = 16;
+  std::size_t patience = kPatience + hierarchy.triangleCount() / kPatienceShare;
   TriangleBvh::Reference stack[TriangleBvh::kStackSize];
   int depth = 0;
   stack[depth++] = view.root;
@@ -184,53 +213,53 @@ Verdict walk(const TriangleBvh& hierarchy, const double c[16], AtChild atChild, 
         const ClipSide side = sideOfClipCube(hierarchy.childBox(node, child), c);
         if (side == ClipSide::unsure)
           stack[depth++] = node.child[child];
-        else if (const Verdict verdict = atChild(side); verdict != Verdict::openStill)
+        else if (const Verdict verdict = atChild(side); verdict != Verdict::undecided)
           return verdict;
       }
       continue;
     }
     const TriangleBvh::Block& block = view.block(reference);
     for (int lane = 0; lane < kWidth && block.reach[lane] >= 0; ++lane) {
-      if (patience-- == 0) return Verdict::openStill;
+      if (patience-- == 0) return Verdict::undecided;
       const Verdict verdict = atTriangle(TriangleBvh::View::exact(block)[lane].corner);
-      if (verdict != Verdict::openStill) return verdict;
+      if (verdict != Verdict::undecided) return verdict;
     }
   }
   return Verdict::no;
 }
 
 /// Whether a mesh has a hierarchy that knows of all its triangles.
-bool canWalk(const TriangleMesh& mesh) {
+bool canTraverse(const TriangleMesh& mesh) {
   return mesh.hierarchy() != nullptr && mesh.hierarchy()->isUsable() && mesh.hierarchy()->isComplete();
 }
 
 }  // namespace
 
 bool overlapsClipCube(const TriangleMesh& mesh, const double c[16]) {
-  if (!canWalk(mesh) || mesh.vertexCoordinates().size() <= 3 * kFewVertices) return overlapsClipCubePlain(mesh, c);
-  const Verdict verdict = walk(
-      *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::inside ? Verdict::yes : Verdict::openStill; },
+  if (!canTraverse(mesh) || mesh.vertexCoordinates().size() <= 3 * kFewVertices) return overlapsClipCubePlain(mesh, c);
+  const Verdict verdict = traverse(
+      *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::inside ? Verdict::yes : Verdict::undecided; },
       [&](const double* corners) {
         double p[9];
         for (int k = 0; k < 9; k += 3)
           if (!projectToClipSpace(c, corners + k, p + k)) p[k] = p[k + 1] = p[k + 2] = 0.0;
-        return overlapsBox(p, p + 3, p + 6, kClipCubeCenter, kClipCubeHalf) ? Verdict::yes : Verdict::openStill;
+        return overlapsBox(p, p + 3, p + 6, kClipCubeCenter, kClipCubeHalf) ? Verdict::yes : Verdict::undecided;
       });
-  return verdict == Verdict::openStill ? overlapsClipCubePlain(mesh, c) : verdict == Verdict::yes;
+  return verdict == Verdict::undecided ? overlapsClipCubePlain(mesh, c) : verdict == Verdict::yes;
 }
 
 bool liesInClipCube(const TriangleMesh& mesh, const double c[16]) {
   // The loop ends at the first vertex outside: where that is an early one, nothing is faster.
   constexpr std::size_t kEarly = 64;
   const std::span<const double> vertices = mesh.vertexCoordinates();
-  if (!canWalk(mesh) || vertices.size() <= 3 * kEarly) return liesInClipCubePlain(mesh, c);
+  if (!canTraverse(mesh) || vertices.size() <= 3 * kEarly) return liesInClipCubePlain(mesh, c);
   if (!areInClipCube(vertices.first(3 * kEarly), c)) return false;
-  const Verdict isAnyOutside = walk(
-      *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::outside ? Verdict::yes : Verdict::openStill; },
+  const Verdict isAnyOutside = traverse(
+      *mesh.hierarchy(), c, [](ClipSide side) { return side == ClipSide::outside ? Verdict::yes : Verdict::undecided; },
       [&](const double* corners) {
-        return areInClipCube(std::span(corners, 9), c) ? Verdict::openStill : Verdict::yes;
+        return areInClipCube(std::span(corners, 9), c) ? Verdict::undecided : Verdict::yes;
       });
-  if (isAnyOutside == Verdict::openStill) return liesInClipCubePlain(mesh, c);
+  if (isAnyOutside == Verdict::undecided) return liesInClipCubePlain(mesh, c);
   return isAnyOutside == Verdict::no && std::ranges::all_of(mesh.hierarchy()->looseVertices(), [&](std::uint32_t v) {
            return areInClipCube(vertices.subspan(3 * std::size_t{v}, 3), c);
          });

@@ -7,8 +7,9 @@
 
 namespace util {
 
-// Objects against the cube from (-1, -1, -1) to (1, 1, 1) of clip space. `c` is always the whole way there, view
-// projection times the object's own matrix: 16 doubles, column-major. A vertex (x, y, z) goes to
+// Frustum culling: objects against the view volume, which is the cube from (-1, -1, -1) to (1, 1, 1) in clip space. `c`
+// always leads the whole way there, view projection times the object's own matrix: 16 doubles, column-major. A vertex
+// (x, y, z) goes to
 //   ((c0 x + c4 y + c8 z + c12) / w, (c1 x + ...) / w, (c2 x + ...) / w)   with   w = |c3 x + c7 y + c11 z + c15|.
 // It is the absolute value on purpose: points behind the eye are mirrored into view instead of rejected.
 
@@ -23,7 +24,7 @@ bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]);
 /// not above 1e-25 stays where the vertex before it went, the first at (0, 0, 0). No vertices: yes. O(vertices).
 bool liesInClipCubePlain(const TriangleMesh& mesh, const double c[16]);
 
-/// Meshes of up to so many vertices are put to the plain tests: all are projected sooner than any bounds are.
+/// Meshes of up to so many vertices get the plain tests: to project them all is faster than to bound any.
 inline constexpr std::size_t kFewVertices = 16;
 
 /// The same answers, where the mesh has a hierarchy by deciding whole subtrees that lie inside or outside.

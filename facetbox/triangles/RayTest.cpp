@@ -1,6 +1,6 @@
 #include <facetbox/triangles/RayTest.h>
 
-#include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -73,6 +73,7 @@ bool intersectRay(const TriangleMesh& mesh, const RayTransform& transform, const
                   const double origin[3], const double direction[3], double* t, double* normalOut,
                   Instructions instructions) {
   if (!transform.isUsable) return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
+  assert(mesh.hierarchy() != nullptr && mesh.hierarchy()->isUsable());
   ExactSearch search{matrix, origin, direction, kFarthest, 0, {}, {}};
   if (!traversalFor(instructions)(mesh.hierarchy()->view(), transform, search))
     return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
@@ -88,7 +89,7 @@ bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const 
                        const double direction[3], double* t, double* normalOut) {
   const std::span<const std::uint32_t> indices = mesh.indices();
   const std::span<const double> coordinates = mesh.vertexCoordinates();
-  constexpr std::size_t kFewVertices = 32;
+  constexpr std::size_t kFewVertices = 32;  // no memory is asked for
   const std::size_t count = coordinates.size() / 3;
   Vec3 few[kFewVertices];
   Buffer<Vec3> many;
