@@ -17,7 +17,7 @@ namespace facetbox {
 // A query takes the plane of a face from three corners, and the face itself as two triangles. A box is found when one
 // of the triangles touches it, or when its inner sphere is inside all planes. So a box that holds a point of the volume
 // V is certainly found if
-//   (a) the fourth corner of each face is not beyond the plane of the other three: then no part of the surface is, and
+//   (a) the fourth corner of each face is not outside the plane of the other three: then no part of the surface is, and
 //       a box that the surface encloses without touching it is inside all planes; and
 //   (b) V lies behind the plane of each of the twelve triangles: then the surface encloses all of V.
 // Rounding to floats destroys both. Thin volumes suffer most: an error e of a near corner tilts a side plane by e over

@@ -25,7 +25,7 @@ class Pickable {
 
   /// Measures the meshes, and returns the object's box in the world. O(vertices).
   Box measure();
-  /// Moves the object, and returns its box in the world: the very one that measure() would, mostly without looking at
+  /// Moves the object, and returns its box in the world: the same bits as measure() would, mostly without looking at
   /// the vertices.
   Box move(const Vec3& offset);
 

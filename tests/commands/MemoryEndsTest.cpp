@@ -20,8 +20,7 @@ using support::ortho;
 using support::shifted;
 using support::succeedsWith;
 
-// A change that memory does not suffice for may be lost, but nothing else: all that is in the scene stays there, in
-// order, and the changes behind it are made.
+// The change that runs out of memory may be lost, but nothing else: all objects stay, and later changes are executed.
 TEST(Picker, losesNoObjectWhereMemoryEnds) {
   const support::SceneMeshes meshes;
   constexpr std::uint32_t kCount = 40;
@@ -57,7 +56,7 @@ TEST(Picker, losesNoObjectWhereMemoryEnds) {
   }
 }
 
-/// A picker with objects, another set and a pending addition; what calls need is there already.
+/// A picker with two sets, a pending addition to a third, and all that calls need as arguments.
 struct PickerScene {
   std::unique_ptr<Picker> scene{Picker::createPicker()};
   std::size_t handle = scene->createHandle(), other = scene->createHandle(), late = scene->createHandle();
@@ -90,7 +89,7 @@ struct PickerScene {
   }
 };
 
-/// An intersector likewise.
+/// The same for an intersector.
 struct IntersectorScene {
   std::unique_ptr<Intersector> scene{Intersector::createIntersector()};
   std::size_t handle = scene->createHandle(), other = scene->createHandle(), late = scene->createHandle();
@@ -115,8 +114,8 @@ struct IntersectorScene {
   }
 };
 
-/// Makes each allocation of a call fail in turn. The scene must then be as before the call or as after it; a call that
-/// executes changes may have lost the one that was pending. Once the call comes through, it has done its work.
+/// Makes each allocation of a call fail in turn. The scene must then be as before the call or as after it, or lack the
+/// change that was pending. The call that succeeds at last must have done its work.
 template <class Scene>
 void failAllAllocationsOf(const char* name, const std::function<void(Scene&)>& call) {
   SCOPED_TRACE(name);

@@ -1,4 +1,4 @@
-// Which triangle meshes picker and intersector still have at every moment: beside a twin that looks at all of them.
+// When picker and intersector release triangle meshes, compared with shared pointers that are counted in full.
 
 #include <algorithm>
 #include <array>
@@ -125,15 +125,15 @@ class MeshLifetime : public testing::Test {};
 using Scenes = testing::Types<PickerScene, IntersectorScene>;
 TYPED_TEST_SUITE(MeshLifetime, Scenes);
 
-/// A triangle, and as many vertices as it takes to be shared.
+/// A triangle, and enough vertices for the cache to share it.
 util::Mesh sharedTriangle() {
   std::vector<util::Vec3> points{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
   points.resize(16, {0, 0, 0});
   return support::meshOf(points, {{0, 1, 2}});
 }
 
-// A mesh is at another height whenever it is added: where it is met tells when it was triangulated, and so whether its
-// triangles had been kept until then.
+// A mesh changes its height before each addition. The height at which a ray hits it tells when it was triangulated, and
+// so whether its earlier triangles had been released.
 TYPED_TEST(MeshLifetime, isThatOfAFullWalkAtEveryDisposalAndDiscard) {
   for (unsigned seed = 0; seed < 60; ++seed) {
     SCOPED_TRACE(seed);
@@ -158,7 +158,7 @@ TYPED_TEST(MeshLifetime, isThatOfAFullWalkAtEveryDisposalAndDiscard) {
       ++version;
       switch (pick(random, 0, 9)) {
         case 0:
-          // What comes for it later comes too late: until the changes are executed, the handle is valid.
+          // An addition behind the disposal comes too late; the handle is valid until the disposal is executed.
           scene.scene->dispose(handles[h]);
           plain.dispose(serials[h]);
           if (oneIn(random, 2)) add(h, m, 0);

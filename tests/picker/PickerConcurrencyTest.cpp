@@ -23,8 +23,8 @@ using Ids = std::vector<std::uint32_t>;
 
 constexpr int kProducers = 4, kPickers = 2, kRounds = 60;
 
-/// What one producer does to its own handle: adds object after object, moves all now and then, starts anew once.
-/// Every object it adds has a serial number for its id.
+/// One step of a producer: it adds an object to its handle, moves all of them, or goes on with a new handle. Objects
+/// get the ids 0, 1 and so on.
 struct Step {
   enum Kind { kAdd, kRelocate, kStartAnew } mKind;
   std::uint32_t mId;
@@ -71,7 +71,7 @@ TEST(PickerConcurrency, queriesSeePrefixesAndTheEndIsThatOfASerialRun) {
       start.arrive_and_wait();
       for (const Step& step : stepsOf(p)) {
         carryOut(*picker, handles[p], step, meshes.cube());
-        // Handles that come and go, with meshes of their own: the cache is pruned while others use it.
+        // A short-lived handle with a mesh of its own, so that the cache is pruned while others use it.
         const util::Mesh own = support::meshOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}});
         const std::size_t brief = picker->createHandle();
         picker->addEntry(brief, 1, {&own, &meshes.cube()}, shifted(0, 0, 0).data());
@@ -89,7 +89,7 @@ TEST(PickerConcurrency, queriesSeePrefixesAndTheEndIsThatOfASerialRun) {
           const std::size_t handle = handles[p];
           Ids ids = picked(*picker, handle, view, t == 1);
           std::ranges::sort(ids);
-          // The first so many that this handle was given, and never fewer than before.
+          // The ids that this handle was given first, and never fewer than before.
           const std::uint32_t first = ids.empty() ? 0 : ids.front();
           EXPECT_TRUE(first == 0 || first == kRounds / 2 + 1) << first;
           for (std::size_t i = 0; i < ids.size(); ++i) EXPECT_EQ(ids[i], first + i);
@@ -99,7 +99,7 @@ TEST(PickerConcurrency, queriesSeePrefixesAndTheEndIsThatOfASerialRun) {
           lastHandle[p] = handle;
           lastCount[p] = ids.size();
           if (!ids.empty()) {
-            // Where it is depends on how far the producer has come; but along x the ray meets it.
+            // Relocations move it along x, and so along the ray.
             EXPECT_TRUE(
                 rayPicked(*picker, handle, static_cast<std::int32_t>(first), {-900, 0.25f, 0.5f}, {1, 0, 0}).mHit);
           }

@@ -106,6 +106,22 @@ TEST_F(PickerTest, answersAsAPlainPickerDoesOnRandomScenes) {
   EXPECT_GT(hits, 2000u);
 }
 
+// Three cubes seen from above; the view volume lies between the bars.
+//
+//   x  -20             0            20
+//       |            +---+        +--|--+  +---+
+//       |            | 1 |        |  2  |  | 3 |
+//       |            +---+        +--|--+  +---+
+TEST_F(PickerTest, aViewVolumeFindsWhatItTouchesOrHolds) {
+  const std::size_t handle = picker->createHandle();
+  for (const std::uint32_t id : {1u, 2u, 3u}) {
+    constexpr double kX[] = {0, 0, 20, 22};
+    picker->addEntry(handle, id, {&meshes.cube()}, shifted(kX[id], 0, 0).data());
+  }
+  EXPECT_THAT(picked(*picker, handle, front, false), testing::UnorderedElementsAre(1, 2));
+  EXPECT_THAT(picked(*picker, handle, front, true), ElementsAre(1));
+}
+
 // The header's advice for small models: scale the direction up, and multiply the distance by as much.
 TEST_F(PickerTest, aLongDirectionHitsASmallModel) {
   const std::size_t handle = picker->createHandle();
@@ -165,7 +181,7 @@ TEST_F(PickerTest, aHandleLeadsToItsPickerAndStartsWithIt) {
   EXPECT_EQ(record[1], 2u);
 }
 
-// A ray prepares the object for later ones: that must not outlast a relocation.
+// The second ray prepares the object for later ones, up to the next relocation.
 TEST_F(PickerTest, laterRaysFollowARelocation) {
   const support::Surface grid = support::gridOf(9, 9, [](unsigned, unsigned) { return false; });
   const util::Mesh mesh = support::meshOf(grid.mPoints, grid.mFaces);

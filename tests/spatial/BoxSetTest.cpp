@@ -241,7 +241,7 @@ TEST(BoxIndex, decidesOnlyWhatIsCertainAndTheSameWithAnyInstructions) {
 }
 
 // Boxes are moved until they touch a face, an edge or a corner of the volume to within some ulps. There, all shortcuts
-// have to agree with the formula, whatever rounding makes of it.
+// have to agree with the formula, however it rounds.
 TEST(BoxSet, findsBoxesThatTouchWithinRounding) {
   std::size_t touching = 0, apart = 0;
   for (unsigned seed = 0; seed < 400; ++seed) {
