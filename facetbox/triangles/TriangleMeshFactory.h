@@ -17,7 +17,7 @@ struct TriangleMeshArrays {
   std::vector<std::uint32_t> edgePairs;
 };
 
-/// Packages a triangulator's result.
+/// Makes a triangle mesh of a triangulator's result.
 class Triangulator::TriangleMeshFactory {
  public:
   virtual ~TriangleMeshFactory() = default;

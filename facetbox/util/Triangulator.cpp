@@ -16,9 +16,9 @@
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/math/Vec3.h>
-#include <facetbox/mesh/HoleTable.h>
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/triangles/HoleView.h>
 #include <facetbox/triangles/TriangleMeshFactory.h>
 
 namespace util {
@@ -56,51 +56,6 @@ void GLAPIENTRY reportError(GLenum code) {
     }
 }
 
-[[noreturn]] void throwIllegalHole() { throw std::runtime_error("illegal hole index."); }
-
-/// Checks what feeding the groups relies on: a face's groups are finished and name faces that exist.
-void checkHoles(const SmallIndexList& list, std::size_t faceCount) {
-  for (auto group = list.begin(); group != list.end();) {
-    const auto end = std::find(group, list.end(), HoleTable::kEnd);
-    const bool isOfFace = group != end && *group < faceCount;
-    if (isOfFace && (end == list.end() || std::any_of(group, end, [=](std::uint32_t f) { return f >= faceCount; })))
-      throwIllegalHole();
-    if (end == list.end()) return;
-    group = end + 1;
-  }
-}
-
-/// The hole groups of a mesh, to be read in ascending order of faces.
-class HoleView {
- public:
-  HoleView(const HoleTable& holes, std::size_t faceCount) {
-    if (holes.empty()) return;
-    checkHoles(holes.list(), faceCount);
-    mGroups = holes.groupsByOuter(faceCount);
-    mNext = mGroups;
-    mIsHole.resize(faceCount);
-    for (const HoleTable::Group& group : mGroups)
-      for (const std::uint32_t hole : group.holes) mIsHole[hole] = true;
-  }
-
-  bool isHole(std::size_t face) const { return !mIsHole.empty() && mIsHole[face]; }
-
-  /// The group of `face`, the first where a list that nothing has checked has several; none or one. Asked for each face
-  /// once, in ascending order.
-  std::span<const HoleTable::Group> groupsOf(std::size_t face) {
-    std::size_t count = 0;
-    while (count < mNext.size() && mNext[count].outer == face) ++count;
-    const std::span<const HoleTable::Group> groups = mNext.first(count);
-    mNext = mNext.subspan(count);
-    return groups.first(std::min<std::size_t>(groups.size(), 1));
-  }
-
- private:
-  std::vector<HoleTable::Group> mGroups;
-  std::span<const HoleTable::Group> mNext;
-  std::vector<bool> mIsHole;  ///< per face; empty when there are no groups
-};
-
 bool areEqual(const std::vector<double>& coordinates, const Buffer<Vec3>& vertices) {
   static_assert(sizeof(Vec3) == 3 * sizeof(double));
   return vertices.empty() || std::memcmp(coordinates.data(), vertices.data(), vertices.size() * sizeof(Vec3)) == 0;
@@ -110,6 +65,20 @@ bool anyNaN(const std::vector<double>& values) {
   bool any = false;
   for (const double value : values) any |= std::isnan(value);
   return any;
+}
+
+std::vector<Vec3> verticesOf(const std::vector<double>& coordinates) {
+  std::vector<Vec3> vertices(coordinates.size() / 3);
+  if (!vertices.empty()) std::memcpy(vertices.data(), coordinates.data(), vertices.size() * sizeof(Vec3));
+  return vertices;
+}
+
+/// How many indices the triangles of faces without holes and crossings take.
+std::size_t expectedIndices(const PrimitiveList& faces) {
+  std::size_t triangles = 0;
+  for (std::size_t face = 0; face < faces.size(); ++face)
+    if (faces.cornerCount(face) > 2) triangles += faces.cornerCount(face) - 2;
+  return 3 * triangles;
 }
 
 void requirePerVertex(const TriangleMeshArrays& arrays, std::size_t vertexCount) {
@@ -136,6 +105,7 @@ struct Triangulator::State {
   void feedFace(const PrimitiveList& faces, std::size_t face, std::span<const HoleTable::Group> groups,
                 const Vec3& normal);
   void feedContour(std::span<const std::uint32_t> corners, VertexRecord*& record);
+  bool touchesNaN(const PrimitiveList& faces, std::size_t face, std::span<const HoleTable::Group> groups) const;
   bool touchesNaN(std::span<const std::uint32_t> corners) const;
 
   void endPrimitive();
@@ -185,31 +155,18 @@ void Triangulator::State::run(const MeshStorage& mesh, TriangleMeshArrays& outpu
   // A stored normal speaks of the mesh's own coordinates; under it, faces that were turned away would be dropped.
   const bool normalsAreStored = areEqual(output.vertexCoordinates, mesh.mVertices);
   const bool mayTouchNaN = anyNaN(output.vertexCoordinates);
-  std::vector<Vec3> vertices;
-  if (!normalsAreStored) {
-    vertices.resize(mesh.mVertices.size());
-    if (!vertices.empty())
-      std::memcpy(vertices.data(), output.vertexCoordinates.data(), vertices.size() * sizeof(Vec3));
-  }
-  std::size_t expected = 0;
-  for (std::size_t face = 0; face < faces.size(); ++face)
-    if (faces.cornerCount(face) > 2) expected += faces.cornerCount(face) - 2;
+  const std::vector<Vec3> vertices = normalsAreStored ? std::vector<Vec3>() : verticesOf(output.vertexCoordinates);
   output.indices.clear();
-  output.indices.reserve(3 * expected);
+  output.indices.reserve(expectedIndices(faces));
   mOutput = &output;
   mSourceFaces = sourceFaces;
 
   for (std::size_t face = 0; face < faces.size(); ++face) {
     const auto groups = holes.groupsOf(face);
     if (faces.cornerCount(face) < 3 || holes.isHole(face)) continue;
-    if (mayTouchNaN) {
-      bool touches = touchesNaN(faces.corners(face));
-      for (const HoleTable::Group& group : groups)
-        for (const std::uint32_t hole : group.holes) touches = touches || touchesNaN(faces.corners(hole));
-      if (touches) {
-        reportError(GLU_TESS_COORD_TOO_LARGE);
-        continue;
-      }
+    if (mayTouchNaN && touchesNaN(faces, face, groups)) {
+      reportError(GLU_TESS_COORD_TOO_LARGE);
+      continue;
     }
     Vec3 normal = faces.normal(face);
     if (!normalsAreStored) computeFaceNormal(vertices, faces.corners(face), normal);
@@ -248,6 +205,15 @@ void Triangulator::State::feedContour(std::span<const std::uint32_t> corners, Ve
     gluTessVertex(tess, coordinates + 3 * std::size_t{vertex}, record++);
   }
   gluTessEndContour(tess);
+}
+
+/// Whether a corner of the face or of its holes has a coordinate that is not a number.
+bool Triangulator::State::touchesNaN(const PrimitiveList& faces, std::size_t face,
+                                     std::span<const HoleTable::Group> groups) const {
+  bool touches = touchesNaN(faces.corners(face));
+  for (const HoleTable::Group& group : groups)
+    for (const std::uint32_t hole : group.holes) touches = touches || touchesNaN(faces.corners(hole));
+  return touches;
 }
 
 bool Triangulator::State::touchesNaN(std::span<const std::uint32_t> corners) const {
