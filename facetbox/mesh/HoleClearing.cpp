@@ -5,9 +5,10 @@
 namespace util {
 
 void clearFaceAndHoles(PrimitiveList& faces, std::uint32_t face, std::span<const HoleTable::Group> groups) {
-  for (const HoleTable::Group& group : HoleTable::groupsOf(face, groups))
-    for (const std::uint32_t hole : group.holes)
-      if (hole < faces.size()) faces.clear(hole);
+  if (!groups.empty())
+    for (const HoleTable::Group& group : HoleTable::groupsOf(face, groups))
+      for (const std::uint32_t hole : group.holes)
+        if (hole < faces.size()) faces.clear(hole);
   faces.clear(face);
 }
 

@@ -121,10 +121,11 @@ class FaceNeighbours {
   Buffer<std::uint32_t> mNeighbours;  // per position of the corner pool
 };
 
-/// The faces in the order in which they are reached, piece after piece, and each one's orientation.
-class PieceWalk {
+/// The faces in the order in which they are reached, connected component after connected component, and each one's
+/// orientation.
+class ComponentWalk {
  public:
-  PieceWalk(MeshStorage& mesh, std::span<const Vec3> points)
+  ComponentWalk(MeshStorage& mesh, std::span<const Vec3> points)
       : mFaces(mesh.mFaces),
         mPoints(points),
         mNeighbours(mesh.mFaces, mesh.mVertices.size()),
@@ -136,18 +137,18 @@ class PieceWalk {
 
   bool isReached(std::uint32_t face) const { return mOrientations[face] != Orientation::unreached; }
 
-  /// Walks the piece of a face not yet reached and flips those of its faces that have to be.
-  void conformPiece(std::uint32_t seed) {
+  /// Walks the connected component of a face not yet reached and flips those of its faces that have to be.
+  void conformComponent(std::uint32_t seed) {
     const std::size_t begin = mReached.size();
     BoxFromBelow box;
     reach(seed, Orientation::likeSeed);
     for (std::size_t i = begin; i < mReached.size(); ++i) reachNeighbours(mReached[i], box);
 
-    const std::span<const std::uint32_t> piece(mReached.data() + begin, mReached.size() - begin);
-    const Vec3 reference = (piece.size() > 1 ? box : mWholeBox).pointBelow();
+    const std::span<const std::uint32_t> component(mReached.data() + begin, mReached.size() - begin);
+    const Vec3 reference = (component.size() > 1 ? box : mWholeBox).pointBelow();
     // A sum of zero or NaN counts as inward.
-    const Orientation inward = volumeSum(piece, reference) > 0.0 ? Orientation::againstSeed : Orientation::likeSeed;
-    for (const std::uint32_t face : piece)
+    const Orientation inward = volumeSum(component, reference) > 0.0 ? Orientation::againstSeed : Orientation::likeSeed;
+    for (const std::uint32_t face : component)
       if (mOrientations[face] == inward) flipFace(mFaces, face);
   }
 
@@ -169,9 +170,9 @@ class PieceWalk {
   }
 
   /// Three times the signed volume between the faces and a point, with the orientations applied.
-  double volumeSum(std::span<const std::uint32_t> piece, const Vec3& reference) const {
+  double volumeSum(std::span<const std::uint32_t> component, const Vec3& reference) const {
     double sum = 0.0;
-    for (const std::uint32_t face : piece) {
+    for (const std::uint32_t face : component) {
       const auto corners = mFaces.corners(face);
       if (corners.empty() || mLinks.isHole(face)) continue;
       Vec3 normal;
@@ -188,7 +189,7 @@ class PieceWalk {
   HoleLinks mLinks;
   BoxFromBelow mWholeBox;
   Buffer<Orientation> mOrientations;
-  Buffer<std::uint32_t> mReached;  // the queue and the list of the pieces in one
+  Buffer<std::uint32_t> mReached;  // the queue and the list of the components in one
 };
 
 }  // namespace
@@ -210,9 +211,9 @@ void conformNormals(Mesh& mesh, const double* transform) {
     for (const Vec3& vertex : m.mVertices) transformed.push_back(transformPoint(transform, vertex));
   }
 
-  PieceWalk walk(m, asStored ? std::span<const Vec3>(m.mVertices) : std::span<const Vec3>(transformed));
+  ComponentWalk walk(m, asStored ? std::span<const Vec3>(m.mVertices) : std::span<const Vec3>(transformed));
   for (std::uint32_t face = 0; face < m.mFaces.size(); ++face)
-    if (!walk.isReached(face)) walk.conformPiece(face);
+    if (!walk.isReached(face)) walk.conformComponent(face);
   clearConnectivityCache(mesh);
 }
 

@@ -4,18 +4,18 @@
 
 namespace util {
 
-/// Orients the faces consistently, and every connected piece of them outward.
+/// Orients the faces consistently, and every connected component of them outward.
 ///
-/// Faces are neighbours where exactly these two use an edge, and belong together then: a piece grows over such edges,
-/// from the lowest face not yet reached, and from a hole face to its outer face and back. Edges of one face or of three
-/// and more carry no orientation. Within a piece, neighbours end up running their edge in opposite directions, and hole
-/// faces are turned exactly when their outer faces are: holes are expected to run like the face that they perforate. On
-/// a surface that cannot be oriented, the way on which a face is first reached decides.
+/// Faces are neighbours where exactly these two use an edge, and belong together then: a component grows over such
+/// edges, from the lowest face not yet reached, and from a hole face to its outer face and back. Edges of one face or
+/// of three and more carry no orientation. Within a component, neighbours end up running their edge in opposite
+/// directions, and hole faces are turned exactly when their outer faces are: holes are expected to run like the face
+/// that they perforate. On a surface that cannot be oriented, the way on which a face is first reached decides.
 ///
-/// A piece counts as turned outward when the signed volume between its faces (holes left out) and a point one unit
-/// below its bounding box is positive: for a closed piece three times its own volume, for an open one a vote for "up".
-/// A piece of a single face is measured from the point below the whole mesh. Cavities are pieces of their own and are
-/// turned outward as well.
+/// A component counts as turned outward when the signed volume between its faces (holes left out) and a point one unit
+/// below its bounding box is positive: for a closed component three times its own volume, for an open one a vote for
+/// "up". A component of a single face is measured from the point below the whole mesh. Cavities are components of their
+/// own and are turned outward as well.
 ///
 /// A flipped face turns its corner cycle, stored normal and corner sets (flipFace). Per-vertex normals are dropped from
 /// the whole mesh. Lines and points keep everything else.

@@ -45,21 +45,6 @@ class BucketTable {
 
 }  // namespace
 
-std::uint32_t faceHash(std::span<const std::uint32_t> corners) {
-  assert(!corners.empty());
-  std::uint64_t sum = 0;
-  std::uint32_t from = corners.back();
-  for (const std::uint32_t to : corners) {
-    // Odd constants: the fractional parts of the golden ratio and of the square root of 3.
-    std::uint64_t edge = std::uint64_t{std::max(from, to)} << 32 | std::min(from, to);
-    edge *= 0x9E3779B97F4A7C15u;
-    edge ^= edge >> 32;
-    sum += edge * 0xBB67AE8584CAA73Bu;
-    from = to;
-  }
-  return static_cast<std::uint32_t>(sum >> 32);
-}
-
 FaceBuckets::FaceBuckets(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes) {
   assert(std::ranges::is_sorted(faces));
   if (!fillByTable(faces, hashes)) fillBySorting(faces, hashes);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -11,7 +13,20 @@ namespace util {
 
 /// A hash that double faces have in common: a sum over the undirected edges, in which neither the first corner nor the
 /// direction matters. Other faces rarely share it, but may.
-std::uint32_t faceHash(std::span<const std::uint32_t> corners);
+inline std::uint32_t faceHash(std::span<const std::uint32_t> corners) {
+  assert(!corners.empty());
+  std::uint64_t sum = 0;
+  std::uint32_t from = corners.back();
+  for (const std::uint32_t to : corners) {
+    // Odd constants: the fractional parts of the golden ratio and of the square root of 3.
+    std::uint64_t edge = std::uint64_t{std::max(from, to)} << 32 | std::min(from, to);
+    edge *= 0x9E3779B97F4A7C15u;
+    edge ^= edge >> 32;
+    sum += edge * 0xBB67AE8584CAA73Bu;
+    from = to;
+  }
+  return static_cast<std::uint32_t>(sum >> 32);
+}
 
 /// A set of hashes that knows which were added more than once: always right about those, rarely wrong about the others.
 class RepeatedHashes {

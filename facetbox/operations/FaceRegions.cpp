@@ -1,6 +1,7 @@
 #include <facetbox/operations/FaceRegions.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <deque>
 #include <functional>
@@ -134,6 +135,7 @@ class FaceRegions::SplitSearch {
 FaceRegions::FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, const EdgeTwins& twins,
                          std::span<const double> areas)
     : mFaces(faces), mTwins(twins), mAreas(areas) {
+  assert(areas.size() == faces.size());
   mRegionOf.resize(faces.size(), kFree);
   mFirstBorder.resize(vertexCount, kNone);
   mNextBorder.resize(faces.poolSize());
@@ -177,6 +179,7 @@ std::span<const std::uint32_t> FaceRegions::borderFrom(std::uint32_t vertex) {
 }
 
 void FaceRegions::putOut(std::uint32_t face) {
+  assert(mSeed != kFree);
   if (!isMember(face)) return;
   mRegionOf[face] = kFree;
   mOut.push_back(face);
@@ -189,6 +192,7 @@ void FaceRegions::putOut(std::uint32_t face) {
 }
 
 std::vector<std::uint32_t> FaceRegions::fanAt(std::uint32_t start) const {
+  assert(isBorder(start));
   std::vector<std::uint32_t> fan{mTwins.faceOf(start)};
   for (std::uint32_t arriving = previousCorner(start); isInner(arriving);) {
     const std::uint32_t leaving = mTwins.twinOf(arriving);
@@ -301,6 +305,7 @@ void FaceRegions::markFlaw(std::span<const std::uint32_t> corners) {
 }
 
 void FaceRegions::markFlaw(std::uint32_t face) {
+  assert(isMember(face));
   if (face != mSeed) mMarked.push_back(face);
 }
 
@@ -347,6 +352,7 @@ bool FaceRegions::putOutMarked() {
 }
 
 void FaceRegions::giveUp() {
+  assert(mSeed != kFree);
   for (const std::uint32_t face : mMembers) {
     if (!isMember(face) || face == mSeed) continue;
     mRegionOf[face] = kFree;

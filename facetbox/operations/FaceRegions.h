@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -11,7 +12,8 @@
 
 namespace util {
 
-/// Edge-connected regions of faces, grown one after another from seeds; no face lies in two of them.
+/// Edge-connected regions of faces, grown one after another from seeds; no face lies in two of them. Each region is a
+/// connected component of the faces that its seed accepts, less what was put out of it.
 ///
 /// An edge of a region is an inner one when it is a clean edge (EdgeTwins) between two faces of the region; all others
 /// are its border. The border passes over a vertex as often as border edges leave it; a vertex that it passes more than
@@ -47,6 +49,7 @@ class FaceRegions {
   /// neighbour, twin)` holds, given as face numbers and pool positions. O(corners of the region).
   template <class Accept>
   void grow(std::uint32_t seed, Accept accept) {
+    assert(mSeed == kFree && isFree(seed));
     mSeed = seed;
     mRound = 0;
     mMembers.assign(1, seed);
@@ -93,7 +96,10 @@ class FaceRegions {
   /// O(corners of the region).
   void numberFromSeed();
   /// The number of a member as of the last numberFromSeed(), which was in this round.
-  std::uint32_t numberOf(std::uint32_t face) const { return mNumbers[face]; }
+  std::uint32_t numberOf(std::uint32_t face) const {
+    assert(isMember(face));
+    return mNumbers[face];
+  }
 
   /// Takes all marked faces out of the region at once, then all that is no longer edge-connected with the seed; then
   /// resolves the pinches that came up.

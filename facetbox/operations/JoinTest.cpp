@@ -1,7 +1,6 @@
 #include <facetbox/operations/JoinTest.h>
 
 #include <algorithm>
-#include <cassert>
 
 namespace util {
 namespace {
@@ -35,34 +34,32 @@ bool JoinTest::attributesAgree(std::uint32_t face, std::uint32_t corner, std::ui
 /// Whether all corners of a face continue the seed's texture mapping and, where the face has no plane of its own, lie
 /// in that of the seed as seen from the common edge, which starts at `corner`.
 bool JoinTest::cornersFit(std::uint32_t face, std::uint32_t corner) {
-  const std::uint32_t count = m.mFaces.cornerCount(face);
+  const auto vertices = m.mFaces.corners(face);
   const Vec3& edgeStart = m.mVertices[m.mFaces.vertexAt(corner)];
-  if (count <= kFewCorners) {
-    for (std::uint32_t i = 0; i < count; ++i)
-      if (!cornerFits(face, i, edgeStart)) return false;
+  const auto fits = [&](std::uint32_t i) {
+    const Vec3& p = m.mVertices[vertices[i]];
+    if (!mPlanes.hasPlane(face) && !mNormalTest.staysInPlane(p - edgeStart, m.mFaces.normal(mSeed))) return false;
+    return std::ranges::all_of(mTextureMaps, [&](const auto& setAndMap) {
+      const auto& [set, map] = setAndMap;
+      const auto& pairs = m.mTexCoords[static_cast<std::size_t>(set)];
+      const std::uint32_t pair = m.mFaces.cornerSet(face, set)[i];
+      return pair < pairs.size() && map.agrees(p, pairs[pair]);
+    });
+  };
+  if (vertices.size() <= kFewCorners) {
+    for (std::uint32_t i = 0; i < vertices.size(); ++i)
+      if (!fits(i)) return false;
     return true;
   }
   if (mScans.empty()) mScans.resize(mPlanes.areas().size(), {0, 0});
   Scan& scan = mScans[face];
-  if (scan.count != 0 && (scan.count == kMostScans || !cornerFits(face, scan.corner, edgeStart))) return false;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    if (cornerFits(face, i, edgeStart)) continue;
+  if (scan.count != 0 && (scan.count == kMostScans || !fits(scan.corner))) return false;
+  for (std::uint32_t i = 0; i < vertices.size(); ++i) {
+    if (fits(i)) continue;
     scan = {i, static_cast<std::uint8_t>(scan.count + 1)};
     return false;
   }
   return true;
-}
-
-bool JoinTest::cornerFits(std::uint32_t face, std::uint32_t number, const Vec3& edgeStart) const {
-  assert(number < m.mFaces.cornerCount(face));
-  const Vec3& p = m.mVertices[m.mFaces.corners(face)[number]];
-  if (!mPlanes.hasPlane(face) && !mNormalTest.staysInPlane(p - edgeStart, m.mFaces.normal(mSeed))) return false;
-  return std::ranges::all_of(mTextureMaps, [&](const auto& setAndMap) {
-    const auto& [set, map] = setAndMap;
-    const auto& pairs = m.mTexCoords[static_cast<std::size_t>(set)];
-    const std::uint32_t pair = m.mFaces.cornerSet(face, set)[number];
-    return pair < pairs.size() && map.agrees(p, pairs[pair]);
-  });
 }
 
 }  // namespace util

@@ -50,7 +50,6 @@ class JoinTest {
   }
   bool attributesAgree(std::uint32_t face, std::uint32_t corner, std::uint32_t neighbour, std::uint32_t twin) const;
   bool cornersFit(std::uint32_t face, std::uint32_t corner);
-  bool cornerFits(std::uint32_t face, std::uint32_t number, const Vec3& edgeStart) const;
 
   const MeshStorage& m;
   const FacePlanes& mPlanes;

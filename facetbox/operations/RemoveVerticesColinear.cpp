@@ -221,8 +221,8 @@ class CornerRemoval {
     if (mFaces.carries(face, PrimitiveList::kSeamSet) && mFaces.cornerSet(face, PrimitiveList::kSeamSet)[at] != kNone)
       return true;
     if (!mFaces.carries(face, PrimitiveList::kOutgoingEdgeSet)) return false;
-    const auto handedOver = mFaces.cornerSet(face, PrimitiveList::kOutgoingEdgeSet);
-    return handedOver[at] != handedOver[linkOf(corner).before];
+    const auto ofEdges = mFaces.cornerSet(face, PrimitiveList::kOutgoingEdgeSet);
+    return ofEdges[at] != ofEdges[linkOf(corner).before];
   }
 
   /// Whether, in every texture-coordinate set, the corner lies between its neighbours in texture space as it does on
@@ -261,7 +261,7 @@ class CornerRemoval {
 
     Link* links = mLinks.data() + mFaces.offset(face);
     Link& own = links[corner.position];
-    // The handed-over set needs no care: where a corner may go, its entry is its predecessor's.
+    // The outgoing-edge set needs no care: where a corner may go, its entry is its predecessor's.
     const bool nextLonger = hasVertexNormals(face) && isNextLonger(corner, own);
     links[own.before].after = own.after;
     links[own.after].before = own.before;

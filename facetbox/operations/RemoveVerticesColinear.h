@@ -18,7 +18,7 @@ namespace util {
 /// A straight corner stays, in every face that shares one of its two edges so that no T-junction comes about,
 /// - with `keepTextureMapping`, where its texture coordinates in some set are 0.001 or more off the interpolation
 ///   between its neighbours in the face, or an index lies beyond the set's pairs;
-/// - where the face's seam set has an entry for it, or its entry in the handed-over set differs from the corner's
+/// - where the face's seam set has an entry for it, or its entry in the outgoing-edge set differs from the corner's
 /// before.
 ///
 /// Vertices are visited in index order. A face that would be left with two corners is removed instead. A face that

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <limits>
 #include <numeric>
 
@@ -50,6 +51,7 @@ void writeSet(const PrimitiveList& faces, const Buffer<Vec2>& pairs, std::uint32
 
 TexCoordTree::TexCoordTree(const MeshStorage& mesh, std::span<const std::uint32_t> copies, double tolerance)
     : mTolerance(tolerance), mItems(copies.size()), mNodes(1) {
+  assert(!copies.empty() && std::ranges::is_sorted(copies));
   fillValues(mesh, copies);
   std::iota(mItems.begin(), mItems.end(), 0u);
   build(0, mItems, 0);
@@ -131,20 +133,32 @@ void TexCoordTree::rateDimension(std::size_t dimension, std::span<const std::uin
     if (cost < best.cost) best = {dimension, lowerEnd, mSorted[cut], cost};
   };
 
-  // The halves, if they are far enough apart, need no sorting.
-  const auto middle = mSorted.begin() + static_cast<std::ptrdiff_t>(count / 2);
+  rateHalves(rate);
+  if (best.cost > kGoodSplit * static_cast<double>(items.size()) * static_cast<double>(items.size()))
+    rateAllCuts(absent, rate);
+}
+
+/// Rates the cut between the halves of mSorted, which needs no sorting, if a value separates them.
+template <class Rate>
+void TexCoordTree::rateHalves(Rate rate) {
+  const std::size_t cut = mSorted.size() / 2;
+  const auto middle = mSorted.begin() + static_cast<std::ptrdiff_t>(cut);
   std::nth_element(mSorted.begin(), middle, mSorted.end());
   const double lowerEnd = *std::max_element(mSorted.begin(), middle);
-  if (lowerEnd < *middle) {
-    std::size_t lookLower = 0, lookUpper = 0;
-    for (const double at : mSorted) {
-      lookLower += at - lowerEnd >= mTolerance ? 0 : 1;
-      lookUpper += *middle - at >= mTolerance && !std::isinf(at) ? 0 : 1;
-    }
-    rate(count / 2, lowerEnd, lookLower, lookUpper);
-    if (best.cost <= kGoodSplit * static_cast<double>(items.size()) * static_cast<double>(items.size())) return;
+  if (!(lowerEnd < *middle)) return;
+  std::size_t lookLower = 0, lookUpper = 0;
+  for (const double at : mSorted) {
+    lookLower += at - lowerEnd >= mTolerance ? 0 : 1;
+    lookUpper += *middle - at >= mTolerance && !std::isinf(at) ? 0 : 1;
   }
+  rate(cut, lowerEnd, lookLower, lookUpper);
+}
 
+/// Rates every cut; sorts mSorted.
+/// @param absent  how many of them lack the set
+template <class Rate>
+void TexCoordTree::rateAllCuts(std::size_t absent, Rate rate) {
+  const std::size_t count = mSorted.size();
   std::ranges::sort(mSorted);
   if (!(mSorted.back() - mSorted.front() >= mTolerance)) return;  // nothing is told from anything
   std::size_t reachLower = 0, reachUpper = 0;  // end of those that look at the lower part, begin of the upper's

@@ -53,6 +53,10 @@ class TexCoordTree {
   void build(std::uint32_t node, std::span<std::uint32_t> items, std::size_t firstTried);
   Split chooseSplit(std::span<const std::uint32_t> items, std::size_t firstTried);
   void rateDimension(std::size_t dimension, std::span<const std::uint32_t> items, Split& best);
+  template <class Rate>
+  void rateHalves(Rate rate);
+  template <class Rate>
+  void rateAllCuts(std::size_t absent, Rate rate);
   double value(std::uint32_t copy, std::size_t dimension) const { return mValues[copy * mDimensions + dimension]; }
 
   bool areApart(std::uint32_t copy, std::uint32_t item) const {

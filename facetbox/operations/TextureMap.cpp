@@ -2,12 +2,9 @@
 
 #include <bit>
 #include <cassert>
-#include <cmath>
 
 namespace util {
 namespace {
-
-constexpr double kTexCoordTolerance = 0.001;
 
 /// Three corners of a face that span the largest triangle; for faces of many corners a large one: the corner farthest
 /// from the first one, and the corner that spans most with these two.
@@ -41,12 +38,6 @@ std::array<std::uint32_t, 3> largestTriangle(const MeshStorage& m, std::size_t f
 
 }  // namespace
 
-bool areTexCoordsClose(const Buffer<Vec2>& pairs, std::uint32_t a, std::uint32_t b) {
-  if (a >= pairs.size() || b >= pairs.size()) return false;
-  const double du = pairs[a].x - pairs[b].x, dv = pairs[a].y - pairs[b].y;
-  return std::sqrt(du * du + dv * dv) < kTexCoordTolerance;
-}
-
 TextureMap::TextureMap(const MeshStorage& m, std::size_t face, int set, const std::array<std::uint32_t, 3>& triangle) {
   assert(m.mFaces.carries(face, set));
   const auto corners = m.mFaces.corners(face);
@@ -65,15 +56,6 @@ TextureMap::TextureMap(const MeshStorage& m, std::size_t face, int set, const st
   mStep1 = {at1.x - mAtOrigin.x, at1.y - mAtOrigin.y};
   mStep2 = {at2.x - mAtOrigin.x, at2.y - mAtOrigin.y};
   mIsDefined = true;
-}
-
-bool TextureMap::agrees(const Vec3& point, const Vec2& pair) const {
-  if (!mIsDefined) return false;
-  const Vec3 p = point - mOrigin;
-  const double s = dot(mDual1, p), t = dot(mDual2, p);
-  const double du = mAtOrigin.x + s * mStep1.x + t * mStep2.x - pair.x;
-  const double dv = mAtOrigin.y + s * mStep1.y + t * mStep2.y - pair.y;
-  return std::sqrt(du * du + dv * dv) < kTexCoordTolerance;
 }
 
 void appendTextureMaps(const MeshStorage& m, std::uint32_t face, TextureMaps& maps) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -10,8 +11,14 @@
 
 namespace util {
 
+constexpr double kTexCoordTolerance = 0.001;  // distance in texture space
+
 /// Whether two indices name texture coordinates that are closer than the tolerance; one beyond the pairs names none.
-bool areTexCoordsClose(const Buffer<Vec2>& pairs, std::uint32_t a, std::uint32_t b);
+inline bool areTexCoordsClose(const Buffer<Vec2>& pairs, std::uint32_t a, std::uint32_t b) {
+  if (a >= pairs.size() || b >= pairs.size()) return false;
+  const double du = pairs[a].x - pairs[b].x, dv = pairs[a].y - pairs[b].y;
+  return std::sqrt(du * du + dv * dv) < kTexCoordTolerance;
+}
 
 /// The affine map from space to texture coordinates that three corners of a face define.
 class TextureMap {
@@ -20,7 +27,14 @@ class TextureMap {
   TextureMap(const MeshStorage& m, std::size_t face, int set, const std::array<std::uint32_t, 3>& triangle);
 
   /// Whether a pair is what the map gives for a point. Never where a corner of the triangle has no pair.
-  bool agrees(const Vec3& point, const Vec2& pair) const;
+  bool agrees(const Vec3& point, const Vec2& pair) const {
+    if (!mIsDefined) return false;
+    const Vec3 p = point - mOrigin;
+    const double s = dot(mDual1, p), t = dot(mDual2, p);
+    const double du = mAtOrigin.x + s * mStep1.x + t * mStep2.x - pair.x;
+    const double dv = mAtOrigin.y + s * mStep1.y + t * mStep2.y - pair.y;
+    return std::sqrt(du * du + dv * dv) < kTexCoordTolerance;
+  }
 
  private:
   bool mIsDefined = false;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <locale>
 #include <sstream>
 
@@ -98,6 +99,7 @@ void VertexGroups::listMembers() {
 }
 
 std::uint32_t VertexGroups::removeFromGroup(std::uint32_t vertex) {
+  assert(mGroupOf[vertex] != kNone);
   if (mSeeds.empty()) listMembers();
   const std::uint32_t group = mGroupOf[vertex];
   const auto skipLeft = [&](std::uint32_t position) {

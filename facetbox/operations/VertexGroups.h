@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstdint>
 #include <span>
 
@@ -21,7 +22,10 @@ class VertexGroups {
   /// The group that a vertex is in, or kNone.
   std::uint32_t groupOf(std::uint32_t vertex) const { return mGroupOf[vertex]; }
   /// The lowest vertex of a group: the one that the others are merged into. The group must not be empty.
-  std::uint32_t seedOf(std::uint32_t group) const { return mSeeds.empty() ? group : mMembers[mSeeds[group]]; }
+  std::uint32_t seedOf(std::uint32_t group) const {
+    assert(mSizes.empty() || mSizes[group] > 1);
+    return mSeeds.empty() ? group : mMembers[mSeeds[group]];
+  }
 
   /// Takes a vertex out of the group that it is in. A group of two is dissolved: the other member leaves too.
   /// @return that other member, else kNone
