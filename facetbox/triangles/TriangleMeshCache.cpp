@@ -156,48 +156,53 @@ TriangleMeshCache::TriangleMeshCache(int kind) : mKind(kind), mStore(std::make_s
 TriangleMeshCache::~TriangleMeshCache() { mStore->clear(); }
 
 std::shared_ptr<TriangleMesh> TriangleMeshCache::getTriangleMesh(const Mesh& mesh) {
-  std::uint64_t stamp;
-  std::shared_ptr<InFlight> record;
   for (;;) {
-    bool isOurs = false;
-    {
-      const Store::Lock lock(mStore->mMutex);
-      const std::uint64_t fresh = takeStamp(mKind);
-      stamp = mesh.storage().mStamps.stampOr(mKind, fresh);
-      if (auto cached = Store::find(mStore, stamp)) {
-        giveBackStamp(mKind, fresh);
-        return cached;
-      }
-      if (const auto others = mInFlight.find(stamp); others != mInFlight.end()) {
-        giveBackStamp(mKind, fresh);
-        record = others->second;
-      } else {
-        record = std::make_shared<InFlight>();
-        mInFlight.emplace(stamp, record);
-        isOurs = true;
-      }
-    }
-    if (isOurs) break;
-    if (auto result = record->wait()) return result;
+    const Claim claim = findOrClaim(mesh);
+    if (claim.cached) return claim.cached;
+    if (claim.isOurs) return fulfill(claim, mesh);
+    // Another thread is making it. Where that fails, this one tries itself.
+    if (auto result = claim.record->wait()) return result;
   }
+}
 
+/// Finds the cached triangles or the record of those that are being made, or registers that this thread makes them.
+TriangleMeshCache::Claim TriangleMeshCache::findOrClaim(const Mesh& mesh) {
+  const Store::Lock lock(mStore->mMutex);
+  const std::uint64_t fresh = takeStamp(mKind);
+  const std::uint64_t stamp = mesh.storage().mStamps.stampOr(mKind, fresh);
+  if (auto cached = Store::find(mStore, stamp)) {
+    giveBackStamp(mKind, fresh);
+    return {stamp, std::move(cached), nullptr, false};
+  }
+  if (const auto others = mInFlight.find(stamp); others != mInFlight.end()) {
+    giveBackStamp(mKind, fresh);
+    return {stamp, nullptr, others->second, false};
+  }
+  auto record = std::make_shared<InFlight>();
+  mInFlight.emplace(stamp, record);
+  return {stamp, nullptr, std::move(record), true};
+}
+
+/// Makes what this thread has claimed, and tells those who wait how it went.
+std::shared_ptr<TriangleMesh> TriangleMeshCache::fulfill(const Claim& claim, const Mesh& mesh) {
+  assert(claim.isOurs);
   std::shared_ptr<Use> use;  // ends after the lock is released
   try {
-    use = std::make_shared<Use>(mStore, stamp, makeTriangleMesh(mesh));
+    use = std::make_shared<Use>(mStore, claim.stamp, makeTriangleMesh(mesh));
     const Store::Lock lock(mStore->mMutex);
-    mStore->add(stamp, use);
-    mInFlight.erase(stamp);
+    mStore->add(claim.stamp, use);
+    mInFlight.erase(claim.stamp);
   } catch (...) {
     use.reset();  // before another thread can add the stamp anew: it would release that one's
     {
       const Store::Lock lock(mStore->mMutex);
-      mInFlight.erase(stamp);
+      mInFlight.erase(claim.stamp);
     }
-    record->finish(nullptr);
+    claim.record->finish(nullptr);
     throw;
   }
   auto result = Use::pointer(use);
-  record->finish(result);
+  claim.record->finish(result);
   return result;
 }
 

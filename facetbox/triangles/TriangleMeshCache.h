@@ -43,6 +43,15 @@ class TriangleMeshCache {
   class Store;
   class Use;
   struct InFlight;
+  /// What a thread has learned about a polygon mesh: its triangles, or a record of those that are being made.
+  struct Claim {
+    std::uint64_t stamp;
+    std::shared_ptr<TriangleMesh> cached;  ///< null where they are still to be made
+    std::shared_ptr<InFlight> record;      ///< null where they are cached
+    bool isOurs;                           ///< whether this thread makes them
+  };
+  Claim findOrClaim(const Mesh& mesh);
+  std::shared_ptr<TriangleMesh> fulfill(const Claim& claim, const Mesh& mesh);
   std::shared_ptr<TriangleMesh> makeTriangleMesh(const Mesh& mesh);
 
   const int mKind;

@@ -247,7 +247,13 @@ TEST(RayTest, meshesThatCannotBePartedAreSearchedAllTheSame) {
   }
 }
 
-// By hand, as the loop is the measure of everything else here.
+// By hand, as the loop is the measure of everything else here. Seen from above:
+//   2  +
+//      |  `.    x
+//   1  o     o          the rays at o meet edges, the one at h the inside, the one at x nothing
+//      |  h     `.
+//   0  +-----------+
+//      0     1     2
 TEST(RayTest, edgesAndTheOriginCountParallelRaysDoNot) {
   const auto mesh = triangleMeshOf({0, 0, 0, 2, 0, 0, 0, 2, 0}, {0, 1, 2});
   const auto hit = [&](Triple origin, Triple direction) {
