@@ -61,8 +61,8 @@ void BM_convertInAndOut(benchmark::State& state) {
   const Cleanup::MeshData data = workload.view();
   measure(state, workload, [&] {
     std::string log;
-    const std::unique_ptr<util::Mesh> mesh = meshDataToMesh(data, log);
-    Cleanup::freeMeshDataAndHoles(meshToMeshData(*mesh, log));
+    const std::unique_ptr<util::Mesh> mesh = util::meshDataToMesh(data, log);
+    Cleanup::freeMeshDataAndHoles(util::meshToMeshData(*mesh, log));
   });
 }
 

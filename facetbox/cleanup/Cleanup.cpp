@@ -9,6 +9,7 @@
 
 #include <facetbox/cleanup/MeshDataConversion.h>
 #include <facetbox/mesh/Maintenance.h>
+#include <facetbox/mesh/Validate.h>
 #include <facetbox/operations/ConformNormals.h>
 #include <facetbox/operations/MergeVertices.h>
 #include <facetbox/operations/RemoveEdgesCoplanar.h>
@@ -44,10 +45,12 @@ namespace {
 template <class Operation>
 const Cleanup::MeshData* runOperation(const Cleanup::MeshData& data, Operation operation) {
   std::string log;
-  const std::unique_ptr<util::Mesh> mesh = meshDataToMesh(data, log);
+  const std::unique_ptr<util::Mesh> mesh = util::meshDataToMesh(data, log);
   if (!mesh) return nullptr;
+  util::assertValid(*mesh, "the conversion");
   operation(*mesh);
-  return meshToMeshData(*mesh, log);
+  util::assertValid(*mesh, "the operation");
+  return util::meshToMeshData(*mesh, log);
 }
 
 /// Bytes as code points of the same value: never negative, so that no byte breaks a stream.
@@ -117,40 +120,34 @@ void Cleanup::freeMeshDataAndHoles(const MeshData* data) {
 }
 
 std::wostream& operator<<(std::wostream& stream, const Cleanup::MeshData& data) {
-  // Written elsewhere first: the caller's flags, width and locale have no say in it.
+  // Written to a stream of our own first, so that the caller's flags, width and locale have no effect.
   std::wostringstream text;
   text.imbue(std::locale::classic());
-  const auto pointer = [&](const void* value) -> std::wostream& { return text << value; };
+  const auto writeField = [&](const char* name, const auto& value) { text << name << ": " << value << '\n'; };
+  const auto writeArray = [&](const char* name, const void* array, const char* countName, int count) {
+    writeField(name, array);
+    writeField(countName, count);
+  };
 
-  text << "MeshData, \n"
-       << "mName: ";
+  text << "MeshData, \nmName: ";
   writeBytes(text, data.mName);
-  text << "\n"
-       << "mVertexCoords: ";
-  pointer(data.mVertexCoords) << "\n"
-                              << "mVCCount: " << data.mVCCount << "\n"
-                              << "mIndices: ";
-  pointer(data.mIndices) << "\n"
-                         << "mIndexCount: " << data.mIndexCount << "\n"
-                         << "mTexCoords: ";
-  pointer(data.mTexCoords) << "\n"
-                           << "mTCCount: " << data.mTCCount << "\n"
-                           << "mTCIndices: ";
-  pointer(data.mTCIndices) << "\n"
-                           << "mTCIndexCount: " << data.mTCIndexCount << "\n"
-                           << "mCounts: ";
-  pointer(data.mCounts) << "\nmCountCount: " << data.mCountCount << "\nmTextures: ";
-  pointer(data.mTextures) << " [ ";
+  text << '\n';
+  writeArray("mVertexCoords", data.mVertexCoords, "mVCCount", data.mVCCount);
+  writeArray("mIndices", data.mIndices, "mIndexCount", data.mIndexCount);
+  writeArray("mTexCoords", data.mTexCoords, "mTCCount", data.mTCCount);
+  writeArray("mTCIndices", data.mTCIndices, "mTCIndexCount", data.mTCIndexCount);
+  writeArray("mCounts", data.mCounts, "mCountCount", data.mCountCount);
+  text << "mTextures: " << static_cast<const void*>(data.mTextures) << " [ ";
   for (int run = 0; data.mTextures && run < data.mTexturesCount; ++run) {
     writeBytes(text, data.mTextures[run]);
     text << ", ";
   }
-  text << " ] "
-       << "\nmTexturesCount: " << data.mTexturesCount << "\nmTexturesStartFaces: ";
-  pointer(data.mTexturesStartFaces) << "\nmTexturesStartFacesCount: " << data.mTexturesStartFacesCount << "\nmHoles: ";
-  pointer(data.mHoles) << "\n"
-                       << "\nmHolesCount: " << data.mHolesCount << "\n";
-  text << "\n";
+  text << " ] \n";
+  writeField("mTexturesCount", data.mTexturesCount);
+  writeArray("mTexturesStartFaces", data.mTexturesStartFaces, "mTexturesStartFacesCount",
+             data.mTexturesStartFacesCount);
+  writeArray("mHoles", data.mHoles, "\nmHolesCount", data.mHolesCount);
+  text << '\n';
 
   const std::wstring dump = std::move(text).str();
   stream.write(dump.data(), static_cast<std::streamsize>(dump.size()));

@@ -26,20 +26,18 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
+namespace util {
 namespace {
-
-using util::MaterialPair;
-using util::MeshStorage;
 
 constexpr const char* kTextureKey = "texture";
 
-/// Releases a record that is not handed out after all.
+/// Releases an unfinished record when something throws.
 struct RecordDeleter {
   void operator()(Cleanup::MeshData* data) const { Cleanup::freeMeshDataAndHoles(data); }
 };
 using RecordPtr = std::unique_ptr<Cleanup::MeshData, RecordDeleter>;
 
-/// freeMeshData leaves the holes array to the process: that is promised, so the leak checker has to live with it.
+/// freeMeshData leaves the holes array to the process, as documented: the leak checker must not report it.
 void markIntendedLeak([[maybe_unused]] const void* array) {
 #ifdef FACETBOX_LEAK_CHECKED
   __lsan_ignore_object(array);
@@ -49,7 +47,7 @@ void markIntendedLeak([[maybe_unused]] const void* array) {
 /// One material per distinct name: every run of a name shares it.
 std::vector<MaterialPair> makeRunMaterials(const Cleanup::MeshData& data) {
   if (!data.mTextures) throw std::invalid_argument("mesh has texture runs, but no texture names");
-  const util::Shader blank = util::Shader("cleanupShader").declare(kTextureKey, util::ShaderType::texture);
+  const Shader blank = Shader("cleanupShader").declare(kTextureKey, ShaderType::texture);
   std::unordered_map<std::string_view, MaterialPair> known;
   std::vector<MaterialPair> materials;
   materials.reserve(static_cast<std::size_t>(data.mTexturesCount));
@@ -61,8 +59,8 @@ std::vector<MaterialPair> makeRunMaterials(const Cleanup::MeshData& data) {
     }
     const auto [entry, isNew] = known.try_emplace(name);
     if (isNew) {
-      const auto texture = std::make_shared<const util::SimpleTexture>(util::widenLatin1(name));
-      entry->second.first = util::intern(blank.set(kTextureKey, texture));
+      const auto texture = std::make_shared<const SimpleTexture>(widenLatin1(name));
+      entry->second.first = intern(blank.set(kTextureKey, texture));
     }
     materials.push_back(entry->second);
   }
@@ -79,7 +77,7 @@ int checkedCount(std::size_t length) {
 template <class T>
 T* newArray(std::size_t length) {
   T* array = new T[length];
-  util::adviseLargePages(array, length * sizeof(T));
+  adviseLargePages(array, length * sizeof(T));
   return array;
 }
 
@@ -91,12 +89,12 @@ char* newText(std::string_view text) {
 
 /// A material's texture name as UTF-8; null when it has none.
 char* newTextureName(const MaterialPair& material) {
-  const auto texture = util::findTexture(material, kTextureKey);
+  const auto texture = findTexture(material, kTextureKey);
   if (!texture || texture->uri().empty()) return nullptr;
-  return newText(util::toUtf8(texture->uri()));
+  return newText(toUtf8(texture->uri()));
 }
 
-void writeFaces(const util::PrimitiveList& faces, bool withTexCoords, Cleanup::MeshData& data) {
+void writeFaces(const PrimitiveList& faces, bool withTexCoords, Cleanup::MeshData& data) {
   const std::size_t faceCount = faces.size();
   data.mCountCount = checkedCount(faceCount);
   std::size_t cornerCount = 0;
@@ -117,7 +115,7 @@ void writeFaces(const util::PrimitiveList& faces, bool withTexCoords, Cleanup::M
 void writeVertices(const MeshStorage& m, Cleanup::MeshData& data) {
   data.mVCCount = checkedCount(3 * m.mVertices.size());
   float* out = data.mVertexCoords = newArray<float>(3 * m.mVertices.size());
-  for (const util::Vec3& vertex : m.mVertices) {
+  for (const Vec3& vertex : m.mVertices) {
     *out++ = static_cast<float>(vertex.x);
     *out++ = static_cast<float>(vertex.y);
     *out++ = static_cast<float>(vertex.z);
@@ -128,7 +126,7 @@ void writeTexCoords(const MeshStorage& m, Cleanup::MeshData& data) {
   const auto& texCoords = m.mTexCoords[0];
   data.mTCCount = checkedCount(2 * texCoords.size());
   float* out = data.mTexCoords = newArray<float>(2 * texCoords.size());
-  for (const util::Vec2& pair : texCoords) {
+  for (const Vec2& pair : texCoords) {
     *out++ = static_cast<float>(pair.x);
     *out++ = static_cast<float>(pair.y);
   }
@@ -151,28 +149,28 @@ void writeTextures(const MeshStorage& m, Cleanup::MeshData& data) {
 
 }  // namespace
 
-std::unique_ptr<util::Mesh> meshDataToMesh(const Cleanup::MeshData& data, std::string& log) {
+std::unique_ptr<Mesh> meshDataToMesh(const Cleanup::MeshData& data, std::string& log) {
   if (data.mVCCount < 3 || !data.mVertexCoords) return nullptr;
   const auto* counts = reinterpret_cast<const std::int32_t*>(data.mCounts);
-  std::unique_ptr<util::Mesh> mesh;
+  std::unique_ptr<Mesh> mesh;
   // Without a whole pair there are no texture coordinates, and nothing that goes with them is read.
   if (!data.mTexCoords || data.mTCCount < 2) {
-    mesh = std::make_unique<util::Mesh>(data.mName, data.mVCCount, data.mVertexCoords, data.mIndices, data.mCountCount,
-                                        counts, data.mHoles, data.mHolesCount, &log);
+    mesh = std::make_unique<Mesh>(data.mName, data.mVCCount, data.mVertexCoords, data.mIndices, data.mCountCount,
+                                  counts, data.mHoles, data.mHolesCount, &log);
   } else {
     std::vector<MaterialPair> materials;
     if (data.mTexturesCount > 0) materials = makeRunMaterials(data);
-    util::Buffer<std::uint32_t> starts(materials.size(), 0);
+    Buffer<std::uint32_t> starts(materials.size(), 0);
     if (data.mTexturesStartFaces) std::copy_n(data.mTexturesStartFaces, starts.size(), starts.begin());
-    mesh = std::make_unique<util::Mesh>(data.mName, data.mVCCount, data.mVertexCoords, data.mIndices, data.mTCCount,
-                                        data.mTexCoords, data.mTCIndices, data.mCountCount, counts, data.mHoles,
-                                        data.mHolesCount, std::move(materials), starts, &log);
+    mesh = std::make_unique<Mesh>(data.mName, data.mVCCount, data.mVertexCoords, data.mIndices, data.mTCCount,
+                                  data.mTexCoords, data.mTCIndices, data.mCountCount, counts, data.mHoles,
+                                  data.mHolesCount, std::move(materials), starts, &log);
   }
-  util::assignHoles(*mesh);
+  assignHoles(*mesh);
   return mesh;
 }
 
-const Cleanup::MeshData* meshToMeshData(const util::Mesh& mesh, const std::string& log) {
+const Cleanup::MeshData* meshToMeshData(const Mesh& mesh, const std::string& log) {
   const MeshStorage& m = mesh.storage();
   if (m.mVertices.empty() || m.mFaces.empty()) return nullptr;
 
@@ -191,3 +189,5 @@ const Cleanup::MeshData* meshToMeshData(const util::Mesh& mesh, const std::strin
   if (!log.empty()) data->mLog = newText(log);
   return data.release();
 }
+
+}  // namespace util

@@ -1,6 +1,9 @@
 #include <facetbox/mesh/Maintenance.h>
 
+#include <algorithm>
 #include <bit>
+#include <cassert>
+#include <span>
 
 #include <facetbox/mesh/FaceRenumbering.h>
 #include <facetbox/mesh/HoleClearing.h>
@@ -40,53 +43,73 @@ class VertexSet {
   Buffer<std::uint32_t> mRanks;
 };
 
+/// Whether a corner has the vertex of its predecessor, cyclically.
+bool hasEqualNeighbors(std::span<const std::uint32_t> corners) {
+  return corners.front() == corners.back() || std::ranges::adjacent_find(corners) != corners.end();
+}
+
+/// Moves what belongs to the corners of a face from one corner to another.
+class CornerMover {
+ public:
+  CornerMover(PrimitiveList& faces, std::size_t face)
+      : mFaces(faces),
+        mFace(face),
+        mNormalsDescribeEdges(faces.perVertexNormals(face) && faces.hasNormalIndices(face)),
+        mHasEdgeSet(faces.carries(face, PrimitiveList::kOutgoingEdgeSet)) {}
+
+  /// The corner itself, with all that describes it.
+  void moveCorner(std::size_t to, std::size_t from) const {
+    if (to == from) return;
+    moveIn(mFaces.corners(mFace), to, from);
+    if (mFaces.hasNormalIndices(mFace)) moveIn(mFaces.normalIndices(mFace), to, from);
+    for (std::uint32_t bits = mFaces.mask(mFace) & ~(1u << PrimitiveList::kOutgoingEdgeSet); bits != 0;
+         bits &= bits - 1)
+      moveIn(mFaces.cornerSet(mFace, std::countr_zero(bits)), to, from);
+  }
+
+  /// What describes the edge that leaves the corner.
+  void moveEdge(std::size_t to, std::size_t from) const {
+    if (to == from) return;
+    if (mNormalsDescribeEdges) moveIn(mFaces.normalIndices(mFace), to, from);
+    if (mHasEdgeSet) moveIn(mFaces.cornerSet(mFace, PrimitiveList::kOutgoingEdgeSet), to, from);
+  }
+
+ private:
+  static void moveIn(std::span<std::uint32_t> indices, std::size_t to, std::size_t from) {
+    indices[to] = indices[from];
+  }
+
+  PrimitiveList& mFaces;
+  const std::size_t mFace;
+  const bool mNormalsDescribeEdges, mHasEdgeSet;
+};
+
 }  // namespace
 
 void clearConnectivityCache(Mesh& mesh) { mesh.storage().mConnectivity.clear(); }
 
 bool removeRepeatedIndices(PrimitiveList& faces, std::size_t face) {
+  assert(!faces.isCleared(face));
   const auto corners = faces.corners(face);
   const std::size_t n = corners.size();
+  if (n >= 3 && !hasEqualNeighbors(corners)) return false;  // the common case
 
-  std::size_t firstRepeat = 1;
-  while (firstRepeat < n && corners[firstRepeat] != corners[firstRepeat - 1]) ++firstRepeat;
-  // The common case: nothing to move.
-  if (firstRepeat >= n && n >= 3 && corners[n - 1] != corners[0]) return false;
-
-  const bool withNormals = faces.perVertexNormals(face) && faces.hasNormalIndices(face);
-  const bool withHandedOver = faces.carries(face, PrimitiveList::kOutgoingEdgeSet);
-  const auto handOver = [&](std::size_t to, std::size_t from) {
-    if (to == from) return;
-    if (withNormals) faces.normalIndices(face)[to] = faces.normalIndices(face)[from];
-    if (withHandedOver) {
-      const auto set = faces.cornerSet(face, PrimitiveList::kOutgoingEdgeSet);
-      set[to] = set[from];
-    }
-  };
-
+  const CornerMover mover(faces, face);
   std::size_t write = 0;
   for (std::size_t read = 1; read < n; ++read) {
     if (corners[read] == corners[write]) continue;
-    handOver(write, read - 1);
-    if (++write == read) continue;
-    corners[write] = corners[read];
-    if (faces.hasNormalIndices(face)) faces.normalIndices(face)[write] = faces.normalIndices(face)[read];
-    for (std::uint32_t bits = faces.mask(face) & ~(1u << PrimitiveList::kOutgoingEdgeSet); bits != 0;
-         bits &= bits - 1) {
-      const auto set = faces.cornerSet(face, std::countr_zero(bits));
-      set[write] = set[read];
-    }
+    mover.moveEdge(write, read - 1);
+    mover.moveCorner(++write, read);
   }
-  handOver(write, n - 1);
+  mover.moveEdge(write, n - 1);
 
-  // Signed: a record of equal indices ends at -1.
-  const auto last = static_cast<std::int64_t>(write) - (corners[write] == corners[0] ? 1 : 0);
-  if (last < 2) {
+  const std::size_t kept = corners[write] == corners[0] ? write : write + 1;
+  if (kept < 3) {
     faces.clear(face);
     return true;
   }
-  if (static_cast<std::size_t>(last) + 1 == n) return false;
-  faces.shrink(face, static_cast<std::uint32_t>(last) + 1);
+  if (kept == n) return false;
+  faces.shrink(face, static_cast<std::uint32_t>(kept));
   return true;
 }
 

@@ -15,8 +15,8 @@ void clearConnectivityCache(Mesh& mesh);
 
 /// Removes vertex indices that repeat their predecessor, cyclically; a record left with fewer than three is cleared.
 ///
-/// A collapsed run of equal indices keeps the texture-coordinate indices of its first corner, but the normal index and
-/// the handed-over set's index of its last: those describe the edge that leaves the corner.
+/// A run of equal indices becomes one corner with the texture-coordinate indices of its first, but the normal index and
+/// the outgoing-edge index of its last: those describe the edge that leaves the corner.
 /// @return whether the record was changed. O(corners).
 bool removeRepeatedIndices(PrimitiveList& faces, std::size_t face);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cstring>
 #include <stdexcept>
 
@@ -23,6 +24,14 @@ void truncate(Buffer<T>& values, std::size_t size) {
 }
 
 }  // namespace
+
+template <class Use>
+void PrimitiveList::forEachPool(Use use) {
+  use(mCorners);
+  if (!mNormalIndices.empty()) use(mNormalIndices);
+  for (Buffer<std::uint32_t>& pool : mCornerSets)
+    if (!pool.empty()) use(pool);
+}
 
 void PrimitiveList::growFlags() { mFlags.resize(size(), 0); }
 
@@ -85,10 +94,7 @@ void PrimitiveList::relocate(std::size_t i, std::uint32_t count) {
 }
 
 void PrimitiveList::copyCorner(std::size_t to, std::size_t from) {
-  mCorners[to] = mCorners[from];
-  if (!mNormalIndices.empty()) mNormalIndices[to] = mNormalIndices[from];
-  for (auto& pool : mCornerSets)
-    if (!pool.empty()) pool[to] = pool[from];
+  forEachPool([=](Buffer<std::uint32_t>& pool) { pool[to] = pool[from]; });
 }
 
 void PrimitiveList::setCorners(std::size_t i, std::span<const std::uint32_t> positions, std::uint32_t room,
@@ -100,16 +106,13 @@ void PrimitiveList::setCorners(std::size_t i, std::span<const std::uint32_t> pos
     for (const std::uint32_t position : positions) copyCorner(to++, position);
     return;
   }
+  assert(std::size_t{mOffsets[i]} + count <= poolSize());
   mCounts[i] = count;
   scratch.resize(count);
-  const auto gather = [&](Buffer<std::uint32_t>& pool) {
-    if (pool.empty()) return;
+  forEachPool([&](Buffer<std::uint32_t>& pool) {
     std::ranges::transform(positions, scratch.begin(), [&](std::uint32_t position) { return pool[position]; });
     std::ranges::copy(scratch, pool.begin() + mOffsets[i]);
-  };
-  gather(mCorners);
-  gather(mNormalIndices);
-  for (auto& pool : mCornerSets) gather(pool);
+  });
 }
 
 void PrimitiveList::append(const Polygon& record) {
@@ -163,11 +166,9 @@ void PrimitiveList::adopt(Buffer<std::uint32_t>&& counts, Buffer<std::uint32_t>&
   mCorners = std::move(corners);
   mNormals.resize(size());
   mOffsets.resize(size());
-  std::uint32_t offset = 0;
-  for (std::size_t i = 0; i < size(); ++i) {
-    mOffsets[i] = offset;
-    offset += mCounts[i];
-  }
+  placeBackToBack();
+  assert(mCorners.size() == (empty() ? 0 : std::size_t{mOffsets.back()} + mCounts.back()));
+  assert(set0.empty() || set0.size() == mCorners.size());
   if (!set0.empty()) {
     mCornerSets[0] = std::move(set0);
     mMasks.resize(size(), std::uint16_t{1});
@@ -193,45 +194,69 @@ void PrimitiveList::copyCornerSet(int set, std::uint32_t* out) const {
   for (const std::uint32_t count : mCounts) out = std::fill_n(out, count, 0u);
 }
 
+bool PrimitiveList::isParallel() const {
+  const auto isAbsentOr = [](std::size_t length) {
+    return [length](auto& a) { return a.empty() || a.size() == length; };
+  };
+  const auto fitsRecords = isAbsentOr(size()), fitsCorners = isAbsentOr(poolSize());
+  if (mOffsets.size() != size() || mNormals.size() != size()) return false;
+  if (!fitsRecords(mMasks) || !fitsRecords(mFlags) || !fitsRecords(mTags)) return false;
+  if (!fitsCorners(mNormalIndices) || !std::ranges::all_of(mCornerSets, fitsCorners)) return false;
+
+  bool usesNormals = false;
+  std::uint32_t usedSets = 0;
+  for (std::size_t i = 0; i < size(); ++i) {
+    if (mCounts[i] == 0) continue;
+    usesNormals |= hasNormalIndices(i);
+    usedSets |= mask(i);
+  }
+  if (usesNormals && mNormalIndices.empty()) return false;
+  for (int set = 0; set < kCornerSets; ++set)
+    if ((usedSets >> set & 1) != 0 && mCornerSets[set].empty()) return false;
+  return usedSets >> kCornerSets == 0;
+}
+
 void PrimitiveList::compact() {
   const auto firstCleared = std::find(mCounts.begin(), mCounts.end(), 0u);
   if (firstCleared == mCounts.end()) return;
+  // Corners move down within the pools, which needs them in record order; records that have moved break it.
+  if (!isInPoolOrder()) repackPools();
+  closeGaps(static_cast<std::size_t>(firstCleared - mCounts.begin()));
+}
 
-  // Corners move down within the pools, which needs them in record order; records that had grown break it.
-  const auto first = static_cast<std::size_t>(firstCleared - mCounts.begin());
-  bool inOrder = true;
+bool PrimitiveList::isInPoolOrder() const {
   std::size_t end = 0;
-  for (std::size_t i = 0; i < size() && inOrder; ++i) {
+  for (std::size_t i = 0; i < size(); ++i) {
     if (mCounts[i] == 0) continue;
-    inOrder = mOffsets[i] >= end;
+    if (mOffsets[i] < end) return false;
     end = std::size_t{mOffsets[i]} + mCounts[i];
   }
-  if (!inOrder) {
-    const Buffer<std::uint32_t> offsets = mOffsets;
-    const auto repack = [&](Buffer<std::uint32_t>& pool) {
-      if (pool.empty()) return;
-      Buffer<std::uint32_t> packed;
-      packed.reserve(pool.size());
-      for (std::size_t i = 0; i < size(); ++i)
-        packed.insert(packed.end(), pool.begin() + offsets[i], pool.begin() + offsets[i] + mCounts[i]);
-      pool = std::move(packed);
-    };
-    repack(mCorners);
-    repack(mNormalIndices);
-    for (auto& pool : mCornerSets) repack(pool);
-    std::uint32_t offset = 0;
-    for (std::size_t i = 0; i < size(); ++i) {
-      mOffsets[i] = offset;
-      offset += mCounts[i];
-    }
-  }
+  return true;
+}
 
+void PrimitiveList::repackPools() {
+  forEachPool([this](Buffer<std::uint32_t>& pool) {
+    Buffer<std::uint32_t> packed;
+    packed.reserve(pool.size());
+    for (std::size_t i = 0; i < size(); ++i)
+      packed.insert(packed.end(), pool.begin() + mOffsets[i], pool.begin() + mOffsets[i] + mCounts[i]);
+    pool = std::move(packed);
+  });
+  placeBackToBack();
+}
+
+void PrimitiveList::placeBackToBack() {
+  std::uint32_t offset = 0;
+  for (std::size_t i = 0; i < size(); ++i) {
+    mOffsets[i] = offset;
+    offset += mCounts[i];
+  }
+}
+
+void PrimitiveList::closeGaps(std::size_t first) {
   std::array<std::uint32_t*, 2 + kCornerSets> pools;
   std::size_t poolCount = 0;
-  pools[poolCount++] = mCorners.data();
-  if (!mNormalIndices.empty()) pools[poolCount++] = mNormalIndices.data();
-  for (auto& pool : mCornerSets)
-    if (!pool.empty()) pools[poolCount++] = pool.data();
+  forEachPool([&](Buffer<std::uint32_t>& pool) { pools[poolCount++] = pool.data(); });
 
   std::size_t offset = first == 0 ? 0 : std::size_t{mOffsets[first - 1]} + mCounts[first - 1];
   std::size_t kept = first;
@@ -255,9 +280,7 @@ void PrimitiveList::compact() {
   truncate(mMasks, kept);
   truncate(mFlags, kept);
   truncate(mTags, kept);
-  mCorners.resize(offset);
-  truncate(mNormalIndices, offset);
-  for (auto& pool : mCornerSets) truncate(pool, offset);
+  forEachPool([offset](Buffer<std::uint32_t>& pool) { pool.resize(offset); });
 }
 
 }  // namespace util

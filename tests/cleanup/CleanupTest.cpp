@@ -134,7 +134,7 @@ TEST(Cleanup, coordinatesAreRoundedToTheNearestFloatAtEveryArrayLength) {
         for (double* c : {&p.x, &p.y, &p.z}) *c = scale * (pick(random, -999, 999) + (scale < 1 ? 0.1 : 0));
       points[0] = {kNaN, -kInfinity, -0.0};
       if (scale > 1) points.back() = {1 + 0x1p-24, 1 + 3 * 0x1p-24, 0x1p-150};
-      const Result result(meshToMeshData(meshOf(points, {{0, 0, 0}}), ""));
+      const Result result(util::meshToMeshData(meshOf(points, {{0, 0, 0}}), ""));
       for (std::size_t i = 0; i < 3 * vertexCount; ++i) {
         const Vec3& p = points[i / 3];
         const volatile double exact = i % 3 == 0 ? p.x : i % 3 == 1 ? p.y : p.z;
@@ -247,9 +247,9 @@ TEST(Cleanup, countsThatMeanNoneActLikeAMissingArrayWhateverThePointersSay) {
 TEST(Cleanup, runsAreWrittenOnlyWithTextureCoordinates) {
   Record record = busyRecord();
   std::string log;
-  const std::unique_ptr<Mesh> mesh = meshDataToMesh(record.view(), log);
+  const std::unique_ptr<Mesh> mesh = util::meshDataToMesh(record.view(), log);
   mesh->storage().mTexCoords[0].clear();
-  const Result result(meshToMeshData(*mesh, log));
+  const Result result(util::meshToMeshData(*mesh, log));
   EXPECT_EQ(findRecordProblem(*result), "");
   EXPECT_EQ(texturesOf(*result), Names({std::nullopt}));
   EXPECT_EQ(result->mTexturesStartFaces, nullptr);

@@ -3,45 +3,12 @@
 #include <span>
 #include <sstream>
 
+#include <facetbox/mesh/Validate.h>
 #include <facetbox/triangles/TriangleMeshFactory.h>
 #include <tests/support/PolygonFormulas.h>
-#include <tests/support/RecordCheck.h>
 
 namespace support {
 namespace {
-
-std::string findListProblem(const util::MeshStorage& m, const util::PrimitiveList& list) {
-  std::map<std::size_t, std::size_t> ends;  // of the records' places in the pool, by their begins
-  for (std::size_t i = 0; i < list.size(); ++i) {
-    const std::string which = "record " + std::to_string(i);
-    if (list.isCleared(i)) return which + " is cleared";
-    for (const std::uint32_t v : list.corners(i))
-      if (v >= m.mVertices.size()) return which + " refers to vertex " + std::to_string(v);
-    ends[list.offset(i)] = list.offset(i) + list.cornerCount(i);
-    const util::Polygon record = list.record(i);  // reads every pool that the record claims to use
-    if (record.mPerVertexNormals)
-      for (const std::uint32_t normal : record.mNormalIndices)
-        if (normal >= m.mNormals.size()) return which + " refers to normal " + std::to_string(normal);
-  }
-  if (ends.size() != list.size()) return "two records begin at one place";
-  std::size_t end = 0;
-  for (const auto& [recordBegin, recordEnd] : ends) {
-    if (recordBegin < end) return "records overlap";
-    end = recordEnd;
-  }
-  return end > list.poolSize() ? "record behind the pool" : "";
-}
-
-std::string findProblem(const Mesh& mesh) {
-  const util::MeshStorage& m = mesh.storage();
-  for (const util::PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
-    if (const std::string problem = findListProblem(m, *list); !problem.empty()) return problem;
-  if (m.mRunStarts.size() != m.mRunMaterials.size()) return "runs not parallel";
-  if (!m.mVertexIndexLists.empty() && m.mVertexIndexLists.size() != m.mVertices.size()) return "vertex lists";
-  const Mesh fresh(mesh);
-  if (m.mConnectivity.edges(m.mFaces) != fresh.storage().mConnectivity.edges(m.mFaces)) return "outdated connectivity";
-  return findHoleProblem(m.mHoles.list(), m.mFaces.size());
-}
 
 template <class T>
 void describeArray(std::ostream& out, const char* name, const T* array, int count) {
@@ -84,7 +51,7 @@ Indices holesOf(const Mesh& mesh) {
   return {list.begin(), list.end()};
 }
 
-void expectConsistent(const Mesh& mesh) { EXPECT_EQ(findProblem(mesh), ""); }
+void expectConsistent(const Mesh& mesh) { EXPECT_EQ(util::findMeshProblem(mesh), ""); }
 
 void warmCache(const Mesh& mesh) { mesh.storage().mConnectivity.edges(mesh.storage().mFaces); }
 

@@ -9,8 +9,7 @@
 namespace support {
 
 /// What is wrong with a flat list of hole groups, or "".
-template <class List>
-std::string findHoleProblem(const List& list, std::size_t faceCount) {
+inline std::string findHoleProblem(std::span<const std::uint32_t> list, std::size_t faceCount) {
   constexpr std::uint32_t kNone = 0xFFFFFFFFu;
   std::uint32_t outer = kNone;
   for (const std::uint32_t entry : list) {
@@ -52,7 +51,7 @@ inline std::string findRecordProblem(const Cleanup::MeshData& data) {
   if (!startsFit) return "mTexturesStartFaces not parallel to mTextures";
   if (data.mName && !*data.mName) return "empty mName";
   if (data.mLog && !*data.mLog) return "empty mLog";
-  return findHoleProblem(std::span(data.mHoles, data.mHolesCount), data.mCountCount);
+  return findHoleProblem({data.mHoles, static_cast<std::size_t>(data.mHolesCount)}, data.mCountCount);
 }
 
 }  // namespace support
