@@ -1,5 +1,7 @@
 #include <facetbox/mesh/EdgeTwins.h>
 
+#include <cassert>
+
 #include <facetbox/mesh/EdgeBuckets.h>
 
 namespace util {
@@ -17,6 +19,7 @@ struct EdgeUse {
 }  // namespace
 
 EdgeTwins findEdgeTwins(const PrimitiveList& faces, std::size_t vertexCount) {
+  assert(vertexCount <= EdgeUse::kReversedBit);
   EdgeTwins twins;
   twins.mCorners.resize(faces.poolSize(), {EdgeTwins::kNone, 0});
   EdgeBuckets<EdgeUse> buckets(

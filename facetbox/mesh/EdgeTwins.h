@@ -8,11 +8,12 @@
 
 namespace util {
 
-/// Where two faces meet cleanly: an edge that exactly two different faces use, once each, in opposite directions.
+/// The pairs of corners at clean edges. An edge is clean where exactly two different faces use it, once each, in
+/// opposite directions.
 struct EdgeTwins {
   static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 
-  /// Of a position of the corner pool. Both in one, for walks that jump from face to face ask for both at once.
+  /// Per position of the corner pool. Side by side, since walks from face to face ask for both at once.
   struct Corner {
     std::uint32_t mTwin;  ///< corner where the other face's run of the edge starts; kNone if the edge is not clean
     std::uint32_t mFace;  ///< the face that the corner belongs to; undefined where it belongs to none
@@ -20,10 +21,10 @@ struct EdgeTwins {
 
   std::uint32_t twinOf(std::uint32_t corner) const { return mCorners[corner].mTwin; }
   std::uint32_t faceOf(std::uint32_t corner) const { return mCorners[corner].mFace; }
-  /// Asks for the memory that both will need.
+  /// Prefetches both.
   void prefetch(std::size_t corner) const { __builtin_prefetch(&mCorners[corner]); }
 
-  /// The edge that leaves a corner is clean no more.
+  /// Records that the edge leaving a corner is no longer clean.
   void forgetTwin(std::uint32_t corner) {
     if (const std::uint32_t twin = mCorners[corner].mTwin; twin != kNone)
       mCorners[corner].mTwin = mCorners[twin].mTwin = kNone;

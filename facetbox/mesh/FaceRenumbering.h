@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 
@@ -14,6 +15,7 @@ class FaceRenumbering {
 
   /// Says of the next record, in index order, whether it is kept.
   void add(bool kept) {
+    assert(mRanks.size() < kGoneBit);
     mRanks.push_back(kept ? mKept : mKept | kGoneBit);
     if (kept) ++mKept;
   }

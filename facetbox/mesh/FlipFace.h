@@ -9,8 +9,8 @@ namespace util {
 /// Reverses the orientation of a face: its corner cycle with everything that belongs to the corners, and its normal.
 ///
 /// The cycle (a, b, c, d) becomes (b, a, d, c). Indices that describe the edge after a corner instead of the corner
-/// keep the first place, (a, d, c, b): those of the handed-over corner set, and normal indices where the
-/// per-vertex-normal flag is set (where it is clear they turn like the corners; this asymmetry is intended).
+/// keep the first place, (a, d, c, b): those of the outgoing-edge set, and normal indices where the per-vertex-normal
+/// flag is set. Where it is clear, normal indices turn like the corners; this asymmetry is intended.
 void flipFace(PrimitiveList& faces, std::size_t face);
 
 }  // namespace util

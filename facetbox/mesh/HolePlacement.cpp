@@ -1,24 +1,26 @@
 #include <facetbox/mesh/HolePlacement.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <limits>
 #include <vector>
 
-// What makes the tests cheap: the edges of a polygon form one closed line. Where it meets no edge of another polygon,
-// the other has all of its corners inside or none of them, and one corner tells. That needs at least three corners in
-// both (for fewer, edges are not looked at), finite ones (no edge leads to others), and the same axis of projection.
+// What makes the tests cheap: the edges of a polygon form one closed line. Where it touches no edge of another polygon,
+// all corners of the other are inside or none is, so one corner decides. That needs at least three corners in both
+// (with fewer, edges do not count), finite corners (an edge with another touches nothing), and one axis of projection.
 
 namespace util {
 namespace {
 
-/// Corners closer than the root of this are one to the eye.
+/// Corners closer than the root of this, 8e-4, count as one.
 constexpr double kSharedDistanceSq = 6.4e-7;
 
-/// More than that distance, whatever rounding adds.
+/// Half the size of the box in which close corners are sought: more than their distance, whatever rounding adds.
 constexpr double kSharedReach = 1e-3;
+static_assert(kSharedReach * kSharedReach > 1.5 * kSharedDistanceSq);
 
-/// Faces of that many corners are projected once and not each time they are asked for.
+/// Faces of that many corners stay projected until the next outer face.
 constexpr std::size_t kLargeFace = 256;
 
 /// From this many corners and this many looks at all of them on, an index over an outer face's corners pays: building
@@ -61,7 +63,7 @@ void HolePlacement::fill(Projection& projection, std::uint32_t face, int axis) {
   projection.polygon.assign(mScratch);
 }
 
-/// The reference is good until four other projections have been asked for.
+/// The reference is valid until four other projections have been asked for.
 const HolePlacement::Projection& HolePlacement::projectionOf(std::uint32_t face, int axis) {
   if (mMesh.mFaces.cornerCount(face) >= kLargeFace) {
     const auto [large, isNew] = mLarge.try_emplace(std::uint64_t{4} * face + static_cast<unsigned>(axis));
@@ -78,10 +80,11 @@ const HolePlacement::Projection& HolePlacement::projectionOf(std::uint32_t face,
 
 bool HolePlacement::isInside(std::uint32_t hole) {
   const Projection& seen = projectionOf(hole, mOuter.axis);
-  if (!mOuter.isProper()) return false;  // then it has no inside
-  // A corner without a place is outside. Otherwise the hole has fewer than three: it contains nothing, and its edges
-  // don't count.
-  if (!seen.isProper()) return mOuter.polygon.containsAllStrictly(seen.polygon.corners());
+  assert(!mMesh.mFaces.isCleared(hole));
+  if (!mOuter.hasInterior()) return false;
+  // A non-finite corner is outside. Otherwise the hole has fewer than three corners: it contains nothing, and its edges
+  // do not count.
+  if (!seen.hasInterior()) return mOuter.polygon.containsAllStrictly(seen.polygon.corners());
 
   if (!mOuter.polygon.containsStrictly(seen.corner()) || mOuter.polygon.anyEdgeTouches(seen.polygon)) return false;
   const int axis = axisOf(hole);
@@ -113,7 +116,7 @@ bool HolePlacement::overlap(std::uint32_t earlier, std::uint32_t later) {
   const Projection& b = projectionOf(later, axis);
   const bool haveEdges = a.polygon.corners().size() >= 3 && b.polygon.corners().size() >= 3;
   if (haveEdges && a.polygon.anyEdgeTouches(b.polygon)) return true;
-  if (axis == laterAxis && a.isProper() && b.isProper())
+  if (axis == laterAxis && a.hasInterior() && b.hasInterior())
     return a.polygon.containsStrictly(b.corner()) || b.polygon.containsStrictly(a.corner());
   return a.polygon.containsAnyStrictly(b.polygon.corners()) || anyCornerInside(earlier, projectionOf(later, laterAxis));
 }
@@ -131,7 +134,8 @@ bool HolePlacement::anyOuterCornerInside(const Projection& polygon) {
   });
 }
 
-/// To be asked before `queries` searches for corners of the outer face. Builds the index when it begins to pay.
+/// Whether the next `queries` searches for corners of the outer face shall use the index, which is built when it begins
+/// to pay.
 bool HolePlacement::usesCornerIndex(std::size_t queries) {
   const auto corners = mMesh.mFaces.corners(mOuter.face);
   if (mIsIndexed || mSearch == Search::plain || corners.size() < kIndexedOuter) return mIsIndexed;

@@ -15,24 +15,24 @@
 
 namespace util {
 
-/// How holes lie to their outer face and to each other, seen along the dominant axis of a face's stored normal. Points
-/// count as inside only strictly, edges are closed: mere touching is crossing. All answers are exact, those on
-/// distances are those of the stated formula. Hole and outer face may be any faces, planar or not, also the same one.
+/// Where holes lie relative to their outer face and to each other, seen along the dominant axis of a face's stored
+/// normal. A point on the boundary is not inside, and edges that only touch cross. All answers are exact; those on
+/// distances follow the stated formula. Hole and outer face may be any faces, planar or not, even the same one.
 ///
-/// Asking for the holes of one outer face in a row costs its projection once. Together they then cost about
-/// O(n log n) in the number n of corners of all faces asked for, if each edge meets few others; more only where faces
-/// with different dominant axes lie across each other. No allocation per hole, except for holes of hundreds of corners.
+/// Queries for the holes of one outer face in a row project it once. Together they cost about O(n log n) in the number
+/// n of corners of all faces queried, if each edge crosses few others; more only where faces with different dominant
+/// axes cross each other. No allocation per hole, except for holes of hundreds of corners.
 ///
 /// Between two calls faces may be cleared, but not changed otherwise.
 class HolePlacement {
  public:
   explicit HolePlacement(const MeshStorage& mesh) : mMesh(mesh) {}
 
-  /// How the corners of the outer face near a hole are found: one by one, or by octrees from some size on. The answers
+  /// How the corners of the outer face near a hole are found: one by one, or by an octree for large faces. The answers
   /// are the same.
   enum class Search { plain, indexed };
 
-  /// Names the outer face for the calls that follow.
+  /// Sets the outer face for the calls that follow.
   void setOuter(std::uint32_t outer, Search search);
 
   /// Whether a hole lies strictly inside the outer face: no corner of the outer face inside the hole (seen along the
@@ -44,12 +44,12 @@ class HolePlacement {
   /// Whether some corner of the outer face and some corner of the hole are closer than 8e-4 (squared: 6.4e-7).
   bool sharesVertex(std::uint32_t hole);
 
-  /// Whether two holes of one outer face get into each other's way: some corner of one inside the other (seen along
-  /// the axis of the one that contains it), or edges that cross (seen along the axis of `earlier`; only where both
-  /// have three corners or more).
+  /// Whether two holes of one outer face overlap: some corner of one inside the other (seen along the axis of the one
+  /// that contains it), or edges that cross (seen along the axis of `earlier`; only where both have three corners or
+  /// more). A cleared hole overlaps nothing.
   bool overlap(std::uint32_t earlier, std::uint32_t later);
 
-  /// A face seen along an axis. Good until the next call.
+  /// A face seen along an axis. Valid until the next call.
   const PlanarPolygon& polygonOf(std::uint32_t face, int axis) { return projectionOf(face, axis).polygon; }
 
   int axisOf(std::uint32_t face) const { return dominantAxis(mMesh.mFaces.normal(face)); }
@@ -66,7 +66,8 @@ class HolePlacement {
     PlanarPolygon polygon;
 
     Vec2 corner() const { return polygon.corners().front(); }
-    bool isProper() const { return isFinite && polygon.corners().size() >= 3; }
+    /// Other faces contain nothing, and their edges do not count.
+    bool hasInterior() const { return isFinite && polygon.corners().size() >= 3; }
   };
 
   const Projection& projectionOf(std::uint32_t face, int axis);
@@ -88,7 +89,7 @@ class HolePlacement {
   bool mIsIndexed = false;
   BBoxOctree<CornerNumber> mCornerIndex;
 
-  // Other faces. Small ones take turns, large ones stay until the next outer face.
+  // Other faces: the four small ones last used, and all large ones since setOuter().
   std::array<Projection, 4> mSmall;
   std::uint64_t mUses = 0;
   std::unordered_map<std::uint64_t, Projection> mLarge;  // by 4 * face + axis

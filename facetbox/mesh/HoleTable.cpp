@@ -50,6 +50,40 @@ class OuterFaces {
   std::unordered_map<std::uint32_t, std::uint32_t> mOthers;
 };
 
+/// A hole, and the position of its outer face among those of the list.
+struct GroupedHole {
+  std::uint32_t outerPosition, hole;
+};
+
+struct PlacedHole : GroupedHole {
+  PlacedHole(std::uint32_t outer, std::uint32_t face, std::size_t where) : GroupedHole{outer, face}, place(where) {}
+
+  std::size_t place;  ///< in the list
+};
+
+/// Keeps the first of the entries that name one hole of one outer face. Reorders them.
+void dropRepeats(std::vector<PlacedHole>& holes) {
+  const auto isRepeat = [](const PlacedHole& a, const PlacedHole& b) {
+    return a.outerPosition == b.outerPosition && a.hole == b.hole;
+  };
+  std::ranges::sort(holes, {}, [](const PlacedHole& h) { return std::tuple(h.outerPosition, h.hole, h.place); });
+  holes.erase(std::unique(holes.begin(), holes.end(), isRepeat), holes.end());
+}
+
+/// The flat list of a group per outer face; `holes` are sorted by the positions of their outer faces.
+template <class Hole>
+SmallIndexList flatten(const OuterFaces& outers, const std::vector<Hole>& holes) {
+  SmallIndexList list;
+  list.reserve(outers.size() * 2 + holes.size());
+  auto hole = holes.begin();
+  for (std::uint32_t position = 0; position < outers.size(); ++position) {
+    list.push_back(outers[position]);
+    for (; hole != holes.end() && hole->outerPosition == position; ++hole) list.push_back(hole->hole);
+    list.push_back(HoleTable::kEnd);
+  }
+  return list;
+}
+
 }  // namespace
 
 std::size_t HoleTable::validate(std::size_t faceCount) {
@@ -59,37 +93,17 @@ std::size_t HoleTable::validate(std::size_t faceCount) {
     return before;
   }
 
-  // Entries are tagged with the position of their outer face in first-seen order. Sorting by (outer, hole) finds the
-  // repeats, sorting the first of each by (outer, place in the list) gives the new order.
-  struct Entry {
-    std::uint32_t outerPosition, hole;
-    std::size_t place;
-  };
   OuterFaces outers;
-  std::vector<Entry> entries;
-  forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> holes) {
+  std::vector<PlacedHole> holes;
+  forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> groupHoles) {
     if (outer >= faceCount) return;
     const std::uint32_t position = outers.positionOf(outer);
-    for (const std::uint32_t hole : holes)
-      if (hole < faceCount && hole != outer) entries.push_back({position, hole, entries.size()});
+    for (const std::uint32_t hole : groupHoles)
+      if (hole < faceCount && hole != outer) holes.emplace_back(position, hole, holes.size());
   });
-  std::ranges::sort(entries, {}, [](const Entry& e) { return std::tuple(e.outerPosition, e.hole, e.place); });
-  entries.erase(std::unique(entries.begin(), entries.end(),
-                            [](const Entry& a, const Entry& b) {
-                              return a.outerPosition == b.outerPosition && a.hole == b.hole;
-                            }),
-                entries.end());
-  std::ranges::sort(entries, {}, [](const Entry& e) { return std::pair(e.outerPosition, e.place); });
-
-  SmallIndexList list;
-  list.reserve(outers.size() * 2 + entries.size());
-  auto entry = entries.begin();
-  for (std::uint32_t position = 0; position < outers.size(); ++position) {
-    list.push_back(outers[position]);
-    for (; entry != entries.end() && entry->outerPosition == position; ++entry) list.push_back(entry->hole);
-    list.push_back(kEnd);
-  }
-  mList = std::move(list);
+  dropRepeats(holes);
+  std::ranges::sort(holes, {}, [](const PlacedHole& h) { return std::pair(h.outerPosition, h.place); });
+  mList = flatten(outers, holes);
   return before - mList.size();
 }
 
@@ -117,23 +131,15 @@ void HoleTable::renumber(const FaceRenumbering& faces) {
 }
 
 void HoleTable::regroup(std::span<const std::uint32_t> newOuterOf, std::span<const NewHole> newHoles) {
-  // Holes tagged with the position of their outer face in first-seen order; a stable sort by it makes the groups.
   OuterFaces outers;
-  std::vector<std::pair<std::uint32_t, std::uint32_t>> holes;
+  std::vector<GroupedHole> holes;
   forEachGroup(mList, [&](std::uint32_t outer, std::span<const std::uint32_t> groupHoles) {
     const std::uint32_t position = outers.positionOf(outer < newOuterOf.size() ? newOuterOf[outer] : outer);
-    for (const std::uint32_t hole : groupHoles) holes.emplace_back(position, hole);
+    for (const std::uint32_t hole : groupHoles) holes.push_back({position, hole});
   });
-  for (const NewHole& added : newHoles) holes.emplace_back(outers.positionOf(added.outer), added.hole);
-  std::ranges::stable_sort(holes, {}, [](const auto& hole) { return hole.first; });
-
-  mList.clear();
-  auto hole = holes.begin();
-  for (std::uint32_t position = 0; position < outers.size(); ++position) {
-    mList.push_back(outers[position]);
-    for (; hole != holes.end() && hole->first == position; ++hole) mList.push_back(hole->second);
-    mList.push_back(kEnd);
-  }
+  for (const NewHole& added : newHoles) holes.push_back({outers.positionOf(added.outer), added.hole});
+  std::ranges::stable_sort(holes, {}, &GroupedHole::outerPosition);
+  mList = flatten(outers, holes);
 }
 
 std::vector<HoleTable::Group> HoleTable::groupsByOuter(std::size_t faceCount) const {

@@ -10,8 +10,8 @@
 
 namespace util {
 
-/// The hole groups of a mesh: which faces perforate which. The one owner of this knowledge: the flat list, the groups
-/// by outer face and the set of hole faces are views of it, and only its members change it.
+/// The hole groups of a mesh: which faces are holes of which. They are stored once, as a flat list; the groups by outer
+/// face and the outer face of each hole are derived from it.
 ///
 /// Flat form, group after group: outer face, its hole faces ..., kEnd. Example: 3, 7, 8, kEnd, 5, 9, kEnd makes faces
 /// 7 and 8 holes of face 3 and face 9 a hole of face 5. Hole faces are ordinary faces of the face list.
@@ -34,15 +34,15 @@ class HoleTable {
   void clear() { mList.clear(); }
 
   /// Rewrites the list so that it can be trusted: every outer face and hole below `faceCount`, no face its own hole,
-  /// one group per outer face (in the order in which they are first met) with each hole once (likewise). A list
+  /// one group per outer face (in the order of first appearance) with each hole once (likewise). A list
   /// without its final terminator, or of a single entry, is dropped whole. An outer face whose entries were all
   /// dropped stays as a group without holes.
   /// @return number of entries that went. O(entries) expected.
   std::size_t validate(std::size_t faceCount);
 
-  /// Follows a compaction of the faces: the outer face gone, its group goes; a hole gone, its entry goes; the rest is
-  /// renumbered. Entries beyond the old face count stay as they are, and so does a list without its final terminator:
-  /// both are for validate() to drop. O(entries).
+  /// Follows a compaction of the faces. A dropped outer face takes its group along, a dropped hole its entry; the rest
+  /// is renumbered. Entries beyond the old face count stay as they are, and so does a list without its final
+  /// terminator: validate() drops both. O(entries).
   void renumber(const FaceRenumbering& faces);
 
   /// A hole that a face gets.
@@ -50,8 +50,8 @@ class HoleTable {
     std::uint32_t outer, hole;
   };
 
-  /// Lets the holes of faces pass to others and adds holes: the group of face f becomes one of newOuterOf[f], unless
-  /// f is beyond that array. Groups of one outer face become one, in the order in which they are met, new holes last.
+  /// Gives the holes of faces to other faces and adds holes: the holes of face f become holes of newOuterOf[f], unless
+  /// f is beyond that array. Groups of one outer face become one, in list order, new holes last.
   /// O(entries + array).
   void regroup(std::span<const std::uint32_t> newOuterOf, std::span<const NewHole> newHoles);
 

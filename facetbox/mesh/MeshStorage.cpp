@@ -1,6 +1,7 @@
 #include <facetbox/mesh/MeshStorage.h>
 
 #include <algorithm>
+#include <cassert>
 
 #include <boost/thread/lock_types.hpp>
 
@@ -35,6 +36,7 @@ CacheStamps& CacheStamps::operator=(const CacheStamps&) {
 }
 
 std::uint64_t CacheStamps::stampOr(int kind, std::uint64_t fresh) {
+  assert(kind >= 0 && kind < kKinds && fresh != 0);
   const boost::unique_lock<boost::mutex> lock(mMutex);
   if (!mStamps) mStamps = std::make_unique<std::array<std::uint64_t, kKinds>>();
   std::uint64_t& stamp = (*mStamps)[kind];
@@ -43,6 +45,7 @@ std::uint64_t CacheStamps::stampOr(int kind, std::uint64_t fresh) {
 }
 
 std::size_t MeshStorage::runOf(std::uint32_t primitive) const {
+  assert(!mRunStarts.empty());
   const auto next = std::find_if(mRunStarts.begin(), mRunStarts.end(),
                                  [primitive](std::uint32_t start) { return start > primitive; });
   const auto run = static_cast<std::size_t>(next - mRunStarts.begin());

@@ -8,8 +8,7 @@
 
 namespace util {
 
-/// One face, line or point on its own: the form in which single records are handed over. Inside a mesh the same
-/// values are stored flat (PrimitiveList).
+/// One face, line or point as a record of its own. Inside a mesh the same values are stored flat (PrimitiveList).
 struct Polygon {
   SmallIndexList mVertexIndices;                ///< the corners, in order
   SmallIndexList mNormalIndices;                ///< one per corner, or empty
