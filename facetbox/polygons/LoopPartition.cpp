@@ -2,19 +2,19 @@
 
 #include <algorithm>
 
-// Why no loop is missed although the tree is cut in rounded arithmetic. Cutting moves pieces by less than half a margin
-// (kMargin). A loop without a piece in a node, when it is put in or searched for, keeps two, or three, margins away
-// from the node's region but for that half one; so it does not come between the region and the node's reference point,
-// which a piece of the plan within one margin and a half of the region provides. Either all of these are inside of it,
-// or none.
-// - A loop that touches one searched for has a piece in some leaf where the other has one, too.
-// - One that contains it contains each of its corners. The regions with such a corner lie one in the other, and all
-//   of them have pieces of the one searched for. Either the smallest, a leaf, has a piece of the containing loop, or
-//   it, or one that it is part of, is inside as a whole, and so says its reference.
-// - One inside of it has pieces in some leaf. If the other has none there, then in some region around that leaf it has
-//   none, which as a whole is inside of it; and all pieces put into that region reach less than three margins out of
-//   it.
-// A region is inside of one loop at most, as loops keep clear of each other.
+// Why no loop is missed although the tree is cut in rounded arithmetic. Rounding moves the ends of cut pieces by less
+// than half a margin (kMargin). A loop that has no piece in a node when it is inserted is therefore at least one margin
+// and a half away from the node's region, one that is searched for two and a half. The node's reference point is the
+// middle of a planned piece, so it is within one margin and a half of the region. So no edge of the loop comes between
+// the region and the reference: both are inside of the loop, or neither is.
+// - A loop that touches the one searched for has a piece in some leaf where the other has one, too.
+// - One that contains it contains each of its corners. The regions with such a corner are nested, and all of them have
+//   pieces of the loop searched for. Either the smallest of them, a leaf, has a piece of the containing loop, or the
+//   whole leaf or a region around it is inside of that loop, which its reference shows.
+// - One inside of it has pieces in some leaf. If the loop searched for has none there, then it has none in some region
+//   around that leaf, which is inside of it as a whole; all pieces inserted into that region reach less than three
+//   margins beyond it.
+// A region is inside of at most one inserted loop, as these do not contain each other.
 
 namespace util {
 namespace {
@@ -82,8 +82,8 @@ void LoopPartition::addPieces(std::span<const Vec2> corners, std::vector<PieceSp
   }
 }
 
-/// Replaces the pieces from `begin` on by those below the line and, behind them, those above it. The upper ones are to
-/// be taken off first. Returns where either begin.
+/// Replaces the pieces from `begin` on by those below the line and, behind them, those above it. Returns where either
+/// begin; the upper ones have to be taken off first.
 std::array<std::size_t, 2> LoopPartition::splitPieces(const Line& line, std::size_t begin, double margin) {
   const double upper = line.offset + margin, lower = line.offset - margin;
   mUpperPieces.clear();

@@ -11,19 +11,18 @@
 
 namespace util {
 
-/// Finds, among closed loops in the plane that keep clear of each other, those that a further loop may touch, be inside
-/// of, or contain. It never misses one; the caller decides.
+/// Finds, among closed loops in the plane that neither touch nor contain each other, those that a further loop may
+/// touch, be inside of, or contain. It finds all of them and possibly others; the caller decides.
 ///
-/// A binary space partition of the edges of all loops that may ever be put in: bundles of long thin loops are told
-/// apart in whatever direction they run, and loops in the mouth of others, where boxes would tell none from any. For n
-/// edges that rarely cross: O(n log n) to plan; a search walks down to every region near the loop and finds the loops
-/// there, some ten each, and one for every region that is inside of it. Where very many edges cross, regions stay
-/// large; what is found then is still only what was put in.
+/// A binary space partition of the edges of all loops that may ever be inserted. It separates what boxes cannot:
+/// bundles of long thin loops, whatever their direction, and loops in the mouths of others. For n edges that rarely
+/// cross: O(n log n) to plan; a search visits every region near the loop and finds the loops there, some ten each, and
+/// one for every region that is inside a loop. Where very many edges cross, regions stay large and more is found.
 class LoopPartition {
  public:
-  /// Plans for loops with the numbers from 0 to `count` - 1; all loops, put in or searched for, lie in `box`.
+  /// Plans for loops with the numbers from 0 to `count` - 1; all loops, inserted or searched for, must lie in `box`.
   /// Loops of one or two corners count as their corners only, others as their edges between finite corners.
-  /// @param cornersOf  cornersOf(loop) are the corners of a loop to be put in, or none; valid until the next call
+  /// @param cornersOf  cornersOf(loop) are the corners of a loop to be inserted, or none; valid until the next call
   /// @return false where the box is too large or small for the arithmetic; then there is no partition.
   template <class CornersOf>
   bool plan(const Box2& box, std::size_t count, CornersOf cornersOf) {
@@ -33,13 +32,13 @@ class LoopPartition {
     return true;
   }
 
-  /// Puts in a loop that keeps clear of all that are in: no edge touches theirs, and none contains the other.
+  /// Inserts a loop that neither touches, contains nor is contained in one that is inserted already.
   void insert(std::uint32_t loop, const PlanarPolygon& polygon);
 
   enum class Inner { sought, ignored };
 
-  /// Calls `use(loop)` for loops that may touch the polygon or contain a corner of it and, where those are sought, that
-  /// are inside of it, until it returns true.
+  /// Calls `use(loop)` for inserted loops that may touch the polygon or contain a corner of it and, if `inner` says so,
+  /// for those inside of it, until it returns true.
   /// @return whether it did
   template <class Use>
   bool any(const PlanarPolygon& polygon, Inner inner, Use use) {
@@ -61,7 +60,7 @@ class LoopPartition {
     Vec2 reference{};             ///< within twice the margin of the region; not local
     std::uint32_t owner = kNone;  ///< the loop that contains the whole region
     std::uint32_t first = kNone;  ///< of a leaf: its newest entry
-    bool isEmpty = true;          ///< nothing has been put into the region
+    bool isEmpty = true;          ///< nothing has been inserted into the region
   };
   struct Entry {
     std::uint32_t loop, next;
@@ -97,7 +96,7 @@ class LoopPartition {
     if (mPieces.size() == begin)
       return mInner == Inner::sought && polygon.containsStrictly(node.reference) && useAllBelow(number, use);
     if (node.child == 0) return mPieces.resize(begin), useEntries(node, use);
-    // What was put in reaches two margins beyond its regions: what is searched for, three.
+    // Inserted pieces reach two margins beyond their regions, those searched for three: see LoopPartition.cpp.
     const auto [lower, upper] = splitPieces(node.line, begin, 3 * mMargin);
     const bool isUpperFound = visit(node.child + 1, upper, polygon, use);
     return isUpperFound || visit(node.child, lower, polygon, use);

@@ -1,6 +1,7 @@
 #include <facetbox/polygons/LoopShape.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -11,18 +12,19 @@
 namespace util {
 namespace {
 
-/// Up to here comparing all pairs of edges is faster than a grid.
+/// Up to this many edges, comparing all pairs is faster than a grid.
 constexpr std::size_t kAllPairsUpTo = 64;
 
-/// A grid whose cells hold more edges is worse than an index that adapts: where no two touch, and where edges may lie
-/// on top of each other.
-constexpr std::size_t kMostEdges = 200, kMostTouchingEdges = 1000;
+/// A grid with a cell of more edges than this is slower than an index that adapts to them.
+constexpr std::size_t kMostEdges = 200;
+/// The same where edges may lie on top of each other.
+constexpr std::size_t kMostTouchingEdges = 1000;
 
 Vec2 before(std::span<const Vec2> loop, std::size_t i) { return loop[i > 0 ? i - 1 : loop.size() - 1]; }
-Vec2 behind(std::span<const Vec2> loop, std::size_t i) { return loop[i + 1 < loop.size() ? i + 1 : 0]; }
+Vec2 after(std::span<const Vec2> loop, std::size_t i) { return loop[i + 1 < loop.size() ? i + 1 : 0]; }
 
-/// The edges of a loop in a grid over its box, each in all cells that its own box meets. Edges that touch have a cell
-/// in common, for cells are found by functions that never fall where a coordinate rises.
+/// The edges of a loop in a grid over its box, each in all cells that its own box meets. Edges that touch share a cell,
+/// since a cell's number never falls where the coordinate rises.
 class EdgeGrid {
  public:
   explicit EdgeGrid(std::span<const Vec2> loop) : mLoop(loop) {
@@ -42,10 +44,10 @@ class EdgeGrid {
     mHeight = cellOf(max.y, mMin.y, mPerUnit.y) + 1;
   }
 
-  /// Puts the edges into their cells. False where that would take too many entries, or where a cell would get more than
-  /// `mostEdges`; the grid is then of no use.
+  /// Puts the edges into their cells. False, and the grid is unusable, where that takes too many entries or a cell gets
+  /// more than `mostEdges`.
   bool fill(std::size_t mostEdges) {
-    // False for NaN, too: of extents that overflow.
+    // Written so that NaN, from extents that overflow, fails as well.
     if (!(static_cast<double>(mWidth) * static_cast<double>(mHeight) <= 4.0 * static_cast<double>(mLoop.size()) + 16.0))
       return false;
     mBegins.assign(mWidth * mHeight + 1, 0);
@@ -66,8 +68,8 @@ class EdgeGrid {
     return true;
   }
 
-  /// Whether `counts(other)` is true for an edge that touches the given one and does not follow on it or precede it.
-  /// May ask for one edge several times.
+  /// Whether `counts(other)` is true for an edge that touches the given one and is not its neighbor. May ask for one
+  /// edge several times.
   template <class Counts>
   bool touchesAny(std::size_t edge, Counts counts) const {
     bool found = false;
@@ -81,7 +83,7 @@ class EdgeGrid {
     return found;
   }
 
-  /// Whether two edges touch that do not follow on each other.
+  /// Whether two edges touch that are not neighbors.
   bool anyTouch() const {
     for (std::size_t cell = 0; cell + 1 < mBegins.size(); ++cell)
       for (std::size_t i = mBegins[cell]; i < mBegins[cell + 1]; ++i)
@@ -95,9 +97,9 @@ class EdgeGrid {
  private:
   static constexpr std::size_t kMostCells = 6;  // per edge, on average
 
-  Vec2 end(std::size_t edge) const { return behind(mLoop, edge); }
+  Vec2 end(std::size_t edge) const { return after(mLoop, edge); }
 
-  /// 0 where that is no number or negative, and never so large that it is none.
+  /// 0 for negative values and NaN; bounded, so that it fits the integer.
   static std::size_t cellOf(double coordinate, double min, double perUnit) {
     const double cell = (coordinate - min) * perUnit;
     return cell > 0 ? static_cast<std::size_t>(std::min(cell, 1e9)) : 0;
@@ -129,11 +131,11 @@ class EdgeGrid {
 bool isSimpleByPairs(std::span<const Vec2> loop) {
   const std::size_t n = loop.size();
   for (std::size_t i = 0; i < n; ++i) {
-    const Vec2 a = loop[i], b = behind(loop, i);
+    const Vec2 a = loop[i], b = after(loop, i);
     if (foldsBack(before(loop, i), a, b)) return false;
-    // The last edge follows on the first.
+    // The last edge is a neighbor of the first.
     for (std::size_t j = i + 2; j < n - (i == 0); ++j)
-      if (segmentsTouch(a, b, loop[j], behind(loop, j))) return false;
+      if (segmentsTouch(a, b, loop[j], after(loop, j))) return false;
   }
   return true;
 }
@@ -141,6 +143,7 @@ bool isSimpleByPairs(std::span<const Vec2> loop) {
 }  // namespace
 
 double signedArea(std::span<const Vec2> loop) {
+  assert(loop.size() >= 3);
   // Shoelace, relative to the first point. Each term carries a few roundings and the sum one for each.
   double sum = 0, magnitude = 0;
   const Vec2 first = loop[0];
@@ -162,7 +165,7 @@ double signedArea(std::span<const Vec2> loop) {
 bool isSimple(std::span<const Vec2> loop) {
   if (loop.size() <= kAllPairsUpTo) return isSimpleByPairs(loop);
   for (std::size_t i = 0; i < loop.size(); ++i)
-    if (foldsBack(before(loop, i), loop[i], behind(loop, i))) return false;
+    if (foldsBack(before(loop, i), loop[i], after(loop, i))) return false;
   EdgeGrid grid(loop);
   if (grid.fill(kMostEdges)) return !grid.anyTouch();
   const PlanarPolygon polygon(loop);
@@ -183,7 +186,7 @@ void findTouches(std::span<const Vec2> loop, const std::function<bool(std::size_
     const std::size_t last = edge > 0 ? edge - 1 : n - 1, next = edge + 1 < n ? edge + 1 : 0;
     const auto countsHere = [&](std::size_t other) { return counts(edge, other); };
     if ((foldsBack(loop[last], loop[edge], loop[next]) && countsHere(last)) ||
-        (foldsBack(loop[edge], loop[next], behind(loop, next)) && countsHere(next)) ||
+        (foldsBack(loop[edge], loop[next], after(loop, next)) && countsHere(next)) ||
         (useGrid ? grid.touchesAny(edge, countsHere) : polygon.edgeTouchesAny(edge, countsHere)))
       use(edge);
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <functional>
 #include <span>
@@ -12,11 +13,12 @@
 namespace util {
 
 /// +1 for a convex loop that runs counterclockwise, -1 for one that runs clockwise, 0 for any other loop. Convex loops
-/// have area and touch themselves nowhere; corners may be straight, but no two that follow each other are one point.
+/// have area and do not touch themselves; corners may be straight, but neighboring corners are never the same point.
 /// Exact. O(points).
 inline int convexTurn(std::span<const Vec2> loop) {
-  // Convex are the loops that turn to one side only and run up and down once each, ordered by x, then y; at the lowest
-  // and at the highest point they may not fold back.
+  // A loop is convex if it turns to one side only and, ordering points by x, then y, rises and falls once each; at the
+  // lowest and the highest point it may not fold back.
+  assert(loop.size() >= 3);
   const auto isBefore = [](Vec2 a, Vec2 b) { return a.x < b.x || (a.x == b.x && a.y < b.y); };
   int side = 0;
   unsigned reversals = 0;
@@ -35,17 +37,16 @@ inline int convexTurn(std::span<const Vec2> loop) {
   return side;
 }
 
-/// Area of a loop, positive where it runs counterclockwise; 0 where it is no larger than what rounding of its sum may
-/// amount to. O(points).
+/// Area of a loop, positive where it runs counterclockwise; 0 where rounding of the sum could exceed it. O(points).
 double signedArea(std::span<const Vec2> loop);
 
-/// Whether no edge shares a point with another, but for the corner between two that follow each other. Exact. About
-/// O(n log n); linear where the edges are about equally long.
+/// Whether no two edges share a point, except neighbors their corner. Exact. About O(n log n); linear where the edges
+/// are about equally long.
 bool isSimple(std::span<const Vec2> loop);
 
-/// Calls `use(edge)`, ascending, for each edge for which `counts(edge, other)` is true of an edge that touches it in
-/// the sense of isSimple(). Edge i begins at point i. An edge costs about as much as the others near it that do not
-/// count, and those may be asked for several times.
+/// Calls `use(edge)`, ascending, for each edge that touches another, in the sense of isSimple(), for which
+/// `counts(edge, other)` is true. Edge i begins at point i. The cost of an edge grows with the number of others near it
+/// that do not count; those may be asked for several times.
 void findTouches(std::span<const Vec2> loop, const std::function<bool(std::size_t edge, std::size_t other)>& counts,
                  const std::function<void(std::size_t edge)>& use);
 

@@ -13,8 +13,8 @@ bool PieceSplitter::findLine(std::size_t begin, std::size_t spare, Line& line) {
          (chooseLine(begin, Ends::onBothSides, line) && splitsWithin(begin, line, spare));
 }
 
-/// The best of some lines as judged by a sample: across either axis, and along the longest and the middle piece. Where
-/// these cut many pieces, also lines along and between other pieces, for radial bundles and for rows of bends.
+/// The best of several lines, rated on a sample of the pieces: across either axis, and along the longest and the middle
+/// piece. Where these cut many pieces, also lines along and between other pieces, for radial bundles and rows of bends.
 bool PieceSplitter::chooseLine(std::size_t begin, Ends ends, Line& line) {
   mEnds = ends;
   takeSample(begin);
@@ -28,10 +28,12 @@ bool PieceSplitter::chooseLine(std::size_t begin, Ends ends, Line& line) {
     longestSize = maxNorm(along);
     longest = along;
   }
-  // A line that sends nine in ten to both sides is no use.
+  // The cost is left^2 + right^2. Sending nine in ten to both sides costs 2 * 0.9^2 = 1.62 of the square; a line that
+  // costs more than 1.8 is useless.
   double cost = 1.8 * static_cast<double>(mSampled) * static_cast<double>(mSampled);
   const double costBefore = cost;
-  const bool isWide = high.x - low.x > high.y - low.y;  // first come first served: this keeps regions compact
+  const bool isWide =
+      high.x - low.x > high.y - low.y;  // among equals the first one rated wins: this keeps regions compact
   rateDirection(isWide ? Vec2{0, 1} : Vec2{1, 0}, line, cost);
   rateDirection(isWide ? Vec2{1, 0} : Vec2{0, 1}, line, cost);
   rateDirection(longest, line, cost);
@@ -48,7 +50,7 @@ bool PieceSplitter::chooseLine(std::size_t begin, Ends ends, Line& line) {
   return cost < costBefore;
 }
 
-/// Takes pieces evenly, but with a jitter lest every second or fourth edge of a regular outline be overlooked.
+/// Takes pieces evenly, with a jitter so that no regular outline hides every second or fourth edge.
 void PieceSplitter::takeSample(std::size_t begin) {
   const std::size_t count = mItems.size() - begin;
   mSampled = std::min(count, count < kThorough ? kSampleSize / 2 : kSampleSize);

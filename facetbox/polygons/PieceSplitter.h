@@ -16,12 +16,17 @@ namespace util {
 /// Deepest level of a partition.
 constexpr int kMaxDepth = 40;
 
-/// Margin around a cutting line, relative to the largest local coordinate: 1024 units of rounding (2^-53). Needed are 5
-/// to place a query point (1 to make it local, 4 to evaluate the line), 20 for where a piece is cut, and 2 * 5 a level
-/// for how far cutting moves its ends (5 in each coordinate, kMaxDepth levels): 425 in all.
-constexpr double kMargin = 0x1p-43;
+/// What rounding can amount to between a query point and a piece of an edge, relative to the largest local coordinate:
+/// - 5 units of rounding (2^-53) to place the point: 1 to make it local, 4 to evaluate the line
+/// - 20 units for where a piece is cut
+/// - 10 units per level for how far cutting moves the ends of a piece: 5 in each coordinate
+constexpr double kPartitionRounding = (5 + 20 + 10 * kMaxDepth) * 0x1p-53;
 
-/// Local coordinates above or below these could over- or underflow on the way; such polygons are searched plainly.
+/// Margin around a cutting line, relative to the largest local coordinate.
+constexpr double kMargin = 0x1p-43;
+static_assert(kMargin > 2 * kPartitionRounding);
+
+/// Local coordinates above or below these could over- or underflow; such polygons are searched edge by edge.
 constexpr double kMaxMagnitude = 0x1p900, kMinMagnitude = 0x1p-900;
 
 /// The part of an edge, or of a query segment, that may lie in a region, in local coordinates.
@@ -60,7 +65,7 @@ inline Piece keepAbove(const Piece& piece, double heightA, double heightB, doubl
   return keepBelow(piece, -heightA, -heightB, -limit);
 }
 
-/// Chooses lines that split many pieces well, and splits them. The pieces lie on a stack, those of the node at hand on
+/// Chooses lines that split many pieces well, and splits the pieces. They lie on a stack, those of the current node on
 /// top.
 class PieceSplitter {
  public:
@@ -83,10 +88,11 @@ class PieceSplitter {
   void dropSharedFrom(std::size_t middle);
 
  private:
-  /// Where a piece counts that ends on the line, when a line is rated. On one side: of the other it is but a point,
-  /// which further cuts don't multiply. So a line through the corners of nested bends parts their two bundles at the
-  /// cost of one copy of each edge; lines along an axis copy a part of them on every level, until none may be copied
-  /// any more. On both sides, as it will be listed: where all pieces end on the line, it does not tell them apart.
+  /// On which sides of a line a piece counts that ends on it, when the line is rated.
+  /// - On one side: on the other it is only a point, which further cuts do not multiply. So a line through the corners
+  ///   of nested bends separates their two bundles at the cost of one copy of each edge, where lines along an axis copy
+  ///   a part of them on every level until the copies are used up.
+  /// - On both sides, as it will be listed: a line on which all pieces end does not separate them.
   enum class Ends { onOneSide, onBothSides };
 
   bool chooseLine(std::size_t begin, Ends ends, Line& line);

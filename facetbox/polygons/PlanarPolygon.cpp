@@ -7,12 +7,12 @@
 #include <facetbox/polygons/PieceSplitter.h>
 
 // The index is a binary space partition of the edges (Fuchs, Kedem, Naylor, On Visible Surface Generation by A Priori
-// Tree Structures, 1980) whose cutting lines are taken along an axis or along the edges themselves, so that bundles of
-// long edges are told apart in whatever direction they run; boxes or a grid would put each of them nearly everywhere.
+// Tree Structures, 1980) whose cutting lines run along an axis or along the edges themselves, so that bundles of long
+// edges are separated whatever their direction; boxes or a grid would list each of them nearly everywhere.
 //
 // Why the answers are exact although the tree is cut in rounded arithmetic: the regions are convex, a query point is
 // put into exactly one of them by comparisons, and an edge is listed in every region that it may meet within a margin
-// which exceeds all rounding on the way. So every edge through the query point, and every edge between it and the
+// that exceeds all rounding. So every edge through the query point, and every edge between it and the
 // leaf's reference point, is on the leaf's list; the tests of these edges are exact.
 
 namespace util {
@@ -30,7 +30,7 @@ void extend(Box2& box, Vec2 p) {
   box.max = {std::max(box.max.x, p.x), std::max(box.max.y, p.y)};
 }
 
-/// Whether segment ab keeps more than `margin` away from the box; an empty box is away from everything.
+/// Whether segment ab is more than `margin` away from the box along some axis; always for an empty box.
 bool isOff(const Box2& box, Vec2 a, Vec2 b, double margin) {
   return std::max(a.x, b.x) < box.min.x - margin || std::min(a.x, b.x) > box.max.x + margin ||
          std::max(a.y, b.y) < box.min.y - margin || std::min(a.y, b.y) > box.max.y + margin;
@@ -40,8 +40,9 @@ enum class Crossing { none, odd, onEdge };
 
 /// How edge uw meets the path from p to a `reference` that lies on no edge.
 ///
-/// The path is thought to be moved a little to its left, so that it meets no corner: an end on the path's line is right
-/// of it. As neither p nor the reference is on an edge, the move changes neither's side of any edge.
+/// Imagine the path shifted a little to its left, so that it passes through no corner: an end of the edge that is on
+/// the path's line is then right of it. As neither p nor the reference is on an edge, the shift changes their side of
+/// none.
 Crossing crossing(Vec2 u, Vec2 w, Vec2 p, Vec2 reference) {
   if (detail::boxesApart(u, w, p, reference)) return Crossing::none;
   const int side = orientation(u, w, p);
@@ -78,7 +79,7 @@ class PlanarPolygon::IndexBuilder {
 void PlanarPolygon::IndexBuilder::build() {
   const PlanarPolygon& polygon = mPolygon;
   const Box2& box = polygon.mBox;
-  // Halved before adding, lest the sum overflow.
+  // Halved before subtracting: the difference could overflow.
   const Vec2 half = {box.max.x / 2 - box.min.x / 2, box.max.y / 2 - box.min.y / 2};
   const double size = std::max(half.x, half.y);
   // The first reference lies beside the box, within twice its half size of the center.
@@ -149,8 +150,8 @@ void PlanarPolygon::IndexBuilder::makeLeaf(std::size_t node, std::size_t begin, 
   mPolygon.mLeaves.push_back({reference.point, first, static_cast<std::uint32_t>(edges.size()), reference.isInside});
 }
 
-/// Looks for a point of the child's region that lies on no edge, and finds out whether it is inside. The candidates lie
-/// between the middles of two of the child's pieces. False where there is none, say because the edges coincide.
+/// Looks for a point of the child's region that lies on no edge, and whether it is inside. The candidates lie between
+/// the middles of two of the child's pieces. False where none fits, for example because the edges coincide.
 bool PlanarPolygon::IndexBuilder::findReference(std::size_t child, std::size_t begin, std::size_t middle,
                                                 bool isChildRight, const Reference& from, Reference& found) const {
   const std::size_t first = isChildRight ? middle : begin;
@@ -211,7 +212,7 @@ void PlanarPolygon::buildIndex() const {
   IndexBuilder(*this).build();
 }
 
-/// To be asked once for each query that looks at edges.
+/// Whether there is an index, after building it when it begins to pay. To be called once per query that needs edges.
 bool PlanarPolygon::isIndexed() const {
   // Building costs about as much as this many plain queries, for each doubling of the corners.
   constexpr std::uint32_t kPlainQueries = 8;

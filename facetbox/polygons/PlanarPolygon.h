@@ -23,13 +23,13 @@ struct Box2 {
 /// The edges run from corner i to corner i + 1, the last one back to corner 0; two corners make two edges, one corner
 /// an edge of length zero. An edge with a non-finite corner touches nothing, and a polygon with one contains nothing.
 ///
-/// Small polygons are searched edge by edge without any allocation beyond the corners. From `kIndexedSize` corners on,
-/// an index over the edges is built once the plain queries have cost about as much as building it does. It takes
-/// O(n log n) time; its size is O(n) always, as edges are cut into at most five times as many pieces. On outlines whose
-/// edges cross each other rarely (bundles of long thin edges in any direction included) a query then walks down a tree
-/// and tests some twenty edges; a segment that touches nothing walks down to every region near it. Where very many
-/// edges cross or coincide the tree stops growing, and a query costs O(n) like the plain loop, times a small constant.
-/// Polygons whose extent is below 2^-900 or above 2^900 are always searched plainly.
+/// Small polygons are searched edge by edge, without any allocation beyond the corners. From `kIndexedSize` corners on,
+/// an index over the edges is built once the plain queries have cost about as much as building it. That takes
+/// O(n log n) time; the index is O(n) large, as edges are cut into at most five times as many pieces. Where edges
+/// rarely cross (bundles of long thin edges in any direction included), a query then walks down a tree and tests some
+/// twenty edges; a segment that touches nothing visits every region near it. Where very many edges cross or coincide,
+/// the tree stops growing and a query costs O(n) like the plain loop, times a small constant. Polygons whose extent is
+/// below 2^-900 or above 2^900 are always searched edge by edge.
 ///
 /// Queries update the index behind const: one object serves one thread at a time.
 class PlanarPolygon {
@@ -68,15 +68,14 @@ class PlanarPolygon {
   /// precede it.
   bool edgeTouchesAny(std::size_t edge, const std::function<bool(std::size_t other)>& counts) const;
 
-  /// Builds the index now if the polygon is of a size that may have one, for a caller that knows of many queries.
+  /// Builds the index now, if the polygon is of a size that may have one: for callers that know of many queries.
   void buildIndex() const;
 
  private:
   class IndexBuilder;
 
   /// Splits its region in two: a point is in child `child` where dot(normal, point) < offset, else in `child` + 1.
-  /// A leaf has child = -1 - leaf number. All coordinates are
-  /// relative to the center of the polygon's box.
+  /// A leaf has child = -1 - leaf number. All coordinates are relative to the center of the polygon's box.
   struct Node {
     Vec2 normal;
     double offset;
@@ -107,7 +106,7 @@ class PlanarPolygon {
   Box2 mBox = emptyBox();
   bool mIsFinite = true;  // all corners are
 
-  // The index. Empty nodes: none (yet).
+  // The index. No nodes: there is none (yet).
   mutable std::uint32_t mPlainQueries = 0;  // answered without an index since the last assign
   mutable bool mIsIndexTried = false;
   mutable Vec2 mCenter{};
