@@ -17,8 +17,8 @@ namespace {
 
 using TexturePtr = std::shared_ptr<const Texture>;
 
-/// Holds the store in plain memory of the process and never destroys it: a handle in a static object may be released
-/// after every static object of this file is gone.
+/// Holds the store in the process's own memory and never destroys it: a handle in a static object may be released after
+/// the static objects of this file.
 struct LastingHolder : boost::flyweights::holder_marker {
   template <class Store>
   struct apply {

@@ -14,7 +14,8 @@ namespace util {
 
 class Texture;
 
-/// What the value of a shader key is; the order is that of the alternatives of ShaderValue.
+/// The type of a shader key's value, in the order of the alternatives of ShaderValue. Clean-up stores textures only;
+/// the others are part of what a material is.
 enum class ShaderType : std::uint8_t { texture, doubles, floats, integers, string };
 
 using ShaderValue = std::variant<std::shared_ptr<const Texture>, std::vector<double>, std::vector<float>,
@@ -35,8 +36,8 @@ class Shader {
 
   /// The record with another value for a declared key.
   ///
-  /// @throws std::invalid_argument where the key is not declared, the value has not the declared type and size, or is
-  ///                               a null texture
+  /// @throws std::invalid_argument where the key is not declared, or the value is a null texture or not of the declared
+  ///                               type and size
   Shader set(std::string_view key, ShaderValue value) const;
 
   bool declares(std::string_view key) const noexcept;
@@ -58,7 +59,7 @@ class Shader {
     std::optional<ShaderValue> mValue;
   };
 
-  /// Position of the key, or of the first entry behind the place where it would stand.
+  /// Position of the key, or of the first entry after the place where it would stand.
   std::size_t lowerBound(std::string_view key) const noexcept;
   /// Position of a declared key; throws where it is not declared.
   std::size_t indexOf(std::string_view key) const;
@@ -67,9 +68,9 @@ class Shader {
   std::vector<Entry> mEntries;  // ascending by key
 };
 
-/// A shared shader. Copies share the record; equality is identity of the record, and `intern` sees to it that equal
-/// contents are one record for the whole process. Default-constructed it is the empty material, a record named
-/// "EmptyShader" without keys. Any number of threads may copy and release handles of the same record.
+/// A shared shader. Copies share the record, and handles are equal if they share one: `intern` keeps one record per
+/// content for the whole process. A default-constructed handle is the empty material, a record named "EmptyShader"
+/// without keys. Any number of threads may copy and release handles of the same record.
 class ShaderHandle {
  public:
   ShaderHandle() noexcept = default;
@@ -90,8 +91,8 @@ class ShaderHandle {
 
 /// The handle of the one record with this content. A record leaves the store with its last handle.
 ///
-/// The store is the process's own memory: no file, nothing that a child process shares. It is never destroyed, so
-/// handles may be released as late as they like. May be called from several threads. O(size of the content), one
+/// The store lies in the process's own memory; a child process has its own copy. It is never destroyed, so handles may
+/// be released at any time. May be called from several threads. O(size of the content), one
 /// allocation beyond a new record.
 ShaderHandle intern(const Shader& shader);
 

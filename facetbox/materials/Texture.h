@@ -35,7 +35,7 @@ class Texture {
   Texture& operator=(const Texture&) = default;
 };
 
-/// A texture that is only known by its URI: it stands for the image with a single opaque white pixel.
+/// A texture of which only the URI is known; its image is a single opaque white pixel.
 class SimpleTexture final : public Texture {
  public:
   explicit SimpleTexture(std::u16string uri);
