@@ -116,7 +116,9 @@ TEST(Mesh, nullArraysAndIndicesOutOfRangeAreRefused) {
                std::invalid_argument);
   EXPECT_THROW(Mesh("", 9, coords, indices + 2, 0, nullptr, nullptr, 1, counts, nullptr, 0, nullptr, indices, nullptr),
                std::invalid_argument);
-  EXPECT_THROW(meshOf({{0, 0, 0}}, {{0, 1, 0}}), std::out_of_range);
+  util::Polygon face;
+  face.mVertexIndices = {0, 1, 0};
+  EXPECT_THROW(Mesh("", std::vector<Vec3>(1), std::vector<util::Polygon>{face}), std::out_of_range);
 }
 
 TEST(Mesh, cloneTakesMaterialsAndHolesOnlyWhenAskedTo) {
