@@ -32,6 +32,23 @@ Directions walk(std::size_t n, std::size_t begin, Directions directions, Agree a
   return directions;
 }
 
+/// Whether the texture coordinates at a corner of a and one of b agree in every set that a carries.
+inline bool sameTexCoords(const MeshStorage& m, std::uint32_t a, std::size_t cornerOfA, std::uint32_t b,
+                          std::size_t cornerOfB) {
+  const PrimitiveList& faces = m.mFaces;
+  for (std::uint32_t bits = faces.mask(a) & kTexCoordSetBits; bits != 0; bits &= bits - 1) {
+    const int set = std::countr_zero(bits);
+    if (!faces.carries(b, set)) return false;
+    const auto& pairs = m.mTexCoords[static_cast<std::size_t>(set)];
+    const std::uint32_t pairOfA = faces.cornerSet(a, set)[cornerOfA], pairOfB = faces.cornerSet(b, set)[cornerOfB];
+    if (pairOfA >= pairs.size() || pairOfB >= pairs.size()) return false;
+    const double u = pairs[pairOfA].x - pairs[pairOfB].x, v = pairs[pairOfA].y - pairs[pairOfB].y;
+    // Written so that a NaN distance does not count as different.
+    if (std::sqrt(u * u + v * v) >= FaceComparison::kTexCoordTolerance) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 FaceComparison::FaceComparison(const MeshStorage& mesh, bool compareAttributes)
@@ -63,23 +80,8 @@ bool FaceComparison::areDouble(std::uint32_t a, std::uint32_t b) const {
       walk(n, begin, {true, true}, [&](std::size_t i, std::size_t j) { return cornersOfA[i] == cornersOfB[j]; });
   if (!mCompareAttributes || !directions.any()) return directions.any();
   if (materialOf(a) != materialOf(b)) return false;
-  return walk(n, begin, directions, [&](std::size_t i, std::size_t j) { return sameTexCoords(a, i, b, j); }).any();
-}
-
-bool FaceComparison::sameTexCoords(std::uint32_t a, std::size_t cornerOfA, std::uint32_t b,
-                                   std::size_t cornerOfB) const {
-  const PrimitiveList& faces = mMesh.mFaces;
-  for (std::uint32_t bits = faces.mask(a) & kTexCoordSetBits; bits != 0; bits &= bits - 1) {
-    const int set = std::countr_zero(bits);
-    if (!faces.carries(b, set)) return false;
-    const auto& pairs = mMesh.mTexCoords[static_cast<std::size_t>(set)];
-    const std::uint32_t pairOfA = faces.cornerSet(a, set)[cornerOfA], pairOfB = faces.cornerSet(b, set)[cornerOfB];
-    if (pairOfA >= pairs.size() || pairOfB >= pairs.size()) return false;
-    const double u = pairs[pairOfA].x - pairs[pairOfB].x, v = pairs[pairOfA].y - pairs[pairOfB].y;
-    // Written so that a NaN distance does not count as different.
-    if (std::sqrt(u * u + v * v) >= kTexCoordTolerance) return false;
-  }
-  return true;
+  return walk(n, begin, directions, [&](std::size_t i, std::size_t j) { return sameTexCoords(mMesh, a, i, b, j); })
+      .any();
 }
 
 }  // namespace util

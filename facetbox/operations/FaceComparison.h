@@ -24,8 +24,6 @@ class FaceComparison {
   std::uint32_t materialOf(std::uint32_t face) const;
 
  private:
-  bool sameTexCoords(std::uint32_t a, std::size_t cornerOfA, std::uint32_t b, std::size_t cornerOfB) const;
-
   const MeshStorage& mMesh;
   bool mCompareAttributes;
   std::vector<std::uint32_t> mHighestStarts;    // per run, of the runs up to it
