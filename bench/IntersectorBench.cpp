@@ -16,6 +16,7 @@
 
 #include <facetbox/intersector/Intersector.h>
 #include <facetbox/intersector/NearestSearch.h>
+#include <facetbox/math/Matrix4.h>
 #include <facetbox/triangles/EdgeList.h>
 #include <facetbox/triangles/RayTest.h>
 #include <facetbox/triangles/TriangleMeshCache.h>
@@ -26,8 +27,6 @@
 #include "Workloads.h"
 
 namespace {
-
-constexpr double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 
 using Floats = std::array<float, 16>;
 using Point = std::array<float, 3>;

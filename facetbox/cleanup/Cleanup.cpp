@@ -8,6 +8,7 @@
 #include <string>
 
 #include <facetbox/cleanup/MeshDataConversion.h>
+#include <facetbox/math/Matrix4.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/Validate.h>
 #include <facetbox/operations/ConformNormals.h>
@@ -95,8 +96,7 @@ const Cleanup::MeshData* Cleanup::removeEdgesZero(float threshold, const MeshDat
 }
 
 const Cleanup::MeshData* Cleanup::conformNormals(const MeshData& data) {
-  constexpr double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-  return runOperation(data, [&](util::Mesh& mesh) { util::conformNormals(mesh, kIdentity); });
+  return runOperation(data, [&](util::Mesh& mesh) { util::conformNormals(mesh, util::kIdentity); });
 }
 
 void Cleanup::freeMeshData(const MeshData* data) {

@@ -9,22 +9,12 @@
 #include <vector>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/LeakMarks.h>
 #include <facetbox/materials/Shader.h>
 #include <facetbox/materials/TextEncoding.h>
 #include <facetbox/materials/Texture.h>
 #include <facetbox/mesh/HoleAssignment.h>
 #include <facetbox/mesh/MeshStorage.h>
-
-#if defined(__SANITIZE_ADDRESS__)
-#define FACETBOX_LEAK_CHECKED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define FACETBOX_LEAK_CHECKED 1
-#endif
-#endif
-#ifdef FACETBOX_LEAK_CHECKED
-#include <sanitizer/lsan_interface.h>
-#endif
 
 namespace util {
 namespace {
@@ -36,13 +26,6 @@ struct RecordDeleter {
   void operator()(Cleanup::MeshData* data) const { Cleanup::freeMeshDataAndHoles(data); }
 };
 using RecordPtr = std::unique_ptr<Cleanup::MeshData, RecordDeleter>;
-
-/// freeMeshData leaves the holes array to the process, as documented: the leak checker must not report it.
-void markIntendedLeak([[maybe_unused]] const void* array) {
-#ifdef FACETBOX_LEAK_CHECKED
-  __lsan_ignore_object(array);
-#endif
-}
 
 /// One material per distinct name: every run of a name shares it.
 std::vector<MaterialPair> makeRunMaterials(const Cleanup::MeshData& data) {

@@ -11,16 +11,7 @@
 #include <boost/thread/lock_types.hpp>
 #include <boost/thread/mutex.hpp>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define FACETBOX_LEAKS_ARE_SEARCHED
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define FACETBOX_LEAKS_ARE_SEARCHED
-#endif
-#endif
-#if defined(FACETBOX_LEAKS_ARE_SEARCHED)
-#include <sanitizer/lsan_interface.h>
-#endif
+#include <facetbox/base/LeakMarks.h>
 
 namespace util {
 
@@ -78,14 +69,7 @@ class CommandQueue {
   void discard(Discarded fate) {
     Commands batch = takeAll();
     if (fate == Discarded::released) return;
-    for (std::unique_ptr<Command>& command : batch) {
-      const Command* const abandoned = command.release();
-#if defined(FACETBOX_LEAKS_ARE_SEARCHED)
-      __lsan_ignore_object(abandoned);  // on purpose
-#else
-      static_cast<void>(abandoned);
-#endif
-    }
+    for (std::unique_ptr<Command>& command : batch) markIntendedLeak(command.release());
   }
 
  private:

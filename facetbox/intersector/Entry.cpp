@@ -4,6 +4,7 @@
 #include <span>
 #include <utility>
 
+#include <facetbox/math/Matrix4.h>
 #include <facetbox/triangles/FrustumCulling.h>
 #include <facetbox/triangles/TriangleMeshFactory.h>
 

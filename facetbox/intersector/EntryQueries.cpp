@@ -8,6 +8,7 @@
 #include <limits>
 #include <span>
 
+#include <facetbox/math/Matrix4.h>
 #include <facetbox/math/OverlapsBox.h>
 #include <facetbox/triangles/ClipProjection.h>
 #include <facetbox/triangles/FrustumCulling.h>
@@ -156,7 +157,6 @@ const NearestHit* findNearest(const Entry& entry, NearestSearch& search, QuerySc
 }
 
 bool intersectsRay(Entry& entry, const double origin[3], const double direction[3], double* t, double* normal) {
-  static constexpr double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
   double best = FLT_MAX;
   bool isHit = false;
   for (Instance& instance : entry.mInstances) {

@@ -7,6 +7,7 @@
 
 #include <facetbox/intersector/ClipPolygon.h>
 #include <facetbox/intersector/NearestTraversal.h>
+#include <facetbox/math/Matrix4.h>
 #include <facetbox/math/OverlapsBox.h>
 #include <facetbox/triangles/ClipProjection.h>
 #include <facetbox/triangles/FrustumCulling.h>

@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cmath>
 
+#include <facetbox/math/Matrix4.h>
 #include <facetbox/triangles/ClipProjection.h>
 
 namespace util {
@@ -47,7 +48,6 @@ bool NearestSearch::Traversal::preparePlanes(const TriangleBvh& hierarchy) {
 
 /// @return whether nothing can overflow
 bool NearestSearch::Traversal::prepareDepth(const TriangleBvh& hierarchy) {
-  static constexpr double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
   const double* t = mSearch.mTransform ? mSearch.mTransform : kIdentity;
   const double eye[3] = {mSearch.mEye.x, mSearch.mEye.y, mSearch.mEye.z};
   const double direction[3] = {mSearch.mDirection.x, mSearch.mDirection.y, mSearch.mDirection.z};

@@ -13,6 +13,7 @@
 #include <facetbox/intersector/IntersectionRaster.h>
 #include <facetbox/intersector/NearestSearch.h>
 #include <facetbox/math/Matrix4.h>
+#include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/MeshStorage.h>
 
 namespace util {
@@ -43,8 +44,6 @@ std::shared_ptr<TriangleMesh> triangulate(Triangulator& triangulator, const Mesh
   constexpr int kTrianglesOnly = 0;
   return std::shared_ptr<TriangleMesh>(triangulator.triangulate(mesh, std::move(coordinates), kTrianglesOnly));
 }
-
-Vec3 vectorOf(const float* p) { return {p[0], p[1], p[2]}; }
 
 void narrow(const Vec3& from, float to[3]) {
   to[0] = static_cast<float>(from.x);
@@ -250,7 +249,7 @@ bool TriIntersector::findNearestInFrustum(std::size_t handle, const float matrix
   return query(handle, [&](const Entry& entry) {
     double view[16];
     std::copy_n(matrix, 16, view);
-    NearestSearch search(view, vectorOf(eye), vectorOf(direction));
+    NearestSearch search(view, toVec3(eye), toVec3(direction));
     const NearestHit* hit = findNearest(entry, search, mScratch);
     if (!hit) return false;
     narrow(hit->mPoint, point);

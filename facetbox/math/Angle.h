@@ -8,7 +8,7 @@ namespace util {
 
 /// The unit vector along `v`, by division. A vector whose length is not above 1e-25, and so one of NaN length, becomes
 /// (0, 1, 0); infinite components give NaN.
-inline Vec3 normalised(const Vec3& v) {
+inline Vec3 normalized(const Vec3& v) {
   const double size = length(v);
   if (!(size > 1e-25)) return {0.0, 1.0, 0.0};
   return v / size;

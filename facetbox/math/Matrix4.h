@@ -4,8 +4,14 @@
 
 namespace util {
 
-/// The point (x, y, z, 1) times a 4x4 matrix in column-major order (translation in m[12] to m[14]), without division
-/// by w.
+// 4x4 matrices in column-major order: row r of column c at [4 c + r], the translation at [12] to [14].
+
+inline constexpr double kIdentity[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
+/// product = a b; each element is the sum of its four products in order. `product` is neither of the others.
+void multiply(const double a[16], const double b[16], double product[16]);
+
+/// The matrix times the point (x, y, z, 1), without division by w.
 inline Vec3 transformPoint(const double* m, const Vec3& p) {
   return {m[0] * p.x + m[4] * p.y + m[8] * p.z + m[12], m[1] * p.x + m[5] * p.y + m[9] * p.z + m[13],
           m[2] * p.x + m[6] * p.y + m[10] * p.z + m[14]};

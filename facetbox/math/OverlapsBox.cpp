@@ -44,14 +44,12 @@ bool isApartAcross(const Vec3& edge, const Vec3& a, const Vec3& b, const Vec3& c
          isApart(edge.y * c.x - edge.x * c.y, edge.y * d.x - edge.x * d.y, size.y * half.x + size.x * half.y);
 }
 
-Vec3 vectorOf(const double p[3]) { return {p[0], p[1], p[2]}; }
-
 }  // namespace
 
 bool overlapsBox(const double p0[3], const double p1[3], const double p2[3], const double boxCenter[3],
                  const double boxHalfSize[3]) {
-  const Vec3 center = vectorOf(boxCenter), half = vectorOf(boxHalfSize);
-  const Vec3 v0 = vectorOf(p0) - center, v1 = vectorOf(p1) - center, v2 = vectorOf(p2) - center;
+  const Vec3 center = toVec3(boxCenter), half = toVec3(boxHalfSize);
+  const Vec3 v0 = toVec3(p0) - center, v1 = toVec3(p1) - center, v2 = toVec3(p2) - center;
   if (isApartOnAxis(v0.x, v1.x, v2.x, half.x) || isApartOnAxis(v0.y, v1.y, v2.y, half.y) ||
       isApartOnAxis(v0.z, v1.z, v2.z, half.z))
     return false;

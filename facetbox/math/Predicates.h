@@ -12,9 +12,6 @@
 
 namespace util {
 
-/// Whether both coordinates are finite.
-inline bool isFinite(Vec2 p) { return std::isfinite(p.x) && std::isfinite(p.y); }
-
 namespace detail {
 
 /// `orientation` where the filter gives no answer: exact, and 0 for non-finite input.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 
 namespace util {
@@ -31,6 +32,21 @@ inline Vec3 cross(const Vec3& a, const Vec3& b) {
 
 inline double lengthSq(const Vec3& a) { return dot(a, a); }
 inline double length(const Vec3& a) { return std::sqrt(lengthSq(a)); }
+
+/// Of three numbers that follow each other.
+template <class Number>
+Vec3 toVec3(const Number* p) {
+  return {static_cast<double>(p[0]), static_cast<double>(p[1]), static_cast<double>(p[2])};
+}
+
+/// No coordinate is infinite or NaN.
+inline bool isFinite(const Vec2& p) { return std::isfinite(p.x) && std::isfinite(p.y); }
+inline bool isFinite(const Vec3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
+
+/// The largest of the coordinates' absolute values.
+inline double largestMagnitude(const Vec3& v) {
+  return std::max(std::max(std::fabs(v.x), std::fabs(v.y)), std::fabs(v.z));
+}
 
 /// Index of the coordinate that a projection along `normal` drops: the largest by absolute value, ties to x before y
 /// and to either before z.

@@ -28,8 +28,6 @@ constexpr std::size_t kLargeFace = 256;
 constexpr std::size_t kIndexedOuter = 101;
 constexpr std::size_t kPlainQueries = 128;
 
-bool isFinite(const Vec3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
-
 bool areClose(const Vec3& a, const Vec3& b) { return lengthSq(a - b) < kSharedDistanceSq; }
 
 /// All points that project into a box of the plane.

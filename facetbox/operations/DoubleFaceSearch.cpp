@@ -156,7 +156,7 @@ class DoubleFaceSearch {
 
   /// For many copies that only texture coordinates tell apart.
   void resolveByTree(std::span<const std::uint32_t> copies) {
-    TexCoordTree tree(mMesh, copies, FaceComparison::kTexCoordTolerance);
+    TexCoordTree tree(mMesh, copies, kTexCoordTolerance);
     resolve(copies, [&](std::size_t copy, auto isDouble) {
       // A face that is not even double to itself has an index beyond the texture coordinates, and so is to none.
       if (!mComparison.areDouble(copies[copy], copies[copy])) return;

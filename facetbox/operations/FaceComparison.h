@@ -4,14 +4,13 @@
 #include <vector>
 
 #include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/operations/TexCoordTolerance.h>
 
 namespace util {
 
 /// Decides whether two faces are double, as removeFacesDouble() defines it.
 class FaceComparison {
  public:
-  static constexpr double kTexCoordTolerance = 0.001;
-
   FaceComparison(const MeshStorage& mesh, bool compareAttributes);
 
   bool comparesAttributes() const { return mCompareAttributes; }

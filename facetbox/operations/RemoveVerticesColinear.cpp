@@ -13,6 +13,7 @@
 #include <facetbox/math/Angle.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/operations/TexCoordTolerance.h>
 
 namespace util {
 namespace {
@@ -20,7 +21,6 @@ namespace {
 constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 constexpr double kDegreesPerRadian = 57.29577951308232;
 constexpr double kStraightAngle = 180.0;
-constexpr double kTexCoordTolerance = 0.001;  // distance in texture space
 constexpr std::uint32_t kFewestToShrink = 4;  // a face of fewer corners goes as a whole
 
 std::size_t cyclicBefore(std::size_t i, std::size_t n) { return (i == 0 ? n : i) - 1; }
@@ -65,8 +65,8 @@ std::vector<bool> findStraightVertices(const MeshStorage& m, double toleranceDeg
     const Neighbours& own = neighbours[v];
     if (toleranceDegrees >= kStraightAngle) return own.areOneOrTwo();
     if (!own.areTwo()) return false;
-    const Vec3 d1 = normalised(m.mVertices[own.first] - m.mVertices[v]);
-    const Vec3 d2 = normalised(m.mVertices[own.second] - m.mVertices[v]);
+    const Vec3 d1 = normalized(m.mVertices[own.first] - m.mVertices[v]);
+    const Vec3 d2 = normalized(m.mVertices[own.second] - m.mVertices[v]);
     return angleBetween(d1, d2) * kDegreesPerRadian >= kStraightAngle - toleranceDegrees;
   };
 

@@ -3,6 +3,8 @@
 #include <bit>
 #include <cassert>
 
+#include <facetbox/operations/TexCoordTolerance.h>
+
 namespace util {
 namespace {
 

@@ -9,17 +9,13 @@
 #include <span>
 #include <utility>
 
+#include <facetbox/math/Matrix4.h>
+#include <facetbox/math/Vec3.h>
 #include <facetbox/triangles/FrustumCulling.h>
 
 namespace util {
 
-namespace {
-
-Vec3 vectorOf(const double* p) { return {p[0], p[1], p[2]}; }
-
-bool isFinite(const Vec3& v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); }
-
-}  // namespace
+namespace {}  // namespace
 
 Pickable::Pickable(std::int32_t id, const double matrix[16], Meshes meshes) : mId(id), mMeshes(std::move(meshes)) {
   assert(std::ranges::all_of(mMeshes, [](const auto& mesh) { return mesh != nullptr; }));
@@ -31,7 +27,7 @@ Box Pickable::measure() {
   mIsSmall = std::ranges::all_of(mMeshes,
                                  [](const auto& mesh) { return mesh->vertexCoordinates().size() <= 3 * kFewVertices; });
   mLocalBox = mUntranslated = Box{};
-  const Vec3 translation = vectorOf(mMatrix + 12);
+  const Vec3 translation = toVec3(mMatrix + 12);
   Box world;
   double zero = 0;  // becomes NaN with the first number that is not finite
   for (const auto& mesh : mMeshes) {
@@ -86,7 +82,7 @@ Box Pickable::move(const Vec3& offset) {
 
   // Rounded addition is monotone: the smallest coordinate plus the translation is the smallest of all these sums.
   if (onlyTranslationChanged && mIsFinite && mUntranslated.min.x <= mUntranslated.max.x) {
-    const Vec3 to = vectorOf(mMatrix + 12);
+    const Vec3 to = toVec3(mMatrix + 12);
     const Box world{mUntranslated.min + to, mUntranslated.max + to};
     if (isFinite(world.min) && isFinite(world.max)) return world;
   }
@@ -97,7 +93,7 @@ bool Pickable::isInClipVolume(const double viewProjection[16], const ClipPlanes*
   ClipSide side = ClipSide::unsure;
   if (planes) {
     // The last row's translation is 1.
-    const Vec3 to = vectorOf(mMatrix + 12), half = (mUntranslated.max - mUntranslated.min) / 2;
+    const Vec3 to = toVec3(mMatrix + 12), half = (mUntranslated.max - mUntranslated.min) / 2;
     const double magnitude = mReach + std::fabs(to.x) + std::fabs(to.y) + std::fabs(to.z) + 1;
     side = planes->sideOf(mUntranslated.min + half + to, half, magnitude);
   }

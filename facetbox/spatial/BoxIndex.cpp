@@ -4,6 +4,8 @@
 #include <cassert>
 #include <cmath>
 
+#include <facetbox/base/Processor.h>
+
 namespace util {
 
 namespace {
@@ -174,8 +176,7 @@ void BoxIndex::find(const Frustum& volume, Found& found, [[maybe_unused]] Instru
   traversal.room[1] = found.mRoom.data() + room;
   std::size_t count;
 #if defined(FACETBOX_HAS_AVX2)
-  static const bool hasAvx2 = __builtin_cpu_supports("avx2");
-  if (instructions == Instructions::best && hasAvx2)
+  if (mayUseAvx2(instructions))
     count = find(traversal, found, traverseBoxesAvx2);
   else
 #endif

@@ -7,8 +7,8 @@
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/base/ChunkedVector.h>
+#include <facetbox/base/Processor.h>
 #include <facetbox/math/Box.h>
-#include <facetbox/math/Instructions.h>
 #include <facetbox/spatial/BoxTree.h>
 #include <facetbox/spatial/Frustum.h>
 

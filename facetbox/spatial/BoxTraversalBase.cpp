@@ -1,4 +1,4 @@
-#include <facetbox/math/FourLanes.h>
+#include <facetbox/math/Lanes.h>
 #include <facetbox/spatial/BoxTraversal.h>
 
 namespace util {

@@ -1,27 +1,16 @@
 #include <facetbox/spatial/BoxTree.h>
 
 #include <algorithm>
-#include <bit>
 #include <cassert>
 #include <cmath>
+
+#include <facetbox/math/Rounding.h>
 
 namespace util {
 
 namespace {
 
 constexpr float kInfinity = FloatBox::kInfinity;
-constexpr double kFarthestFloat = std::numeric_limits<float>::max();
-
-float roundedDown(double value) {
-  if (value < -kFarthestFloat) return -kInfinity;
-  const auto rounded = static_cast<float>(std::min(value, kFarthestFloat));
-  // Or the float before it; there is one, and it is no NaN. Half of all are rounded up: no branch foresees which.
-  const auto bits = std::bit_cast<std::uint32_t>(rounded);
-  const std::uint32_t before = rounded > 0 ? bits - 1 : rounded < 0 ? bits + 1 : 0x80000001u;
-  return std::bit_cast<float>(double{rounded} <= value ? bits : before);
-}
-float roundedUp(double value) { return -roundedDown(-value); }
-
 /// 0 for a box that goes from one infinity to the other.
 template <class Real>
 float middleOf(Real min, Real max) {

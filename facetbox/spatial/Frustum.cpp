@@ -87,18 +87,18 @@ void Frustum::prepareFaces() {
       return cross(mCorners[face.a1] - mCorners[face.a0], mCorners[face.b1] - mCorners[face.b0]);
     };
     const Vec3 m = normalOf(kFaces[2 * i]), n = normalOf(kFaces[2 * i + 1]);
-    const Pair lengths{length(m), length(n)};
-    pair.normalX = Pair{m.x, n.x} / lengths;
-    pair.normalY = Pair{m.y, n.y} / lengths;
-    pair.normalZ = Pair{m.z, n.z} / lengths;
+    const Double2 lengths{length(m), length(n)};
+    pair.normalX = Double2{m.x, n.x} / lengths;
+    pair.normalY = Double2{m.y, n.y} / lengths;
+    pair.normalZ = Double2{m.z, n.z} / lengths;
     pair.magnitudeX = magnitudesOf(pair.normalX);
     pair.magnitudeY = magnitudesOf(pair.normalY);
     pair.magnitudeZ = magnitudesOf(pair.normalZ);
 
-    std::array<Pair, 8> heights;
+    std::array<Double2, 8> heights;
     for (std::size_t corner = 0; corner < 8; ++corner) heights[corner] = pair.heightsOf(mCorners[corner]);
     pair.farthest = heights[0];
-    for (const Pair height : heights) pair.farthest = max(height, pair.farthest);
+    for (const Double2 height : heights) pair.farthest = max(height, pair.farthest);
     for (std::size_t k = 0; k < 2; ++k) {
       const FaceTable &face = kFaces[2 * i + k], &opposite = kFaces[2 * i + 1 - k];
       const auto of = [&](const FaceTable& which, std::size_t corner) { return heights[which.corners[corner]][k]; };
@@ -178,19 +178,20 @@ bool Frustum::hasFlatFaces() const {
 /// Whether neither triangle of a face is a sliver or folded over the other.
 bool Frustum::areTrianglesSideBySide(std::size_t face) const {
   // Both triangles at once.
-  const auto edges = [&](std::size_t to, Pair& x, Pair& y, Pair& z) {
+  const auto edges = [&](std::size_t to, Double2& x, Double2& y, Double2& z) {
     const auto& [t, u] = kFaces[face].triangles;
     const Vec3 first = mCorners[t[to]] - mCorners[t[0]], second = mCorners[u[to]] - mCorners[u[0]];
-    x = Pair{first.x, second.x};
-    y = Pair{first.y, second.y};
-    z = Pair{first.z, second.z};
+    x = Double2{first.x, second.x};
+    y = Double2{first.y, second.y};
+    z = Double2{first.z, second.z};
   };
-  Pair ax, ay, az, bx, by, bz;
+  Double2 ax, ay, az, bx, by, bz;
   edges(1, ax, ay, az);
   edges(2, bx, by, bz);
-  const Pair nx = ay * bz - az * by, ny = az * bx - ax * bz, nz = ax * by - ay * bx;
-  const Pair cx = bx - ax, cy = by - ay, cz = bz - az;
-  const Pair longest = max(max(ax * ax + ay * ay + az * az, bx * bx + by * by + bz * bz), cx * cx + cy * cy + cz * cz);
+  const Double2 nx = ay * bz - az * by, ny = az * bx - ax * bz, nz = ax * by - ay * bx;
+  const Double2 cx = bx - ax, cy = by - ay, cz = bz - az;
+  const Double2 longest =
+      max(max(ax * ax + ay * ay + az * az, bx * bx + by * by + bz * bz), cx * cx + cy * cy + cz * cz);
   const auto isThick = nx * nx + ny * ny + nz * nz >= kSliver * kSliver * mMagnitude * mMagnitude * longest;
   const double cosine = nx[0] * nx[1] + ny[0] * ny[1] + nz[0] * nz[1];  // its sign
   return (isThick[0] & isThick[1]) != 0 && (cosine > 0) == kFaces[face].hasOneWinding;
@@ -228,7 +229,7 @@ bool Frustum::surfaceOverlaps(const Vec3& center, const Vec3& half, double margi
   std::array<bool, 6> isNear;
   for (std::size_t i = 0; i < mFaces.size(); ++i) {
     const FacePair& pair = mFaces[i];
-    const Pair height = pair.heightsOf(center), gap = pair.reachesOf(half) + margin;
+    const Double2 height = pair.heightsOf(center), gap = pair.reachesOf(half) + margin;
     const auto isApart = (height - pair.high > gap) | (pair.low - height > gap);
     for (std::size_t k = 0; k < 2; ++k) {
       isNear[2 * i + k] = isApart[k] == 0;
@@ -251,10 +252,10 @@ bool Frustum::meets(const Vec3& center, const Vec3& half) const {
   const double margin = marginFor(center, half);
   const double radius = std::min(std::min(std::fabs(half.x), std::fabs(half.y)), std::fabs(half.z));
   // All planes without a branch, because boxes near the volume may be outside any of them.
-  auto apart = Pair{0, 0} != Pair{0, 0};
-  auto inside = Pair{0, 0} == Pair{0, 0};
+  auto apart = Double2{0, 0} != Double2{0, 0};
+  auto inside = Double2{0, 0} == Double2{0, 0};
   for (const FacePair& pair : mFaces) {
-    const Pair height = pair.heightsOf(center);
+    const Double2 height = pair.heightsOf(center);
     apart |= height - pair.farthest > pair.reachesOf(half) + margin;
     inside &= height < pair.offset - radius;
   }
@@ -272,11 +273,11 @@ Frustum::Side Frustum::sideOf(const Box& box) const {
   if (!(box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z)) return Side::outside;
   const Vec3 half = (box.max - box.min) / 2, center = box.min + half;
   const double margin = marginFor(center, half);
-  auto apart = Pair{0, 0} != Pair{0, 0};
-  auto inside = Pair{0, 0} == Pair{0, 0};
+  auto apart = Double2{0, 0} != Double2{0, 0};
+  auto inside = Double2{0, 0} == Double2{0, 0};
   for (const FacePair& pair : mFaces) {
     // A box reaches along a normal at least as far as its inner sphere.
-    const Pair height = pair.heightsOf(center), reach = pair.reachesOf(half) + margin;
+    const Double2 height = pair.heightsOf(center), reach = pair.reachesOf(half) + margin;
     apart |= height - pair.farthest > reach;
     inside &= height + reach < pair.offset;
   }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include <facetbox/math/Box.h>
+#include <facetbox/math/Lanes.h>
 #include <facetbox/math/Vec3.h>
 
 namespace util {
@@ -61,19 +62,19 @@ class Frustum {
   double magnitude() const { return mMagnitude; }
 
  private:
-  /// Two numbers at a time.
-  using Pair = double __attribute__((vector_size(16)));
-  static Pair max(Pair a, Pair b) { return a > b ? a : b; }
-  static Pair magnitudesOf(Pair a) { return max(a, -a); }
+  static Double2 max(Double2 a, Double2 b) { return a > b ? a : b; }
+  static Double2 magnitudesOf(Double2 a) { return max(a, -a); }
   /// Two opposite faces. Their unit outward normals, the magnitudes of these, and heights along them: of the plane, of
   /// the highest of all corners, of the face's lowest and highest corner, and of the opposite face's highest.
   struct FacePair {
-    Pair normalX, normalY, normalZ, magnitudeX, magnitudeY, magnitudeZ;
-    Pair offset, farthest, low, high, opposite;
+    Double2 normalX, normalY, normalZ, magnitudeX, magnitudeY, magnitudeZ;
+    Double2 offset, farthest, low, high, opposite;
 
-    Pair heightsOf(const Vec3& p) const { return normalX * p.x + normalY * p.y + normalZ * p.z; }
+    Double2 heightsOf(const Vec3& p) const { return normalX * p.x + normalY * p.y + normalZ * p.z; }
     /// How far a box reaches from its center, up and down.
-    Pair reachesOf(const Vec3& half) const { return magnitudeX * half.x + magnitudeY * half.y + magnitudeZ * half.z; }
+    Double2 reachesOf(const Vec3& half) const {
+      return magnitudeX * half.x + magnitudeY * half.y + magnitudeZ * half.z;
+    }
   };
 
   /// A triangle of the surface, prepared for the search of its point that is nearest to another.

@@ -34,7 +34,7 @@ ClipPlanes::ClipPlanes(const double viewProjection[16]) {
   for (std::size_t column = 0; column < 4; ++column)
     for (std::size_t row = 0; row < 3; ++row) {
       const double x = q[4 * column + row], w = q[4 * column + 3];
-      mPlanes[row].coefficients[column] = Pair{w - x, w + x};
+      mPlanes[row].coefficients[column] = Double2{w - x, w + x};
     }
   for (PlanePair& planes : mPlanes)
     for (std::size_t column = 0; column < 3; ++column)
@@ -63,12 +63,12 @@ double ClipPlanes::lowestW(const Vec3& center, const Vec3& half) const {
 ClipSide ClipPlanes::sideOf(const Vec3& center, const Vec3& half, double magnitude) const {
   const double margin = kRelativeMargin * mLargestRowSum * magnitude + kAbsoluteMargin;
   if (!(margin <= kLargestMargin && magnitude <= kLargestMagnitude)) return ClipSide::unsure;
-  Pair lowest, highest;
+  Double2 lowest, highest;
   for (std::size_t row = 0; row < 3; ++row) {
     const auto& [of, sizes] = mPlanes[row];
-    const Pair middle = of[0] * center.x + of[1] * center.y + of[2] * center.z + of[3];
-    const Pair reach = sizes[0] * half.x + sizes[1] * half.y + sizes[2] * half.z;
-    const Pair low = middle - reach, high = middle + reach;
+    const Double2 middle = of[0] * center.x + of[1] * center.y + of[2] * center.z + of[3];
+    const Double2 reach = sizes[0] * half.x + sizes[1] * half.y + sizes[2] * half.z;
+    const Double2 low = middle - reach, high = middle + reach;
     if (row == 0) {
       lowest = low;
       highest = high;

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include <facetbox/math/Lanes.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/triangles/FrustumCulling.h>
 
@@ -25,12 +26,10 @@ class ClipPlanes {
   ClipSide sideOf(const Vec3& center, const Vec3& half, double magnitude) const;
 
  private:
-  /// Two numbers at a time.
-  using Pair = double __attribute__((vector_size(16)));
   /// The linear functions w - x and w + x: their coefficients of x, y, z and 1, and magnitudes of the first three.
   struct PlanePair {
-    std::array<Pair, 4> coefficients;
-    std::array<Pair, 3> magnitudes;
+    std::array<Double2, 4> coefficients;
+    std::array<Double2, 3> magnitudes;
   };
 
   double lowestW(const Vec3& center, const Vec3& half) const;

@@ -1,17 +1,10 @@
 #pragma once
 
 #include <cmath>
-#include <cstring>
+
+#include <facetbox/math/Lanes.h>
 
 namespace util {
-
-/// Two neighbours of a 4x4 matrix at a time.
-using Pair = double __attribute__((vector_size(16)));
-inline Pair pairAt(const double* values) {
-  Pair pair;
-  std::memcpy(&pair, values, sizeof pair);
-  return pair;
-}
 
 constexpr double kSmallestW = 1e-25;  ///< a point is projected where its |w| lies above
 
@@ -26,13 +19,13 @@ constexpr double kClipCubeCenter[3] = {0, 0, 0}, kClipCubeHalf[3] = {1, 1, 1};
 
 /// What a point's coordinates in clip space are before the division, as FrustumCulling.h says.
 struct ClipSums {
-  Pair xy;
+  Double2 xy;
   double z, w;
 
   ClipSums(const double c[16], const double* point) {
     const double x = point[0], y = point[1];
-    xy = pairAt(c) * x + pairAt(c + 4) * y + pairAt(c + 8) * point[2] + pairAt(c + 12);
-    const Pair zw = pairAt(c + 2) * x + pairAt(c + 6) * y + pairAt(c + 10) * point[2] + pairAt(c + 14);
+    xy = loadTwo(c) * x + loadTwo(c + 4) * y + loadTwo(c + 8) * point[2] + loadTwo(c + 12);
+    const Double2 zw = loadTwo(c + 2) * x + loadTwo(c + 6) * y + loadTwo(c + 10) * point[2] + loadTwo(c + 14);
     z = zw[0];
     w = std::fabs(zw[1]);
   }
@@ -43,7 +36,7 @@ struct ClipSums {
 inline bool projectToClipSpace(const double c[16], const double* point, double out[3]) {
   const ClipSums sums(c, point);
   if (!(sums.w > kSmallestW)) return false;
-  const Pair xy = sums.xy / sums.w;
+  const Double2 xy = sums.xy / sums.w;
   out[0] = xy[0];
   out[1] = xy[1];
   out[2] = sums.z / sums.w;

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <facetbox/math/Instructions.h>
+#include <facetbox/base/Processor.h>
 
 namespace util {
 

@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <limits>
 
+#include <facetbox/base/Processor.h>
 #include <facetbox/triangles/ClipProjection.h>
 #include <facetbox/triangles/ClipVertices.h>
 
@@ -17,7 +18,7 @@ ClipVertex toClipVertex(const double c[16], const double* point) {
     sums.z /= sums.w;
     sums.w = 1;
   }
-  const Pair w{sums.w, sums.w}, z{sums.z, -sums.z};
+  const Double2 w{sums.w, sums.w}, z{sums.z, -sums.z};
   const Bits beyond = (~(sums.xy <= w) & Bits{1, 2}) | (~(sums.xy >= -w) & Bits{8, 16}) | (~(z <= w) & Bits{4, 32});
   return {sums.xy[0], sums.xy[1], sums.z, sums.w, static_cast<std::uint32_t>(beyond[0] | beyond[1])};
 }
@@ -28,12 +29,10 @@ void toClipVerticesBase(const double c[16], const double* points, std::size_t co
   for (std::size_t i = 0; i < count; ++i) out[i] = toClipVertex(c, points + 3 * i);
 }
 
-ToClipVertices& clipVerticesFor(Instructions instructions) {
+ToClipVertices& clipVerticesFor([[maybe_unused]] Instructions instructions) {
 #if defined(FACETBOX_HAS_AVX2)
-  static const bool hasAvx2 = __builtin_cpu_supports("avx2");
-  if (instructions == Instructions::best && hasAvx2) return toClipVerticesAvx2;
+  if (mayUseAvx2(instructions)) return toClipVerticesAvx2;
 #endif
-  static_cast<void>(instructions);
   return toClipVerticesBase;
 }
 

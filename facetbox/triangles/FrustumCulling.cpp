@@ -59,15 +59,6 @@ bool areInClipCube(std::span<const double> points, const double c[16]) {
 
 }  // namespace
 
-void multiply(const double a[16], const double b[16], double product[16]) {
-  for (int column = 0; column < 16; column += 4)
-    for (int row = 0; row < 4; row += 2) {
-      const Pair two = pairAt(a + row) * b[column] + pairAt(a + 4 + row) * b[column + 1] +
-                       pairAt(a + 8 + row) * b[column + 2] + pairAt(a + 12 + row) * b[column + 3];
-      std::memcpy(product + column + row, &two, sizeof two);
-    }
-}
-
 bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]) {
   const std::span<const double> vertices = mesh.vertexCoordinates();
   const std::span<const std::uint32_t> indices = mesh.indices();
@@ -124,16 +115,16 @@ namespace {
 constexpr double kRounding = 1e-13;
 static_assert(10 * (4 * 4 + 1) * 0x1p-52 <= kRounding);
 
-Pair absolute(Pair p) { return p < 0 ? -p : p; }
+Double2 absolute(Double2 p) { return p < 0 ? -p : p; }
 
 /// x, y and z, w at the center of a box, and S of each.
 struct CenterInClip {
-  Pair xy, zw, sumsOfXy, sumsOfZw;
+  Double2 xy, zw, sumsOfXy, sumsOfZw;
 
   CenterInClip(const double c[16], const double center[3], const double half[3])
-      : xy(pairAt(c + 12)), zw(pairAt(c + 14)), sumsOfXy(absolute(xy)), sumsOfZw(absolute(zw)) {
+      : xy(loadTwo(c + 12)), zw(loadTwo(c + 14)), sumsOfXy(absolute(xy)), sumsOfZw(absolute(zw)) {
     for (int i = 0; i < 3; ++i) {
-      const Pair a = pairAt(c + 4 * i), b = pairAt(c + 4 * i + 2);
+      const Double2 a = loadTwo(c + 4 * i), b = loadTwo(c + 4 * i + 2);
       const double size = std::fabs(center[i]) + half[i];
       xy += a * center[i];
       zw += b * center[i];
@@ -149,11 +140,11 @@ struct CenterInClip {
 
 /// The reaches of x - w and y - w, of -x - w and -y - w, and of z - w and -z - w, where `sign` w counts as w.
 struct PlaneReaches {
-  Pair ofXy{0, 0}, ofMinusXy{0, 0}, ofZ{0, 0};
+  Double2 ofXy{0, 0}, ofMinusXy{0, 0}, ofZ{0, 0};
 
   PlaneReaches(const double c[16], double sign, const double half[3]) {
     for (int i = 0; i < 3; ++i) {
-      const Pair a = pairAt(c + 4 * i), b{c[4 * i + 2], -c[4 * i + 2]};
+      const Double2 a = loadTwo(c + 4 * i), b{c[4 * i + 2], -c[4 * i + 2]};
       const double ofW = sign * c[4 * i + 3];
       ofXy += absolute(a - ofW) * half[i];
       ofMinusXy += absolute(a + ofW) * half[i];
@@ -175,9 +166,9 @@ ClipSide sideOfClipCube(const Box& box, const double c[16]) {
 
   // Where w is below 0 all over the box, -w is what counts. Each of x - w, -x - w, ... is above 0 beyond its face.
   const double sign = at.zw[1] < 0 ? -1.0 : 1.0, w = sign * at.zw[1];
-  const Pair xy = at.xy, z{at.zw[0], -at.zw[0]};
+  const Double2 xy = at.xy, z{at.zw[0], -at.zw[0]};
   const PlaneReaches reaches(c, sign, half);
-  const Pair margin = kRounding * (at.sumsOfXy + at.sumsOfZw[1]);
+  const Double2 margin = kRounding * (at.sumsOfXy + at.sumsOfZw[1]);
   const double marginOfZ = kRounding * (at.sumsOfZw[0] + at.sumsOfZw[1]);
   const auto outside =
       (xy - w - reaches.ofXy > margin) | (-xy - w - reaches.ofMinusXy > margin) | (z - w - reaches.ofZ > marginOfZ);

@@ -13,9 +13,6 @@ namespace util {
 //   ((c0 x + c4 y + c8 z + c12) / w, (c1 x + ...) / w, (c2 x + ...) / w)   with   w = |c3 x + c7 y + c11 z + c15|.
 // It is the absolute value on purpose: points behind the eye are mirrored into view instead of rejected.
 
-/// The product a times b of 4x4 matrices in column-major order; sums from left to right.
-void multiply(const double a[16], const double b[16], double product[16]);
-
 /// Whether a triangle of the mesh, its corners projected, overlaps the cube. A vertex whose w is not above 1e-25 goes
 /// to (0, 0, 0). No triangles: no. O(vertices + triangles).
 bool overlapsClipCubePlain(const TriangleMesh& mesh, const double c[16]);

@@ -7,6 +7,7 @@
 #include <span>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Processor.h>
 #include <facetbox/math/Angle.h>
 #include <facetbox/math/Matrix4.h>
 #include <facetbox/math/Vec3.h>
@@ -15,8 +16,6 @@
 
 namespace util {
 namespace {
-
-Vec3 toVec3(const double* p) { return {p[0], p[1], p[2]}; }
 
 /// The test itself, on one triangle with the edges e1 and e2 from the corner that the origin lies s away from. A hit
 /// replaces an equal one where `winsTies` says so.
@@ -52,12 +51,10 @@ bool report(const ExactSearch& search, double* t, double* normalOut) {
   return true;
 }
 
-RayTraversal& traversalFor(Instructions instructions) {
+RayTraversal& traversalFor([[maybe_unused]] Instructions instructions) {
 #if defined(FACETBOX_HAS_AVX2)
-  static const bool hasAvx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-  if (instructions == Instructions::best && hasAvx2) return traverseAvx2;
+  if (mayUseAvx2(instructions)) return traverseAvx2;
 #endif
-  static_cast<void>(instructions);
   return traverseBase;
 }
 
@@ -89,12 +86,12 @@ bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const 
                        const double direction[3], double* t, double* normalOut) {
   const std::span<const std::uint32_t> indices = mesh.indices();
   const std::span<const double> coordinates = mesh.vertexCoordinates();
-  constexpr std::size_t kFewVertices = 32;  // no memory is asked for
+  constexpr std::size_t kOnStack = 32;  // no memory is asked for
   const std::size_t count = coordinates.size() / 3;
-  Vec3 few[kFewVertices];
+  Vec3 few[kOnStack];
   Buffer<Vec3> many;
   Vec3* world = few;
-  if (count > kFewVertices) {
+  if (count > kOnStack) {
     many.resize(count);
     world = many.data();
   }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <facetbox/math/Instructions.h>
+#include <facetbox/base/Processor.h>
 #include <facetbox/triangles/RayTransform.h>
 #include <facetbox/util/TriangleMesh.h>
 

@@ -16,8 +16,6 @@ constexpr double kLargestInverseError = 1e-3;
 constexpr double kSmallestMatrixDeterminant = 1e-280;  // its reciprocal is finite
 constexpr double kLargestSum = 1e100, kSmallestVolume = 1e-200, kLargestVolume = 1e200;
 
-/// The largest absolute coordinate.
-double largestOf(const Vec3& v) { return std::max(std::max(std::fabs(v.x), std::fabs(v.y)), std::fabs(v.z)); }
 /// Unlike the largest, this is NaN where a component is.
 double sumOf(const Vec3& v) { return std::fabs(v.x) + std::fabs(v.y) + std::fabs(v.z); }
 
@@ -29,9 +27,9 @@ struct Sizes {
   Sizes(const double m[16], const TriangleBvh& hierarchy)
       : row{{m[0], m[4], m[8]}, {m[1], m[5], m[9]}, {m[2], m[6], m[10]}},
         translation{m[12], m[13], m[14]},
-        largest(std::max({largestOf(row[0]), largestOf(row[1]), largestOf(row[2])})),
+        largest(std::max({largestMagnitude(row[0]), largestMagnitude(row[1]), largestMagnitude(row[2])})),
         rowSum(std::max({sumOf(row[0]), sumOf(row[1]), sumOf(row[2])})),
-        translationSize(largestOf(translation)),
+        translationSize(largestMagnitude(translation)),
         world(rowSum * hierarchy.magnitude() + translationSize) {}
 
   /// Spelled so that NaN fails.
@@ -61,7 +59,7 @@ double invert(const Sizes& sizes, double scale, RayTransform& out) {
       out.rowSums[i] += std::fabs(out.columns[k][i]);
     }
   }
-  out.largestRowSum = largestOf({out.rowSums[0], out.rowSums[1], out.rowSums[2]});
+  out.largestRowSum = largestMagnitude({out.rowSums[0], out.rowSums[1], out.rowSums[2]});
   out.volume = std::fabs(determinant) / (scale * scale * scale);
   if (!(std::fabs(determinant) > kSmallestMatrixDeterminant)) return INFINITY;
   return kInverseError * sizes.largest * sizes.largest * sizes.largest * std::fabs(inverse);

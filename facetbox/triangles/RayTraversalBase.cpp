@@ -2,7 +2,7 @@
 #include <emmintrin.h>
 #endif
 
-#include <facetbox/math/FourLanes.h>
+#include <facetbox/math/Lanes.h>
 #include <facetbox/triangles/RayTraversal.h>
 
 namespace util {

@@ -9,7 +9,6 @@
 namespace util {
 namespace {
 
-using Lanes = FloatBounds::Lanes;
 constexpr float kInfinity = FloatBounds::kInfinity;
 constexpr std::uint32_t kBlockSize = TriangleBvh::kWidth;
 
@@ -31,18 +30,18 @@ struct Cut {
 
 /// Maps twice a center to its bin on all three axes at once.
 struct Binning {
-  Lanes origin, scale;
+  Float4 origin, scale;
   int count;
 
   explicit Binning(const TriangleRange& range)
       : origin(range.centers.low),
         count(static_cast<int>(std::min<std::uint32_t>(kMostBins, kFewestBins + range.size() / kTrianglesPerBin))) {
-    const Lanes extent = range.centers.high - range.centers.low;
+    const Float4 extent = range.centers.high - range.centers.low;
     for (int a = 0; a < 3; ++a)
       scale[a] = extent[a] > kSmallestExtent ? kShareOfBins * static_cast<float>(count) / extent[a] : 0.0F;
     scale[3] = 0;
   }
-  Lanes place(const TriangleBox& box) const { return (box.centerTwice() - origin) * scale; }
+  Float4 place(const TriangleBox& box) const { return (box.centerTwice() - origin) * scale; }
 };
 
 float blocksFor(std::uint32_t count) { return static_cast<float>((count + kBlockSize - 1) / kBlockSize); }
@@ -78,7 +77,7 @@ Cut bestCut(std::span<const TriangleBox> boxes, const TriangleRange& range, cons
     }
   for (std::uint32_t i = range.begin; i < range.end; ++i) {
     const TriangleBox& box = boxes[i];
-    const Lanes place = binning.place(box);
+    const Float4 place = binning.place(box);
     const int x = static_cast<int>(place[0]), y = static_cast<int>(place[1]), z = static_cast<int>(place[2]);
     bins[0][x].extend(box.low, box.high);
     bins[1][y].extend(box.low, box.high);

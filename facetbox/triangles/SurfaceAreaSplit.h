@@ -6,31 +6,32 @@
 #include <span>
 #include <utility>
 
+#include <facetbox/math/Lanes.h>
+
 namespace util {
 
 /// Bounds of boxes or points in floats. The fourth lanes take part like the others, but in the area.
 struct FloatBounds {
-  typedef float Lanes __attribute__((vector_size(16)));
   static constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-  Lanes low{kInfinity, kInfinity, kInfinity, 0}, high{-kInfinity, -kInfinity, -kInfinity, 0};
+  Float4 low{kInfinity, kInfinity, kInfinity, 0}, high{-kInfinity, -kInfinity, -kInfinity, 0};
 
-  void extend(Lanes otherLow, Lanes otherHigh) {
+  void extend(Float4 otherLow, Float4 otherHigh) {
     low = low < otherLow ? low : otherLow;
     high = high > otherHigh ? high : otherHigh;
   }
   /// Half of the surface.
   float halfArea() const {
-    const Lanes d = high - low;
+    const Float4 d = high - low;
     return d[0] * d[1] + d[1] * d[2] + d[2] * d[0];
   }
 };
 
 /// A triangle's box in unit coordinates; its number is kept in the bits of low's fourth lane.
 struct TriangleBox {
-  FloatBounds::Lanes low, high;
+  Float4 low, high;
 
-  FloatBounds::Lanes centerTwice() const { return low + high; }
+  Float4 centerTwice() const { return low + high; }
   std::uint32_t triangle() const { return std::bit_cast<std::uint32_t>(low[3]); }
 };
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 
+#include <facetbox/math/Rounding.h>
 #include <facetbox/triangles/SurfaceAreaSplit.h>
 
 namespace util {
@@ -56,7 +57,6 @@ constexpr std::size_t kUnitsPerTriangle = 5, kTrianglesPerNode = 16;
 constexpr double kLargestCoordinate = 1e100;
 constexpr int kLargestExponent = 1000;  ///< of the scale: neither it nor its inverse overflows
 
-using Lanes = FloatBounds::Lanes;
 constexpr float kInfinity = FloatBounds::kInfinity;
 
 /// Collects binary splits into nodes of eight children, and triangles into blocks of eight.
@@ -165,8 +165,8 @@ class Builder {
     block.reach[lane] = kReachMargin * reach;
     // Rounding to floats costs half an ulp, less than the test allows for.
     const Vec3 normal = cross(Vec3{e1[0], e1[1], e1[2]}, Vec3{e2[0], e2[1], e2[2]});
-    const Lanes point{static_cast<float>(normal.x), static_cast<float>(normal.y), static_cast<float>(normal.z),
-                      block.reach[lane]};
+    const Float4 point{static_cast<float>(normal.x), static_cast<float>(normal.y), static_cast<float>(normal.z),
+                       block.reach[lane]};
     normals.extend(point, point);
   }
 
@@ -198,15 +198,6 @@ class Builder {
   double mCenter[3];
   double mScale;
 };
-
-float roundedDown(double x) {
-  const auto f = static_cast<float>(x);
-  return static_cast<double>(f) > x ? std::nextafterf(f, -kInfinity) : f;
-}
-float roundedUp(double x) {
-  const auto f = static_cast<float>(x);
-  return static_cast<double>(f) < x ? std::nextafterf(f, kInfinity) : f;
-}
 
 }  // namespace
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <facetbox/math/Lanes.h>
 #include <facetbox/triangles/RayMargins.h>
 #include <facetbox/triangles/RayTransform.h>
 
@@ -7,9 +8,6 @@
 // traversal; nothing in here may call an inline function of a library either.
 
 namespace util {
-
-/// A vector of three; the fourth place has no meaning.
-typedef float Float4 __attribute__((vector_size(16)));
 
 /// A ray in the unit coordinates of a hierarchy, its parameter shifted and scaled so that the largest coordinate of the
 /// direction is 1. It serves to pass over boxes and triangles only; RayMargins.h derives its margins.

@@ -281,10 +281,10 @@ TEST(RemoveVerticesColinear, equalsItsSlowTwinOnRandomMeshes) {
   EXPECT_GT(coverage.offLine, 100u);
 }
 
-TEST(Normalised, standsInForVectorsWithoutALength) {
-  EXPECT_EQ(util::normalised({0, 0, -1e-24}), (Vec3{0, 0, -1}));
-  for (const double x : {0.0, 1e-25, kNaN}) EXPECT_EQ(util::normalised({x, 0, 0}), (Vec3{0, 1, 0})) << x;
-  EXPECT_TRUE(std::isnan(util::normalised({kInfinity, 0, 0}).x));
+TEST(Normalized, standsInForVectorsWithoutALength) {
+  EXPECT_EQ(util::normalized({0, 0, -1e-24}), (Vec3{0, 0, -1}));
+  for (const double x : {0.0, 1e-25, kNaN}) EXPECT_EQ(util::normalized({x, 0, 0}), (Vec3{0, 1, 0})) << x;
+  EXPECT_TRUE(std::isnan(util::normalized({kInfinity, 0, 0}).x));
 }
 
 }  // namespace

@@ -196,7 +196,7 @@ class PlainIntersector {
         const double u = dot(s, pvec) * inverse, w = dot(along, qvec) * inverse, t = dot(e2, qvec) * inverse;
         if (!(0 <= u && u <= 1) || w < 0 || u + w > 1 || !(t >= 0 && t < best)) continue;
         best = t;
-        const Vec3 n = util::normalised(cross(e1, e2));
+        const Vec3 n = util::normalized(cross(e1, e2));
         answers.mYes[4] = true;
         std::size_t i = 12;
         for (const double x : {t, n.x, n.y, n.z}) answers.mNumbers[i++] = static_cast<float>(x);
