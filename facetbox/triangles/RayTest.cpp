@@ -43,7 +43,7 @@ bool report(const ExactSearch& search, double* t, double* normalOut) {
   if (!(search.best < kFarthest)) return false;
   *t = search.best;
   if (normalOut != nullptr) {
-    const Vec3 normal = normalised(cross(search.edge1, search.edge2));
+    const Vec3 normal = normalized(cross(search.edge1, search.edge2));
     normalOut[0] = normal.x;
     normalOut[1] = normal.y;
     normalOut[2] = normal.z;
