@@ -8,10 +8,9 @@
 #include <vector>
 
 #include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/operations/TexCoordTolerance.h>
 
 namespace util {
-
-constexpr double kTexCoordTolerance = 0.001;  // distance in texture space
 
 /// Whether two indices name texture coordinates that are closer than the tolerance; one beyond the pairs names none.
 inline bool areTexCoordsClose(const Buffer<Vec2>& pairs, std::uint32_t a, std::uint32_t b) {
