@@ -16,7 +16,7 @@ typedef double Double2 __attribute__((vector_size(16)));
 
 // Static: each file has its own copy, also one that is compiled for a newer processor.
 
-/// Two neighbours in memory.
+/// Two neighbors in memory.
 static inline Double2 loadTwo(const double* values) {
   Double2 two;
   std::memcpy(&two, values, sizeof two);

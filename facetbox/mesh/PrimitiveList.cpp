@@ -57,7 +57,7 @@ void PrimitiveList::clear(std::size_t i) {
   if (!mTags.empty()) mTags[i] = -1;
 }
 
-void PrimitiveList::appendUninitialised(std::uint32_t count, std::uint32_t mask) {
+void PrimitiveList::appendUninitialized(std::uint32_t count, std::uint32_t mask) {
   const std::size_t offset = growPools(count);
   mOffsets.push_back(static_cast<std::uint32_t>(offset));
   mCounts.push_back(count);
@@ -84,7 +84,7 @@ std::size_t PrimitiveList::growPools(std::uint32_t count) {
 }
 
 void PrimitiveList::appendLike(std::size_t like, std::uint32_t count) {
-  appendUninitialised(count, mask(like));
+  appendUninitialized(count, mask(like));
   if (!mFlags.empty()) mFlags.back() = mFlags[like];
 }
 
@@ -120,7 +120,7 @@ void PrimitiveList::append(const Polygon& record) {
   const std::uint32_t declared = record.mTexCoordMask & ((1u << kCornerSets) - 1);
   const bool carriesSets = record.mTexCoordCount == count && count > 0 &&
                            record.mTexCoordIndices.size() >= std::size_t{count} * std::popcount(declared);
-  appendUninitialised(count, carriesSets ? declared : 0);
+  appendUninitialized(count, carriesSets ? declared : 0);
   const std::size_t i = size() - 1;
 
   std::ranges::copy(record.mVertexIndices, corners(i).begin());

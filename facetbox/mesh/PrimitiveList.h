@@ -107,7 +107,7 @@ class PrimitiveList {
   /// Appends a record. Per-corner arrays that do not have one entry per corner are not carried.
   void append(const Polygon& record);
   /// Appends a record of `count` corners, none of them set yet, that carries the sets of `mask`; normal (0, 0, 0).
-  void appendUninitialised(std::uint32_t count, std::uint32_t mask);
+  void appendUninitialized(std::uint32_t count, std::uint32_t mask);
   /// Appends a record of `count` corners that carries what record `like` does; corners not set yet, normal (0, 0, 0).
   void appendLike(std::size_t like, std::uint32_t count);
   /// Gives a record `count` new corners at the pool's end, none of them set yet; what it carries, its normal and its
@@ -127,7 +127,7 @@ class PrimitiveList {
   Polygon record(std::size_t i) const;
 
   /// Takes over flat arrays that hold records back to back: a count and corners for each, and set 0 when `set0` is not
-  /// empty. Normals are left uninitialised.
+  /// empty. Normals are left uninitialized.
   void adopt(Buffer<std::uint32_t>&& counts, Buffer<std::uint32_t>&& corners, Buffer<std::uint32_t>&& set0);
 
   /// Writes all records' corners, record after record, to `out`.

@@ -80,11 +80,11 @@ Orientation opposite(Orientation orientation) {
 }
 
 /// For every corner the face beyond the edge that leaves it, where the edge is used exactly twice.
-class FaceNeighbours {
+class FaceNeighbors {
  public:
   /// O(vertices + corners), O(corners log corners) around a vertex that very many edges share.
-  FaceNeighbours(const PrimitiveList& faces, std::size_t vertexCount) {
-    mNeighbours.resize(faces.poolSize(), kNone);
+  FaceNeighbors(const PrimitiveList& faces, std::size_t vertexCount) {
+    mNeighbors.resize(faces.poolSize(), kNone);
     EdgeBuckets<EdgeUse> buckets(
         vertexCount, [&](auto visit) { forEachEdge(faces, visit); },
         [](std::uint32_t face, std::uint32_t position, std::uint32_t a, std::uint32_t b) {
@@ -92,18 +92,18 @@ class FaceNeighbours {
         });
     buckets.forEachPair([this](const EdgeUse& a, const EdgeUse& b) {
       const std::uint32_t same = ~(a.mFaceAndDirection ^ b.mFaceAndDirection) & kSameDirection;
-      mNeighbours[a.mPosition] = (b.mFaceAndDirection & ~1u) | same;
-      mNeighbours[b.mPosition] = (a.mFaceAndDirection & ~1u) | same;
+      mNeighbors[a.mPosition] = (b.mFaceAndDirection & ~1u) | same;
+      mNeighbors[b.mPosition] = (a.mFaceAndDirection & ~1u) | same;
     });
   }
 
-  /// Calls `use(neighbour, runs the edge in the same direction)` for the corners of a face, in order. A face that uses
-  /// an edge twice is its own neighbour there.
+  /// Calls `use(neighbor, runs the edge in the same direction)` for the corners of a face, in order. A face that uses
+  /// an edge twice is its own neighbor there.
   template <class Use>
   void forEach(const PrimitiveList& faces, std::uint32_t face, Use use) const {
-    const std::uint32_t* const first = mNeighbours.data() + faces.offset(face);
-    for (const std::uint32_t neighbour : std::span(first, faces.cornerCount(face)))
-      if (neighbour != kNone) use(neighbour >> 1, (neighbour & kSameDirection) != 0);
+    const std::uint32_t* const first = mNeighbors.data() + faces.offset(face);
+    for (const std::uint32_t neighbor : std::span(first, faces.cornerCount(face)))
+      if (neighbor != kNone) use(neighbor >> 1, (neighbor & kSameDirection) != 0);
   }
 
  private:
@@ -118,7 +118,7 @@ class FaceNeighbours {
     std::uint32_t high() const { return mHigh; }
   };
 
-  Buffer<std::uint32_t> mNeighbours;  // per position of the corner pool
+  Buffer<std::uint32_t> mNeighbors;  // per position of the corner pool
 };
 
 /// The faces in the order in which they are reached, connected component after connected component, and each one's
@@ -128,7 +128,7 @@ class ComponentWalk {
   ComponentWalk(MeshStorage& mesh, std::span<const Vec3> points)
       : mFaces(mesh.mFaces),
         mPoints(points),
-        mNeighbours(mesh.mFaces, mesh.mVertices.size()),
+        mNeighbors(mesh.mFaces, mesh.mVertices.size()),
         mLinks(mesh.mHoles, mesh.mFaces.size()),
         mOrientations(mesh.mFaces.size(), Orientation::unreached) {
     mReached.reserve(mesh.mFaces.size());
@@ -142,7 +142,7 @@ class ComponentWalk {
     const std::size_t begin = mReached.size();
     BoxFromBelow box;
     reach(seed, Orientation::likeSeed);
-    for (std::size_t i = begin; i < mReached.size(); ++i) reachNeighbours(mReached[i], box);
+    for (std::size_t i = begin; i < mReached.size(); ++i) reachNeighbors(mReached[i], box);
 
     const std::span<const std::uint32_t> component(mReached.data() + begin, mReached.size() - begin);
     const Vec3 reference = (component.size() > 1 ? box : mWholeBox).pointBelow();
@@ -158,11 +158,11 @@ class ComponentWalk {
     mReached.push_back(face);
   }
 
-  void reachNeighbours(std::uint32_t face, BoxFromBelow& box) {
+  void reachNeighbors(std::uint32_t face, BoxFromBelow& box) {
     const Orientation orientation = mOrientations[face];
     for (const std::uint32_t v : mFaces.corners(face)) box.add(mPoints[v]);
-    mNeighbours.forEach(mFaces, face, [&](std::uint32_t neighbour, bool sameDirection) {
-      if (!isReached(neighbour)) reach(neighbour, sameDirection ? opposite(orientation) : orientation);
+    mNeighbors.forEach(mFaces, face, [&](std::uint32_t neighbor, bool sameDirection) {
+      if (!isReached(neighbor)) reach(neighbor, sameDirection ? opposite(orientation) : orientation);
     });
     mLinks.forEachLink(face, [&](std::uint32_t other) {
       if (!isReached(other)) reach(other, orientation);
@@ -185,7 +185,7 @@ class ComponentWalk {
 
   PrimitiveList& mFaces;
   std::span<const Vec3> mPoints;
-  FaceNeighbours mNeighbours;
+  FaceNeighbors mNeighbors;
   HoleLinks mLinks;
   BoxFromBelow mWholeBox;
   Buffer<Orientation> mOrientations;

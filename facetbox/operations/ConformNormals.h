@@ -6,9 +6,9 @@ namespace util {
 
 /// Orients the faces consistently, and every connected component of them outward.
 ///
-/// Faces are neighbours where exactly these two use an edge, and belong together then: a component grows over such
+/// Faces are neighbors where exactly these two use an edge, and belong together then: a component grows over such
 /// edges, from the lowest face not yet reached, and from a hole face to its outer face and back. Edges of one face or
-/// of three and more carry no orientation. Within a component, neighbours end up running their edge in opposite
+/// of three and more carry no orientation. Within a component, neighbors end up running their edge in opposite
 /// directions, and hole faces are turned exactly when their outer faces are: holes are expected to run like the face
 /// that they perforate. On a surface that cannot be oriented, the way on which a face is first reached decides.
 ///

@@ -15,7 +15,7 @@ constexpr std::uint32_t kNone = EdgeTwins::kNone;
 }  // namespace
 
 /// Finds what is no longer connected with the seed after faces were put out, in time that counts only the parts that
-/// get cut off: searches start from every neighbour of the gap and take turns, face by face; those that meet go on as
+/// get cut off: searches start from every neighbor of the gap and take turns, face by face; those that meet go on as
 /// one; as soon as a single one is left, it does not have to go on.
 class FaceRegions::SplitSearch {
  public:
@@ -85,12 +85,12 @@ class FaceRegions::SplitSearch {
     const auto begin = static_cast<std::uint32_t>(mRegions.mFaces.offset(face));
     for (std::uint32_t corner = begin; corner < begin + mRegions.mFaces.cornerCount(face); ++corner) {
       if (!mRegions.isInner(corner)) continue;
-      const std::uint32_t neighbour = mRegions.mTwins.faceOf(mRegions.mTwins.twinOf(corner));
-      if (mRegions.mLabels[neighbour] < mRegions.mLabelBase) {
-        reach(search, neighbour);
+      const std::uint32_t neighbor = mRegions.mTwins.faceOf(mRegions.mTwins.twinOf(corner));
+      if (mRegions.mLabels[neighbor] < mRegions.mLabelBase) {
+        reach(search, neighbor);
         continue;
       }
-      const std::uint32_t other = rootOf(mRegions.mLabels[neighbour] - mRegions.mLabelBase);
+      const std::uint32_t other = rootOf(mRegions.mLabels[neighbor] - mRegions.mLabelBase);
       if (other == search) continue;
       search = join(search, other);
       ++met;
@@ -281,10 +281,10 @@ void FaceRegions::numberFromSeed() {
     const auto begin = static_cast<std::uint32_t>(mFaces.offset(order[next]));
     for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(order[next]); ++corner) {
       if (!isInner(corner)) continue;
-      const std::uint32_t neighbour = mTwins.faceOf(mTwins.twinOf(corner));
-      if (mNumbers[neighbour] != kNone) continue;
-      mNumbers[neighbour] = static_cast<std::uint32_t>(order.size());
-      order.push_back(neighbour);
+      const std::uint32_t neighbor = mTwins.faceOf(mTwins.twinOf(corner));
+      if (mNumbers[neighbor] != kNone) continue;
+      mNumbers[neighbor] = static_cast<std::uint32_t>(order.size());
+      order.push_back(neighbor);
     }
   }
 }

@@ -46,7 +46,7 @@ class FaceRegions {
   void prefetch(std::uint32_t face) const { __builtin_prefetch(&mRegionOf[face]); }
 
   /// Starts a region from a free face and grows it over clean edges to free faces for which `accept(face, corner,
-  /// neighbour, twin)` holds, given as face numbers and pool positions. O(corners of the region).
+  /// neighbor, twin)` holds, given as face numbers and pool positions. O(corners of the region).
   template <class Accept>
   void grow(std::uint32_t seed, Accept accept) {
     assert(mSeed == kFree && isFree(seed));
@@ -60,10 +60,10 @@ class FaceRegions {
       for (std::uint32_t corner = begin, end = begin + mFaces.cornerCount(face); corner < end; ++corner) {
         const std::uint32_t twin = mTwins.twinOf(corner);
         if (twin == EdgeTwins::kNone) continue;
-        const std::uint32_t neighbour = mTwins.faceOf(twin);
-        if (!isFree(neighbour) || isWornOut(neighbour) || !accept(face, corner, neighbour, twin)) continue;
-        mRegionOf[neighbour] = seed;
-        mMembers.push_back(neighbour);
+        const std::uint32_t neighbor = mTwins.faceOf(twin);
+        if (!isFree(neighbor) || isWornOut(neighbor) || !accept(face, corner, neighbor, twin)) continue;
+        mRegionOf[neighbor] = seed;
+        mMembers.push_back(neighbor);
       }
     }
   }
@@ -160,7 +160,7 @@ class FaceRegions {
   Buffer<std::uint32_t> mNextBorder;   // per pool position
   std::vector<std::uint32_t> mTouchedVertices;
   std::vector<std::uint32_t> mPinches;  // a heap, lowest first, of vertices that may pinch
-  std::vector<std::uint32_t> mLoose;    // neighbours of faces that were put out
+  std::vector<std::uint32_t> mLoose;    // neighbors of faces that were put out
   std::vector<std::uint32_t> mScratch;
   std::vector<std::uint32_t> mLoopCorners;  // of all loops, loop after loop
   std::vector<std::size_t> mLoopEnds;

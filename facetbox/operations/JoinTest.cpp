@@ -13,20 +13,20 @@ constexpr std::size_t kFewCorners = 16;
 
 }  // namespace
 
-/// Whether a neighbour continues the region's material, and its texture coordinates along their common edge.
-bool JoinTest::attributesAgree(std::uint32_t face, std::uint32_t corner, std::uint32_t neighbour,
+/// Whether a neighbor continues the region's material, and its texture coordinates along their common edge.
+bool JoinTest::attributesAgree(std::uint32_t face, std::uint32_t corner, std::uint32_t neighbor,
                                std::uint32_t twin) const {
-  if (mRuns.materialOf(neighbour) != mRuns.materialOf(mSeed)) return false;
+  if (mRuns.materialOf(neighbor) != mRuns.materialOf(mSeed)) return false;
   const auto cornerIn = [&](std::uint32_t f, std::uint32_t position) {
     return position - static_cast<std::uint32_t>(m.mFaces.offset(f));
   };
   const auto after = [&](std::uint32_t f, std::uint32_t c) { return c + 1 == m.mFaces.cornerCount(f) ? 0 : c + 1; };
-  const std::uint32_t here = cornerIn(face, corner), there = cornerIn(neighbour, twin);
+  const std::uint32_t here = cornerIn(face, corner), there = cornerIn(neighbor, twin);
   return std::ranges::all_of(mTextureMaps, [&](const auto& setAndMap) {
     const int set = setAndMap.first;
     const auto& pairs = m.mTexCoords[static_cast<std::size_t>(set)];
-    const auto ours = m.mFaces.cornerSet(face, set), theirs = m.mFaces.cornerSet(neighbour, set);
-    return areTexCoordsClose(pairs, ours[here], theirs[after(neighbour, there)]) &&
+    const auto ours = m.mFaces.cornerSet(face, set), theirs = m.mFaces.cornerSet(neighbor, set);
+    return areTexCoordsClose(pairs, ours[here], theirs[after(neighbor, there)]) &&
            areTexCoordsClose(pairs, ours[after(face, here)], theirs[there]);
   });
 }

@@ -25,16 +25,16 @@ class JoinTest {
     if (mCompareAttributes) appendTextureMaps(m, seed, mTextureMaps);
   }
 
-  /// Whether `neighbour` joins the region across its clean edge with `face`, which leaves the pool positions `corner`
-  /// in the face and `twin` in the neighbour.
+  /// Whether `neighbor` joins the region across its clean edge with `face`, which leaves the pool positions `corner`
+  /// in the face and `twin` in the neighbor.
   ///
   /// A face whose turn as a seed has passed without growing is not to be had any more.
-  bool accepts(std::uint32_t face, std::uint32_t corner, std::uint32_t neighbour, std::uint32_t twin) {
-    const bool hasPlane = mPlanes.hasPlane(neighbour);
-    return mPlanes.comesLater(neighbour, mSeed) &&
-           (!hasPlane || mNormalTest.accepts(m.mFaces.normal(neighbour), m.mFaces.normal(mSeed))) &&
-           carrySameSets(neighbour, mSeed) && (!mCompareAttributes || attributesAgree(face, corner, neighbour, twin)) &&
-           ((hasPlane && mTextureMaps.empty()) || cornersFit(neighbour, corner));
+  bool accepts(std::uint32_t face, std::uint32_t corner, std::uint32_t neighbor, std::uint32_t twin) {
+    const bool hasPlane = mPlanes.hasPlane(neighbor);
+    return mPlanes.comesLater(neighbor, mSeed) &&
+           (!hasPlane || mNormalTest.accepts(m.mFaces.normal(neighbor), m.mFaces.normal(mSeed))) &&
+           carrySameSets(neighbor, mSeed) && (!mCompareAttributes || attributesAgree(face, corner, neighbor, twin)) &&
+           ((hasPlane && mTextureMaps.empty()) || cornersFit(neighbor, corner));
   }
 
  private:
@@ -48,7 +48,7 @@ class JoinTest {
     return m.mFaces.mask(a) == m.mFaces.mask(b) && m.mFaces.hasNormalIndices(a) == m.mFaces.hasNormalIndices(b) &&
            m.mFaces.perVertexNormals(a) == m.mFaces.perVertexNormals(b);
   }
-  bool attributesAgree(std::uint32_t face, std::uint32_t corner, std::uint32_t neighbour, std::uint32_t twin) const;
+  bool attributesAgree(std::uint32_t face, std::uint32_t corner, std::uint32_t neighbor, std::uint32_t twin) const;
   bool cornersFit(std::uint32_t face, std::uint32_t corner);
 
   const MeshStorage& m;

@@ -20,8 +20,8 @@
 //   back. So it is enough to look at a pair in the first pass, and again when the passes next come to it after one of
 //   its corners has left: in the same pass where it lies ahead, else in the next one. That is the order of (pass,
 //   pair).
-// - After a look, every corner left in the group that stands alone has lost a neighbour since, unless the face has
-//   nearly all of its corners in the group; but then all of these are neighbours. So only neighbours of corners that
+// - After a look, every corner left in the group that stands alone has lost a neighbor since, unless the face has
+//   nearly all of its corners in the group; but then all of these are neighbors. So only neighbors of corners that
 //   have left need to be looked at.
 // - Of the corners that stand alone, the first on the way around is the lowest, but for corner 0: if that is in the
 //   group, the way begins behind it.

@@ -47,8 +47,8 @@ class CoplanarMerge {
       const std::uint32_t seed = seeds[i];
       if (!regions.isFree(seed)) continue;
       joins.setSeed(seed);
-      regions.grow(seed, [&](std::uint32_t face, std::uint32_t corner, std::uint32_t neighbour, std::uint32_t twin) {
-        return joins.accepts(face, corner, neighbour, twin);
+      regions.grow(seed, [&](std::uint32_t face, std::uint32_t corner, std::uint32_t neighbor, std::uint32_t twin) {
+        return joins.accepts(face, corner, neighbor, twin);
       });
       if (regions.members().size() > 1 && !outline.mend(seed, regions)) regions.giveUp();
       if (regions.members().size() > 1)
@@ -96,11 +96,11 @@ class CoplanarMerge {
       for (std::size_t p = begin; p < end; ++p) {
         const std::uint32_t twin = mTwins.twinOf(p);
         if (twin == EdgeTwins::kNone) continue;
-        const std::uint32_t neighbour = mTwins.faceOf(twin);
-        if (planes.hasPlane(neighbour) && mNormalTest.areFarApart(m.mFaces.normal(neighbour), normal))
+        const std::uint32_t neighbor = mTwins.faceOf(twin);
+        if (planes.hasPlane(neighbor) && mNormalTest.areFarApart(m.mFaces.normal(neighbor), normal))
           mTwins.forgetTwin(p);
         else
-          isSeed = isSeed || !planes.hasPlane(neighbour) || mNormalTest.accepts(m.mFaces.normal(neighbour), normal);
+          isSeed = isSeed || !planes.hasPlane(neighbor) || mNormalTest.accepts(m.mFaces.normal(neighbor), normal);
       }
       if (isSeed) seeds.push_back(face);
     }

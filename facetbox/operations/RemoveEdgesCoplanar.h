@@ -10,7 +10,7 @@ namespace util {
 ///
 /// A region grows from a seed over clean edges (used by exactly two faces, once each, in opposite directions, neither
 /// of them a hole face) to every face whose normal differs from the seed's by at most `toleranceDegrees` (plus 1e-6).
-/// It is held against the seed, never against the neighbour: a gently curved surface falls into patches, and nothing
+/// It is held against the seed, never against the neighbor: a gently curved surface falls into patches, and nothing
 /// drifts. Seeds come by decreasing area, ties by lower index. Faces that carry different texture-coordinate sets never
 /// join, nor do faces with a coordinate that is not finite. A face without area has no plane of its own and never
 /// seeds; it joins where it brings no corner out of the plane: seen from the start of the edge over which it joins,
@@ -21,7 +21,7 @@ namespace util {
 /// until it has none of these flaws (FaceRegions tells what is put out):
 /// - a loop of fewer than three corners or without area, as far as the rounding of the sum can tell;
 /// - a loop of positive area besides the largest one;
-/// - an edge that touches another edge of its loop, beyond the corner that neighbours have in common;
+/// - an edge that touches another edge of its loop, beyond the corner that neighbors have in common;
 /// - once there are none of these: a hole, of a member or new, that hole assignment would delete.
 /// Loops are seen along the largest component of the seed's normal, decisions are exact, and edges without length are
 /// passed over. All flaws of a border are dealt with at once: where two edges touch, the face goes that a

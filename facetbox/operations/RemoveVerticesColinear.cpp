@@ -27,8 +27,8 @@ std::size_t cyclicBefore(std::size_t i, std::size_t n) { return (i == 0 ? n : i)
 std::size_t cyclicAfter(std::size_t i, std::size_t n) { return i + 1 == n ? 0 : i + 1; }
 
 /// The vertices at the other ends of a vertex's edges, as long as they are no more than two. A vertex that follows
-/// itself in a face is its own neighbour.
-struct Neighbours {
+/// itself in a face is its own neighbor.
+struct Neighbors {
   std::uint32_t first = kNone;
   std::uint32_t second = kNone;  ///< equal to `first` for "none" and "more than two"
 
@@ -43,26 +43,26 @@ struct Neighbours {
   bool areTwo() const { return first != second && second != kNone; }
 };
 
-Buffer<Neighbours> neighboursOfVertices(const MeshStorage& m) {
-  Buffer<Neighbours> neighbours(m.mVertices.size(), Neighbours{});
+Buffer<Neighbors> neighborsOfVertices(const MeshStorage& m) {
+  Buffer<Neighbors> neighbors(m.mVertices.size(), Neighbors{});
   for (std::size_t face = 0; face < m.mFaces.size(); ++face) {
     const auto corners = m.mFaces.corners(face);
     const std::size_t n = corners.size();
     for (std::size_t i = 0; i < n; ++i) {
-      Neighbours& own = neighbours[corners[i]];
+      Neighbors& own = neighbors[corners[i]];
       own.add(corners[cyclicBefore(i, n)]);
       own.add(corners[cyclicAfter(i, n)]);
     }
   }
-  return neighbours;
+  return neighbors;
 }
 
 /// Marks the vertices whose corners may go; empty when there is none. Angles are those of the mesh as it was given, so
-/// they can be found out beforehand; the order of a vertex's two neighbours does not matter for them.
+/// they can be found out beforehand; the order of a vertex's two neighbors does not matter for them.
 std::vector<bool> findStraightVertices(const MeshStorage& m, double toleranceDegrees) {
-  const Buffer<Neighbours> neighbours = neighboursOfVertices(m);
+  const Buffer<Neighbors> neighbors = neighborsOfVertices(m);
   const auto isStraight = [&](std::uint32_t v) {
-    const Neighbours& own = neighbours[v];
+    const Neighbors& own = neighbors[v];
     if (toleranceDegrees >= kStraightAngle) return own.areOneOrTwo();
     if (!own.areTwo()) return false;
     const Vec3 d1 = normalized(m.mVertices[own.first] - m.mVertices[v]);
@@ -70,9 +70,9 @@ std::vector<bool> findStraightVertices(const MeshStorage& m, double toleranceDeg
     return angleBetween(d1, d2) * kDegreesPerRadian >= kStraightAngle - toleranceDegrees;
   };
 
-  std::vector<bool> straight(neighbours.size());
+  std::vector<bool> straight(neighbors.size());
   bool any = false;
-  for (std::uint32_t v = 0; v < neighbours.size(); ++v) {
+  for (std::uint32_t v = 0; v < neighbors.size(); ++v) {
     if (!isStraight(v)) continue;
     straight[v] = any = true;
   }
@@ -225,7 +225,7 @@ class CornerRemoval {
     return ofEdges[at] != ofEdges[linkOf(corner).before];
   }
 
-  /// Whether, in every texture-coordinate set, the corner lies between its neighbours in texture space as it does on
+  /// Whether, in every texture-coordinate set, the corner lies between its neighbors in texture space as it does on
   /// the boundary.
   bool cornerTexCoordsOnLine(const Corner& corner) const {
     const std::uint32_t face = corner.face, at = corner.position;

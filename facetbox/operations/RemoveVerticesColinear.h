@@ -12,12 +12,12 @@ namespace util {
 /// Only a vertex that shares edges with at most two others can go; one inside a surface never does. Its corners are
 /// straight when the directions to those two enclose at least 180 - `toleranceDegrees`. The angle is taken in the mesh
 /// as it was given: along a gently curving chain every corner within the tolerance goes, however far the chain turns in
-/// all. From 180 degrees on every corner is straight, spikes (both neighbours the same vertex) included; below, spikes
+/// all. From 180 degrees on every corner is straight, spikes (both neighbors the same vertex) included; below, spikes
 /// stay. A NaN tolerance or angle makes nothing straight.
 ///
 /// A straight corner stays, in every face that shares one of its two edges so that no T-junction comes about,
 /// - with `keepTextureMapping`, where its texture coordinates in some set are 0.001 or more off the interpolation
-///   between its neighbours in the face, or an index lies beyond the set's pairs;
+///   between its neighbors in the face, or an index lies beyond the set's pairs;
 /// - where the face's seam set has an entry for it, or its entry in the outgoing-edge set differs from the corner's
 /// before.
 ///

@@ -29,7 +29,7 @@ constexpr int kFinestLevel = 3;
 constexpr int kCrowd = 24;
 constexpr int kCrowdByReach = 72;
 
-/// Distance between neighbours when the points are spread over a square as wide as their box; not finite where a
+/// Distance between neighbors when the points are spread over a square as wide as their box; not finite where a
 /// coordinate is not, or where it overflows.
 double surfaceSpacing(std::span<const Vec3> points) {
   if (points.empty()) return 0.0;

@@ -178,7 +178,7 @@ TEST(ConformNormals, closedPiecesEndWithPositiveVolumeWhereverTheyAreAndASecondR
 //   3---4---5           in the same direction, so looks up. Both are to look up.
 //   |
 //   z
-TEST(ConformNormals, neighboursOfAFloorAllLookUp) {
+TEST(ConformNormals, neighborsOfAFloorAllLookUp) {
   Mesh mesh = meshOf({{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {0, 0, 1}, {1, 0, 1}, {2, 0, 1}}, {{0, 1, 4, 3}, {1, 4, 5, 2}});
   util::conformNormals(mesh, kIdentity.data());
   EXPECT_EQ(facesOf(mesh), (Faces{{1, 0, 3, 4}, {1, 4, 5, 2}}));

@@ -181,7 +181,7 @@ TEST(MergeVertices, takesPinchesApartInTheOrderOfTheTwinsPasses) {
     for (int f = pick(random, 1, 30); f > 0; --f) {
       Indices& face =
           faces.emplace_back(randomIndices(random, pick(random, 4, oneIn(random, 4) ? 30 : 6), vertexCount));
-      // Runs of neighbours, some over the end.
+      // Runs of neighbors, some over the end.
       const std::uint32_t turn = below(random, face.size());
       if (oneIn(random, 2)) std::ranges::sort(face, {}, [&](std::uint32_t v) { return points[v].x; });
       std::rotate(face.begin(), face.begin() + turn, face.end());
@@ -231,7 +231,7 @@ TEST(MergeVertices, findsThePairsThatAPlainComparisonFindsAtEveryScale) {
 }
 
 TEST(MergeVertices, findsPairsWhoseDistanceRoundsDownToTheTolerance) {
-  // q - p is half an ulp above 1 and rounds to 1; p + 1 rounds to the neighbour below q. Between the two a leaf of the
+  // q - p is half an ulp above 1 and rounds to 1; p + 1 rounds to the neighbor below q. Between the two a leaf of the
   // search ends, once a crowd has made leaves as small as they get. So the search has to reach farther than 1.
   constexpr double kUlp = 0x1p-52;
   for (int axis = 0; axis < 3; ++axis)

@@ -95,7 +95,7 @@ class SlowRemoval {
 /// What a random mesh is like.
 struct Likeness {
   std::size_t mostFaces, mostOriginals;
-  double step;           ///< between neighbouring texture coordinates
+  double step;           ///< between neighboring texture coordinates
   int mostPairs;         ///< per coordinate, of which the odd one is not finite or missing
   bool withSeveralSets;  ///< faces that carry different sets
 };

@@ -44,7 +44,7 @@ double slowAngle(const Vec3& a, const Vec3& b) {
   return isObtuse ? 3.141592653589793 - angle : angle;
 }
 
-/// A corner with its neighbours in the ring.
+/// A corner with its neighbors in the ring.
 struct Corner {
   std::size_t p, n, prev = (p + n - 1) % n, next = (p + 1) % n;
 };
