@@ -39,7 +39,7 @@ struct Object {
              0, nullptr) {
     util::Triangulator triangulator;
     handle = intersector->createHandle();
-    intersector->addEntry(handle, mesh, kIdentity, triangulator);
+    intersector->addEntry(handle, mesh, util::kIdentity, triangulator);
     intersector->applyPendingCommands();
     triangles = util::TriangleMeshCache(1).getTriangleMesh(mesh);
     edges = util::listEdges(triangles->indices(), triangles->vertexCoordinates().size() / 3);
@@ -208,7 +208,7 @@ void nearest(benchmark::State& state, const Volume& volume, std::int64_t triangl
       [&] {
         util::NearestSearch search(view, {volume.eye[0], volume.eye[1], volume.eye[2]},
                                    {volume.direction[0], volume.direction[1], volume.direction[2]});
-        search.searchPlain(*object.triangles, kIdentity);
+        search.searchPlain(*object.triangles, util::kIdentity);
         std::vector<float> out;
         if (const util::NearestHit* hit = search.hit())
           for (const util::Vec3& p : {hit->mPoint, hit->mCorners[0], hit->mCorners[1], hit->mCorners[2]})
@@ -231,7 +231,7 @@ void ray(benchmark::State& state, std::int64_t triangles, bool isPlain) {
       },
       [&] {
         double t = FLT_MAX, normal[3] = {0, 0, 0};
-        util::intersectRayPlain(*object.triangles, kIdentity, from, along, &t, normal);
+        util::intersectRayPlain(*object.triangles, util::kIdentity, from, along, &t, normal);
         return std::vector<float>{static_cast<float>(t), static_cast<float>(normal[0]), static_cast<float>(normal[1]),
                                   static_cast<float>(normal[2])};
       });

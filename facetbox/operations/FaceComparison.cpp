@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <unordered_map>
 
+#include <facetbox/operations/TexCoordTolerance.h>
+
 namespace util {
 namespace {
 
@@ -44,7 +46,7 @@ inline bool sameTexCoords(const MeshStorage& m, std::uint32_t a, std::size_t cor
     if (pairOfA >= pairs.size() || pairOfB >= pairs.size()) return false;
     const double u = pairs[pairOfA].x - pairs[pairOfB].x, v = pairs[pairOfA].y - pairs[pairOfB].y;
     // Written so that a NaN distance does not count as different.
-    if (std::sqrt(u * u + v * v) >= FaceComparison::kTexCoordTolerance) return false;
+    if (std::sqrt(u * u + v * v) >= kTexCoordTolerance) return false;
   }
   return true;
 }

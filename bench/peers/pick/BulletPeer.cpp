@@ -6,6 +6,7 @@
 
 #include <BulletCollision/BroadphaseCollision/btDbvt.h>
 
+#include <facetbox/math/Matrix4.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/triangles/FrustumCulling.h>
 
