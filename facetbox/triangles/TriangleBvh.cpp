@@ -57,7 +57,6 @@ constexpr std::size_t kUnitsPerTriangle = 5, kTrianglesPerNode = 16;
 constexpr double kLargestCoordinate = 1e100;
 constexpr int kLargestExponent = 1000;  ///< of the scale: neither it nor its inverse overflows
 
-
 /// Collects binary splits into nodes of eight children, and triangles into blocks of eight.
 class Builder {
  public:
