@@ -31,6 +31,7 @@ class RegionMerger {
   void finish();
 
  private:
+  /// Adds faces, whatever its name says: the inner loops become hole faces.
   void extractAndRemoveHoles(std::uint32_t seed, std::uint32_t survivor, std::span<const Loop> holes,
                              std::span<const std::uint32_t> members);
   std::uint32_t roomOf(std::span<const std::uint32_t> members) const;

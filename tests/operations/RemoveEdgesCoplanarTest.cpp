@@ -455,10 +455,6 @@ struct Floor {
 
 TEST(RemoveEdgesCoplanar, aFlawCostsWhatIsAtTheFlaw) {
   constexpr std::size_t kFew = 12;
-  Floor wall;
-  wall.mFaces.push_back({221, 220, wall.add({10, 10, 3})});
-  EXPECT_LE(wall.facesLeft(), kFew);
-
   Floor nowhere;
   nowhere.mFaces.push_back({1, 0, nowhere.add({0, kNaN, 0})});
   EXPECT_EQ(nowhere.facesLeft(), 2u);
@@ -477,12 +473,6 @@ TEST(RemoveEdgesCoplanar, aFlawCostsWhatIsAtTheFlaw) {
     for (Vec3& p : floor.mSurface.mPoints) p = Vec3{100, 200, 300} + p.x * x + p.y * y;
     EXPECT_LE(floor.facesLeft(), kFew) << turn;
   }
-
-  // A hole that the next call would delete, as it is within 8e-4 of the outline.
-  Floor small;
-  for (const std::size_t gone : {48, 47, 46}) small.mFaces.erase(small.mFaces.begin() + gone);
-  for (Vec3& p : small.mSurface.mPoints) p = 7e-4 * p;
-  EXPECT_LE(small.facesLeft(), kFew);
 }
 
 }  // namespace
