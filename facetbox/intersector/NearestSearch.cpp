@@ -18,7 +18,7 @@ namespace util {
 namespace {
 
 /// Below this many, the plain loop is as fast.
-constexpr std::size_t kFewTriangles = 32;
+constexpr std::size_t kFewestForTraversal = 32;
 
 /// Whether a triangle overlaps the clip cube as overlapsClipCube() of a mesh sees it.
 bool overlapsClipCube(const double c[16], const double* const (&vertices)[3]) {
@@ -38,7 +38,7 @@ NearestSearch::NearestSearch(const double view[16], const Vec3& eye, const Vec3&
 void NearestSearch::search(const TriangleMesh& mesh, const double* transform) {
   startMesh(transform);
   const TriangleBvh* hierarchy = mesh.hierarchy();
-  const bool pays = hierarchy && hierarchy->isUsable() && hierarchy->triangleCount() >= kFewTriangles;
+  const bool pays = hierarchy && hierarchy->isUsable() && hierarchy->triangleCount() >= kFewestForTraversal;
   if (!pays || !hierarchy->isComplete() || !Traversal(*this, *hierarchy).run()) testAll(mesh);
 }
 

@@ -32,7 +32,7 @@ class RepeatedVisits {
   /// To be asked once for each face.
   bool anyIn(std::uint32_t face, std::span<const std::uint32_t> corners) {
     const std::size_t n = corners.size();
-    if (n <= kFewCorners) {
+    if (n <= kFewCornersToCompare) {
       for (std::size_t i = 1; i < n; ++i)
         for (std::size_t j = 0; j < i; ++j)
           if (corners[i] == corners[j]) return true;
@@ -45,7 +45,7 @@ class RepeatedVisits {
   }
 
  private:
-  static constexpr std::size_t kFewCorners = 8;  // up to here comparing each with each is cheaper
+  static constexpr std::size_t kFewCornersToCompare = 8;  // up to here comparing each with each is cheaper
 
   std::size_t mVertexCount;
   Buffer<std::uint32_t> mLastVisitors;  // the last face at each vertex; allocated for the first face of many corners

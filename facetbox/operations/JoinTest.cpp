@@ -9,7 +9,7 @@ namespace {
 /// joins none any more. As the corner that decided last is asked first, all regions that come across such a face cost
 /// no more than so many looks at all of its corners.
 constexpr std::uint8_t kMostScans = 64;
-constexpr std::size_t kFewCorners = 16;
+constexpr std::size_t kFewCornersToScan = 16;
 
 }  // namespace
 
@@ -46,7 +46,7 @@ bool JoinTest::cornersFit(std::uint32_t face, std::uint32_t corner) {
       return pair < pairs.size() && map.agrees(p, pairs[pair]);
     });
   };
-  if (vertices.size() <= kFewCorners) {
+  if (vertices.size() <= kFewCornersToScan) {
     for (std::uint32_t i = 0; i < vertices.size(); ++i)
       if (!fits(i)) return false;
     return true;

@@ -29,7 +29,7 @@ class ObjectIds {
   Object*& operator[](std::int32_t id) {
     if (mMaps.empty()) {
       if (const auto found = std::ranges::find(mFew, id, &Entry::first); found != mFew.end()) return found->second;
-      if (mFew.size() < kFew) return mFew.emplace_back(id, nullptr).second;
+      if (mFew.size() < kFewIds) return mFew.emplace_back(id, nullptr).second;
       spread(1);
     }
     if (mMaps.size() == 1 && mMaps[0].size() >= kMany) spread(std::size_t{1} << kPartBits);
@@ -40,7 +40,7 @@ class ObjectIds {
   using Entry = std::pair<std::int32_t, Object*>;
   using Map = std::unordered_map<std::int32_t, Object*>;
 
-  static constexpr std::size_t kFew = 8;
+  static constexpr std::size_t kFewIds = 8;
   static constexpr std::size_t kMany = 1024;
   static constexpr int kPartBits = 8;
 

@@ -41,7 +41,7 @@ void BoxSet::updateIndex() {
 
 /// The boxes that may meet the volume, as BoxIndex::Found has them.
 std::span<const std::uint32_t> BoxSet::find(const Frustum& volume, Scratch& scratch) {
-  if (mBoxes.size() > kFew) {
+  if (mBoxes.size() > kFewBoxes) {
     if (mIndexed != mBoxes.size() || mIsMoved || !mIndex) updateIndex();
     mIndex->find(volume, scratch.found);
     return scratch.found.boxes;
@@ -113,7 +113,7 @@ void BoxSet::rankIfItPays(std::size_t found) {
   if (mIsRanked) return;
   constexpr std::size_t kPart = 8;
   mFoundUnranked += found;
-  if (kPart * mFoundUnranked > mBoxes.size() && mBoxes.size() > kFew) rank();
+  if (kPart * mFoundUnranked > mBoxes.size() && mBoxes.size() > kFewBoxes) rank();
 }
 
 std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const Frustum& volume, Scratch& scratch) {

@@ -98,7 +98,7 @@ class BoxSet {
   }
 
  private:
-  static constexpr std::size_t kFew = 16;
+  static constexpr std::size_t kFewBoxes = 16;
 
   /// The ranks of all boxes in the octree's order.
   struct Ranks {

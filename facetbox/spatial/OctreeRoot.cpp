@@ -26,8 +26,8 @@ std::uint32_t OctreeRoot::cellOf(const Box& box) const {
 
 bool OctreeRoot::hasPlace(const Box& box) {
   const auto hasPlaceOn = [](double min, double max) {
-    constexpr double kFarthest = 1e300;
-    return (std::fabs(min) <= kFarthest && std::fabs(max) <= kFarthest) || min > max;
+    constexpr double kFarthestPlace = 1e300;
+    return (std::fabs(min) <= kFarthestPlace && std::fabs(max) <= kFarthestPlace) || min > max;
   };
   return hasPlaceOn(box.min.x, box.max.x) && hasPlaceOn(box.min.y, box.max.y) && hasPlaceOn(box.min.z, box.max.z);
 }

@@ -55,7 +55,7 @@ inline constexpr double kUnit = 0x1p-53;
 inline constexpr double kFloatUnit = 0x1p-24;
 
 /// A hit lies nearer than the largest float.
-inline constexpr double kFarthest = 3.4028234663852886e38;
+inline constexpr double kFarthestHit = 3.4028234663852886e38;
 /// Determinants strictly between -kSmallestDeterminant and kSmallestDeterminant mean a parallel ray.
 inline constexpr double kSmallestDeterminant = 1e-5;
 /// Magnitudes up to this can be multiplied four at a time without overflow.

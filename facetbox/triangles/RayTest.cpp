@@ -40,7 +40,7 @@ inline void testTriangle(const Vec3& e1, const Vec3& e2, const Vec3& s, const Ve
 }
 
 bool report(const ExactSearch& search, double* t, double* normalOut) {
-  if (!(search.best < kFarthest)) return false;
+  if (!(search.best < kFarthestHit)) return false;
   *t = search.best;
   if (normalOut != nullptr) {
     const Vec3 normal = normalized(cross(search.edge1, search.edge2));
@@ -71,7 +71,7 @@ bool intersectRay(const TriangleMesh& mesh, const RayTransform& transform, const
                   Instructions instructions) {
   if (!transform.isUsable) return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
   assert(mesh.hierarchy() != nullptr && mesh.hierarchy()->isUsable());
-  ExactSearch search{matrix, origin, direction, kFarthest, 0, {}, {}};
+  ExactSearch search{matrix, origin, direction, kFarthestHit, 0, {}, {}};
   if (!traversalFor(instructions)(mesh.hierarchy()->view(), transform, search))
     return intersectRayPlain(mesh, matrix, origin, direction, t, normalOut);
   return report(search, t, normalOut);
@@ -96,7 +96,7 @@ bool intersectRayPlain(const TriangleMesh& mesh, const double matrix[16], const 
     world = many.data();
   }
   for (std::size_t v = 0; v < count; ++v) world[v] = transformPoint(matrix, toVec3(coordinates.data() + 3 * v));
-  ExactSearch search{matrix, origin, direction, kFarthest, 0, {}, {}};
+  ExactSearch search{matrix, origin, direction, kFarthestHit, 0, {}, {}};
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3) {
     const Vec3& p0 = world[indices[i]];
     testTriangle(

@@ -39,7 +39,7 @@ constexpr int kWidth = TriangleBvh::kWidth;
 constexpr std::uint32_t kBlockSize = TriangleBvh::kWidth;
 
 /// Below this many triangles the plain loop is as fast.
-constexpr std::size_t kFewTriangles = 9;
+constexpr std::size_t kFewestTriangles = 9;
 /// The units that a record takes in the arena, with its exact triangles.
 template <class Record>
 constexpr std::size_t unitsOf(std::size_t exactCount) {
@@ -201,7 +201,7 @@ class Builder {
 
 TriangleBvh::TriangleBvh(std::span<const double> vertexCoordinates, std::span<const std::uint32_t> indices) {
   const std::size_t triangleCount = indices.size() / 3;
-  if (triangleCount < kFewTriangles || triangleCount > kMostTriangles) return;
+  if (triangleCount < kFewestTriangles || triangleCount > kMostTriangles) return;
   const Triangles triangles{vertexCoordinates, indices};
   if (!measure(triangles)) return;
 
