@@ -36,7 +36,7 @@ CacheStamps& CacheStamps::operator=(const CacheStamps&) {
 }
 
 std::uint64_t CacheStamps::stampOr(int kind, std::uint64_t fresh) {
-  assert(kind >= 0 && kind < kKinds && fresh != 0);
+  assert(kind >= 0 && kind < kKinds);
   const boost::unique_lock<boost::mutex> lock(mMutex);
   if (!mStamps) mStamps = std::make_unique<std::array<std::uint64_t, kKinds>>();
   std::uint64_t& stamp = (*mStamps)[kind];

@@ -52,7 +52,8 @@ class CacheStamps {
   CacheStamps(const CacheStamps&) {}
   CacheStamps& operator=(const CacheStamps&);
 
-  /// The stamp for `kind`; when there is none yet, it becomes `fresh`. May be called from several threads.
+  /// The stamp for `kind`; when there is none yet, it becomes `fresh`, which may be 0. May be called from several
+  /// threads.
   std::uint64_t stampOr(int kind, std::uint64_t fresh);
 
  private:
