@@ -128,7 +128,7 @@ void compactPrimitives(Mesh& mesh) {
   MeshStorage& m = mesh.storage();
   PrimitiveList& list = m.activePrimitives();
   if (!list.anyCleared()) return;
-  if (!m.mRunStarts.empty() || !m.mHoles.empty()) {
+  if (!m.mRunStarts.empty() || !m.mHoles.empty() || m.mHistory) {
     FaceRenumbering renumbering(list.size());
     for (std::size_t i = 0; i < list.size(); ++i) renumbering.add(!list.isCleared(i));
     m.renumberFaces(renumbering);
@@ -144,6 +144,7 @@ std::size_t removeUnusedVertices(Mesh& mesh) {
   if (m.mFaces.empty() && m.mLines.empty() && m.mPoints.empty()) {
     m.mVertices.clear();
     m.mVertexIndexLists.clear();
+    if (m.mHistory) m.mHistory->vertices.renumber([](std::uint32_t) { return NumberHistory::kNone; });
     clearConnectivityCache(mesh);
     return vertexCount;
   }
@@ -156,7 +157,9 @@ std::size_t removeUnusedVertices(Mesh& mesh) {
   const std::uint32_t kept = used.count();
   if (kept == vertexCount) return 0;
 
-  compactVertices(m, kept, [&](std::uint32_t v, std::uint32_t) { return used.contains(v); });
+  compactVertices(
+      m, kept, [&](std::uint32_t v, std::uint32_t) { return used.contains(v); },
+      [&](std::uint32_t v) { return used.contains(v) ? used.rank(v) : NumberHistory::kNone; });
   for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
     for (std::size_t i = 0; i < list->size(); ++i)
       for (std::uint32_t& v : list->corners(i)) v = used.rank(v);

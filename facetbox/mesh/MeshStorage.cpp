@@ -56,6 +56,9 @@ void MeshStorage::renumberFaces(const FaceRenumbering& renumbering) {
   for (std::uint32_t& start : mRunStarts)
     if (start < renumbering.size()) start = renumbering.rank(start);
   mHoles.renumber(renumbering);
+  if (mHistory)
+    mHistory->faces.renumber(
+        [&](std::uint32_t face) { return renumbering.isGone(face) ? NumberHistory::kNone : renumbering.rank(face); });
 }
 
 }  // namespace util

@@ -13,8 +13,10 @@ namespace util {
 /// caller's to renumber.
 /// @param keptCount  how many are kept
 /// @param isKept     isKept(v, next), asked in ascending order; `next` is the number that v gets if it is kept
-template <class IsKept>
-void compactVertices(MeshStorage& m, std::uint32_t keptCount, IsKept isKept) {
+/// @param newNumberOf  newNumberOf(v): the number of the vertex that v becomes, or MeshHistory's kNone; for the history
+template <class IsKept, class NewNumberOf>
+void compactVertices(MeshStorage& m, std::uint32_t keptCount, IsKept isKept, NewNumberOf newNumberOf) {
+  if (m.mHistory) m.mHistory->vertices.renumber(newNumberOf);
   const std::size_t vertexCount = m.mVertices.size();
   const bool withLists = m.mVertexIndexLists.size() == vertexCount;
   std::uint32_t next = 0;

@@ -98,7 +98,9 @@ std::uint64_t applyGroups(MeshStorage& m, VertexGroups&& groups) {
   for (std::size_t face = 0; face < m.mFaces.size(); ++face)
     for (std::uint32_t& v : m.mFaces.corners(face)) v = newNumbers[v];
   // The first vertex of a new number is the one that keeps its place.
-  compactVertices(m, keptCount, [&](std::uint32_t v, std::uint32_t next) { return newNumbers[v] == next; });
+  compactVertices(
+      m, keptCount, [&](std::uint32_t v, std::uint32_t next) { return newNumbers[v] == next; },
+      [&](std::uint32_t v) { return newNumbers[v]; });
   return vertexCount - keptCount;
 }
 

@@ -14,6 +14,8 @@ void RegionMerger::mergeFacesWithSharedEdge(std::uint32_t seed, std::span<const 
   mRuns.changeLike(survivor, seed);
   const std::int32_t tag = m.mFaces.tag(seed);
   for (const std::uint32_t member : members) noteNewOuter(member, survivor);
+  if (m.mHistory)
+    for (const std::uint32_t member : members.subspan(1)) m.mHistory->faces.join(member, survivor);
   // Inner loops are read from the members' corners later: these have to stay.
   writeLoop(survivor, outer, inner.empty() ? roomOf(members) : 0);
   m.mFaces.setTag(survivor, tag);
@@ -34,6 +36,7 @@ void RegionMerger::extractAndRemoveHoles(std::uint32_t seed, std::uint32_t survi
     } else {
       face = static_cast<std::uint32_t>(m.mFaces.size());
       m.mFaces.appendLike(survivor, 0);
+      if (m.mHistory) m.mHistory->faces.append();
       mRuns.faceAppended();
       mRuns.changeLike(face, seed);
     }

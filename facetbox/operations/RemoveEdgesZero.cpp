@@ -62,7 +62,8 @@ struct Collapse {
 };
 
 /// Overwrites the corners of a face that lie within the threshold of their surviving predecessor.
-Collapse collapseShortEdges(const Buffer<Vec3>& vertices, std::span<std::uint32_t> corners, double thresholdSq) {
+Collapse collapseShortEdges(const Buffer<Vec3>& vertices, std::span<std::uint32_t> corners, double thresholdSq,
+                            MeshHistory* history) {
   const std::size_t n = corners.size();
   const auto edgeSq = [&](std::size_t from, std::size_t to) {
     return lengthSq(vertices[corners[to]] - vertices[corners[from]]);
@@ -79,6 +80,7 @@ Collapse collapseShortEdges(const Buffer<Vec3>& vertices, std::span<std::uint32_
   for (std::size_t step = 1, from = after(firstLong); step < n; ++step, from = after(from)) {
     const std::size_t to = after(from);
     if (!(edgeSq(from, to) < thresholdSq)) continue;
+    if (history && corners[to] != corners[from]) history->vertices.join(corners[to], corners[from]);
     corners[to] = corners[from];
     ++overwritten;
   }
@@ -101,7 +103,7 @@ std::uint64_t removeShortFaceEdges(Mesh& mesh, double thresholdSq) {
   std::vector<std::uint32_t> remaining;
   for (std::size_t face = 0; face < m.mFaces.size(); ++face) {
     const auto corners = m.mFaces.corners(face);
-    const Collapse collapse = collapseShortEdges(m.mVertices, corners, thresholdSq);
+    const Collapse collapse = collapseShortEdges(m.mVertices, corners, thresholdSq, m.mHistory.get());
     collapseCount += collapse.overwritten;
     if (collapse.wholeFace)
       m.mFaces.clear(face);

@@ -1,0 +1,48 @@
+#include <facetbox/mesh/MeshHistory.h>
+
+#include <cassert>
+#include <numeric>
+#include <utility>
+
+namespace util {
+
+NumberHistory::NumberHistory(std::size_t count, Joined joined) : mJoined(joined), mMap(count), mSources(count) {
+  std::iota(mMap.begin(), mMap.end(), std::uint32_t{0});
+  std::iota(mSources.begin(), mSources.end(), std::uint32_t{0});
+}
+
+void NumberHistory::join(std::uint32_t item, std::uint32_t target) {
+  assert(item < mSources.size() && target < mSources.size() && item != target);
+  if (mTargets.size() <= item) mTargets.resize(mSources.size(), kNone);
+  if (mTargets[item] == kNone) mTargets[item] = target;
+}
+
+/// @param numbers  per present item its new number; what was joined follows its targets here
+void NumberHistory::apply(Buffer<std::uint32_t>& numbers) {
+  std::uint32_t kept = 0;
+  for (std::uint32_t item = 0; item < numbers.size(); ++item)
+    if (numbers[item] == kept) mSources[kept++] = mSources[item];
+  mSources.resize(kept);
+
+  // Each chain of targets is walked once, as what is passed is no longer joined: all on it lead where its end does. A
+  // circle, whose items have all been dropped, leads nowhere.
+  const auto follows = [&](std::uint32_t item) {
+    return mTargets[item] != kNone && (mJoined == Joined::always || numbers[item] == kNone);
+  };
+  std::vector<std::uint32_t> chain;
+  for (std::uint32_t item = 0; item < mTargets.size(); ++item) {
+    chain.clear();
+    std::uint32_t end = item;
+    while (end < mTargets.size() && follows(end)) {
+      chain.push_back(end);
+      end = std::exchange(mTargets[end], kNone);
+    }
+    for (const std::uint32_t passed : chain) numbers[passed] = numbers[end];
+  }
+  mTargets.clear();
+
+  for (std::uint32_t& number : mMap)
+    if (number != kNone) number = numbers[number];
+}
+
+}  // namespace util

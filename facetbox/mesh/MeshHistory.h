@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include <facetbox/base/Buffer.h>
+#include <facetbox/mesh/FaceRenumbering.h>
+
+namespace util {
+
+/// What became of numbers, of vertices or of faces, through any number of changes.
+///
+/// Between two renumberings, an item may be joined to another: "from here on, look there". A renumbering then drops
+/// items and closes up the others.
+class NumberHistory {
+ public:
+  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+
+  /// Whether an item that was joined to another follows it always, or only if it is dropped itself.
+  enum class Joined { always, ifDropped };
+
+  NumberHistory(std::size_t count, Joined joined);
+
+  /// What was item `item` becomes part of `target`; both numbers as they are now. The first of several calls counts.
+  void join(std::uint32_t item, std::uint32_t target);
+  /// A new item behind the others, which none of the first ones became.
+  void append() { mSources.push_back(kNone); }
+
+  /// newNumberOf(i) of the present item i, or kNone where it is dropped. New numbers count up from 0 without a gap; of
+  /// several items with the same one, the first keeps its place. O(present items + first items).
+  template <class NewNumberOf>
+  void renumber(NewNumberOf newNumberOf) {
+    Buffer<std::uint32_t> numbers(mSources.size());
+    for (std::uint32_t i = 0; i < numbers.size(); ++i) numbers[i] = newNumberOf(i);
+    apply(numbers);
+  }
+
+  /// Per first item: its number now, or kNone. Only with nothing joined since the last renumbering.
+  std::span<const std::uint32_t> map() const { return mMap; }
+  /// Per present item the first item that has kept its place, or kNone.
+  std::span<const std::uint32_t> sources() const { return mSources; }
+
+ private:
+  void apply(Buffer<std::uint32_t>& numbers);
+
+  const Joined mJoined;
+  Buffer<std::uint32_t> mMap, mSources;
+  std::vector<std::uint32_t> mTargets;  ///< per present item, kNone where it was not joined; empty without any
+};
+
+/// What became of the vertices and faces of a mesh. Kept only where somebody wants to know (MeshStorage::mHistory).
+///
+/// A vertex that is welded, or whose short edge collapses, leads to the one that stays in its place. A face that is
+/// merged leads to the one that it became part of; one that is deleted, as a double of another say, leads nowhere.
+struct MeshHistory {
+  NumberHistory vertices, faces;
+
+  MeshHistory(std::size_t vertexCount, std::size_t faceCount)
+      : vertices(vertexCount, NumberHistory::Joined::ifDropped), faces(faceCount, NumberHistory::Joined::always) {}
+};
+
+/// A mesh's history, or null. It belongs to one mesh object: copies start without.
+class HistoryLink {
+ public:
+  HistoryLink() = default;
+  HistoryLink(const HistoryLink&) {}
+  HistoryLink& operator=(const HistoryLink&) {
+    mHistory = nullptr;
+    return *this;
+  }
+
+  void set(MeshHistory* history) { mHistory = history; }
+  MeshHistory* get() const { return mHistory; }
+  MeshHistory* operator->() const { return mHistory; }
+  explicit operator bool() const { return mHistory != nullptr; }
+
+ private:
+  MeshHistory* mHistory = nullptr;
+};
+
+}  // namespace util
