@@ -50,7 +50,8 @@ class NumberHistory {
   std::vector<std::uint32_t> mTargets;  ///< per present item, kNone where it was not joined; empty without any
 };
 
-/// What became of the vertices and faces of a mesh. Kept only where somebody wants to know (MeshStorage::mHistory).
+/// What became of the vertices and faces of a mesh of faces, not of lines or points. Kept only where somebody wants to
+/// know (MeshStorage::mHistory).
 ///
 /// A vertex that is welded, or whose short edge collapses, leads to the one that stays in its place. A face that is
 /// merged leads to the one that it became part of; one that is deleted, as a double of another say, leads nowhere.
