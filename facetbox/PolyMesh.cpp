@@ -180,6 +180,27 @@ std::string textOf(std::span<const Problem> problems) {
   return text;
 }
 
+std::string textOf(DroppedHole::Reason reason) {
+  using Reason = DroppedHole::Reason;
+  switch (reason) {
+    case Reason::outside:
+      return "it lies outside";
+    case Reason::crosses:
+      return "it crosses the outline";
+    case Reason::touches:
+      return "it touches the outline";
+    case Reason::overlaps:
+      return "it overlaps or touches another hole";
+    case Reason::tooFewCorners:
+      return "it has fewer than three corners";
+    case Reason::tooSmall:
+      return "its area is too small";
+    case Reason::outerIsGone:
+      return "its outer face is gone";
+  }
+  return "unknown reason";
+}
+
 }  // namespace
 
 std::string describe(const Problem& problem) {
@@ -227,6 +248,13 @@ std::string describe(const Problem& problem) {
       return "And " + value + " more.";
   }
   return "Unknown problem.";
+}
+
+std::string describe(const DroppedHole& dropped) {
+  const std::string hole =
+      dropped.hole == kNone ? "A hole that a merge brought out" : "Face " + std::to_string(dropped.hole);
+  const std::string outer = dropped.outer == kNone ? "a merged face" : "face " + std::to_string(dropped.outer);
+  return hole + " is no hole of " + outer + " any more: " + textOf(dropped.reason) + '.';
 }
 
 std::vector<Problem> validate(const MeshView& mesh, std::size_t limit) {

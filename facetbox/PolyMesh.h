@@ -91,6 +91,28 @@ FACETBOX_EXPORT std::string describe(const Problem& problem);
 /// holes.
 FACETBOX_EXPORT std::vector<Problem> validate(const MeshView& mesh, std::size_t limit = 100);
 
+/// A hole that a mesh has lost, and why. The hole is filled from then on, unless its outer face has gone.
+struct DroppedHole {
+  enum class Reason : std::uint8_t {
+    outside,        ///< it lies beside the outer face or around it
+    crosses,        ///< it lies partly inside, partly outside: it crosses the outline
+    touches,        ///< it touches the outline from inside, or a corner is closer to one of the outline than the gap
+    overlaps,       ///< it overlaps or touches another hole of the outer face that is kept
+    tooFewCorners,  ///< it has fewer than three corners, or they have collapsed to fewer
+    tooSmall,       ///< its area is below the threshold for faces
+    outerIsGone     ///< its outer face is gone: deleted as a double, for its area, for its corners ...
+  };
+
+  std::uint32_t outer = kNone;  ///< as the mesh was handed in; kNone for a face that came up in between
+  std::uint32_t hole = kNone;   ///< likewise: a hole that a merge of faces brought out, say
+  Reason reason = Reason::outside;
+
+  friend bool operator==(const DroppedHole&, const DroppedHole&) = default;
+};
+
+/// One plain sentence, such as "Face 7 is no hole of face 3 any more: it crosses the outline."
+FACETBOX_EXPORT std::string describe(const DroppedHole& dropped);
+
 /// A mesh with fatal problems was handed in. what() lists the problems, one sentence a line.
 class FACETBOX_EXPORT InvalidMesh : public std::invalid_argument {
  public:

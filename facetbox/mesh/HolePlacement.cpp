@@ -13,12 +13,9 @@
 namespace util {
 namespace {
 
-/// Corners closer than the root of this, 8e-4, count as one.
-constexpr double kSharedDistanceSq = 6.4e-7;
-
-/// Half the size of the box in which close corners are sought: more than their distance, whatever rounding adds.
-constexpr double kSharedReach = 1e-3;
-static_assert(kSharedReach * kSharedReach > 1.5 * kSharedDistanceSq);
+/// Half the size of the box in which close corners are sought, in gaps: more than their distance, whatever rounding
+/// adds.
+constexpr double kReachInGaps = 1.25;
 
 /// Faces of that many corners stay projected until the next outer face.
 constexpr std::size_t kLargeFace = 256;
@@ -27,8 +24,6 @@ constexpr std::size_t kLargeFace = 256;
 /// it costs as much as some 150 looks (measured).
 constexpr std::size_t kIndexedOuter = 101;
 constexpr std::size_t kPlainQueries = 128;
-
-bool areClose(const Vec3& a, const Vec3& b) { return lengthSq(a - b) < kSharedDistanceSq; }
 
 /// All points that project into a box of the plane.
 Box columnOf(const Box2& box, int axis) {
@@ -45,6 +40,10 @@ Box columnOf(const Box2& box, int axis) {
 
 void HolePlacement::setOuter(std::uint32_t outer, Search search) {
   fill(mOuter, outer, axisOf(outer));
+  Box box;
+  if (mMesh.mLimits.mIsHoleGapRelative)
+    for (const std::uint32_t v : mMesh.mFaces.corners(outer)) box.extend(mMesh.mVertices[v]);
+  mGapSq = mMesh.mLimits.holeGapSq(lengthSq(box.max - box.min));
   mSearch = search;
   mPlainQueries = 0;
   mIsIndexed = false;
@@ -99,10 +98,11 @@ bool HolePlacement::sharesVertex(std::uint32_t hole) {
   };
   if (!usesCornerIndex(holeCorners.size())) return std::ranges::any_of(holeCorners, isNearOuter);
 
-  constexpr Vec3 kReach{kSharedReach, kSharedReach, kSharedReach};
+  const double reachAlong = kReachInGaps * std::sqrt(mGapSq);
+  const Vec3 reach{reachAlong, reachAlong, reachAlong};
   return std::ranges::any_of(holeCorners, [&](std::uint32_t v) {
     const Vec3& p = mMesh.mVertices[v];
-    return isFinite(p) && mCornerIndex.any({p - kReach, p + kReach},
+    return isFinite(p) && mCornerIndex.any({p - reach, p + reach},
                                            [&](CornerNumber corner) { return areClose(outerCorner(corner), p); });
   });
 }

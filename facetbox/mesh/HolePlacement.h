@@ -41,7 +41,7 @@ class HolePlacement {
   /// @param hole  a face that is not cleared
   bool isInside(std::uint32_t hole);
 
-  /// Whether some corner of the outer face and some corner of the hole are closer than 8e-4 (squared: 6.4e-7).
+  /// Whether some corner of the outer face and some corner of the hole are closer than the gap of the mesh's limits.
   bool sharesVertex(std::uint32_t hole);
 
   /// Whether two holes of one outer face overlap: some corner of one inside the other (seen along the axis of the one
@@ -75,6 +75,7 @@ class HolePlacement {
   bool anyCornerInside(std::uint32_t face, const Projection& polygon) const;
   bool anyOuterCornerInside(const Projection& polygon);
   bool usesCornerIndex(std::size_t queries);
+  bool areClose(const Vec3& a, const Vec3& b) const { return lengthSq(a - b) < mGapSq; }
   Vec2 projected(std::uint32_t vertex, int axis) const { return project(mMesh.mVertices[vertex], axis); }
   const Vec3& outerCorner(CornerNumber corner) const {
     return mMesh.mVertices[mMesh.mFaces.corners(corner.first)[corner.second]];
@@ -82,6 +83,7 @@ class HolePlacement {
 
   const MeshStorage& mMesh;
   Projection mOuter;
+  double mGapSq = 0.0;
   Search mSearch = Search::plain;
 
   // The corners of the outer face.

@@ -17,8 +17,18 @@ void NumberHistory::join(std::uint32_t item, std::uint32_t target) {
   if (mTargets[item] == kNone) mTargets[item] = target;
 }
 
+std::uint32_t NumberHistory::firstItemOf(std::uint32_t item) {
+  if (mFirstItems.empty()) {
+    mFirstItems.resize(mSources.size(), kNone);
+    for (auto first = static_cast<std::uint32_t>(mMap.size()); first-- > 0;)
+      if (mMap[first] != kNone) mFirstItems[mMap[first]] = first;
+  }
+  return item < mFirstItems.size() ? mFirstItems[item] : kNone;
+}
+
 /// @param numbers  per present item its new number; what was joined follows its targets here
 void NumberHistory::apply(Buffer<std::uint32_t>& numbers) {
+  mFirstItems.clear();
   std::uint32_t kept = 0;
   for (std::uint32_t item = 0; item < numbers.size(); ++item)
     if (numbers[item] == kept) mSources[kept++] = mSources[item];

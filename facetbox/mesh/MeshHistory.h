@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include <facetbox/PolyMesh.h>
 #include <facetbox/base/Buffer.h>
 #include <facetbox/mesh/FaceRenumbering.h>
 
@@ -42,11 +43,16 @@ class NumberHistory {
   /// Per present item the first item that has kept its place, or kNone.
   std::span<const std::uint32_t> sources() const { return mSources; }
 
+  /// The lowest first item that map() leads to a present item as of the last renumbering, or kNone. The first call
+  /// after a renumbering is O(present items + first items).
+  std::uint32_t firstItemOf(std::uint32_t item);
+
  private:
   void apply(Buffer<std::uint32_t>& numbers);
 
   const Joined mJoined;
   Buffer<std::uint32_t> mMap, mSources;
+  Buffer<std::uint32_t> mFirstItems;    ///< per present item, what firstItemOf() returns; empty until it is asked
   std::vector<std::uint32_t> mTargets;  ///< per present item, kNone where it was not joined; empty without any
 };
 
@@ -57,9 +63,15 @@ class NumberHistory {
 /// merged leads to the one that it became part of; one that is deleted, as a double of another say, leads nowhere.
 struct MeshHistory {
   NumberHistory vertices, faces;
+  std::vector<facetbox::DroppedHole> droppedHoles;  ///< faces are first items, as the mesh was given
 
   MeshHistory(std::size_t vertexCount, std::size_t faceCount)
       : vertices(vertexCount, NumberHistory::Joined::ifDropped), faces(faceCount, NumberHistory::Joined::always) {}
+
+  /// Notes that a hole is dropped; present face numbers, as of the last renumbering.
+  void dropHole(std::uint32_t outer, std::uint32_t hole, facetbox::DroppedHole::Reason reason) {
+    droppedHoles.push_back({faces.firstItemOf(outer), faces.firstItemOf(hole), reason});
+  }
 };
 
 /// A mesh's history, or null. It belongs to one mesh object: copies start without.

@@ -15,6 +15,7 @@
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/HoleTable.h>
 #include <facetbox/mesh/MeshHistory.h>
+#include <facetbox/mesh/MeshLimits.h>
 #include <facetbox/mesh/PrimitiveList.h>
 #include <facetbox/mesh/SmallIndexList.h>
 #include <facetbox/util/Mesh.h>
@@ -80,7 +81,8 @@ struct MeshStorage {
   HoleTable mHoles;
   std::vector<SmallIndexList> mVertexIndexLists;  ///< one list per vertex, or none at all
   std::vector<std::set<std::uint32_t>> mTagSets;  ///< a record's tag is an index into this array
-  HistoryLink mHistory;                           ///< of whoever wants to know what becomes of vertices and faces
+  MeshLimits mLimits;
+  HistoryLink mHistory;  ///< of whoever wants to know what becomes of vertices and faces
   mutable ConnectivityCache mConnectivity;
   mutable CacheStamps mStamps;
 

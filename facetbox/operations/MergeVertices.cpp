@@ -15,9 +15,6 @@
 namespace util {
 namespace {
 
-/// Above this tolerance faces are guarded against turning over. An absolute length.
-constexpr double kLargeTolerance = 0.15;
-
 /// Whether a value stands more than once in a list; `sorted` is scratch space.
 bool hasRepeats(std::span<const std::uint32_t> values, std::vector<std::uint32_t>& sorted) {
   sorted.assign(values.begin(), values.end());
@@ -111,7 +108,7 @@ std::uint64_t weld(Mesh& mesh, double tolerance) {
   if (groups.empty()) return 0;
   guardAgainstPinches(m.mFaces, groups);
   if (!m.mHoles.empty()) guardHoles(m, groups);
-  if (tolerance > kLargeTolerance) LargeToleranceGuard(m, groups).run();
+  if (tolerance > m.mLimits.mLargeTolerance) LargeToleranceGuard(m, groups).run();
   // Tag sets speak of faces, which stay: they need no update.
   const std::uint64_t mergedCount = applyGroups(m, std::move(groups));
   clearConnectivityCache(mesh);

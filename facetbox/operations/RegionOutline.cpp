@@ -14,6 +14,8 @@ namespace {
 /// One face with holes in a mesh of its own, to ask hole assignment which of the holes would stay.
 class HoleProbe {
  public:
+  explicit HoleProbe(const MeshLimits& limits) : mLimits(limits) {}
+
   /// Adds the outer face first, then hole after hole; `vertexOf(i)` is the point of corner i.
   template <class VertexOf>
   void addFace(std::size_t count, VertexOf vertexOf) {
@@ -32,6 +34,7 @@ class HoleProbe {
     std::vector<std::uint32_t> group(mFaces.size() + 1);
     for (std::uint32_t face = 0; face < mFaces.size(); ++face) group[face] = face;
     group.back() = HoleTable::kEnd;
+    mesh.storage().mLimits = mLimits;
     mesh.storage().mHoles.append(group.data(), group.size());
     assignHoles(mesh);
 
@@ -42,6 +45,7 @@ class HoleProbe {
   }
 
  private:
+  const MeshLimits& mLimits;
   std::vector<Vec3> mVertices;
   std::vector<Polygon> mFaces;  // the tags are their numbers
 };
@@ -148,7 +152,7 @@ bool RegionOutline::holesWouldStay(FaceRegions& regions) {
   listMemberHoles(regions.members());
   if (mInnerLoops.empty() && mMemberHoles.empty()) return true;
 
-  HoleProbe probe;
+  HoleProbe probe(m.mLimits);
   const auto addLoop = [&](const Loop& loop) {
     probe.addFace(loop.size(), [&](std::size_t i) { return m.mVertices[m.mFaces.vertexAt(loop[i])]; });
   };

@@ -12,9 +12,6 @@
 namespace util {
 namespace {
 
-/// Faces smaller than this after a collapse are slivers of it; an absolute area.
-constexpr double kSliverArea = 1e-6;
-
 /// Rewrites the material runs of a line mesh for the lines that are not cleared.
 ///
 /// A run's new start is the old number of its first surviving line, not the new one: runs behind removed lines keep
@@ -112,7 +109,7 @@ std::uint64_t removeShortFaceEdges(Mesh& mesh, double thresholdSq) {
   }
   if (collapseCount == 0) return 0;
   sanitizeFaces(mesh);
-  removeFacesZero(mesh, kSliverArea);
+  removeFacesZero(mesh, m.mLimits.mSliverArea);
   removeUnusedVertices(mesh);
   clearConnectivityCache(mesh);
   return collapseCount;
