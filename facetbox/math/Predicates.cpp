@@ -1,72 +1,11 @@
 #include <facetbox/math/Predicates.h>
 
-#include <array>
-#include <cstddef>
-#include <cstdint>
 #include <utility>
 
-#include <boost/multiprecision/cpp_int.hpp>
-
-// Error-free sums after Knuth, products after Dekker (A Floating-Point Technique for Extending the Available
-// Precision, 1971), expansions after Shewchuk (see the header).
+#include <facetbox/math/ErrorFree.h>
 
 namespace util::detail {
 namespace {
-
-int signOf(double v) { return (v > 0) - (v < 0); }
-
-/// A value as the unevaluated sum of its rounding and the rest.
-struct Split {
-  double high, low;
-};
-
-Split twoSum(double a, double b) {
-  const double sum = a + b;
-  const double bPart = sum - a;
-  const double aPart = sum - bPart;
-  return {sum, (a - aPart) + (b - bPart)};
-}
-
-Split halves(double a) {
-  constexpr double kSplitter = 134217729;  // 2^27 + 1: halves of at most 26 bits
-  const double shifted = kSplitter * a;
-  const double high = shifted - (shifted - a);
-  return {high, a - high};
-}
-
-Split twoProduct(double a, double b) {
-  const double product = a * b;
-  const Split u = halves(a), v = halves(b);
-  const double rest = ((product - u.high * v.high) - u.low * v.high) - u.high * v.low;
-  return {product, u.low * v.low - rest};
-}
-
-/// Sum of up to twelve doubles without rounding: components that do not overlap, by growing magnitude.
-class Expansion {
- public:
-  void add(double v) {
-    for (std::size_t i = 0; i < mCount; ++i) {
-      const Split sum = twoSum(v, mParts[i]);
-      mParts[i] = sum.low;
-      v = sum.high;
-    }
-    mParts[mCount++] = v;
-  }
-  void add(Split v) {
-    add(v.low);
-    add(v.high);
-  }
-  int sign() const {
-    for (std::size_t i = mCount; i-- > 0;) {
-      if (mParts[i] != 0) return signOf(mParts[i]);
-    }
-    return 0;
-  }
-
- private:
-  std::array<double, 12> mParts;
-  std::size_t mCount = 0;
-};
 
 /// Exponents within which no product below over- or underflows, its low part included: a coordinate of 2^e is a
 /// multiple of 2^(e - 52), so a product is a multiple of 2^(2 * -450 - 104).
@@ -81,7 +20,7 @@ int orientationOrdinary(Vec2 a, Vec2 b, Vec2 c) {
     const Split left = twoProduct(acx.high, bcy.high), right = twoProduct(acy.high, bcx.high);
     return left.high != right.high ? signOf(left.high - right.high) : signOf(left.low - right.low);
   }
-  Expansion det;
+  Expansion<12> det;
   det.add(twoProduct(a.x, b.y));
   det.add(twoProduct(-a.y, b.x));
   det.add(twoProduct(b.x, c.y));
@@ -94,14 +33,7 @@ int orientationOrdinary(Vec2 a, Vec2 b, Vec2 c) {
 /// For any finite coordinates, as integers in units of 2^unitExponent, which must divide them all.
 int orientationInteger(Vec2 a, Vec2 b, Vec2 c, int unitExponent) {
   using boost::multiprecision::cpp_int;
-  const auto integer = [unitExponent](double v) {
-    if (v == 0) return cpp_int(0);
-    int exponent = 0;
-    const auto mantissa = static_cast<std::int64_t>(std::ldexp(std::frexp(v, &exponent), 53));
-    const int shift = exponent - 53 - unitExponent;
-    // A denormal's mantissa ends in as many zeros as its exponent is below the unit.
-    return shift >= 0 ? cpp_int(cpp_int(mantissa) << shift) : cpp_int(mantissa / (std::int64_t{1} << -shift));
-  };
+  const auto integer = [unitExponent](double v) { return toInteger(v, unitExponent); };
   const cpp_int cx = integer(c.x), cy = integer(c.y);
   const cpp_int left = (integer(a.x) - cx) * (integer(b.y) - cy);
   const cpp_int right = (integer(a.y) - cy) * (integer(b.x) - cx);
@@ -120,21 +52,16 @@ int orientationExact(Vec2 a, Vec2 b, Vec2 c) {
   if (leftSign != rightSign) return leftSign > rightSign ? 1 : -1;
   if (leftSign == 0) return 0;
 
-  int low = std::numeric_limits<int>::max(), high = std::numeric_limits<int>::min();
-  for (const double v : {a.x, a.y, b.x, b.y, c.x, c.y}) {
-    if (v == 0) continue;
-    low = std::min(low, std::ilogb(v));
-    high = std::max(high, std::ilogb(v));
-  }
-  if (high <= kMaxExponent && low >= -kMaxExponent) return orientationOrdinary(a, b, c);
-  if (high - low <= 2 * kMaxExponent) {
+  ExponentRange range;
+  for (const double v : {a.x, a.y, b.x, b.y, c.x, c.y}) range.add(v);
+  if (range.high <= kMaxExponent && range.low >= -kMaxExponent) return orientationOrdinary(a, b, c);
+  if (range.high - range.low <= 2 * kMaxExponent) {
     // Scaling by a power of two is exact and keeps the sign.
-    const int shift = kMaxExponent - high;
+    const int shift = kMaxExponent - range.high;
     const auto scaled = [shift](Vec2 p) { return Vec2{std::ldexp(p.x, shift), std::ldexp(p.y, shift)}; };
     return orientationOrdinary(scaled(a), scaled(b), scaled(c));
   }
-  constexpr int kLowestBit = -1074;
-  return orientationInteger(a, b, c, std::max(low - 52, kLowestBit));
+  return orientationInteger(a, b, c, range.unit());
 }
 
 bool segmentsTouchInBox(Vec2 p, Vec2 q, Vec2 r, Vec2 s) {

@@ -1,9 +1,6 @@
 #include <facetbox/math/Predicates.h>
 
-#include <bit>
-
-#include <boost/multiprecision/cpp_int.hpp>
-
+#include <tests/support/ExactNumbers.h>
 #include <tests/support/Meshes.h>
 
 namespace util {
@@ -11,19 +8,12 @@ namespace {
 
 using boost::multiprecision::cpp_int;
 
+using support::exact;
 using support::kInfinity;
 using support::kNaN;
+using support::nudged;
 using support::pick;
-
-/// The double in units of the smallest denormal.
-cpp_int exact(double v) {
-  const auto bits = std::bit_cast<std::uint64_t>(v);
-  const auto exponent = static_cast<unsigned>(bits >> 52 & 0x7ff);
-  const std::uint64_t fraction = bits & ((std::uint64_t{1} << 52) - 1);
-  cpp_int magnitude = exponent == 0 ? fraction : fraction | std::uint64_t{1} << 52;
-  if (exponent > 1) magnitude <<= exponent - 1;
-  return bits >> 63 ? cpp_int(-magnitude) : magnitude;
-}
+using support::real;
 
 int exactOrientation(Vec2 a, Vec2 b, Vec2 c) {
   const cpp_int cx = exact(c.x), cy = exact(c.y);
@@ -31,16 +21,6 @@ int exactOrientation(Vec2 a, Vec2 b, Vec2 c) {
   return left.compare(right) > 0 ? 1 : left.compare(right) < 0 ? -1 : 0;
 }
 
-/// Moves v by some units in the last place.
-double nudged(double v, int steps) {
-  for (; steps > 0; --steps) v = std::nextafter(v, kInfinity);
-  for (; steps < 0; ++steps) v = std::nextafter(v, -kInfinity);
-  return v;
-}
-
-double real(std::mt19937& random, double low, double high) {
-  return std::uniform_real_distribution<double>(low, high)(random);
-}
 Vec2 gridPoint(std::mt19937& random, int size) {
   return {1.0 * pick(random, -size, size), 1.0 * pick(random, -size, size)};
 }
@@ -71,9 +51,7 @@ TEST(Orientation, agreesWithIntegersAtEveryMagnitude) {
   std::mt19937 random(2);
   for (int i = 0; i < 30000; ++i) {
     std::array<double, 6> v{};  // any finite bit pattern: all magnitudes alike, some of them equal
-    for (double& value : v) do
-        value = pick(random, 0, 2) == 0 ? v[0] : std::bit_cast<double>(std::uint64_t{random()} << 32 | random());
-      while (!std::isfinite(value));
+    for (double& value : v) value = pick(random, 0, 2) == 0 ? v[0] : support::anyFinite(random);
     expectExact({v[0], v[1]}, {v[2], v[3]}, {v[4], v[5]});
     if (HasFatalFailure()) return;
   }
