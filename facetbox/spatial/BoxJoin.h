@@ -1,0 +1,116 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <vector>
+
+#include <facetbox/base/Buffer.h>
+#include <facetbox/math/Lanes.h>
+
+namespace util {
+
+/// A closed box on a grid.
+struct GridBox {
+  std::int32_t min[3], max[3];
+};
+
+/// Finds the pairs of boxes that meet, by a bounding volume hierarchy of eight children a node over boxes in an order
+/// in which neighbors lie close together, such as that of BoxJoin::curveKey(). 28 bytes a box.
+class BoxJoin {
+ public:
+  /// Coordinates are below this, and not negative.
+  static constexpr std::int64_t kGridSize = std::int64_t{1} << 31;
+
+  /// Where the middle of a box lies on a curve that fills space (the Z-order curve, by the upper 21 bits of the
+  /// coordinates).
+  static std::uint64_t curveKey(const GridBox& box);
+
+  /// O(boxes).
+  explicit BoxJoin(std::span<const GridBox> boxes);
+
+  /// Calls `visit(a, b)` with a < b for every pair of boxes that meet, each once, in an order that depends on nothing
+  /// but the boxes. `visit` returns whether to go on.
+  /// O(n log n + pairs) where boxes do not overlap much more than their neighbors'.
+  template <class Visit>
+  void forEachPair(Visit visit) const {
+    if (!mLevels.empty()) pairsWithin(visit, mLevels.size() - 1, 0);
+  }
+
+ private:
+  static constexpr unsigned kWidth = 8;
+
+  /// Bounds of eight children; where there are fewer, the others are empty.
+  struct alignas(32) Block {
+    std::int32_t min[3][kWidth], max[3][kWidth];
+  };
+
+  GridBox childBox(std::size_t level, std::size_t child) const;
+  static unsigned meeting(const Block& block, const GridBox& box);
+
+  template <class Visit>
+  bool pairsWithin(Visit& visit, std::size_t level, std::size_t block) const;
+  template <class Visit>
+  bool pairsAcross(Visit& visit, std::size_t level, std::size_t a, std::size_t b) const;
+
+  Buffer<Block> mBlocks;             // level by level, that of the boxes first
+  std::vector<std::size_t> mLevels;  // where each begins
+};
+
+/// Bits of the children that meet a box.
+inline unsigned BoxJoin::meeting(const Block& block, const GridBox& box) {
+  unsigned bits = 0;
+  for (unsigned from = 0; from < kWidth; from += 4) {
+    Int4 apart{};
+    for (int axis = 0; axis < 3; ++axis) {
+      Int4 min, max;
+      __builtin_memcpy(&min, block.min[axis] + from, sizeof min);
+      __builtin_memcpy(&max, block.max[axis] + from, sizeof max);
+      apart |= (min > box.max[axis]) | (max < box.min[axis]);
+    }
+    bits |= (~bitsOf(apart) & 15u) << from;
+  }
+  return bits;
+}
+
+inline GridBox BoxJoin::childBox(std::size_t level, std::size_t child) const {
+  const Block& block = mBlocks[mLevels[level] + child / kWidth];
+  const std::size_t lane = child % kWidth;
+  return {{block.min[0][lane], block.min[1][lane], block.min[2][lane]},
+          {block.max[0][lane], block.max[1][lane], block.max[2][lane]}};
+}
+
+template <class Visit>
+bool BoxJoin::pairsWithin(Visit& visit, std::size_t level, std::size_t block) const {
+  const Block& own = mBlocks[mLevels[level] + block];
+  for (unsigned lane = 0; lane < kWidth; ++lane) {
+    const std::size_t child = kWidth * block + lane;
+    const GridBox box = childBox(level, child);
+    const unsigned met = meeting(own, box);
+    if ((met >> lane & 1) == 0) return true;  // empty, as all that follow
+    if (level != 0 && !pairsWithin(visit, level - 1, child)) return false;
+    for (unsigned rest = met >> lane >> 1 << lane << 1; rest != 0; rest &= rest - 1) {
+      const std::size_t other = kWidth * block + static_cast<unsigned>(__builtin_ctz(rest));
+      if (!(level == 0 ? visit(child, other) : pairsAcross(visit, level - 1, child, other))) return false;
+    }
+  }
+  return true;
+}
+
+template <class Visit>
+bool BoxJoin::pairsAcross(Visit& visit, std::size_t level, std::size_t a, std::size_t b) const {
+  const Block& other = mBlocks[mLevels[level] + b];
+  // Of a's children, only those that meet b as a whole are worth a look.
+  const GridBox whole = childBox(level + 1, b);
+  for (unsigned lanes = meeting(mBlocks[mLevels[level] + a], whole); lanes != 0; lanes &= lanes - 1) {
+    const std::size_t child = kWidth * a + static_cast<unsigned>(__builtin_ctz(lanes));
+    for (unsigned rest = meeting(other, childBox(level, child)); rest != 0; rest &= rest - 1) {
+      const std::size_t met = kWidth * b + static_cast<unsigned>(__builtin_ctz(rest));
+      if (!(level == 0 ? visit(child, met) : pairsAcross(visit, level - 1, child, met))) return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace util

@@ -1,0 +1,203 @@
+#include <facetbox/triangles/SelfIntersections.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <limits>
+
+#include <facetbox/base/Buffer.h>
+#include <facetbox/math/Box.h>
+#include <facetbox/spatial/BoxJoin.h>
+#include <facetbox/triangles/TriangleMeeting.h>
+
+namespace util {
+namespace {
+
+using GridPoint = std::array<std::int32_t, 3>;
+
+Vec3 pointOf(const FaceTriangles& in, std::uint32_t vertex) {
+  return toVec3(in.points.data() + 3 * std::size_t{vertex});
+}
+
+// Boxes lie on a grid, to which coordinates are taken by a function that keeps their order: what meets in space meets
+// on the grid, without any margin.
+
+/// The grid over the box of all triangles. Halves are subtracted, since the difference of the largest numbers is
+/// infinite; that a half of the smallest is rounded does not disturb the order.
+Buffer<GridPoint> evenGrid(const FaceTriangles& in) {
+  Box box;
+  for (const std::uint32_t vertex : in.corners) box.extend(pointOf(in, vertex));
+  const Vec3 low = 0.5 * box.min, extent = 0.5 * box.max - low;
+  const double largest = largestMagnitude(extent);
+  // A power of two, so that a model and its copy in another unit are the same. Below 1022, or it would be infinite.
+  const int exponent = largest > 0 ? std::min(30 - std::ilogb(largest), 1020) : 0;
+  const double scale = std::ldexp(1.0, exponent);
+  const std::size_t vertexCount = in.points.size() / 3;
+  Buffer<GridPoint> grid(vertexCount);
+  constexpr double kLargest = static_cast<double>(BoxJoin::kGridSize - 1);
+  for (std::size_t v = 0; v < vertexCount; ++v) {
+    const Vec3 p = scale * (0.5 * pointOf(in, static_cast<std::uint32_t>(v)) - low);
+    // Vertices that no triangle uses may lie outside.
+    const auto place = [=](double x) { return static_cast<std::int32_t>(std::clamp(x, 0.0, kLargest)); };
+    grid[v] = {place(p.x), place(p.y), place(p.z)};
+  }
+  return grid;
+}
+
+/// Ranks instead of distances: apart where coordinates are, however close.
+Buffer<GridPoint> gridOfRanks(const FaceTriangles& in) {
+  const std::size_t vertexCount = in.points.size() / 3;
+  Buffer<GridPoint> grid(vertexCount);
+  Buffer<std::uint32_t> order(vertexCount);
+  const int shift = 31 - static_cast<int>(std::bit_width(vertexCount));
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const auto coordinate = [&](std::uint32_t v) { return in.points[3 * std::size_t{v} + axis]; };
+    for (std::size_t v = 0; v < vertexCount; ++v) order[v] = static_cast<std::uint32_t>(v);
+    std::ranges::sort(order, {}, coordinate);
+    std::size_t rank = 0;
+    for (std::size_t i = 0; i < vertexCount; ++i) {
+      if (i != 0 && coordinate(order[i]) != coordinate(order[i - 1])) rank = i;
+      grid[order[i]][axis] = static_cast<std::int32_t>(shift >= 0 ? rank << shift : rank >> -shift);
+    }
+  }
+  return grid;
+}
+
+Buffer<GridBox> boxesOn(const Buffer<GridPoint>& grid, const FaceTriangles& in) {
+  Buffer<GridBox> boxes(in.corners.size() / 3);
+  const std::uint32_t* corner = in.corners.data();
+  for (GridBox& box : boxes) {
+    const GridPoint &a = grid[corner[0]], &b = grid[corner[1]], &c = grid[corner[2]];
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      box.min[axis] = std::min({a[axis], b[axis], c[axis]});
+      box.max[axis] = std::max({a[axis], b[axis], c[axis]});
+    }
+    corner += 3;
+  }
+  return boxes;
+}
+
+/// Whether many boxes are too small for the grid: a detailed model with something else far away.
+bool isTooCoarse(const Buffer<GridBox>& boxes) {
+  constexpr std::int32_t kSmall = 1 << 11;  // below two cells of the curve
+  constexpr std::size_t kToleratedShare = 64;
+  std::size_t small = 0;
+  for (const GridBox& box : boxes) {
+    std::int32_t extent = 0;
+    for (std::size_t axis = 0; axis < 3; ++axis) extent = std::max(extent, box.max[axis] - box.min[axis]);
+    small += extent < kSmall ? 1 : 0;
+  }
+  return small > kToleratedShare + boxes.size() / kToleratedShare;
+}
+
+struct Place {
+  std::uint64_t key;
+  std::uint32_t triangle;
+};
+
+/// Sorts by key, and keeps the order of equal ones.
+void sortByKey(Buffer<Place>& places) {
+  constexpr int kBits = 11;
+  Buffer<Place> other(places.size());
+  for (int shift = 0; shift < 64; shift += kBits) {
+    const auto digitOf = [shift](const Place& place) { return place.key >> shift & ((1u << kBits) - 1); };
+    std::array<std::uint32_t, (1 << kBits) + 1> ends{};
+    for (const Place& place : places) ++ends[digitOf(place) + 1];
+    if (std::ranges::count(ends, 0u) == 1 << kBits) continue;  // the same digit everywhere
+    for (std::size_t digit = 1; digit < ends.size(); ++digit) ends[digit] += ends[digit - 1];
+    for (const Place& place : places) other[ends[digitOf(place)]++] = place;
+    places.swap(other);
+  }
+}
+
+Buffer<std::uint32_t> orderOnCurve(const Buffer<GridBox>& boxes) {
+  Buffer<Place> places(boxes.size());
+  for (std::size_t i = 0; i < boxes.size(); ++i)
+    places[i] = {BoxJoin::curveKey(boxes[i]), static_cast<std::uint32_t>(i)};
+  sortByKey(places);
+  Buffer<std::uint32_t> order(boxes.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = places[i].triangle;
+  return order;
+}
+
+class Search {
+ public:
+  Search(const FaceTriangles& in, std::size_t limit) : mIn(in), mLimit(limit) {}
+
+  SelfIntersections run() {
+    Buffer<GridBox> boxes = boxesOn(evenGrid(mIn), mIn);
+    if (isTooCoarse(boxes)) boxes = boxesOn(gridOfRanks(mIn), mIn);
+    const Buffer<std::uint32_t> order = orderOnCurve(boxes);
+    Buffer<GridBox> sorted(boxes.size());
+    mTriangles.resize(boxes.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      sorted[i] = boxes[order[i]];
+      mTriangles[i] = triangleOf(order[i]);
+    }
+    boxes = {};
+    BoxJoin(sorted).forEachPair(
+        [this](std::size_t a, std::size_t b) { return testPair(mTriangles[a], mTriangles[b]); });
+    shorten();
+    return std::move(mResult);
+  }
+
+ private:
+  struct Triangle {
+    NumberedTriangle shape;
+    std::uint32_t face;
+  };
+
+  Triangle triangleOf(std::uint32_t number) const {
+    Triangle triangle;
+    for (std::size_t i = 0; i < 3; ++i) {
+      const std::uint32_t vertex = mIn.corners[3 * std::size_t{number} + i];
+      triangle.shape.vertices[i] = vertex;
+      triangle.shape.corners[i] = pointOf(mIn, vertex);
+    }
+    triangle.face = mIn.faces.empty() ? number : mIn.faces[number];
+    return triangle;
+  }
+
+  /// Returns whether to go on.
+  bool testPair(const Triangle& a, const Triangle& b) {
+    if (a.face == b.face || !meetElsewhere(a.shape, b.shape)) return true;
+    if (!mIn.faces.empty() && !meetElsewhere(a.shape, b.shape, sharedByFaces(a, b), sharedByFaces(b, a))) return true;
+    mResult.pairs.push_back(std::minmax(a.face, b.face));
+    if (mResult.pairs.size() < mShortenAt) return true;
+    shorten();
+    mShortenAt = mResult.pairs.size() + kGrowth;
+    return mResult.isComplete;
+  }
+
+  SharedCorners sharedByFaces(const Triangle& a, const Triangle& b) const {
+    SharedCorners shared = sharedCorners(a.shape, b.shape);
+    for (std::size_t i = 0; i < 3; ++i) shared[i] = shared[i] || mIn.isCornerOf(b.face, a.shape.vertices[i]);
+    return shared;
+  }
+
+  /// Each pair once, no more than the limit.
+  void shorten() {
+    std::ranges::sort(mResult.pairs);
+    mResult.pairs.erase(std::unique(mResult.pairs.begin(), mResult.pairs.end()), mResult.pairs.end());
+    if (mResult.pairs.size() <= mLimit) return;
+    mResult.pairs.resize(mLimit);
+    mResult.isComplete = false;
+  }
+
+  static constexpr std::size_t kGrowth = 1 << 20;
+
+  const FaceTriangles& mIn;
+  const std::size_t mLimit;
+  std::size_t mShortenAt = kGrowth;  // pairs that may come before the next look at the limit
+  Buffer<Triangle> mTriangles;       // in the order of the boxes
+  SelfIntersections mResult;
+};
+
+}  // namespace
+
+SelfIntersections findSelfIntersections(const FaceTriangles& triangles, std::size_t limit) {
+  return Search(triangles, limit).run();
+}
+
+}  // namespace util

@@ -1,0 +1,69 @@
+#include <facetbox/spatial/BoxJoin.h>
+
+#include <tests/support/Meshes.h>
+
+namespace util {
+namespace {
+
+using support::pick;
+
+GridBox randomBox(std::mt19937& random, int size, int extent) {
+  GridBox box;
+  for (int axis = 0; axis < 3; ++axis) {
+    box.min[axis] = pick(random, 0, size);
+    box.max[axis] = box.min[axis] + pick(random, 0, extent);
+  }
+  return box;
+}
+
+bool meet(const GridBox& a, const GridBox& b) {
+  for (int axis = 0; axis < 3; ++axis)
+    if (a.min[axis] > b.max[axis] || b.min[axis] > a.max[axis]) return false;
+  return true;
+}
+
+TEST(BoxJoin, findsThePairsThatAComparisonOfAllFinds) {
+  std::mt19937 random(1);
+  for (const std::size_t count : {0, 1, 2, 7, 8, 9, 16, 63, 64, 65, 130, 511, 513, 700}) {
+    std::vector<GridBox> boxes;
+    for (std::size_t i = 0; i < count; ++i) boxes.push_back(randomBox(random, 40, 6));
+    std::ranges::sort(boxes, {}, BoxJoin::curveKey);
+    std::vector<std::pair<std::size_t, std::size_t>> expected, found;
+    for (std::size_t a = 0; a < count; ++a)
+      for (std::size_t b = a + 1; b < count; ++b)
+        if (meet(boxes[a], boxes[b])) expected.emplace_back(a, b);
+    BoxJoin(boxes).forEachPair([&](std::size_t a, std::size_t b) {
+      found.emplace_back(a, b);
+      return true;
+    });
+    std::ranges::sort(found);
+    EXPECT_EQ(found, expected) << count << " boxes";
+  }
+}
+
+TEST(BoxJoin, stopsWhenToldTo) {
+  const std::vector<GridBox> boxes(100, GridBox{{0, 0, 0}, {1, 1, 1}});
+  for (const int limit : {1, 5, 500}) {
+    int visits = 0;
+    BoxJoin(boxes).forEachPair([&](std::size_t, std::size_t) { return ++visits < limit; });
+    EXPECT_EQ(visits, limit);
+  }
+}
+
+TEST(BoxJoin, theKeyHasTheBitsOfAllThreeAxes) {
+  const auto keyOf = [](std::int32_t x, std::int32_t y, std::int32_t z) {
+    return BoxJoin::curveKey({{x, y, z}, {x, y, z}});
+  };
+  constexpr std::int32_t kLast = BoxJoin::kGridSize - 1;
+  EXPECT_EQ(keyOf(0, 0, 0), 0u);
+  EXPECT_EQ(keyOf(kLast, 0, 0), 0x1249249249249249u);
+  EXPECT_EQ(keyOf(kLast, kLast, kLast), (std::uint64_t{1} << 63) - 1);
+  for (int bit = 10; bit < 31; ++bit) {
+    EXPECT_EQ(keyOf(1 << bit, 0, 0), std::uint64_t{1} << 3 * (bit - 10));
+    EXPECT_EQ(keyOf(0, 1 << bit, 0), std::uint64_t{2} << 3 * (bit - 10));
+    EXPECT_EQ(keyOf(0, 0, 1 << bit), std::uint64_t{4} << 3 * (bit - 10));
+  }
+}
+
+}  // namespace
+}  // namespace util
