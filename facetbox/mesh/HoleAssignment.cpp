@@ -13,6 +13,7 @@
 namespace util {
 namespace {
 
+using facetbox::DroppedHole;
 using Search = HolePlacement::Search;
 
 // From which size of the mesh or the list on octrees are allowed, and for which groups they are used.
@@ -42,6 +43,7 @@ class GroupCheck {
       if (passes(holes, i)) {
         mKept.add(i);
       } else {
+        if (mMesh.mHistory) mMesh.mHistory->dropHole(outer, holes[i], reasonFor(outer, holes[i]));
         mMesh.mFaces.clear(holes[i]);
         ++mCounts.mClearedHoles;
       }
@@ -51,6 +53,13 @@ class GroupCheck {
  private:
   bool passes(std::span<const std::uint32_t> holes, std::size_t i) {
     return mPlacement.isInside(holes[i]) && !mPlacement.sharesVertex(holes[i]) && !mKept.overlapsAny(i);
+  }
+
+  /// Why a hole fails.
+  DroppedHole::Reason reasonFor(std::uint32_t outer, std::uint32_t hole) {
+    if (mMesh.mFaces.isCleared(outer)) return DroppedHole::Reason::outerIsGone;
+    if (!mPlacement.isInside(hole)) return mPlacement.whyNotInside(hole);
+    return mPlacement.sharesVertex(hole) ? DroppedHole::Reason::touches : DroppedHole::Reason::overlaps;
   }
 
   MeshStorage& mMesh;

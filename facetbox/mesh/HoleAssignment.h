@@ -15,10 +15,11 @@ struct HoleAssignmentCounts {
 /// Checks the hole list against the geometry: what it still says afterwards is true.
 ///
 /// The list is validated (HoleTable::validate). Then, group by group and hole by hole in list order, a hole face is
-/// deleted when it does not lie strictly inside its outer face or has a corner within 8e-4 of one of the outer face's
-/// corners, or when it overlaps or touches an earlier hole of its group that was kept. Faces are seen along the
-/// dominant axes of their stored normals; see HolePlacement for the tests. A hole of several outer faces has to pass
-/// for each of them. The holes of a face that was itself deleted as a hole of an earlier group are deleted.
+/// deleted when it does not lie strictly inside its outer face or has a corner closer to one of the outer face's
+/// corners than the gap of the mesh's limits, or when it overlaps or touches an earlier hole of its group that was
+/// kept. Faces are seen along the dominant axes of their stored normals; see HolePlacement for the tests. A hole of
+/// several outer faces has to pass for each of them. The holes of a face that was itself deleted as a hole of an
+/// earlier group are deleted.
 ///
 /// Large groups are searched by octrees, with the same result: where the mesh has at least 101 vertices or the list
 /// at least 21 entries, groups of at least 21 holes or an outer face of at least 101 corners.

@@ -4,12 +4,17 @@
 
 namespace util {
 
-void clearFaceAndHoles(PrimitiveList& faces, std::uint32_t face, std::span<const HoleTable::Group> groups) {
+using Reason = facetbox::DroppedHole::Reason;
+
+void clearFaceAndHoles(MeshStorage& mesh, std::uint32_t face, std::span<const HoleTable::Group> groups) {
   if (!groups.empty())
     for (const HoleTable::Group& group : HoleTable::groupsOf(face, groups))
-      for (const std::uint32_t hole : group.holes)
-        if (hole < faces.size()) faces.clear(hole);
-  faces.clear(face);
+      for (const std::uint32_t hole : group.holes) {
+        if (hole >= mesh.mFaces.size()) continue;
+        if (mesh.mHistory) mesh.mHistory->dropHole(face, hole, Reason::outerIsGone);
+        mesh.mFaces.clear(hole);
+      }
+  mesh.mFaces.clear(face);
 }
 
 bool clearMisplacedHoles(MeshStorage& mesh) {
@@ -21,7 +26,10 @@ bool clearMisplacedHoles(MeshStorage& mesh) {
     for (const std::uint32_t hole : group.holes) {
       if (hole >= mesh.mFaces.size() || mesh.mFaces.isCleared(hole)) continue;
       // Asked each time: a host's list may name a face as its own hole.
-      if (!mesh.mFaces.isCleared(group.outer) && placement.isInside(hole)) continue;
+      const bool hasOuter = !mesh.mFaces.isCleared(group.outer);
+      if (hasOuter && placement.isInside(hole)) continue;
+      if (mesh.mHistory)
+        mesh.mHistory->dropHole(group.outer, hole, hasOuter ? placement.whyNotInside(hole) : Reason::outerIsGone);
       mesh.mFaces.clear(hole);
       cleared = true;
     }

@@ -10,7 +10,7 @@ namespace util {
 
 /// Clears a face and all of its holes. The hole table stays as it is: compactPrimitives() lets it follow.
 /// @param groups  what groupsByOuter() returned
-void clearFaceAndHoles(PrimitiveList& faces, std::uint32_t face, std::span<const HoleTable::Group> groups);
+void clearFaceAndHoles(MeshStorage& mesh, std::uint32_t face, std::span<const HoleTable::Group> groups);
 
 /// Clears the holes whose outer face is cleared and those that do not lie strictly inside their outer face.
 /// @return whether there were any. About O(n log n) in the corners of a group.

@@ -89,6 +89,26 @@ bool HolePlacement::isInside(std::uint32_t hole) {
   return !anyOuterCornerInside(projectionOf(hole, axis));
 }
 
+facetbox::DroppedHole::Reason HolePlacement::whyNotInside(std::uint32_t hole) {
+  using Reason = facetbox::DroppedHole::Reason;
+  const PlanarPolygon& seen = projectionOf(hole, mOuter.axis).polygon;
+  bool anyIn = false, anyOut = false;
+  for (const Vec2 corner : seen.corners()) {
+    if (mOuter.polygon.containsStrictly(corner))
+      anyIn = true;
+    else if (!mOuter.polygon.anyEdgeTouches(corner, corner))
+      anyOut = true;
+    if (anyIn && anyOut) return Reason::crosses;
+  }
+  if (mOuter.polygon.anyEdgeCrosses(seen)) return Reason::crosses;
+  if (anyOut) return Reason::outside;
+  const bool touches = mOuter.polygon.anyEdgeTouches(seen);
+  // Of all corners of the outer face, one inside the hole means that some of the hole lies beyond the outline, or, seen
+  // along another axis, that it lies around it.
+  if (!anyOuterCornerInside(projectionOf(hole, axisOf(hole)))) return Reason::touches;
+  return touches ? Reason::crosses : Reason::outside;
+}
+
 bool HolePlacement::sharesVertex(std::uint32_t hole) {
   const auto holeCorners = mMesh.mFaces.corners(hole);
   const auto isNearOuter = [&](std::uint32_t v) {

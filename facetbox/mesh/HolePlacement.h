@@ -41,6 +41,12 @@ class HolePlacement {
   /// @param hole  a face that is not cleared
   bool isInside(std::uint32_t hole);
 
+  /// What keeps a hole from lying strictly inside: `outside`, `crosses` or `touches`. An edge crosses one of the
+  /// outline where each has the other's ends strictly on both of its sides; a hole that the outline enters elsewhere,
+  /// through a corner, crosses it too. About as much work again as isInside().
+  /// @param hole  for which isInside() is false
+  facetbox::DroppedHole::Reason whyNotInside(std::uint32_t hole);
+
   /// Whether some corner of the outer face and some corner of the hole are closer than the gap of the mesh's limits.
   bool sharesVertex(std::uint32_t hole);
 

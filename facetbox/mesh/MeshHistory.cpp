@@ -1,5 +1,6 @@
 #include <facetbox/mesh/MeshHistory.h>
 
+#include <algorithm>
 #include <cassert>
 #include <numeric>
 #include <utility>
@@ -53,6 +54,26 @@ void NumberHistory::apply(Buffer<std::uint32_t>& numbers) {
 
   for (std::uint32_t& number : mMap)
     if (number != kNone) number = numbers[number];
+}
+
+void MeshHistory::dropHole(std::uint32_t outer, std::uint32_t hole, facetbox::DroppedHole::Reason reason) {
+  droppedHoles.push_back({faces.firstItemOf(outer), faces.firstItemOf(hole), reason});
+  mDropped.emplace_back(outer, hole);
+}
+
+void MeshHistory::dropHolesOf(const HoleTable& holes, const FaceRenumbering& renumbering) {
+  using Reason = facetbox::DroppedHole::Reason;
+  auto known = std::exchange(mDropped, {});
+  std::ranges::sort(known);
+  const auto faceCount = renumbering.size();
+  for (const HoleTable::Group& group : holes.groupsByOuter(faceCount))
+    for (const std::uint32_t hole : group.holes) {
+      const bool isGone = hole < faceCount && renumbering.isGone(hole);
+      if (!isGone && !renumbering.isGone(group.outer)) continue;
+      if (std::ranges::binary_search(known, std::pair(group.outer, hole))) continue;
+      dropHole(group.outer, hole, isGone ? Reason::tooFewCorners : Reason::outerIsGone);
+    }
+  mDropped.clear();
 }
 
 }  // namespace util

@@ -3,11 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include <facetbox/PolyMesh.h>
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/OwnLink.h>
 #include <facetbox/mesh/FaceRenumbering.h>
+#include <facetbox/mesh/HoleTable.h>
 
 namespace util {
 
@@ -68,29 +71,17 @@ struct MeshHistory {
   MeshHistory(std::size_t vertexCount, std::size_t faceCount)
       : vertices(vertexCount, NumberHistory::Joined::ifDropped), faces(faceCount, NumberHistory::Joined::always) {}
 
-  /// Notes that a hole is dropped; present face numbers, as of the last renumbering.
-  void dropHole(std::uint32_t outer, std::uint32_t hole, facetbox::DroppedHole::Reason reason) {
-    droppedHoles.push_back({faces.firstItemOf(outer), faces.firstItemOf(hole), reason});
-  }
-};
-
-/// A mesh's history, or null. It belongs to one mesh object: copies start without.
-class HistoryLink {
- public:
-  HistoryLink() = default;
-  HistoryLink(const HistoryLink&) {}
-  HistoryLink& operator=(const HistoryLink&) {
-    mHistory = nullptr;
-    return *this;
-  }
-
-  void set(MeshHistory* history) { mHistory = history; }
-  MeshHistory* get() const { return mHistory; }
-  MeshHistory* operator->() const { return mHistory; }
-  explicit operator bool() const { return mHistory != nullptr; }
+  /// Notes that a hole is dropped. Present face numbers, as of the last renumbering.
+  void dropHole(std::uint32_t outer, std::uint32_t hole, facetbox::DroppedHole::Reason reason);
+  /// What the faces' renumbering takes out of the hole table is dropped as well, where dropHole() did not say so: a
+  /// hole that goes for its corners, one that stays for its outer face. To be called before the faces are renumbered.
+  void dropHolesOf(const HoleTable& holes, const FaceRenumbering& renumbering);
 
  private:
-  MeshHistory* mHistory = nullptr;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> mDropped;  ///< outer face and hole, since the last renumbering
 };
+
+/// A mesh's history, or null.
+using HistoryLink = OwnLink<MeshHistory>;
 
 }  // namespace util

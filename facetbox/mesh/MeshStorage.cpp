@@ -55,10 +55,12 @@ std::size_t MeshStorage::runOf(std::uint32_t primitive) const {
 void MeshStorage::renumberFaces(const FaceRenumbering& renumbering) {
   for (std::uint32_t& start : mRunStarts)
     if (start < renumbering.size()) start = renumbering.rank(start);
-  mHoles.renumber(renumbering);
-  if (mHistory)
+  if (mHistory) {
+    mHistory->dropHolesOf(mHoles, renumbering);
     mHistory->faces.renumber(
         [&](std::uint32_t face) { return renumbering.isGone(face) ? NumberHistory::kNone : renumbering.rank(face); });
+  }
+  mHoles.renumber(renumbering);
 }
 
 }  // namespace util

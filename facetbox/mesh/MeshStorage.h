@@ -11,6 +11,7 @@
 #include <boost/thread/mutex.hpp>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/materials/Shader.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/HoleTable.h>
@@ -83,6 +84,7 @@ struct MeshStorage {
   std::vector<std::set<std::uint32_t>> mTagSets;  ///< a record's tag is an index into this array
   MeshLimits mLimits;
   HistoryLink mHistory;  ///< of whoever wants to know what becomes of vertices and faces
+  MonitorLink mMonitor;  ///< of whoever wants to know how far an operation is, or to stop it
   mutable ConnectivityCache mConnectivity;
   mutable CacheStamps mStamps;
 

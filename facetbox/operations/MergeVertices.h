@@ -18,7 +18,7 @@ enum class NormalUpdate { recompute, skip };
 /// - a face of more than three corners is not pinched into loops by welding corners that do not follow each other
 ///   (separate pairs of one group are not taken apart: such a face ends up visiting a vertex twice);
 /// - the corners of a hole are not welded to those of its outer face or of an earlier hole of it;
-/// - above a tolerance of 0.15 (an absolute length) no face ends up visiting a vertex twice or turned over.
+/// - above the large tolerance of the mesh's limits no face ends up visiting a vertex twice or turned over.
 ///
 /// Repeated corners, faces and holes that collapse, and unused vertices go; all face normals are recomputed, also when
 /// nothing is merged (unless a caller that has no use for them leaves them as they are). A mesh without faces stays as

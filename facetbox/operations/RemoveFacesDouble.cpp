@@ -33,7 +33,7 @@ std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes) {
   if (doubles.empty()) return 0;
   mergeTags(m, doubles);
   const std::vector<HoleTable::Group> groups = m.mHoles.groupsByOuter(m.mFaces.size());
-  for (const DoubleFace& pair : doubles) clearFaceAndHoles(m.mFaces, pair.cleared, groups);
+  for (const DoubleFace& pair : doubles) clearFaceAndHoles(m, pair.cleared, groups);
   compactMesh(mesh);
   return doubles.size();
 }

@@ -5,6 +5,16 @@
 #include <facetbox/mesh/PolygonArea.h>
 
 namespace util {
+namespace {
+
+void noteDroppedHoles(MeshStorage& m) {
+  for (const HoleTable::Group& group : m.mHoles.groupsByOuter(m.mFaces.size()))
+    for (const std::uint32_t hole : group.holes)
+      if (hole < m.mFaces.size() && m.mFaces.isCleared(hole))
+        m.mHistory->dropHole(group.outer, hole, facetbox::DroppedHole::Reason::tooSmall);
+}
+
+}  // namespace
 
 std::uint64_t removeFacesZero(Mesh& mesh, double threshold) {
   MeshStorage& m = mesh.storage();
@@ -15,6 +25,7 @@ std::uint64_t removeFacesZero(Mesh& mesh, double threshold) {
     ++clearedCount;
   }
   if (clearedCount == 0) return 0;
+  if (m.mHistory) noteDroppedHoles(m);
   compactMesh(mesh);
   return clearedCount;
 }

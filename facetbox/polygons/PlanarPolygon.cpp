@@ -341,4 +341,17 @@ bool PlanarPolygon::anyEdgeTouches(const PlanarPolygon& other) const {
   return false;
 }
 
+bool PlanarPolygon::anyEdgeCrosses(const PlanarPolygon& other) const {
+  if (other.mCorners.size() > mCorners.size()) return other.anyEdgeCrosses(*this);
+  for (std::size_t edge = 0; edge < other.mCorners.size(); ++edge) {
+    const Vec2 a = other.mCorners[edge], b = other.edgeEnd(edge);
+    const auto crosses = [&](std::size_t own) {
+      const Vec2 c = mCorners[own], d = edgeEnd(own);
+      return orientation(a, b, c) * orientation(a, b, d) < 0 && orientation(c, d, a) * orientation(c, d, b) < 0;
+    };
+    if (anyTouching(a, b, crosses)) return true;
+  }
+  return false;
+}
+
 }  // namespace util

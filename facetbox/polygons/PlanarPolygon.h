@@ -64,6 +64,10 @@ class PlanarPolygon {
   /// each edge of the smaller.
   bool anyEdgeTouches(const PlanarPolygon& other) const;
 
+  /// Whether any edge crosses any edge of the other polygon: each has the other's ends strictly on both of its sides.
+  /// Symmetric. Costs like anyEdgeTouches() where no edge touches very many others without crossing them.
+  bool anyEdgeCrosses(const PlanarPolygon& other) const;
+
   /// Whether `counts(other)` is true for an edge that shares a point with the edge `edge` and does not follow on it or
   /// precede it.
   bool edgeTouchesAny(std::size_t edge, const std::function<bool(std::size_t other)>& counts) const;

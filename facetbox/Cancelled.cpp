@@ -1,0 +1,7 @@
+#include <facetbox/Cancelled.h>
+
+namespace facetbox {
+
+Cancelled::~Cancelled() = default;
+
+}  // namespace facetbox
