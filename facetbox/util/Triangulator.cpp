@@ -19,30 +19,18 @@
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/mesh/PolygonArea.h>
 #include <facetbox/triangles/HoleView.h>
+#include <facetbox/triangles/Tessellator.h>
 #include <facetbox/triangles/TriangleMeshFactory.h>
 
 namespace util {
 namespace {
 
-/// The tessellator holds addresses of combined vertices' records while a face is under way, so that they must not move:
-/// a limit per face instead of growth.
-constexpr std::size_t kMaxCombinedVertices = 512;
-
 constexpr int kWithEdgePairs = 1;
 constexpr int kWithLines = 2;
 
-/// What the tessellator is given as a vertex's data: the record's address.
-struct VertexRecord {
-  std::uint32_t mVertex;
-};
-
-struct TessDeleter {
-  void operator()(GLUtesselator* tess) const { gluDeleteTess(tess); }
-};
-
 /// Prints a tessellation error. Flushes the standard streams only: flushing every stream of the process would wait for
 /// a thread that sits in a read.
-void GLAPIENTRY reportError(GLenum code) {
+void printError(GLenum code) noexcept {
   if (const GLubyte* const text = gluErrorString(code))
     std::fprintf(stderr, "Tessellation Error: %s\n", reinterpret_cast<const char*>(text));
   else
@@ -91,62 +79,23 @@ void requirePerVertex(const TriangleMeshArrays& arrays, std::size_t vertexCount)
 
 }  // namespace
 
-/// The tessellator, its callbacks, and the buffers that are kept from face to face.
-///
-/// No exception may cross the tessellator's frames: a callback keeps it, from then on nothing is collected, and it is
-/// thrown once the tessellator has returned.
-struct Triangulator::State {
-  State();
-
+/// Tessellates the faces of a mesh into arrays.
+struct Triangulator::State final : private Tessellator::Caller {
   /// Tessellates all faces into `output`'s indices.
   void run(const MeshStorage& mesh, TriangleMeshArrays& output, std::vector<std::uint32_t>* sourceFaces);
 
  private:
-  void feedFace(const PrimitiveList& faces, std::size_t face, std::span<const HoleTable::Group> groups,
-                const Vec3& normal);
-  void feedContour(std::span<const std::uint32_t> corners, VertexRecord*& record);
+  void tessellate(const PrimitiveList& faces, std::size_t face, std::span<const HoleTable::Group> groups,
+                  const Vec3& normal);
   bool touchesNaN(const PrimitiveList& faces, std::size_t face, std::span<const HoleTable::Group> groups) const;
   bool touchesNaN(std::span<const std::uint32_t> corners) const;
 
-  void endPrimitive();
-  VertexRecord* combine(const GLdouble position[3], void* const sources[4], const GLfloat weights[4]);
+  std::uint32_t addCorner(const Vec3& position, std::span<const Tessellator::Source> sources) override;
+  void reportError(GLenum code) noexcept override { printError(code); }
 
-  /// Does `work` unless an exception has been kept; keeps what it throws.
-  template <class Work>
-  void guarded(Work work) noexcept {
-    if (mKept) return;
-    try {
-      work();
-    } catch (...) {
-      mKept = std::current_exception();
-    }
-  }
-
-  static void GLAPIENTRY onBegin(GLenum type, void* data);
-  static void GLAPIENTRY onEnd(void* data);
-  static void GLAPIENTRY onVertex(void* vertex, void* data);
-  static void GLAPIENTRY onCombine(GLdouble position[3], void* sources[4], GLfloat weights[4], void** out, void* data);
-
-  std::unique_ptr<GLUtesselator, TessDeleter> mTess;
-  GLenum mPrimitiveType = 0;
-  std::vector<const VertexRecord*> mPrimitive;  ///< since the last begin
+  Tessellator mTessellator{*this};
   TriangleMeshArrays* mOutput = nullptr;
-  std::vector<std::uint32_t>* mSourceFaces = nullptr;
-  std::uint32_t mFace = 0;
-  Buffer<VertexRecord> mRecords;  ///< of the face and its holes; never resized while the tessellator has addresses
-  std::vector<VertexRecord> mCombined;  ///< likewise: capacity kMaxCombinedVertices
-  std::exception_ptr mKept;
 };
-
-Triangulator::State::State() : mTess(gluNewTess()) {
-  if (!mTess) throw std::bad_alloc();
-  gluTessCallback(mTess.get(), GLU_TESS_BEGIN_DATA, reinterpret_cast<_GLUfuncptr>(&onBegin));
-  gluTessCallback(mTess.get(), GLU_TESS_END_DATA, reinterpret_cast<_GLUfuncptr>(&onEnd));
-  gluTessCallback(mTess.get(), GLU_TESS_VERTEX_DATA, reinterpret_cast<_GLUfuncptr>(&onVertex));
-  gluTessCallback(mTess.get(), GLU_TESS_ERROR, reinterpret_cast<_GLUfuncptr>(&reportError));
-  gluTessCallback(mTess.get(), GLU_TESS_COMBINE_DATA, reinterpret_cast<_GLUfuncptr>(&onCombine));
-  mCombined.reserve(kMaxCombinedVertices);
-}
 
 void Triangulator::State::run(const MeshStorage& mesh, TriangleMeshArrays& output,
                               std::vector<std::uint32_t>* sourceFaces) {
@@ -159,52 +108,35 @@ void Triangulator::State::run(const MeshStorage& mesh, TriangleMeshArrays& outpu
   output.indices.clear();
   output.indices.reserve(expectedIndices(faces));
   mOutput = &output;
-  mSourceFaces = sourceFaces;
 
   for (std::size_t face = 0; face < faces.size(); ++face) {
     const auto groups = holes.groupsOf(face);
     if (faces.cornerCount(face) < 3 || holes.isHole(face)) continue;
     if (mayTouchNaN && touchesNaN(faces, face, groups)) {
-      reportError(GLU_TESS_COORD_TOO_LARGE);
+      printError(GLU_TESS_COORD_TOO_LARGE);
       continue;
     }
     Vec3 normal = faces.normal(face);
     if (!normalsAreStored) computeFaceNormal(vertices, faces.corners(face), normal);
-    feedFace(faces, face, groups, normal);
-    if (mKept) std::rethrow_exception(std::exchange(mKept, nullptr));
+    tessellate(faces, face, groups, normal);
+    if (sourceFaces) sourceFaces->resize(output.indices.size() / 3, static_cast<std::uint32_t>(face));
   }
 }
 
-/// Feeds one face. Everything that may throw comes before the tessellator is begun.
-void Triangulator::State::feedFace(const PrimitiveList& faces, std::size_t face,
-                                   std::span<const HoleTable::Group> groups, const Vec3& normal) {
-  std::size_t recordCount = faces.cornerCount(face);
+void Triangulator::State::tessellate(const PrimitiveList& faces, std::size_t face,
+                                     std::span<const HoleTable::Group> groups, const Vec3& normal) {
+  std::size_t cornerCount = faces.cornerCount(face);
   for (const HoleTable::Group& group : groups)
-    for (const std::uint32_t hole : group.holes) recordCount += faces.cornerCount(hole);
-  mRecords.resize(recordCount);
-  mCombined.clear();
-  mPrimitive.clear();
-  mFace = static_cast<std::uint32_t>(face);
+    for (const std::uint32_t hole : group.holes) cornerCount += faces.cornerCount(hole);
+  const auto positionOf = [coordinates = mOutput->vertexCoordinates.data()](std::uint32_t vertex) {
+    return coordinates + 3 * std::size_t{vertex};
+  };
 
-  GLUtesselator* const tess = mTess.get();
-  VertexRecord* record = mRecords.data();
-  gluTessBeginPolygon(tess, this);
-  gluTessNormal(tess, normal.x, normal.y, normal.z);
-  feedContour(faces.corners(face), record);
+  mTessellator.begin(cornerCount, normal, mOutput->indices);
+  mTessellator.addContour(faces.corners(face), positionOf);
   for (const HoleTable::Group& group : groups)
-    for (const std::uint32_t hole : group.holes) feedContour(faces.corners(hole), record);
-  gluTessEndPolygon(tess);
-}
-
-void Triangulator::State::feedContour(std::span<const std::uint32_t> corners, VertexRecord*& record) {
-  GLUtesselator* const tess = mTess.get();
-  double* const coordinates = mOutput->vertexCoordinates.data();
-  gluTessBeginContour(tess);
-  for (const std::uint32_t vertex : corners) {
-    *record = {vertex};
-    gluTessVertex(tess, coordinates + 3 * std::size_t{vertex}, record++);
-  }
-  gluTessEndContour(tess);
+    for (const std::uint32_t hole : group.holes) mTessellator.addContour(faces.corners(hole), positionOf);
+  if (!mTessellator.end()) throw std::runtime_error("Triangulator: not enough space for combined vertices!");
 }
 
 /// Whether a corner of the face or of its holes has a coordinate that is not a number.
@@ -224,52 +156,17 @@ bool Triangulator::State::touchesNaN(std::span<const std::uint32_t> corners) con
   });
 }
 
-/// Turns the primitive's vertices into triangles that all have the primitive's orientation.
-void Triangulator::State::endPrimitive() {
-  const std::size_t n = mPrimitive.size();
-  if (n < 3 ||
-      (mPrimitiveType != GL_TRIANGLES && mPrimitiveType != GL_TRIANGLE_FAN && mPrimitiveType != GL_TRIANGLE_STRIP))
-    return;
-  const std::size_t count = mPrimitiveType == GL_TRIANGLES ? n / 3 : n - 2;
-  std::vector<std::uint32_t>& indices = mOutput->indices;
-  indices.resize(indices.size() + 3 * count);
-  std::uint32_t* out = indices.data() + indices.size() - 3 * count;
-  const VertexRecord* const* const v = mPrimitive.data();
-  const auto emit = [&out, v](std::size_t a, std::size_t b, std::size_t c) {
-    *out++ = v[a]->mVertex;
-    *out++ = v[b]->mVertex;
-    *out++ = v[c]->mVertex;
-  };
-  switch (mPrimitiveType) {
-    case GL_TRIANGLES:
-      for (std::size_t i = 0; i < count; ++i) emit(3 * i, 3 * i + 1, 3 * i + 2);
-      break;
-    case GL_TRIANGLE_FAN:
-      for (std::size_t i = 0; i < count; ++i) emit(0, i + 1, i + 2);
-      break;
-    default:  // a strip: every second triangle is the other way round
-      for (std::size_t i = 0; i < count; ++i) emit(i + i % 2, i + 1 - i % 2, i + 2);
-      break;
-  }
-  if (mSourceFaces) mSourceFaces->insert(mSourceFaces->end(), count, mFace);
-}
-
-/// Adds a vertex where contours cross or meet: at most four vertices that it lies between, some of which may be null,
-/// and their weights.
-VertexRecord* Triangulator::State::combine(const GLdouble position[3], void* const sources[4],
-                                           const GLfloat weights[4]) {
-  if (mCombined.size() == kMaxCombinedVertices)
-    throw std::runtime_error("Triangulator: not enough space for combined vertices!");
+/// Adds a vertex, with weighted sums of the values of those that it lies between.
+std::uint32_t Triangulator::State::addCorner(const Vec3& position, std::span<const Tessellator::Source> sources) {
   const std::size_t vertex = mOutput->vertexCoordinates.size() / 3;
   if (vertex > std::numeric_limits<std::uint32_t>::max()) throw std::length_error("more than 2^32 vertices");
 
-  mOutput->vertexCoordinates.insert(mOutput->vertexCoordinates.end(), position, position + 3);
+  mOutput->vertexCoordinates.insert(mOutput->vertexCoordinates.end(), {position.x, position.y, position.z});
   // valueOf(v) points to the values of vertex v.
   const auto weightedSum = [&]<std::size_t kCount>(std::array<double, kCount>& sum, auto valueOf) {
-    for (int i = 0; i < 4; ++i) {
-      if (!sources[i]) continue;
-      const auto* const value = valueOf(static_cast<const VertexRecord*>(sources[i])->mVertex);
-      for (std::size_t k = 0; k < kCount; ++k) sum[k] += weights[i] * value[k];
+    for (const Tessellator::Source& source : sources) {
+      const auto* const value = valueOf(source.number);
+      for (std::size_t k = 0; k < kCount; ++k) sum[k] += source.weight * value[k];
     }
   };
   if (std::vector<double>& second = mOutput->secondCoordinates; !second.empty()) {
@@ -283,31 +180,7 @@ VertexRecord* Triangulator::State::combine(const GLdouble position[3], void* con
     weightedSum(sum, [&](std::size_t v) { return set[v].data(); });
     set.push_back(sum);
   }
-  return &mCombined.emplace_back(VertexRecord{static_cast<std::uint32_t>(vertex)});
-}
-
-void GLAPIENTRY Triangulator::State::onBegin(GLenum type, void* data) {
-  State& state = *static_cast<State*>(data);
-  state.mPrimitiveType = type;
-  state.mPrimitive.clear();
-}
-
-void GLAPIENTRY Triangulator::State::onEnd(void* data) {
-  State& state = *static_cast<State*>(data);
-  state.guarded([&] { state.endPrimitive(); });
-}
-
-void GLAPIENTRY Triangulator::State::onVertex(void* vertex, void* data) {
-  State& state = *static_cast<State*>(data);
-  state.guarded([&] { state.mPrimitive.push_back(static_cast<const VertexRecord*>(vertex)); });
-}
-
-void GLAPIENTRY Triangulator::State::onCombine(GLdouble position[3], void* sources[4], GLfloat weights[4], void** out,
-                                               void* data) {
-  State& state = *static_cast<State*>(data);
-  // Once an exception is kept, the tessellator still gets some vertex: without one it would report an error of its own.
-  *out = sources[0];
-  state.guarded([&] { *out = state.combine(position, sources, weights); });
+  return static_cast<std::uint32_t>(vertex);
 }
 
 Triangulator::Triangulator() : mState(std::make_unique<State>()) {}
