@@ -50,13 +50,15 @@ class Tessellator {
   /// @param triangles  three numbers per triangle are appended to it
   void begin(std::size_t cornerCount, const Vec3& normal, std::vector<std::uint32_t>& triangles);
 
-  /// Adds a contour: corner number numbers[i] at positionOf(numbers[i]), a pointer to three doubles. Throws nothing.
-  template <class Numbers, class PositionOf>
-  void addContour(const Numbers& numbers, PositionOf positionOf) {
+  /// Adds a contour. Throws nothing.
+  /// @param cornerAt  returns the number of the corner at i, below `count`, and a pointer to its three coordinates
+  template <class CornerAt>
+  void addContour(std::size_t count, CornerAt cornerAt) {
     gluTessBeginContour(mTess.get());
-    for (const std::uint32_t number : numbers) {
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto [number, position] = cornerAt(i);
       *mNextNumber = number;
-      gluTessVertex(mTess.get(), const_cast<double*>(positionOf(number)), mNextNumber++);
+      gluTessVertex(mTess.get(), const_cast<double*>(position), mNextNumber++);
     }
     gluTessEndContour(mTess.get());
   }

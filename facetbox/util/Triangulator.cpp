@@ -128,14 +128,17 @@ void Triangulator::State::tessellate(const PrimitiveList& faces, std::size_t fac
   std::size_t cornerCount = faces.cornerCount(face);
   for (const HoleTable::Group& group : groups)
     for (const std::uint32_t hole : group.holes) cornerCount += faces.cornerCount(hole);
-  const auto positionOf = [coordinates = mOutput->vertexCoordinates.data()](std::uint32_t vertex) {
-    return coordinates + 3 * std::size_t{vertex};
+  const auto addContour = [this,
+                           coordinates = mOutput->vertexCoordinates.data()](std::span<const std::uint32_t> corners) {
+    mTessellator.addContour(corners.size(), [=](std::size_t i) {
+      return std::pair(corners[i], coordinates + 3 * std::size_t{corners[i]});
+    });
   };
 
   mTessellator.begin(cornerCount, normal, mOutput->indices);
-  mTessellator.addContour(faces.corners(face), positionOf);
+  addContour(faces.corners(face));
   for (const HoleTable::Group& group : groups)
-    for (const std::uint32_t hole : group.holes) mTessellator.addContour(faces.corners(hole), positionOf);
+    for (const std::uint32_t hole : group.holes) addContour(faces.corners(hole));
   if (!mTessellator.end()) throw std::runtime_error("Triangulator: not enough space for combined vertices!");
 }
 

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <facetbox/PolyMesh.h>
+#include <facetbox/util/Export.h>
+
+namespace facetbox {
+
+/// A face without triangles, and why.
+struct SkippedFace {
+  enum class Reason : std::uint8_t {
+    tooFewCorners,  ///< fewer than three; a hole like this is as if it were not there
+    noArea,         ///< all corners lie on one line, as far as doubles can tell
+    nothingInside,  ///< the outline and its holes leave nothing: a hole that covers all, an outline gone around twice
+    tooManyCrossings,  ///< the outline and its holes cross in too many points: more than 512
+  };
+
+  std::uint32_t face = kNone;
+  Reason reason = Reason::noArea;
+
+  friend bool operator==(const SkippedFace&, const SkippedFace&) = default;
+};
+
+/// One plain sentence, such as "Face 7 has no triangles: its corners lie on one line."
+FACETBOX_EXPORT std::string describe(const SkippedFace& skipped);
+
+/// The triangles of a mesh with V vertices and P pairs of texture coordinates; T triangles, M made points.
+///
+/// Most meshes need no made points: then the triangles address the mesh's own vertices and pairs and nothing else.
+struct Triangulation {
+  /// 3 T entries, triangle t at [3t], [3t + 1], [3t + 2]: vertices of the mesh or, from V on, made points.
+  std::vector<std::uint32_t> triangles;
+  /// T entries, ascending: the face of each triangle.
+  std::vector<std::uint32_t> faces;
+  /// 3 T entries, a pair per corner, or none if the mesh has no texIndices: pairs of the mesh or, from P on, made
+  /// pairs; kNone on all corners of a face where the face, or a hole of it, has no pairs.
+  std::vector<std::uint32_t> texIndices;
+  /// 3 M numbers, x, y, z per made point: vertex V + m at [3m]. In the order of the faces; each is used by one face.
+  std::vector<double> madePoints;
+  /// u, v per made pair: pair P + p at [2p]. Not every made point has one, and corners that meet may have one without
+  /// a made point.
+  std::vector<double> madeTexCoords;
+  /// The faces without triangles, ascending. Of holes only those of fewer than three corners.
+  std::vector<SkippedFace> skipped;
+
+  friend bool operator==(const Triangulation&, const Triangulation&) = default;
+};
+
+/// Cuts the faces of a mesh into triangles.
+///
+/// Holes stay open: a face that is named as a hole has no triangles of its own. A face may be concave, and outlines and
+/// holes may cross themselves and each other. Inside is what they go around an odd number of times: what a hole has
+/// outside of its face is covered, and so is what lies in two holes. One exception: a face without holes, of at most
+/// 100 corners, whose fan around the first corner turns one way only becomes that fan, even if it goes around twice.
+///
+/// Triangles come in the order of their faces. They are wound as their face; as the larger part of it, where its
+/// outline crosses itself. Whether a face is flat does not matter: it is cut as it looks along the axis that its normal
+/// is closest to. No edge gets a new point, unless it is crossed there.
+///
+/// A point is made where two edges cross, in the middle of both if they pass each other in space, and where different
+/// vertices lie behind each other. Its texture coordinates are the mean of those that the edges have there. Corners of
+/// a face that are at the same place become one corner.
+///
+/// A mesh that is moved, or scaled by a power of two, gets the same triangles, as long as its coordinates take this
+/// without rounding. Nothing is printed.
+///
+/// @throws InvalidMesh        where validate() finds a fatal problem
+/// @throws std::length_error  where the points would be 2^32 - 1 or more
+/// A face of e corners takes O(e w), where w is the largest number of its edges that a line across it meets; convex
+/// faces of at most 100 corners O(e). Without holes and crossings, the result has corners - 2 triangles per face.
+FACETBOX_EXPORT Triangulation triangulate(const MeshView& mesh);
+
+}  // namespace facetbox
