@@ -12,6 +12,8 @@ using Kind = Problem::Kind;
 
 /// Numbers of 32 bits address vertices, corners, pairs and faces; kNone is none of them.
 constexpr std::uint64_t kMostEntries = kNone;
+/// A bit of a face's number is ours where faces are renumbered.
+constexpr std::uint64_t kMostFaces = 0x80000000u;
 
 /// Collects problems up to a limit and counts the rest.
 class Findings {
@@ -65,10 +67,11 @@ bool checkSizes(const MeshView& mesh, Findings& findings) {
     findings.add(problem);
     fits = false;
   };
-  for (const std::size_t size :
-       {mesh.points.size() / 3, mesh.counts.size(), mesh.indices.size(), mesh.texCoords.size() / 2,
-        mesh.texIndices.size(), mesh.labels.size(), mesh.holes.size()})
+  for (const std::size_t size : {mesh.points.size() / 3, mesh.indices.size(), mesh.texCoords.size() / 2,
+                                 mesh.texIndices.size(), mesh.labels.size(), mesh.holes.size()})
     if (size >= kMostEntries) report({.kind = Kind::tooLarge, .value = size, .limit = kMostEntries});
+  if (mesh.counts.size() >= kMostFaces)
+    report({.kind = Kind::tooLarge, .value = mesh.counts.size(), .limit = kMostFaces});
   if (mesh.points.size() % 3 != 0) report({.kind = Kind::pointsAreNoTriples, .value = mesh.points.size()});
   if (mesh.texCoords.size() % 2 != 0) report({.kind = Kind::texCoordsAreNoPairs, .value = mesh.texCoords.size()});
   // Fewer than 2^32 counts of 32 bits each: no overflow.

@@ -20,24 +20,24 @@ inline constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 /// Faces have any number of corners, three at least to count. A hole is a face of the list like any other: a group
 /// names the outer face and the faces that perforate it.
 struct MeshView {
-  std::span<const double> points;             ///< x, y, z per vertex: vertex v at [3v], [3v + 1], [3v + 2]
-  std::span<const std::uint32_t> counts;      ///< corners per face
-  std::span<const std::uint32_t> indices;     ///< vertex per corner, face after face
-  std::span<const double> texCoords;          ///< u, v per pair: pair p at [2p], [2p + 1]
-  std::span<const std::uint32_t> texIndices;  ///< pair per corner; kNone on all corners of a face without any
-  std::span<const std::uint32_t> labels;      ///< one number per face, the caller's own (a material, say)
-  std::span<const std::uint32_t> holes;       ///< groups: outer face, its hole faces ..., kNone
+  std::span<const double> points = {};             ///< x, y, z per vertex: vertex v at [3v], [3v + 1], [3v + 2]
+  std::span<const std::uint32_t> counts = {};      ///< corners per face
+  std::span<const std::uint32_t> indices = {};     ///< vertex per corner, face after face
+  std::span<const double> texCoords = {};          ///< u, v per pair: pair p at [2p], [2p + 1]
+  std::span<const std::uint32_t> texIndices = {};  ///< pair per corner; kNone on all corners of a face without any
+  std::span<const std::uint32_t> labels = {};      ///< one number per face, the caller's own (a material, say)
+  std::span<const std::uint32_t> holes = {};       ///< groups: outer face, its hole faces ..., kNone
 };
 
 /// The same, owned.
 struct PolyMesh {
-  std::vector<double> points;
-  std::vector<std::uint32_t> counts;
-  std::vector<std::uint32_t> indices;
-  std::vector<double> texCoords;
-  std::vector<std::uint32_t> texIndices;
-  std::vector<std::uint32_t> labels;
-  std::vector<std::uint32_t> holes;
+  std::vector<double> points = {};
+  std::vector<std::uint32_t> counts = {};
+  std::vector<std::uint32_t> indices = {};
+  std::vector<double> texCoords = {};
+  std::vector<std::uint32_t> texIndices = {};
+  std::vector<std::uint32_t> labels = {};
+  std::vector<std::uint32_t> holes = {};
 
   /// Valid until a vector changes.
   MeshView view() const noexcept { return {points, counts, indices, texCoords, texIndices, labels, holes}; }

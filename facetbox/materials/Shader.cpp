@@ -1,6 +1,7 @@
 #include <facetbox/materials/Shader.h>
 
 #include <algorithm>
+#include <cassert>
 #include <stdexcept>
 
 #include <boost/container_hash/hash.hpp>
@@ -148,6 +149,17 @@ const Shader& ShaderHandle::emptyShader() {
   // Never destroyed, like the store.
   static const Shader& empty = *new Shader("EmptyShader");
   return empty;
+}
+
+// Numbers become the addresses of places that a record could have, the null address aside.
+ShaderHandle ShaderHandle::ofNumber(std::uint32_t number) {
+  const std::uintptr_t address = (std::uintptr_t{number} + 1) * alignof(Shader);
+  return ShaderHandle({std::shared_ptr<const Shader>(), reinterpret_cast<const Shader*>(address)});
+}
+
+std::uint32_t ShaderHandle::number() const {
+  assert(mRecord && mRecord.use_count() == 0);
+  return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(mRecord.get()) / alignof(Shader) - 1);
 }
 
 ShaderHandle intern(const Shader& shader) {

@@ -75,10 +75,18 @@ class ShaderHandle {
  public:
   ShaderHandle() noexcept = default;
 
-  const Shader& operator*() const { return mRecord ? *mRecord : emptyShader(); }
+  /// A handle without a record that stands for a number of the caller's. It equals the handles of the same number, and
+  /// reads as the empty material. Not to be compared with handles of records.
+  static ShaderHandle ofNumber(std::uint32_t number);
+  /// The number of a handle that ofNumber() made.
+  std::uint32_t number() const;
+
+  const Shader& operator*() const { return mRecord.use_count() != 0 ? *mRecord : emptyShader(); }
   const Shader* operator->() const { return &**this; }
 
   friend bool operator==(const ShaderHandle& a, const ShaderHandle& b) noexcept { return a.mRecord == b.mRecord; }
+  /// Equal for equal handles only.
+  const void* identity() const noexcept { return mRecord.get(); }
 
  private:
   friend ShaderHandle intern(const Shader& shader);
@@ -86,7 +94,9 @@ class ShaderHandle {
   explicit ShaderHandle(std::shared_ptr<const Shader> record) noexcept : mRecord(std::move(record)) {}
   static const Shader& emptyShader();
 
-  std::shared_ptr<const Shader> mRecord;  // null for the empty material; else keeps the record in the store
+  // Null for the empty material. A number is an address that nobody owns and nothing reads; else it keeps the record in
+  // the store.
+  std::shared_ptr<const Shader> mRecord;
 };
 
 /// The handle of the one record with this content. A record leaves the store with its last handle.

@@ -80,6 +80,12 @@ class PrimitiveList {
     return {mCornerSets[set].data() + mOffsets[i], mCounts[i]};
   }
 
+  /// Takes a set from a record that carries it.
+  void dropCornerSet(std::size_t i, int set) {
+    assert(carries(i, set));
+    mMasks[i] &= static_cast<std::uint16_t>(~(1u << set));
+  }
+
   bool hasNormalIndices(std::size_t i) const { return !mFlags.empty() && (mFlags[i] & kHasNormalIndices) != 0; }
   bool perVertexNormals(std::size_t i) const { return !mFlags.empty() && (mFlags[i] & kPerVertexNormals) != 0; }
   /// The record's normal indices, which it must have, one per corner.

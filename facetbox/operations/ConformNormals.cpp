@@ -137,8 +137,9 @@ class ComponentWalk {
 
   bool isReached(std::uint32_t face) const { return mOrientations[face] != Orientation::unreached; }
 
-  /// Walks the connected component of a face not yet reached and flips those of its faces that have to be.
-  void conformComponent(std::uint32_t seed) {
+  /// Walks the connected component of a face not yet reached and flips those of its faces that have to be. Returns how
+  /// many.
+  std::size_t conformComponent(std::uint32_t seed) {
     const std::size_t begin = mReached.size();
     BoxFromBelow box;
     reach(seed, Orientation::likeSeed);
@@ -148,8 +149,13 @@ class ComponentWalk {
     const Vec3 reference = (component.size() > 1 ? box : mWholeBox).pointBelow();
     // A sum of zero or NaN counts as inward.
     const Orientation inward = volumeSum(component, reference) > 0.0 ? Orientation::againstSeed : Orientation::likeSeed;
-    for (const std::uint32_t face : component)
-      if (mOrientations[face] == inward) flipFace(mFaces, face);
+    std::size_t flipped = 0;
+    for (const std::uint32_t face : component) {
+      if (mOrientations[face] != inward) continue;
+      flipFace(mFaces, face);
+      ++flipped;
+    }
+    return flipped;
   }
 
  private:
@@ -194,7 +200,7 @@ class ComponentWalk {
 
 }  // namespace
 
-void conformNormals(Mesh& mesh, const double* transform) {
+std::uint64_t conformNormals(Mesh& mesh, const double* transform) {
   MeshStorage& m = mesh.storage();
   for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints}) list->dropNormalIndices();
   m.mNormals.clear();
@@ -212,9 +218,11 @@ void conformNormals(Mesh& mesh, const double* transform) {
   }
 
   ComponentWalk walk(m, asStored ? std::span<const Vec3>(m.mVertices) : std::span<const Vec3>(transformed));
+  std::uint64_t flipped = 0;
   for (std::uint32_t face = 0; face < m.mFaces.size(); ++face)
-    if (!walk.isReached(face)) walk.conformComponent(face);
+    if (!walk.isReached(face)) flipped += walk.conformComponent(face);
   clearConnectivityCache(mesh);
+  return flipped;
 }
 
 }  // namespace util

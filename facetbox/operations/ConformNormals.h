@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include <facetbox/util/Mesh.h>
 
 namespace util {
@@ -22,8 +24,9 @@ namespace util {
 ///
 /// @param transform  16 doubles, column-major: the frame in which "outward" and "below" (-y) are meant, the stored
 ///                   coordinates don't change
+/// @return number of faces flipped
 /// O(vertices + corners); about 17 bytes a corner beside the mesh, 24 more a vertex unless `transform` is the
 /// identity.
-void conformNormals(Mesh& mesh, const double* transform);
+std::uint64_t conformNormals(Mesh& mesh, const double* transform);
 
 }  // namespace util

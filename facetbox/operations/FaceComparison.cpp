@@ -58,9 +58,9 @@ FaceComparison::FaceComparison(const MeshStorage& mesh, bool compareAttributes)
   assert(mesh.mRunStarts.size() == mesh.mRunMaterials.size());
   std::uint32_t highest = 0;
   for (const std::uint32_t start : mesh.mRunStarts) mHighestStarts.push_back(highest = std::max(highest, start));
-  std::unordered_map<const Shader*, std::uint32_t> numbers;
+  std::unordered_map<const void*, std::uint32_t> numbers;
   for (const MaterialPair& material : mesh.mRunMaterials)
-    mMaterialNumbers.push_back(numbers.try_emplace(&*material.first, numbers.size()).first->second);
+    mMaterialNumbers.push_back(numbers.try_emplace(material.first.identity(), numbers.size()).first->second);
 }
 
 // The first start greater than the face is also the first at which the highest start so far is: bisection finds the

@@ -1,0 +1,125 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <variant>
+#include <vector>
+
+#include <facetbox/PolyMesh.h>
+#include <facetbox/util/Export.h>
+
+namespace facetbox {
+
+// The steps of a clean-up. Lengths are in the mesh's units, areas in their squares, angles in degrees; all values are
+// finite and not negative.
+
+/// Welds vertices that lie within `tolerance` of the first of their group. Faces and holes that collapse go.
+struct MergeVertices {
+  double tolerance;
+  friend bool operator==(const MergeVertices&, const MergeVertices&) = default;
+};
+/// Collapses edges shorter than `threshold` within each face; faces without a longer edge go.
+struct RemoveZeroEdges {
+  double threshold;
+  friend bool operator==(const RemoveZeroEdges&, const RemoveZeroEdges&) = default;
+};
+/// Removes faces of an area below `threshold`.
+struct RemoveZeroFaces {
+  double threshold;
+  friend bool operator==(const RemoveZeroFaces&, const RemoveZeroFaces&) = default;
+};
+/// Removes faces that repeat another one, in either direction; with `compareAttributes` only where label and texture
+/// coordinates agree as well.
+struct RemoveDoubleFaces {
+  bool compareAttributes = true;
+  friend bool operator==(const RemoveDoubleFaces&, const RemoveDoubleFaces&) = default;
+};
+/// Orients faces consistently, and every connected component outward.
+struct ConformNormals {
+  friend bool operator==(const ConformNormals&, const ConformNormals&) = default;
+};
+/// Merges neighboring faces whose normals differ by at most `degrees` from that of the largest; with
+/// `compareAttributes` only where label and texture mapping continue.
+struct MergeCoplanar {
+  double degrees;
+  bool compareAttributes = true;
+  friend bool operator==(const MergeCoplanar&, const MergeCoplanar&) = default;
+};
+/// Removes corners at which the boundary turns by at most `degrees`; with `keepTextureMapping` only where the texture
+/// coordinates run straight as well.
+struct RemoveColinear {
+  double degrees;
+  bool keepTextureMapping = true;
+  friend bool operator==(const RemoveColinear&, const RemoveColinear&) = default;
+};
+
+using Step = std::variant<MergeVertices, RemoveZeroEdges, RemoveZeroFaces, RemoveDoubleFaces, ConformNormals,
+                          MergeCoplanar, RemoveColinear>;
+
+/// All steps, in the order in which each leaves the next one the most to do: vertices, zero edges, zero faces, double
+/// faces, orientation, coplanar faces, colinear corners.
+///
+/// @param tolerance  how far vertices may lie apart to be one, in mesh units
+/// @param diagonal   of the mesh's bounding box. Faces below 1e-12 of its square have no area; flat and straight are
+///                   judged by the angle under which ten tolerances are seen over the diagonal, 0.01 to 1 degree.
+FACETBOX_EXPORT std::vector<Step> allSteps(double tolerance, double diagonal);
+
+/// What a mesh consists of. Hole faces count as faces as well.
+struct Counts {
+  std::size_t vertices = 0, faces = 0, corners = 0, holes = 0;
+  friend bool operator==(const Counts&, const Counts&) = default;
+};
+
+struct StepReport {
+  Step step;
+  Counts before = {}, after = {};
+  std::size_t facesTurned = 0;                 ///< by ConformNormals
+  std::vector<DroppedHole> droppedHoles = {};  ///< holes that the step removed, or that are none after it
+  double seconds = 0;
+};
+
+struct CleanOptions {
+  /// Told how far the clean-up is: the number of the step, and what is done of it, from 0 to 1. Called on the thread
+  /// of the call, at most some fifty times a second within a step.
+  std::function<void(std::size_t step, double fraction)> progress;
+  /// Asked on the thread of the call, at least every 0.1 s: true ends it with Cancelled.
+  std::function<bool()> isCancelled;
+};
+
+struct Cleaned {
+  PolyMesh mesh;                             ///< may be empty: nothing left is a result, not an error
+  std::vector<std::uint32_t> vertexMap;      ///< old vertex -> new vertex, kNone where nothing is left of it
+  std::vector<std::uint32_t> faceMap;        ///< old face -> new face, kNone where nothing is left of it
+  std::vector<std::uint32_t> vertexSources;  ///< new vertex -> the old vertex whose place it has
+  std::vector<std::uint32_t> sourceOffsets;  ///< new face f is made of the old faces sources[sourceOffsets[f]] up to,
+  std::vector<std::uint32_t> sources;        ///< not including, sources[sourceOffsets[f + 1]], ascending
+  std::vector<StepReport> steps;             ///< one per step
+  std::vector<Problem> leftOut;              ///< faces of fewer than three corners
+  std::vector<DroppedHole> droppedHoles;     ///< of the input, before the first step
+};
+
+/// Runs steps on a mesh, one after the other, and tells what became of what.
+///
+/// Vertices of the result are vertices of the input, bit for bit: steps choose vertices, they never make any. Results
+/// do not depend on the mesh's unit (scaled by a power of two, with lengths and areas scaled along, it gives the same
+/// faces), nor on its place but for coordinates that moving it has rounded. What steps leave unsaid is measured by the
+/// mesh itself: hole corners within 1e-6 of their outer face's diagonal of one of its corners touch; after edges have
+/// collapsed, faces below 1e-12 of the squared diagonal go; above a tolerance of 3e-4 of the diagonal welding is
+/// guarded against turning faces over.
+///
+/// First, and after each step that changes something, holes that do not lie strictly inside their outer face, apart
+/// from its corners and each other, are removed: each is reported with its reason. Where a step changes the faces,
+/// vertices that no face uses go; without steps they stay. Texture coordinate pairs all stay. Faces that merging makes
+/// of loops inside others become holes; they have no sources. A face removed as another's double is not part of that
+/// one: it maps to kNone.
+///
+/// @throws InvalidMesh            where validate() finds a fatal problem
+/// @throws std::invalid_argument  where a step's value is NaN, infinite or negative
+/// @throws Cancelled              when options.isCancelled says so
+/// Exceptions of the callbacks pass through; nothing is left behind. Any number of threads may clean at the same time.
+/// About O(n log n) in the corners; some 100 bytes a corner beside the result.
+FACETBOX_EXPORT Cleaned clean(const MeshView& mesh, std::span<const Step> steps, const CleanOptions& options = {});
+
+}  // namespace facetbox
