@@ -4,13 +4,13 @@
 #include <cstddef>
 #include <functional>
 #include <iterator>
-#include <limits>
 #include <span>
 #include <utility>
 
 #include <facetbox/operations/CanonicalCorners.h>
 #include <facetbox/operations/FaceBuckets.h>
 #include <facetbox/operations/FaceComparison.h>
+#include <facetbox/operations/RepeatedVisits.h>
 #include <facetbox/operations/TexCoordTree.h>
 
 // The definition goes through the vertices, ascending. At a vertex it takes the faces that use it, ascending, and
@@ -23,33 +23,6 @@
 
 namespace util {
 namespace {
-
-/// Finds the faces that visit a vertex twice.
-class RepeatedVisits {
- public:
-  explicit RepeatedVisits(std::size_t vertexCount) : mVertexCount(vertexCount) {}
-
-  /// To be asked once for each face.
-  bool anyIn(std::uint32_t face, std::span<const std::uint32_t> corners) {
-    const std::size_t n = corners.size();
-    if (n <= kFewCornersToCompare) {
-      for (std::size_t i = 1; i < n; ++i)
-        for (std::size_t j = 0; j < i; ++j)
-          if (corners[i] == corners[j]) return true;
-      return false;
-    }
-    if (mLastVisitors.empty()) mLastVisitors.resize(mVertexCount, std::numeric_limits<std::uint32_t>::max());
-    for (const std::uint32_t v : corners)
-      if (std::exchange(mLastVisitors[v], face) == face) return true;
-    return false;
-  }
-
- private:
-  static constexpr std::size_t kFewCornersToCompare = 8;  // up to here comparing each with each is cheaper
-
-  std::size_t mVertexCount;
-  Buffer<std::uint32_t> mLastVisitors;  // the last face at each vertex; allocated for the first face of many corners
-};
 
 class DoubleFaceSearch {
  public:

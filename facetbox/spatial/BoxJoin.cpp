@@ -1,6 +1,7 @@
 #include <facetbox/spatial/BoxJoin.h>
 
 #include <algorithm>
+#include <array>
 
 namespace util {
 namespace {
@@ -14,6 +15,33 @@ std::uint64_t spread(std::uint64_t bits) {
   return (bits | bits << 2) & 0x1249249249249249u;
 }
 
+struct Place {
+  std::uint64_t key;
+  std::uint32_t number;
+};
+
+/// Sorts by key, and keeps the order of equal ones. By the upper bits first, which mostly tell all apart that matters.
+void sortByKey(Buffer<Place>& places) {
+  constexpr int kDigits = 3, kBits = 11, kLowest = 63 - kDigits * kBits;
+  constexpr std::ptrdiff_t kFew = 8;  // as many boxes may stay in any order
+  Buffer<Place> other(places.size());
+  for (int shift = kLowest; shift < 63; shift += kBits) {
+    const auto digitOf = [shift](const Place& place) { return place.key >> shift & ((1u << kBits) - 1); };
+    std::array<std::uint32_t, (1 << kBits) + 1> ends{};
+    for (const Place& place : places) ++ends[digitOf(place) + 1];
+    for (std::size_t digit = 1; digit < ends.size(); ++digit) ends[digit] += ends[digit - 1];
+    for (const Place& place : places) other[ends[digitOf(place)]++] = place;
+    places.swap(other);
+  }
+  for (auto begin = places.begin(); begin != places.end();) {
+    const std::uint64_t upper = begin->key >> kLowest;
+    const auto end =
+        std::find_if(begin, places.end(), [=](const Place& place) { return place.key >> kLowest != upper; });
+    if (end - begin > kFew) std::stable_sort(begin, end, [](const Place& a, const Place& b) { return a.key < b.key; });
+    begin = end;
+  }
+}
+
 }  // namespace
 
 std::uint64_t BoxJoin::curveKey(const GridBox& box) {
@@ -23,6 +51,15 @@ std::uint64_t BoxJoin::curveKey(const GridBox& box) {
     key |= spread(static_cast<std::uint64_t>(middleTwice) >> 11) << axis;
   }
   return key;
+}
+
+Buffer<std::uint32_t> BoxJoin::orderOnCurve(std::span<const GridBox> boxes) {
+  Buffer<Place> places(boxes.size());
+  for (std::size_t i = 0; i < boxes.size(); ++i) places[i] = {curveKey(boxes[i]), static_cast<std::uint32_t>(i)};
+  sortByKey(places);
+  Buffer<std::uint32_t> order(boxes.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = places[i].number;
+  return order;
 }
 
 BoxJoin::BoxJoin(std::span<const GridBox> boxes) {
@@ -50,6 +87,19 @@ BoxJoin::BoxJoin(std::span<const GridBox> boxes) {
     for (std::size_t child = 0; child < below * kWidth; ++child)
       extend(level, child / kWidth, childBox(level - 1, child));
   }
+}
+
+GridBox BoxJoin::bounds() const {
+  const std::size_t top = mLevels.size() - 1;
+  GridBox box = childBox(top, 0);
+  for (std::size_t child = 1; child < kWidth; ++child) {
+    const GridBox other = childBox(top, child);
+    for (int axis = 0; axis < 3; ++axis) {
+      box.min[axis] = std::min(box.min[axis], other.min[axis]);
+      box.max[axis] = std::max(box.max[axis], other.max[axis]);
+    }
+  }
+  return box;
 }
 
 }  // namespace util

@@ -27,6 +27,10 @@ class BoxJoin {
   /// coordinates).
   static std::uint64_t curveKey(const GridBox& box);
 
+  /// The order of the boxes on that curve, in which a few neighbors may change places. O(boxes), and sorting where many
+  /// crowd.
+  static Buffer<std::uint32_t> orderOnCurve(std::span<const GridBox> boxes);
+
   /// O(boxes).
   explicit BoxJoin(std::span<const GridBox> boxes);
 
@@ -38,6 +42,13 @@ class BoxJoin {
     if (!mLevels.empty()) pairsWithin(visit, mLevels.size() - 1, 0);
   }
 
+  /// The same for every pair of one of these boxes and one of others.
+  template <class Visit>
+  void forEachPair(const BoxJoin& others, Visit visit) const {
+    if (mLevels.empty() || others.mLevels.empty()) return;
+    pairsBetween(visit, others, {mLevels.size() - 1, 0, bounds()}, {others.mLevels.size() - 1, 0, others.bounds()});
+  }
+
  private:
   static constexpr unsigned kWidth = 8;
 
@@ -46,13 +57,26 @@ class BoxJoin {
     std::int32_t min[3][kWidth], max[3][kWidth];
   };
 
+  /// A block, by its level and its number there.
+  struct Node {
+    std::size_t level, block;
+    GridBox bounds;
+  };
+
+  GridBox bounds() const;
   GridBox childBox(std::size_t level, std::size_t child) const;
+  unsigned childrenMeeting(const Node& node, const GridBox& box) const {
+    return meeting(mBlocks[mLevels[node.level] + node.block], box);
+  }
   static unsigned meeting(const Block& block, const GridBox& box);
 
   template <class Visit>
   bool pairsWithin(Visit& visit, std::size_t level, std::size_t block) const;
   template <class Visit>
   bool pairsAcross(Visit& visit, std::size_t level, std::size_t a, std::size_t b) const;
+
+  template <class Visit>
+  bool pairsBetween(Visit& visit, const BoxJoin& others, const Node& a, const Node& b) const;
 
   Buffer<Block> mBlocks;             // level by level, that of the boxes first
   std::vector<std::size_t> mLevels;  // where each begins
@@ -109,6 +133,29 @@ bool BoxJoin::pairsAcross(Visit& visit, std::size_t level, std::size_t a, std::s
       const std::size_t met = kWidth * b + static_cast<unsigned>(__builtin_ctz(rest));
       if (!(level == 0 ? visit(child, met) : pairsAcross(visit, level - 1, child, met))) return false;
     }
+  }
+  return true;
+}
+
+template <class Visit>
+bool BoxJoin::pairsBetween(Visit& visit, const BoxJoin& others, const Node& a, const Node& b) const {
+  // The higher one is taken apart, until both are at the level of the boxes.
+  if (a.level < b.level) {
+    for (unsigned lanes = others.childrenMeeting(b, a.bounds); lanes != 0; lanes &= lanes - 1) {
+      const std::size_t child = kWidth * b.block + static_cast<unsigned>(__builtin_ctz(lanes));
+      if (!pairsBetween(visit, others, a, {b.level - 1, child, others.childBox(b.level, child)})) return false;
+    }
+    return true;
+  }
+  for (unsigned lanes = childrenMeeting(a, b.bounds); lanes != 0; lanes &= lanes - 1) {
+    const std::size_t child = kWidth * a.block + static_cast<unsigned>(__builtin_ctz(lanes));
+    const GridBox box = childBox(a.level, child);
+    if (a.level != 0) {
+      if (!pairsBetween(visit, others, {a.level - 1, child, box}, b)) return false;
+      continue;
+    }
+    for (unsigned rest = others.childrenMeeting(b, box); rest != 0; rest &= rest - 1)
+      if (!visit(child, kWidth * b.block + static_cast<unsigned>(__builtin_ctz(rest)))) return false;
   }
   return true;
 }

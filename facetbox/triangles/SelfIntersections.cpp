@@ -91,36 +91,6 @@ bool isTooCoarse(const Buffer<GridBox>& boxes) {
   return small > kToleratedShare + boxes.size() / kToleratedShare;
 }
 
-struct Place {
-  std::uint64_t key;
-  std::uint32_t triangle;
-};
-
-/// Sorts by key, and keeps the order of equal ones.
-void sortByKey(Buffer<Place>& places) {
-  constexpr int kBits = 11;
-  Buffer<Place> other(places.size());
-  for (int shift = 0; shift < 64; shift += kBits) {
-    const auto digitOf = [shift](const Place& place) { return place.key >> shift & ((1u << kBits) - 1); };
-    std::array<std::uint32_t, (1 << kBits) + 1> ends{};
-    for (const Place& place : places) ++ends[digitOf(place) + 1];
-    if (std::ranges::count(ends, 0u) == 1 << kBits) continue;  // the same digit everywhere
-    for (std::size_t digit = 1; digit < ends.size(); ++digit) ends[digit] += ends[digit - 1];
-    for (const Place& place : places) other[ends[digitOf(place)]++] = place;
-    places.swap(other);
-  }
-}
-
-Buffer<std::uint32_t> orderOnCurve(const Buffer<GridBox>& boxes) {
-  Buffer<Place> places(boxes.size());
-  for (std::size_t i = 0; i < boxes.size(); ++i)
-    places[i] = {BoxJoin::curveKey(boxes[i]), static_cast<std::uint32_t>(i)};
-  sortByKey(places);
-  Buffer<std::uint32_t> order(boxes.size());
-  for (std::size_t i = 0; i < order.size(); ++i) order[i] = places[i].triangle;
-  return order;
-}
-
 class Search {
  public:
   Search(const FaceTriangles& in, std::size_t limit) : mIn(in), mLimit(limit) {}
@@ -128,7 +98,7 @@ class Search {
   SelfIntersections run() {
     Buffer<GridBox> boxes = boxesOn(evenGrid(mIn), mIn);
     if (isTooCoarse(boxes)) boxes = boxesOn(gridOfRanks(mIn), mIn);
-    const Buffer<std::uint32_t> order = orderOnCurve(boxes);
+    const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
     Buffer<GridBox> sorted(boxes.size());
     mTriangles.resize(boxes.size());
     for (std::size_t i = 0; i < order.size(); ++i) {

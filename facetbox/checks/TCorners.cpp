@@ -1,0 +1,189 @@
+#include <facetbox/checks/TCorners.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include <facetbox/base/Buffer.h>
+#include <facetbox/spatial/BoxJoin.h>
+
+namespace util {
+namespace {
+
+using Pair = facetbox::Defects::Pair;
+using TCorner = facetbox::Defects::TCorner;
+
+constexpr double kTolerancePart = 1e-6;  // of the diagonal
+constexpr auto kLast = static_cast<std::int32_t>(BoxJoin::kGridSize - 1);
+
+/// Whether p lies along the edge ab, at most `tolerance` away, and farther along it from both ends.
+bool isInside(const Vec3& p, const Vec3& a, const Vec3& b, double tolerance) {
+  const Vec3 edge = b - a, toP = p - a;
+  const double edgeLength = length(edge);
+  const double along = dot(toP, edge) / edgeLength;
+  if (!(along > tolerance && edgeLength - along > tolerance)) return false;
+  return lengthSq(toP - (along / edgeLength) * edge) <= tolerance * tolerance;
+}
+
+/// Places on the grid of BoxJoin: local coordinates 0 to 1 fill half of it. The order is kept.
+std::int32_t placeOf(double local) { return static_cast<std::int32_t>(std::clamp(0x1p30 * local, 0.0, double{kLast})); }
+
+/// The box of two points, widened by the tolerance and by more than what rounding takes from it.
+GridBox boxOf(const Vec3& a, const Vec3& b, double tolerance) {
+  const double margin = tolerance + 0x1p-29;
+  GridBox box;
+  int axis = 0;
+  for (double Vec3::*x : {&Vec3::x, &Vec3::y, &Vec3::z}) {
+    box.min[axis] = placeOf(std::min(a.*x, b.*x) - margin);
+    box.max[axis++] = placeOf(std::max(a.*x, b.*x) + margin);
+  }
+  return box;
+}
+
+/// The lowest used vertex at the place of each used vertex: one vertex stands for all of its place.
+Buffer<std::uint32_t> lowestAtPlaces(const CheckedMesh& mesh, const std::vector<Pair>& sameVertices) {
+  Buffer<std::uint32_t> lowest(mesh.vertexCount());
+  std::iota(lowest.begin(), lowest.end(), 0u);
+  for (auto begin = sameVertices.begin(); begin != sameVertices.end();) {
+    const std::uint32_t first = (*begin)[0];
+    const auto end = std::find_if(begin, sameVertices.end(), [first](const Pair& pair) { return pair[0] != first; });
+    const auto used = std::find_if(begin, end, [&](const Pair& pair) { return mesh.isUsed(pair[1]); });
+    const std::uint32_t chosen = mesh.isUsed(first) || used == end ? first : (*used)[1];
+    for (lowest[first] = chosen; begin != end; ++begin) lowest[(*begin)[1]] = chosen;
+  }
+  return lowest;
+}
+
+/// The open edges that are long enough to have an inside, and a box around them all.
+struct LongEdges {
+  Buffer<std::uint32_t> edges;
+  GridBox around{{kLast, kLast, kLast}, {0, 0, 0}};
+
+  LongEdges(const CheckedMesh& mesh, const std::vector<Pair>& openEdges, double tolerance) {
+    for (std::uint32_t i = 0; i < openEdges.size(); ++i) {
+      const Vec3 &a = mesh.local(openEdges[i][0]), &b = mesh.local(openEdges[i][1]);
+      if (!(length(b - a) > 2 * tolerance)) continue;
+      edges.push_back(i);
+      const GridBox box = boxOf(a, b, tolerance);
+      for (int axis = 0; axis < 3; ++axis) {
+        around.min[axis] = std::min(around.min[axis], box.min[axis]);
+        around.max[axis] = std::max(around.max[axis], box.max[axis]);
+      }
+    }
+  }
+};
+
+/// Vertices in use, one of each place, and long edges, both in an order in which neighbors lie close together.
+class Search {
+ public:
+  Search(const CheckedMesh& mesh, const facetbox::Defects& defects, double tolerance)
+      : mMesh(mesh),
+        mDefects(defects),
+        mTolerance(tolerance),
+        mLowest(lowestAtPlaces(mesh, defects.sameVertices)),
+        mLong(mesh, defects.openEdges, tolerance) {}
+
+  /// @return whether these are all
+  bool run(std::size_t limit, std::vector<TCorner>& found) {
+    if (mLong.edges.empty()) return true;
+    const BoxJoin vertices = sortVertices();
+    const BoxJoin edges = sortEdges();
+    bool isComplete = true;
+    edges.forEachPair(vertices, [&](std::size_t edge, std::size_t vertex) {
+      const Pair& ends = mDefects.openEdges[mLong.edges[edge]];
+      const std::uint32_t v = mVertices[vertex];
+      if (!isInside(mMesh.local(v), mMesh.local(ends[0]), mMesh.local(ends[1]), mTolerance)) return true;
+      isComplete = found.size() < limit;
+      if (isComplete) found.push_back({ends, v});
+      return isComplete;
+    });
+    return addOthersAtPlaces(limit, found) && isComplete;
+  }
+
+ private:
+  BoxJoin sortVertices() {
+    Buffer<std::uint32_t> vertices;
+    Buffer<GridBox> boxes;
+    const GridBox& around = mLong.around;
+    for (std::uint32_t vertex = 0; vertex < mMesh.vertexCount(); ++vertex) {
+      if (!mMesh.isUsed(vertex) || mLowest[vertex] != vertex) continue;
+      const Vec3& p = mMesh.local(vertex);
+      const std::int32_t x = placeOf(p.x), y = placeOf(p.y), z = placeOf(p.z);
+      if (x < around.min[0] || x > around.max[0] || y < around.min[1] || y > around.max[1] || z < around.min[2] ||
+          z > around.max[2])
+        continue;
+      vertices.push_back(vertex);
+      boxes.push_back({{x, y, z}, {x, y, z}});
+    }
+    const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
+    Buffer<GridBox> sorted(boxes.size());
+    mVertices.resize(vertices.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      mVertices[i] = vertices[order[i]];
+      sorted[i] = boxes[order[i]];
+    }
+    return BoxJoin(sorted);
+  }
+
+  /// Edges follow their lower vertices: a counting sort by these. Both ends of an edge are among the vertices, since
+  /// they lie in its box.
+  BoxJoin sortEdges() {
+    Buffer<std::uint32_t> ranks(mMesh.vertexCount()), ends(mVertices.size() + 1, 0);
+    for (std::uint32_t i = 0; i < mVertices.size(); ++i) ranks[mVertices[i]] = i;
+    const auto rankOf = [&](std::uint32_t edge) { return ranks[mLowest[mDefects.openEdges[edge][0]]]; };
+    for (const std::uint32_t edge : mLong.edges) ++ends[rankOf(edge) + 1];
+    for (std::size_t i = 1; i < ends.size(); ++i) ends[i] += ends[i - 1];
+    Buffer<std::uint32_t> sorted(mLong.edges.size());
+    for (const std::uint32_t edge : mLong.edges) sorted[ends[rankOf(edge)]++] = edge;
+    mLong.edges = std::move(sorted);
+
+    Buffer<GridBox> boxes(mLong.edges.size());
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+      const Pair& edge = mDefects.openEdges[mLong.edges[i]];
+      boxes[i] = boxOf(mMesh.local(edge[0]), mMesh.local(edge[1]), mTolerance);
+    }
+    return BoxJoin(boxes);
+  }
+
+  /// Lets the other vertices of each place that was found follow.
+  bool addOthersAtPlaces(std::size_t limit, std::vector<TCorner>& found) const {
+    if (mDefects.sameVertices.empty() || found.empty()) return true;
+    std::vector<std::uint32_t> groups(mMesh.vertexCount(), facetbox::kNone);  // where the others begin
+    for (std::uint32_t i = 0; i < mDefects.sameVertices.size(); ++i) {
+      std::uint32_t& group = groups[mLowest[mDefects.sameVertices[i][0]]];
+      group = std::min(group, i);
+    }
+    for (std::size_t i = 0, count = found.size(); i < count; ++i) {
+      const TCorner first = found[i];
+      const auto& same = mDefects.sameVertices;
+      for (std::size_t k = groups[first.vertex]; k < same.size() && mLowest[same[k][0]] == first.vertex; ++k) {
+        if (same[k][1] == first.vertex || !mMesh.isUsed(same[k][1])) continue;
+        if (found.size() >= limit) return false;
+        found.push_back({first.edge, same[k][1]});
+      }
+    }
+    return true;
+  }
+
+  const CheckedMesh& mMesh;
+  const facetbox::Defects& mDefects;
+  const double mTolerance;
+  const Buffer<std::uint32_t> mLowest;
+  LongEdges mLong;
+  Buffer<std::uint32_t> mVertices;
+};
+
+}  // namespace
+
+void checkTCorners(const CheckedMesh& mesh, const facetbox::CheckOptions& options, facetbox::Defects& defects) {
+  if (defects.openEdges.empty()) return;
+  const double tolerance = options.tCornerDistance ? mesh.toLocal(std::max(0.0, *options.tCornerDistance))
+                                                   : kTolerancePart * mesh.localDiagonal();
+  defects.areTCornersComplete = Search(mesh, defects, tolerance).run(options.mostListed, defects.tCorners);
+  std::ranges::sort(defects.tCorners, {}, [](const TCorner& t) { return std::tie(t.edge, t.vertex); });
+}
+
+}  // namespace util
