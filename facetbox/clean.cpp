@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include <facetbox/base/Buffer.h>
 #include <facetbox/math/Matrix4.h>
 #include <facetbox/mesh/HoleAssignment.h>
 #include <facetbox/mesh/Maintenance.h>
@@ -40,12 +41,13 @@ class CleanUp {
     mResult.droppedHoles = takeDroppedHoles();
   }
 
-  void run(const Step& step) {
+  /// @param isLast  whether no step follows
+  void run(const Step& step, bool isLast) {
     StepReport report{.step = step, .before = counts()};
     const auto begin = std::chrono::steady_clock::now();
+    mIsLast = isLast;
     report.facesTurned = std::visit([this](const auto& s) { return runStep(s); }, step);
     util::assertValid(*mMesh, "the step");
-    settleHoles();
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     report.after = counts();
     report.droppedHoles = takeDroppedHoles();
@@ -55,23 +57,25 @@ class CleanUp {
   Cleaned finish() && {
     mResult.mesh = util::toPolyMesh(*mMesh, mInput, mHistory);
     mMesh.reset();
-    const auto vertexMap = mHistory.vertices.map(), faceMap = mHistory.faces.map();
-    const auto vertexSources = mHistory.vertices.sources();
-    mResult.vertexMap.assign(vertexMap.begin(), vertexMap.end());
-    mResult.faceMap.assign(faceMap.begin(), faceMap.end());
-    mResult.vertexSources.assign(vertexSources.begin(), vertexSources.end());
+    mResult.vertexMap = std::move(mHistory.vertices).takeMap();
+    mResult.vertexSources = std::move(mHistory.vertices).takeSources();
+    mResult.faceMap = std::move(mHistory.faces).takeMap();
     listSources();
     return std::move(mResult);
   }
 
  private:
-  // The steps; each returns how many faces it turned. Lengths go into the frame with the mesh.
+  // The steps; each returns how many faces it turned. Lengths go into the frame with the mesh. Holes are checked anew
+  // where outlines have changed; merging coplanar faces does so itself.
   std::size_t runStep(const MergeVertices& step) {
-    util::mergeVertices(*mMesh, toFrame(step.tolerance));
+    // Nobody asks for normals after the last step, unless holes are to be checked.
+    const bool needsNormals = !mIsLast || !mMesh->storage().mHoles.empty();
+    const auto normals = needsNormals ? util::NormalUpdate::recompute : util::NormalUpdate::skip;
+    if (util::mergeVertices(*mMesh, toFrame(step.tolerance), normals) != 0) settleHoles();
     return 0;
   }
   std::size_t runStep(const RemoveZeroEdges& step) {
-    util::removeEdgesZero(*mMesh, toFrame(step.threshold));
+    if (util::removeEdgesZero(*mMesh, toFrame(step.threshold)) != 0) settleHoles();
     util::removeUnusedVertices(*mMesh);
     return 0;
   }
@@ -89,7 +93,7 @@ class CleanUp {
     return 0;
   }
   std::size_t runStep(const RemoveColinear& step) {
-    util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping);
+    if (util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping) != 0) settleHoles();
     return 0;
   }
 
@@ -99,7 +103,7 @@ class CleanUp {
     return std::min(length * mFrame.scale, kEndless);
   }
 
-  /// What a step has done to the outlines may have made holes touch them.
+  /// Drops holes that are none, any more.
   void settleHoles() { util::assignHoles(*mMesh); }
 
   std::vector<DroppedHole> takeDroppedHoles() { return std::exchange(mHistory.droppedHoles, {}); }
@@ -123,11 +127,13 @@ class CleanUp {
   /// The old faces of each new one, by counting.
   void listSources() {
     std::vector<std::uint32_t>& ends = mResult.sourceOffsets;
+    util::reserveLarge(ends, mResult.mesh.counts.size() + 1);
     ends.assign(mResult.mesh.counts.size() + 1, 0);
     for (const std::uint32_t face : mResult.faceMap)
       if (face != kNone) ++ends[face];
     std::uint32_t begin = 0;
     for (std::uint32_t& end : ends) begin = std::exchange(end, begin) + begin;
+    util::reserveLarge(mResult.sources, begin);
     mResult.sources.resize(begin);
     // Each start moves up to its end, which is the start of the next face.
     for (std::uint32_t old = 0; old < mResult.faceMap.size(); ++old)
@@ -140,6 +146,7 @@ class CleanUp {
   const util::MeshFrame mFrame;
   util::MeshHistory mHistory;
   std::unique_ptr<util::Mesh> mMesh;
+  bool mIsLast = false;
   Cleaned mResult;
 };
 
@@ -187,7 +194,7 @@ Cleaned clean(const MeshView& mesh, std::span<const Step> steps, const CleanOpti
   requireUsable(steps);
   requireValid(mesh);
   CleanUp cleanUp(mesh);
-  for (const Step& step : steps) cleanUp.run(step);
+  for (const Step& step : steps) cleanUp.run(step, &step == &steps.back());
   return std::move(cleanUp).finish();
 }
 

@@ -51,4 +51,11 @@ class BufferAllocator {
 template <class T>
 using Buffer = std::vector<T, BufferAllocator<T>>;
 
+/// Reserves room in an empty vector that goes out to a caller, in large pages where there are some.
+template <class T>
+void reserveLarge(std::vector<T>& values, std::size_t size) {
+  values.reserve(size);
+  adviseLargePages(values.data(), size * sizeof(T));
+}
+
 }  // namespace util

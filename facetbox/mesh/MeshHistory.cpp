@@ -7,7 +7,11 @@
 
 namespace util {
 
-NumberHistory::NumberHistory(std::size_t count, Joined joined) : mJoined(joined), mMap(count), mSources(count) {
+NumberHistory::NumberHistory(std::size_t count, Joined joined) : mJoined(joined) {
+  for (std::vector<std::uint32_t>* numbers : {&mMap, &mSources}) {
+    reserveLarge(*numbers, count);
+    numbers->resize(count);
+  }
   std::iota(mMap.begin(), mMap.end(), std::uint32_t{0});
   std::iota(mSources.begin(), mSources.end(), std::uint32_t{0});
 }

@@ -45,6 +45,9 @@ class NumberHistory {
   std::span<const std::uint32_t> map() const { return mMap; }
   /// Per present item the first item that has kept its place, or kNone.
   std::span<const std::uint32_t> sources() const { return mSources; }
+  /// The arrays themselves, when the history is over.
+  std::vector<std::uint32_t> takeMap() && { return std::move(mMap); }
+  std::vector<std::uint32_t> takeSources() && { return std::move(mSources); }
 
   /// The lowest first item that map() leads to a present item as of the last renumbering, or kNone. The first call
   /// after a renumbering is O(present items + first items).
@@ -54,7 +57,7 @@ class NumberHistory {
   void apply(Buffer<std::uint32_t>& numbers);
 
   const Joined mJoined;
-  Buffer<std::uint32_t> mMap, mSources;
+  std::vector<std::uint32_t> mMap, mSources;
   Buffer<std::uint32_t> mFirstItems;    ///< per present item, what firstItemOf() returns; empty until it is asked
   std::vector<std::uint32_t> mTargets;  ///< per present item, kNone where it was not joined; empty without any
 };

@@ -61,12 +61,15 @@ void dropMissingTexCoords(PrimitiveList& faces) {
 }
 
 void writeFaces(const PrimitiveList& faces, bool withTexCoords, PolyMesh& mesh) {
+  reserveLarge(mesh.counts, faces.size());
   mesh.counts.resize(faces.size());
   std::size_t corners = 0;
   for (std::size_t face = 0; face < faces.size(); ++face) corners += mesh.counts[face] = faces.cornerCount(face);
+  reserveLarge(mesh.indices, corners);
   mesh.indices.resize(corners);
   faces.copyCorners(mesh.indices.data());
   if (!withTexCoords) return;
+  reserveLarge(mesh.texIndices, corners);
   mesh.texIndices.resize(corners, facetbox::kNone);
   auto out = mesh.texIndices.begin();
   for (std::size_t face = 0; face < faces.size(); ++face) {
@@ -76,6 +79,7 @@ void writeFaces(const PrimitiveList& faces, bool withTexCoords, PolyMesh& mesh) 
 }
 
 void writeLabels(const MeshStorage& m, PolyMesh& mesh) {
+  reserveLarge(mesh.labels, m.mFaces.size());
   mesh.labels.resize(m.mFaces.size());
   // A run of which nothing is left may start beyond the last face.
   const auto startOf = [&](std::size_t run) {
@@ -129,9 +133,11 @@ PolyMesh toPolyMesh(const Mesh& mesh, const MeshView& input, const MeshHistory& 
   const MeshStorage& m = mesh.storage();
   PolyMesh result;
   const std::span<const std::uint32_t> sources = history.vertices.sources();
+  reserveLarge(result.points, 3 * sources.size());
   result.points.resize(3 * sources.size());
   for (std::size_t v = 0; v < sources.size(); ++v)
     std::copy_n(&input.points[3 * std::size_t{sources[v]}], 3, &result.points[3 * v]);
+  reserveLarge(result.texCoords, input.texCoords.size());
   result.texCoords.assign(input.texCoords.begin(), input.texCoords.end());
   writeFaces(m.mFaces, !input.texIndices.empty(), result);
   if (!input.labels.empty()) writeLabels(m, result);
