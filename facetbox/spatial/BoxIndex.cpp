@@ -10,8 +10,9 @@ namespace util {
 
 namespace {
 
-// A box is only inside a plane with the margin and the clearance that Frustum asks for.
-static_assert(kBoxMargin > kBoxRounding + Frustum::kMargin + Frustum::kClearance);
+// Into a box that is smaller by a margin on all sides, a point moves by up to sqrt(3) margins.
+static_assert(kBoxMargin >
+              kBoxRounding + kBoxOutward + Frustum::kMargin + Frustum::kDeviation + 1.7321 * Frustum::kLargestMargin);
 
 struct OfBoxes {
   const ChunkedVector<Box>& boxes;
@@ -164,10 +165,13 @@ void BoxIndex::split(std::size_t bucket, std::span<BoxKey> keys, const ChunkedVe
   buildTop();
 }
 
-void BoxIndex::find(const Frustum& volume, Found& found, [[maybe_unused]] Instructions instructions) const {
+void BoxIndex::find(const Frustum& volume, bool findsCrossed, Found& found,
+                    [[maybe_unused]] Instructions instructions) const {
   found.boxes = {};
   if (mBuckets.empty()) return;
   BoxTraversal traversal = traversalOf(volume);
+  assert(!findsCrossed || volume.isConvex());
+  traversal.findsCrossed = findsCrossed;
   const std::size_t room = std::max(mBuckets.size(), kBucketSize) / kBoxBlockWidth + 1 + kBoxBlockWidth;
   if (found.mRoom.size() < 2 * room) found.mRoom.resize(2 * room);
   if (found.mBuckets.size() < mBuckets.size()) found.mBuckets.resize(mBuckets.size());
@@ -188,7 +192,9 @@ template <class Traverse>
 std::size_t BoxIndex::find(const BoxTraversal& traversal, Found& found, Traverse traverse) const {
   std::uint32_t* const first = found.mBoxes.data();
   if (mBuckets.size() == 1) return mBuckets[0].tree.find(traversal, BoxTraversal::kAllPlanes, first, traverse);
-  const std::size_t buckets = mTop.find(traversal, BoxTraversal::kAllPlanes, found.mBuckets.data(), traverse);
+  BoxTraversal ofBuckets = traversal;
+  ofBuckets.findsCrossed = false;
+  const std::size_t buckets = mTop.find(ofBuckets, BoxTraversal::kAllPlanes, found.mBuckets.data(), traverse);
   std::size_t count = 0;
   for (std::size_t i = 0; i < buckets; ++i) {
     const std::uint32_t bucket = found.mBuckets[i];

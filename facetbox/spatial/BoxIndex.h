@@ -45,12 +45,17 @@ class BoxIndex {
     /// does not, and the others have to be tested themselves.
     std::span<const std::uint32_t> boxes;
     static constexpr std::uint32_t kPlaneRange = BoxTraversal::kPlaneRange;
+    /// In place of the open planes: the volume's surface passes through the box, see Frustum::isConvex().
+    static constexpr std::uint32_t kCrossed = BoxTraversal::kCrossed;
 
    private:
     friend BoxIndex;
     Buffer<std::uint32_t> mBoxes, mBuckets, mRoom;
   };
-  void find(const Frustum& volume, Found& found, Instructions instructions = Instructions::best) const;
+  /// What is crossed, and what has no open planes, is so for boxes around with margins up to Frustum::kLargestMargin.
+  /// @param findsCrossed  whether to look for boxes that are kCrossed; the volume must be convex
+  void find(const Frustum& volume, bool findsCrossed, Found& found,
+            Instructions instructions = Instructions::best) const;
 
  private:
   static constexpr std::size_t kBucketSize = 320;  // at most

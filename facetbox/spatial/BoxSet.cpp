@@ -43,14 +43,14 @@ void BoxSet::updateIndex() {
 std::span<const std::uint32_t> BoxSet::find(const Frustum& volume, Scratch& scratch) {
   if (mBoxes.size() > kFewBoxes) {
     if (mIndexed != mBoxes.size() || mIsMoved || !mIndex) updateIndex();
-    mIndex->find(volume, scratch.found);
+    mIndex->find(volume, scratch.findsCrossed, scratch.found);
     return scratch.found.boxes;
   }
   scratch.few.clear();
   for (std::uint32_t i = 0; i < mBoxes.size(); ++i) {
     const Frustum::Side side = volume.sideOf(mBoxes[i]);
     if (side != Frustum::Side::outside)
-      scratch.few.push_back(kPlaneRange * i + (side == Frustum::Side::inside ? 0 : kPlaneRange - 1));
+      scratch.few.push_back(kPlaneRange * i + (side == Frustum::Side::inside ? 0 : BoxTraversal::kAllPlanes));
   }
   return scratch.few;
 }
@@ -136,6 +136,8 @@ void BoxSet::startPath(const Frustum& volume, Scratch& scratch) const {
   scratch.levels[0] = Scratch::Level{Scratch::Level::Answer::unknown, 0, cube};
   scratch.deepest = 0;
   scratch.rootMargin = volume.marginFor(cube.center, halfOf(cube));
+  scratch.findsCrossed = scratch.rootMargin <= Frustum::kLargestMargin * volume.magnitude() &&
+                         root.holds(mOrder.all()) && volume.isConvex();
 }
 
 /// Moves the path to a cell, or to the first cell on the way there that is known not to meet the volume.
@@ -152,47 +154,45 @@ inline void BoxSet::moveTo(std::uint32_t cell, Scratch& scratch) {
   }
 }
 
-/// Whether the cubes of a cell and of all cells above it meet the volume.
-bool BoxSet::cellMeets(std::uint32_t cell, const Frustum& volume, Scratch& scratch) {
+/// Whether the cubes of a candidate's cell and of all cells above it meet the volume.
+bool BoxSet::cellMeets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) {
   using Level = Scratch::Level;
   using Answer = Level::Answer;
-  moveTo(cell, scratch);
+  moveTo(candidate.cell, scratch);
+  // Of a box that is inside, cubes hold a point below all planes.
+  const auto isCrossed = [&](const OctreeRoot::Cube& cube) {
+    const Vec3 half = halfOf(cube);
+    return scratch.findsCrossed &&
+           (candidate.isInside() ? volume.reachesOut(cube.center, half, scratch.rootMargin)
+                                 : volume.surfacePassesThrough(cube.center, half, scratch.rootMargin));
+  };
   const std::span path(scratch.levels.data(), scratch.deepest + 1);
-  Level& last = path.back();
-  if (last.answer != Answer::unknown) return last.answer == Answer::yes;
-  // A point of the surface that is clearly in this cube is in those above as well.
-  const bool isAboveKnown = path.size() > 1 && path[path.size() - 2].answer == Answer::yes;
-  if (!isAboveKnown && volume.findsSurfaceIn(last.cube.center, halfOf(last.cube), scratch.rootMargin)) {
-    for (Level& level : path) level.answer = Answer::yes;
-    return true;
-  }
-  for (Level& level : path) {
+  for (std::size_t at = path.size(); at-- > 0 && path[at].answer != Answer::yes;) {
+    Level& level = path[at];
+    if (level.answer == Answer::unknown && isCrossed(level.cube)) {
+      for (Level& above : path.first(at + 1)) above.answer = Answer::yes;
+      return true;
+    }
     if (level.answer == Answer::unknown)
       level.answer = volume.meets(level.cube.center, halfOf(level.cube)) ? Answer::yes : Answer::no;
     if (level.answer == Answer::no) {
-      scratch.deepest = static_cast<std::size_t>(&level - path.data());
+      scratch.deepest = at;
       return false;
     }
   }
   return true;
 }
 
-/// Whether a single plane is open, and a point of its face is clearly in the box. The cubes of the box's cell and of
-/// all cells above hold the box, if the root does, and so that point.
-bool BoxSet::crossesOneFace(const Candidate& candidate, const Frustum& volume, const Scratch& scratch) const {
-  if ((candidate.open & (candidate.open - 1)) != 0) return false;
-  const Box& box = mBoxes[candidate.number];
-  const Vec3 half = (box.max - box.min) / 2;
-  const auto face = static_cast<std::size_t>(std::countr_zero(candidate.open));
-  return volume.findsFaceIn(face, box.min + half, half, scratch.rootMargin) && mOrder.root().holds(box);
-}
-
 bool BoxSet::meets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) const {
+  if (candidate.isCrossed()) return true;
   if (!candidate.isInside()) {
-    if (crossesOneFace(candidate, volume, scratch)) return true;
-    if (!volume.meets(mBoxes[candidate.number])) return false;
+    const Box& box = mBoxes[candidate.number];
+    const Vec3 half = (box.max - box.min) / 2;
+    // The root holds all boxes, so that cubes hold the boxes of their cells.
+    if (scratch.findsCrossed && volume.surfacePassesThrough(box.min + half, half, scratch.rootMargin)) return true;
+    if (!volume.meets(box)) return false;
   }
-  return cellMeets(candidate.cell, volume, scratch);
+  return cellMeets(candidate, volume, scratch);
 }
 
 }  // namespace util

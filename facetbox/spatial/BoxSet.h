@@ -52,7 +52,9 @@ class BoxSet {
   struct Candidate {
     std::uint32_t number;
     std::uint16_t cell;  ///< of the octree
-    std::uint16_t open;  ///< bits of the volume's planes that the box is not certain to lie inside of
+    std::uint16_t open;  ///< as BoxIndex::Found has it
+    /// Meets the volume, and so do all cubes around it.
+    bool isCrossed() const { return open == BoxIndex::Found::kCrossed; }
     bool isInside() const { return open == 0; }
   };
 
@@ -79,8 +81,9 @@ class BoxSet {
       OctreeRoot::Cube cube;
     };
     std::array<Level, OctreeRoot::kLevels> levels;
-    std::size_t deepest = 0;  // level of the last cell
-    double rootMargin = 0;    // Frustum::marginFor() the root's cube
+    std::size_t deepest = 0;    // level of the last cell
+    double rootMargin = 0;      // Frustum::marginFor() the root's cube
+    bool findsCrossed = false;  // whether what passes through a box may be concluded to pass through all cubes around
   };
 
   /// The boxes that may meet the volume, in order. The caller, who may have a cheaper test to drop some, passes the
@@ -91,7 +94,7 @@ class BoxSet {
   bool meets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) const;
   /// Fetches what meets() will look at.
   void prefetch(const Candidate& candidate) const {
-    if (candidate.isInside()) return;
+    if (candidate.isInside() || candidate.isCrossed()) return;
     const Box& box = mBoxes[candidate.number];
     __builtin_prefetch(&box.min);
     __builtin_prefetch(&box.max.z);
@@ -116,8 +119,7 @@ class BoxSet {
   template <class KeyOf, class CellOf>
   static void sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> found, Scratch& scratch);
   void markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const;
-  bool crossesOneFace(const Candidate& candidate, const Frustum& volume, const Scratch& scratch) const;
-  static bool cellMeets(std::uint32_t cell, const Frustum& volume, Scratch& scratch);
+  static bool cellMeets(const Candidate& candidate, const Frustum& volume, Scratch& scratch);
   static void moveTo(std::uint32_t cell, Scratch& scratch);
 
   ChunkedVector<Box> mBoxes;

@@ -40,12 +40,15 @@ struct BoxTraversal {
   };
 
   static constexpr std::uint32_t kAllPlanes = 63;
-  static constexpr std::uint32_t kPlaneRange = kAllPlanes + 1;
+  /// In place of the bits of open planes: the surface certainly passes through the box.
+  static constexpr std::uint32_t kCrossed = kAllPlanes + 1;
+  static constexpr std::uint32_t kPlaneRange = 2 * kCrossed;
   /// Numbers from here on do not fit 32 bits with the bits of the planes.
   static constexpr std::uint32_t kMaxBoxes = 0xFFFFFFFFu / kPlaneRange;
 
   Plane planes[6];
   double magnitude;        // of the volume, as Frustum has it
+  bool findsCrossed;       // whether to look for boxes that the surface certainly passes through
   std::uint32_t* room[2];  // each for as many as the lowest level has blocks, and one block more
 };
 
@@ -53,7 +56,7 @@ struct BoxTraversal {
 /// it.
 /// @param open   bits of the planes that are open for the block
 /// @param found  receives the numbers of the boxes that are not outside a plane, times kPlaneRange, plus the bits of
-///               their open planes; has room for all boxes
+///               their open planes or kCrossed; has room for all boxes
 /// @return the number of boxes found
 /// The first needs a processor with AVX2.
 std::size_t traverseBoxesAvx2(const BoxTraversal& traversal, const BoxBlocks& tree, std::size_t level,
@@ -65,10 +68,11 @@ std::size_t traverseBoxesBase(const BoxTraversal& traversal, const BoxBlocks& tr
 // off by 2^-25, and a product and a sum by half an ulp each, so that the sum of three is off by 3 (2^-25 + 3 2^-24) M.
 // The height of a plane is off by 2^-24 sqrt(3) M, and again where its margin is added.
 inline constexpr double kBoxRounding = 3 * (0x1p-25 + 3 * 0x1p-24) + 2 * 0x1p-24 * 1.7321;
-// Besides, a box is only inside a plane if Frustum says so with its own margin, and by the clearance that it asks for.
-// BoxIndex.cpp checks the sum.
+// Bounds are rounded outward by up to 2^-23 sqrt(3) M.
+inline constexpr double kBoxOutward = 0x1p-23 * 1.7321;
+// Besides, a point is only below or above a plane if Frustum says so with its own margins. BoxIndex.cpp checks the sum.
 inline constexpr double kBoxMargin = 1e-5;
-static_assert(kBoxMargin > kBoxRounding);
+static_assert(kBoxMargin > kBoxRounding + kBoxOutward);
 // Between these magnitudes, no margin is denormal and no sum overflows, in floats.
 inline constexpr double kSmallestBoxMagnitude = 1e-25, kLargestBoxMagnitude = 1e25;
 
@@ -95,13 +99,15 @@ struct BoxLanes {
 /// The sides of the planes on which the boxes of a block lie.
 struct BlockSides {
   unsigned met = 0;                     // bits of the boxes that are not outside a plane
+  unsigned crossed = 0;                 // bits of the boxes that the surface certainly passes through
   std::int32_t open[kBoxBlockWidth]{};  // per box: bits of its open planes
 };
 
 /// @tparam Lanes  BoxLanes, and  static unsigned bits(Ints), one per lane of a comparison's result
-/// @param open  bits of the planes that are open for the block
+/// @param open          bits of the planes that are open for the block
+/// @param findsCrossed  whether to look for boxes that the surface passes through
 template <class Lanes>
-BlockSides sidesOf(const BoxTraversal& traversal, const BoxBlock& block, unsigned open) {
+BlockSides sidesOf(const BoxTraversal& traversal, const BoxBlock& block, unsigned open, bool findsCrossed) {
   using Floats = typename Lanes::Floats;
   using Ints = typename Lanes::Ints;
   constexpr unsigned kAll = (1u << Lanes::kCount) - 1;
@@ -118,12 +124,25 @@ BlockSides sidesOf(const BoxTraversal& traversal, const BoxBlock& block, unsigne
     if (met == 0) continue;
     sides.met |= met << from;
 
-    Ints opened{};
+    Ints opened{}, isAbove{}, isLowestOut{}, isCenterOut{};
     for (unsigned rest = open; rest != 0; rest &= rest - 1) {
       const BoxTraversal::Plane& plane = traversal.planes[__builtin_ctz(rest)];
-      opened |= ~(Lanes::heights(plane, bounds, plane.highest) < plane.low - margin) & plane.bit;
+      const Floats highest = Lanes::heights(plane, bounds, plane.highest), below = plane.low - margin;
+      opened |= ~(highest < below) & plane.bit;
+      if (!findsCrossed) continue;
+      const Floats lowest = Lanes::heights(plane, bounds, plane.lowest);
+      isAbove |= highest > plane.low + margin;
+      isLowestOut |= ~(lowest < below);
+      isCenterOut |= ~(0.5f * (lowest + highest) < below);
     }
     __builtin_memcpy(sides.open + from, &opened, sizeof opened);
+    if (!findsCrossed) continue;
+    // The center is below all planes, or the lowest corner is below the only open one.
+    Ints isCrossed = isAbove & (~isCenterOut | (((opened & (opened - 1)) == 0) & ~isLowestOut));
+    for (std::size_t min = 0, max = 3 * kBoxBlockWidth; max < 6 * kBoxBlockWidth;
+         min += kBoxBlockWidth, max += kBoxBlockWidth)
+      isCrossed &= Lanes::load(bounds + max) - Lanes::load(bounds + min) > margin;
+    sides.crossed |= (Lanes::bits(isCrossed) & kAll) << from;
   }
   return sides;
 }
@@ -141,13 +160,15 @@ std::size_t traverseBoxes(const BoxTraversal& traversal, const BoxBlocks& tree, 
     std::size_t following = 0;
     for (std::size_t i = 0; i < listed; ++i) {
       const std::size_t number = list[i] / kRange;
-      const BlockSides sides = sidesOf<Lanes>(traversal, tree.blocks[tree.levels[level] + number], list[i] % kRange);
+      const BlockSides sides = sidesOf<Lanes>(traversal, tree.blocks[tree.levels[level] + number], list[i] % kRange,
+                                              level == 0 && traversal.findsCrossed);
       for (unsigned rest = sides.met; rest != 0; rest &= rest - 1) {
         const auto lane = static_cast<unsigned>(__builtin_ctz(rest));
         const std::size_t place = kBoxBlockWidth * number + lane;
         const auto opened = static_cast<std::uint32_t>(sides.open[lane]);
         if (level == 0) {
-          *end++ = kRange * tree.order[place] + opened;
+          const bool isCrossed = (sides.crossed >> lane & 1) != 0;
+          *end++ = kRange * tree.order[place] + (isCrossed ? BoxTraversal::kCrossed : opened);
         } else if (opened != 0) {
           next[following++] = static_cast<std::uint32_t>(kRange * place) + opened;
         } else {

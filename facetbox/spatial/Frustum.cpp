@@ -16,7 +16,6 @@ struct FaceTable {
   std::size_t p, a0, a1, b0, b1;                        // the plane goes through p; its normal is (a1 - a0) x (b1 - b0)
   std::array<std::size_t, 4> corners;                   // of the face
   std::array<std::array<std::size_t, 3>, 2> triangles;  // of the face
-  bool hasOneWinding = true;                            // both triangles have the same
 };
 
 // Opposite faces are neighbors in this table. Near and far come last: most boxes lie outside one of the sides.
@@ -24,7 +23,7 @@ constexpr std::array<FaceTable, 6> kFaces{{
     {0, 0, 3, 0, 4, {0, 3, 7, 4}, {{{0, 3, 7}, {0, 7, 4}}}},
     {1, 1, 5, 1, 2, {1, 2, 6, 5}, {{{1, 2, 6}, {1, 6, 5}}}},
     {6, 6, 7, 6, 2, {2, 3, 7, 6}, {{{2, 3, 7}, {2, 7, 6}}}},
-    {1, 1, 0, 1, 5, {0, 1, 5, 4}, {{{0, 1, 4}, {1, 4, 5}}}, false},
+    {1, 1, 0, 1, 5, {0, 1, 5, 4}, {{{0, 1, 4}, {1, 4, 5}}}},
     {0, 0, 1, 0, 3, {0, 1, 2, 3}, {{{0, 1, 2}, {0, 2, 3}}}},
     {5, 5, 4, 5, 6, {4, 5, 6, 7}, {{{4, 5, 6}, {4, 6, 7}}}},
 }};
@@ -56,8 +55,8 @@ constexpr double kSliver = 1e-7;
 constexpr double kThickTriangleError = kNormalError * kLongestEdge / kSliver * kLongestEdge;
 static_assert(Frustum::kMargin > kThickTriangleError + kPlaneError);
 
-// For findsFaceIn(), in units of the largest deviation D of a corner from its face's plane.
-constexpr double kClearanceInD = 2, kOppositeInD = 8;
+// For measureFaces(), in units of the largest deviation D of a corner from the plane of its face.
+constexpr double kOppositeInD = 8;
 
 // Between these magnitudes, products of three coordinates neither overflow nor lose their relative precision.
 constexpr double kSmallest = 1e-60, kLargest = 1e60;
@@ -78,6 +77,7 @@ Frustum::Frustum(const Vec3 corners[8]) {
   }
   if (!(zero == 0 && mMagnitude >= kSmallest && mMagnitude <= kLargest)) mMagnitude = kInfinity;
   prepareFaces();
+  measureFaces();
 }
 
 void Frustum::prepareFaces() {
@@ -154,74 +154,65 @@ bool Frustum::findsPointIn(std::size_t face, const Vec3& center, const Vec3& hal
   return false;
 }
 
-bool Frustum::findsSurfaceIn(const Vec3& center, const Vec3& half, double margin) const {
-  for (std::size_t i = 0; i < mFaces.size(); ++i) {
-    const FacePair& pair = mFaces[i];
-    const auto isNear = magnitudesOf(pair.heightsOf(center) - pair.offset) <= pair.reachesOf(half);
-    for (std::size_t k = 0; k < 2; ++k)
-      if (isNear[k] != 0 && findsPointIn(2 * i + k, center, half, margin)) return true;
+/// Measures how far corners are off the planes of their faces, and whether those of the opposite faces are clearly
+/// below.
+void Frustum::measureFaces() {
+  Double2 most{0, 0};
+  for (const FacePair& pair : mFaces) most = max(max(pair.high - pair.offset, pair.offset - pair.low), most);
+  mDeviation = std::max(std::max(most[0], most[1]), kSliver * mMagnitude);
+  auto areApart = Double2{0, 0} == Double2{0, 0};
+  for (const FacePair& pair : mFaces) areApart &= pair.opposite <= pair.offset - kOppositeInD * mDeviation;
+  mIsConvex = mDeviation <= kDeviation * mMagnitude && (areApart[0] & areApart[1]) != 0;
+}
+
+// Let all corners of each face be within D of its plane, those of the opposite face at least 8 D below, and D at least
+// the height of a sliver. Then a point that is more than D below all planes is enclosed by the surface, and one that is
+// more than D above any plane is not. So the surface passes through each connected set that has points of both kinds,
+// and a box that holds such a set by the margin has a point of a triangle deeper in it than the margin.
+//
+// Proof. (1) Seen along its normal, a face is a convex quadrilateral: to its plane, corners move by at most D, so that
+// of the plane of the face beyond an edge, the edge's ends are within 2 D, and the two other corners 7 D below. So no
+// two opposite edges cross, and no corner is a mean of the three others, as these would have at most 4/9 of their
+// weight off either edge that ends there. Hence its triangles lie side by side, and both are higher than D over their
+// longest edges. (2) The middle m of all corners is 3.5 D below all planes. So is the middle c of a face's corners
+// below all planes but its own, and within 2 D along its normal, up or down, still 1.5 D below them. Go straight from m
+// to where this normal through c is D below the face, and then along it to D above: only triangles of this face are
+// within D of its plane and not of others, so the way crosses the surface once. (3) All of the surface is at most D
+// above a plane. So the end of the way is outside, m inside, and all points that are D below all planes with it, for
+// these are a convex set without a point of the surface. The edges of triangles meet in pairs, so that ways can be
+// told apart by whether they cross the surface an even number of times.
+static_assert((kOppositeInD - 1) / 2 >= 3.5 && kOppositeInD - 1 >= 7);
+bool Frustum::reachesOut(const Vec3& center, const Vec3& half, double margin) const {
+  // The magnitudes of a unit normal add up to sqrt(3), less than 2.
+  const Double2 depth = Double2{} + (mDeviation + 3 * margin);
+  auto above = Double2{0, 0} != Double2{0, 0};
+  for (const FacePair& pair : mFaces) above |= pair.heightsOf(center) + pair.reachesOf(half) > pair.offset + depth;
+  return (above[0] | above[1]) != 0 && std::min(std::min(half.x, half.y), half.z) >= margin;
+}
+
+bool Frustum::surfacePassesThrough(const Vec3& center, const Vec3& half, double margin) const {
+  if (!reachesOut(center, half, margin) || !mIsConvex) return false;
+  const double depth = mDeviation + margin;
+  const Vec3 inner = half - Vec3{margin, margin, margin};
+  constexpr int kSteps = 8;
+  Vec3 p = center;  // and then to a plane below, from each that it is not below
+  for (int step = 0; step < kSteps; ++step) {
+    std::array<Double2, 3> heights;
+    for (std::size_t i = 0; i < 3; ++i) heights[i] = mFaces[i].heightsOf(p) - mFaces[i].offset;
+    const Double2 highest = max(max(heights[0], heights[1]), heights[2]);
+    const double height = std::max(highest[0], highest[1]);
+    if (height < -depth) return true;
+    std::size_t face = 0;
+    while (face < 5 && heights[face / 2][face % 2] != height) ++face;
+    // Toward the corner that is lowest along the normal of that face, until below its plane.
+    const Vec3 n = normal(face);
+    const Vec3 way =
+        center - Vec3{std::copysign(inner.x, n.x), std::copysign(inner.y, n.y), std::copysign(inner.z, n.z)} - p;
+    const double part = (height + 2 * depth) / -dot(n, way);
+    if (!(part >= 0 && part <= 1)) return false;
+    p = p + part * way;
   }
   return false;
-}
-
-/// Whether the corners of each face are within D of its plane, and those of the opposite face clearly below it.
-bool Frustum::hasFlatFaces() const {
-  const double deviation = kClearance / kClearanceInD * mMagnitude;
-  for (const FacePair& pair : mFaces)
-    for (std::size_t k = 0; k < 2; ++k)
-      if (!(pair.high[k] <= pair.offset[k] + deviation && pair.low[k] >= pair.offset[k] - deviation &&
-            pair.opposite[k] <= pair.offset[k] - kOppositeInD * deviation))
-        return false;
-  return true;
-}
-
-/// Whether neither triangle of a face is a sliver or folded over the other.
-bool Frustum::areTrianglesSideBySide(std::size_t face) const {
-  // Both triangles at once.
-  const auto edges = [&](std::size_t to, Double2& x, Double2& y, Double2& z) {
-    const auto& [t, u] = kFaces[face].triangles;
-    const Vec3 first = mCorners[t[to]] - mCorners[t[0]], second = mCorners[u[to]] - mCorners[u[0]];
-    x = Double2{first.x, second.x};
-    y = Double2{first.y, second.y};
-    z = Double2{first.z, second.z};
-  };
-  Double2 ax, ay, az, bx, by, bz;
-  edges(1, ax, ay, az);
-  edges(2, bx, by, bz);
-  const Double2 nx = ay * bz - az * by, ny = az * bx - ax * bz, nz = ax * by - ay * bx;
-  const Double2 cx = bx - ax, cy = by - ay, cz = bz - az;
-  const Double2 longest =
-      max(max(ax * ax + ay * ay + az * az, bx * bx + by * by + bz * bz), cx * cx + cy * cy + cz * cz);
-  const auto isThick = nx * nx + ny * ny + nz * nz >= kSliver * kSliver * mMagnitude * mMagnitude * longest;
-  const double cosine = nx[0] * nx[1] + ny[0] * ny[1] + nz[0] * nz[1];  // its sign
-  return (isThick[0] & isThick[1]) != 0 && (cosine > 0) == kFaces[face].hasOneWinding;
-}
-
-/// Whether the volume is a convex hexahedron with flat faces, well away from all that rounding can make of it.
-bool Frustum::isConvexHexahedron() const {
-  if (mConvex == Convex::unknown) {
-    bool isConvex = hasFlatFaces();
-    for (std::size_t face = 0; isConvex && face < kFaces.size(); ++face) isConvex = areTrianglesSideBySide(face);
-    mConvex = isConvex ? Convex::yes : Convex::no;
-  }
-  return mConvex == Convex::yes;
-}
-
-// Of a convex hexahedron whose faces are flat to D, let q be a point on the plane of face i, more than 2 D below all
-// other planes. Seen along the normal of i, q lies in one of the face's triangles. If it did not, then the way to it
-// from the middle p of their common edge, which one adjacent face has one end of, would leave them at a point x of the
-// edge shared with a face j. Moved along the normal of i into its plane, which is by at most D, x would be above -2 D
-// from the plane of j, p below (D - 8 D) / 2 + D = -2.5 D, and so q, beyond x from p, above -2 D. So there is a point
-// of a triangle within D of q, deep in the box by the margin where q is by the margin and 2 D.
-static_assert((1 - kOppositeInD) / 2 + 1 < -kClearanceInD);
-bool Frustum::findsFaceIn(std::size_t face, const Vec3& center, const Vec3& half, double margin) const {
-  assert(face < kFaces.size());
-  const FacePair& pair = mFaces[face / 2];
-  const double height = pair.heightsOf(center)[face % 2] - pair.offset[face % 2];
-  const double depth = margin + kClearance * mMagnitude;
-  // The magnitudes of a unit normal add up to sqrt(3), less than 2.
-  return std::fabs(height) <= pair.reachesOf(half)[face % 2] - 2 * depth &&
-         std::min(std::min(half.x, half.y), half.z) >= depth && isConvexHexahedron();
 }
 
 /// Whether a triangle of the surface overlaps the box.
@@ -272,14 +263,14 @@ bool Frustum::meets(const Box& box) const {
 Frustum::Side Frustum::sideOf(const Box& box) const {
   if (!(box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z)) return Side::outside;
   const Vec3 half = (box.max - box.min) / 2, center = box.min + half;
-  const double margin = marginFor(center, half);
+  const double margin = marginFor(center, half), depth = (kDeviation + 2 * kLargestMargin) * mMagnitude;
   auto apart = Double2{0, 0} != Double2{0, 0};
   auto inside = Double2{0, 0} == Double2{0, 0};
   for (const FacePair& pair : mFaces) {
     // A box reaches along a normal at least as far as its inner sphere.
     const Double2 height = pair.heightsOf(center), reach = pair.reachesOf(half) + margin;
     apart |= height - pair.farthest > reach;
-    inside &= height + reach < pair.offset;
+    inside &= height + reach < pair.offset - depth;
   }
   if ((apart[0] | apart[1]) != 0) return Side::outside;
   return (inside[0] & inside[1]) != 0 ? Side::inside : Side::unsure;

@@ -28,20 +28,26 @@ class Frustum {
   /// The same. A box that is empty on an axis meets nothing.
   bool meets(const Box& box) const;
 
-  /// Looks for a point of the volume's surface that is deeper in the box than the margin. If it finds one, this box
-  /// meets the volume, and so does each box around it whose own margin is no larger. It may miss one.
-  bool findsSurfaceIn(const Vec3& center, const Vec3& half, double margin) const;
-  /// The same for the surface's points on one face, in constant time. Each point of the box must lie below the planes
-  /// of all other faces by kClearance times the volume's magnitude.
-  bool findsFaceIn(std::size_t face, const Vec3& center, const Vec3& half, double margin) const;
-  /// See findsFaceIn(). viewVolumeCorners(), which rounds corners to floats, leaves faces flat to a tenth of this.
-  static constexpr double kClearance = 0x1p-17;  // 7.6e-6
+  /// Whether the corners span a convex hexahedron, well away from all that rounding can make of it. Then the surface
+  /// passes through each box that holds, by a margin, a point that is below all planes by kDeviation times the volume's
+  /// magnitude, and one that is above a plane by as much. This box meets the volume, and so does each box around it
+  /// whose own margin is no larger.
+  bool isConvex() const { return mIsConvex; }
+  /// viewVolumeCorners(), which rounds corners to floats, leaves faces flat to a fifth of this.
+  static constexpr double kDeviation = 0x1p-18;  // 3.8e-6
+  /// Whether a box holds a point above a plane, in this sense.
+  bool reachesOut(const Vec3& center, const Vec3& half, double margin) const;
+  /// Whether the volume is convex and the box holds points of both kinds. A search, which may miss them.
+  bool surfacePassesThrough(const Vec3& center, const Vec3& half, double margin) const;
 
   /// More than all that rounding can do with this box.
   double marginFor(const Vec3& center, const Vec3& half) const;
   /// That margin, relative to the sum of the magnitudes of volume and box. Derived in Frustum.cpp.
   static constexpr double kMargin = 0x1p-21;  // 4.8e-7
 
+  /// The largest margin of a box, in magnitudes of the volume, that a box inside counts for: a box around it, smaller
+  /// by this margin on all sides, still holds a point below all planes in the sense of isConvex().
+  static constexpr double kLargestMargin = 4 * kMargin;
   /// inside: of all planes, so that the box meets the volume; outside: of one plane, so that it does not.
   enum class Side { inside, unsure, outside };
   Side sideOf(const Box& box) const;
@@ -85,18 +91,17 @@ class Frustum {
   };
 
   void prepareFaces();
+  void measureFaces();
   void prepare(Triangle& triangle, const std::array<std::size_t, 3>& corners) const;
-  bool hasFlatFaces() const;
-  bool areTrianglesSideBySide(std::size_t face) const;
-  bool isConvexHexahedron() const;
   bool findsPointIn(std::size_t face, const Vec3& center, const Vec3& half, double margin) const;
   bool surfaceOverlaps(const Vec3& center, const Vec3& half, double margin) const;
 
   std::array<Vec3, 8> mCorners;
   std::array<FacePair, 3> mFaces;
   mutable std::array<std::array<Triangle, 2>, 6> mTriangles;
-  mutable enum class Convex : unsigned char { unknown, yes, no } mConvex = Convex::unknown;
   double mMagnitude;
+  double mDeviation;  // the largest of a corner from the plane of its face
+  bool mIsConvex;
 };
 
 }  // namespace util

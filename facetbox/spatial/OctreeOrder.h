@@ -35,6 +35,8 @@ class OctreeOrder {
   };
 
   const OctreeRoot& root() const { return mRoot; }
+  /// The union of all boxes that have a place in the root.
+  const Box& all() const { return mUnion; }
   std::size_t size() const { return mPlaces.size(); }
   const Place& operator[](std::size_t number) const { return mPlaces[number]; }
 

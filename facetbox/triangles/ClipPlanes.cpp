@@ -19,13 +19,9 @@ namespace {
 // the sum of two rows, differs between the vertex and the box by no more than kRounding A S.
 constexpr double kUlp = std::numeric_limits<double>::epsilon();
 constexpr double kRounding = 2 * (8 + 8 + 8) * kUlp;
-constexpr double kRelativeMargin = 1e-13;
-static_assert(kRelativeMargin > 4 * kRounding);
+static_assert(ClipPlanes::kRelativeMargin > 4 * kRounding);
 // Where w is above the absolute margin it is one that projects.
-constexpr double kAbsoluteMargin = 1e-20;
-static_assert(kAbsoluteMargin > 1e4 * kSmallestW);
-// Beyond these, sums might overflow.
-constexpr double kLargestMargin = 1e80;
+static_assert(ClipPlanes::kAbsoluteMargin > 1e4 * kSmallestW);
 
 }  // namespace
 
@@ -55,31 +51,6 @@ double ClipPlanes::lowestW(const Vec3& center, const Vec3& half) const {
   };
   return w(0) * center.x + w(1) * center.y + w(2) * center.z + w(3) -
          (std::fabs(w(0)) * half.x + std::fabs(w(1)) * half.y + std::fabs(w(2)) * half.z);
-}
-
-// Where all six functions exceed the margin all over the box, so does w, their mean, and each vertex projects into the
-// cube. Where one is below the negative margin, and w above the margin, each vertex projects beyond that plane. NaN
-// fails every comparison: unsure.
-ClipSide ClipPlanes::sideOf(const Vec3& center, const Vec3& half, double magnitude) const {
-  const double margin = kRelativeMargin * mLargestRowSum * magnitude + kAbsoluteMargin;
-  if (!(margin <= kLargestMargin && magnitude <= kLargestMagnitude)) return ClipSide::unsure;
-  Double2 lowest, highest;
-  for (std::size_t row = 0; row < 3; ++row) {
-    const auto& [of, sizes] = mPlanes[row];
-    const Double2 middle = of[0] * center.x + of[1] * center.y + of[2] * center.z + of[3];
-    const Double2 reach = sizes[0] * half.x + sizes[1] * half.y + sizes[2] * half.z;
-    const Double2 low = middle - reach, high = middle + reach;
-    if (row == 0) {
-      lowest = low;
-      highest = high;
-    } else {
-      lowest = low < lowest ? low : lowest;
-      highest = high < highest ? high : highest;
-    }
-  }
-  if (lowest[0] > margin && lowest[1] > margin) return ClipSide::inside;
-  const bool isBeyond = highest[0] < -margin || highest[1] < -margin;
-  return isBeyond && lowestW(center, half) > margin ? ClipSide::outside : ClipSide::unsure;
 }
 
 }  // namespace util

@@ -44,27 +44,29 @@ TEST(Frustum, meetsBoxesInsideAndAtTheSurface) {
   EXPECT_EQ(volume.sideOf(kE), Side::unsure);
 }
 
-TEST(Frustum, findsTheSurfaceInABoxOnlyIfItIsDeepEnough) {
+TEST(Frustum, findsThatTheSurfacePassesThroughABoxOnlyIfItIsDeepEnough) {
   const Frustum volume(pyramid().data());
   const Vec3 half{0.5, 0.5, 0.5};
   // The near face, at z = 0, is 0.2 deep in this box.
-  EXPECT_TRUE(volume.findsSurfaceIn({0, 0, 0.3}, half, 0.1));
-  EXPECT_FALSE(volume.findsSurfaceIn({0, 0, 0.3}, half, 0.3));
-  EXPECT_FALSE(volume.findsSurfaceIn({0, 0, -5}, half, 0.1));
+  EXPECT_TRUE(volume.surfacePassesThrough({0, 0, 0.3}, half, 0.01));
+  EXPECT_FALSE(volume.surfacePassesThrough({0, 0, 0.3}, half, 0.3));
+  EXPECT_FALSE(volume.surfacePassesThrough({0, 0, -5}, half, 0.01));
+  EXPECT_TRUE(
+      volume.surfacePassesThrough({1.4, -1.4, 0.3}, half, 0.01));  // at a corner: its center is above three planes
+  EXPECT_FALSE(volume.surfacePassesThrough({2, -1.4, 0.3}, half, 0.01));
 }
 
-TEST(Frustum, findsAFaceOfAConvexHexahedronOnly) {
-  constexpr std::size_t kNear = 4;
-  const auto findsNear = [](const std::array<Vec3, 8>& corners) {
-    return Frustum(corners.data()).findsFaceIn(kNear, {0, 0, 0}, {0.5, 0.5, 0.5}, 1e-6);
-  };
-  EXPECT_TRUE(findsNear(pyramid()));
+TEST(Frustum, isConvexOnlyWithFlatFacesThatAreNotFolded) {
+  EXPECT_TRUE(Frustum(pyramid().data()).isConvex());
   auto bent = pyramid();
   bent[2].z -= 0.01;  // the near face is not flat
-  EXPECT_FALSE(findsNear(bent));
+  EXPECT_FALSE(Frustum(bent.data()).isConvex());
   auto folded = pyramid();
   folded[1] = {-0.9, 0.5, 0};  // its second triangle lies on the first
-  EXPECT_FALSE(findsNear(folded));
+  EXPECT_FALSE(Frustum(folded.data()).isConvex());
+  auto flat = pyramid();
+  for (Vec3& corner : flat) corner.x *= 1e-9;
+  EXPECT_FALSE(Frustum(flat.data()).isConvex());
 }
 
 TEST(Frustum, concludesNothingFromPlanesWhereACoordinateIsNotFinite) {
