@@ -1,7 +1,0 @@
-# Fails unless README contains the text of EXAMPLE.
-file(READ ${README} readme)
-file(READ ${EXAMPLE} example)
-string(FIND "${readme}" "${example}" position)
-if(position EQUAL -1)
-  message(FATAL_ERROR "${README} does not show ${EXAMPLE} as it is")
-endif()
