@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <facetbox/mesh/WorkingMesh.h>
+#include <tests/support/CleanCheck.h>
 #include <tests/support/Meshes.h>
 #include <tests/support/PolyMeshes.h>
 
@@ -124,6 +125,20 @@ TEST(Clean, mapsFitAndStepsAddUp) {
     EXPECT_EQ(cleaned.steps.back().after.vertices, cleaned.mesh.points.size() / 3);
     EXPECT_EQ(cleaned.steps.back().after.corners, cleaned.mesh.indices.size());
   }
+}
+
+TEST(Clean, mergedFacesAreWhatTheyAreMadeOf) {
+  int merged = 0;
+  for (unsigned seed = 0; seed < 300; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    const PolyMesh mesh =
+        clean(randomScene(random), {MergeVertices{0.1}, RemoveZeroEdges{0.1}, RemoveDoubleFaces{}}).mesh;
+    const Cleaned cleaned = clean(mesh, {MergeCoplanar{oneIn(random, 2) ? 1.0 : 8.0, oneIn(random, 2)}});
+    EXPECT_EQ(faultOfMergedAreas(mesh, cleaned), "");
+    merged += cleaned.mesh.counts.size() < mesh.counts.size();
+  }
+  EXPECT_GT(merged, 100);
 }
 
 // One call for all steps gives what a call for each gives. Limits follow the mesh's size, which steps may change a
