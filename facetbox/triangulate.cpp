@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <new>
 #include <span>
 #include <stdexcept>
@@ -10,6 +11,7 @@
 #include <facetbox/base/Buffer.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/mesh/WorkingMesh.h>
 #include <facetbox/polygons/Crossings.h>
 #include <facetbox/triangles/HoleView.h>
 #include <facetbox/triangles/Tessellator.h>
@@ -33,11 +35,22 @@ constexpr std::size_t kMostCrossings = 4 * Tessellator::kMostAddedCorners;
 /// crosses itself and its parts cancel out.
 constexpr double kNoise = 1e-10;
 
-/// The power of two that makes a size about one, as far as it is a normal number.
+constexpr double kLargest = std::numeric_limits<double>::max();
+
+/// Places are about one in size: what is this close is at the same place, but for rounding.
+constexpr double kRounding = 1e-15;
+
+/// The power of two that makes a size about one.
 double scaleToOne(double size) {
   int exponent = 0;
   std::frexp(size, &exponent);
   return std::ldexp(1.0, std::min(-exponent, 1000));
+}
+
+/// The value at `share` of the way from a to b; a where both are alike.
+double between(double a, double b, double share) {
+  const double value = a + share * (b - a);
+  return std::isfinite(value) ? value : std::clamp((1.0 - share) * a + share * b, -kLargest, kLargest);
 }
 
 /// Items of `perItem` numbers: first those of the mesh, `given` numbers, then the made ones. Of these, drops what was
@@ -60,9 +73,6 @@ void dropUnused(std::vector<double>& made, std::size_t mark, std::size_t perItem
   for (std::uint32_t& index : indices)
     if (isMade(index)) index = newNumbers[index - first];
 }
-
-/// Places are about one in size: what is this close is at the same place, but for rounding.
-constexpr double kRounding = 1e-15;
 
 class MeshTriangulation final : private Tessellator::Caller {
  public:
@@ -106,8 +116,8 @@ class MeshTriangulation final : private Tessellator::Caller {
   void skip(std::uint32_t face, Reason reason) { mResult.skipped.push_back({face, reason}); }
 
   const MeshView& mMesh;
-  double mScale = 1.0;  ///< a power of two, so that the largest coordinate is about one
-  util::Buffer<Vec3> mPoints;
+  const util::MeshFrame mFrame;
+  util::Buffer<Vec3> mPoints;  ///< in the frame
   util::HoleTable mHoles;
   util::Buffer<std::uint32_t> mFirstCorners;  ///< per face; only where there are holes
   Triangulation mResult;
@@ -116,7 +126,7 @@ class MeshTriangulation final : private Tessellator::Caller {
 
   // Of the face under way.
   Vec3 mNormal{};
-  double mPlaceScale = 1.0;                     ///< from coordinates that are scaled as a whole to places
+  double mPlaceScale = 1.0;                     ///< from the frame to places
   int mAxis = 0;                                ///< that the face is seen along
   std::vector<Corner> mCorners;                 ///< by number
   std::vector<std::uint32_t> mContourEnds;      ///< numbers
@@ -124,12 +134,9 @@ class MeshTriangulation final : private Tessellator::Caller {
   std::vector<util::Segment2> mEdges;
 };
 
-MeshTriangulation::MeshTriangulation(const MeshView& mesh) : mMesh(mesh) {
-  double largest = 0.0;
-  for (const double x : mesh.points) largest = std::max(largest, std::fabs(x));
-  mScale = scaleToOne(largest);
+MeshTriangulation::MeshTriangulation(const MeshView& mesh) : mMesh(mesh), mFrame(util::frameOf(mesh)) {
   mPoints.resize(mesh.points.size() / 3);
-  for (std::size_t v = 0; v < mPoints.size(); ++v) mPoints[v] = mScale * util::toVec3(&mesh.points[3 * v]);
+  for (std::size_t v = 0; v < mPoints.size(); ++v) mPoints[v] = mFrame.toFrame(util::toVec3(&mesh.points[3 * v]));
 
   if (mesh.holes.empty()) return;
   mHoles.append(mesh.holes.data(), mesh.holes.size());
@@ -297,18 +304,20 @@ std::uint32_t MeshTriangulation::addCorner(const Vec3&, std::span<const Tessella
   // The tessellator weighs in floats and without regard to where the face stands: interpolated anew.
   const double s = shareOfSecond(sources.first(2), sources.last(2)),
                t = shareOfSecond(sources.last(2), sources.first(2));
-  const auto between = [&](auto valueOf) {
-    const auto a = valueOf(0), b = valueOf(1), c = valueOf(2), d = valueOf(3);
-    return 0.5 * ((a + s * (b - a)) + (c + t * (d - c)));
-  };
   const auto cornerOf = [&](int i) -> const Corner& { return mCorners[sources[i].number]; };
-  Corner corner{0, kNone, between([&](int i) { return cornerOf(i).place; })};
+  const auto mean = [&](auto valueOf) {
+    return 0.5 * between(valueOf(cornerOf(0)), valueOf(cornerOf(1)), s) +
+           0.5 * between(valueOf(cornerOf(2)), valueOf(cornerOf(3)), t);
+  };
+  const Vec3 place{mean([](const Corner& corner) { return corner.place.x; }),
+                   mean([](const Corner& corner) { return corner.place.y; }),
+                   mean([](const Corner& corner) { return corner.place.z; })};
   for (const Tessellator::Source& source : sources)
-    if (util::largestMagnitude(mCorners[source.number].place - corner.place) < kRounding) return source.number;
-  corner.vertex = addMadePoint(corner.place);
+    if (util::largestMagnitude(mCorners[source.number].place - place) < kRounding) return source.number;
+  Corner corner{addMadePoint(place), kNone, place};
   if (cornerOf(0).pair != kNone)
-    corner.pair = addMadePair({between([&](int i) { return pairOf(cornerOf(i).pair).x; }),
-                               between([&](int i) { return pairOf(cornerOf(i).pair).y; })});
+    corner.pair = addMadePair({mean([this](const Corner& c) { return pairOf(c.pair).x; }),
+                               mean([this](const Corner& c) { return pairOf(c.pair).y; })});
   mCorners.push_back(corner);
   return static_cast<std::uint32_t>(mCorners.size() - 1);
 }
@@ -323,12 +332,12 @@ std::uint32_t MeshTriangulation::addMeeting(const Tessellator::Source& a, const 
   if (first.place == second.place && sharePair) return a.number;
   Corner corner = first;
   if (first.place != second.place) {
-    corner.place = first.place + 0.5 * (second.place - first.place);
+    corner.place = 0.5 * first.place + 0.5 * second.place;
     corner.vertex = addMadePoint(corner.place);
   }
   if (!sharePair) {
     const Vec2 p = pairOf(first.pair), q = pairOf(second.pair);
-    corner.pair = addMadePair({p.x + 0.5 * (q.x - p.x), p.y + 0.5 * (q.y - p.y)});
+    corner.pair = addMadePair({0.5 * p.x + 0.5 * q.x, 0.5 * p.y + 0.5 * q.y});
   }
   mCorners.push_back(corner);
   return static_cast<std::uint32_t>(mCorners.size() - 1);
@@ -350,8 +359,8 @@ double MeshTriangulation::shareOfSecond(std::span<const Tessellator::Source> edg
 std::uint32_t MeshTriangulation::addMadePoint(const Vec3& place) {
   const std::size_t vertex = mPoints.size() + mResult.madePoints.size() / 3;
   if (vertex >= kNone) throw std::length_error("a triangulation needs 2^32 - 1 points or more");
-  const Vec3 point = mPoints[mCorners[0].vertex] + place / mPlaceScale;
-  mResult.madePoints.insert(mResult.madePoints.end(), {point.x / mScale, point.y / mScale, point.z / mScale});
+  const Vec3 point = mFrame.fromFrame(mPoints[mCorners[0].vertex] + place / mPlaceScale);
+  for (const double x : {point.x, point.y, point.z}) mResult.madePoints.push_back(std::clamp(x, -kLargest, kLargest));
   return static_cast<std::uint32_t>(vertex);
 }
 

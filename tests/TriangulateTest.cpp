@@ -445,15 +445,17 @@ TEST(Triangulate, saysWhichFacesHaveNoTriangles) {
 }
 
 TEST(Triangulate, takesAnyArrays) {
-  constexpr double kValues[] = {0, 1, -1, 0.5, 1e-320, 1e-170, 1e38, -1e150, 1e300, -1.7e308};
+  constexpr double kValues[] = {0, 1, -1, 0.5, 1e-320, 1e-170, 1e38, -1e150, 1e300, -1.7e308, 1.7e308};
   int rejected = 0;
   testing::internal::CaptureStderr();
   for (unsigned seed = 0; seed < 3000; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     PolyMesh mesh = oneIn(random, 2) ? perforated(random) : crumpled(random);
-    for (double& x : mesh.points)
-      if (oneIn(random, 6)) x = kValues[pick(random, 0, pick(random, 1, 9))];
+    if (mesh.texIndices.empty() && oneIn(random, 2)) addTexture(mesh);
+    for (std::vector<double>* const numbers : {&mesh.points, &mesh.texCoords})
+      for (double& x : *numbers)
+        if (oneIn(random, 6)) x = kValues[pick(random, 0, pick(random, 1, 10))];
     for (Indices* const array : {&mesh.counts, &mesh.indices, &mesh.texIndices, &mesh.holes})
       if (oneIn(random, 8) && !array->empty())
         (*array)[random() % array->size()] = oneIn(random, 2) ? kNone : static_cast<std::uint32_t>(pick(random, 0, 9));
