@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <vector>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/clean.h>
 #include <facetbox/triangulate.h>
 #include "fuzz/Bytes.h"
 
@@ -108,6 +110,22 @@ void requireSound(const MeshView& mesh) {
   for (const facetbox::Problem& problem : facetbox::validate(mesh, 1)) fail(describe(problem).c_str());
 }
 
+std::vector<facetbox::Step> readSteps(Bytes& in) {
+  std::vector<facetbox::Step> steps;
+  for (std::uint32_t count = in.below(6); count > 0; --count) {
+    static constexpr double kOdd[] = {1e-320, 1e300, 180, 1e-7};
+    const std::uint8_t which = in.next(), size = in.next();
+    const double value = size < 4 ? kOdd[size] : size % 32 * 0.125;
+    const bool flag = which >= 128;
+    const facetbox::Step all[] = {facetbox::MergeVertices{value},       facetbox::RemoveZeroEdges{value},
+                                  facetbox::RemoveZeroFaces{value},     facetbox::RemoveDoubleFaces{flag},
+                                  facetbox::ConformNormals{},           facetbox::MergeCoplanar{value, flag},
+                                  facetbox::RemoveColinear{value, flag}};
+    steps.push_back(all[which % std::size(all)]);
+  }
+  return steps;
+}
+
 /// The result of a call, which must throw if and only if the mesh is not sound.
 template <class Call, class Use>
 void run(const MeshView& mesh, bool isMeshSound, Call call, Use use) {
@@ -136,6 +154,31 @@ void checkTriangles(const PolyMesh& mesh, const facetbox::Triangulation& result)
     if (skipped.face >= mesh.counts.size() || describe(skipped).empty()) fail("no face was skipped");
 }
 
+/// Whether a map has an entry per old item, a new item or kNone.
+bool isMap(const std::vector<std::uint32_t>& map, std::size_t from, std::size_t to) {
+  return map.size() == from && std::ranges::all_of(map, [=](std::uint32_t i) { return i == kNone || i < to; });
+}
+
+void checkCleaned(const PolyMesh& mesh, const facetbox::Cleaned& result) {
+  requireSound(result.mesh);
+  const std::size_t vertices = result.mesh.points.size() / 3, faces = result.mesh.counts.size();
+  if (!isMap(result.vertexMap, mesh.points.size() / 3, vertices)) fail("vertexMap");
+  if (!isMap(result.faceMap, mesh.counts.size(), faces)) fail("faceMap");
+  if (result.vertexSources.size() != vertices) fail("vertexSources");
+  for (std::size_t v = 0; v < vertices; ++v) {
+    const std::size_t source = 3 * std::size_t{result.vertexSources[v]};
+    if (source + 3 > mesh.points.size() ||
+        std::memcmp(&mesh.points[source], &result.mesh.points[3 * v], 3 * sizeof(double)) != 0)
+      fail("a vertex that did not go in");
+  }
+  const auto& offsets = result.sourceOffsets;
+  if (offsets.size() != faces + 1 || !std::ranges::is_sorted(offsets) || offsets.back() != result.sources.size())
+    fail("sourceOffsets");
+  for (std::size_t face = 0; face < faces; ++face)
+    for (std::size_t i = offsets[face]; i < offsets[face + 1]; ++i)
+      if (result.sources[i] >= mesh.counts.size() || result.faceMap[result.sources[i]] != face) fail("sources");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -145,5 +188,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (describe(problem).empty()) fail("a problem without words");
   const bool isMeshSound = isSound(mesh);
   run(mesh, isMeshSound, facetbox::triangulate, [&](const auto& result) { checkTriangles(mesh, result); });
+  const std::vector<facetbox::Step> steps = readSteps(in);
+  run(
+      mesh, isMeshSound, [&](const MeshView& view) { return facetbox::clean(view, steps); },
+      [&](const auto& result) { checkCleaned(mesh, result); });
   return 0;
 }
