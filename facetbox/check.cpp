@@ -1,6 +1,7 @@
 #include <facetbox/check.h>
 
 #include <algorithm>
+#include <tuple>
 #include <utility>
 
 #include <facetbox/checks/CheckedMesh.h>
@@ -9,8 +10,23 @@
 #include <facetbox/checks/Measures.h>
 #include <facetbox/checks/Repeats.h>
 #include <facetbox/checks/TCorners.h>
+#include <facetbox/clean.h>
 
 namespace facetbox {
+namespace {
+
+/// The holes that a clean-up without a step drops.
+std::vector<DroppedHole> droppedHolesOf(const MeshView& mesh) {
+  if (mesh.holes.empty()) return {};
+  MeshView bare = mesh;
+  bare.texCoords = {};
+  bare.texIndices = bare.labels = {};
+  std::vector<DroppedHole> dropped = clean(bare, {}).droppedHoles;
+  std::ranges::sort(dropped, {}, [](const DroppedHole& d) { return std::tie(d.outer, d.hole); });
+  return dropped;
+}
+
+}  // namespace
 
 Defects check(const MeshView& mesh, const CheckOptions& options) {
   if (auto problems = validate(mesh); std::ranges::any_of(problems, &Problem::isFatal))
@@ -22,6 +38,7 @@ Defects check(const MeshView& mesh, const CheckOptions& options) {
   util::checkRepeats(checked, defects);
   util::checkEdges(checked, defects);
   util::checkTCorners(checked, options, defects);
+  defects.droppedHoles = droppedHolesOf(mesh);
   if (options.selfIntersections) util::checkSelfIntersections(checked, options, defects);
   return defects;
 }

@@ -171,6 +171,28 @@ TEST(Check, aShaftThroughABlockIsClosedHoweverItsRimsAreWound) {
     }
 }
 
+TEST(Check, holesThatAreNoneAreListedAndTakenAtTheirWord) {
+  using Reason = facetbox::DroppedHole::Reason;
+  const auto square = [](double x, double y, double size) {
+    return std::vector<Vec3>{{x, y, 0}, {x + size, y, 0}, {x + size, y + size, 0}, {x, y + size, 0}};
+  };
+  std::vector<Vec3> points;
+  support::Faces faces;
+  for (const auto& corners :
+       {square(0, 0, 9), square(1, 1, 1), square(8, 8, 2), square(20, 0, 1), square(1.5, 1.5, 1)}) {
+    faces.emplace_back();
+    for (const Vec3& p : corners) {
+      faces.back().push_back(static_cast<std::uint32_t>(points.size()));
+      points.push_back(p);
+    }
+  }
+  const Defects defects = check(meshOf(points, faces, {0, 1, 2, 3, 4, kNone}));
+  EXPECT_EQ(defects.droppedHoles, std::vector<facetbox::DroppedHole>(
+                                      {{0, 2, Reason::crosses}, {0, 3, Reason::outside}, {0, 4, Reason::overlaps}}));
+  EXPECT_EQ(defects.area, 81 - 1 - 4 - 1 - 1);
+  EXPECT_EQ(defects.componentCount, 1u);
+}
+
 TEST(Check, findsEachDefectInTheSmallestMeshThatHasIt) {
   //   3---2---5
   //   |   8   |     8 lies in the edge 1-2, 6 and 7 at the places of 0 and 1

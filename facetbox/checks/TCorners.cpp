@@ -60,14 +60,17 @@ Buffer<std::uint32_t> lowestAtPlaces(const CheckedMesh& mesh, const std::vector<
 /// The open edges that are long enough to have an inside, and a box around them all.
 struct LongEdges {
   Buffer<std::uint32_t> edges;
+  Buffer<GridBox> boxes;
   GridBox around{{kLast, kLast, kLast}, {0, 0, 0}};
 
   LongEdges(const CheckedMesh& mesh, const std::vector<Pair>& openEdges, double tolerance) {
+    edges.reserve(openEdges.size());
+    boxes.reserve(openEdges.size());
     for (std::uint32_t i = 0; i < openEdges.size(); ++i) {
       const Vec3 &a = mesh.local(openEdges[i][0]), &b = mesh.local(openEdges[i][1]);
       if (!(length(b - a) > 2 * tolerance)) continue;
       edges.push_back(i);
-      const GridBox box = boxOf(a, b, tolerance);
+      const GridBox& box = boxes.emplace_back(boxOf(a, b, tolerance));
       for (int axis = 0; axis < 3; ++axis) {
         around.min[axis] = std::min(around.min[axis], box.min[axis]);
         around.max[axis] = std::max(around.max[axis], box.max[axis]);
@@ -93,7 +96,7 @@ class Search {
     const BoxJoin edges = sortEdges();
     bool isComplete = true;
     edges.forEachPair(vertices, [&](std::size_t edge, std::size_t vertex) {
-      const Pair& ends = mDefects.openEdges[mLong.edges[edge]];
+      const Pair& ends = mDefects.openEdges[mEdges[edge]];
       const std::uint32_t v = mVertices[vertex];
       if (!isInside(mMesh.local(v), mMesh.local(ends[0]), mMesh.local(ends[1]), mTolerance)) return true;
       isComplete = found.size() < limit;
@@ -107,6 +110,8 @@ class Search {
   BoxJoin sortVertices() {
     Buffer<std::uint32_t> vertices;
     Buffer<GridBox> boxes;
+    vertices.reserve(mMesh.vertexCount());
+    boxes.reserve(mMesh.vertexCount());
     const GridBox& around = mLong.around;
     for (std::uint32_t vertex = 0; vertex < mMesh.vertexCount(); ++vertex) {
       if (!mMesh.isUsed(vertex) || mLowest[vertex] != vertex) continue;
@@ -119,13 +124,9 @@ class Search {
       boxes.push_back({{x, y, z}, {x, y, z}});
     }
     const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
-    Buffer<GridBox> sorted(boxes.size());
     mVertices.resize(vertices.size());
-    for (std::size_t i = 0; i < order.size(); ++i) {
-      mVertices[i] = vertices[order[i]];
-      sorted[i] = boxes[order[i]];
-    }
-    return BoxJoin(sorted);
+    for (std::size_t i = 0; i < order.size(); ++i) mVertices[i] = vertices[order[i]];
+    return BoxJoin(boxes, order);
   }
 
   /// Edges follow their lower vertices: a counting sort by these. Both ends of an edge are among the vertices, since
@@ -136,16 +137,11 @@ class Search {
     const auto rankOf = [&](std::uint32_t edge) { return ranks[mLowest[mDefects.openEdges[edge][0]]]; };
     for (const std::uint32_t edge : mLong.edges) ++ends[rankOf(edge) + 1];
     for (std::size_t i = 1; i < ends.size(); ++i) ends[i] += ends[i - 1];
-    Buffer<std::uint32_t> sorted(mLong.edges.size());
-    for (const std::uint32_t edge : mLong.edges) sorted[ends[rankOf(edge)]++] = edge;
-    mLong.edges = std::move(sorted);
-
-    Buffer<GridBox> boxes(mLong.edges.size());
-    for (std::size_t i = 0; i < boxes.size(); ++i) {
-      const Pair& edge = mDefects.openEdges[mLong.edges[i]];
-      boxes[i] = boxOf(mMesh.local(edge[0]), mMesh.local(edge[1]), mTolerance);
-    }
-    return BoxJoin(boxes);
+    Buffer<std::uint32_t> order(mLong.edges.size());
+    for (std::uint32_t i = 0; i < order.size(); ++i) order[ends[rankOf(mLong.edges[i])]++] = i;
+    mEdges.resize(order.size());
+    for (std::size_t i = 0; i < order.size(); ++i) mEdges[i] = mLong.edges[order[i]];
+    return BoxJoin(mLong.boxes, order);
   }
 
   /// Lets the other vertices of each place that was found follow.
@@ -172,8 +168,8 @@ class Search {
   const facetbox::Defects& mDefects;
   const double mTolerance;
   const Buffer<std::uint32_t> mLowest;
-  LongEdges mLong;
-  Buffer<std::uint32_t> mVertices;
+  const LongEdges mLong;
+  Buffer<std::uint32_t> mVertices, mEdges;  // in the orders of their boxes
 };
 
 }  // namespace

@@ -62,9 +62,9 @@ Buffer<std::uint32_t> BoxJoin::orderOnCurve(std::span<const GridBox> boxes) {
   return order;
 }
 
-BoxJoin::BoxJoin(std::span<const GridBox> boxes) {
+BoxJoin::BoxJoin(std::span<const GridBox> boxes, std::span<const std::uint32_t> order) {
   std::size_t blocks = 0;
-  for (std::size_t count = boxes.size(); count != 0; count = count == 1 ? 0 : count) {
+  for (std::size_t count = order.size(); count != 0; count = count == 1 ? 0 : count) {
     mLevels.push_back(blocks);
     count = (count + kWidth - 1) / kWidth;
     blocks += count;
@@ -81,7 +81,7 @@ BoxJoin::BoxJoin(std::span<const GridBox> boxes) {
       block.max[axis][lane] = std::max(block.max[axis][lane], box.max[axis]);
     }
   };
-  for (std::size_t i = 0; i < boxes.size(); ++i) extend(0, i, boxes[i]);
+  for (std::size_t i = 0; i < order.size(); ++i) extend(0, i, boxes[order[i]]);
   for (std::size_t level = 1; level < mLevels.size(); ++level) {
     const std::size_t below = mLevels[level] - mLevels[level - 1];
     for (std::size_t child = 0; child < below * kWidth; ++child)

@@ -17,7 +17,8 @@ struct GridBox {
 };
 
 /// Finds the pairs of boxes that meet, by a bounding volume hierarchy of eight children a node over boxes in an order
-/// in which neighbors lie close together, such as that of BoxJoin::curveKey(). 28 bytes a box.
+/// in which neighbors lie close together, such as orderOnCurve(). Boxes are known by their places in the order. 28
+/// bytes a box.
 class BoxJoin {
  public:
   /// Coordinates are below this, and not negative.
@@ -32,7 +33,8 @@ class BoxJoin {
   static Buffer<std::uint32_t> orderOnCurve(std::span<const GridBox> boxes);
 
   /// O(boxes).
-  explicit BoxJoin(std::span<const GridBox> boxes);
+  /// @param order  numbers of boxes
+  BoxJoin(std::span<const GridBox> boxes, std::span<const std::uint32_t> order);
 
   /// Calls `visit(a, b)` with a < b for every pair of boxes that meet, each once, in an order that depends on nothing
   /// but the boxes. `visit` returns whether to go on.

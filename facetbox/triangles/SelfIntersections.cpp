@@ -99,15 +99,11 @@ class Search {
     Buffer<GridBox> boxes = boxesOn(evenGrid(mIn), mIn);
     if (isTooCoarse(boxes)) boxes = boxesOn(gridOfRanks(mIn), mIn);
     const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
-    Buffer<GridBox> sorted(boxes.size());
-    mTriangles.resize(boxes.size());
-    for (std::size_t i = 0; i < order.size(); ++i) {
-      sorted[i] = boxes[order[i]];
-      mTriangles[i] = triangleOf(order[i]);
-    }
+    const BoxJoin join(boxes, order);
     boxes = {};
-    BoxJoin(sorted).forEachPair(
-        [this](std::size_t a, std::size_t b) { return testPair(mTriangles[a], mTriangles[b]); });
+    mTriangles.resize(order.size());
+    for (std::size_t i = 0; i < order.size(); ++i) mTriangles[i] = triangleOf(order[i]);
+    join.forEachPair([this](std::size_t a, std::size_t b) { return testPair(mTriangles[a], mTriangles[b]); });
     shorten();
     return std::move(mResult);
   }

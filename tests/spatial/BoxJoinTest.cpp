@@ -22,17 +22,24 @@ bool meet(const GridBox& a, const GridBox& b) {
   return true;
 }
 
+std::vector<std::uint32_t> inOrder(std::size_t count) {
+  std::vector<std::uint32_t> order(count);
+  std::iota(order.begin(), order.end(), 0u);
+  return order;
+}
+
 TEST(BoxJoin, findsThePairsThatAComparisonOfAllFinds) {
   std::mt19937 random(1);
   for (const std::size_t count : {0, 1, 2, 7, 8, 9, 16, 63, 64, 65, 130, 511, 513, 700}) {
     std::vector<GridBox> boxes;
     for (std::size_t i = 0; i < count; ++i) boxes.push_back(randomBox(random, 40, 6));
-    std::ranges::sort(boxes, {}, BoxJoin::curveKey);
+    const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
+    EXPECT_TRUE(std::ranges::is_permutation(order, inOrder(count)));
     std::vector<std::pair<std::size_t, std::size_t>> expected, found;
     for (std::size_t a = 0; a < count; ++a)
       for (std::size_t b = a + 1; b < count; ++b)
-        if (meet(boxes[a], boxes[b])) expected.emplace_back(a, b);
-    BoxJoin(boxes).forEachPair([&](std::size_t a, std::size_t b) {
+        if (meet(boxes[order[a]], boxes[order[b]])) expected.emplace_back(a, b);
+    BoxJoin(boxes, order).forEachPair([&](std::size_t a, std::size_t b) {
       found.emplace_back(a, b);
       return true;
     });
@@ -41,11 +48,41 @@ TEST(BoxJoin, findsThePairsThatAComparisonOfAllFinds) {
   }
 }
 
+TEST(BoxJoin, findsThePairsOfTwoSets) {
+  std::mt19937 random(2);
+  for (const std::size_t count : {0, 1, 9, 65, 600})
+    for (const std::size_t otherCount : {1, 8, 70, 513}) {
+      std::vector<GridBox> boxes, others;
+      for (std::size_t i = 0; i < count; ++i) boxes.push_back(randomBox(random, 30, 8));
+      for (std::size_t i = 0; i < otherCount; ++i) others.push_back(randomBox(random, 30, 2));
+      std::vector<std::pair<std::size_t, std::size_t>> expected, found;
+      for (std::size_t a = 0; a < count; ++a)
+        for (std::size_t b = 0; b < otherCount; ++b)
+          if (meet(boxes[a], others[b])) expected.emplace_back(a, b);
+      BoxJoin(boxes, inOrder(count))
+          .forEachPair(BoxJoin(others, inOrder(otherCount)), [&](std::size_t a, std::size_t b) {
+            found.emplace_back(a, b);
+            return true;
+          });
+      std::ranges::sort(found);
+      EXPECT_EQ(found, expected) << count << " and " << otherCount << " boxes";
+    }
+}
+
+TEST(BoxJoin, manyOfOneCellAreSortedByTheLowerBits) {
+  // 2000 boxes within a cell of the upper bits, and one that makes this cell small.
+  std::mt19937 random(3);
+  std::vector<GridBox> boxes{{{0, 0, 0}, {1 << 30, 1 << 30, 1 << 30}}};
+  for (int i = 0; i < 2000; ++i) boxes.push_back(randomBox(random, 1 << 19, 1 << 12));
+  const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
+  EXPECT_TRUE(std::ranges::is_sorted(order, {}, [&](std::uint32_t i) { return BoxJoin::curveKey(boxes[i]); }));
+}
+
 TEST(BoxJoin, stopsWhenToldTo) {
   const std::vector<GridBox> boxes(100, GridBox{{0, 0, 0}, {1, 1, 1}});
   for (const int limit : {1, 5, 500}) {
     int visits = 0;
-    BoxJoin(boxes).forEachPair([&](std::size_t, std::size_t) { return ++visits < limit; });
+    BoxJoin(boxes, inOrder(100)).forEachPair([&](std::size_t, std::size_t) { return ++visits < limit; });
     EXPECT_EQ(visits, limit);
   }
 }
