@@ -96,8 +96,9 @@ class Search {
     const BoxJoin edges = sortEdges();
     bool isComplete = true;
     edges.forEachPair(vertices, [&](std::size_t edge, std::size_t vertex) {
-      const Pair& ends = mDefects.openEdges[mEdges[edge]];
+      const Pair& ends = mEdges[edge];
       const std::uint32_t v = mVertices[vertex];
+      if (v == ends[0] || v == ends[1]) return true;  // most are: not a look at their coordinates
       if (!isInside(mMesh.local(v), mMesh.local(ends[0]), mMesh.local(ends[1]), mTolerance)) return true;
       isComplete = found.size() < limit;
       if (isComplete) found.push_back({ends, v});
@@ -140,7 +141,7 @@ class Search {
     Buffer<std::uint32_t> order(mLong.edges.size());
     for (std::uint32_t i = 0; i < order.size(); ++i) order[ends[rankOf(mLong.edges[i])]++] = i;
     mEdges.resize(order.size());
-    for (std::size_t i = 0; i < order.size(); ++i) mEdges[i] = mLong.edges[order[i]];
+    for (std::size_t i = 0; i < order.size(); ++i) mEdges[i] = mDefects.openEdges[mLong.edges[order[i]]];
     return BoxJoin(mLong.boxes, order);
   }
 
@@ -169,7 +170,8 @@ class Search {
   const double mTolerance;
   const Buffer<std::uint32_t> mLowest;
   const LongEdges mLong;
-  Buffer<std::uint32_t> mVertices, mEdges;  // in the orders of their boxes
+  Buffer<std::uint32_t> mVertices;  // in the order of their boxes
+  Buffer<Pair> mEdges;              // likewise
 };
 
 }  // namespace

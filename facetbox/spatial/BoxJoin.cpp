@@ -81,7 +81,11 @@ BoxJoin::BoxJoin(std::span<const GridBox> boxes, std::span<const std::uint32_t> 
       block.max[axis][lane] = std::max(block.max[axis][lane], box.max[axis]);
     }
   };
-  for (std::size_t i = 0; i < order.size(); ++i) extend(0, i, boxes[order[i]]);
+  constexpr std::size_t kAhead = 24;  // boxes lie anywhere in memory
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    if (i + kAhead < order.size()) __builtin_prefetch(&boxes[order[i + kAhead]]);
+    extend(0, i, boxes[order[i]]);
+  }
   for (std::size_t level = 1; level < mLevels.size(); ++level) {
     const std::size_t below = mLevels[level] - mLevels[level - 1];
     for (std::size_t child = 0; child < below * kWidth; ++child)
