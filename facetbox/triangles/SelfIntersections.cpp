@@ -102,7 +102,12 @@ class Search {
     const BoxJoin join(boxes, order);
     boxes = {};
     mTriangles.resize(order.size());
-    for (std::size_t i = 0; i < order.size(); ++i) mTriangles[i] = triangleOf(order[i]);
+    constexpr std::size_t kAhead = 16;  // corners lie anywhere in memory
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      if (i + kAhead < order.size()) __builtin_prefetch(&mIn.corners[3 * std::size_t{order[i + kAhead]}]);
+      if (i + kAhead / 2 < order.size()) prefetchPoints(order[i + kAhead / 2]);
+      mTriangles[i] = triangleOf(order[i]);
+    }
     join.forEachPair([this](std::size_t a, std::size_t b) { return testPair(mTriangles[a], mTriangles[b]); });
     shorten();
     return std::move(mResult);
@@ -113,6 +118,11 @@ class Search {
     NumberedTriangle shape;
     std::uint32_t face;
   };
+
+  void prefetchPoints(std::uint32_t number) const {
+    for (std::size_t i = 0; i < 3; ++i)
+      __builtin_prefetch(&mIn.points[3 * std::size_t{mIn.corners[3 * std::size_t{number} + i]}]);
+  }
 
   Triangle triangleOf(std::uint32_t number) const {
     Triangle triangle;
