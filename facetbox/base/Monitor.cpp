@@ -1,11 +1,10 @@
 #include <facetbox/base/Monitor.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace util {
 namespace {
-
-constexpr std::int64_t kPause = 20'000'000;  // nanoseconds between two calls
 
 std::int64_t now() { return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
@@ -27,7 +26,7 @@ void Monitor::finish() {
 void Monitor::look() {
   mNextLook = mDone + kBatch;
   const std::int64_t time = now();
-  if (time - mLastCall < kPause) return;
+  if (time - mLastCall < mPause) return;
   mLastCall = time;
   const double done = mTotal == 0 ? 0.0 : std::min(1.0, static_cast<double>(mDone) / static_cast<double>(mTotal));
   mReported = std::max(mReported, mBegin + (mEnd - mBegin) * done);
@@ -36,6 +35,7 @@ void Monitor::look() {
 
 Monitor::Part::Part(Monitor* monitor, double begin, double end, std::uint64_t total) : mMonitor(monitor) {
   if (!monitor) return;
+  monitor->look();
   mBegin = monitor->mBegin;
   mEnd = monitor->mEnd;
   mDone = monitor->mDone;
@@ -55,6 +55,15 @@ Monitor::Part::~Part() {
   mMonitor->mDone = mDone;
   mMonitor->mTotal = mTotal;
   mMonitor->mNextLook = 0;
+}
+
+Monitor::Blocks::Blocks(Monitor* monitor, std::size_t count)
+    : mMonitor(monitor), mPart(monitor, 0.0, 1.0, count), mCount(static_cast<std::uint32_t>(count)) {}
+
+void Monitor::Blocks::advance() {
+  if (mMonitor) mMonitor->tick(mEnd - mBegin);
+  mBegin = mEnd;
+  mEnd = mMonitor ? mBegin + std::min(static_cast<std::uint32_t>(kBatch), mCount - mBegin) : mCount;
 }
 
 }  // namespace util

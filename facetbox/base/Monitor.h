@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -21,22 +20,28 @@ class Monitor {
   /// mesh in no order: fit to be destroyed or assigned, nothing else.
   using Callback = std::function<void(double fraction)>;
 
-  explicit Monitor(Callback callback) : mCallback(std::move(callback)) {}
+  /// @param pause  nanoseconds that pass between two calls at least
+  explicit Monitor(Callback callback, std::int64_t pause = 20'000'000)
+      : mCallback(std::move(callback)), mPause(pause) {}
 
   /// Begins an operation, and calls back with 0.
   void start();
   /// Ends it, and calls back with 1.
   void finish();
 
-  /// Counts work. Calls back where the last call was more than 20 ms ago; the clock is looked at each kBatch units. So
-  /// a unit should take no more than a microsecond.
+  /// Counts work. Calls back where the last call is longer ago than the pause; the clock is looked at each kBatch
+  /// units. So a unit should take no more than a microsecond.
   void tick(std::uint64_t work = 1) {
     mDone += work;
     if (mDone >= mNextLook) look();
   }
 
+  /// Calls back where the last call is longer ago than the pause: for between two pieces of work of a millisecond or
+  /// more.
+  void look();
+
   /// A part of the part that is current when it is made, which is current again afterwards. None where `monitor` is
-  /// null.
+  /// null. Making one looks at the clock.
   class Part {
    public:
     /// @param begin, end  in the current part, 0 to 1
@@ -52,29 +57,38 @@ class Monitor {
     std::uint64_t mDone = 0, mTotal = 0;
   };
 
-  /// Calls `body(begin, end)` for blocks of consecutive numbers below `count`, which together make the current part; in
-  /// one go where `monitor` is null.
-  template <class Body>
-  static void inBlocks(Monitor* monitor, std::size_t count, Body body) {
-    if (!monitor) {
-      body(std::size_t{0}, count);
-      return;
+  /// Loops over the numbers below `count` in blocks, which together make the current part; one block where `monitor` is
+  /// null:
+  ///
+  ///     for (Monitor::Blocks blocks(monitor, count); blocks.next();)
+  ///       for (std::uint32_t i = blocks.begin(), end = blocks.end(); i < end; ++i) ...
+  class Blocks {
+   public:
+    Blocks(Monitor* monitor, std::size_t count);
+
+    /// Goes to the next block; false behind the last.
+    bool next() {
+      if (mEnd == mCount) return false;
+      advance();
+      return true;
     }
-    const Part part(monitor, 0.0, 1.0, count);
-    for (std::size_t begin = 0; begin < count;) {
-      const std::size_t end = begin + std::min(kBatch, count - begin);
-      body(begin, end);
-      monitor->tick(end - begin);
-      begin = end;
-    }
-  }
+    std::uint32_t begin() const { return mBegin; }
+    std::uint32_t end() const { return mEnd; }
+
+   private:
+    void advance();
+
+    Monitor* const mMonitor;
+    const Part mPart;
+    const std::uint32_t mCount;
+    std::uint32_t mBegin = 0, mEnd = 0;
+  };
 
  private:
   static constexpr std::size_t kBatch = 4096;
 
-  void look();
-
-  Callback mCallback;
+  const Callback mCallback;
+  const std::int64_t mPause;
   std::int64_t mLastCall = 0;  ///< nanoseconds of the steady clock
   double mReported = 0.0;
   double mBegin = 0.0, mEnd = 1.0;      ///< the current part, of the whole

@@ -78,7 +78,7 @@ void judge(std::uint32_t low, std::span<const EdgeUse> uses, facetbox::Defects& 
 
 void checkEdges(const CheckedMesh& mesh, facetbox::Defects& defects) {
   EdgeBuckets<EdgeUse> buckets(
-      mesh.vertexCount(), [&](auto visit) { forEachUse(mesh, visit); },
+      mesh.vertexCount(), nullptr, [&](auto visit) { forEachUse(mesh, visit); },
       [](std::uint32_t face, std::uint32_t, std::uint32_t a, std::uint32_t b) {
         return EdgeUse{std::max(a, b), face, a < b};
       });

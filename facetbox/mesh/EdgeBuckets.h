@@ -6,21 +6,22 @@
 #include <span>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/mesh/PrimitiveList.h>
 
 namespace util {
 
 /// Calls `use(face, position, a, b)` for every edge of the faces, faces and corners in order: it runs from vertex `a`,
-/// at the corner of that pool position, to vertex `b`.
+/// at the corner of that pool position, to vertex `b`. The monitor may be null.
 template <class Use>
-void forEachEdge(const PrimitiveList& faces, Use use) {
-  const auto faceCount = static_cast<std::uint32_t>(faces.size());
-  for (std::uint32_t face = 0; face < faceCount; ++face) {
-    const auto corners = faces.corners(face);
-    auto position = static_cast<std::uint32_t>(faces.offset(face));
-    for (std::size_t i = 0, n = corners.size(); i < n; ++i, ++position)
-      use(face, position, corners[i], corners[i + 1 == n ? 0 : i + 1]);
-  }
+void forEachEdge(const PrimitiveList& faces, Monitor* monitor, Use use) {
+  for (Monitor::Blocks blocks(monitor, faces.size()); blocks.next();)
+    for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+      const auto corners = faces.corners(face);
+      auto position = static_cast<std::uint32_t>(faces.offset(face));
+      for (std::size_t i = 0, n = corners.size(); i < n; ++i, ++position)
+        use(face, position, corners[i], corners[i + 1 == n ? 0 : i + 1]);
+    }
 }
 
 /// Uses of edges in buckets by the lower vertex of the edge; within a bucket in the order of the walk. `Use` is what is
@@ -34,7 +35,8 @@ class EdgeBuckets {
   /// Counting sort. `walk(visit)` has to call `visit(face, position, a, b)` for the same edges each time, all vertices
   /// below `vertexCount`; `makeUse(face, position, a, b)` is called once for each. O(vertices + edges).
   template <class Walk, class MakeUse>
-  EdgeBuckets(std::size_t vertexCount, Walk walk, MakeUse makeUse) : mEnds(vertexCount + 1, 0) {
+  EdgeBuckets(std::size_t vertexCount, Monitor* monitor, Walk walk, MakeUse makeUse)
+      : mEnds(vertexCount + 1, 0), mMonitor(monitor) {
     walk([this](std::uint32_t, std::uint32_t, std::uint32_t a, std::uint32_t b) { ++mEnds[std::min(a, b) + 1]; });
     for (std::size_t v = 1; v <= vertexCount; ++v) mEnds[v] += mEnds[v - 1];
     mUses.resize(mEnds[vertexCount]);
@@ -49,8 +51,10 @@ class EdgeBuckets {
   /// Calls `take(bucket)` for every vertex's bucket, by vertex; it may reorder what is in it.
   template <class Take>
   void forEach(Take take) {
-    for (std::size_t v = 0, begin = 0; v + 1 < mEnds.size(); begin = mEnds[v++])
-      take(std::span(mUses).subspan(begin, mEnds[v] - begin));
+    std::size_t first = 0;
+    for (Monitor::Blocks blocks(mMonitor, mEnds.size() - 1); blocks.next();)
+      for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; first = mEnds[v++])
+        take(std::span(mUses).subspan(first, mEnds[v] - first));
   }
 
   /// Calls `match(a, b)` for the two uses of every edge that is used exactly twice; reorders buckets. O(uses),
@@ -82,8 +86,14 @@ class EdgeBuckets {
   }
 
   template <class Match>
-  static void sortForPairs(std::span<Use> bucket, Match& match) {
-    std::ranges::sort(bucket, {}, &Use::high);
+  void sortForPairs(std::span<Use> bucket, Match& match) {
+    if (mMonitor)
+      std::ranges::sort(bucket, [this](const Use& a, const Use& b) {
+        mMonitor->tick();
+        return a.high() < b.high();
+      });
+    else
+      std::ranges::sort(bucket, {}, &Use::high);
     for (auto begin = bucket.begin(); begin != bucket.end();) {
       const std::uint32_t high = begin->high();
       const auto end = std::find_if(begin, bucket.end(), [high](const Use& use) { return use.high() != high; });
@@ -94,6 +104,7 @@ class EdgeBuckets {
 
   Buffer<std::uint32_t> mEnds;  // per vertex, and one more
   Buffer<Use> mUses;
+  Monitor* mMonitor;
 };
 
 }  // namespace util

@@ -18,12 +18,12 @@ struct EdgeUse {
 
 }  // namespace
 
-EdgeTwins findEdgeTwins(const PrimitiveList& faces, std::size_t vertexCount) {
+EdgeTwins findEdgeTwins(const PrimitiveList& faces, std::size_t vertexCount, Monitor* monitor) {
   assert(vertexCount <= EdgeUse::kReversedBit);
   EdgeTwins twins;
   twins.mCorners.resize(faces.poolSize(), {EdgeTwins::kNone, 0});
   EdgeBuckets<EdgeUse> buckets(
-      vertexCount, [&](auto visit) { forEachEdge(faces, visit); },
+      vertexCount, monitor, [&](auto visit) { forEachEdge(faces, monitor, visit); },
       [&](std::uint32_t face, std::uint32_t position, std::uint32_t a, std::uint32_t b) {
         twins.mCorners[position].mFace = face;
         return EdgeUse{a < b ? b : a | EdgeUse::kReversedBit, position};

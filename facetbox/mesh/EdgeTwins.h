@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/mesh/PrimitiveList.h>
 
 namespace util {
@@ -35,6 +36,6 @@ struct EdgeTwins {
 
 /// Finds the twins of a face list whose vertex indices are below `vertexCount` and below 2^31. O(vertices + corners),
 /// O(corners log corners) around a vertex that very many edges share.
-EdgeTwins findEdgeTwins(const PrimitiveList& faces, std::size_t vertexCount);
+EdgeTwins findEdgeTwins(const PrimitiveList& faces, std::size_t vertexCount, Monitor* monitor = nullptr);
 
 }  // namespace util

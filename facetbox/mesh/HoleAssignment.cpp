@@ -20,6 +20,8 @@ using Search = HolePlacement::Search;
 constexpr std::size_t kLargeModeVertices = 101, kLargeModeEntries = 21;
 constexpr std::size_t kLargeGroupHoles = KeptHoles::kLargeGroup, kLargeOuterCorners = 101;
 
+constexpr std::size_t kWorkPerHole = 32;  // for the monitor: microseconds, as it may be in a large group
+
 /// Checks the groups of a mesh one by one.
 class GroupCheck {
  public:
@@ -37,7 +39,9 @@ class GroupCheck {
     mKept.begin(holes, axis, search);
     if (isLarge && mKept.allAlong(axis)) ++mCounts.mLargeGroups;
 
+    Monitor* const monitor = mMesh.mMonitor.get();
     for (std::size_t i = 0; i < holes.size(); ++i) {
+      if (monitor) monitor->tick(kWorkPerHole);
       // Already cleared as a hole of an earlier group: nothing to test, and no other hole can overlap it.
       if (mMesh.mFaces.isCleared(holes[i])) continue;
       if (passes(holes, i)) {
@@ -69,6 +73,17 @@ class GroupCheck {
   KeptHoles mKept;
 };
 
+void checkGroups(MeshStorage& m, std::span<const std::uint32_t> list, HoleAssignmentCounts& counts) {
+  GroupCheck groupCheck(m, m.mVertices.size() >= kLargeModeVertices || list.size() >= kLargeModeEntries, counts);
+  for (auto group = list.begin(); group != list.end();) {
+    const auto end = std::find(group, list.end(), HoleTable::kEnd);
+    if (end == list.end()) throw std::runtime_error("illegal hole index.");
+    groupCheck.check(*group, {group + 1, end});
+    if (m.mMonitor) m.mMonitor->tick(2 * kWorkPerHole);
+    group = end + 1;
+  }
+}
+
 }  // namespace
 
 HoleAssignmentCounts assignHoles(Mesh& mesh) {
@@ -78,13 +93,12 @@ HoleAssignmentCounts assignHoles(Mesh& mesh) {
   counts.mDroppedEntries = m.mHoles.validate(m.mFaces.size());
 
   const std::span<const std::uint32_t> list(m.mHoles.list().data(), m.mHoles.list().size());
-  GroupCheck groupCheck(m, m.mVertices.size() >= kLargeModeVertices || list.size() >= kLargeModeEntries, counts);
-  for (auto group = list.begin(); group != list.end();) {
-    const auto end = std::find(group, list.end(), HoleTable::kEnd);
-    if (end == list.end()) throw std::runtime_error("illegal hole index.");
-    groupCheck.check(*group, {group + 1, end});
-    group = end + 1;
+  Monitor* const monitor = m.mMonitor.get();
+  {
+    const Monitor::Part part(monitor, 0.0, 0.9, kWorkPerHole * list.size());
+    checkGroups(m, list, counts);
   }
+  const Monitor::Part part(monitor, 0.9, 1.0);
   if (counts.mClearedHoles != 0) compactMesh(mesh);
   return counts;
 }

@@ -6,6 +6,12 @@ namespace util {
 
 using Reason = facetbox::DroppedHole::Reason;
 
+namespace {
+
+constexpr std::size_t kWorkPerHole = 32;  // for the monitor: microseconds, as it may be
+
+}  // namespace
+
 void clearFaceAndHoles(MeshStorage& mesh, std::uint32_t face, std::span<const HoleTable::Group> groups) {
   if (!groups.empty())
     for (const HoleTable::Group& group : HoleTable::groupsOf(face, groups))
@@ -20,10 +26,14 @@ void clearFaceAndHoles(MeshStorage& mesh, std::uint32_t face, std::span<const Ho
 bool clearMisplacedHoles(MeshStorage& mesh) {
   if (mesh.mHoles.empty()) return false;
   bool cleared = false;
+  Monitor* const monitor = mesh.mMonitor.get();
+  const Monitor::Part part(monitor, 0.0, 1.0, kWorkPerHole * mesh.mHoles.list().size());
   HolePlacement placement(mesh);
   for (const HoleTable::Group& group : mesh.mHoles.groupsByOuter(mesh.mFaces.size())) {
     if (!mesh.mFaces.isCleared(group.outer)) placement.setOuter(group.outer, HolePlacement::Search::indexed);
+    if (monitor) monitor->tick(2 * kWorkPerHole);
     for (const std::uint32_t hole : group.holes) {
+      if (monitor) monitor->tick(kWorkPerHole);
       if (hole >= mesh.mFaces.size() || mesh.mFaces.isCleared(hole)) continue;
       // Asked each time: a host's list may name a face as its own hole.
       const bool hasOuter = !mesh.mFaces.isCleared(group.outer);

@@ -58,6 +58,7 @@ void HolePlacement::fill(Projection& projection, std::uint32_t face, int axis) {
   projection.axis = axis;
   projection.isFinite = std::ranges::all_of(mScratch, [](Vec2 p) { return util::isFinite(p); });
   projection.polygon.assign(mScratch);
+  projection.polygon.setMonitor(mMesh.mMonitor.get());
 }
 
 /// The reference is valid until four other projections have been asked for.

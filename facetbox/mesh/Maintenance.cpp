@@ -115,10 +115,19 @@ bool removeRepeatedIndices(PrimitiveList& faces, std::size_t face) {
 
 bool sanitizeFaces(Mesh& mesh) {
   MeshStorage& m = mesh.storage();
+  Monitor* const monitor = m.mMonitor.get();
   bool changed = false;
-  for (std::size_t face = 0; face < m.mFaces.size(); ++face)
-    if (!m.mFaces.isCleared(face)) changed |= removeRepeatedIndices(m.mFaces, face);
-  changed |= clearMisplacedHoles(m);
+  {
+    const Monitor::Part part(monitor, 0.0, 0.3);
+    for (Monitor::Blocks blocks(monitor, m.mFaces.size()); blocks.next();)
+      for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
+        if (!m.mFaces.isCleared(face)) changed |= removeRepeatedIndices(m.mFaces, face);
+  }
+  {
+    const Monitor::Part part(monitor, 0.3, 0.7);
+    changed |= clearMisplacedHoles(m);
+  }
+  const Monitor::Part part(monitor, 0.7, 1.0);
   compactPrimitives(mesh);
   clearConnectivityCache(mesh);
   return changed;
@@ -131,8 +140,10 @@ void compactPrimitives(Mesh& mesh) {
   if (!m.mRunStarts.empty() || !m.mHoles.empty() || m.mHistory) {
     FaceRenumbering renumbering(list.size());
     for (std::size_t i = 0; i < list.size(); ++i) renumbering.add(!list.isCleared(i));
+    if (m.mMonitor) m.mMonitor->look();
     m.renumberFaces(renumbering);
   }
+  if (m.mMonitor) m.mMonitor->look();
   list.compact();
   clearConnectivityCache(mesh);
 }
@@ -150,36 +161,48 @@ std::size_t removeUnusedVertices(Mesh& mesh) {
   }
 
   // All lists, not just the active one: lines beside points must not keep indices of vertices that have gone.
+  Monitor* const monitor = m.mMonitor.get();
   VertexSet used(vertexCount);
-  for (const PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
-    for (std::size_t i = 0; i < list->size(); ++i)
-      for (const std::uint32_t v : list->corners(i)) used.insert(v);
+  {
+    const Monitor::Part part(monitor, 0.0, 0.4);
+    for (const PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
+      for (Monitor::Blocks blocks(monitor, list->size()); blocks.next();)
+        for (std::size_t i = blocks.begin(), end = blocks.end(); i < end; ++i)
+          for (const std::uint32_t v : list->corners(i)) used.insert(v);
+  }
   const std::uint32_t kept = used.count();
   if (kept == vertexCount) return 0;
 
   compactVertices(
       m, kept, [&](std::uint32_t v, std::uint32_t) { return used.contains(v); },
       [&](std::uint32_t v) { return used.contains(v) ? used.rank(v) : NumberHistory::kNone; });
+  const Monitor::Part part(monitor, 0.6, 1.0);
   for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints})
-    for (std::size_t i = 0; i < list->size(); ++i)
-      for (std::uint32_t& v : list->corners(i)) v = used.rank(v);
+    for (Monitor::Blocks blocks(monitor, list->size()); blocks.next();)
+      for (std::size_t i = blocks.begin(), end = blocks.end(); i < end; ++i)
+        for (std::uint32_t& v : list->corners(i)) v = used.rank(v);
   clearConnectivityCache(mesh);
   return vertexCount - kept;
 }
 
 void compactMesh(Mesh& mesh) {
-  compactPrimitives(mesh);
+  {
+    const Monitor::Part part(mesh.storage().mMonitor.get(), 0.0, 0.5);
+    compactPrimitives(mesh);
+  }
+  const Monitor::Part part(mesh.storage().mMonitor.get(), 0.5, 1.0);
   removeUnusedVertices(mesh);
   clearConnectivityCache(mesh);
 }
 
 void recomputeFaceNormals(Mesh& mesh) {
   MeshStorage& m = mesh.storage();
-  for (std::size_t face = 0; face < m.mFaces.size(); ++face) {
-    Vec3 normal;
-    computeFaceNormal(m.mVertices, m.mFaces.corners(face), normal);
-    m.mFaces.setNormal(face, normal);
-  }
+  for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
+    for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+      Vec3 normal;
+      computeFaceNormal(m.mVertices, m.mFaces.corners(face), normal);
+      m.mFaces.setNormal(face, normal);
+    }
 }
 
 }  // namespace util

@@ -83,10 +83,11 @@ Orientation opposite(Orientation orientation) {
 class FaceNeighbors {
  public:
   /// O(vertices + corners), O(corners log corners) around a vertex that very many edges share.
-  FaceNeighbors(const PrimitiveList& faces, std::size_t vertexCount) {
+  FaceNeighbors(const PrimitiveList& faces, std::size_t vertexCount, Monitor* monitor) {
+    const Monitor::Part part(monitor, 0.0, 0.5);
     mNeighbors.resize(faces.poolSize(), kNone);
     EdgeBuckets<EdgeUse> buckets(
-        vertexCount, [&](auto visit) { forEachEdge(faces, visit); },
+        vertexCount, monitor, [&](auto visit) { forEachEdge(faces, monitor, visit); },
         [](std::uint32_t face, std::uint32_t position, std::uint32_t a, std::uint32_t b) {
           return EdgeUse{std::max(a, b), position, face << 1 | (a < b ? 0u : 1u)};
         });
@@ -128,7 +129,8 @@ class ComponentWalk {
   ComponentWalk(MeshStorage& mesh, std::span<const Vec3> points)
       : mFaces(mesh.mFaces),
         mPoints(points),
-        mNeighbors(mesh.mFaces, mesh.mVertices.size()),
+        mMonitor(mesh.mMonitor.get()),
+        mNeighbors(mesh.mFaces, mesh.mVertices.size(), mMonitor),
         mLinks(mesh.mHoles, mesh.mFaces.size()),
         mOrientations(mesh.mFaces.size(), Orientation::unreached) {
     mReached.reserve(mesh.mFaces.size());
@@ -143,18 +145,23 @@ class ComponentWalk {
     const std::size_t begin = mReached.size();
     BoxFromBelow box;
     reach(seed, Orientation::likeSeed);
-    for (std::size_t i = begin; i < mReached.size(); ++i) reachNeighbors(mReached[i], box);
+    for (std::size_t i = begin; i < mReached.size(); ++i) {
+      reachNeighbors(mReached[i], box);
+      if (mMonitor) mMonitor->tick();
+    }
 
     const std::span<const std::uint32_t> component(mReached.data() + begin, mReached.size() - begin);
     const Vec3 reference = (component.size() > 1 ? box : mWholeBox).pointBelow();
     // A sum of zero or NaN counts as inward.
     const Orientation inward = volumeSum(component, reference) > 0.0 ? Orientation::againstSeed : Orientation::likeSeed;
     std::size_t flipped = 0;
-    for (const std::uint32_t face : component) {
-      if (mOrientations[face] != inward) continue;
-      flipFace(mFaces, face);
-      ++flipped;
-    }
+    forEachBlock(component, [&](std::span<const std::uint32_t> faces) {
+      for (const std::uint32_t face : faces) {
+        if (mOrientations[face] != inward) continue;
+        flipFace(mFaces, face);
+        ++flipped;
+      }
+    });
     return flipped;
   }
 
@@ -178,19 +185,33 @@ class ComponentWalk {
   /// Three times the signed volume between the faces and a point, with the orientations applied.
   double volumeSum(std::span<const std::uint32_t> component, const Vec3& reference) const {
     double sum = 0.0;
-    for (const std::uint32_t face : component) {
-      const auto corners = mFaces.corners(face);
-      if (corners.empty() || mLinks.isHole(face)) continue;
-      Vec3 normal;
-      computeFaceNormal(mPoints, corners, normal);
-      const double term = computePolygonArea(mPoints, corners, normal) * dot(normal, mPoints[corners[0]] - reference);
-      sum += mOrientations[face] == Orientation::againstSeed ? -term : term;
-    }
+    forEachBlock(component, [&](std::span<const std::uint32_t> faces) {
+      for (const std::uint32_t face : faces) {
+        const auto corners = mFaces.corners(face);
+        if (corners.empty() || mLinks.isHole(face)) continue;
+        Vec3 normal;
+        computeFaceNormal(mPoints, corners, normal);
+        const double term = computePolygonArea(mPoints, corners, normal) * dot(normal, mPoints[corners[0]] - reference);
+        sum += mOrientations[face] == Orientation::againstSeed ? -term : term;
+      }
+    });
     return sum;
+  }
+
+  /// Calls `use(faces)` for one part of a component after the other, and tells the monitor.
+  template <class Use>
+  void forEachBlock(std::span<const std::uint32_t> component, Use use) const {
+    constexpr std::size_t kBlock = 4096;
+    for (; !component.empty(); component = component.subspan(std::min(kBlock, component.size()))) {
+      const auto block = component.first(std::min(kBlock, component.size()));
+      use(block);
+      if (mMonitor) mMonitor->tick(block.size());
+    }
   }
 
   PrimitiveList& mFaces;
   std::span<const Vec3> mPoints;
+  Monitor* const mMonitor;
   FaceNeighbors mNeighbors;
   HoleLinks mLinks;
   BoxFromBelow mWholeBox;
@@ -218,6 +239,7 @@ std::uint64_t conformNormals(Mesh& mesh, const double* transform) {
   }
 
   ComponentWalk walk(m, asStored ? std::span<const Vec3>(m.mVertices) : std::span<const Vec3>(transformed));
+  const Monitor::Part part(m.mMonitor.get(), 0.5, 1.0, 3 * m.mFaces.size());
   std::uint64_t flipped = 0;
   for (std::uint32_t face = 0; face < m.mFaces.size(); ++face)
     if (!walk.isReached(face)) flipped += walk.conformComponent(face);

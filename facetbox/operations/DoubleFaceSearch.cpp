@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <functional>
 #include <iterator>
 #include <span>
 #include <utility>
@@ -30,11 +29,17 @@ class DoubleFaceSearch {
       : mMesh(mesh), mComparison(mesh, compareAttributes) {}
 
   std::vector<DoubleFace> run() {
-    FaceBuckets buckets = findCandidates();
+    Monitor* const monitor = mMesh.mMonitor.get();
+    FaceBuckets buckets = [&] {
+      const Monitor::Part part(monitor, 0.0, 0.5);
+      return findCandidates();
+    }();
+    const Monitor::Part part(monitor, 0.5, 1.0, buckets.faces().size());
     std::size_t begin = 0;
     for (const std::uint32_t end : buckets.ends()) {
       const auto bucket = buckets.faces().subspan(begin, end - begin);
       if (bucket.size() > 1 || !mVisitingTwice.empty()) resolveBucket(bucket);
+      if (monitor) monitor->tick(bucket.size());
       begin = end;
     }
     return std::move(mDoubles);
@@ -55,8 +60,7 @@ class DoubleFaceSearch {
     Buffer<std::uint32_t> hashes(faceCount);
     RepeatedHashes repeated(faceCount);
     RepeatedVisits repeatedVisits(mMesh.mVertices.size());
-    for (std::uint32_t face = 0; face < faceCount; ++face) {
-      if (!isCompared(face)) continue;
+    const auto addFace = [&](std::uint32_t face) {
       const auto corners = faces.corners(face);
       hashes[face] = faceHash(corners);
       if (repeatedVisits.anyIn(face, corners)) {
@@ -65,12 +69,20 @@ class DoubleFaceSearch {
       } else {
         repeated.add(hashes[face]);
       }
+    };
+    Monitor* const monitor = mMesh.mMonitor.get();
+    {
+      const Monitor::Part part(monitor, 0.0, 0.5);
+      for (Monitor::Blocks blocks(monitor, faceCount); blocks.next();)
+        for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
+          if (isCompared(face)) addFace(face);
     }
 
     Buffer<std::uint32_t> candidates;
     for (std::uint32_t face = 0; face < faceCount; ++face)
       if (isCompared(face) && repeated.mayRepeat(hashes[face])) candidates.push_back(face);
-    return {candidates, hashes};
+    const Monitor::Part part(monitor, 0.5, 1.0, candidates.size());
+    return {candidates, hashes, monitor};
   }
 
   /// Finds the doubles among faces of one hash, ascending.
@@ -117,13 +129,18 @@ class DoubleFaceSearch {
       mForms.push_back({face, mComparison.comparesAttributes() ? mComparison.materialOf(face) : 0, {next, count}});
       next += count;
     }
-    std::ranges::stable_sort(mForms, std::less());
+    std::ranges::stable_sort(mForms, [monitor = mMesh.mMonitor.get()](const Form& a, const Form& b) {
+      if (monitor) monitor->tick();
+      return a < b;
+    });
   }
 
   void resolvePairByPair(std::span<const std::uint32_t> copies) {
     resolve(copies, [&](std::size_t copy, auto isDouble) {
-      for (std::size_t later = copy + 1; later < copies.size(); ++later)
+      for (std::size_t later = copy + 1; later < copies.size(); ++later) {
         if (!mGone[later]) isDouble(later);
+        tickEach(4096, later);
+      }
     });
   }
 
@@ -151,6 +168,7 @@ class DoubleFaceSearch {
     };
     bool anyLeft = false;  // of those that visit a vertex twice
     for (std::size_t copy = 0; copy < copies.size(); ++copy) {
+      tickEach(kFewCopies, copy);
       if (mGone[copy]) continue;
       const std::uint32_t a = copies[copy];
       const std::uint32_t lowest = std::ranges::min(mMesh.mFaces.corners(a));
@@ -166,6 +184,11 @@ class DoubleFaceSearch {
     for (std::size_t copy = 0; copy < copies.size(); ++copy)
       if (!mGone[copy] && visitsTwice(copies[copy]))
         removeIfDouble(lowestTwiceVisited(copies[copy]), copies[copy], copy);
+  }
+
+  /// Tells the monitor of `count` steps, each time that so many more are done.
+  void tickEach(std::size_t count, std::size_t done) const {
+    if (done % count == count - 1 && mMesh.mMonitor) mMesh.mMonitor->tick(count);
   }
 
   bool visitsTwice(std::uint32_t face) const {

@@ -45,27 +45,29 @@ class BucketTable {
 
 }  // namespace
 
-FaceBuckets::FaceBuckets(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes) {
+FaceBuckets::FaceBuckets(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes, Monitor* monitor) {
   assert(std::ranges::is_sorted(faces));
-  if (!fillByTable(faces, hashes)) fillBySorting(faces, hashes);
+  if (!fillByTable(faces, hashes, monitor)) fillBySorting(faces, hashes);
 }
 
 /// Buckets in the order of their first faces. False, with nothing done, where hashes crowd.
-bool FaceBuckets::fillByTable(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes) {
+bool FaceBuckets::fillByTable(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes,
+                              Monitor* monitor) {
   BucketTable table(faces.size());
   Buffer<std::uint32_t> bucketOf;  // parallel to `faces`
   bucketOf.reserve(faces.size());
-  for (const std::uint32_t face : faces) {
-    const auto fresh = static_cast<std::uint32_t>(mEnds.size());
-    const std::uint32_t bucket = table.bucketOf(hashes[face], fresh);
-    if (bucket == BucketTable::kNone) {
-      mEnds.clear();
-      return false;
+  for (Monitor::Blocks blocks(monitor, faces.size()); blocks.next();)
+    for (std::size_t i = blocks.begin(), end = blocks.end(); i < end; ++i) {
+      const auto fresh = static_cast<std::uint32_t>(mEnds.size());
+      const std::uint32_t bucket = table.bucketOf(hashes[faces[i]], fresh);
+      if (bucket == BucketTable::kNone) {
+        mEnds.clear();
+        return false;
+      }
+      if (bucket == fresh) mEnds.push_back(0);
+      bucketOf.push_back(bucket);
+      ++mEnds[bucket];
     }
-    if (bucket == fresh) mEnds.push_back(0);
-    bucketOf.push_back(bucket);
-    ++mEnds[bucket];
-  }
   // Counts to starts; filling moves them to the ends.
   std::uint32_t total = 0;
   for (std::uint32_t& end : mEnds) total += std::exchange(end, total);

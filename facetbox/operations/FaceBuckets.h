@@ -8,6 +8,7 @@
 #include <span>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 
 namespace util {
 
@@ -55,7 +56,7 @@ class FaceBuckets {
  public:
   /// @param faces   ascending
   /// @param hashes  of all faces, addressed by face
-  FaceBuckets(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes);
+  FaceBuckets(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes, Monitor* monitor = nullptr);
 
   /// The faces, bucket after bucket.
   std::span<std::uint32_t> faces() { return mFaces; }
@@ -63,7 +64,7 @@ class FaceBuckets {
   std::span<const std::uint32_t> ends() const { return mEnds; }
 
  private:
-  bool fillByTable(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes);
+  bool fillByTable(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes, Monitor* monitor);
   void fillBySorting(const Buffer<std::uint32_t>& faces, const Buffer<std::uint32_t>& hashes);
 
   Buffer<std::uint32_t> mFaces, mEnds;

@@ -18,12 +18,13 @@ bool findPlane(const MeshStorage& m, std::size_t face) {
 }  // namespace
 
 FacePlanes::FacePlanes(const MeshStorage& m) : mAreas(m.mFaces.size()) {
-  for (std::size_t face = 0; face < mAreas.size(); ++face) {
-    const double area = computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face));
-    // So that areas can be ordered: one that is no number comes last.
-    const double ordered = area >= 0.0 ? area : 0.0;
-    mAreas[face] = findPlane(m, face) ? ordered : -ordered;
-  }
+  for (Monitor::Blocks blocks(m.mMonitor.get(), mAreas.size()); blocks.next();)
+    for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+      const double area = computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face));
+      // So that areas can be ordered: one that is no number comes last.
+      const double ordered = area >= 0.0 ? area : 0.0;
+      mAreas[face] = findPlane(m, face) ? ordered : -ordered;
+    }
 }
 
 }  // namespace util

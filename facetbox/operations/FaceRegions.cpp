@@ -78,6 +78,7 @@ class FaceRegions::SplitSearch {
 
   /// Looks around from one face. Returns how many other searches were met.
   std::size_t advance(std::uint32_t search) {
+    mRegions.tick();
     const std::uint32_t face = mSearches[search].mOpen.back();
     mSearches[search].mOpen.pop_back();
     mSearches[search].mDone.push_back(face);
@@ -133,8 +134,8 @@ class FaceRegions::SplitSearch {
 };
 
 FaceRegions::FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, const EdgeTwins& twins,
-                         std::span<const double> areas)
-    : mFaces(faces), mTwins(twins), mAreas(areas) {
+                         std::span<const double> areas, Monitor* monitor)
+    : mFaces(faces), mTwins(twins), mAreas(areas), mMonitor(monitor) {
   assert(areas.size() == faces.size());
   mRegionOf.resize(faces.size(), kFree);
   mFirstBorder.resize(vertexCount, kNone);
@@ -244,6 +245,7 @@ void FaceRegions::putOutWhatIsCutOff() {
 
 bool FaceRegions::resolvePinches() {
   for (const std::uint32_t face : mMembers) {
+    tick();
     const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
     for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(face); ++corner)
       if (!isInner(corner)) addBorder(corner);
@@ -257,6 +259,7 @@ bool FaceRegions::settlePinches() {
     const std::uint32_t vertex = mPinches.back();
     mPinches.pop_back();
     if (!resolveAt(vertex)) return false;
+    tick();
   }
   if (!mOut.empty()) {
     std::erase_if(mMembers, [&](std::uint32_t face) { return !isMember(face); });
@@ -375,6 +378,7 @@ void FaceRegions::followLoop(std::uint32_t start) {
   const auto begin = static_cast<std::ptrdiff_t>(mLoopCorners.size());
   std::uint32_t corner = start;
   do {
+    tick();
     mLoopCorners.push_back(corner);
     // One border edge leaves each vertex, so a vertex without one has been passed.
     mFirstBorder[vertexAt(corner)] = kNone;
@@ -390,6 +394,7 @@ const std::vector<FaceRegions::Loop>& FaceRegions::borderLoops() {
   mLoopCorners.clear();
   mLoopEnds.clear();
   for (const std::uint32_t face : mMembers) {
+    tick();
     const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));
     for (std::uint32_t corner = begin; corner < begin + mFaces.cornerCount(face); ++corner)
       if (isBorder(corner) && mFirstBorder[mFaces.vertexAt(corner)] != kNone) followLoop(corner);

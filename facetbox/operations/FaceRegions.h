@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/mesh/EdgeTwins.h>
 #include <facetbox/mesh/PrimitiveList.h>
 
@@ -36,9 +37,10 @@ class FaceRegions {
   /// So many rounds put out one face at each flaw; then patches of growing size.
   static constexpr unsigned kSingleRounds = 8;
 
-  /// @param areas  per face, of either sign
+  /// @param areas    per face, of either sign
+  /// @param monitor  may be null
   FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, const EdgeTwins& twins,
-              std::span<const double> areas);
+              std::span<const double> areas, Monitor* monitor = nullptr);
 
   bool isFree(std::uint32_t face) const { return mRegionOf[face] == kFree; }
 
@@ -138,10 +140,14 @@ class FaceRegions {
   bool resolveAt(std::uint32_t vertex);
   void putOut(std::uint32_t face);
   void putOutWhatIsCutOff();
+  void tick(std::uint64_t work = 1) const {
+    if (mMonitor) mMonitor->tick(work);
+  }
 
   const PrimitiveList& mFaces;
   const EdgeTwins& mTwins;
   std::span<const double> mAreas;
+  Monitor* const mMonitor;
 
   Buffer<std::uint32_t> mRegionOf;  // per face: the seed of its region, or kFree
   std::uint32_t mSeed = kFree;

@@ -41,6 +41,7 @@ void guardHoles(const MeshStorage& m, VertexGroups& groups) {
       meet(hole);
     }
     ++current;
+    if (m.mMonitor) m.mMonitor->tick();
   }
 }
 
@@ -50,11 +51,12 @@ class LargeToleranceGuard {
   LargeToleranceGuard(const MeshStorage& mesh, VertexGroups& groups) : mMesh(mesh), mGroups(groups) {}
 
   void run() {
-    for (std::size_t face = 0; face < mMesh.mFaces.size(); ++face) {
-      const auto corners = mMesh.mFaces.corners(face);
-      const auto isGrouped = [&](std::uint32_t v) { return mGroups.groupOf(v) != VertexGroups::kNone; };
-      if (std::ranges::any_of(corners, isGrouped) && wouldSpoil(face)) keepApart(corners);
-    }
+    for (Monitor::Blocks blocks(mMesh.mMonitor.get(), mMesh.mFaces.size()); blocks.next();)
+      for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+        const auto corners = mMesh.mFaces.corners(face);
+        const auto isGrouped = [&](std::uint32_t v) { return mGroups.groupOf(v) != VertexGroups::kNone; };
+        if (std::ranges::any_of(corners, isGrouped) && wouldSpoil(face)) keepApart(corners);
+      }
   }
 
  private:
@@ -92,8 +94,9 @@ std::uint64_t applyGroups(MeshStorage& m, VertexGroups&& groups) {
   const std::size_t vertexCount = m.mVertices.size();
   if (keptCount == vertexCount) return 0;
 
-  for (std::size_t face = 0; face < m.mFaces.size(); ++face)
-    for (std::uint32_t& v : m.mFaces.corners(face)) v = newNumbers[v];
+  for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
+    for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
+      for (std::uint32_t& v : m.mFaces.corners(face)) v = newNumbers[v];
   // The first vertex of a new number is the one that keeps its place.
   compactVertices(
       m, keptCount, [&](std::uint32_t v, std::uint32_t next) { return newNumbers[v] == next; },
@@ -104,11 +107,22 @@ std::uint64_t applyGroups(MeshStorage& m, VertexGroups&& groups) {
 std::uint64_t weld(Mesh& mesh, double tolerance) {
   if (std::isnan(tolerance)) return 0;
   MeshStorage& m = mesh.storage();
-  VertexGroups groups(m.mVertices, tolerance);
+  Monitor* const monitor = m.mMonitor.get();
+  VertexGroups groups = [&] {
+    const Monitor::Part part(monitor, 0.0, 0.7);
+    return VertexGroups(m.mVertices, tolerance, monitor);
+  }();
   if (groups.empty()) return 0;
-  guardAgainstPinches(m.mFaces, groups);
+  {
+    const Monitor::Part part(monitor, 0.7, 0.8);
+    guardAgainstPinches(m.mFaces, groups, monitor);
+  }
   if (!m.mHoles.empty()) guardHoles(m, groups);
-  if (tolerance > m.mLimits.mLargeTolerance) LargeToleranceGuard(m, groups).run();
+  if (tolerance > m.mLimits.mLargeTolerance) {
+    const Monitor::Part part(monitor, 0.8, 0.9);
+    LargeToleranceGuard(m, groups).run();
+  }
+  const Monitor::Part part(monitor, 0.9, 1.0);
   // Tag sets speak of faces, which stay: they need no update.
   const std::uint64_t mergedCount = applyGroups(m, std::move(groups));
   clearConnectivityCache(mesh);
@@ -119,9 +133,21 @@ std::uint64_t weld(Mesh& mesh, double tolerance) {
 
 std::uint64_t mergeVertices(Mesh& mesh, double tolerance, NormalUpdate normals) {
   if (mesh.storage().mFaces.empty()) return 0;
-  const std::uint64_t mergedCount = weld(mesh, tolerance);
-  sanitizeFaces(mesh);
-  removeUnusedVertices(mesh);
+  Monitor* const monitor = mesh.storage().mMonitor.get();
+  std::uint64_t mergedCount = 0;
+  {
+    const Monitor::Part part(monitor, 0.0, 0.75);
+    mergedCount = weld(mesh, tolerance);
+  }
+  {
+    const Monitor::Part part(monitor, 0.75, 0.85);
+    sanitizeFaces(mesh);
+  }
+  {
+    const Monitor::Part part(monitor, 0.85, 0.95);
+    removeUnusedVertices(mesh);
+  }
+  const Monitor::Part part(monitor, 0.95, 1.0);
   if (normals == NormalUpdate::recompute) recomputeFaceNormals(mesh);
   return mergedCount;
 }

@@ -34,12 +34,18 @@ constexpr std::size_t kSortFrom = 16;  // below it, comparing all pairs is cheap
 
 class PinchGuard {
  public:
-  PinchGuard(const PrimitiveList& faces, VertexGroups& groups) : mFaces(faces), mGroups(groups) {}
+  PinchGuard(const PrimitiveList& faces, VertexGroups& groups, Monitor* monitor)
+      : mFaces(faces), mGroups(groups), mMonitor(monitor) {}
 
   void run() {
-    for (std::uint32_t face = 0; face < mFaces.size(); ++face)
-      if (mFaces.cornerCount(face) > 3) addPairsOf(face);
+    {
+      const Monitor::Part part(mMonitor, 0.0, 0.5);
+      for (Monitor::Blocks blocks(mMonitor, mFaces.size()); blocks.next();)
+        for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
+          if (mFaces.cornerCount(face) > 3) addPairsOf(face);
+    }
     if (mPairs.empty()) return;
+    const Monitor::Part part(mMonitor, 0.5, 1.0, mPairs.size());
     linkMembers();
     for (std::uint32_t pair = 0; pair < mPairs.size(); ++pair) mWork.emplace(0, pair);
     while (!mWork.empty()) {
@@ -47,6 +53,7 @@ class PinchGuard {
       mWork.pop();
       mPairs[mCurrent].isWaiting = false;
       look();
+      if (mMonitor) mMonitor->tick();
     }
   }
 
@@ -186,6 +193,7 @@ class PinchGuard {
 
   const PrimitiveList& mFaces;
   VertexGroups& mGroups;
+  Monitor* const mMonitor;
   std::vector<Pair> mPairs;
   std::vector<Member> mMembers;
   std::uint32_t mHighestVertex = 0;
@@ -197,6 +205,8 @@ class PinchGuard {
 
 }  // namespace
 
-void guardAgainstPinches(const PrimitiveList& faces, VertexGroups& groups) { PinchGuard(faces, groups).run(); }
+void guardAgainstPinches(const PrimitiveList& faces, VertexGroups& groups, Monitor* monitor) {
+  PinchGuard(faces, groups, monitor).run();
+}
 
 }  // namespace util

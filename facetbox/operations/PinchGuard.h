@@ -15,6 +15,6 @@ namespace util {
 ///
 /// O(n log n) in the corners of the faces concerned, however many passes that would be; nothing but a look at each face
 /// where none is.
-void guardAgainstPinches(const PrimitiveList& faces, VertexGroups& groups);
+void guardAgainstPinches(const PrimitiveList& faces, VertexGroups& groups, Monitor* monitor = nullptr);
 
 }  // namespace util

@@ -14,11 +14,12 @@ namespace {
 /// One face with holes in a mesh of its own, to ask hole assignment which of the holes would stay.
 class HoleProbe {
  public:
-  explicit HoleProbe(const MeshLimits& limits) : mLimits(limits) {}
+  explicit HoleProbe(const MeshStorage& whole) : mWhole(whole) {}
 
   /// Adds the outer face first, then hole after hole; `vertexOf(i)` is the point of corner i.
   template <class VertexOf>
   void addFace(std::size_t count, VertexOf vertexOf) {
+    if (mWhole.mMonitor) mWhole.mMonitor->tick(count);
     Polygon& face = mFaces.emplace_back();
     face.mTag = static_cast<std::int32_t>(mFaces.size() - 1);
     for (std::size_t i = 0; i < count; ++i) {
@@ -30,11 +31,14 @@ class HoleProbe {
 
   /// Per face whether it stays.
   std::vector<bool> findKept() const {
+    // It is not known how many probes are to come: they count for nothing.
+    const Monitor::Part part(mWhole.mMonitor.get(), 0.0, 0.0);
     Mesh mesh("", mVertices, mFaces);
     std::vector<std::uint32_t> group(mFaces.size() + 1);
     for (std::uint32_t face = 0; face < mFaces.size(); ++face) group[face] = face;
     group.back() = HoleTable::kEnd;
-    mesh.storage().mLimits = mLimits;
+    mesh.storage().mLimits = mWhole.mLimits;
+    mesh.storage().mMonitor.set(mWhole.mMonitor.get());
     mesh.storage().mHoles.append(group.data(), group.size());
     assignHoles(mesh);
 
@@ -45,7 +49,7 @@ class HoleProbe {
   }
 
  private:
-  const MeshLimits& mLimits;
+  const MeshStorage& mWhole;
   std::vector<Vec3> mVertices;
   std::vector<Polygon> mFaces;  // the tags are their numbers
 };
@@ -99,7 +103,7 @@ double RegionOutline::measureLoop(const Loop& loop, const Vec3& normal, FaceRegi
   if (mProjected.size() < 3) return 0.0;
   if (const int turn = convexTurn(mProjected); turn != 0) return turn;
   const double area = signedArea(mProjected);
-  if (area == 0.0 || isSimple(mProjected)) return area;
+  if (area == 0.0 || isSimple(mProjected, m.mMonitor.get())) return area;
   isSound = false;
   markTouches(regions);
   return area;
@@ -118,9 +122,12 @@ void RegionOutline::markTouches(FaceRegions& regions) {
     return farther < kMostFarther &&
            (regions.numberOf(faceOf(other)) <= regions.numberOf(faceOf(edge)) || ++farther == kMostFarther);
   };
-  findTouches(mProjected, isFarther, [&](std::size_t edge) {
-    if (farther < kMostFarther) regions.markFlaw(faceOf(edge));
-  });
+  findTouches(
+      mProjected, isFarther,
+      [&](std::size_t edge) {
+        if (farther < kMostFarther) regions.markFlaw(faceOf(edge));
+      },
+      m.mMonitor.get());
 }
 
 /// Sees a loop along the largest component of a normal, from the side that it points to. Of corners that follow each
@@ -152,7 +159,7 @@ bool RegionOutline::holesWouldStay(FaceRegions& regions) {
   listMemberHoles(regions.members());
   if (mInnerLoops.empty() && mMemberHoles.empty()) return true;
 
-  HoleProbe probe(m.mLimits);
+  HoleProbe probe(m);
   const auto addLoop = [&](const Loop& loop) {
     probe.addFace(loop.size(), [&](std::size_t i) { return m.mVertices[m.mFaces.vertexAt(loop[i])]; });
   };

@@ -23,31 +23,41 @@ namespace {
 class CoplanarMerge {
  public:
   CoplanarMerge(MeshStorage& mesh, double toleranceDegrees, bool compareAttributes)
-      : m(mesh),
-        mNormalTest(toleranceDegrees),
-        mCompareAttributes(compareAttributes),
-        mTwins(findEdgeTwins(m.mFaces, m.mVertices.size())) {
+      : m(mesh), mNormalTest(toleranceDegrees), mCompareAttributes(compareAttributes), mTwins([&] {
+          const Monitor::Part part(m.mMonitor.get(), 0.0, 0.3);
+          return findEdgeTwins(m.mFaces, m.mVertices.size(), m.mMonitor.get());
+        }()) {
     keepHolesApart();
     keepNonFiniteApart();
   }
 
   std::uint64_t run() {
-    const FacePlanes planes(m);
-    Buffer<std::uint32_t> seeds = findSeeds(planes);
+    Monitor* const monitor = m.mMonitor.get();
+    const FacePlanes planes = [&] {
+      const Monitor::Part part(monitor, 0.3, 0.4);
+      return FacePlanes(m);
+    }();
+    Buffer<std::uint32_t> seeds = [&] {
+      const Monitor::Part part(monitor, 0.4, 0.5);
+      return findSeeds(planes);
+    }();
     if (seeds.empty()) return 0;
-    sortByArea(seeds, planes.areas());
+    sortByArea(seeds, planes.areas(), monitor);
 
     MaterialRuns runs(m);
     JoinTest joins(m, planes, mNormalTest, runs, mCompareAttributes);
-    FaceRegions regions(m.mFaces, m.mVertices.size(), mTwins, planes.areas());
+    const Monitor::Part part(monitor, 0.5, 0.9, m.mFaces.poolSize());
+    FaceRegions regions(m.mFaces, m.mVertices.size(), mTwins, planes.areas(), monitor);
     RegionOutline outline(m, mTwins);
     RegionMerger merger(m, runs);
     for (std::size_t i = 0; i < seeds.size(); ++i) {
       prefetchAhead(seeds, i, planes, regions);
       const std::uint32_t seed = seeds[i];
+      if (monitor) monitor->tick();
       if (!regions.isFree(seed)) continue;
       joins.setSeed(seed);
       regions.grow(seed, [&](std::uint32_t face, std::uint32_t corner, std::uint32_t neighbor, std::uint32_t twin) {
+        if (monitor) monitor->tick();
         return joins.accepts(face, corner, neighbor, twin);
       });
       if (regions.members().size() > 1 && !outline.mend(seed, regions)) regions.giveUp();
@@ -88,23 +98,26 @@ class CoplanarMerge {
   Buffer<std::uint32_t> findSeeds(const FacePlanes& planes) {
     Buffer<std::uint32_t> seeds;
     seeds.reserve(m.mFaces.size());
-    for (std::uint32_t face = 0; face < m.mFaces.size(); ++face) {
-      if (!planes.hasPlane(face)) continue;
-      const Vec3& normal = m.mFaces.normal(face);
-      bool isSeed = false;
-      const std::size_t begin = m.mFaces.offset(face), end = begin + m.mFaces.cornerCount(face);
-      for (std::size_t p = begin; p < end; ++p) {
-        const std::uint32_t twin = mTwins.twinOf(p);
-        if (twin == EdgeTwins::kNone) continue;
-        const std::uint32_t neighbor = mTwins.faceOf(twin);
-        if (planes.hasPlane(neighbor) && mNormalTest.areFarApart(m.mFaces.normal(neighbor), normal))
-          mTwins.forgetTwin(p);
-        else
-          isSeed = isSeed || !planes.hasPlane(neighbor) || mNormalTest.accepts(m.mFaces.normal(neighbor), normal);
-      }
-      if (isSeed) seeds.push_back(face);
-    }
+    for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
+      for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
+        if (planes.hasPlane(face) && canGrow(face, planes)) seeds.push_back(face);
     return seeds;
+  }
+
+  bool canGrow(std::uint32_t face, const FacePlanes& planes) {
+    const Vec3& normal = m.mFaces.normal(face);
+    bool isSeed = false;
+    const std::size_t begin = m.mFaces.offset(face), end = begin + m.mFaces.cornerCount(face);
+    for (std::size_t p = begin; p < end; ++p) {
+      const std::uint32_t twin = mTwins.twinOf(p);
+      if (twin == EdgeTwins::kNone) continue;
+      const std::uint32_t neighbor = mTwins.faceOf(twin);
+      if (planes.hasPlane(neighbor) && mNormalTest.areFarApart(m.mFaces.normal(neighbor), normal))
+        mTwins.forgetTwin(p);
+      else
+        isSeed = isSeed || !planes.hasPlane(neighbor) || mNormalTest.accepts(m.mFaces.normal(neighbor), normal);
+    }
+    return isSeed;
   }
 
   /// Seeds come in the order of their areas, each from another end of the mesh: asks early for what the ones to come
@@ -147,6 +160,7 @@ class CoplanarMerge {
 std::uint64_t removeEdgesCoplanar(Mesh& mesh, double toleranceDegrees, bool compareAttributes) {
   if (!(toleranceDegrees >= 0.0)) return 0;
   const std::uint64_t mergedCount = CoplanarMerge(mesh.storage(), toleranceDegrees, compareAttributes).run();
+  const Monitor::Part part(mesh.storage().mMonitor.get(), 0.9, 1.0);
   if (mergedCount != 0) compactMesh(mesh);
   return mergedCount;
 }

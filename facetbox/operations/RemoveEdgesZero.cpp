@@ -98,7 +98,8 @@ std::uint64_t removeShortFaceEdges(Mesh& mesh, double thresholdSq) {
   MeshStorage& m = mesh.storage();
   std::uint64_t collapseCount = 0;
   std::vector<std::uint32_t> remaining;
-  for (std::size_t face = 0; face < m.mFaces.size(); ++face) {
+  Monitor* const monitor = m.mMonitor.get();
+  const auto collapseFace = [&](std::size_t face) {
     const auto corners = m.mFaces.corners(face);
     const Collapse collapse = collapseShortEdges(m.mVertices, corners, thresholdSq, m.mHistory.get());
     collapseCount += collapse.overwritten;
@@ -106,10 +107,22 @@ std::uint64_t removeShortFaceEdges(Mesh& mesh, double thresholdSq) {
       m.mFaces.clear(face);
     else if (collapse.overwritten >= 1 && corners.size() - collapse.overwritten >= 3)
       refreshNormal(m, face, remaining);
+  };
+  {
+    const Monitor::Part part(monitor, 0.0, 0.4);
+    for (Monitor::Blocks blocks(monitor, m.mFaces.size()); blocks.next();)
+      for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) collapseFace(face);
   }
   if (collapseCount == 0) return 0;
-  sanitizeFaces(mesh);
-  removeFacesZero(mesh, m.mLimits.mSliverArea);
+  {
+    const Monitor::Part part(monitor, 0.4, 0.6);
+    sanitizeFaces(mesh);
+  }
+  {
+    const Monitor::Part part(monitor, 0.6, 0.8);
+    removeFacesZero(mesh, m.mLimits.mSliverArea);
+  }
+  const Monitor::Part part(monitor, 0.8, 1.0);
   removeUnusedVertices(mesh);
   clearConnectivityCache(mesh);
   return collapseCount;

@@ -29,10 +29,14 @@ void mergeTags(MeshStorage& m, std::vector<DoubleFace>& doubles) {
 std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes) {
   MeshStorage& m = mesh.storage();
   if (m.mFaces.empty()) return 0;
-  std::vector<DoubleFace> doubles = findDoubleFaces(m, compareAttributes);
+  std::vector<DoubleFace> doubles = [&] {
+    const Monitor::Part part(m.mMonitor.get(), 0.0, 0.7);
+    return findDoubleFaces(m, compareAttributes);
+  }();
   if (doubles.empty()) return 0;
   mergeTags(m, doubles);
   const std::vector<HoleTable::Group> groups = m.mHoles.groupsByOuter(m.mFaces.size());
+  const Monitor::Part part(m.mMonitor.get(), 0.7, 1.0);
   for (const DoubleFace& pair : doubles) clearFaceAndHoles(m, pair.cleared, groups);
   compactMesh(mesh);
   return doubles.size();

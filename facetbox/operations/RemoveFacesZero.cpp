@@ -19,13 +19,18 @@ void noteDroppedHoles(MeshStorage& m) {
 std::uint64_t removeFacesZero(Mesh& mesh, double threshold) {
   MeshStorage& m = mesh.storage();
   std::uint64_t clearedCount = 0;
-  for (std::size_t face = 0; face < m.mFaces.size(); ++face) {
-    if (!(threshold > computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face)))) continue;
-    m.mFaces.clear(face);
-    ++clearedCount;
+  {
+    const Monitor::Part part(m.mMonitor.get(), 0.0, 0.5);
+    for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
+      for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+        if (!(threshold > computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face)))) continue;
+        m.mFaces.clear(face);
+        ++clearedCount;
+      }
   }
   if (clearedCount == 0) return 0;
   if (m.mHistory) noteDroppedHoles(m);
+  const Monitor::Part part(m.mMonitor.get(), 0.5, 1.0);
   compactMesh(mesh);
   return clearedCount;
 }

@@ -45,22 +45,27 @@ struct Neighbors {
 
 Buffer<Neighbors> neighborsOfVertices(const MeshStorage& m) {
   Buffer<Neighbors> neighbors(m.mVertices.size(), Neighbors{});
-  for (std::size_t face = 0; face < m.mFaces.size(); ++face) {
-    const auto corners = m.mFaces.corners(face);
-    const std::size_t n = corners.size();
-    for (std::size_t i = 0; i < n; ++i) {
-      Neighbors& own = neighbors[corners[i]];
-      own.add(corners[cyclicBefore(i, n)]);
-      own.add(corners[cyclicAfter(i, n)]);
+  for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
+    for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+      const auto corners = m.mFaces.corners(face);
+      const std::size_t n = corners.size();
+      for (std::size_t i = 0; i < n; ++i) {
+        Neighbors& own = neighbors[corners[i]];
+        own.add(corners[cyclicBefore(i, n)]);
+        own.add(corners[cyclicAfter(i, n)]);
+      }
     }
-  }
   return neighbors;
 }
 
 /// Marks the vertices whose corners may go; empty when there is none. Angles are those of the mesh as it was given, so
 /// they can be found out beforehand; the order of a vertex's two neighbors does not matter for them.
 std::vector<bool> findStraightVertices(const MeshStorage& m, double toleranceDegrees) {
-  const Buffer<Neighbors> neighbors = neighborsOfVertices(m);
+  Monitor* const monitor = m.mMonitor.get();
+  const Buffer<Neighbors> neighbors = [&] {
+    const Monitor::Part part(monitor, 0.0, 0.6);
+    return neighborsOfVertices(m);
+  }();
   const auto isStraight = [&](std::uint32_t v) {
     const Neighbors& own = neighbors[v];
     if (toleranceDegrees >= kStraightAngle) return own.areOneOrTwo();
@@ -72,10 +77,10 @@ std::vector<bool> findStraightVertices(const MeshStorage& m, double toleranceDeg
 
   std::vector<bool> straight(neighbors.size());
   bool any = false;
-  for (std::uint32_t v = 0; v < neighbors.size(); ++v) {
-    if (!isStraight(v)) continue;
-    straight[v] = any = true;
-  }
+  const Monitor::Part part(monitor, 0.6, 1.0);
+  for (Monitor::Blocks blocks(monitor, neighbors.size()); blocks.next();)
+    for (std::uint32_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
+      if (isStraight(v)) straight[v] = any = true;
   if (!any) straight.clear();
   return straight;
 }
@@ -88,12 +93,13 @@ struct Corner {
 /// The corners at the marked vertices, for each vertex by face and position.
 class CornersOfVertices {
  public:
-  CornersOfVertices(const PrimitiveList& faces, const std::vector<bool>& marked) : mEnds(marked.size() + 1, 0) {
-    forEachMarked(faces, marked, [&](std::uint32_t v, Corner) { ++mEnds[v + 1]; });
+  CornersOfVertices(const PrimitiveList& faces, const std::vector<bool>& marked, Monitor* monitor)
+      : mEnds(marked.size() + 1, 0) {
+    forEachMarked(faces, marked, monitor, [&](std::uint32_t v, Corner) { ++mEnds[v + 1]; });
     for (std::size_t v = 1; v < mEnds.size(); ++v) mEnds[v] += mEnds[v - 1];
     mCorners.resize(mEnds.back());
     // Filling moves the start of the corners of v, kept in mEnds[v], to their end.
-    forEachMarked(faces, marked, [&](std::uint32_t v, Corner corner) { mCorners[mEnds[v]++] = corner; });
+    forEachMarked(faces, marked, monitor, [&](std::uint32_t v, Corner corner) { mCorners[mEnds[v]++] = corner; });
   }
 
   std::span<const Corner> operator[](std::size_t v) const {
@@ -103,13 +109,14 @@ class CornersOfVertices {
 
  private:
   template <class Use>
-  static void forEachMarked(const PrimitiveList& faces, const std::vector<bool>& marked, Use use) {
-    for (std::size_t face = 0; face < faces.size(); ++face) {
-      const auto corners = faces.corners(face);
-      for (std::size_t i = 0; i < corners.size(); ++i)
-        if (marked[corners[i]])
-          use(corners[i], Corner{static_cast<std::uint32_t>(face), static_cast<std::uint32_t>(i)});
-    }
+  static void forEachMarked(const PrimitiveList& faces, const std::vector<bool>& marked, Monitor* monitor, Use use) {
+    for (Monitor::Blocks blocks(monitor, faces.size()); blocks.next();)
+      for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+        const auto corners = faces.corners(face);
+        for (std::size_t i = 0; i < corners.size(); ++i)
+          if (marked[corners[i]])
+            use(corners[i], Corner{static_cast<std::uint32_t>(face), static_cast<std::uint32_t>(i)});
+      }
   }
 
   Buffer<std::uint32_t> mEnds;
@@ -144,14 +151,15 @@ class CornerRemoval {
   /// Brings the records up to date. Returns whether any was cleared.
   bool finish() {
     bool anyCleared = false;
-    for (std::size_t face = 0; face < mFaces.size(); ++face) {
-      if (mRemaining[face] == kCleared) {
-        mFaces.clear(face);
-        anyCleared = true;
-      } else if (mRemaining[face] != kAsGiven) {
-        pack(face);
+    for (Monitor::Blocks blocks(mMesh.mMonitor.get(), mFaces.size()); blocks.next();)
+      for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+        if (mRemaining[face] == kCleared) {
+          mFaces.clear(face);
+          anyCleared = true;
+        } else if (mRemaining[face] != kAsGiven) {
+          pack(face);
+        }
       }
-    }
     return anyCleared;
   }
 
@@ -339,19 +347,26 @@ class CornerRemoval {
 
 std::uint64_t removeVerticesColinear(Mesh& mesh, double toleranceDegrees, bool keepTextureMapping) {
   MeshStorage& m = mesh.storage();
+  Monitor* const monitor = m.mMonitor.get();
   std::uint64_t removedCount = 0;
   bool anyCleared = false;
   {
-    const std::vector<bool> straight = findStraightVertices(m, toleranceDegrees);
+    const std::vector<bool> straight = [&] {
+      const Monitor::Part part(monitor, 0.0, 0.4);
+      return findStraightVertices(m, toleranceDegrees);
+    }();
     if (straight.empty()) return 0;
-    const CornersOfVertices corners(m.mFaces, straight);
+    const Monitor::Part part(monitor, 0.4, 0.8);
+    const CornersOfVertices corners(m.mFaces, straight, monitor);
     CornerRemoval removal(m, toleranceDegrees >= kStraightAngle, keepTextureMapping);
-    for (std::size_t v = 0; v < straight.size(); ++v)
-      if (straight[v]) removal.visit(corners[v]);
+    for (Monitor::Blocks blocks(monitor, straight.size()); blocks.next();)
+      for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
+        if (straight[v]) removal.visit(corners[v]);
     removedCount = removal.removedCount();
     if (removedCount == 0) return 0;
     anyCleared = removal.finish();
   }
+  const Monitor::Part part(monitor, 0.8, 1.0);
   removeUnusedVertices(mesh);
   clearConnectivityCache(mesh);
   recomputeFaceNormals(mesh);

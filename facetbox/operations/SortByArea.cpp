@@ -29,7 +29,7 @@ std::size_t digitOf(const Item& item, int digit) { return item.key >> digit * kD
 
 }  // namespace
 
-void sortByArea(std::span<std::uint32_t> faces, std::span<const double> areas) {
+void sortByArea(std::span<std::uint32_t> faces, std::span<const double> areas, Monitor* monitor) {
   if (faces.empty()) return;
   Buffer<Item> items(faces.size()), sorted(faces.size());
   std::vector<std::array<std::uint32_t, kDigitValues>> counts(kDigits);
@@ -39,6 +39,7 @@ void sortByArea(std::span<std::uint32_t> faces, std::span<const double> areas) {
     for (int d = 0; d < kDigits; ++d) ++counts[d][digitOf(items[i], d)];
   }
   for (int d = 0; d < kDigits; ++d) {
+    if (monitor) monitor->look();
     auto& count = counts[d];
     if (count[digitOf(items[0], d)] == items.size()) continue;  // the digit tells nothing
     std::uint32_t start = 0;

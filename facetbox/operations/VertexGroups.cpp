@@ -58,26 +58,28 @@ class SlotsAhead {
 
 }  // namespace
 
-VertexGroups::VertexGroups(std::span<const Vec3> vertices, double tolerance) {
+VertexGroups::VertexGroups(std::span<const Vec3> vertices, double tolerance, Monitor* monitor) {
   const auto vertexCount = static_cast<std::uint32_t>(vertices.size());
   mGroupOf.resize(vertexCount, kNone);
+  if (monitor) monitor->look();
   // A vertex belongs to the first seed that it is near to: an earlier seed has taken it before a later one could.
   // So seeds alone need to be searched.
-  PointOctree seeds(vertices, tolerance);
+  PointOctree seeds(vertices, tolerance, monitor);
   const double toleranceSq = tolerance * tolerance;
   SlotsAhead slots(seeds, vertexCount);
-  for (std::uint32_t v = 0; v < vertexCount; ++v) {
-    const std::uint32_t slot = slots.slotOf(v);
-    const std::uint32_t seed = seeds.findFirstNear(v, slot);
-    if (seed != PointOctree::kNone) {
-      mGroupOf[seed] = mGroupOf[v] = seed;
-      mIsEmpty = false;
-      continue;
+  for (Monitor::Blocks blocks(monitor, vertexCount); blocks.next();)
+    for (std::uint32_t v = blocks.begin(), end = blocks.end(); v < end; ++v) {
+      const std::uint32_t slot = slots.slotOf(v);
+      const std::uint32_t seed = seeds.findFirstNear(v, slot);
+      if (seed != PointOctree::kNone) {
+        mGroupOf[seed] = mGroupOf[v] = seed;
+        mIsEmpty = false;
+        continue;
+      }
+      if (vertexCount >= kCheckedSize && !(lengthSq(vertices[v] - vertices[v]) <= toleranceSq))
+        throwNotFound(vertices[v]);
+      seeds.insert(v, slot);
     }
-    if (vertexCount >= kCheckedSize && !(lengthSq(vertices[v] - vertices[v]) <= toleranceSq))
-      throwNotFound(vertices[v]);
-    seeds.insert(v, slot);
-  }
 }
 
 void VertexGroups::listMembers() {

@@ -5,6 +5,7 @@
 #include <span>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Vec3.h>
 
 namespace util {
@@ -16,7 +17,7 @@ class VertexGroups {
   static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 
   /// Groups by the rule at mergeVertices(), and throws as told there.
-  VertexGroups(std::span<const Vec3> vertices, double tolerance);
+  VertexGroups(std::span<const Vec3> vertices, double tolerance, Monitor* monitor = nullptr);
 
   bool empty() const { return mIsEmpty; }
   /// The group that a vertex is in, or kNone.

@@ -84,13 +84,15 @@ class EdgeGrid {
   }
 
   /// Whether two edges touch that are not neighbors.
-  bool anyTouch() const {
-    for (std::size_t cell = 0; cell + 1 < mBegins.size(); ++cell)
+  bool anyTouch(Monitor* monitor) const {
+    for (std::size_t cell = 0; cell + 1 < mBegins.size(); ++cell) {
+      if (monitor) monitor->tick(1 + mBegins[cell + 1] - mBegins[cell]);
       for (std::size_t i = mBegins[cell]; i < mBegins[cell + 1]; ++i)
         for (std::size_t j = i + 1; j < mBegins[cell + 1]; ++j) {
           const std::size_t a = mEdges[i], b = mEdges[j];  // ascending
           if (b - a > 1 && b - a < mLoop.size() - 1 && segmentsTouch(mLoop[a], end(a), mLoop[b], end(b))) return true;
         }
+    }
     return false;
   }
 
@@ -162,27 +164,33 @@ double signedArea(std::span<const Vec2> loop) {
   return std::fabs(sum) > bound ? 0.5 * sum : 0.0;
 }
 
-bool isSimple(std::span<const Vec2> loop) {
+bool isSimple(std::span<const Vec2> loop, Monitor* monitor) {
   if (loop.size() <= kAllPairsUpTo) return isSimpleByPairs(loop);
   for (std::size_t i = 0; i < loop.size(); ++i)
     if (foldsBack(before(loop, i), loop[i], after(loop, i))) return false;
   EdgeGrid grid(loop);
-  if (grid.fill(kMostEdges)) return !grid.anyTouch();
-  const PlanarPolygon polygon(loop);
+  if (monitor) monitor->look();
+  if (grid.fill(kMostEdges)) return !grid.anyTouch(monitor);
+  PlanarPolygon polygon(loop);
+  polygon.setMonitor(monitor);
   polygon.buildIndex();
-  for (std::size_t edge = 0; edge < loop.size(); ++edge)
+  for (std::size_t edge = 0; edge < loop.size(); ++edge) {
+    if (monitor) monitor->tick();
     if (polygon.edgeTouchesAny(edge, [](std::size_t) { return true; })) return false;
+  }
   return true;
 }
 
 void findTouches(std::span<const Vec2> loop, const std::function<bool(std::size_t, std::size_t)>& counts,
-                 const std::function<void(std::size_t)>& use) {
+                 const std::function<void(std::size_t)>& use, Monitor* monitor) {
   const std::size_t n = loop.size();
   EdgeGrid grid(loop);
   const bool useGrid = grid.fill(kMostTouchingEdges);
-  const PlanarPolygon polygon(useGrid ? std::span<const Vec2>() : loop);
+  PlanarPolygon polygon(useGrid ? std::span<const Vec2>() : loop);
+  polygon.setMonitor(monitor);
   if (!useGrid) polygon.buildIndex();
   for (std::size_t edge = 0; edge < n; ++edge) {
+    if (monitor) monitor->tick();
     const std::size_t last = edge > 0 ? edge - 1 : n - 1, next = edge + 1 < n ? edge + 1 : 0;
     const auto countsHere = [&](std::size_t other) { return counts(edge, other); };
     if ((foldsBack(loop[last], loop[edge], loop[next]) && countsHere(last)) ||

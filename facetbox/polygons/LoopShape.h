@@ -5,6 +5,7 @@
 #include <functional>
 #include <span>
 
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Predicates.h>
 #include <facetbox/math/Vec3.h>
 
@@ -42,12 +43,12 @@ double signedArea(std::span<const Vec2> loop);
 
 /// Whether no two edges share a point, except neighbors their corner. Exact. About O(n log n); linear where the edges
 /// are about equally long.
-bool isSimple(std::span<const Vec2> loop);
+bool isSimple(std::span<const Vec2> loop, Monitor* monitor = nullptr);
 
 /// Calls `use(edge)`, ascending, for each edge that touches another, in the sense of isSimple(), for which
 /// `counts(edge, other)` is true. Edge i begins at point i. The cost of an edge grows with the number of others near it
 /// that do not count; those may be asked for several times.
 void findTouches(std::span<const Vec2> loop, const std::function<bool(std::size_t edge, std::size_t other)>& counts,
-                 const std::function<void(std::size_t edge)>& use);
+                 const std::function<void(std::size_t edge)>& use, Monitor* monitor = nullptr);
 
 }  // namespace util

@@ -104,6 +104,7 @@ void PlanarPolygon::IndexBuilder::build() {
 void PlanarPolygon::IndexBuilder::buildNode(std::size_t node, std::size_t begin, Reference reference, std::size_t spare,
                                             int depth) {
   const std::size_t count = mItems.size() - begin;
+  if (mPolygon.mMonitor) mPolygon.mMonitor->tick(count);
   Line line;
   if (count <= kLeafEdges || depth == kMaxDepth || !mSplitter.findLine(begin, spare, line)) {
     makeLeaf(node, begin, reference);

@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Predicates.h>
 #include <facetbox/math/Vec3.h>
 
@@ -39,6 +40,9 @@ class PlanarPolygon {
 
   PlanarPolygon() = default;
   explicit PlanarPolygon(std::span<const Vec2> corners) { assign(corners); }
+
+  /// Asked while an index is built; may be null.
+  void setMonitor(Monitor* monitor) { mMonitor = monitor; }
 
   /// Replaces the corners and drops the index; capacity is kept.
   void assign(std::span<const Vec2> corners);
@@ -109,6 +113,7 @@ class PlanarPolygon {
   std::vector<Vec2> mCorners;
   Box2 mBox = emptyBox();
   bool mIsFinite = true;  // all corners are
+  Monitor* mMonitor = nullptr;
 
   // The index. No nodes: there is none (yet).
   mutable std::uint32_t mPlainQueries = 0;  // answered without an index since the last assign

@@ -43,18 +43,20 @@ double surfaceSpacing(std::span<const Vec3> points) {
 
 }  // namespace
 
-PointOctree::PointOctree(std::span<const Vec3> points, double distance)
+PointOctree::PointOctree(std::span<const Vec3> points, double distance, Monitor* monitor)
     : mPoints(points),
       mDistanceSq(distance * distance),
       mReach(std::max(std::fabs(distance), kShortestReach) * kReachMargin),
       mLeafEdge(kLeafEdgePerReach * mReach),
       mLevel(kLevelByReach),
       // Where the square overflows, everything is near and hardly anything gets stored.
-      mIsIndexed(std::isfinite(mDistanceSq)) {
+      mIsIndexed(std::isfinite(mDistanceSq)),
+      mMonitor(monitor) {
   if (const double wide = kLeafEdgePerSpacing * surfaceSpacing(points); std::isfinite(wide) && wide > mLeafEdge) {
     mLeafEdge = wide;
     mLevel = 0;
   }
+  if (mMonitor) mMonitor->look();
   mLeavesPerUnit = 1.0 / mLeafEdge;
   const std::size_t slotCount = mIsIndexed ? std::bit_ceil(std::max<std::size_t>(points.size(), 2)) : 2;
   mHashShift = 64 - std::countr_zero(slotCount);
@@ -85,8 +87,11 @@ void PointOctree::refine() {
   const Buffer<Entry> old = std::exchange(mEntries, {});
   std::ranges::fill(mSlots, kNone);
   std::uint32_t last = kNone;
-  for (const Entry& entry : old)
-    if (entry.number != last) store(last = entry.number);
+  for (const Entry& entry : old) {
+    if (entry.number == last) continue;
+    store(last = entry.number);
+    if (mMonitor) mMonitor->tick();
+  }
 }
 
 void PointOctree::insert(std::uint32_t number, std::uint32_t slot) {

@@ -6,6 +6,7 @@
 #include <span>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Vec3.h>
 
 namespace util {
@@ -25,7 +26,8 @@ class PointOctree {
 
   /// @param points    all points that may be stored or searched for, by number; must outlive the octree
   /// @param distance  its sign is ignored
-  PointOctree(std::span<const Vec3> points, double distance);
+  /// @param monitor   asked while leaves are made smaller; may be null
+  PointOctree(std::span<const Vec3> points, double distance, Monitor* monitor = nullptr);
 
   /// Stores a point. Numbers must come in ascending order. Amortized O(1).
   /// @param slot  slotOfPoint(number)
@@ -103,6 +105,7 @@ class PointOctree {
   int mHashShift;
   Buffer<std::uint32_t> mSlots;  // position of the newest entry, or kNone; a power of two of them
   Buffer<Entry> mEntries;
+  Monitor* mMonitor;
 };
 
 }  // namespace util

@@ -28,7 +28,7 @@ EdgeList listEdges(std::span<const std::uint32_t> indices, std::size_t vertexCou
       }
   };
   using Buckets = EdgeBuckets<EdgeUse>;
-  Buckets buckets(vertexCount, walk, [](std::uint32_t, std::uint32_t, std::uint32_t from, std::uint32_t to) {
+  Buckets buckets(vertexCount, nullptr, walk, [](std::uint32_t, std::uint32_t, std::uint32_t from, std::uint32_t to) {
     return EdgeUse{std::max(from, to), from > to};
   });
 
