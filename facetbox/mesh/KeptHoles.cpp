@@ -11,15 +11,19 @@ void KeptHoles::begin(std::span<const std::uint32_t> holes, int outerAxis, HoleP
   mAxisOf.resize(holes.size());
   mBoxes.resize(holes.size());
   mKept.clear();
+  Monitor* const monitor = mMesh.mMonitor.get();
   for (std::size_t i = 0; i < holes.size(); ++i) {
     const int axis = mPlacement.axisOf(holes[i]);
     mAxisOf[i] = static_cast<std::uint8_t>(axis);
     mAxes |= 1u << axis;
     mBoxes[i] = boxOf(holes[i]);
+    if (monitor) monitor->tick();
   }
   mIsIndexed = search == HolePlacement::Search::indexed && holes.size() >= kLargeGroup;
   if (!mIsIndexed) return;
+  if (monitor) monitor->look();
   mIndex.plan(mBoxes, outerAxis);
+  if (monitor) monitor->look();
   std::vector<Box>().swap(mBoxes);  // worth releasing for a large group
   for (AxisSearch& own : mSearches) {
     if (own.method == Method::partition) own.partition = {};
