@@ -11,6 +11,7 @@
 #include <vector>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/check.h>
 #include <facetbox/clean.h>
 #include <facetbox/triangulate.h>
 #include "fuzz/Bytes.h"
@@ -154,6 +155,21 @@ void checkTriangles(const PolyMesh& mesh, const facetbox::Triangulation& result)
     if (skipped.face >= mesh.counts.size() || describe(skipped).empty()) fail("no face was skipped");
 }
 
+void checkDefects(const PolyMesh& mesh, const facetbox::Defects& result) {
+  const std::size_t faces = mesh.counts.size(), vertices = mesh.points.size() / 3;
+  const auto areBelow = [](const auto& pairs, std::size_t end) {
+    return std::ranges::all_of(pairs, [=](const auto& pair) { return pair[0] < end && pair[1] < end; });
+  };
+  for (const auto* const pairs :
+       {&result.sameVertices, &result.openEdges, &result.overusedEdges, &result.sameDirectionEdges})
+    if (!areBelow(*pairs, vertices)) fail("pairs of vertices");
+  if (!areBelow(result.doubleFaces, faces) || !areBelow(result.selfIntersections, faces)) fail("pairs of faces");
+  if (std::ranges::any_of(result.zeroEdges, [&](const auto& edge) { return edge.corner >= mesh.counts.at(edge.face); }))
+    fail("zero edges");
+  if (result.components.size() != faces) fail("components");
+  if (result.isClosed && !result.openEdges.empty()) fail("a closed mesh with open edges");
+}
+
 /// Whether a map has an entry per old item, a new item or kNone.
 bool isMap(const std::vector<std::uint32_t>& map, std::size_t from, std::size_t to) {
   return map.size() == from && std::ranges::all_of(map, [=](std::uint32_t i) { return i == kNone || i < to; });
@@ -188,6 +204,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (describe(problem).empty()) fail("a problem without words");
   const bool isMeshSound = isSound(mesh);
   run(mesh, isMeshSound, facetbox::triangulate, [&](const auto& result) { checkTriangles(mesh, result); });
+  const facetbox::CheckOptions options{.selfIntersections = in.next() % 4 != 0};
+  run(
+      mesh, isMeshSound, [&](const MeshView& view) { return facetbox::check(view, options); },
+      [&](const auto& result) { checkDefects(mesh, result); });
   const std::vector<facetbox::Step> steps = readSteps(in);
   run(
       mesh, isMeshSound, [&](const MeshView& view) { return facetbox::clean(view, steps); },
