@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Matrix4.h>
 #include <facetbox/mesh/HoleAssignment.h>
 #include <facetbox/mesh/Maintenance.h>
@@ -30,11 +31,13 @@ namespace {
 /// One clean-up on its way.
 class CleanUp {
  public:
-  explicit CleanUp(const MeshView& input)
+  CleanUp(const MeshView& input, const CleanOptions& options)
       : mInput(input),
+        mOptions(options),
+        mMonitor([this](double fraction) { look(fraction); }),
         mFrame(util::frameOf(input)),
         mHistory(input.points.size() / 3, input.counts.size()),
-        mMesh(util::makeWorkingMesh(input, mFrame, &mHistory)) {
+        mMesh(util::makeWorkingMesh(input, mFrame, &mHistory, monitor())) {
     mMesh->storage().mLimits = util::MeshLimits::relativeTo(mFrame.diagonal);
     listLeftOut();
     settleHoles();
@@ -46,7 +49,10 @@ class CleanUp {
     StepReport report{.step = step, .before = counts()};
     const auto begin = std::chrono::steady_clock::now();
     mIsLast = isLast;
+    mIsRunning = true;
+    mMonitor.start();
     report.facesTurned = std::visit([this](const auto& s) { return runStep(s); }, step);
+    mMonitor.finish();
     util::assertValid(*mMesh, "the step");
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     report.after = counts();
@@ -55,6 +61,8 @@ class CleanUp {
   }
 
   Cleaned finish() && {
+    mIsRunning = false;
+    mMonitor.look();
     mResult.mesh = util::toPolyMesh(*mMesh, mInput, mHistory);
     mMesh.reset();
     mResult.vertexMap = std::move(mHistory.vertices).takeMap();
@@ -71,11 +79,11 @@ class CleanUp {
     // Nobody asks for normals after the last step, unless holes are to be checked.
     const bool needsNormals = !mIsLast || !mMesh->storage().mHoles.empty();
     const auto normals = needsNormals ? util::NormalUpdate::recompute : util::NormalUpdate::skip;
-    if (util::mergeVertices(*mMesh, toFrame(step.tolerance), normals) != 0) settleHoles();
+    changeOutlines([&] { return util::mergeVertices(*mMesh, toFrame(step.tolerance), normals); });
     return 0;
   }
   std::size_t runStep(const RemoveZeroEdges& step) {
-    if (util::removeEdgesZero(*mMesh, toFrame(step.threshold)) != 0) settleHoles();
+    changeOutlines([&] { return util::removeEdgesZero(*mMesh, toFrame(step.threshold)); });
     util::removeUnusedVertices(*mMesh);
     return 0;
   }
@@ -93,7 +101,7 @@ class CleanUp {
     return 0;
   }
   std::size_t runStep(const RemoveColinear& step) {
-    if (util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping) != 0) settleHoles();
+    changeOutlines([&] { return util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping); });
     return 0;
   }
 
@@ -103,8 +111,29 @@ class CleanUp {
     return std::min(length * mFrame.scale, kEndless);
   }
 
+  /// Runs an operation that may leave holes which are none any more; it returns how much it has changed.
+  template <class Operation>
+  void changeOutlines(Operation operation) {
+    const bool hasHoles = !mMesh->storage().mHoles.empty();
+    std::uint64_t changes;
+    {
+      const util::Monitor::Part part(monitor(), 0, hasHoles ? 0.8 : 1.0);
+      changes = operation();
+    }
+    const util::Monitor::Part part(monitor(), hasHoles ? 0.8 : 1.0, 1);
+    if (changes != 0) settleHoles();
+  }
+
   /// Drops holes that are none, any more.
   void settleHoles() { util::assignHoles(*mMesh); }
+
+  /// Null where nobody wants to know.
+  util::Monitor* monitor() { return mOptions.progress || mOptions.isCancelled ? &mMonitor : nullptr; }
+
+  void look(double fraction) {
+    if (mOptions.isCancelled && mOptions.isCancelled()) throw Cancelled();
+    if (mOptions.progress && mIsRunning) mOptions.progress(mResult.steps.size(), fraction);
+  }
 
   std::vector<DroppedHole> takeDroppedHoles() { return std::exchange(mHistory.droppedHoles, {}); }
 
@@ -143,6 +172,9 @@ class CleanUp {
   }
 
   const MeshView& mInput;
+  const CleanOptions& mOptions;
+  util::Monitor mMonitor;
+  bool mIsRunning = false;  // a step
   const util::MeshFrame mFrame;
   util::MeshHistory mHistory;
   std::unique_ptr<util::Mesh> mMesh;
@@ -190,10 +222,10 @@ std::vector<Step> allSteps(double tolerance, double diagonal) {
           RemoveColinear{degrees}};
 }
 
-Cleaned clean(const MeshView& mesh, std::span<const Step> steps, const CleanOptions&) {
+Cleaned clean(const MeshView& mesh, std::span<const Step> steps, const CleanOptions& options) {
   requireUsable(steps);
   requireValid(mesh);
-  CleanUp cleanUp(mesh);
+  CleanUp cleanUp(mesh, options);
   for (const Step& step : steps) cleanUp.run(step, &step == &steps.back());
   return std::move(cleanUp).finish();
 }

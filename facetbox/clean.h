@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include <facetbox/Cancelled.h>
 #include <facetbox/PolyMesh.h>
 #include <facetbox/util/Export.h>
 

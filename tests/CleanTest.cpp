@@ -230,6 +230,40 @@ TEST(Clean, labelsAndTexturesStayWithTheirFaces) {
   EXPECT_EQ(clean(plain, {MergeCoplanar{1, false}}).mesh.labels, (Indices{7}));
 }
 
+TEST(Clean, tellsHowFarItIsAndStopsWhenAsked) {
+  const Surface grid = gridOf(150, 150, [](unsigned x, unsigned y) { return x % 5 == 2 && y % 5 == 2; });
+  PolyMesh mesh;
+  for (const util::Vec3& p : grid.mPoints) mesh.points.insert(mesh.points.end(), {p.x, p.y, p.z});
+  for (const Indices& face : grid.mFaces) {
+    mesh.counts.push_back(static_cast<std::uint32_t>(face.size()));
+    mesh.indices.insert(mesh.indices.end(), face.begin(), face.end());
+  }
+  const std::vector<Step> steps = allSteps(1e-3, 200);
+  const Cleaned plain = clean(mesh, steps);
+
+  std::vector<std::pair<std::size_t, double>> told;
+  int asked = 0;
+  CleanOptions options;
+  options.progress = [&](std::size_t step, double fraction) { told.emplace_back(step, fraction); };
+  options.isCancelled = [&] { return ++asked < 0; };
+  EXPECT_EQ(facetbox::clean(mesh, steps, options).mesh, plain.mesh);
+  EXPECT_TRUE(std::ranges::is_sorted(told));
+  for (std::size_t step = 0; step < steps.size(); ++step) {
+    EXPECT_TRUE(std::ranges::count(told, std::pair(step, 0.0)));
+    EXPECT_TRUE(std::ranges::count(told, std::pair(step, 1.0)));
+  }
+  EXPECT_EQ(told.back(), std::pair(steps.size() - 1, 1.0));
+
+  for (int allowed = 0; allowed < 15; ++allowed) {
+    asked = 0;
+    options.isCancelled = [&] { return ++asked > allowed; };
+    EXPECT_THROW(facetbox::clean(mesh, steps, options), Cancelled);
+    EXPECT_EQ(asked, allowed + 1);
+  }
+  options.isCancelled = [&]() -> bool { throw std::runtime_error("the caller's own"); };
+  EXPECT_THROW(facetbox::clean(mesh, steps, options), std::runtime_error);
+}
+
 TEST(Clean, refusesWhatItCannotUse) {
   const PolyMesh triangle{.points = {0, 0, 0, 1, 0, 0, 0, 1, 0}, .counts = {3}, .indices = {0, 1, 2}};
   for (const double value : {kNaN, kInfinity, -1.0}) {

@@ -108,10 +108,12 @@ MeshFrame frameOf(const MeshView& mesh) {
   return frame;
 }
 
-std::unique_ptr<Mesh> makeWorkingMesh(const MeshView& view, const MeshFrame& frame, MeshHistory* history) {
+std::unique_ptr<Mesh> makeWorkingMesh(const MeshView& view, const MeshFrame& frame, MeshHistory* history,
+                                      Monitor* monitor) {
   auto mesh = std::make_unique<Mesh>("", std::vector<Vec3>(), std::vector<Polygon>());
   MeshStorage& m = mesh->storage();
   m.mHistory.set(history);
+  m.mMonitor.set(monitor);
   readVertices(view, frame, m.mVertices);
   readLabels(view.labels, m);
   m.mHoles.append(view.holes.data(), view.holes.size());

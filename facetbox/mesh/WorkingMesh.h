@@ -4,6 +4,7 @@
 #include <memory>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/MeshHistory.h>
 #include <facetbox/util/Mesh.h>
@@ -40,7 +41,9 @@ MeshFrame frameOf(const facetbox::MeshView& mesh);
 /// A valid mesh in its frame, ready for the operations: faces of fewer than three corners are left out (and then the
 /// vertices that no face uses), labels become material runs, hole groups stand as given.
 /// @param history  follows the mesh from now on, unless null; made for its vertices and faces
-std::unique_ptr<Mesh> makeWorkingMesh(const facetbox::MeshView& mesh, const MeshFrame& frame, MeshHistory* history);
+/// @param monitor  is asked from now on, unless null
+std::unique_ptr<Mesh> makeWorkingMesh(const facetbox::MeshView& mesh, const MeshFrame& frame, MeshHistory* history,
+                                      Monitor* monitor = nullptr);
 
 /// The result for a working mesh that `history` has followed: its vertices are the input's, bit for bit, and so are the
 /// texture coordinates, all of them.
