@@ -19,13 +19,22 @@ using Signs = std::array<int, 3>;
 
 constexpr int kNoAxis = 3;  // projectionAxis() of a degenerate triangle
 
-/// The sides of a's plane on which b's corners lie. Those with a's numbers lie in it.
-Signs sidesOf(const NumberedTriangle& a, const NumberedTriangle& b) {
-  const SharedCorners shared = sharedCorners(b, a);
+/// The sides of a's plane on which b's corners lie. Those shared by number lie in it.
+Signs sidesOf(const NumberedTriangle& a, const NumberedTriangle& b, const SharedCorners& shared) {
   Signs sides;
   for (std::size_t i = 0; i < 3; ++i)
     sides[i] = shared[i] ? 0 : orientation(a.corners[0], a.corners[1], a.corners[2], b.corners[i]);
   return sides;
+}
+
+/// Where the other triangle's plane passes through a shared corner and between the two others: the side on which the
+/// next corner lies. Else 0.
+int sideBehind(const Signs& sides, const SharedCorners& shared) {
+  for (std::size_t i = 0; i < 3; ++i) {
+    const int next = sides[(i + 1) % 3], last = sides[(i + 2) % 3];
+    if (shared[i] && next * last < 0) return next;
+  }
+  return 0;
 }
 
 /// Whether all corners lie on one side, or are shared and lie on the border.
@@ -129,10 +138,16 @@ SharedCorners inverse(const SharedCorners& shared) { return {!shared[0], !shared
 
 bool meetElsewhere(const NumberedTriangle& a, const NumberedTriangle& b, const SharedCorners& sharedOfA,
                    const SharedCorners& sharedOfB) {
-  const Signs sidesOfB = sidesOf(a, b);
-  if (keepsApart(sidesOfB, sharedCorners(b, a))) return false;
-  const Signs sidesOfA = sidesOf(b, a);
-  if (keepsApart(sidesOfA, sharedCorners(a, b))) return false;
+  const SharedCorners commonOfB = sharedCorners(b, a);
+  const Signs sidesOfB = sidesOf(a, b, commonOfB);
+  if (keepsApart(sidesOfB, commonOfB)) return false;
+  const SharedCorners commonOfA = sharedCorners(a, b);
+  const Signs sidesOfA = sidesOf(b, a, commonOfA);
+  if (keepsApart(sidesOfA, commonOfA)) return false;
+  // From a shared corner, both run along the line in which their planes meet: in the same direction or not.
+  const int behindA = sideBehind(sidesOfA, commonOfA), behindB = sideBehind(sidesOfB, commonOfB);
+  if (behindA * behindB != 0) return behindA != behindB;
+
   const Corners &ofA = a.corners, &ofB = b.corners;
   const int axisA = projectionAxis(ofA[0], ofA[1], ofA[2]), axisB = projectionAxis(ofB[0], ofB[1], ofB[2]);
   if (sidesOfA == Signs{} && sidesOfB == Signs{} && axisA != kNoAxis && axisB != kNoAxis &&
