@@ -50,4 +50,15 @@ void adviseLargePages([[maybe_unused]] void* data, [[maybe_unused]] std::size_t 
 #endif
 }
 
+void populatePages([[maybe_unused]] void* data, [[maybe_unused]] std::size_t bytes) noexcept {
+#if defined(__linux__) && defined(MADV_POPULATE_WRITE)
+  constexpr std::size_t kPage = 4096, kWorthACall = std::size_t{1} << 18;
+  if (bytes < kWorthACall) return;
+  const auto begin = (reinterpret_cast<std::uintptr_t>(data) + kPage - 1) & ~(kPage - 1);
+  const auto end = (reinterpret_cast<std::uintptr_t>(data) + bytes) & ~(kPage - 1);
+  // Likewise a hint: older systems refuse.
+  ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
+#endif
+}
+
 }  // namespace util

@@ -13,6 +13,10 @@ namespace util {
 /// costs mostly page faults. Only a hint; call it before the memory is first touched. Cheap for small blocks.
 void adviseLargePages(void* data, std::size_t bytes) noexcept;
 
+/// Has the system provide the pages of memory that is going to be filled now, all at once instead of one by one as they
+/// are touched. Only a hint.
+void populatePages(void* data, std::size_t bytes) noexcept;
+
 /// Memory from the global operator new, for arrays of what is aligned like this. A block in which a large page has room
 /// begins with one, for elsewhere it would have one less, and asks for large pages.
 void* allocateBlock(std::size_t bytes, std::size_t alignment);
@@ -51,11 +55,13 @@ class BufferAllocator {
 template <class T>
 using Buffer = std::vector<T, BufferAllocator<T>>;
 
-/// Reserves room in an empty vector that goes out to a caller, in large pages where there are some.
+/// Reserves room in an empty vector that goes out to a caller and is filled at once; in large pages where there are
+/// some.
 template <class T>
 void reserveLarge(std::vector<T>& values, std::size_t size) {
   values.reserve(size);
   adviseLargePages(values.data(), size * sizeof(T));
+  populatePages(values.data(), size * sizeof(T));
 }
 
 }  // namespace util

@@ -32,13 +32,7 @@ std::uint32_t NumberHistory::firstItemOf(std::uint32_t item) {
 }
 
 /// @param numbers  per present item its new number; what was joined follows its targets here
-void NumberHistory::apply(Buffer<std::uint32_t>& numbers) {
-  mFirstItems.clear();
-  std::uint32_t kept = 0;
-  for (std::uint32_t item = 0; item < numbers.size(); ++item)
-    if (numbers[item] == kept) mSources[kept++] = mSources[item];
-  mSources.resize(kept);
-
+void NumberHistory::followTargets(Buffer<std::uint32_t>& numbers) {
   // Each chain of targets is walked once, as what is passed is no longer joined: all on it lead where its end does. A
   // circle, whose items have all been dropped, leads nowhere.
   const auto follows = [&](std::uint32_t item) {
@@ -55,9 +49,6 @@ void NumberHistory::apply(Buffer<std::uint32_t>& numbers) {
     for (const std::uint32_t passed : chain) numbers[passed] = numbers[end];
   }
   mTargets.clear();
-
-  for (std::uint32_t& number : mMap)
-    if (number != kNone) number = numbers[number];
 }
 
 void MeshHistory::dropHole(std::uint32_t outer, std::uint32_t hole, facetbox::DroppedHole::Reason reason) {

@@ -36,9 +36,16 @@ class NumberHistory {
   /// several items with the same one, the first keeps its place. O(present items + first items).
   template <class NewNumberOf>
   void renumber(NewNumberOf newNumberOf) {
-    Buffer<std::uint32_t> numbers(mSources.size());
+    Buffer<std::uint32_t> numbers(mTargets.empty() ? 0 : mSources.size());
     for (std::uint32_t i = 0; i < numbers.size(); ++i) numbers[i] = newNumberOf(i);
-    apply(numbers);
+    mFirstItems.clear();
+    std::uint32_t kept = 0;
+    for (std::uint32_t item = 0; item < mSources.size(); ++item)
+      if (newNumberOf(item) == kept) mSources[kept++] = mSources[item];
+    mSources.resize(kept);
+    if (mTargets.empty()) return mapTo(newNumberOf);
+    followTargets(numbers);
+    mapTo([&](std::uint32_t i) { return numbers[i]; });
   }
 
   /// Per first item: its number now, or kNone. Only with nothing joined since the last renumbering.
@@ -54,7 +61,12 @@ class NumberHistory {
   std::uint32_t firstItemOf(std::uint32_t item);
 
  private:
-  void apply(Buffer<std::uint32_t>& numbers);
+  template <class NumberOf>
+  void mapTo(NumberOf numberOf) {
+    for (std::uint32_t& number : mMap)
+      if (number != kNone) number = numberOf(number);
+  }
+  void followTargets(Buffer<std::uint32_t>& numbers);
 
   const Joined mJoined;
   std::vector<std::uint32_t> mMap, mSources;
