@@ -6,8 +6,8 @@
 
 namespace {
 
-facetbox::PolyMesh sphere(std::size_t corners) { return meshOf(sphereOfTriangles(corners / 3)); }
-facetbox::PolyMesh quads(std::size_t corners) { return meshOf(gridOfQuads(corners / 4, Surface::bumpy)); }
+facetbox::PolyMesh sphere(std::size_t corners) { return polyMeshOf(sphereOfTriangles(corners / 3)); }
+facetbox::PolyMesh quads(std::size_t corners) { return polyMeshOf(gridOfQuads(corners / 4, Surface::bumpy)); }
 facetbox::PolyMesh soup(std::size_t corners) { return soupWithCrossings(corners / 3); }
 
 /// Each corner with a vertex of its own: all edges are open, most places are shared.

@@ -6,7 +6,7 @@
 #include <numeric>
 #include <stdexcept>
 
-facetbox::PolyMesh meshOf(const Workload& record) {
+facetbox::PolyMesh polyMeshOf(const Workload& record) {
   facetbox::PolyMesh mesh;
   mesh.points.assign(record.coords.begin(), record.coords.end());
   mesh.counts = record.counts;

@@ -7,7 +7,7 @@
 
 #include "Workloads.h"
 
-facetbox::PolyMesh meshOf(const Workload& record);
+facetbox::PolyMesh polyMeshOf(const Workload& record);
 
 /// Small triangles without common vertices in a cloud, in random order. Nearly one in a hundred crosses another.
 facetbox::PolyMesh soupWithCrossings(std::size_t triangles);

@@ -33,7 +33,7 @@ struct Compared {
 
 /// With texture coordinates, of which a workload has one run.
 PolyMesh texturedMeshOf(const Workload& record) {
-  PolyMesh mesh = meshOf(record);
+  PolyMesh mesh = polyMeshOf(record);
   mesh.texCoords.assign(record.texCoords.begin(), record.texCoords.end());
   mesh.texIndices = record.texCoordIndices;
   if (!mesh.texIndices.empty()) mesh.labels.assign(mesh.counts.size(), 0);

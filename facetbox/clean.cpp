@@ -44,11 +44,9 @@ class CleanUp {
     mResult.droppedHoles = takeDroppedHoles();
   }
 
-  /// @param isLast  whether no step follows
-  void run(const Step& step, bool isLast) {
+  void run(const Step& step) {
     StepReport report{.step = step, .before = counts()};
     const auto begin = std::chrono::steady_clock::now();
-    mIsLast = isLast;
     mIsRunning = true;
     mMonitor.start();
     report.facesTurned = std::visit([this](const auto& s) { return runStep(s); }, step);
@@ -76,31 +74,43 @@ class CleanUp {
   // The steps; each returns how many faces it turned. Lengths go into the frame with the mesh. Holes are checked anew
   // where outlines have changed; merging coplanar faces does so itself.
   std::size_t runStep(const MergeVertices& step) {
-    // Nobody asks for normals after the last step, unless holes are to be checked.
-    const bool needsNormals = !mIsLast || !mMesh->storage().mHoles.empty();
-    const auto normals = needsNormals ? util::NormalUpdate::recompute : util::NormalUpdate::skip;
-    changeOutlines([&] { return util::mergeVertices(*mMesh, toFrame(step.tolerance), normals); });
+    const util::MeshStorage& m = mMesh->storage();
+    const double tolerance = toFrame(step.tolerance);
+    if (!m.mHoles.empty() || tolerance > m.mLimits.mLargeTolerance) needNormals();
+    changeOutlines([&] {
+      const std::uint64_t merged = util::mergeVertices(*mMesh, tolerance, util::NormalUpdate::skip);
+      mHasNormals = false;
+      return merged;
+    });
     return 0;
   }
   std::size_t runStep(const RemoveZeroEdges& step) {
+    needNormals();
     changeOutlines([&] { return util::removeEdgesZero(*mMesh, toFrame(step.threshold)); });
     util::removeUnusedVertices(*mMesh);
     return 0;
   }
   std::size_t runStep(const RemoveZeroFaces& step) {
+    needNormals();
     util::removeFacesZero(*mMesh, toFrame(toFrame(step.threshold)));
     return 0;
   }
   std::size_t runStep(const RemoveDoubleFaces& step) {
+    if (!mMesh->storage().mHoles.empty()) needNormals();
     util::removeFacesDouble(*mMesh, step.compareAttributes);
     return 0;
   }
-  std::size_t runStep(const ConformNormals&) { return util::conformNormals(*mMesh, util::kIdentity); }
+  std::size_t runStep(const ConformNormals&) {
+    needNormals();
+    return util::conformNormals(*mMesh, util::kIdentity);
+  }
   std::size_t runStep(const MergeCoplanar& step) {
+    needNormals();
     util::removeEdgesCoplanar(*mMesh, step.degrees, step.compareAttributes);
     return 0;
   }
   std::size_t runStep(const RemoveColinear& step) {
+    needNormals();
     changeOutlines([&] { return util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping); });
     return 0;
   }
@@ -125,7 +135,17 @@ class CleanUp {
   }
 
   /// Drops holes that are none, any more.
-  void settleHoles() { util::assignHoles(*mMesh); }
+  void settleHoles() {
+    if (mMesh->storage().mHoles.empty()) return;
+    needNormals();
+    util::assignHoles(*mMesh);
+  }
+
+  /// Computes the normals where they are asked for: not all steps need them.
+  void needNormals() {
+    if (!mHasNormals) util::recomputeFaceNormals(*mMesh);
+    mHasNormals = true;
+  }
 
   /// Null where nobody wants to know.
   util::Monitor* monitor() { return mOptions.progress || mOptions.isCancelled ? &mMonitor : nullptr; }
@@ -178,7 +198,7 @@ class CleanUp {
   const util::MeshFrame mFrame;
   util::MeshHistory mHistory;
   std::unique_ptr<util::Mesh> mMesh;
-  bool mIsLast = false;
+  bool mHasNormals = false;
   Cleaned mResult;
 };
 
@@ -226,7 +246,7 @@ Cleaned clean(const MeshView& mesh, std::span<const Step> steps, const CleanOpti
   requireUsable(steps);
   requireValid(mesh);
   CleanUp cleanUp(mesh, options);
-  for (const Step& step : steps) cleanUp.run(step, &step == &steps.back());
+  for (const Step& step : steps) cleanUp.run(step);
   return std::move(cleanUp).finish();
 }
 

@@ -254,7 +254,7 @@ TEST(Clean, tellsHowFarItIsAndStopsWhenAsked) {
   }
   EXPECT_EQ(told.back(), std::pair(steps.size() - 1, 1.0));
 
-  for (int allowed = 0; allowed < 15; ++allowed) {
+  for (int allowed = 0; allowed < 14; ++allowed) {
     asked = 0;
     options.isCancelled = [&] { return ++asked > allowed; };
     EXPECT_THROW(facetbox::clean(mesh, steps, options), Cancelled);

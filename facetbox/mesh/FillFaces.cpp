@@ -99,7 +99,7 @@ void checkIndices(const PrimitiveList& list, std::size_t vertexCount) {
 }
 
 template <class Count>
-std::size_t fillFaces(Mesh& mesh, const FaceArrays<Count>& in, Indices indices) {
+std::size_t fillFaces(Mesh& mesh, const FaceArrays<Count>& in, Indices indices, Normals normals) {
   MeshStorage& m = mesh.storage();
   requireArray(in.counts, in.faceCount > 0, "corner counts");
   const Legal legal = countLegal(in);
@@ -110,7 +110,7 @@ std::size_t fillFaces(Mesh& mesh, const FaceArrays<Count>& in, Indices indices) 
       while (!isLegal(in.counts[f]) || number-- > 0) ++f;
       return f;
     });
-  recomputeFaceNormals(mesh);
+  if (normals == Normals::computed) recomputeFaceNormals(mesh);
   if (legal.faces == in.faceCount) return 0;
 
   if (!m.mHoles.empty() || !m.mRunStarts.empty() || m.mHistory) {
@@ -122,7 +122,7 @@ std::size_t fillFaces(Mesh& mesh, const FaceArrays<Count>& in, Indices indices) 
   return in.faceCount - legal.faces;
 }
 
-template std::size_t fillFaces(Mesh&, const FaceArrays<std::int32_t>&, Indices);
-template std::size_t fillFaces(Mesh&, const FaceArrays<std::uint32_t>&, Indices);
+template std::size_t fillFaces(Mesh&, const FaceArrays<std::int32_t>&, Indices, Normals);
+template std::size_t fillFaces(Mesh&, const FaceArrays<std::uint32_t>&, Indices, Normals);
 
 }  // namespace util

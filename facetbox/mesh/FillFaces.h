@@ -23,7 +23,10 @@ struct FaceArrays {
 /// Whether somebody has seen to it that every vertex index of a face with three corners or more is in range.
 enum class Indices { unchecked, inRange };
 
-/// Gives a mesh that has vertices, hole groups and material runs, but no faces, its faces with their normals.
+/// Whether faces get their normals at once, or somebody sees to it before they are needed.
+enum class Normals { computed, leftOpen };
+
+/// Gives a mesh that has vertices, hole groups and material runs, but no faces, its faces.
 ///
 /// Faces of fewer than three corners are left out; hole groups and runs follow. If there were any, the vertices that no
 /// face uses go as well.
@@ -33,7 +36,8 @@ enum class Indices { unchecked, inRange };
 /// @throws std::length_error     where the faces have more than 2^32 - 1 corners in total
 /// O(vertices + corners).
 template <class Count>
-std::size_t fillFaces(Mesh& mesh, const FaceArrays<Count>& arrays, Indices indices);
+std::size_t fillFaces(Mesh& mesh, const FaceArrays<Count>& arrays, Indices indices,
+                      Normals normals = Normals::computed);
 
 /// @throws std::invalid_argument where an array is null although it is needed; `what` says which
 void requireArray(const void* array, bool needed, const char* what);

@@ -70,7 +70,10 @@ void writeFaces(const PrimitiveList& faces, bool withTexCoords, PolyMesh& mesh) 
   faces.copyCorners(mesh.indices.data());
   if (!withTexCoords) return;
   reserveLarge(mesh.texIndices, corners);
+  bool isComplete = true;
+  for (std::size_t face = 0; face < faces.size(); ++face) isComplete = isComplete && faces.carries(face, 0);
   mesh.texIndices.resize(corners, facetbox::kNone);
+  if (isComplete) return faces.copyCornerSet(0, mesh.texIndices.data());
   auto out = mesh.texIndices.begin();
   for (std::size_t face = 0; face < faces.size(); ++face) {
     if (faces.carries(face, 0)) std::ranges::copy(faces.cornerSet(face, 0), out);
@@ -126,7 +129,7 @@ std::unique_ptr<Mesh> makeWorkingMesh(const MeshView& view, const MeshFrame& fra
   fillFaces(*mesh,
             FaceArrays<std::uint32_t>{view.counts.data(), view.counts.size(), view.indices.data(),
                                       hasTexCoords ? view.texIndices.data() : nullptr, hasTexCoords},
-            Indices::inRange);
+            Indices::inRange, Normals::leftOpen);
   if (hasTexCoords) dropMissingTexCoords(m.mFaces);
   return mesh;
 }

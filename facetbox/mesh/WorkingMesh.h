@@ -38,8 +38,9 @@ struct MeshFrame {
 /// O(vertices + corners).
 MeshFrame frameOf(const facetbox::MeshView& mesh);
 
-/// A valid mesh in its frame, ready for the operations: faces of fewer than three corners are left out (and then the
-/// vertices that no face uses), labels become material runs, hole groups stand as given.
+/// A valid mesh in its frame, ready for the operations but for the normals of its faces: recomputeFaceNormals(). Faces
+/// of fewer than three corners are left out (and then the vertices that no face uses), labels become material runs,
+/// hole groups stand as given.
 /// @param history  follows the mesh from now on, unless null; made for its vertices and faces
 /// @param monitor  is asked from now on, unless null
 std::unique_ptr<Mesh> makeWorkingMesh(const facetbox::MeshView& mesh, const MeshFrame& frame, MeshHistory* history,

@@ -67,8 +67,8 @@ int main(int argc, char** argv) {
     if (option == "--scan") scan = argv[i + 1];
   }
   printHeading("Self-intersections, ms of CPU time", "ours", "ratio");
-  compare("sphere", meshOf(sphereOfTriangles(triangles)), pairs);
-  compare("terrain", meshOf(gridOfTriangles(triangles)), pairs);
+  compare("sphere", polyMeshOf(sphereOfTriangles(triangles)), pairs);
+  compare("terrain", polyMeshOf(gridOfTriangles(triangles)), pairs);
   compare("soup, 1 % cross", soupWithCrossings(triangles), pairs);
   if (!scan.empty()) compare("scan, copies side by side", sideBySide(readScan(scan), 3 * triangles), pairs);
 }
