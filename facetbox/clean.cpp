@@ -35,7 +35,7 @@ class CleanUp {
       : mInput(input),
         mOptions(options),
         mMonitor([this](double fraction) { look(fraction); }),
-        mFrame(util::frameOf(input)),
+        mFrame(util::frameOf(input, monitor())),
         mHistory(input.points.size() / 3, input.counts.size()),
         mMesh(util::makeWorkingMesh(input, mFrame, &mHistory, monitor())) {
     mMesh->storage().mLimits = util::MeshLimits::relativeTo(mFrame.diagonal);
@@ -63,6 +63,7 @@ class CleanUp {
     mMonitor.look();
     mResult.mesh = util::toPolyMesh(*mMesh, mInput, mHistory);
     mMesh.reset();
+    mMonitor.look();
     mResult.vertexMap = std::move(mHistory.vertices).takeMap();
     mResult.vertexSources = std::move(mHistory.vertices).takeSources();
     mResult.faceMap = std::move(mHistory.faces).takeMap();

@@ -17,17 +17,20 @@ using facetbox::MeshView;
 using facetbox::PolyMesh;
 
 /// The box of the vertices that faces of three corners and more use.
-Box usedBox(const MeshView& mesh) {
+Box usedBox(const MeshView& mesh, Monitor* monitor) {
   Buffer<std::uint8_t> isUsed(mesh.points.size() / 3, 0);
   std::size_t first = 0;
-  for (const std::uint32_t count : mesh.counts) {
-    if (count >= 3)
-      for (const std::uint32_t v : mesh.indices.subspan(first, count)) isUsed[v] = 1;
-    first += count;
-  }
+  for (Monitor::Blocks blocks(monitor, mesh.counts.size()); blocks.next();)
+    for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+      const std::uint32_t count = mesh.counts[face];
+      if (count >= 3)
+        for (const std::uint32_t v : mesh.indices.subspan(first, count)) isUsed[v] = 1;
+      first += count;
+    }
   Box box;
-  for (std::size_t v = 0; v < isUsed.size(); ++v)
-    if (isUsed[v] != 0) box.extend(toVec3(&mesh.points[3 * v]));
+  for (Monitor::Blocks blocks(monitor, isUsed.size()); blocks.next();)
+    for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
+      if (isUsed[v] != 0) box.extend(toVec3(&mesh.points[3 * v]));
   return box;
 }
 
@@ -40,9 +43,11 @@ double originOf(double min, double max) {
   return 0;
 }
 
-void readVertices(const MeshView& mesh, const MeshFrame& frame, Buffer<Vec3>& vertices) {
+void readVertices(const MeshView& mesh, const MeshFrame& frame, Monitor* monitor, Buffer<Vec3>& vertices) {
   vertices.resize(mesh.points.size() / 3);
-  for (std::size_t v = 0; v < vertices.size(); ++v) vertices[v] = frame.toFrame(toVec3(&mesh.points[3 * v]));
+  for (Monitor::Blocks blocks(monitor, vertices.size()); blocks.next();)
+    for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
+      vertices[v] = frame.toFrame(toVec3(&mesh.points[3 * v]));
 }
 
 /// Faces of one label in a row become a run, its material the label.
@@ -95,8 +100,8 @@ void writeLabels(const MeshStorage& m, PolyMesh& mesh) {
 
 }  // namespace
 
-MeshFrame frameOf(const MeshView& mesh) {
-  const Box box = usedBox(mesh);
+MeshFrame frameOf(const MeshView& mesh, Monitor* monitor) {
+  const Box box = usedBox(mesh, monitor);
   MeshFrame frame;
   if (box.min.x > box.max.x) return frame;
   frame.origin = {originOf(box.min.x, box.max.x), originOf(box.min.y, box.max.y), originOf(box.min.z, box.max.z)};
@@ -117,7 +122,7 @@ std::unique_ptr<Mesh> makeWorkingMesh(const MeshView& view, const MeshFrame& fra
   MeshStorage& m = mesh->storage();
   m.mHistory.set(history);
   m.mMonitor.set(monitor);
-  readVertices(view, frame, m.mVertices);
+  readVertices(view, frame, monitor, m.mVertices);
   readLabels(view.labels, m);
   m.mHoles.append(view.holes.data(), view.holes.size());
   const bool hasTexCoords = !view.texIndices.empty();
@@ -126,6 +131,7 @@ std::unique_ptr<Mesh> makeWorkingMesh(const MeshView& view, const MeshFrame& fra
     for (std::size_t pair = 0; pair < m.mTexCoords[0].size(); ++pair)
       m.mTexCoords[0][pair] = {view.texCoords[2 * pair], view.texCoords[2 * pair + 1]};
   }
+  if (monitor) monitor->look();
   fillFaces(*mesh,
             FaceArrays<std::uint32_t>{view.counts.data(), view.counts.size(), view.indices.data(),
                                       hasTexCoords ? view.texIndices.data() : nullptr, hasTexCoords},
@@ -136,15 +142,19 @@ std::unique_ptr<Mesh> makeWorkingMesh(const MeshView& view, const MeshFrame& fra
 
 PolyMesh toPolyMesh(const Mesh& mesh, const MeshView& input, const MeshHistory& history) {
   const MeshStorage& m = mesh.storage();
+  Monitor* const monitor = m.mMonitor.get();
   PolyMesh result;
   const std::span<const std::uint32_t> sources = history.vertices.sources();
   reserveLarge(result.points, 3 * sources.size());
   result.points.resize(3 * sources.size());
-  for (std::size_t v = 0; v < sources.size(); ++v)
-    std::copy_n(&input.points[3 * std::size_t{sources[v]}], 3, &result.points[3 * v]);
+  for (Monitor::Blocks blocks(monitor, sources.size()); blocks.next();)
+    for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
+      std::copy_n(&input.points[3 * std::size_t{sources[v]}], 3, &result.points[3 * v]);
   reserveLarge(result.texCoords, input.texCoords.size());
   result.texCoords.assign(input.texCoords.begin(), input.texCoords.end());
+  if (monitor) monitor->look();
   writeFaces(m.mFaces, !input.texIndices.empty(), result);
+  if (monitor) monitor->look();
   if (!input.labels.empty()) writeLabels(m, result);
   result.holes.assign(m.mHoles.list().begin(), m.mHoles.list().end());
   return result;

@@ -36,7 +36,7 @@ struct MeshFrame {
 
 /// The frame of a mesh by the vertices of its faces of three corners and more. The mesh must be valid.
 /// O(vertices + corners).
-MeshFrame frameOf(const facetbox::MeshView& mesh);
+MeshFrame frameOf(const facetbox::MeshView& mesh, Monitor* monitor = nullptr);
 
 /// A valid mesh in its frame, ready for the operations but for the normals of its faces: recomputeFaceNormals(). Faces
 /// of fewer than three corners are left out (and then the vertices that no face uses), labels become material runs,
