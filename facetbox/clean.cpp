@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <numbers>
 #include <stdexcept>
@@ -232,11 +233,12 @@ void requireUsable(std::span<const Step> steps) {
 
 std::vector<Step> allSteps(double tolerance, double diagonal) {
   constexpr double kAreaPerSquaredDiagonal = 1e-12;
+  constexpr double kLargest = std::numeric_limits<double>::max();  // the square of a longer diagonal is no double
   const double radians = diagonal > 0 ? std::atan(10 * tolerance / diagonal) : 0;
   const double degrees = std::clamp(radians * 180 / std::numbers::pi, 0.01, 1.0);
   return {MergeVertices{tolerance},
           RemoveZeroEdges{tolerance},
-          RemoveZeroFaces{kAreaPerSquaredDiagonal * diagonal * diagonal},
+          RemoveZeroFaces{std::min(kAreaPerSquaredDiagonal * diagonal * diagonal, kLargest)},
           RemoveDoubleFaces{},
           ConformNormals{},
           MergeCoplanar{degrees},

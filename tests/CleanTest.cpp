@@ -166,6 +166,15 @@ TEST(Clean, chainsGiveWhatTheirStepsGive) {
   }
 }
 
+// Vertex 1 collapses in one face only, and goes later with the other one: that does not lead to vertex 0.
+TEST(Clean, aCollapseLeadsNowhereOnceItsStepIsOver) {
+  const PolyMesh mesh{.points = {0, 0, 0, .01, 0, 0, 1, 0, 0, 1, 1, 0, .2, -.2, 0, -.2, -.2, 0, 0, -3, 0},
+                      .counts = {4, 3, 3},
+                      .indices = {0, 1, 2, 3, 1, 5, 4, 4, 5, 6}};
+  EXPECT_EQ(clean(mesh, {RemoveZeroEdges{.1}}).vertexMap, (Indices{0, 1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(clean(mesh, {RemoveZeroEdges{.1}, RemoveZeroFaces{.1}}).vertexMap, (Indices{0, kNone, 1, 2, 3, 4, 5}));
+}
+
 TEST(Clean, doesNotDependOnTheUnit) {
   for (unsigned seed = 0; seed < 200; ++seed) {
     SCOPED_TRACE(seed);
@@ -298,6 +307,7 @@ TEST(Clean, worksWithCoordinatesOfAnySize) {
     mesh.points.insert(mesh.points.end(), {large, -large, tiny});
     const Cleaned cleaned = clean(mesh, {MergeVertices{0}, RemoveZeroEdges{0}, MergeCoplanar{1}, ConformNormals{}});
     const Cleaned merged = clean(mesh, {MergeVertices{large}});
+    EXPECT_NO_THROW(clean(mesh, allSteps(unit / 1024, unit))) << unit;
     if (unit > tiny) {
       EXPECT_EQ(cleaned.mesh.counts, Indices{4}) << unit;
     }

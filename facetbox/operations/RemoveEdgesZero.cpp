@@ -124,6 +124,8 @@ std::uint64_t removeShortFaceEdges(Mesh& mesh, double thresholdSq) {
   }
   const Monitor::Part part(monitor, 0.8, 1.0);
   removeUnusedVertices(mesh);
+  // A vertex that another face keeps is itself from here on, whatever later drops it: no join may outlast the step.
+  if (m.mHistory) m.mHistory->vertices.renumber([](std::uint32_t v) { return v; });
   clearConnectivityCache(mesh);
   return collapseCount;
 }
