@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <numeric>
 #include <utility>
 
@@ -15,29 +16,42 @@ constexpr std::uint64_t kMostEntries = kNone;
 /// A bit of a face's number is ours where faces are renumbered.
 constexpr std::uint64_t kMostFaces = 0x80000000u;
 
-/// Collects problems up to a limit and counts the rest.
+/// Collects problems up to a limit and counts the rest. What is fatal displaces what is not: nobody must be turned away
+/// without a reason.
 class Findings {
  public:
   explicit Findings(std::size_t limit) : mLimit(limit) {}
 
   void add(const Problem& problem) {
-    if (mProblems.size() < mLimit)
-      mProblems.push_back(problem);
-    else {
-      ++mFurther;
+    std::vector<Finding>& list = problem.isFatal ? mFatal : mOthers;
+    if (list.size() < mLimit)
+      list.push_back({mCount, problem});
+    else
       mIsFurtherFatal |= problem.isFatal;
-    }
+    ++mCount;
   }
 
-  std::vector<Problem> take() {
-    if (mFurther != 0) mProblems.push_back({.kind = Kind::more, .isFatal = mIsFurtherFatal, .value = mFurther});
-    return std::move(mProblems);
+  /// In the order in which they came.
+  std::vector<Problem> take() const {
+    const auto others = std::span(mOthers).first(std::min(mOthers.size(), mLimit - mFatal.size()));
+    std::vector<Finding> listed;
+    std::ranges::merge(mFatal, others, std::back_inserter(listed), {}, &Finding::number, &Finding::number);
+    std::vector<Problem> problems;
+    for (const Finding& finding : listed) problems.push_back(finding.problem);
+    if (mCount > listed.size())
+      problems.push_back({.kind = Kind::more, .isFatal = mIsFurtherFatal, .value = mCount - listed.size()});
+    return problems;
   }
 
  private:
+  struct Finding {
+    std::uint64_t number;
+    Problem problem;
+  };
+
   const std::size_t mLimit;
-  std::vector<Problem> mProblems;
-  std::uint64_t mFurther = 0;
+  std::vector<Finding> mFatal, mOthers;
+  std::uint64_t mCount = 0;
   bool mIsFurtherFatal = false;
 };
 

@@ -86,7 +86,7 @@ FACETBOX_EXPORT std::string describe(const Problem& problem);
 ///
 /// Sizes come first; where these do not fit, what depends on them is not looked at. Then vertices, faces and hole
 /// groups in their order.
-/// @param limit  how many problems are listed at most; where there are more, a last one of Kind::more counts the rest
+/// @param limit  how many are listed at most, fatal ones rather than others; a last one of Kind::more counts the rest
 /// O(vertices + corners + holes), one pass over each array where nothing is wrong; a byte per face where there are
 /// holes.
 FACETBOX_EXPORT std::vector<Problem> validate(const MeshView& mesh, std::size_t limit = 100);

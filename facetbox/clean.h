@@ -111,10 +111,11 @@ struct Cleaned {
 /// guarded against turning faces over.
 ///
 /// First, and after each step that changes something, holes that do not lie strictly inside their outer face, apart
-/// from its corners and each other, are removed: each is reported with its reason. Where a step changes the faces,
-/// vertices that no face uses go; without steps they stay. Texture coordinate pairs all stay. Faces that merging makes
-/// of loops inside others become holes; they have no sources. A face removed as another's double is not part of that
-/// one: it maps to kNone.
+/// from its corners and each other, are removed: each is reported with its reason. The hole of an outer face that is
+/// left out or goes is reported as well; it goes along or stays as a face of its own, as faceMap tells. Where a step
+/// changes the faces, vertices that no face uses go; without steps they stay, unless a face is left out or a hole
+/// removed. Texture coordinate pairs all stay. Faces that merging makes of loops inside others become holes; they have
+/// no sources. A face removed as another's double is not part of that one: it maps to kNone.
 ///
 /// @throws InvalidMesh            where validate() finds a fatal problem
 /// @throws std::invalid_argument  where a step's value is NaN, infinite or negative

@@ -132,6 +132,12 @@ TEST(Validate, stopsAtTheLimitAndCountsTheRest) {
   mesh.counts.assign(11, 1);
   mesh.holes.clear();
   EXPECT_FALSE(validate(mesh, 3).back().isFatal);
+  // It does not hide what is fatal.
+  mesh.indices[10] = 11;
+  EXPECT_EQ(problemsOf(mesh, 2),
+            "Face 0: 1 corner, fewer than three; the face is left out. (fine)\n"
+            "Face 10, corner 0: vertex 11 does not exist (the mesh has 11 vertices).\n"
+            "And 10 more. (fine)\n");
 
   const InvalidMesh error({{.kind = Kind::countsDoNotAddUp, .value = 1, .limit = 2}, {.kind = Kind::more, .value = 7}});
   EXPECT_STREQ(error.what(), "The counts add up to 2 corners, but there are 1 indices.\nAnd 7 more.");
