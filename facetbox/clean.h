@@ -16,7 +16,9 @@ namespace facetbox {
 // The steps of a clean-up. Lengths are in the mesh's units, areas in their squares, angles in degrees; all values are
 // finite and not negative.
 
-/// Welds vertices that lie within `tolerance` of the first of their group. Faces and holes that collapse go.
+/// Welds vertices that lie within `tolerance` of the first of their group. Some stay apart, so that holes do not touch
+/// and faces neither pinch nor turn over; where this is the first, the next one takes its part, and the others may lie
+/// up to two tolerances from it. Faces and holes that collapse go.
 struct MergeVertices {
   double tolerance;
   friend bool operator==(const MergeVertices&, const MergeVertices&) = default;
@@ -112,10 +114,10 @@ struct Cleaned {
 ///
 /// First, and after each step that changes something, holes that do not lie strictly inside their outer face, apart
 /// from its corners and each other, are removed: each is reported with its reason. The hole of an outer face that is
-/// left out or goes is reported as well; it goes along or stays as a face of its own, as faceMap tells. Where a step
-/// changes the faces, vertices that no face uses go; without steps they stay, unless a face is left out or a hole
-/// removed. Texture coordinate pairs all stay. Faces that merging makes of loops inside others become holes; they have
-/// no sources. A face removed as another's double is not part of that one: it maps to kNone.
+/// left out or goes is reported as well; it goes along or stays as a face of its own, as faceMap tells. Vertices
+/// that no face uses go with MergeVertices and RemoveZeroEdges, and wherever faces or corners go; else they stay.
+/// Texture coordinate pairs all stay. Faces that merging makes of loops inside others become holes; they have no
+/// sources. A face removed as another's double is not part of that one: it maps to kNone.
 ///
 /// @throws InvalidMesh            where validate() finds a fatal problem
 /// @throws std::invalid_argument  where a step's value is NaN, infinite or negative
