@@ -88,7 +88,12 @@ class CleanUp {
   }
   std::size_t runStep(const RemoveZeroEdges& step) {
     needNormals();
-    changeOutlines([&] { return util::removeEdgesZero(*mMesh, toFrame(step.threshold)); });
+    changeOutlines([&] {
+      const std::uint64_t changes = util::removeEdgesZero(*mMesh, toFrame(step.threshold));
+      // The operation's own normals pass over where a face comes back to its first corner.
+      if (changes != 0) util::recomputeFaceNormals(*mMesh);
+      return changes;
+    });
     util::removeUnusedVertices(*mMesh);
     return 0;
   }

@@ -175,6 +175,16 @@ TEST(Clean, aCollapseLeadsNowhereOnceItsStepIsOver) {
   EXPECT_EQ(clean(mesh, {RemoveZeroEdges{.1}, RemoveZeroFaces{.1}}).vertexMap, (Indices{0, kNone, 1, 2, 3, 4, 5}));
 }
 
+// A face that comes back to its first corner, and repeats another one.
+TEST(Clean, areasAreRightAfterACollapse) {
+  const PolyMesh mesh{
+      .points = {1, -4, 4, 4, 6, -5, 3, 5, -3, -5, 8, 0, 7, -4, 4}, .counts = {8}, .indices = {4, 2, 1, 4, 3, 0, 0, 2}};
+  const PolyMesh collapsed = clean(mesh, {RemoveZeroEdges{.1}}).mesh;
+  const Step byArea = RemoveZeroFaces{9.25};
+  EXPECT_EQ(clean(collapsed, {byArea}).mesh.counts, Indices{7});
+  EXPECT_EQ(clean(mesh, {RemoveZeroEdges{.1}, byArea}).mesh, collapsed);
+}
+
 TEST(Clean, doesNotDependOnTheUnit) {
   for (unsigned seed = 0; seed < 200; ++seed) {
     SCOPED_TRACE(seed);
