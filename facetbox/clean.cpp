@@ -91,7 +91,7 @@ class CleanUp {
     changeOutlines([&] {
       const std::uint64_t changes = util::removeEdgesZero(*mMesh, toFrame(step.threshold));
       // The operation's own normals pass over where a face comes back to its first corner.
-      if (changes != 0) util::recomputeFaceNormals(*mMesh);
+      if (changes != 0) mHasNormals = false;
       return changes;
     });
     util::removeUnusedVertices(*mMesh);
@@ -109,7 +109,10 @@ class CleanUp {
   }
   std::size_t runStep(const ConformNormals&) {
     needNormals();
-    return util::conformNormals(*mMesh, util::kIdentity);
+    const std::size_t turned = util::conformNormals(*mMesh, util::kIdentity);
+    // A face without area has the same normal again, turned or not.
+    if (turned != 0) mHasNormals = false;
+    return turned;
   }
   std::size_t runStep(const MergeCoplanar& step) {
     needNormals();

@@ -185,6 +185,16 @@ TEST(Clean, areasAreRightAfterACollapse) {
   EXPECT_EQ(clean(mesh, {RemoveZeroEdges{.1}, byArea}).mesh, collapsed);
 }
 
+// A turned face without area, which welding is not to turn over.
+TEST(Clean, normalsAreRightAfterTurning) {
+  const PolyMesh mesh{
+      .points = {0, 1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 1, 1, 1, 0, 1, 0, 1, 1, 1, 0},
+      .counts = {6, 5, 4, 3},
+      .indices = {5, 3, 7, 10, 0, 6, 4, 0, 6, 3, 7, 3, 4, 6, 9, 7, 7, 1}};
+  const PolyMesh turned = clean(mesh, {ConformNormals{}}).mesh;
+  EXPECT_EQ(clean(mesh, {ConformNormals{}, MergeVertices{1.25}}).mesh, clean(turned, {MergeVertices{1.25}}).mesh);
+}
+
 TEST(Clean, doesNotDependOnTheUnit) {
   for (unsigned seed = 0; seed < 200; ++seed) {
     SCOPED_TRACE(seed);
