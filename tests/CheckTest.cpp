@@ -66,7 +66,7 @@ PolyMesh randomMesh(std::mt19937& random) {
     const auto corners = static_cast<std::size_t>(oneIn(random, 20) ? pick(random, 0, 12) : pick(random, 3, 5));
     if (oneIn(random, 3)) {
       face = faces[below(random, faces.size())];
-      if (!face.empty()) std::ranges::rotate(face, face.begin() + below(random, face.size()));
+      if (!face.empty()) std::rotate(face.begin(), face.begin() + below(random, face.size()), face.end());
       if (oneIn(random, 2)) std::ranges::reverse(face);
     } else {
       face = support::randomIndices(random, corners, points.size());

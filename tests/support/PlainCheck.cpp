@@ -59,7 +59,7 @@ struct Plain {
 
 bool areDouble(Face a, const Face& b) {
   for (int direction = 0; direction < 2; ++direction, std::ranges::reverse(a))
-    for (std::size_t i = 0; i < a.size(); ++i, std::ranges::rotate(a, a.begin() + 1))
+    for (std::size_t i = 0; i < a.size(); ++i, std::rotate(a.begin(), a.begin() + 1, a.end()))
       if (a == b) return true;
   return false;
 }
