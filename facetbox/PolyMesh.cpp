@@ -6,6 +6,8 @@
 #include <numeric>
 #include <utility>
 
+#include <facetbox/mesh/RequireValid.h>
+
 namespace facetbox {
 namespace {
 
@@ -283,6 +285,11 @@ std::vector<Problem> validate(const MeshView& mesh, std::size_t limit) {
     checkHoles(mesh, findings);
   }
   return findings.take();
+}
+
+void requireValid(const MeshView& mesh) {
+  std::vector<Problem> problems = validate(mesh);
+  if (std::ranges::any_of(problems, &Problem::isFatal)) throw InvalidMesh(std::move(problems));
 }
 
 InvalidMesh::InvalidMesh(std::vector<Problem> problems)

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <tuple>
-#include <utility>
 
 #include <facetbox/checks/CheckedMesh.h>
 #include <facetbox/checks/EdgeUses.h>
@@ -11,6 +10,7 @@
 #include <facetbox/checks/Repeats.h>
 #include <facetbox/checks/TCorners.h>
 #include <facetbox/clean.h>
+#include <facetbox/mesh/RequireValid.h>
 
 namespace facetbox {
 namespace {
@@ -29,8 +29,7 @@ std::vector<DroppedHole> droppedHolesOf(const MeshView& mesh) {
 }  // namespace
 
 Defects check(const MeshView& mesh, const CheckOptions& options) {
-  if (auto problems = validate(mesh); std::ranges::any_of(problems, &Problem::isFatal))
-    throw InvalidMesh(std::move(problems));
+  requireValid(mesh);
   const util::CheckedMesh checked(mesh);
   Defects defects;
   util::measure(checked, options, defects);

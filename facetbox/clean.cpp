@@ -16,6 +16,7 @@
 #include <facetbox/mesh/HoleAssignment.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/mesh/RequireValid.h>
 #include <facetbox/mesh/Validate.h>
 #include <facetbox/mesh/WorkingMesh.h>
 #include <facetbox/operations/ConformNormals.h>
@@ -211,11 +212,6 @@ class CleanUp {
   bool mHasNormals = false;
   Cleaned mResult;
 };
-
-void requireValid(const MeshView& mesh) {
-  std::vector<Problem> problems = validate(mesh);
-  if (std::ranges::any_of(problems, &Problem::isFatal)) throw InvalidMesh(std::move(problems));
-}
 
 /// The number that a step depends on, or 0.
 struct ValueOf {

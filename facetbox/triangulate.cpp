@@ -11,6 +11,7 @@
 #include <facetbox/base/Buffer.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/mesh/RequireValid.h>
 #include <facetbox/mesh/WorkingMesh.h>
 #include <facetbox/polygons/Crossings.h>
 #include <facetbox/triangles/HoleView.h>
@@ -135,9 +136,7 @@ class MeshTriangulation final : private Tessellator::Caller {
 };
 
 MeshTriangulation::MeshTriangulation(const MeshView& mesh) : mMesh(mesh), mFrame(util::frameOf(mesh)) {
-  mPoints.resize(mesh.points.size() / 3);
-  for (std::size_t v = 0; v < mPoints.size(); ++v) mPoints[v] = mFrame.toFrame(util::toVec3(&mesh.points[3 * v]));
-
+  util::readVertices(mesh, mFrame, nullptr, mPoints);
   if (mesh.holes.empty()) return;
   mHoles.append(mesh.holes.data(), mesh.holes.size());
   mFirstCorners.resize(mesh.counts.size());
@@ -402,8 +401,7 @@ std::string describe(const SkippedFace& skipped) {
 }
 
 Triangulation triangulate(const MeshView& mesh) {
-  std::vector<Problem> problems = validate(mesh);
-  if (std::ranges::any_of(problems, &Problem::isFatal)) throw InvalidMesh(std::move(problems));
+  requireValid(mesh);
   return MeshTriangulation(mesh).run();
 }
 

@@ -20,8 +20,6 @@ using Search = HolePlacement::Search;
 constexpr std::size_t kLargeModeVertices = 101, kLargeModeEntries = 21;
 constexpr std::size_t kLargeGroupHoles = KeptHoles::kLargeGroup, kLargeOuterCorners = 101;
 
-constexpr std::size_t kWorkPerHole = 32;  // for the monitor: microseconds, as it may be in a large group
-
 /// Checks the groups of a mesh one by one.
 class GroupCheck {
  public:

@@ -6,12 +6,6 @@ namespace util {
 
 using Reason = facetbox::DroppedHole::Reason;
 
-namespace {
-
-constexpr std::size_t kWorkPerHole = 32;  // for the monitor: microseconds, as it may be
-
-}  // namespace
-
 void clearFaceAndHoles(MeshStorage& mesh, std::uint32_t face, std::span<const HoleTable::Group> groups) {
   if (!groups.empty())
     for (const HoleTable::Group& group : HoleTable::groupsOf(face, groups))

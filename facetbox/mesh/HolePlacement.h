@@ -15,6 +15,9 @@
 
 namespace util {
 
+/// What a hole counts for a monitor: microseconds, as it may take in a large group.
+inline constexpr std::size_t kWorkPerHole = 32;
+
 /// Where holes lie relative to their outer face and to each other, seen along the dominant axis of a face's stored
 /// normal. A point on the boundary is not inside, and edges that only touch cross. All answers are exact; those on
 /// distances follow the stated formula. Hole and outer face may be any faces, planar or not, even the same one.

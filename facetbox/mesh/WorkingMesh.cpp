@@ -43,13 +43,6 @@ double originOf(double min, double max) {
   return 0;
 }
 
-void readVertices(const MeshView& mesh, const MeshFrame& frame, Monitor* monitor, Buffer<Vec3>& vertices) {
-  vertices.resize(mesh.points.size() / 3);
-  for (Monitor::Blocks blocks(monitor, vertices.size()); blocks.next();)
-    for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
-      vertices[v] = frame.toFrame(toVec3(&mesh.points[3 * v]));
-}
-
 /// Faces of one label in a row become a run, its material the label.
 void readLabels(std::span<const std::uint32_t> labels, MeshStorage& m) {
   for (std::uint32_t face = 0; face < labels.size(); ++face) {
@@ -114,6 +107,13 @@ MeshFrame frameOf(const MeshView& mesh, Monitor* monitor) {
   frame.scale = std::ldexp(1.0, std::clamp(-std::ilogb(longest) - 1, -kLargestPower, kLargestPower));
   frame.diagonal = 2 * length(frame.scale * half);
   return frame;
+}
+
+void readVertices(const MeshView& mesh, const MeshFrame& frame, Monitor* monitor, Buffer<Vec3>& vertices) {
+  vertices.resize(mesh.points.size() / 3);
+  for (Monitor::Blocks blocks(monitor, vertices.size()); blocks.next();)
+    for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
+      vertices[v] = frame.toFrame(toVec3(&mesh.points[3 * v]));
 }
 
 std::unique_ptr<Mesh> makeWorkingMesh(const MeshView& view, const MeshFrame& frame, MeshHistory* history,

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/base/Buffer.h>
 #include <facetbox/base/Monitor.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/MeshHistory.h>
@@ -37,6 +38,9 @@ struct MeshFrame {
 /// The frame of a mesh by the vertices of its faces of three corners and more. The mesh must be valid.
 /// O(vertices + corners).
 MeshFrame frameOf(const facetbox::MeshView& mesh, Monitor* monitor = nullptr);
+
+/// The vertices of a mesh in its frame. `monitor` may be null.
+void readVertices(const facetbox::MeshView& mesh, const MeshFrame& frame, Monitor* monitor, Buffer<Vec3>& vertices);
 
 /// A valid mesh in its frame, ready for the operations but for the normals of its faces: recomputeFaceNormals(). Faces
 /// of fewer than three corners are left out (and then the vertices that no face uses), labels become material runs,
