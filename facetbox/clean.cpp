@@ -51,9 +51,13 @@ class CleanUp {
     const auto begin = std::chrono::steady_clock::now();
     mIsRunning = true;
     mMonitor.start();
-    report.facesTurned = std::visit([this](const auto& s) { return runStep(s); }, step);
+    if (!isIdle(step)) {
+      mReport = &report;
+      const std::uint64_t changes = std::visit([this](const auto& s) { return runStep(s); }, step);
+      noteChanges(step, changes + report.cornersCollapsed);
+      util::assertValid(*mMesh, "the step");
+    }
     mMonitor.finish();
-    util::assertValid(*mMesh, "the step");
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     report.after = counts();
     report.droppedHoles = takeDroppedHoles();
@@ -74,56 +78,94 @@ class CleanUp {
   }
 
  private:
-  // The steps; each returns how many faces it turned. Lengths go into the frame with the mesh. Holes are checked anew
-  // where outlines have changed; merging coplanar faces does so itself.
-  std::size_t runStep(const MergeVertices& step) {
+  // The steps; each returns how much it changed. Lengths go into the frame with the mesh. Holes are checked anew where
+  // outlines have changed; merging coplanar faces does so itself.
+  std::uint64_t runStep(const MergeVertices& step) {
     const util::MeshStorage& m = mMesh->storage();
     const double tolerance = toFrame(step.tolerance);
     if (!m.mHoles.empty() || tolerance > m.mLimits.mLargeTolerance) needNormals();
-    changeOutlines([&] {
-      const std::uint64_t merged = util::mergeVertices(*mMesh, tolerance, util::NormalUpdate::skip);
+    countRepeats();
+    return changeOutlines([&] {
+      const util::Welding welding = util::mergeVerticesRepeatedly(*mMesh, tolerance);
       mHasNormals = false;
-      return merged;
+      if (welding.isComplete) mWeldedUpTo = std::max(mWeldedUpTo, step.tolerance);
+      return welding.mergedCount;
     });
-    return 0;
   }
-  std::size_t runStep(const RemoveZeroEdges& step) {
+  std::uint64_t runStep(const RemoveZeroEdges& step) {
     needNormals();
-    changeOutlines([&] {
-      const std::uint64_t changes = util::removeEdgesZero(*mMesh, toFrame(step.threshold));
-      // The operation's own normals pass over where a face comes back to its first corner.
-      if (changes != 0) mHasNormals = false;
-      return changes;
+    countRepeats();
+    const std::uint64_t merged = changeOutlines([&] {
+      const std::uint64_t count = util::mergeEdgesZero(*mMesh, toFrame(step.threshold)).mergedCount;
+      mHasNormals = mHasNormals && count == 0;
+      return count;
     });
-    util::removeUnusedVertices(*mMesh);
-    return 0;
-  }
-  std::size_t runStep(const RemoveZeroFaces& step) {
+    if (merged == 0) return 0;
     needNormals();
-    util::removeFacesZero(*mMesh, toFrame(toFrame(step.threshold)));
-    return 0;
+    return merged + util::removeFacesZero(*mMesh, mMesh->storage().mLimits.mSliverArea, util::KeepClosed::yes);
   }
-  std::size_t runStep(const RemoveDoubleFaces& step) {
-    if (!mMesh->storage().mHoles.empty()) needNormals();
-    util::removeFacesDouble(*mMesh, step.compareAttributes);
-    return 0;
-  }
-  std::size_t runStep(const ConformNormals&) {
+  std::uint64_t runStep(const RemoveZeroFaces& step) {
     needNormals();
-    const std::size_t turned = util::conformNormals(*mMesh, util::kIdentity);
+    return util::removeFacesZero(*mMesh, toFrame(toFrame(step.threshold)),
+                                 step.keepClosed ? util::KeepClosed::yes : util::KeepClosed::no);
+  }
+  std::uint64_t runStep(const RemoveDoubleFaces& step) {
+    std::uint64_t collapsed = countRepeats();
+    if (!mMesh->storage().mHoles.empty() || collapsed != 0) needNormals();
+    if (collapsed != 0) {
+      util::sanitizeFaces(*mMesh);
+      util::removeUnusedVertices(*mMesh);
+      mHasNormals = false;
+    }
+    return collapsed + util::removeFacesDouble(*mMesh, {.compareAttributes = step.compareAttributes,
+                                                        .selfIsDouble = false,
+                                                        .keepClosed = step.keepClosed});
+  }
+  std::uint64_t runStep(const ConformNormals&) {
+    needNormals();
+    mReport->facesTurned = util::conformNormals(*mMesh, util::kIdentity);
     // A face without area has the same normal again, turned or not.
-    if (turned != 0) mHasNormals = false;
-    return turned;
+    if (mReport->facesTurned != 0) mHasNormals = false;
+    return mReport->facesTurned;
   }
-  std::size_t runStep(const MergeCoplanar& step) {
+  std::uint64_t runStep(const MergeCoplanar& step) {
     needNormals();
-    util::removeEdgesCoplanar(*mMesh, step.degrees, step.compareAttributes);
-    return 0;
+    return util::removeEdgesCoplanarKeepingFlat(*mMesh, step.degrees, step.compareAttributes, step.isRepeated);
   }
-  std::size_t runStep(const RemoveColinear& step) {
+  std::uint64_t runStep(const RemoveColinear& step) {
     needNormals();
-    changeOutlines([&] { return util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping); });
-    return 0;
+    return changeOutlines([&] { return util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping); });
+  }
+
+  /// Whether a step is known to have nothing to do: it had nothing, and nothing has changed since; or all vertices have
+  /// been welded that it could weld, and no step moves a vertex.
+  bool isIdle(const Step& step) const {
+    if (const auto* const merge = std::get_if<MergeVertices>(&step))
+      if (merge->tolerance <= mWeldedUpTo) return true;
+    if (const auto* const edges = std::get_if<RemoveZeroEdges>(&step))
+      if (edges->threshold <= mWeldedUpTo) return true;
+    return std::ranges::any_of(mIdleSteps, [&](const Step& idle) { return idle == step; });
+  }
+
+  void noteChanges(const Step& step, std::uint64_t changes) {
+    if (changes != 0)
+      mIdleSteps.clear();
+    else
+      mIdleSteps.push_back(step);
+  }
+
+  /// Counts the corners that repeat the one before them, which the step is about to collapse. None come about later.
+  std::uint64_t countRepeats() {
+    if (!std::exchange(mMayHaveRepeats, false)) return 0;
+    const util::PrimitiveList& faces = mMesh->storage().mFaces;
+    std::uint64_t count = 0;
+    for (util::Monitor::Blocks blocks(monitor(), faces.size()); blocks.next();)
+      for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+        const auto corners = faces.corners(face);
+        for (std::uint32_t before = corners.back(); const std::uint32_t v : corners)
+          count += int{std::exchange(before, v) == v};
+      }
+    return mReport->cornersCollapsed = count;
   }
 
   /// Beyond this, everything lies within reach of everything.
@@ -134,7 +176,7 @@ class CleanUp {
 
   /// Runs an operation that may leave holes which are none any more; it returns how much it has changed.
   template <class Operation>
-  void changeOutlines(Operation operation) {
+  std::uint64_t changeOutlines(Operation operation) {
     const bool hasHoles = !mMesh->storage().mHoles.empty();
     std::uint64_t changes;
     {
@@ -143,6 +185,7 @@ class CleanUp {
     }
     const util::Monitor::Part part(monitor(), hasHoles ? 0.8 : 1.0, 1);
     if (changes != 0) settleHoles();
+    return changes;
   }
 
   /// Drops holes that are none, any more.
@@ -210,6 +253,10 @@ class CleanUp {
   util::MeshHistory mHistory;
   std::unique_ptr<util::Mesh> mMesh;
   bool mHasNormals = false;
+  StepReport* mReport = nullptr;  // of the step that runs
+  bool mMayHaveRepeats = true;
+  double mWeldedUpTo = -1;       // no two vertices lie within this tolerance
+  std::vector<Step> mIdleSteps;  // that have found nothing to do in the mesh as it is
   Cleaned mResult;
 };
 
@@ -236,17 +283,23 @@ void requireUsable(std::span<const Step> steps) {
 }  // namespace
 
 std::vector<Step> allSteps(double tolerance, double diagonal) {
+  constexpr int kRounds = 3;
   constexpr double kAreaPerSquaredDiagonal = 1e-12;
   constexpr double kLargest = std::numeric_limits<double>::max();  // the square of a longer diagonal is no double
   const double radians = diagonal > 0 ? std::atan(10 * tolerance / diagonal) : 0;
   const double degrees = std::clamp(radians * 180 / std::numbers::pi, 0.01, 1.0);
-  return {MergeVertices{tolerance},
-          RemoveZeroEdges{tolerance},
-          RemoveZeroFaces{std::min(kAreaPerSquaredDiagonal * diagonal * diagonal, kLargest)},
-          RemoveDoubleFaces{},
-          ConformNormals{},
-          MergeCoplanar{degrees},
-          RemoveColinear{degrees}};
+  const std::vector<Step> round = {
+      MergeVertices{tolerance},
+      RemoveZeroEdges{tolerance},
+      RemoveZeroFaces{.threshold = std::min(kAreaPerSquaredDiagonal * diagonal * diagonal, kLargest),
+                      .keepClosed = true},
+      RemoveDoubleFaces{.keepClosed = true},
+      ConformNormals{},
+      MergeCoplanar{.degrees = degrees, .isRepeated = true},
+      RemoveColinear{degrees}};
+  std::vector<Step> steps;
+  for (int i = 0; i < kRounds; ++i) steps.insert(steps.end(), round.begin(), round.end());
+  return steps;
 }
 
 Cleaned clean(const MeshView& mesh, std::span<const Step> steps, const CleanOptions& options) {

@@ -23,31 +23,39 @@ struct MergeVertices {
   double tolerance;
   friend bool operator==(const MergeVertices&, const MergeVertices&) = default;
 };
-/// Collapses edges shorter than `threshold` within each face; faces without a longer edge go.
+/// Welds the ends of edges shorter than `threshold`, as MergeVertices does and in all faces alike: a closed mesh stays
+/// closed. Faces that collapse go.
 struct RemoveZeroEdges {
   double threshold;
   friend bool operator==(const RemoveZeroEdges&, const RemoveZeroEdges&) = default;
 };
-/// Removes faces of an area below `threshold`.
+/// Removes faces of an area below `threshold`; with `keepClosed`, those stay without which more edges would be open
+/// (used by one face alone) than with them: a needle between larger faces, say. MergeCoplanar can take it in.
 struct RemoveZeroFaces {
   double threshold;
+  bool keepClosed = false;
   friend bool operator==(const RemoveZeroFaces&, const RemoveZeroFaces&) = default;
 };
 /// Removes faces that repeat another one, in either direction; with `compareAttributes` only where label and texture
-/// coordinates agree as well.
+/// coordinates agree as well. Corners that repeat the one before them go first. A face that visits a vertex twice is
+/// compared like any other. With `keepClosed`, a face that repeats one of the other direction stays where more edges
+/// would be open without it: both sides of a sheet, or of a thin wall that welding has made flat.
 struct RemoveDoubleFaces {
   bool compareAttributes = true;
+  bool keepClosed = false;
   friend bool operator==(const RemoveDoubleFaces&, const RemoveDoubleFaces&) = default;
 };
 /// Orients faces consistently, and every connected component outward.
 struct ConformNormals {
   friend bool operator==(const ConformNormals&, const ConformNormals&) = default;
 };
-/// Merges neighboring faces whose normals differ by at most `degrees` from that of the largest; with
-/// `compareAttributes` only where label and texture mapping continue.
+/// Merges neighboring faces whose normals differ by at most `degrees` from that of the largest, and of which no corner
+/// leaves its plane by more than that, seen from the edge over which the face joins; with `compareAttributes` only
+/// where label and texture mapping continue. With `isRepeated`, again until no face joins another.
 struct MergeCoplanar {
   double degrees;
   bool compareAttributes = true;
+  bool isRepeated = false;
   friend bool operator==(const MergeCoplanar&, const MergeCoplanar&) = default;
 };
 /// Removes corners at which the boundary turns by at most `degrees`; with `keepTextureMapping` only where the texture
@@ -62,7 +70,8 @@ using Step = std::variant<MergeVertices, RemoveZeroEdges, RemoveZeroFaces, Remov
                           MergeCoplanar, RemoveColinear>;
 
 /// All steps, in the order in which each leaves the next one the most to do: vertices, zero edges, zero faces, double
-/// faces, orientation, coplanar faces, colinear corners.
+/// faces, orientation, coplanar faces, colinear corners. Then the same again, twice: for what merging brings to light.
+/// clean() passes over steps that have nothing to do. A closed mesh stays closed, and a second call changes nothing.
 ///
 /// @param tolerance  how far vertices may lie apart to be one, in mesh units
 /// @param diagonal   of the mesh's bounding box. Faces below 1e-12 of its square have no area; flat and straight are
@@ -79,6 +88,7 @@ struct StepReport {
   Step step;
   Counts before = {}, after = {};
   std::size_t facesTurned = 0;                 ///< by ConformNormals
+  std::size_t cornersCollapsed = 0;            ///< that repeated the one before them when the step began, and went
   std::vector<DroppedHole> droppedHoles = {};  ///< holes that the step removed, or that are none after it
   double seconds = 0;
 };

@@ -1,3 +1,4 @@
+#include <facetbox/check.h>
 #include <facetbox/clean.h>
 
 #include <algorithm>
@@ -166,13 +167,55 @@ TEST(Clean, chainsGiveWhatTheirStepsGive) {
   }
 }
 
-// Vertex 1 collapses in one face only, and goes later with the other one: that does not lead to vertex 0.
-TEST(Clean, aCollapseLeadsNowhereOnceItsStepIsOver) {
-  const PolyMesh mesh{.points = {0, 0, 0, .01, 0, 0, 1, 0, 0, 1, 1, 0, .2, -.2, 0, -.2, -.2, 0, 0, -3, 0},
-                      .counts = {4, 3, 3},
-                      .indices = {0, 1, 2, 3, 1, 5, 4, 4, 5, 6}};
-  EXPECT_EQ(clean(mesh, {RemoveZeroEdges{.1}}).vertexMap, (Indices{0, 1, 2, 3, 4, 5, 6}));
-  EXPECT_EQ(clean(mesh, {RemoveZeroEdges{.1}, RemoveZeroFaces{.1}}).vertexMap, (Indices{0, kNone, 1, 2, 3, 4, 5}));
+/// Edges with one use.
+std::size_t openEdgesOf(const PolyMesh& mesh) { return check(mesh).openEdges.size(); }
+
+/// A box of which the sides x = 0 and y = 0 meet in two edges: the corner (0, 0) is cut off at the top by a needle.
+PolyMesh boxWithANeedle() {
+  return {.points = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0, 0, 0, 1, 1, 0, 1, 1, 1, 1, 0, 1, 1, 0.02, 0, 1},
+          .counts = {4, 5, 4, 4, 4, 4, 3},
+          .indices = {3, 2, 1, 0, 0, 1, 5, 8, 4, 1, 2, 6, 5, 2, 3, 7, 6, 3, 0, 4, 7, 8, 5, 6, 7, 8, 7, 4}};
+}
+
+TEST(Clean, whatCollapsesLeavesTheMeshClosed) {
+  const PolyMesh box = boxWithANeedle();
+  ASSERT_TRUE(check(box).isClosed);
+  const Cleaned byEdges = clean(box, {RemoveZeroEdges{.1}});
+  EXPECT_TRUE(check(byEdges.mesh).isClosed);
+  EXPECT_EQ(byEdges.vertexMap, (Indices{0, 1, 2, 3, 4, 5, 6, 7, 4}));
+  EXPECT_EQ(byEdges.faceMap, (Indices{0, 1, 2, 3, 4, 5, kNone}));
+  EXPECT_EQ(openEdgesOf(clean(box, {RemoveZeroFaces{.1}}).mesh), 3u);
+  EXPECT_EQ(clean(box, {RemoveZeroFaces{.threshold = .1, .keepClosed = true}}).mesh, box);
+  // Nothing would be open without a face that lies beside it all, nor with a needle at the rim gone.
+  const PolyMesh alone{.points = {0, 0, 0, 1, 0, 0, 1, .1, 0, .5, 1, 0, 2, 2, 2, 2, 2, 3, 2, 2.1, 3},
+                       .counts = {3, 3, 3},
+                       .indices = {0, 1, 2, 0, 2, 3, 4, 5, 6}};
+  EXPECT_EQ(clean(alone, {RemoveZeroFaces{.threshold = .1, .keepClosed = true}}).faceMap, (Indices{kNone, 0, kNone}));
+}
+
+TEST(Clean, doublesGoAsFarAsTheMeshStaysClosed) {
+  const std::vector<double> points{0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0, 0, 0, 1};
+  const auto facesLeft = [&](const Indices& counts, const Indices& indices, bool keepClosed) {
+    const PolyMesh mesh{.points = points, .counts = counts, .indices = indices};
+    return clean(mesh, {RemoveDoubleFaces{.keepClosed = keepClosed}}).mesh.counts.size();
+  };
+  for (const bool keepClosed : {false, true}) {
+    EXPECT_EQ(facesLeft({4, 4}, {0, 1, 2, 3, 1, 2, 3, 0}, keepClosed), 1u) << "the same side twice";
+    // A face that visits a vertex twice is not its own double, but may be another one's, from any beginning.
+    EXPECT_EQ(facesLeft({5}, {0, 1, 2, 0, 3}, keepClosed), 1u);
+    EXPECT_EQ(facesLeft({5, 5, 5}, {0, 1, 2, 0, 3, 0, 3, 0, 1, 2, 0, 1, 0, 2, 3}, keepClosed), 2u);
+  }
+  EXPECT_EQ(facesLeft({4, 4}, {0, 1, 2, 3, 3, 2, 1, 0}, true), 2u) << "both sides of a sheet";
+  EXPECT_EQ(facesLeft({4, 4}, {0, 1, 2, 3, 3, 2, 1, 0}, false), 1u);
+  // A wall inside: two pyramids over one base, whose sides close each of them.
+  EXPECT_EQ(facesLeft({3, 3, 3, 3, 3, 3, 3, 3},
+                      {0, 2, 1, 0, 1, 4, 1, 2, 4, 2, 0, 4, 0, 1, 2, 1, 0, 3, 2, 1, 3, 0, 2, 3}, true),
+            7u);
+  const Cleaned collapsed = clean(PolyMesh{.points = points, .counts = {6}, .indices = {0, 0, 1, 2, 2, 3}},
+                                  {RemoveDoubleFaces{}, RemoveDoubleFaces{}});
+  EXPECT_EQ(collapsed.mesh.counts, Indices{4});
+  EXPECT_EQ(collapsed.steps[0].cornersCollapsed, 2u);
+  EXPECT_EQ(collapsed.steps[1].cornersCollapsed, 0u);
 }
 
 // A face that comes back to its first corner, and repeats another one.

@@ -25,8 +25,8 @@ namespace {
 
 class DoubleFaceSearch {
  public:
-  DoubleFaceSearch(const MeshStorage& mesh, bool compareAttributes)
-      : mMesh(mesh), mComparison(mesh, compareAttributes) {}
+  DoubleFaceSearch(const MeshStorage& mesh, const DoubleFaceRule& rule)
+      : mMesh(mesh), mSelfIsDouble(rule.selfIsDouble), mComparison(mesh, rule) {}
 
   std::vector<DoubleFace> run() {
     Monitor* const monitor = mMesh.mMonitor.get();
@@ -63,7 +63,7 @@ class DoubleFaceSearch {
     const auto addFace = [&](std::uint32_t face) {
       const auto corners = faces.corners(face);
       hashes[face] = faceHash(corners);
-      if (repeatedVisits.anyIn(face, corners)) {
+      if (mSelfIsDouble && repeatedVisits.anyIn(face, corners)) {
         mVisitingTwice.push_back(face);
         repeated.addTwice(hashes[face]);
       } else {
@@ -203,6 +203,7 @@ class DoubleFaceSearch {
   }
 
   const MeshStorage& mMesh;
+  const bool mSelfIsDouble;
   FaceComparison mComparison;
   std::vector<std::uint32_t> mVisitingTwice;  // faces, ascending
   std::vector<DoubleFace> mDoubles;
@@ -213,8 +214,8 @@ class DoubleFaceSearch {
 
 }  // namespace
 
-std::vector<DoubleFace> findDoubleFaces(const MeshStorage& mesh, bool compareAttributes) {
-  return DoubleFaceSearch(mesh, compareAttributes).run();
+std::vector<DoubleFace> findDoubleFaces(const MeshStorage& mesh, const DoubleFaceRule& rule) {
+  return DoubleFaceSearch(mesh, rule).run();
 }
 
 }  // namespace util

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/operations/FaceComparison.h>
 
 namespace util {
 
@@ -16,7 +17,7 @@ struct DoubleFace {
   friend auto operator<=>(const DoubleFace&, const DoubleFace&) = default;
 };
 
-/// The faces that removeFacesDouble() removes, in no particular order.
-std::vector<DoubleFace> findDoubleFaces(const MeshStorage& mesh, bool compareAttributes);
+/// The faces that removeFacesDouble() removes as doubles, in no particular order.
+std::vector<DoubleFace> findDoubleFaces(const MeshStorage& mesh, const DoubleFaceRule& rule);
 
 }  // namespace util

@@ -12,6 +12,9 @@
 namespace util {
 namespace {
 
+/// Bounds the cost of faces that are crafted to visit one vertex again and again.
+constexpr int kMostBeginnings = 16;
+
 constexpr std::uint32_t kTexCoordSetBits = (1u << PrimitiveList::kTexCoordSets) - 1;
 
 /// The directions in which one face may still run like the other.
@@ -53,8 +56,7 @@ inline bool sameTexCoords(const MeshStorage& m, std::uint32_t a, std::size_t cor
 
 }  // namespace
 
-FaceComparison::FaceComparison(const MeshStorage& mesh, bool compareAttributes)
-    : mMesh(mesh), mCompareAttributes(compareAttributes) {
+FaceComparison::FaceComparison(const MeshStorage& mesh, const DoubleFaceRule& rule) : mMesh(mesh), mRule(rule) {
   assert(mesh.mRunStarts.size() == mesh.mRunMaterials.size());
   std::uint32_t highest = 0;
   for (const std::uint32_t start : mesh.mRunStarts) mHighestStarts.push_back(highest = std::max(highest, start));
@@ -76,14 +78,32 @@ bool FaceComparison::areDouble(std::uint32_t a, std::uint32_t b) const {
   const auto cornersOfA = mMesh.mFaces.corners(a), cornersOfB = mMesh.mFaces.corners(b);
   const std::size_t n = cornersOfA.size();
   if (cornersOfB.size() != n) return false;
-  const auto begin = static_cast<std::size_t>(std::ranges::find(cornersOfA, cornersOfB[0]) - cornersOfA.begin());
-  if (begin == n) return false;
+  int beginnings = mRule.selfIsDouble ? 1 : kMostBeginnings;
+  for (auto at = cornersOfA.begin(); beginnings > 0; ++at, --beginnings) {
+    at = std::find(at, cornersOfA.end(), cornersOfB[0]);
+    if (at == cornersOfA.end()) return false;
+    if (areDoubleFrom(static_cast<std::size_t>(at - cornersOfA.begin()), a, b)) return true;
+  }
+  return false;
+}
+
+bool FaceComparison::areDoubleFrom(std::size_t begin, std::uint32_t a, std::uint32_t b) const {
+  const auto cornersOfA = mMesh.mFaces.corners(a), cornersOfB = mMesh.mFaces.corners(b);
+  const std::size_t n = cornersOfA.size();
   const Directions directions =
       walk(n, begin, {true, true}, [&](std::size_t i, std::size_t j) { return cornersOfA[i] == cornersOfB[j]; });
-  if (!mCompareAttributes || !directions.any()) return directions.any();
+  if (!mRule.compareAttributes || !directions.any()) return directions.any();
   if (materialOf(a) != materialOf(b)) return false;
   return walk(n, begin, directions, [&](std::size_t i, std::size_t j) { return sameTexCoords(mMesh, a, i, b, j); })
       .any();
+}
+
+bool FaceComparison::runAlike(std::uint32_t a, std::uint32_t b) const {
+  const auto cornersOfA = mMesh.mFaces.corners(a), cornersOfB = mMesh.mFaces.corners(b);
+  const std::size_t n = cornersOfA.size();
+  for (std::size_t begin = 0; begin < n; ++begin)
+    if (cornersOfA[begin] == cornersOfB[0] && cornersOfA[begin + 1 == n ? 0 : begin + 1] == cornersOfB[1]) return true;
+  return false;
 }
 
 }  // namespace util

@@ -31,14 +31,16 @@ bool JoinTest::attributesAgree(std::uint32_t face, std::uint32_t corner, std::ui
   });
 }
 
-/// Whether all corners of a face continue the seed's texture mapping and, where the face has no plane of its own, lie
-/// in that of the seed as seen from the common edge, which starts at `corner`.
+/// Whether all corners of a face continue the seed's texture mapping and, where the face has no plane of its own or all
+/// corners are tested, lie in that of the seed as seen from the common edge, which starts at `corner`.
 bool JoinTest::cornersFit(std::uint32_t face, std::uint32_t corner) {
   const auto vertices = m.mFaces.corners(face);
   const Vec3& edgeStart = m.mVertices[m.mFaces.vertexAt(corner)];
   const auto fits = [&](std::uint32_t i) {
     const Vec3& p = m.mVertices[vertices[i]];
-    if (!mPlanes.hasPlane(face) && !mNormalTest.staysInPlane(p - edgeStart, m.mFaces.normal(mSeed))) return false;
+    if ((mTestsAllCorners || !mPlanes.hasPlane(face)) &&
+        !mNormalTest.staysInPlane(p - edgeStart, m.mFaces.normal(mSeed)))
+      return false;
     return std::ranges::all_of(mTextureMaps, [&](const auto& setAndMap) {
       const auto& [set, map] = setAndMap;
       const auto& pairs = m.mTexCoords[static_cast<std::size_t>(set)];

@@ -14,9 +14,17 @@ namespace util {
 /// Decides which faces join the region that grows from a seed, by the rules at removeEdgesCoplanar().
 class JoinTest {
  public:
+  /// Whether a face with a plane of its own is held against the seed by its normal alone.
+  enum class Flatness { ofNormals, ofCorners };
+
   JoinTest(const MeshStorage& mesh, const FacePlanes& planes, const NormalTest& normalTest, const MaterialRuns& runs,
-           bool compareAttributes)
-      : m(mesh), mPlanes(planes), mNormalTest(normalTest), mRuns(runs), mCompareAttributes(compareAttributes) {}
+           bool compareAttributes, Flatness flatness)
+      : m(mesh),
+        mPlanes(planes),
+        mNormalTest(normalTest),
+        mRuns(runs),
+        mCompareAttributes(compareAttributes),
+        mTestsAllCorners(flatness == Flatness::ofCorners) {}
 
   /// Starts a region.
   void setSeed(std::uint32_t seed) {
@@ -34,7 +42,7 @@ class JoinTest {
     return mPlanes.comesLater(neighbor, mSeed) &&
            (!hasPlane || mNormalTest.accepts(m.mFaces.normal(neighbor), m.mFaces.normal(mSeed))) &&
            carrySameSets(neighbor, mSeed) && (!mCompareAttributes || attributesAgree(face, corner, neighbor, twin)) &&
-           ((hasPlane && mTextureMaps.empty()) || cornersFit(neighbor, corner));
+           ((hasPlane && !mTestsAllCorners && mTextureMaps.empty()) || cornersFit(neighbor, corner));
   }
 
  private:
@@ -56,6 +64,7 @@ class JoinTest {
   const NormalTest& mNormalTest;
   const MaterialRuns& mRuns;
   bool mCompareAttributes;
+  const bool mTestsAllCorners;
   std::uint32_t mSeed = 0;
   TextureMaps mTextureMaps;  // of the seed; empty where attributes are not compared
   Buffer<Scan> mScans;       // per face; allocated for the first face of many corners

@@ -104,15 +104,17 @@ std::uint64_t applyGroups(MeshStorage& m, VertexGroups&& groups) {
   return vertexCount - keptCount;
 }
 
-std::uint64_t weld(Mesh& mesh, double tolerance) {
-  if (std::isnan(tolerance)) return 0;
+/// @param findGroups  returns the groups of vertices that are to become one each
+template <class FindGroups>
+Welding weld(Mesh& mesh, double tolerance, FindGroups findGroups) {
+  if (std::isnan(tolerance)) return {};
   MeshStorage& m = mesh.storage();
   Monitor* const monitor = m.mMonitor.get();
   VertexGroups groups = [&] {
     const Monitor::Part part(monitor, 0.0, 0.7);
-    return VertexGroups(m.mVertices, tolerance, monitor);
+    return findGroups();
   }();
-  if (groups.empty()) return 0;
+  if (groups.empty()) return {};
   {
     const Monitor::Part part(monitor, 0.7, 0.8);
     guardAgainstPinches(m.mFaces, groups, monitor);
@@ -124,21 +126,15 @@ std::uint64_t weld(Mesh& mesh, double tolerance) {
   }
   const Monitor::Part part(monitor, 0.9, 1.0);
   // Tag sets speak of faces, which stay: they need no update.
-  const std::uint64_t mergedCount = applyGroups(m, std::move(groups));
+  const bool isComplete = !groups.hasAnyLeft();
+  const Welding result{applyGroups(m, std::move(groups)), isComplete};
   clearConnectivityCache(mesh);
-  return mergedCount;
+  return result;
 }
 
-}  // namespace
-
-std::uint64_t mergeVertices(Mesh& mesh, double tolerance, NormalUpdate normals) {
-  if (mesh.storage().mFaces.empty()) return 0;
+/// Brings the mesh in order after vertices have become one.
+void tidyUp(Mesh& mesh, NormalUpdate normals) {
   Monitor* const monitor = mesh.storage().mMonitor.get();
-  std::uint64_t mergedCount = 0;
-  {
-    const Monitor::Part part(monitor, 0.0, 0.75);
-    mergedCount = weld(mesh, tolerance);
-  }
   {
     const Monitor::Part part(monitor, 0.75, 0.85);
     sanitizeFaces(mesh);
@@ -149,7 +145,71 @@ std::uint64_t mergeVertices(Mesh& mesh, double tolerance, NormalUpdate normals) 
   }
   const Monitor::Part part(monitor, 0.95, 1.0);
   if (normals == NormalUpdate::recompute) recomputeFaceNormals(mesh);
-  return mergedCount;
+}
+
+/// Welds again and again, as long as vertices that were kept apart may find another partner; by edges, as long as new
+/// short ones may have come about.
+enum class Reach { byPlace, byEdges };
+template <class FindGroups>
+Welding weldRepeatedly(Mesh& mesh, double tolerance, Reach reach, FindGroups findGroups) {
+  constexpr int kMostPasses = 32;
+  MeshStorage& m = mesh.storage();
+  Monitor* const monitor = m.mMonitor.get();
+  Welding total;
+  for (int pass = 0; pass < kMostPasses && !m.mFaces.empty(); ++pass) {
+    // What the guards and the holes go by.
+    if (pass > 0 && (!m.mHoles.empty() || tolerance > m.mLimits.mLargeTolerance)) recomputeFaceNormals(mesh);
+    const Monitor::Part all(monitor, pass == 0 ? 0.0 : 1.0 - 0.2 / pass, pass == 0 ? 0.8 : 1.0 - 0.2 / (pass + 1));
+    const Welding one = [&] {
+      const Monitor::Part part(monitor, 0.0, 0.75);
+      return weld(mesh, tolerance, findGroups);
+    }();
+    tidyUp(mesh, NormalUpdate::skip);
+    total.mergedCount += one.mergedCount;
+    total.isComplete = one.isComplete;
+    if (one.mergedCount == 0 || (reach == Reach::byPlace && one.isComplete)) break;
+  }
+  return total;
+}
+
+/// The edges of faces that are shorter than a threshold.
+std::vector<VertexGroups::Edge> findShortEdges(const MeshStorage& m, double threshold) {
+  std::vector<VertexGroups::Edge> edges;
+  const double thresholdSq = threshold * threshold;
+  for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
+    for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+      const auto corners = m.mFaces.corners(face);
+      for (std::uint32_t before = corners.back(); const std::uint32_t v : corners) {
+        if (v != before && lengthSq(m.mVertices[v] - m.mVertices[before]) < thresholdSq) edges.emplace_back(before, v);
+        before = v;
+      }
+    }
+  return edges;
+}
+
+}  // namespace
+
+std::uint64_t mergeVertices(Mesh& mesh, double tolerance, NormalUpdate normals) {
+  const MeshStorage& m = mesh.storage();
+  if (m.mFaces.empty()) return 0;
+  const Welding result = [&] {
+    const Monitor::Part part(m.mMonitor.get(), 0.0, 0.75);
+    return weld(mesh, tolerance, [&] { return VertexGroups(m.mVertices, tolerance, m.mMonitor.get()); });
+  }();
+  tidyUp(mesh, normals);
+  return result.mergedCount;
+}
+
+Welding mergeVerticesRepeatedly(Mesh& mesh, double tolerance) {
+  const MeshStorage& m = mesh.storage();
+  return weldRepeatedly(mesh, tolerance, Reach::byPlace,
+                        [&] { return VertexGroups(m.mVertices, tolerance, m.mMonitor.get()); });
+}
+
+Welding mergeEdgesZero(Mesh& mesh, double threshold) {
+  const MeshStorage& m = mesh.storage();
+  return weldRepeatedly(mesh, threshold, Reach::byEdges,
+                        [&] { return VertexGroups(m.mVertices, findShortEdges(m, threshold), threshold); });
 }
 
 }  // namespace util

@@ -30,4 +30,17 @@ enum class NormalUpdate { recompute, skip };
 /// O(vertices + corners) expected, O(n log n) in the corners of faces that would be pinched.
 std::uint64_t mergeVertices(Mesh& mesh, double tolerance, NormalUpdate normals = NormalUpdate::recompute);
 
+struct Welding {
+  std::uint64_t mergedCount = 0;
+  bool isComplete = true;  ///< nothing had to be kept apart: no two vertices that can be reached are left
+};
+
+/// The same, again and again until nothing more is welded: vertices that had to stay apart may find others then. Does
+/// not recompute normals at the end; the guards go by those that are stored.
+Welding mergeVerticesRepeatedly(Mesh& mesh, double tolerance);
+
+/// Welds the ends of edges shorter than `threshold`, and of chains of them whose vertices lie within the threshold of
+/// the lowest one, in all faces alike: the mesh does not open. The rest as mergeVerticesRepeatedly().
+Welding mergeEdgesZero(Mesh& mesh, double threshold);
+
 }  // namespace util

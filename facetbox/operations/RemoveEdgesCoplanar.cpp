@@ -22,8 +22,8 @@ namespace {
 
 class CoplanarMerge {
  public:
-  CoplanarMerge(MeshStorage& mesh, double toleranceDegrees, bool compareAttributes)
-      : m(mesh), mNormalTest(toleranceDegrees), mCompareAttributes(compareAttributes), mTwins([&] {
+  CoplanarMerge(MeshStorage& mesh, double toleranceDegrees, bool compareAttributes, JoinTest::Flatness flatness)
+      : m(mesh), mNormalTest(toleranceDegrees), mCompareAttributes(compareAttributes), mFlatness(flatness), mTwins([&] {
           const Monitor::Part part(m.mMonitor.get(), 0.0, 0.3);
           return findEdgeTwins(m.mFaces, m.mVertices.size(), m.mMonitor.get());
         }()) {
@@ -45,7 +45,7 @@ class CoplanarMerge {
     sortByArea(seeds, planes.areas(), monitor);
 
     MaterialRuns runs(m);
-    JoinTest joins(m, planes, mNormalTest, runs, mCompareAttributes);
+    JoinTest joins(m, planes, mNormalTest, runs, mCompareAttributes, mFlatness);
     const Monitor::Part part(monitor, 0.5, 0.9, m.mFaces.poolSize());
     FaceRegions regions(m.mFaces, m.mVertices.size(), mTwins, planes.areas(), monitor);
     RegionOutline outline(m, mTwins);
@@ -152,17 +152,39 @@ class CoplanarMerge {
   MeshStorage& m;
   NormalTest mNormalTest;
   bool mCompareAttributes;
+  const JoinTest::Flatness mFlatness;
   EdgeTwins mTwins;
 };
+
+std::uint64_t mergeOnce(Mesh& mesh, double toleranceDegrees, bool compareAttributes, JoinTest::Flatness flatness) {
+  Monitor* const monitor = mesh.storage().mMonitor.get();
+  const std::uint64_t mergedCount = CoplanarMerge(mesh.storage(), toleranceDegrees, compareAttributes, flatness).run();
+  const Monitor::Part part(monitor, 0.9, 1.0);
+  if (mergedCount != 0) compactMesh(mesh);
+  return mergedCount;
+}
 
 }  // namespace
 
 std::uint64_t removeEdgesCoplanar(Mesh& mesh, double toleranceDegrees, bool compareAttributes) {
   if (!(toleranceDegrees >= 0.0)) return 0;
-  const std::uint64_t mergedCount = CoplanarMerge(mesh.storage(), toleranceDegrees, compareAttributes).run();
-  const Monitor::Part part(mesh.storage().mMonitor.get(), 0.9, 1.0);
-  if (mergedCount != 0) compactMesh(mesh);
-  return mergedCount;
+  return mergeOnce(mesh, toleranceDegrees, compareAttributes, JoinTest::Flatness::ofNormals);
+}
+
+std::uint64_t removeEdgesCoplanarKeepingFlat(Mesh& mesh, double toleranceDegrees, bool compareAttributes,
+                                             bool isRepeated) {
+  constexpr int kMostPasses = 100;
+  if (!(toleranceDegrees >= 0.0)) return 0;
+  std::uint64_t total = 0;
+  for (int pass = 0; pass < (isRepeated ? kMostPasses : 1); ++pass) {
+    const double begin = 1.0 - 1.0 / (pass + 1), end = isRepeated ? 1.0 - 1.0 / (pass + 2) : 1.0;
+    const Monitor::Part part(mesh.storage().mMonitor.get(), begin, end);
+    const std::uint64_t mergedCount =
+        mergeOnce(mesh, toleranceDegrees, compareAttributes, JoinTest::Flatness::ofCorners);
+    total += mergedCount;
+    if (mergedCount == 0) break;
+  }
+  return total;
 }
 
 }  // namespace util

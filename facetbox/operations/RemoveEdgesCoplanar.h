@@ -44,4 +44,11 @@ namespace util {
 /// out of 64 by its corners, each time by another one than the time before.
 std::uint64_t removeEdgesCoplanar(Mesh& mesh, double toleranceDegrees, bool compareAttributes);
 
+/// The same, by a stricter rule: no face joins that has a corner which, seen from the start of the edge over which the
+/// face joins, lies in a direction that leaves the seed's plane by more than the angle, whether the face has a plane of
+/// its own or not. So flat parts stay flat, also where merged faces are merged again.
+/// @param isRepeated  merge until no face joins any other: at most 100 times
+std::uint64_t removeEdgesCoplanarKeepingFlat(Mesh& mesh, double toleranceDegrees, bool compareAttributes,
+                                             bool isRepeated);
+
 }  // namespace util

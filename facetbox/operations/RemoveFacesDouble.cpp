@@ -7,6 +7,7 @@
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/operations/DoubleFaceSearch.h>
+#include <facetbox/operations/OpenEdgeGuard.h>
 #include <facetbox/operations/TagMerger.h>
 
 namespace util {
@@ -24,18 +25,43 @@ void mergeTags(MeshStorage& m, std::vector<DoubleFace>& doubles) {
     m.mFaces.setTag(pair.kept, merger.merge(m.mFaces.tag(pair.kept), m.mFaces.tag(pair.cleared)));
 }
 
+/// Takes those out of the doubles without which the mesh would open.
+void keepClosed(const MeshStorage& m, std::span<const HoleTable::Group> groups, std::vector<DoubleFace>& doubles) {
+  const FaceComparison comparison(m, {});
+  std::vector<GoingFace> going;
+  std::vector<bool> mayStay;
+  for (std::uint32_t unit = 0; unit < doubles.size(); ++unit) {
+    const auto& [vertex, kept, cleared] = doubles[unit];
+    mayStay.push_back(!comparison.runAlike(kept, cleared));
+    going.push_back({cleared, unit});
+    if (groups.empty()) continue;
+    for (const HoleTable::Group& group : HoleTable::groupsOf(cleared, groups))
+      for (const std::uint32_t hole : group.holes)
+        if (hole < m.mFaces.size()) going.push_back({hole, unit});
+  }
+  const std::vector<bool> stays = findUnitsToKeep(m, going, mayStay);
+  std::size_t unit = 0;
+  std::erase_if(doubles, [&](const DoubleFace&) { return stays[unit++]; });
+}
+
 }  // namespace
 
 std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes) {
+  return removeFacesDouble(mesh, DoubleFaceRule{.compareAttributes = compareAttributes});
+}
+
+std::uint64_t removeFacesDouble(Mesh& mesh, const DoubleFaceRule& rule) {
   MeshStorage& m = mesh.storage();
   if (m.mFaces.empty()) return 0;
   std::vector<DoubleFace> doubles = [&] {
     const Monitor::Part part(m.mMonitor.get(), 0.0, 0.7);
-    return findDoubleFaces(m, compareAttributes);
+    return findDoubleFaces(m, rule);
   }();
   if (doubles.empty()) return 0;
-  mergeTags(m, doubles);
   const std::vector<HoleTable::Group> groups = m.mHoles.groupsByOuter(m.mFaces.size());
+  if (rule.keepClosed) keepClosed(m, groups, doubles);
+  if (doubles.empty()) return 0;
+  mergeTags(m, doubles);
   const Monitor::Part part(m.mMonitor.get(), 0.7, 1.0);
   for (const DoubleFace& pair : doubles) clearFaceAndHoles(m, pair.cleared, groups);
   compactMesh(mesh);

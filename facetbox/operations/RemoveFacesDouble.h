@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include <facetbox/operations/FaceComparison.h>
 #include <facetbox/util/Mesh.h>
 
 namespace util {
@@ -22,5 +23,9 @@ namespace util {
 /// and up to 32 more for one that has a double. Many copies that differ in their texture coordinates alone are searched
 /// by a TexCoordTree: see there for what is left of the quadratic cost.
 std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes);
+
+/// The same by a rule. With `keepClosed`, doubles that run backwards stay where more edges would be open without them
+/// (findUnitsToKeep()); those that run alike always go.
+std::uint64_t removeFacesDouble(Mesh& mesh, const DoubleFaceRule& rule);
 
 }  // namespace util

@@ -6,12 +6,15 @@
 
 namespace util {
 
+/// Whether faces stay without which more edges would be open than with them (findUnitsToKeep()).
+enum class KeepClosed : bool { no, yes };
+
 /// Clears every face whose area is below `threshold`, then compacts the mesh and drops unused vertices.
 ///
 /// Faces only; lines and points are not looked at. An area equal to the threshold is kept, and so is a NaN area. The
 /// area is measured along the stored normal (computePolygonArea).
 /// @param threshold  area in squared mesh units; zero or less removes nothing
 /// @return number of faces cleared. If 0, the mesh is untouched. O(corners).
-std::uint64_t removeFacesZero(Mesh& mesh, double threshold);
+std::uint64_t removeFacesZero(Mesh& mesh, double threshold, KeepClosed keepClosed = KeepClosed::no);
 
 }  // namespace util

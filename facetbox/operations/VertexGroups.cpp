@@ -82,6 +82,30 @@ VertexGroups::VertexGroups(std::span<const Vec3> vertices, double tolerance, Mon
     }
 }
 
+VertexGroups::VertexGroups(std::span<const Vec3> vertices, std::vector<Edge> edges, double tolerance) {
+  mGroupOf.resize(vertices.size(), kNone);
+  const std::size_t given = edges.size();
+  for (std::size_t i = 0; i < given; ++i) edges.emplace_back(edges[i].second, edges[i].first);
+  std::ranges::sort(edges);
+  const double toleranceSq = tolerance * tolerance;
+  std::vector<std::uint32_t> reached;
+  for (std::size_t i = 0; i < edges.size(); ++i) {
+    const std::uint32_t seed = edges[i].first;
+    if (mGroupOf[seed] != kNone) continue;
+    // A group of one is none: the seed is marked when it has taken another vertex.
+    reached.assign(1, seed);
+    for (std::size_t at = 0; at < reached.size(); ++at)
+      for (auto edge = std::ranges::lower_bound(edges, Edge{reached[at], 0});
+           edge != edges.end() && edge->first == reached[at]; ++edge) {
+        const std::uint32_t v = edge->second;
+        if (v == seed || mGroupOf[v] != kNone || !(lengthSq(vertices[v] - vertices[seed]) <= toleranceSq)) continue;
+        mGroupOf[v] = mGroupOf[seed] = seed;
+        mIsEmpty = false;
+        reached.push_back(v);
+      }
+  }
+}
+
 void VertexGroups::listMembers() {
   const auto vertexCount = static_cast<std::uint32_t>(mGroupOf.size());
   mSizes.resize(vertexCount, 0);

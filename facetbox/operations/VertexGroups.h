@@ -3,6 +3,8 @@
 #include <cassert>
 #include <cstdint>
 #include <span>
+#include <utility>
+#include <vector>
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/base/Monitor.h>
@@ -19,7 +21,16 @@ class VertexGroups {
   /// Groups by the rule at mergeVertices(), and throws as told there.
   VertexGroups(std::span<const Vec3> vertices, double tolerance, Monitor* monitor = nullptr);
 
+  using Edge = std::pair<std::uint32_t, std::uint32_t>;
+  /// Groups along edges alone: the vertex of lowest index that is in no group yet takes every vertex in no group that
+  /// a chain of edges leads to whose vertices all lie within the tolerance of it, and founds the group.
+  /// @param edges  pairs of different vertices; in any order and direction, as often as one likes
+  /// O(vertices + n log n) in the edges.
+  VertexGroups(std::span<const Vec3> vertices, std::vector<Edge> edges, double tolerance);
+
   bool empty() const { return mIsEmpty; }
+  /// Whether a vertex has left a group.
+  bool hasAnyLeft() const { return !mSeeds.empty(); }
   /// The group that a vertex is in, or kNone.
   std::uint32_t groupOf(std::uint32_t vertex) const { return mGroupOf[vertex]; }
   /// The lowest vertex of a group: the one that the others are merged into. The group must not be empty.
