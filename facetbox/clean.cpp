@@ -12,7 +12,6 @@
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/base/Monitor.h>
-#include <facetbox/math/Matrix4.h>
 #include <facetbox/mesh/HoleAssignment.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
@@ -122,9 +121,7 @@ class CleanUp {
                                                         .keepClosed = step.keepClosed});
   }
   std::uint64_t runStep(const ConformNormals&) {
-    needNormals();
-    mReport->facesTurned = util::conformNormals(*mMesh, util::kIdentity);
-    // A face without area has the same normal again, turned or not.
+    mReport->facesTurned = util::conformSurfaces(*mMesh);
     if (mReport->facesTurned != 0) mHasNormals = false;
     return mReport->facesTurned;
   }

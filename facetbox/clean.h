@@ -45,7 +45,9 @@ struct RemoveDoubleFaces {
   bool keepClosed = false;
   friend bool operator==(const RemoveDoubleFaces&, const RemoveDoubleFaces&) = default;
 };
-/// Orients faces consistently, and every connected component outward.
+/// Turns faces so that neighbors look to the same side, and each connected piece outward: a closed one by its volume;
+/// an open one by its volume around its center of gravity where that tells clearly, else as most of its area looks. A
+/// face and its holes are one surface and turn together. No axis is "up", and a second run turns nothing.
 struct ConformNormals {
   friend bool operator==(const ConformNormals&, const ConformNormals&) = default;
 };

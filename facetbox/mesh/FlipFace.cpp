@@ -21,8 +21,12 @@ constexpr std::size_t kSecondLeads = 2;
 }  // namespace
 
 void flipFace(PrimitiveList& faces, std::size_t face) {
-  reverseCycle(faces.corners(face), kSecondLeads);
+  flipCorners(faces, face);
   faces.setNormal(face, -faces.normal(face));
+}
+
+void flipCorners(PrimitiveList& faces, std::size_t face) {
+  reverseCycle(faces.corners(face), kSecondLeads);
   if (faces.hasNormalIndices(face))
     reverseCycle(faces.normalIndices(face), faces.perVertexNormals(face) ? kFirstStays : kSecondLeads);
   for (std::uint32_t bits = faces.mask(face); bits != 0; bits &= bits - 1) {

@@ -13,4 +13,7 @@ namespace util {
 /// flag is set. Where it is clear, normal indices turn like the corners; this asymmetry is intended.
 void flipFace(PrimitiveList& faces, std::size_t face);
 
+/// The same, but the stored normal stays, outdated or never computed.
+void flipCorners(PrimitiveList& faces, std::size_t face);
+
 }  // namespace util

@@ -14,6 +14,8 @@
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/mesh/PolygonArea.h>
+#include <facetbox/operations/PieceMeasure.h>
+#include <facetbox/operations/SurfacePieces.h>
 
 namespace util {
 namespace {
@@ -122,6 +124,17 @@ class FaceNeighbors {
   Buffer<std::uint32_t> mNeighbors;  // per position of the corner pool
 };
 
+/// Calls `use(faces)` for one part of a component after the other, and tells the monitor, which may be null.
+template <class Use>
+void forEachBlock(std::span<const std::uint32_t> component, Monitor* monitor, Use use) {
+  constexpr std::size_t kBlock = 4096;
+  for (; !component.empty(); component = component.subspan(std::min(kBlock, component.size()))) {
+    const auto block = component.first(std::min(kBlock, component.size()));
+    use(block);
+    if (monitor) monitor->tick(block.size());
+  }
+}
+
 /// The faces in the order in which they are reached, connected component after connected component, and each one's
 /// orientation.
 class ComponentWalk {
@@ -155,7 +168,7 @@ class ComponentWalk {
     // A sum of zero or NaN counts as inward.
     const Orientation inward = volumeSum(component, reference) > 0.0 ? Orientation::againstSeed : Orientation::likeSeed;
     std::size_t flipped = 0;
-    forEachBlock(component, [&](std::span<const std::uint32_t> faces) {
+    forEachBlock(component, mMonitor, [&](std::span<const std::uint32_t> faces) {
       for (const std::uint32_t face : faces) {
         if (mOrientations[face] != inward) continue;
         flipFace(mFaces, face);
@@ -185,7 +198,7 @@ class ComponentWalk {
   /// Three times the signed volume between the faces and a point, with the orientations applied.
   double volumeSum(std::span<const std::uint32_t> component, const Vec3& reference) const {
     double sum = 0.0;
-    forEachBlock(component, [&](std::span<const std::uint32_t> faces) {
+    forEachBlock(component, mMonitor, [&](std::span<const std::uint32_t> faces) {
       for (const std::uint32_t face : faces) {
         const auto corners = mFaces.corners(face);
         if (corners.empty() || mLinks.isHole(face)) continue;
@@ -198,17 +211,6 @@ class ComponentWalk {
     return sum;
   }
 
-  /// Calls `use(faces)` for one part of a component after the other, and tells the monitor.
-  template <class Use>
-  void forEachBlock(std::span<const std::uint32_t> component, Use use) const {
-    constexpr std::size_t kBlock = 4096;
-    for (; !component.empty(); component = component.subspan(std::min(kBlock, component.size()))) {
-      const auto block = component.first(std::min(kBlock, component.size()));
-      use(block);
-      if (mMonitor) mMonitor->tick(block.size());
-    }
-  }
-
   PrimitiveList& mFaces;
   std::span<const Vec3> mPoints;
   Monitor* const mMonitor;
@@ -219,12 +221,31 @@ class ComponentWalk {
   Buffer<std::uint32_t> mReached;  // the queue and the list of the components in one
 };
 
+/// Turned faces would leave normals per vertex behind.
+void dropVertexNormals(MeshStorage& m) {
+  for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints}) list->dropNormalIndices();
+  m.mNormals.clear();
+}
+
+/// Whether the lowest face of a piece looks outward, or the others once they run like it.
+bool looksOutward(const SurfacePieces& pieces, std::size_t piece, const MeshStorage& m) {
+  const auto faces = pieces.faces(piece);
+  // A flip swaps the first two corners.
+  const auto first = m.mFaces.corners(faces.front());
+  PieceMeasure measure(m.mVertices[std::min(first[0], first[1])]);
+  forEachBlock(faces, m.mMonitor.get(), [&](std::span<const std::uint32_t> block) {
+    for (const std::uint32_t face : block)
+      measure.add(m.mVertices, m.mFaces.corners(face), pieces.isHole(face), pieces.isRimReversed(face),
+                  pieces.runsAgainstLowest(face));
+  });
+  return measure.isOutward(pieces.isClosed(piece));
+}
+
 }  // namespace
 
 std::uint64_t conformNormals(Mesh& mesh, const double* transform) {
   MeshStorage& m = mesh.storage();
-  for (PrimitiveList* list : {&m.mFaces, &m.mLines, &m.mPoints}) list->dropNormalIndices();
-  m.mNormals.clear();
+  dropVertexNormals(m);
   clearConnectivityCache(mesh);
 
   // The identity changes no finite coordinate but for the sign of a zero, and that sign reaches no result: it is lost
@@ -243,6 +264,36 @@ std::uint64_t conformNormals(Mesh& mesh, const double* transform) {
   std::uint64_t flipped = 0;
   for (std::uint32_t face = 0; face < m.mFaces.size(); ++face)
     if (!walk.isReached(face)) flipped += walk.conformComponent(face);
+  clearConnectivityCache(mesh);
+  return flipped;
+}
+
+std::uint64_t conformSurfaces(Mesh& mesh) {
+  MeshStorage& m = mesh.storage();
+  Monitor* const monitor = m.mMonitor.get();
+  dropVertexNormals(m);
+  const auto pieces = [&] {
+    const Monitor::Part part(monitor, 0.0, 0.6);
+    return SurfacePieces(m);
+  }();
+  const Monitor::Part part(monitor, 0.6, 1.0, 2 * m.mFaces.size());
+  std::uint64_t flipped = 0;
+  for (std::size_t piece = 0; piece < pieces.size(); ++piece) {
+    const auto faces = pieces.faces(piece);
+    // Alone, a face has no volume around its center.
+    if (faces.size() == 1) {
+      if (monitor) monitor->tick(2);
+      continue;
+    }
+    const bool turnsLowest = !looksOutward(pieces, piece, m);
+    forEachBlock(faces, monitor, [&](std::span<const std::uint32_t> block) {
+      for (const std::uint32_t face : block) {
+        if (pieces.runsAgainstLowest(face) == turnsLowest) continue;
+        flipCorners(m.mFaces, face);
+        ++flipped;
+      }
+    });
+  }
   clearConnectivityCache(mesh);
   return flipped;
 }

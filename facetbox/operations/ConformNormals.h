@@ -29,4 +29,22 @@ namespace util {
 /// identity.
 std::uint64_t conformNormals(Mesh& mesh, const double* transform);
 
+/// The same of surfaces, outward by their own shape: no axis and no length matters, and a second run turns nothing.
+///
+/// A face and its holes are one surface, neighbors are surfaces that use an edge once each: see SurfacePieces, also for
+/// what cannot be oriented. Hole faces turn exactly when their outer faces do. A face alone stays as it is.
+///
+/// A closed piece is turned so that its volume becomes positive, where this is beyond the rounding of its sum. Of an
+/// open one, the volume is measured from its center of gravity. It decides where its sign is the same from everywhere
+/// around there, within 0.6 of the piece's radius of gyration, and where it is not below 1e-5 of area times radius.
+/// (From a point moved by d, the volume is less by a third of d times the area vector. That of a closed piece is zero.)
+/// So an open pipe, a house without a floor and a half sphere are turned. A panel, a terrain or a dish of a depth below
+/// a fifth of its width is not, for there is no telling. Where the volume does not decide, the sense stays in which
+/// more of the area runs, or where that is a tie, in which the lowest face does.
+///
+/// Stored normals stay as they are: those of turned faces are outdated.
+/// @return number of faces flipped, holes included
+/// O(vertices + corners), and sorting around single vertices; about 8 bytes a corner and 12 a face beside the mesh.
+std::uint64_t conformSurfaces(Mesh& mesh);
+
 }  // namespace util

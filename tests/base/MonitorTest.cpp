@@ -113,6 +113,7 @@ const std::vector<std::function<void(Mesh&)>> kOperations = {
     [](Mesh& mesh) { util::removeFacesZero(mesh, 1e-2); },
     [](Mesh& mesh) { util::removeFacesDouble(mesh, true); },
     [](Mesh& mesh) { util::conformNormals(mesh, util::kIdentity); },
+    [](Mesh& mesh) { util::conformSurfaces(mesh); },
     [](Mesh& mesh) { util::removeEdgesCoplanar(mesh, 1, false); },
     [](Mesh& mesh) { util::removeVerticesColinear(mesh, 1, false); },
 };
