@@ -36,10 +36,23 @@ Defects check(const MeshView& mesh, const CheckOptions& options) {
   util::checkPlaces(checked, defects);
   util::checkRepeats(checked, defects);
   util::checkEdges(checked, defects);
-  util::checkTCorners(checked, options, defects);
+  if (options.tCorners) util::checkTCorners(checked, options, defects);
   defects.droppedHoles = droppedHolesOf(mesh);
   if (options.selfIntersections) util::checkSelfIntersections(checked, options, defects);
   return defects;
+}
+
+Measures measure(const MeshView& mesh) {
+  requireValid(mesh);
+  const util::CheckedMesh checked(mesh);
+  Defects defects;
+  util::measure(checked, {}, defects);
+  util::checkEdges(checked, defects);
+  return {.openEdges = defects.openEdges.size(),
+          .isClosed = defects.isClosed,
+          .isOriented = defects.isOriented,
+          .area = defects.area,
+          .volume = defects.volume};
 }
 
 }  // namespace facetbox

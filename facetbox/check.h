@@ -17,7 +17,8 @@ struct CheckOptions {
   double zeroEdgeLength = 0;              ///< edges are zero up to this; 0: only where both ends are at one place
   std::optional<double> zeroFaceArea;     ///< faces are zero up to this; default: 1e-12 D^2
   std::optional<double> tCornerDistance;  ///< of a T-corner from the edge, at most; default: 1e-6 D
-  bool selfIntersections = false;         ///< the one list that costs much more than the others
+  bool tCorners = true;            ///< the one list that may take the square of the corners, in a soup of long edges
+  bool selfIntersections = false;  ///< the one list that costs much more than the others in any mesh
   /// Of T-corners, and of intersecting pairs: their number is not bounded by the size of the mesh. Where there are
   /// more, that many are listed, the same ones each time.
   std::size_t mostListed = 1'000'000;
@@ -109,5 +110,19 @@ struct Defects {
 /// and the pairs of triangles whose boxes meet. About 100 bytes a corner while it works, about 160 a triangle for
 /// self-intersections.
 FACETBOX_EXPORT Defects check(const MeshView& mesh, const CheckOptions& options = {});
+
+/// What tells at a glance whether a mesh is still what it was. Each is what Defects says of it.
+struct Measures {
+  std::size_t openEdges = 0;
+  bool isClosed = false, isOriented = false;
+  double area = 0;
+  double volume = 0;  ///< of a mesh that is closed and oriented; else it depends on the box
+  friend bool operator==(const Measures&, const Measures&) = default;
+};
+
+/// Measures a mesh, without looking for anything else.
+/// @throws InvalidMesh where validate() finds a fatal problem
+/// O(vertices + corners) and sorting around single vertices.
+FACETBOX_EXPORT Measures measure(const MeshView& mesh);
 
 }  // namespace facetbox

@@ -43,22 +43,27 @@ class CleanUp {
     listLeftOut();
     settleHoles();
     mResult.droppedHoles = takeDroppedHoles();
+    takeMeasures();
   }
 
   void run(const Step& step) {
-    StepReport report{.step = step, .before = counts()};
+    StepReport report{.step = step, .before = counts(), .measuresBefore = mMeasures};
     const auto begin = std::chrono::steady_clock::now();
     mIsRunning = true;
     mMonitor.start();
+    bool hasChanged = false;
     if (!isIdle(step)) {
       mReport = &report;
       const std::uint64_t changes = std::visit([this](const auto& s) { return runStep(s); }, step);
       noteChanges(step, changes + report.cornersCollapsed);
       util::assertValid(*mMesh, "the step");
+      hasChanged = changes + report.cornersCollapsed != 0;
     }
     mMonitor.finish();
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     report.after = counts();
+    if (hasChanged) takeMeasures();
+    report.measuresAfter = mMeasures;
     report.droppedHoles = takeDroppedHoles();
     mResult.steps.push_back(std::move(report));
   }
@@ -208,6 +213,10 @@ class CleanUp {
 
   std::vector<DroppedHole> takeDroppedHoles() { return std::exchange(mHistory.droppedHoles, {}); }
 
+  void takeMeasures() {
+    if (mOptions.measures) mMeasures = measure(util::toPolyMesh(*mMesh, mInput, mHistory));
+  }
+
   Counts counts() const {
     const util::MeshStorage& m = mMesh->storage();
     Counts counts{.vertices = m.mVertices.size(), .faces = m.mFaces.size()};
@@ -252,8 +261,9 @@ class CleanUp {
   bool mHasNormals = false;
   StepReport* mReport = nullptr;  // of the step that runs
   bool mMayHaveRepeats = true;
-  double mWeldedUpTo = -1;       // no two vertices lie within this tolerance
-  std::vector<Step> mIdleSteps;  // that have found nothing to do in the mesh as it is
+  double mWeldedUpTo = -1;            // no two vertices lie within this tolerance
+  std::vector<Step> mIdleSteps;       // that have found nothing to do in the mesh as it is
+  std::optional<Measures> mMeasures;  // of the mesh as it is
   Cleaned mResult;
 };
 

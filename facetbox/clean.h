@@ -3,12 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <variant>
 #include <vector>
 
 #include <facetbox/Cancelled.h>
 #include <facetbox/PolyMesh.h>
+#include <facetbox/check.h>
 #include <facetbox/util/Export.h>
 
 namespace facetbox {
@@ -89,7 +91,8 @@ struct Counts {
 struct StepReport {
   Step step;
   Counts before = {}, after = {};
-  std::size_t facesTurned = 0;                 ///< by ConformNormals
+  std::optional<Measures> measuresBefore = {}, measuresAfter = {};  ///< with CleanOptions::measures
+  std::size_t facesTurned = 0;                                      ///< by ConformNormals
   std::size_t cornersCollapsed = 0;            ///< that repeated the one before them when the step began, and went
   std::vector<DroppedHole> droppedHoles = {};  ///< holes that the step removed, or that are none after it
   double seconds = 0;
@@ -98,10 +101,12 @@ struct StepReport {
 struct CleanOptions {
   /// Told how far the clean-up is: the number of the step, and what is done of it, from 0 to 1. Called on the thread
   /// of the call, at most some fifty times a second within a step.
-  std::function<void(std::size_t step, double fraction)> progress;
+  std::function<void(std::size_t step, double fraction)> progress = {};
   /// Asked on the thread of the call, at least every 0.1 s: true ends it with Cancelled. (One face with a million
   /// holes took 0.25 s before the first of them.)
-  std::function<bool()> isCancelled;
+  std::function<bool()> isCancelled = {};
+  /// Measure the mesh before the first step and after each that changes it: costs about as much as measure() each time.
+  bool measures = false;
 };
 
 struct Cleaned {

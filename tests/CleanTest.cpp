@@ -113,14 +113,18 @@ TEST(Clean, mapsFitAndStepsAddUp) {
     std::mt19937 random(seed);
     const PolyMesh mesh = randomScene(random);
     const std::vector<Step> steps = randomSteps(random, 1);
-    const Cleaned cleaned = clean(mesh, steps);
+    const Cleaned cleaned = clean(mesh, steps, {.measures = true});
     expectMapsFit(mesh, cleaned);
+    EXPECT_EQ(clean(mesh, steps).mesh, cleaned.mesh);
+    EXPECT_EQ(cleaned.steps.front().measuresBefore, measure(clean(mesh, {}).mesh));
+    EXPECT_EQ(cleaned.steps.back().measuresAfter, measure(cleaned.mesh));
     EXPECT_TRUE(validate(cleaned.mesh).empty());
     ASSERT_EQ(cleaned.steps.size(), steps.size());
     for (std::size_t i = 0; i < steps.size(); ++i) {
       EXPECT_EQ(cleaned.steps[i].step, steps[i]);
       if (i > 0) {
         EXPECT_EQ(cleaned.steps[i].before, cleaned.steps[i - 1].after);
+        EXPECT_EQ(cleaned.steps[i].measuresBefore, cleaned.steps[i - 1].measuresAfter);
       }
     }
     EXPECT_EQ(cleaned.steps.back().after.vertices, cleaned.mesh.points.size() / 3);
