@@ -50,8 +50,7 @@ Mask maskOf(const Picture& picture) {
 CellPainter::CellPainter(const std::array<float, 16>& matrix, int width, int height)
     : mMatrix(matrix), mWidth(width), mHeight(height), mMarks(cellCount(width, height), kNothing) {}
 
-void CellPainter::add(const util::Mesh& mesh, std::span<const float> coordinates,
-                      const std::array<double, 16>& placement) {
+void CellPainter::add(const util::Mesh& mesh, std::span<const float> coordinates) {
   const std::unique_ptr<util::TriangleMesh> triangles(
       mTriangulator.triangulate(mesh, {coordinates.begin(), coordinates.end()}, 0));
   const std::span<const double> vertices = triangles->vertexCoordinates();
@@ -59,11 +58,7 @@ void CellPainter::add(const util::Mesh& mesh, std::span<const float> coordinates
   places.reserve(vertices.size() / 3);
   for (std::size_t v = 0; v + 2 < vertices.size(); v += 3) {
     const double* const p = &vertices[v];
-    const auto placed = [&](std::size_t row) {
-      return static_cast<float>(placement[row] * p[0] + placement[4 + row] * p[1] + placement[8 + row] * p[2] +
-                                placement[12 + row]);
-    };
-    places.push_back(placeOf(placed(0), placed(1), placed(2)));
+    places.push_back(placeOf(static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])));
   }
   const std::span<const std::uint32_t> indices = triangles->indices();
   for (std::size_t i = 0; i + 2 < indices.size(); i += 3)

@@ -31,10 +31,9 @@ class CellPainter {
   CellPainter(const std::array<float, 16>& matrix, int width, int height);
 
   /// @param coordinates  x, y, z of the mesh's vertices
-  /// @param placement    places the mesh in the world, column-major
   /// @throws std::runtime_error where a face cannot be triangulated
   /// O(triangles log triangles + cells that they cover).
-  void add(const util::Mesh& mesh, std::span<const float> coordinates, const std::array<double, 16>& placement);
+  void add(const util::Mesh& mesh, std::span<const float> coordinates);
 
   /// White on black.
   Picture mask() const;

@@ -1,17 +1,18 @@
 #include <tools/CleanCommand.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <numeric>
-#include <optional>
+#include <exception>
+#include <new>
+#include <utility>
 
 #include <fmt/format.h>
 
+#include <tools/CleanReport.h>
 #include <tools/Errors.h>
 #include <tools/MeshFacts.h>
 #include <tools/ModelReader.h>
 #include <tools/ObjFile.h>
+#include <tools/ObjectMeshes.h>
 #include <tools/OutputFile.h>
 #include <tools/Progress.h>
 #include <tools/Triangles.h>
@@ -19,191 +20,179 @@
 namespace tool {
 namespace {
 
-// What a step changes, as numbers. Signed: merging flat parts can add holes.
-struct Counts {
-  long long mVertices = 0, mFaces = 0, mCorners = 0, mHoles = 0;
+using facetbox::Cleaned;
+using facetbox::Counts;
+using facetbox::Measures;
+using facetbox::PolyMesh;
 
-  Counts& operator+=(const Counts& other) {
-    mVertices += other.mVertices;
-    mFaces += other.mFaces;
-    mCorners += other.mCorners;
-    mHoles += other.mHoles;
-    return *this;
-  }
-  Counts operator-(const Counts& other) const {
-    return {mVertices - other.mVertices, mFaces - other.mFaces, mCorners - other.mCorners, mHoles - other.mHoles};
-  }
-};
+/// A change of all objects together: a line of the report.
+struct Change {
+  Figures mBefore, mAfter;
+  double mSeconds = 0;
+  std::size_t mTurned = 0, mCollapsed = 0;
+  Notes mDoubts, mDropped;
 
-Counts countsOf(const Cleanup::MeshData& record) {
-  const auto groups = std::count(record.mHoles, record.mHoles + record.mHolesCount, kEndOfGroup);
-  return {record.mVCCount / 3, record.mCountCount, record.mIndexCount, record.mHolesCount - 2 * groups};
-}
-
-Counts countsOf(const Model& model) {
-  const auto groups = std::count(model.mHoles.begin(), model.mHoles.end(), kEndOfGroup);
-  return {static_cast<long long>(model.vertexCount()), static_cast<long long>(model.faceCount()),
-          static_cast<long long>(model.mIndices.size()), static_cast<long long>(model.mHoles.size()) - 2 * groups};
-}
-
-// Number of faces whose corners are in another order, for records with the same faces.
-std::size_t changedFaces(const Cleanup::MeshData& before, const Cleanup::MeshData& after) {
-  if (before.mCountCount != after.mCountCount || before.mIndexCount != after.mIndexCount) return 0;
-  std::size_t changed = 0;
-  const std::uint32_t *a = before.mIndices, *b = after.mIndices;
-  for (int face = 0; face < before.mCountCount; ++face) {
-    const std::uint32_t corners = before.mCounts[face];
-    if (!std::equal(a, a + corners, b)) ++changed;
-    a += corners;
-    b += corners;
-  }
-  return changed;
-}
-
-// An object on its way through the steps.
-class Piece {
- public:
-  explicit Piece(const ObjectRecord& source) : mSource(source), mInput(source.view()) {}
-
-  const ObjectRecord& source() const { return mSource; }
-  bool isGone() const { return mIsGone; }
-  const Cleanup::MeshData& record() const { return mResult ? *mResult : mInput; }
-
-  void replace(RecordPtr result) {
-    mResult = std::move(result);
-    mIsGone = !mResult;
-  }
-
- private:
-  const ObjectRecord& mSource;
-  Cleanup::MeshData mInput;
-  RecordPtr mResult;
-  bool mIsGone = false;
-};
-
-class Report {
- public:
-  Report(std::FILE* stream, Progress& progress) : mStream(stream), mProgress(progress) {}
-
-  void head() {
-    print("{:<34} {:>10} {:>10} {:>10} {:>7} {:>10}\n", "", "vertices", "faces", "corners", "holes", "ms");
-  }
-  void totals(const char* label, const Counts& counts) {
-    print("{:<34} {:>10} {:>10} {:>10} {:>7}\n", label, counts.mVertices, counts.mFaces, counts.mCorners,
-          counts.mHoles);
-  }
-  void step(const Step& step, const Counts& change, double milliseconds, std::size_t turned) {
-    print("{:<34} {:>10} {:>10} {:>10} {:>7} {:>10.1f}{}\n", describe(step), signedText(change.mVertices),
-          signedText(change.mFaces), signedText(change.mCorners), signedText(change.mHoles), milliseconds,
-          turned > 0 ? fmt::format("  {} faces turned", turned) : "");
-  }
-  template <typename... Args>
-  void note(fmt::format_string<Args...> format, Args&&... args) {
-    print("  note: {}\n", fmt::format(format, std::forward<Args>(args)...));
-  }
-  void flush() { std::fflush(mStream); }
-
- private:
-  static std::string signedText(long long change) { return change == 0 ? "." : fmt::format("{:+}", change); }
-
-  template <typename... Args>
-  void print(fmt::format_string<Args...> format, Args&&... args) {
-    mProgress.clearLine();
-    fmt::print(mStream, format, std::forward<Args>(args)...);
-  }
-
-  std::FILE* mStream;
-  Progress& mProgress;
+  bool isNothing() const { return mBefore == mAfter && mTurned == 0 && mCollapsed == 0; }
 };
 
 class Cleaner {
  public:
-  Cleaner(const CleanOptions& options, const Model& model, Report& report, Progress& progress)
-      : mOptions(options), mReport(report), mProgress(progress), mRecords(makeRecords(model)) {
-    for (const ObjectRecord& record : mRecords) mPieces.emplace_back(record);
-    for (const StepRequest& request : options.mRequests) {
-      if (request.mIsPreset) {
-        const std::vector<Step> steps = presetSteps(request, boundingBoxDiagonal(model));
-        mSteps.insert(mSteps.end(), steps.begin(), steps.end());
-      } else {
-        mSteps.push_back(request.mStep);
+  Cleaner(const CleanOptions& options, const Model& model, CleanReport& report, Progress& progress)
+      : mOptions(options),
+        mModel(model),
+        mReport(report),
+        mProgress(progress),
+        mObjects(model, options.mModel),
+        mPlan(planOf(options.mRequests, boundingBoxDiagonal(model))),
+        mStepChanges(mSteps.size()) {}
+
+  Model run() {
+    Model result = emptyLike(mModel);
+    for (std::size_t object = 0; object < mObjects.size(); ++object) {
+      try {
+        runOn(object, result);
+      } catch (const std::bad_alloc&) {
+        throw;
+      } catch (const std::exception& error) {
+        throw RunError(fmt::format("{}: {} cannot be cleaned: {}", mOptions.mModel, nameOf(object), error.what()));
       }
     }
-  }
-
-  void run() {
-    mReport.head();
-    mReport.totals("before", totalCounts());
-    for (std::size_t i = 0; i < mSteps.size(); ++i) runOnAll(i);
-    mReport.totals("after", totalCounts());
-    if (mSteps.empty() && !mOptions.mTriangulate) mReport.note("no step given: the model is only copied");
-  }
-
-  Model result(const Model& model) const {
-    Model cleaned = emptyLike(model);
-    for (const Piece& piece : mPieces) {
-      if (!piece.isGone()) piece.source().append(piece.record(), cleaned);
-    }
-    return cleaned;
+    print();
+    return result;
   }
 
  private:
-  Counts totalCounts() const {
-    Counts sum;
-    for (const Piece& piece : mPieces) {
-      if (!piece.isGone()) sum += countsOf(piece.record());
-    }
-    return sum;
+  std::string nameOf(std::size_t object) const {
+    const std::string& name = mModel.mObjects[object].mName;
+    return name.empty() ? fmt::format("object {}", object + 1) : fmt::format("object '{}'", name);
   }
 
-  std::string nameOf(std::size_t piece) const {
-    const std::string& name = mRecords[piece].name();
-    return name.empty() ? fmt::format("object {}", piece + 1) : fmt::format("object '{}'", name);
+  /// The number of an object's face in the file, counted from 1.
+  std::uint32_t fileFace(std::size_t object, std::uint32_t face) const {
+    return face == facetbox::kNone ? face : mModel.mObjects[object].mFirstFace + face + 1;
   }
 
-  void runOnAll(std::size_t stepIndex) {
-    const Step& step = mSteps[stepIndex];
-    const auto start = std::chrono::steady_clock::now();
-    Counts change;
-    std::size_t turned = 0;
-    std::vector<std::string> notes;
-    for (std::size_t i = 0; i < mPieces.size(); ++i) {
-      if (mPieces[i].isGone()) continue;
-      mProgress.setStage(fmt::format("step {} of {}, {}, object {} of {}", stepIndex + 1, mSteps.size(), describe(step),
-                                     i + 1, mPieces.size()));
-      RecordPtr result = runOn(step, i);
-      const Cleanup::MeshData& before = mPieces[i].record();
-      change += (result ? countsOf(*result) : Counts{}) - countsOf(before);
-      if (result && step.mKind == StepKind::conformNormals) turned += changedFaces(before, *result);
-      if (result && result->mLog) notes.push_back(fmt::format("{}: {}", nameOf(i), result->mLog));
-      if (!result) notes.push_back(fmt::format("{}: nothing is left of it", nameOf(i)));
-      mPieces[i].replace(std::move(result));
+  void runOn(std::size_t object, Model& result) {
+    const PolyMesh mesh = mObjects.make(object);
+    facetbox::CleanOptions options{.measures = true};
+    options.progress = [&](std::size_t step, double fraction) {
+      mProgress.setStage(fmt::format("object {} of {}, step {} of {}, {}, {:.0f} %", object + 1, mObjects.size(),
+                                     step + 1, mSteps.size(), describe(mSteps[step]), 100 * fraction));
+    };
+    Cleaned cleaned = facetbox::clean(mesh, mSteps, options);
+    const Counts counts = countsOf(cleaned.mesh);
+    const Measures measures =
+        cleaned.steps.empty() ? facetbox::measure(cleaned.mesh) : *cleaned.steps.back().measuresAfter;
+    addInput(object, mesh, cleaned, counts, measures);
+    for (std::size_t step = 0; step < mSteps.size(); ++step)
+      addStep(object, cleaned.steps[step], measures, mStepChanges[step]);
+    mAfter.add(counts, measures);
+    if (mOptions.mTriangulate) {
+      mProgress.setStage(fmt::format("triangulating object {} of {}", object + 1, mObjects.size()));
+      cleaned.mesh = triangulated(object, cleaned, measures);
     }
-    const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
-    mReport.step(step, change, elapsed.count(), turned);
-    for (const std::string& note : notes) mReport.note("{}", note);
-    if (std::all_of(mPieces.begin(), mPieces.end(), [](const Piece& piece) { return piece.isGone(); }))
-      throw RunError(fmt::format("{}: {} leaves nothing of the model; no file is written, try a smaller value",
-                                 mOptions.mModel, describe(step)));
+    if (!cleaned.mesh.counts.empty()) mObjects.append(object, cleaned.mesh, result);
   }
 
-  RecordPtr runOn(const Step& step, std::size_t piece) const {
-    try {
-      return runStep(step, mPieces[piece].record());
-    } catch (const std::bad_alloc&) {
-      throw;
-    } catch (const std::exception& error) {
-      throw RunError(
-          fmt::format("{}: {}: {} failed: {}", mOptions.mModel, nameOf(piece), describe(step), error.what()));
+  void addInput(std::size_t object, const PolyMesh& mesh, const Cleaned& cleaned, const Counts& counts,
+                const Measures& measures) {
+    mInput.mBefore.add(countsOf(mesh), facetbox::measure(mesh));
+    if (cleaned.steps.empty())
+      mInput.mAfter.add(counts, measures);
+    else
+      mInput.mAfter.add(cleaned.steps.front().before, *cleaned.steps.front().measuresBefore);
+    for (facetbox::Problem problem : cleaned.leftOut) {
+      problem.face = fileFace(object, problem.face);
+      mInput.mDropped.add(facetbox::describe(problem));
     }
+    addHoles(object, cleaned.droppedHoles, mInput);
+  }
+
+  void addHoles(std::size_t object, const std::vector<facetbox::DroppedHole>& holes, Change& change) const {
+    for (facetbox::DroppedHole hole : holes) {
+      hole.outer = fileFace(object, hole.outer);
+      hole.hole = fileFace(object, hole.hole);
+      change.mDropped.add(facetbox::describe(hole));
+    }
+  }
+
+  void addStep(std::size_t object, const facetbox::StepReport& step, const Measures& last, Change& change) const {
+    change.mBefore.add(step.before, *step.measuresBefore);
+    change.mAfter.add(step.after, *step.measuresAfter);
+    change.mSeconds += step.seconds;
+    change.mTurned += step.facesTurned;
+    change.mCollapsed += step.cornersCollapsed;
+    if (step.before.faces > 0 && step.after.faces == 0) {
+      change.mDoubts.add(nameOf(object) + ": nothing is left of it");
+    } else {
+      for (const std::string& doubt : doubtsAbout(*step.measuresBefore, *step.measuresAfter, last, &step.step))
+        change.mDoubts.add(nameOf(object) + ": " + doubt);
+    }
+    addHoles(object, step.droppedHoles, change);
+  }
+
+  PolyMesh triangulated(std::size_t object, const Cleaned& cleaned, const Measures& before) {
+    Triangles triangles = trianglesOf(cleaned.mesh);
+    const Measures after = facetbox::measure(triangles.mMesh);
+    mTriangles.mAfter.add(countsOf(triangles.mMesh), after);
+    for (const std::string& doubt : doubtsAbout(before, after, after, nullptr))
+      mTriangles.mDoubts.add(nameOf(object) + ": " + doubt);
+    if (triangles.mMadePoints > 0)
+      mTriangles.mDoubts.add(
+          fmt::format("{}: {} made where outlines cross", nameOf(object), counted(triangles.mMadePoints, "point")));
+    for (facetbox::SkippedFace skipped : triangles.mSkipped) {
+      // Faces that merging has brought out have no number in the file.
+      const std::uint32_t first = cleaned.sourceOffsets[skipped.face];
+      if (first < cleaned.sourceOffsets[skipped.face + 1]) skipped.face = fileFace(object, cleaned.sources[first]);
+      mTriangles.mDropped.add(facetbox::describe(skipped));
+    }
+    return std::move(triangles.mMesh);
+  }
+
+  void print() {
+    mReport.head();
+    mReport.totals("before", mInput.mBefore);
+    if (mInput.mDropped.size() > 0) mReport.change("changes of input", mInput.mBefore, mInput.mAfter);
+    mReport.notes(mInput.mDropped);
+    if (mInput.mAfter.mFaces == 0)
+      throw RunError(fmt::format("{}: no face has three corners; no file is written", mOptions.mModel));
+    for (std::size_t step = 0; step < mSteps.size(); ++step) {
+      const Change& change = mStepChanges[step];
+      if (mPlan.mIsRepeated[step] && change.isNothing()) continue;
+      mReport.change(describe(mSteps[step]), change.mBefore, change.mAfter, change.mSeconds, remarkOn(change));
+      if (change.mCollapsed > 0) mReport.note(counted(change.mCollapsed, "repeated corner") + " collapsed");
+      mReport.notes(change.mDoubts);
+      mReport.notes(change.mDropped);
+      requireRest(change,
+                  describe(mSteps[step]) + " leaves nothing of the model; no file is written, try a smaller value");
+    }
+    mReport.totals("after", mAfter);
+    if (mSteps.empty() && !mOptions.mTriangulate) mReport.note("no step given: the model is only copied");
+    if (!mOptions.mTriangulate) return;
+    mReport.totals("in triangles", mTriangles.mAfter);
+    mReport.notes(mTriangles.mDoubts);
+    mReport.notes(mTriangles.mDropped);
+    requireRest(mTriangles, "--triangulate leaves nothing of the model; no file is written");
+  }
+
+  static std::string remarkOn(const Change& change) {
+    return change.mTurned > 0 ? counted(change.mTurned, "face") + " turned" : "";
+  }
+
+  void requireRest(const Change& change, const std::string& text) const {
+    if (change.mAfter.mFaces == 0) throw RunError(mOptions.mModel + ": " + text);
   }
 
   const CleanOptions& mOptions;
-  Report& mReport;
+  const Model& mModel;
+  CleanReport& mReport;
   Progress& mProgress;
-  std::vector<ObjectRecord> mRecords;
-  std::vector<Piece> mPieces;
-  std::vector<Step> mSteps;
+  const ObjectMeshes mObjects;
+  const StepPlan mPlan;
+  const std::vector<facetbox::Step>& mSteps = mPlan.mSteps;
+  Change mInput, mTriangles;
+  std::vector<Change> mStepChanges;
+  Figures mAfter;
 };
 
 void checkOutput(const std::string& path) {
@@ -218,21 +207,15 @@ void checkOutput(const std::string& path) {
 void runClean(const CleanOptions& options) {
   checkOutput(options.mOutput);
   Progress progress;
-  Report report(isSpecialFile(options.mOutput) ? stderr : stdout, progress);
+  CleanReport report(isSpecialFile(options.mOutput) ? stderr : stdout, progress);
 
   progress.setStage("reading " + options.mModel);
   Model model = readModel(options.mModel);
   if (options.mJoin) model.joinObjects();
-  for (const auto& [what, count] : model.mIgnored) report.note("skipped in {}: {} x {}", options.mModel, count, what);
+  for (const auto& [what, count] : model.mIgnored)
+    report.note(fmt::format("skipped in {}: {} x {}", options.mModel, count, what));
 
-  Cleaner cleaner(options, model, report, progress);
-  cleaner.run();
-  Model result = cleaner.result(model);
-  if (options.mTriangulate) {
-    progress.setStage("triangulating");
-    result = triangulated(result, options.mModel);
-    report.totals("in triangles", countsOf(result));
-  }
+  const Model result = Cleaner(options, model, report, progress).run();
   report.flush();
 
   progress.setStage("writing " + options.mOutput);

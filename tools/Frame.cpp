@@ -23,7 +23,8 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 struct Box {
   Vector mMin{kInfinity, kInfinity, kInfinity}, mMax{-kInfinity, -kInfinity, -kInfinity};
 
-  void extend(const float* p) {
+  template <typename Number>
+  void extend(const Number* p) {
     mMin = {std::min<double>(mMin.x, p[0]), std::min<double>(mMin.y, p[1]), std::min<double>(mMin.z, p[2])};
     mMax = {std::max<double>(mMax.x, p[0]), std::max<double>(mMax.y, p[1]), std::max<double>(mMax.z, p[2])};
   }
@@ -64,11 +65,6 @@ Frame::Frame(const Model& model) : mModel(model) {
   mHalfSize = (box.mMax - mCenter) * mScale;
 }
 
-std::array<double, 16> Frame::placement() const {
-  const Vector moved = toScene({});
-  return {mScale, 0, 0, 0, 0, mScale, 0, 0, 0, 0, mScale, 0, moved.x, moved.y, moved.z, 1};
-}
-
 FloatRay Frame::rayOf(const Vector& origin, const Vector& direction) {
   // A ray from far away starts where it reaches the scene, so that rounding moves its start only a little.
   const double ahead = std::max(0.0, -dot(origin, direction) - kRadius);
@@ -78,7 +74,7 @@ FloatRay Frame::rayOf(const Vector& origin, const Vector& direction) {
 std::vector<SceneEntry> Frame::takeApart(const std::string& name, Grouping grouping, Progress& progress,
                                          const TakeMesh& take) const {
   const FaceSets sets = groupFaces(mModel, grouping);
-  MeshMaker maker(mModel);
+  MeshMaker maker(mModel, mCenter, mScale);
   std::vector<SceneEntry> entries;
   entries.reserve(sets.size());
   for (std::size_t set = 0; set < sets.size(); ++set) {
@@ -88,8 +84,8 @@ std::vector<SceneEntry> Frame::takeApart(const std::string& name, Grouping group
     const util::Mesh mesh = maker.make(sets.faces(set));
     Box box;
     for (std::size_t i = 0; i < maker.coordinates().size(); i += 3) box.extend(maker.coordinates().data() + i);
-    entry.mMin = toScene(box.mMin);
-    entry.mMax = toScene(box.mMax);
+    entry.mMin = box.mMin;
+    entry.mMax = box.mMax;
     try {
       take(entry, mesh, maker.coordinates());
     } catch (const std::bad_alloc&) {

@@ -23,6 +23,9 @@ struct SceneEntry {
   Vector mMin, mMax;  ///< box around it, in the scene
 };
 
+/// Places meshes where their coordinates say; column-major.
+inline constexpr std::array<double, 16> kInPlace{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+
 /// Rounded to floats.
 std::array<float, 3> narrowed(const Vector& v);
 
@@ -52,20 +55,18 @@ class Frame {
   double scale() const { return mScale; }
   /// Of the box around all faces, in the scene.
   const Vector& halfSize() const { return mHalfSize; }
-  /// Places meshes of the model in the scene; column-major.
-  std::array<double, 16> placement() const;
 
   const Model& model() const { return mModel; }
   /// Of the model, in the scene.
   Vector vertex(std::uint32_t index) const {
-    const float* const p = mModel.mVertices.data() + std::size_t{3} * index;
+    const double* const p = mModel.mVertices.data() + std::size_t{3} * index;
     return toScene({p[0], p[1], p[2]});
   }
 
   /// @param direction  of unit length, as all here in the scene's coordinates
   static FloatRay rayOf(const Vector& origin, const Vector& direction);
 
-  /// Called with an entry, its mesh and x, y, z of the mesh's vertices.
+  /// Called with an entry, its mesh in the scene, and x, y, z of the mesh's vertices.
   using TakeMesh = std::function<void(const SceneEntry&, const util::Mesh&, std::span<const float>)>;
 
   /// Calls `take` for each entry and returns all entries.

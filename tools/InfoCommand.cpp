@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <tools/DefectProbe.h>
 #include <tools/ModelReader.h>
 #include <tools/Progress.h>
 
@@ -31,6 +30,7 @@ constexpr Defect kDefects[] = {
     {"faces that repeat another face", "doubleFaces", &MeshFacts::mDoubleFaces},
     {"vertices at the same position", "duplicateVertices", &MeshFacts::mDuplicateVertices},
     {"  or within 0.0001 diagonals", "nearlyDuplicateVertices", &MeshFacts::mNearlyDuplicateVertices},
+    {"holes that are none", "badHoles", &MeshFacts::mBadHoles},
     {"vertices that no face uses", "unusedVertices", &MeshFacts::mUnusedVertices},
 };
 
@@ -64,7 +64,7 @@ std::string histogramText(const MeshFacts& facts) {
   return text;
 }
 
-std::string vectorText(const std::array<float, 3>& v) { return fmt::format("({}, {}, {})", v[0], v[1], v[2]); }
+std::string vectorText(const std::array<double, 3>& v) { return fmt::format("({}, {}, {})", v[0], v[1], v[2]); }
 
 }  // namespace
 
@@ -83,6 +83,8 @@ std::string formatFacts(const std::string& name, const Model& model, const MeshF
   table.wide("corners per face", histogramText(facts));
   table.wide("bounding box", vectorText(facts.mMin) + " to " + vectorText(facts.mMax));
   table.wide("  diagonal", fmt::format("{:.6g}", facts.mDiagonal));
+  table.wide("area", fmt::format("{:.6g}", facts.mArea));
+  table.wide("volume", facts.mIsSolid ? fmt::format("{:.6g}", facts.mVolume) : "-");
   if (!facts.mFacesByMaterial.empty()) table.head("faces by material");
   for (std::size_t i = 0; i < facts.mFacesByMaterial.size(); ++i) {
     if (i == kMaterialsShown && facts.mFacesByMaterial.size() > kMaterialsShown + 1) {
@@ -115,6 +117,8 @@ std::string formatFactsAsJson(const std::string& name, const Model& model, const
       {"textureCoordinates", model.mTexCoords.size() / 2},
       {"facesByCorners", corners},
       {"boundingBox", {{"min", facts.mMin}, {"max", facts.mMax}, {"diagonal", facts.mDiagonal}}},
+      {"area", facts.mArea},
+      {"volume", facts.mIsSolid ? ordered_json(facts.mVolume) : ordered_json()},
       {"materials", materials},
       {"materialRuns", facts.mMaterialRuns},
       {"facesWithHoles", facts.mHoleGroups},
@@ -132,8 +136,7 @@ void runInfo(const InfoOptions& options) {
     progress.setStage("reading " + options.mModel);
     const Model model = readModel(options.mModel);
     progress.setStage("examining " + options.mModel);
-    MeshFacts facts = gatherFacts(model);
-    probeDefects(model, facts);
+    const MeshFacts facts = gatherFacts(model, options.mModel);
     text = options.mJson ? formatFactsAsJson(options.mModel, model, facts) : formatFacts(options.mModel, model, facts);
   }
   std::fwrite(text.data(), 1, text.size(), stdout);

@@ -9,9 +9,9 @@ Vector widened(const std::array<float, 3>& p) { return {p[0], p[1], p[2]}; }
 
 }  // namespace
 
-void IntersectorHost::add(const util::Mesh& mesh, const std::array<double, 16>& placement) {
+void IntersectorHost::add(const util::Mesh& mesh) {
   const std::size_t handle = mIntersector->createHandle();
-  mIntersector->addEntry(handle, mesh, placement.data(), mTriangulator);
+  mIntersector->addEntry(handle, mesh, kInPlace.data(), mTriangulator);
   mHandles.push_back(handle);
 }
 

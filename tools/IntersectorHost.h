@@ -31,9 +31,8 @@ struct ObjectHit {
 /// They have no boxes: a volume deep inside a box would find nothing.
 class IntersectorHost {
  public:
-  /// @param placement  places the mesh in the scene, column-major
   /// @throws std::runtime_error where a face cannot be triangulated
-  void add(const util::Mesh& mesh, const std::array<double, 16>& placement);
+  void add(const util::Mesh& mesh);
 
   /// Whether an object covers only set cells. The mask shows the whole view of the matrix.
   bool isOnMask(std::size_t object, const std::array<float, 16>& matrix, const Mask& mask) const;

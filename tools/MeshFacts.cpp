@@ -4,7 +4,14 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <numeric>
+#include <set>
 #include <span>
+
+#include <facetbox/check.h>
+#include <facetbox/clean.h>
+#include <tools/ObjectMeshes.h>
+#include <tools/Vector.h>
 
 namespace tool {
 namespace {
@@ -13,91 +20,74 @@ using Corners = std::span<const std::uint32_t>;
 
 void measureBox(const Model& model, MeshFacts& facts) {
   if (model.mVertices.empty()) return;
-  facts.mMin.fill(std::numeric_limits<float>::max());
-  facts.mMax.fill(std::numeric_limits<float>::lowest());
+  facts.mMin.fill(std::numeric_limits<double>::max());
+  facts.mMax.fill(std::numeric_limits<double>::lowest());
   for (std::size_t i = 0; i < model.mVertices.size(); ++i) {
     facts.mMin[i % 3] = std::min(facts.mMin[i % 3], model.mVertices[i]);
     facts.mMax[i % 3] = std::max(facts.mMax[i % 3], model.mVertices[i]);
   }
-  double diagonalSq = 0;
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    const double size = double{facts.mMax[axis]} - double{facts.mMin[axis]};
-    diagonalSq += size * size;
-  }
-  facts.mDiagonal = std::sqrt(diagonalSq);
+  const auto size = [&](std::size_t axis) { return facts.mMax[axis] - facts.mMin[axis]; };
+  facts.mDiagonal = std::hypot(size(0), size(1), size(2));
 }
 
-bool samePosition(const Model& model, std::uint32_t a, std::uint32_t b) {
-  return std::equal(&model.mVertices[std::size_t{3} * a], &model.mVertices[std::size_t{3} * a] + 3,
-                    &model.mVertices[std::size_t{3} * b]);
-}
-
-// Half the length of the area vector, taken relative to the first corner.
-double areaOf(const Model& model, Corners corners) {
-  const float* origin = &model.mVertices[std::size_t{3} * corners[0]];
+// Twice its area vector is exactly nothing, relative to the first corner.
+bool hasNoArea(const facetbox::PolyMesh& mesh, Corners corners) {
+  const double* const origin = &mesh.points[std::size_t{3} * corners[0]];
   const auto edgeTo = [&](std::uint32_t vertex) {
-    const float* p = &model.mVertices[std::size_t{3} * vertex];
-    return std::array<double, 3>{double{p[0]} - origin[0], double{p[1]} - origin[1], double{p[2]} - origin[2]};
+    const double* const p = &mesh.points[std::size_t{3} * vertex];
+    return Vector{p[0] - origin[0], p[1] - origin[1], p[2] - origin[2]};
   };
-  std::array<double, 3> sum = {};
-  std::array<double, 3> a = edgeTo(corners[1]);
-  for (std::size_t i = 2; i < corners.size(); ++i) {
-    const std::array<double, 3> b = edgeTo(corners[i]);
-    sum[0] += a[1] * b[2] - a[2] * b[1];
-    sum[1] += a[2] * b[0] - a[0] * b[2];
-    sum[2] += a[0] * b[1] - a[1] * b[0];
-    a = b;
-  }
-  return 0.5 * std::sqrt(sum[0] * sum[0] + sum[1] * sum[1] + sum[2] * sum[2]);
+  Vector sum;
+  for (std::size_t i = 2; i < corners.size(); ++i) sum = sum + cross(edgeTo(corners[i - 1]), edgeTo(corners[i]));
+  return sum.x == 0 && sum.y == 0 && sum.z == 0;
 }
 
-struct EdgeUse {
-  std::uint64_t mKey;  // both vertices, the smaller one high
-  bool mIsForward;     // from the smaller to the larger
-  bool operator<(const EdgeUse& other) const { return mKey < other.mKey; }
-};
-
-void countEdges(const Model& model, std::vector<EdgeUse>& uses, MeshFacts& facts) {
-  std::sort(uses.begin(), uses.end());
-  for (auto first = uses.begin(); first != uses.end();) {
-    const auto end = std::find_if(first, uses.end(), [&](const EdgeUse& use) { return use.mKey != first->mKey; });
-    const auto count = end - first;
-    const auto a = static_cast<std::uint32_t>(first->mKey >> 32), b = static_cast<std::uint32_t>(first->mKey);
-    if (samePosition(model, a, b)) ++facts.mZeroLengthEdges;
-    // Faces cannot share an edge from a vertex to itself.
-    if (a != b && count == 1) ++facts.mBorderEdges;
-    if (a != b && count > 2) ++facts.mOverusedEdges;
-    if (a != b && count == 2 && first->mIsForward == (first + 1)->mIsForward) ++facts.mSameDirectionEdges;
-    first = end;
-  }
+// Number of vertices that a weld removes when no face can prevent it: every vertex gets a triangle of its own, with
+// two points far outside the box.
+std::size_t countDuplicates(const facetbox::PolyMesh& mesh, const MeshFacts& facts, double tolerance) {
+  const auto vertexCount = static_cast<std::uint32_t>(mesh.points.size() / 3);
+  facetbox::PolyMesh probe{.points = mesh.points, .counts = std::vector<std::uint32_t>(vertexCount, 3)};
+  const double away = 4 * facts.mDiagonal + 1;
+  for (const double side : {1.0, -1.0})
+    for (std::size_t axis = 0; axis < 3; ++axis)
+      probe.points.push_back(facts.mMax[axis] + away * (axis == 0 ? 1.0 : axis == 1 ? side : 0.5));
+  for (std::uint32_t v = 0; v < vertexCount; ++v)
+    probe.indices.insert(probe.indices.end(), {v, vertexCount, vertexCount + 1});
+  const facetbox::Step weld = facetbox::MergeVertices{tolerance};
+  return vertexCount + 2 - facetbox::clean(probe, {&weld, 1}).mesh.points.size() / 3;
 }
 
-void countFaces(const Model& model, MeshFacts& facts) {
-  std::vector<bool> isUsed(model.vertexCount());
-  std::vector<EdgeUse> uses;
-  uses.reserve(model.mIndices.size());
-  std::vector<std::uint32_t> scratch;
-  std::size_t corner = 0;
-  for (const std::uint32_t count : model.mCounts) {
-    const Corners corners = Corners(model.mIndices).subspan(corner, count);
-    corner += count;
-    ++facts.mFacesByCorners[count];
-    for (const std::uint32_t vertex : corners) isUsed[vertex] = true;
-    if (count < 3) {
-      ++facts.mIllegalFaces;
-      continue;
-    }
-    const double area = areaOf(model, corners);
-    if (area == 0) ++facts.mZeroAreaFaces;
-    if (area <= 1e-12 * facts.mDiagonal * facts.mDiagonal) ++facts.mNearlyZeroAreaFaces;
-    if (repeatsVertex(corners, scratch)) ++facts.mRepeatingFaces;
-    for (std::size_t i = 0; i < corners.size(); ++i) {
-      const std::uint32_t a = corners[i], b = corners[i + 1 < corners.size() ? i + 1 : 0];
-      uses.push_back({std::uint64_t{std::min(a, b)} << 32 | std::max(a, b), a < b});
-    }
+void addObject(const facetbox::PolyMesh& mesh, MeshFacts& facts) {
+  facetbox::CheckOptions options;
+  options.zeroFaceArea = 1e-12 * facts.mDiagonal * facts.mDiagonal;
+  options.tCorners = false;
+  const facetbox::Defects defects = facetbox::check(mesh, options);
+  facts.mRepeatingFaces += defects.repeatedCorners.size();
+  facts.mNearlyZeroAreaFaces += defects.zeroFaces.size();
+  facts.mBorderEdges += defects.openEdges.size();
+  facts.mOverusedEdges += defects.overusedEdges.size();
+  facts.mSameDirectionEdges += defects.sameDirectionEdges.size();
+  facts.mUnusedVertices += defects.unusedVertices.size();
+  facts.mDuplicateVertices += defects.sameVertices.size();
+  facts.mNearlyDuplicateVertices += countDuplicates(mesh, facts, kNearlySame * facts.mDiagonal);
+  facts.mDoubleFaces += defects.doubleFaces.size();
+  facts.mBadHoles += defects.droppedHoles.size();
+  facts.mArea += defects.area;
+  facts.mVolume += defects.volume;
+  facts.mIsSolid = facts.mIsSolid && defects.isClosed && defects.isOriented;
+
+  std::vector<std::size_t> firstCorners(mesh.counts.size());
+  std::exclusive_scan(mesh.counts.begin(), mesh.counts.end(), firstCorners.begin(), std::size_t{0});
+  const auto cornersOf = [&](std::uint32_t face) {
+    return Corners(mesh.indices).subspan(firstCorners[face], mesh.counts[face]);
+  };
+  for (const std::uint32_t face : defects.zeroFaces) facts.mZeroAreaFaces += hasNoArea(mesh, cornersOf(face));
+  std::set<std::pair<std::uint32_t, std::uint32_t>> zeroEdges;
+  for (const auto& [face, corner] : defects.zeroEdges) {
+    const Corners corners = cornersOf(face);
+    zeroEdges.insert(std::minmax(corners[corner], corners[(corner + 1) % corners.size()]));
   }
-  facts.mUnusedVertices = static_cast<std::size_t>(std::count(isUsed.begin(), isUsed.end(), false));
-  countEdges(model, uses, facts);
+  facts.mZeroLengthEdges += zeroEdges.size();
 }
 
 void countMaterials(const Model& model, MeshFacts& facts) {
@@ -124,22 +114,21 @@ void countHoles(const Model& model, MeshFacts& facts) {
 
 }  // namespace
 
-bool repeatsVertex(Corners corners, std::vector<std::uint32_t>& scratch) {
-  scratch.assign(corners.begin(), corners.end());
-  std::sort(scratch.begin(), scratch.end());
-  return std::adjacent_find(scratch.begin(), scratch.end()) != scratch.end();
-}
-
 double boundingBoxDiagonal(const Model& model) {
   MeshFacts facts;
   measureBox(model, facts);
   return facts.mDiagonal;
 }
 
-MeshFacts gatherFacts(const Model& model) {
+MeshFacts gatherFacts(const Model& model, const std::string& name) {
   MeshFacts facts;
   measureBox(model, facts);
-  countFaces(model, facts);
+  for (const std::uint32_t count : model.mCounts) {
+    ++facts.mFacesByCorners[count];
+    if (count < 3) ++facts.mIllegalFaces;
+  }
+  const ObjectMeshes objects(model, name);
+  for (std::size_t object = 0; object < objects.size(); ++object) addObject(objects.make(object), facts);
   countMaterials(model, facts);
   countHoles(model, facts);
   return facts;

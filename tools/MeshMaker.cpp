@@ -97,8 +97,10 @@ FaceSets groupFaces(const Model& model, Grouping grouping) {
   return sets;
 }
 
-MeshMaker::MeshMaker(const Model& model)
+MeshMaker::MeshMaker(const Model& model, const Vector& center, double scale)
     : mModel(model),
+      mCenter(center),
+      mScale(scale),
       mFirstCorners(model.faceCount()),
       mHolesOf(listHoles(model)),
       mLocalVertices(model.vertexCount(), kNone) {
@@ -108,7 +110,7 @@ MeshMaker::MeshMaker(const Model& model)
 util::Mesh MeshMaker::make(std::span<const std::uint32_t> faces) {
   mIndices.clear();
   mHoles.clear();
-  mCorners.clear();
+  mVertices.clear();
   mCounts.clear();
   mCoordinates.clear();
   for (const std::uint32_t face : faces) {
@@ -117,15 +119,16 @@ util::Mesh MeshMaker::make(std::span<const std::uint32_t> faces) {
     for (std::size_t corner = begin; corner < begin + mModel.mCounts[face]; ++corner) {
       const std::uint32_t vertex = mModel.mIndices[corner];
       if (mLocalVertices[vertex] == kNone) {
-        mLocalVertices[vertex] = static_cast<std::uint32_t>(mCorners.size());
-        mCorners.push_back(static_cast<std::uint32_t>(corner));
-        const float* const p = mModel.mVertices.data() + std::size_t{3} * vertex;
-        mCoordinates.insert(mCoordinates.end(), p, p + 3);
+        mLocalVertices[vertex] = static_cast<std::uint32_t>(mVertices.size());
+        mVertices.push_back(vertex);
+        const double* const p = mModel.mVertices.data() + std::size_t{3} * vertex;
+        const Vector q = (Vector{p[0], p[1], p[2]} - mCenter) * mScale;
+        for (const double c : {q.x, q.y, q.z}) mCoordinates.push_back(static_cast<float>(c));
       }
       mIndices.push_back(mLocalVertices[vertex]);
     }
   }
-  for (const std::uint32_t corner : mCorners) mLocalVertices[mModel.mIndices[corner]] = kNone;
+  for (const std::uint32_t vertex : mVertices) mLocalVertices[vertex] = kNone;
 
   const auto numberInSet = [&](std::uint32_t face) {
     return static_cast<std::uint32_t>(std::lower_bound(faces.begin(), faces.end(), face) - faces.begin());

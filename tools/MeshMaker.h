@@ -9,6 +9,7 @@
 
 #include <facetbox/util/Mesh.h>
 #include <tools/Model.h>
+#include <tools/Vector.h>
 
 namespace tool {
 
@@ -37,25 +38,25 @@ std::vector<Label> labelsOf(const Model& model);
 /// Makes meshes for the library from sets of a model's faces, with their holes.
 class MeshMaker {
  public:
-  /// The model must not change or go away.
-  explicit MeshMaker(const Model& model);
+  /// Meshes have the model's coordinates minus `center`, times `scale`, as floats.
+  /// @param model  must not change or go away
+  MeshMaker(const Model& model, const Vector& center, double scale);
 
   /// @param faces  a set of groupFaces(). O(corners of the set).
   util::Mesh make(std::span<const std::uint32_t> faces);
 
-  /// For the mesh made last: corners()[v] is the first corner of the model with vertex v.
-  std::span<const std::uint32_t> corners() const { return mCorners; }
   /// For the mesh made last: x, y, z per vertex.
   std::span<const float> coordinates() const { return mCoordinates; }
-  /// A face's first corner.
-  std::size_t firstCorner(std::uint32_t face) const { return mFirstCorners[face]; }
 
  private:
   const Model& mModel;
+  const Vector mCenter;
+  const double mScale;
   std::vector<std::size_t> mFirstCorners;
   std::vector<std::pair<std::uint32_t, std::uint32_t>> mHolesOf;  // outer face and hole face, ascending
   std::vector<std::uint32_t> mLocalVertices;  // per vertex of the model, kept unmapped between calls
-  std::vector<std::uint32_t> mIndices, mHoles, mCorners;
+  std::vector<std::uint32_t> mIndices, mHoles,
+      mVertices;  // of the mesh made last, vertices by their numbers in the model
   std::vector<std::int32_t> mCounts;
   std::vector<float> mCoordinates;
 };

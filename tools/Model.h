@@ -39,8 +39,8 @@ struct ObjectStart {
 
 /// A polygon model in memory: one pool of vertices and faces. Objects and runs are given by their first faces.
 struct Model {
-  std::vector<float> mVertices;            ///< x, y, z per vertex
-  std::vector<float> mTexCoords;           ///< u, v per pair
+  std::vector<double> mVertices;           ///< x, y, z per vertex
+  std::vector<double> mTexCoords;          ///< u, v per pair
   std::vector<std::uint32_t> mCounts;      ///< corners per face
   std::vector<std::uint32_t> mIndices;     ///< vertex per corner, face after face
   std::vector<std::uint32_t> mTexIndices;  ///< pair per corner, or kNoTexCoord on all corners of a face; may be empty

@@ -192,17 +192,17 @@ class Parser {
     return found->second;
   }
 
-  // Beyond the range of float: too small becomes zero, too large is an error of the caller.
-  float outOfRangeNumber() const {
+  // Beyond the range of double: too small becomes zero, too large is an error of the caller.
+  double outOfRangeNumber() const {
     const std::string text(peekToken());
-    return static_cast<float>(std::strtod(text.c_str(), nullptr));
+    return std::strtod(text.c_str(), nullptr);
   }
 
-  float parseNumber(const char* what) {
+  double parseNumber(const char* what) {
     if (atStatementEnd()) fail(fmt::format("{} has too few numbers; add the missing ones", what));
     const char* start = mAt;
     if (*start == '+' && start + 1 < mEnd && start[1] != '-') ++start;
-    float value = 0;
+    double value = 0;
     const auto [next, error] = std::from_chars(start, mEnd, value);
     if (error == std::errc::invalid_argument || !isTokenEnd(next))
       fail(fmt::format("{} is not a number; correct it", quotedToken()));
@@ -231,9 +231,9 @@ class Parser {
   }
 
   void parseTexCoord() {
-    const float u = parseNumber("a texture coordinate");
+    const double u = parseNumber("a texture coordinate");
     // One number is a coordinate along a line.
-    const float v = atStatementEnd() ? 0.0F : parseNumber("a texture coordinate");
+    const double v = atStatementEnd() ? 0.0 : parseNumber("a texture coordinate");
     mModel.mTexCoords.insert(mModel.mTexCoords.end(), {u, v});
   }
 
@@ -382,7 +382,7 @@ class Writer {
     mText.push_back('\n');
   }
 
-  void rows(std::string_view keyword, const std::vector<float>& values, std::size_t width, std::size_t begin,
+  void rows(std::string_view keyword, const std::vector<double>& values, std::size_t width, std::size_t begin,
             std::size_t end) {
     for (std::size_t row = begin; row < end; ++row) {
       mText.append(keyword);

@@ -23,7 +23,7 @@ namespace tool {
 ///   out of range, faces without corners, malformed hole lines; "name: ..." when there is no face at all
 Model parseObj(std::string_view text, const std::string& name);
 
-/// The model as OBJ text, numbers in the shortest form that reads back as the same float.
+/// The model as OBJ text, numbers in the shortest form that reads back as the same double.
 /// Objects are written one after the other. Each has the vertices from its first one up to the next object's first.
 std::string formatObj(const Model& model);
 

@@ -36,10 +36,9 @@ std::string lineOf(const SceneEntry& entry) { return fmt::format("{:>6}  {}\n", 
 class Questions {
  public:
   Questions(const QueryOptions& options, const Frame& frame, Progress& progress) : mOptions(options), mFrame(frame) {
-    const std::array<double, 16> placement = frame.placement();
-    mEntries = frame.takeApart(
-        options.mModel, options.mGrouping, progress,
-        [&](const SceneEntry&, const util::Mesh& mesh, std::span<const float>) { mHost.add(mesh, placement); });
+    mEntries =
+        frame.takeApart(options.mModel, options.mGrouping, progress,
+                        [&](const SceneEntry&, const util::Mesh& mesh, std::span<const float>) { mHost.add(mesh); });
   }
 
   /// @param ask  returns the answer for the object of an index in the host
@@ -133,10 +132,9 @@ class Questions {
 };
 
 void paint(const QueryOptions& options, const Frame& frame, Progress& progress, CellPainter& painter) {
-  const std::array<double, 16> placement = frame.placement();
   frame.takeApart(options.mModel, options.mGrouping, progress,
                   [&](const SceneEntry&, const util::Mesh& mesh, std::span<const float> coordinates) {
-                    painter.add(mesh, coordinates, placement);
+                    painter.add(mesh, coordinates);
                   });
 }
 

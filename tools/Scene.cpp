@@ -8,11 +8,10 @@
 namespace tool {
 
 Scene::Scene(const Model& model, const std::string& name, Grouping grouping, Progress& progress) : Frame(model) {
-  const std::array<double, 16> matrix = placement();
   // The picker keeps the triangles, not the mesh.
   mEntries =
       takeApart(name, grouping, progress, [&](const SceneEntry& entry, const util::Mesh& mesh, std::span<const float>) {
-        mPicker->addEntry(mHandle, entry.mId, {&mesh}, matrix.data());
+        mPicker->addEntry(mHandle, entry.mId, {&mesh}, kInPlace.data());
       });
   mPicker->applyPendingCommands();
 }

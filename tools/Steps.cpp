@@ -3,84 +3,120 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <numbers>
+#include <cstddef>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include <tools/Errors.h>
 
 namespace tool {
+namespace {
 
-std::string describe(const Step& step) {
-  switch (step.mKind) {
-    case StepKind::mergeVertices:
-      return fmt::format("--merge-vertices {}", step.mValue);
-    case StepKind::removeColinear:
-      return fmt::format("--remove-colinear {:.4g}", step.mValue);
-    case StepKind::removeCoplanar:
-      return fmt::format("--remove-coplanar {:.4g}", step.mValue);
-    case StepKind::removeDouble:
-      return "--remove-double";
-    case StepKind::removeZeroArea:
-      return fmt::format("--remove-zero-area {:.6g}", step.mValue);
-    case StepKind::removeZeroEdges:
-      return fmt::format("--remove-zero-edges {}", step.mValue);
-    case StepKind::conformNormals:
-      return "--conform-normals";
+using namespace facetbox;
+
+struct Describe {
+  std::string operator()(const MergeVertices& step) const { return fmt::format("--merge-vertices {}", step.tolerance); }
+  std::string operator()(const RemoveZeroEdges& step) const {
+    return fmt::format("--remove-zero-edges {}", step.threshold);
   }
-  return {};
+  std::string operator()(const RemoveZeroFaces& step) const {
+    return fmt::format("--remove-zero-area {:.6g}", step.threshold);
+  }
+  std::string operator()(const RemoveDoubleFaces&) const { return "--remove-double"; }
+  std::string operator()(const ConformNormals&) const { return "--conform-normals"; }
+  std::string operator()(const MergeCoplanar& step) const {
+    return fmt::format("--remove-coplanar {:.4g}", step.degrees);
+  }
+  std::string operator()(const RemoveColinear& step) const {
+    return fmt::format("--remove-colinear {:.4g}", step.degrees);
+  }
+};
+
+/// Calls `read` for each switch of a step, with what it is stored in.
+template <class Read>
+void forEachSwitch(Step& step, Read read) {
+  using Switch = StepList::Switch;
+  if (auto* const merge = std::get_if<MergeCoplanar>(&step)) merge->compareAttributes = read(Switch::compareAttributes);
+  if (auto* const remove = std::get_if<RemoveDoubleFaces>(&step))
+    remove->compareAttributes = read(Switch::compareAttributes);
+  if (auto* const remove = std::get_if<RemoveColinear>(&step))
+    remove->keepTextureMapping = read(Switch::keepTextureMapping);
 }
 
-std::vector<Step> presetSteps(const StepRequest& request, double diagonal) {
-  const double length = request.mStep.mValue;
-  const double radians = diagonal > 0 ? std::atan(10 * length / diagonal) : 0;
-  const auto angle = static_cast<float>(std::clamp(radians * 180 / std::numbers::pi, 0.01, 1.0));
-  constexpr double kShortestForCollapse = 0.001;
+}  // namespace
 
-  std::vector<Step> steps = {{StepKind::mergeVertices, request.mStep.mValue}};
-  if (length >= kShortestForCollapse) steps.push_back({StepKind::removeZeroEdges, request.mStep.mValue});
-  steps.push_back({StepKind::removeZeroArea, static_cast<float>(length * length)});
-  steps.push_back({StepKind::removeDouble, 0, request.mCompareAttributes});
-  steps.push_back({StepKind::conformNormals});
-  steps.push_back({StepKind::removeCoplanar, angle, request.mCompareAttributes});
-  steps.push_back({StepKind::removeColinear, angle, request.mKeepTextureMapping});
-  return steps;
-}
+std::string describe(const Step& step) { return std::visit(Describe{}, step); }
 
-RecordPtr runStep(const Step& step, const Cleanup::MeshData& record) {
-  const auto call = [&] {
-    switch (step.mKind) {
-      case StepKind::mergeVertices:
-        return Cleanup::mergeVertices(step.mValue, record);
-      case StepKind::removeColinear:
-        return Cleanup::removeVerticesColinear(step.mValue, step.mFlag, record);
-      case StepKind::removeCoplanar:
-        return Cleanup::removeEdgesCoplanar(step.mValue, step.mFlag, record);
-      case StepKind::removeDouble:
-        return Cleanup::removeFacesDouble(step.mFlag, record);
-      case StepKind::removeZeroArea:
-        return Cleanup::removeFacesZero(step.mValue, record);
-      case StepKind::removeZeroEdges:
-        return Cleanup::removeEdgesZero(step.mValue, record);
-      case StepKind::conformNormals:
-        break;
-    }
-    return Cleanup::conformNormals(record);
+StepPlan planOf(const std::vector<StepRequest>& requests, double diagonal) {
+  StepPlan plan;
+  const auto add = [&plan](const Step& step, bool isRepeated) {
+    plan.mSteps.push_back(step);
+    plan.mIsRepeated.push_back(isRepeated);
   };
-  return RecordPtr(call());
+  for (const StepRequest& request : requests) {
+    if (const auto* const step = std::get_if<Step>(&request)) {
+      add(*step, false);
+      continue;
+    }
+    const Preset& preset = std::get<Preset>(request);
+    const auto begin = static_cast<std::ptrdiff_t>(plan.mSteps.size());
+    for (Step step : allSteps(preset.mLength, diagonal)) {
+      forEachSwitch(step, [&](StepList::Switch which) {
+        return which == StepList::Switch::compareAttributes ? preset.mCompareAttributes : preset.mKeepTextureMapping;
+      });
+      add(step, std::find(plan.mSteps.begin() + begin, plan.mSteps.end(), step) != plan.mSteps.end());
+    }
+  }
+  return plan;
 }
 
-float parseTolerance(const std::string& text, const std::string& option, float largest) {
+double parseTolerance(const std::string& text, const std::string& option, double largest) {
   const char* const end = text.data() + text.size();
   const char* const start = text.size() > 1 && text[0] == '+' && text[1] != '-' ? text.data() + 1 : text.data();
-  float value = 0;
+  double value = 0;
   const auto [next, error] = std::from_chars(start, end, value);
   // Not "value < 0 || value > largest": that would let NaN pass.
   if (error != std::errc() || next != end || !(value >= 0 && value <= largest))
-    throw InputError(std::isfinite(largest) && largest < 1e6F
-                         ? fmt::format("{}: '{}' is not a number from 0 to {}", option, text, largest)
-                         : fmt::format("{}: '{}' is not a finite number of 0 or more", option, text));
+    throw InputError(largest < 1e6 ? fmt::format("{}: '{}' is not a number from 0 to {}", option, text, largest)
+                                   : fmt::format("{}: '{}' is not a finite number of 0 or more", option, text));
   return value;
+}
+
+void StepList::add(Step step) {
+  forEachSwitch(step, [this](Switch which) { return read(which); });
+  mRequests.emplace_back(step);
+}
+
+void StepList::addPreset(double length) {
+  mRequests.emplace_back(Preset{length, read(Switch::compareAttributes), read(Switch::keepTextureMapping)});
+}
+
+void StepList::set(Switch which, bool value, const std::string& name) {
+  State& state = mStates[static_cast<int>(which)];
+  requireUsed(which, state);
+  state = {value, name};
+}
+
+std::vector<StepRequest> StepList::finish() const {
+  for (const Switch which : {Switch::compareAttributes, Switch::keepTextureMapping})
+    requireUsed(which, mStates[static_cast<int>(which)]);
+  return mRequests;
+}
+
+bool StepList::read(Switch which) {
+  State& state = mStates[static_cast<int>(which)];
+  state.mUnused.clear();
+  return state.mValue;
+}
+
+void StepList::requireUsed(Switch which, const State& state) {
+  if (state.mUnused.empty()) return;
+  throw InputError(fmt::format(
+      "{}: has no effect here: a switch affects the steps after it, up to the next such switch; put it before {}",
+      state.mUnused,
+      which == Switch::compareAttributes ? "--remove-double, --remove-coplanar or --all"
+                                         : "--remove-colinear or --all"));
 }
 
 }  // namespace tool

@@ -1,15 +1,21 @@
 #pragma once
 
-#include <tools/Model.h>
+#include <cstddef>
+#include <vector>
+
+#include <facetbox/PolyMesh.h>
+#include <facetbox/triangulate.h>
 
 namespace tool {
 
-/// The model in triangles, without holes. The triangles of a face take its place, in its object and with its label.
-/// Hole faces and faces with fewer than three corners are dropped.
-///
-/// Corners keep their texture coordinates. Where contours cross, a triangle may have a corner at a new vertex, added
-/// after the object's own vertices; such a triangle has no texture coordinates. Triangular faces stay as they are.
-/// @throws RunError that names the face, where one cannot be triangulated
-Model triangulated(const Model& model, const std::string& name);
+/// A mesh in triangles, without holes.
+struct Triangles {
+  facetbox::PolyMesh mMesh;                     ///< all vertices of the polygons, then the made points
+  std::vector<facetbox::SkippedFace> mSkipped;  ///< the polygons without triangles
+  std::size_t mMadePoints = 0;
+};
+
+/// Cuts a mesh into triangles; they have the labels and texture coordinates of their faces.
+Triangles trianglesOf(const facetbox::PolyMesh& mesh);
 
 }  // namespace tool

@@ -31,23 +31,25 @@ using tool::PickOptions;
 using tool::QueryOptions;
 using tool::RenderOptions;
 using tool::SelectOptions;
-using tool::Step;
-using tool::StepKind;
-using tool::StepRequest;
+using tool::StepList;
 using tool::ViewOptions;
 
-constexpr float kAnyLength = std::numeric_limits<float>::max();
-constexpr float kLargestAngle = 180;
+constexpr double kAnyLength = std::numeric_limits<double>::max();
+constexpr double kLargestAngle = 180;
 
 constexpr const char* kCleanFooter =
     R"(Steps run in the order given; a step may be given several times. Lengths and areas are in the units of the
-model. A switch affects the steps after it.
+model. A switch affects the steps after it, up to the next such switch; one without such a step is an error.
 
---all LENGTH stands for: --merge-vertices LENGTH, --remove-zero-edges LENGTH (omitted if LENGTH is below
-0.001, because it also drops every face below 1e-6 square units), --remove-zero-area LENGTH^2,
---remove-double, --conform-normals, --remove-coplanar ANGLE, --remove-colinear ANGLE. ANGLE is the angle
-that moves the end of a line by LENGTH if the line is a tenth of the bounding-box diagonal long; it is at
-least 0.01 and at most 1 degree.
+--all LENGTH stands for: --merge-vertices LENGTH, --remove-zero-edges LENGTH, --remove-zero-area AREA,
+--remove-double, --conform-normals, --remove-coplanar ANGLE, --remove-colinear ANGLE, and the same again
+where there is more to do. AREA is 1e-12 of the squared bounding-box diagonal. ANGLE is the angle that moves
+the end of a line by LENGTH if the line is a tenth of the diagonal long; it is at least 0.01 and at most 1
+degree. Unlike the same steps one by one, it keeps faces without which a closed model would be open.
+
+The report shows what each step changes; '.' is nothing. Open edges have one face only. A volume is shown
+where all objects are closed and oriented. 'changes of input' is what was no face or no hole from the start.
+Notes tell what to look at. Face numbers count from 1 over the whole file.
 
 Groups ('g') mark faces, as materials do. They are kept and count as attributes.
 Holes are read from and written to comment lines '# facetbox:holes OUTER HOLE...'. The numbers are face
@@ -83,78 +85,72 @@ void addInfo(CLI::App& app, InfoOptions& options) {
   info->add_flag("--json", options.mJson, "Print JSON instead of a table");
 }
 
-// Collects the steps in the order of the command line; a switch affects the steps after it.
+// Collects the steps in the order of the command line.
 class StepCollector {
  public:
-  StepCollector(CLI::App& clean, CleanOptions& options) : mClean(clean), mOptions(options) {}
+  StepCollector(CLI::App& clean, StepList& steps) : mClean(clean), mSteps(steps) {}
 
   void addAll() {
-    addStep("--merge-vertices", "LENGTH", "Weld vertices that are up to LENGTH apart", StepKind::mergeVertices,
-            kAnyLength);
-    addStep("--remove-colinear", "DEGREES", "Remove corners that are straight within DEGREES", StepKind::removeColinear,
-            kLargestAngle);
-    addStep("--remove-coplanar", "DEGREES", "Merge adjacent faces whose planes differ by up to DEGREES",
-            StepKind::removeCoplanar, kLargestAngle);
-    addStep("--remove-double", "Remove faces that repeat another face", StepKind::removeDouble);
-    addStep("--remove-zero-area", "AREA", "Remove faces with an area below AREA", StepKind::removeZeroArea, kAnyLength);
-    addStep("--remove-zero-edges", "LENGTH", "Collapse edges shorter than LENGTH; drops faces below 1e-6 square units",
-            StepKind::removeZeroEdges, kAnyLength);
-    addStep("--conform-normals", "Orient adjacent faces alike and closed parts outward", StepKind::conformNormals);
-    addValue("--all", "LENGTH", "All steps in a sensible order, see below", kAnyLength, "Steps", [this](float length) {
-      add({true, {StepKind::mergeVertices, length}, mKeepTextureMapping, mCompareAttributes});
-    });
+    using namespace facetbox;
+    addStep("--merge-vertices", "LENGTH", "Weld vertices that are up to LENGTH apart", kAnyLength,
+            [](double length) { return MergeVertices{length}; });
+    addStep("--remove-colinear", "DEGREES", "Remove corners that are straight within DEGREES", kLargestAngle,
+            [](double degrees) { return RemoveColinear{degrees}; });
+    addStep("--remove-coplanar", "DEGREES", "Merge adjacent faces whose planes differ by up to DEGREES", kLargestAngle,
+            [](double degrees) { return MergeCoplanar{degrees}; });
+    addStep("--remove-double", "Remove faces that repeat another face", RemoveDoubleFaces{});
+    addStep("--remove-zero-area", "AREA", "Remove faces with an area below AREA", kAnyLength,
+            [](double area) { return RemoveZeroFaces{area}; });
+    addStep("--remove-zero-edges", "LENGTH", "Collapse edges shorter than LENGTH", kAnyLength,
+            [](double length) { return RemoveZeroEdges{length}; });
+    addStep("--conform-normals", "Orient adjacent faces alike and closed parts outward", ConformNormals{});
+    addValue("--all", "LENGTH", "All steps in a sensible order, see below", kAnyLength,
+             [this](double length) { mSteps.addPreset(length); });
+    using Switch = StepList::Switch;
     addSwitch("--keep-texture-mapping", "--remove-colinear keeps corners where the texture bends (default)",
-              mKeepTextureMapping, true);
-    addSwitch("--ignore-texture-mapping", "--remove-colinear compares positions only", mKeepTextureMapping, false);
+              Switch::keepTextureMapping, true);
+    addSwitch("--ignore-texture-mapping", "--remove-colinear compares positions only", Switch::keepTextureMapping,
+              false);
     addSwitch("--compare-attributes",
               "--remove-coplanar and --remove-double need equal material, group and texture (default)",
-              mCompareAttributes, true);
-    addSwitch("--ignore-attributes", "--remove-coplanar and --remove-double compare positions only", mCompareAttributes,
-              false);
+              Switch::compareAttributes, true);
+    addSwitch("--ignore-attributes", "--remove-coplanar and --remove-double compare positions only",
+              Switch::compareAttributes, false);
   }
 
  private:
-  void add(const StepRequest& request) { mOptions.mRequests.push_back(request); }
-
-  void addStep(StepKind kind, float value) {
-    const bool flag = kind == StepKind::removeColinear ? mKeepTextureMapping : mCompareAttributes;
-    add({false, Step{kind, value, flag}, mKeepTextureMapping, mCompareAttributes});
+  template <typename Make>
+  void addStep(const std::string& name, const std::string& unit, const std::string& help, double largest, Make make) {
+    addValue(name, unit, help, largest, [this, make](double value) { mSteps.add(make(value)); });
   }
 
-  void addStep(const std::string& name, const std::string& unit, const std::string& help, StepKind kind,
-               float largest) {
-    addValue(name, unit, help, largest, "Steps", [this, kind](float value) { addStep(kind, value); });
-  }
-
-  void addStep(const std::string& name, const std::string& help, StepKind kind) {
+  void addStep(const std::string& name, const std::string& help, const facetbox::Step& step) {
     mClean
         .add_flag_callback(
-            name, [this, kind] { addStep(kind, 0); }, help)
+            name, [this, step] { mSteps.add(step); }, help)
         ->trigger_on_parse()
         ->group("Steps");
   }
 
   template <typename Action>
-  void addValue(const std::string& name, const std::string& unit, const std::string& help, float largest,
-                const std::string& group, Action action) {
+  void addValue(const std::string& name, const std::string& unit, const std::string& help, double largest,
+                Action action) {
     const auto parse = [name, largest, action](const std::string& text) {
       action(tool::parseTolerance(text, name, largest));
     };
-    mClean.add_option_function<std::string>(name, parse, help)->type_name(unit)->trigger_on_parse()->group(group);
+    mClean.add_option_function<std::string>(name, parse, help)->type_name(unit)->trigger_on_parse()->group("Steps");
   }
 
-  void addSwitch(const std::string& name, const std::string& help, bool& target, bool value) {
+  void addSwitch(const std::string& name, const std::string& help, StepList::Switch which, bool value) {
     mClean
         .add_flag_callback(
-            name, [&target, value] { target = value; }, help)
+            name, [this, which, value, name] { mSteps.set(which, value, name); }, help)
         ->trigger_on_parse()
         ->group("Switches");
   }
 
   CLI::App& mClean;
-  CleanOptions& mOptions;
-  bool mKeepTextureMapping = true;
-  bool mCompareAttributes = true;
+  StepList& mSteps;
 };
 
 CLI::App* addClean(CLI::App& app, CleanOptions& options) {
@@ -315,8 +311,9 @@ int runProgram(int argc, char** argv) {
   SelectOptions selectOptions;
   QueryOptions queryOptions;
   addInfo(app, infoOptions);
-  StepCollector steps(*addClean(app, cleanOptions), cleanOptions);
-  steps.addAll();
+  StepList steps;
+  StepCollector collector(*addClean(app, cleanOptions), steps);
+  collector.addAll();
   std::array<int, 2> size{renderOptions.mSettings.mWidth, renderOptions.mSettings.mHeight};
   addRender(app, renderOptions, size);
   addPick(app, pickOptions);
@@ -330,7 +327,10 @@ int runProgram(int argc, char** argv) {
   renderOptions.mSettings.mWidth = size[0];
   renderOptions.mSettings.mHeight = size[1];
   if (app.got_subcommand("info")) tool::runInfo(infoOptions);
-  if (app.got_subcommand("clean")) tool::runClean(cleanOptions);
+  if (app.got_subcommand("clean")) {
+    cleanOptions.mRequests = steps.finish();
+    tool::runClean(cleanOptions);
+  }
   if (app.got_subcommand("render")) tool::runRender(renderOptions);
   if (app.got_subcommand("pick")) tool::runPick(pickOptions);
   if (app.got_subcommand("select")) tool::runSelect(selectOptions);

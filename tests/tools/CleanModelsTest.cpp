@@ -31,10 +31,10 @@ std::vector<NamedMesh> publicMeshes() {
     if (entry.path().extension() == ".mtl") continue;
     const tool::Model model = tool::readModel(entry.path().string());
     meshes.push_back({entry.path().filename().string(),
-                      {.points = {model.mVertices.begin(), model.mVertices.end()},
+                      {.points = model.mVertices,
                        .counts = model.mCounts,
                        .indices = model.mIndices,
-                       .texCoords = {model.mTexCoords.begin(), model.mTexCoords.end()},
+                       .texCoords = model.mTexCoords,
                        .texIndices = model.mTexIndices,
                        .holes = model.mHoles}});
   }

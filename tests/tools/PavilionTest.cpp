@@ -9,7 +9,7 @@
 namespace tool {
 namespace {
 
-using Corner = std::array<float, 5>;  // position and texture coordinates; -1, -1 for none
+using Corner = std::array<double, 5>;  // position and texture coordinates; -1, -1 for none
 
 struct Polygon {
   std::string mMaterial;
@@ -27,7 +27,7 @@ std::multiset<Polygon> polygonsOf(const Model& model) {
     polygons[face].mMaterial = model.mMaterials[static_cast<std::size_t>(model.mRuns[run].mLabel.mMaterial)];
     auto& corners = polygons[face].mCorners;
     for (const std::size_t end = corner + model.mCounts[face]; corner < end; ++corner) {
-      const float* p = &model.mVertices[std::size_t{3} * model.mIndices[corner]];
+      const double* p = &model.mVertices[std::size_t{3} * model.mIndices[corner]];
       const std::uint32_t pair = model.mTexIndices[corner];
       const bool textured = pair != kNoTexCoord;
       corners.push_back({p[0], p[1], p[2], textured ? model.mTexCoords[std::size_t{2} * pair] : -1,

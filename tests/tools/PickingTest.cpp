@@ -7,10 +7,8 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <tools/MeshMaker.h>
 #include <tools/Model.h>
 #include <tools/PngFile.h>
-#include <tools/Triangles.h>
 #include "ToolTestSupport.h"
 
 namespace tool {
@@ -160,23 +158,6 @@ TEST(Select, touchingAndInsideAreThoseOfASlowLookAtEachFace) {
   const std::string window = "select " + quoted(folder.write("w.obj", kWindow));
   EXPECT_EQ(runProgram(window).mOut, "     1  wall\n     2  behind\n");
   EXPECT_EQ(runProgram(window + " --by material --eye 9,9,9 --look-at 20,20,20").mOut, "nothing\n");
-}
-
-TEST(Triangulate, aCrossingBecomesAVertexOfItsObjectWithoutTextureCoordinates) {
-  const Model model = parseObj(
-      "vt 0 0\nvt 1 1\no a\nv 0 0 0\nv 3 3 0\nv 4 0 0\nv -2 2 0\nf 1/1 2/2 3/1 4/2\nf 1/1 2/2\no b\nv 0 0 5\nv 2 0 5\n"
-      "v 2 2 5\nv 0 2 5\nusemtl x\nf 5/1 6/2 7/1 8/2\nf 5/1 6/1 7/1\n",
-      "m");
-  const Model result = triangulated(model, "m");
-  ASSERT_THAT(result.mCounts, ElementsAre(3, 3, 3, 3, 3));
-  EXPECT_EQ(result.vertexCount(), 9U);
-  EXPECT_EQ(result.mObjects[1].mFirstVertex, 5U);
-  EXPECT_EQ(result.mObjects[1].mFirstFace, 2U);
-  EXPECT_FLOAT_EQ(result.mVertices[12], 1);
-  EXPECT_FLOAT_EQ(result.mVertices[13], 1);
-  for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(result.mTexIndices[i], kNoTexCoord);
-  for (std::size_t i = 6; i < 15; ++i) EXPECT_LT(result.mTexIndices[i], 2U);
-  EXPECT_EQ(parseObj(formatObj(result), "again").mIndices, result.mIndices);
 }
 
 TEST(Picking, badArgumentsAreToldAndWriteNothing) {

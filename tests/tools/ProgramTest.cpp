@@ -30,7 +30,8 @@ TEST(Program, infoTellsDefectsAsJson) {
   const nlohmann::json defects = {
       {"illegalFaces", 1},    {"repeatingFaces", 1}, {"zeroAreaFaces", 1},     {"nearlyZeroAreaFaces", 1},
       {"zeroLengthEdges", 2}, {"borderEdges", 2},    {"overusedEdges", 1},     {"sameDirectionEdges", 3},
-      {"unusedVertices", 1},  {"doubleFaces", 0},    {"duplicateVertices", 1}, {"nearlyDuplicateVertices", 1}};
+      {"unusedVertices", 1},  {"doubleFaces", 0},    {"duplicateVertices", 1}, {"nearlyDuplicateVertices", 1},
+      {"badHoles", 1}};
   EXPECT_EQ(json["defects"], defects);
 
   const RunResult table = runProgram("info " + quoted(folder.write("t.obj", kTetrahedron)));
