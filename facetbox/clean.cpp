@@ -135,8 +135,12 @@ class CleanUp {
     return util::removeEdgesCoplanarKeepingFlat(*mMesh, step.degrees, step.compareAttributes, step.isRepeated);
   }
   std::uint64_t runStep(const RemoveColinear& step) {
-    needNormals();
-    return changeOutlines([&] { return util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping); });
+    return changeOutlines([&] {
+      const std::uint64_t removed =
+          util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping, util::StraightAgainst::kept);
+      if (removed != 0) mHasNormals = false;
+      return removed;
+    });
   }
 
   /// Whether a step is known to have nothing to do: it had nothing, and nothing has changed since; or all vertices have

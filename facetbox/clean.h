@@ -62,8 +62,11 @@ struct MergeCoplanar {
   bool isRepeated = false;
   friend bool operator==(const MergeCoplanar&, const MergeCoplanar&) = default;
 };
-/// Removes corners at which the boundary turns by at most `degrees`; with `keepTextureMapping` only where the texture
-/// coordinates run straight as well.
+/// Removes corners that are straight against the corners that stay: each sees the two next to it, of those that stay,
+/// under 180 - `degrees` at least. So turns add up along the boundary, and a smooth loop loses corners but keeps its
+/// shape: no point of the old boundary is farther from the new one than tan(degrees / 2) times half the edge there (up
+/// to 90 degrees). With `keepTextureMapping`, corners go only where texture coordinates run straight as well. All faces
+/// along an edge lose the same corners, and no face goes.
 struct RemoveColinear {
   double degrees;
   bool keepTextureMapping = true;

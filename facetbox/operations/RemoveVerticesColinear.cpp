@@ -1,7 +1,6 @@
 #include <facetbox/operations/RemoveVerticesColinear.h>
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <iterator>
@@ -13,7 +12,11 @@
 #include <facetbox/math/Angle.h>
 #include <facetbox/mesh/Maintenance.h>
 #include <facetbox/mesh/MeshStorage.h>
+#include <facetbox/operations/CornersOfVertices.h>
+#include <facetbox/operations/PackCorners.h>
+#include <facetbox/operations/StraightenChains.h>
 #include <facetbox/operations/TexCoordTolerance.h>
+#include <facetbox/operations/VertexNeighbors.h>
 
 namespace util {
 namespace {
@@ -26,31 +29,14 @@ constexpr std::uint32_t kFewestToShrink = 4;  // a face of fewer corners goes as
 std::size_t cyclicBefore(std::size_t i, std::size_t n) { return (i == 0 ? n : i) - 1; }
 std::size_t cyclicAfter(std::size_t i, std::size_t n) { return i + 1 == n ? 0 : i + 1; }
 
-/// The vertices at the other ends of a vertex's edges, as long as they are no more than two. A vertex that follows
-/// itself in a face is its own neighbor.
-struct Neighbors {
-  std::uint32_t first = kNone;
-  std::uint32_t second = kNone;  ///< equal to `first` for "none" and "more than two"
-
-  void add(std::uint32_t v) {
-    if (v == first || v == second) return;
-    if (first == kNone)
-      first = v;
-    else
-      second = second == kNone ? v : first;
-  }
-  bool areOneOrTwo() const { return first != second; }
-  bool areTwo() const { return first != second && second != kNone; }
-};
-
-Buffer<Neighbors> neighborsOfVertices(const MeshStorage& m) {
-  Buffer<Neighbors> neighbors(m.mVertices.size(), Neighbors{});
+Buffer<VertexNeighbors> neighborsOfVertices(const MeshStorage& m) {
+  Buffer<VertexNeighbors> neighbors(m.mVertices.size(), VertexNeighbors{});
   for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
     for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
       const auto corners = m.mFaces.corners(face);
       const std::size_t n = corners.size();
       for (std::size_t i = 0; i < n; ++i) {
-        Neighbors& own = neighbors[corners[i]];
+        VertexNeighbors& own = neighbors[corners[i]];
         own.add(corners[cyclicBefore(i, n)]);
         own.add(corners[cyclicAfter(i, n)]);
       }
@@ -62,12 +48,12 @@ Buffer<Neighbors> neighborsOfVertices(const MeshStorage& m) {
 /// they can be found out beforehand; the order of a vertex's two neighbors does not matter for them.
 std::vector<bool> findStraightVertices(const MeshStorage& m, double toleranceDegrees) {
   Monitor* const monitor = m.mMonitor.get();
-  const Buffer<Neighbors> neighbors = [&] {
+  const Buffer<VertexNeighbors> neighbors = [&] {
     const Monitor::Part part(monitor, 0.0, 0.6);
     return neighborsOfVertices(m);
   }();
   const auto isStraight = [&](std::uint32_t v) {
-    const Neighbors& own = neighbors[v];
+    const VertexNeighbors& own = neighbors[v];
     if (toleranceDegrees >= kStraightAngle) return own.areOneOrTwo();
     if (!own.areTwo()) return false;
     const Vec3 d1 = normalized(m.mVertices[own.first] - m.mVertices[v]);
@@ -85,43 +71,7 @@ std::vector<bool> findStraightVertices(const MeshStorage& m, double toleranceDeg
   return straight;
 }
 
-struct Corner {
-  std::uint32_t face;
-  std::uint32_t position;  ///< within the face, as it was given
-};
-
-/// The corners at the marked vertices, for each vertex by face and position.
-class CornersOfVertices {
- public:
-  CornersOfVertices(const PrimitiveList& faces, const std::vector<bool>& marked, Monitor* monitor)
-      : mEnds(marked.size() + 1, 0) {
-    forEachMarked(faces, marked, monitor, [&](std::uint32_t v, Corner) { ++mEnds[v + 1]; });
-    for (std::size_t v = 1; v < mEnds.size(); ++v) mEnds[v] += mEnds[v - 1];
-    mCorners.resize(mEnds.back());
-    // Filling moves the start of the corners of v, kept in mEnds[v], to their end.
-    forEachMarked(faces, marked, monitor, [&](std::uint32_t v, Corner corner) { mCorners[mEnds[v]++] = corner; });
-  }
-
-  std::span<const Corner> operator[](std::size_t v) const {
-    const std::size_t begin = v == 0 ? 0 : mEnds[v - 1];
-    return {mCorners.data() + begin, mEnds[v] - begin};
-  }
-
- private:
-  template <class Use>
-  static void forEachMarked(const PrimitiveList& faces, const std::vector<bool>& marked, Monitor* monitor, Use use) {
-    for (Monitor::Blocks blocks(monitor, faces.size()); blocks.next();)
-      for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
-        const auto corners = faces.corners(face);
-        for (std::size_t i = 0; i < corners.size(); ++i)
-          if (marked[corners[i]])
-            use(corners[i], Corner{static_cast<std::uint32_t>(face), static_cast<std::uint32_t>(i)});
-      }
-  }
-
-  Buffer<std::uint32_t> mEnds;
-  Buffer<Corner> mCorners;
-};
+using Corner = FaceCorner;  // positions as they were given
 
 /// Removes corners from the faces of a mesh. Until finish() the records stand as they were given, and what goes is only
 /// noted: positions stay valid, and a face of very many corners is packed once.
@@ -296,19 +246,12 @@ class CornerRemoval {
   /// Closes the gaps of the removed corners.
   void pack(std::size_t face) {
     const Link* links = mLinks.data() + mFaces.offset(face);
-    const auto keepRemaining = [links](std::span<std::uint32_t> entries) {
-      std::size_t write = 0;
-      for (std::size_t i = 0; i < entries.size(); ++i)
-        if (links[i].after != kRemoved) entries[write++] = entries[i];
-    };
+    const auto isKept = [links](std::size_t i) { return links[i].after != kRemoved; };
     if (hasVertexNormals(face))
       packVertexNormals(face, links);
     else if (mFaces.hasNormalIndices(face))
-      keepRemaining(mFaces.normalIndices(face));
-    for (std::uint32_t bits = mFaces.mask(face); bits != 0; bits &= bits - 1)
-      keepRemaining(mFaces.cornerSet(face, std::countr_zero(bits)));
-    keepRemaining(mFaces.corners(face));
-    mFaces.shrink(face, mRemaining[face]);
+      packEntries(mFaces.normalIndices(face), isKept);
+    packCorners(mFaces, face, mRemaining[face], isKept);
   }
 
   /// Takes the removed corners' normals, or their predecessors', out of the list of normals, in the order of the
@@ -343,10 +286,26 @@ class CornerRemoval {
   Buffer<Link> mLinks;               // parallel to the corner pool; valid for faces that lost a corner
 };
 
+std::uint64_t removeStraightAgainstKept(Mesh& mesh, double toleranceDegrees, bool keepTextureMapping) {
+  Monitor* const monitor = mesh.storage().mMonitor.get();
+  std::uint64_t removedCount = 0;
+  {
+    const Monitor::Part part(monitor, 0.0, 0.8);
+    removedCount = straightenChains(mesh.storage(), toleranceDegrees, keepTextureMapping);
+  }
+  if (removedCount == 0) return 0;
+  const Monitor::Part part(monitor, 0.8, 1.0);
+  removeUnusedVertices(mesh);
+  clearConnectivityCache(mesh);
+  return removedCount;
+}
+
 }  // namespace
 
-std::uint64_t removeVerticesColinear(Mesh& mesh, double toleranceDegrees, bool keepTextureMapping) {
+std::uint64_t removeVerticesColinear(Mesh& mesh, double toleranceDegrees, bool keepTextureMapping,
+                                     StraightAgainst against) {
   MeshStorage& m = mesh.storage();
+  if (against == StraightAgainst::kept) return removeStraightAgainstKept(mesh, toleranceDegrees, keepTextureMapping);
   Monitor* const monitor = m.mMonitor.get();
   std::uint64_t removedCount = 0;
   bool anyCleared = false;

@@ -6,6 +6,9 @@
 
 namespace util {
 
+/// Against which corners the boundary is straight: those of the mesh as it was given, or those that stay in the end.
+enum class StraightAgainst { given, kept };
+
 /// Takes out of the faces every corner at which the boundary runs straight on, so that a chain of edges along one line
 /// becomes one edge. Lines and points are not looked at.
 ///
@@ -31,6 +34,21 @@ namespace util {
 ///
 /// @return number of corners removed, a removed face counting for the one corner it was removed for. If 0, the mesh is
 ///         untouched. O(vertices + corners); quadratic for a face with per-vertex normals, which no record brings.
-std::uint64_t removeVerticesColinear(Mesh& mesh, double toleranceDegrees, bool keepTextureMapping);
+///
+/// Against the corners that stay, it is another rule: turns add up along the boundary, so that a smooth loop loses
+/// corners but keeps its shape, and no face ever goes.
+/// - A vertex can go where all corners at it lie between the same two others, and then goes from all faces. Runs of
+///   such vertices are chains (BoundaryChains); ChainStraightener decides what stays of a chain, and has the measures.
+///   Up to 90 degrees, no point of the old boundary is farther from the new one than half the kept edge times
+///   tan(tolerance / 2); within that, a spike is none. A loop keeps three corners.
+/// - Of several chains between the same ends, or a chain beside an edge, no two become one edge but where two open
+///   edges meet so (findBundles); the corners at their ends are then looked at anew.
+/// - Texture coordinates are compared with the interpolation between the corners that stay, in all faces of the chain.
+/// - A seam entry, or a change in the outgoing-edge set, keeps the vertex in all faces. A removed corner's normal goes.
+/// - A tolerance below 0 does nothing. From 180 degrees on every corner is straight, as far as faces are left.
+/// - The normals of faces stay as they were; the caller computes them anew.
+/// A second call changes nothing. O(vertices + corners), and for long chains about O(n log n).
+std::uint64_t removeVerticesColinear(Mesh& mesh, double toleranceDegrees, bool keepTextureMapping,
+                                     StraightAgainst against = StraightAgainst::given);
 
 }  // namespace util

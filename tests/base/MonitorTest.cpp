@@ -116,6 +116,7 @@ const std::vector<std::function<void(Mesh&)>> kOperations = {
     [](Mesh& mesh) { util::conformSurfaces(mesh); },
     [](Mesh& mesh) { util::removeEdgesCoplanar(mesh, 1, false); },
     [](Mesh& mesh) { util::removeVerticesColinear(mesh, 1, false); },
+    [](Mesh& mesh) { util::removeVerticesColinear(mesh, 1, false, util::StraightAgainst::kept); },
 };
 
 /// Everything that makes up the result.
