@@ -315,6 +315,12 @@ double diagonalOf(const PolyMesh& mesh) {
   return mesh.indices.empty() ? 0 : length(box.max - box.min);
 }
 
+double unevennessOf(const PolyMesh& mesh) {
+  double most = 0;
+  for (const auto& corners : Faces(mesh).corners) most = std::max(most, shapeOf(mesh, corners).unevenness);
+  return most;
+}
+
 std::size_t countOpenEdges(const PolyMesh& mesh) {
   return static_cast<std::size_t>(
       std::ranges::count_if(usesOf(mesh), [](const auto& edge) { return edge.second[0] + edge.second[1] == 1; }));

@@ -14,6 +14,9 @@ double diagonalOf(const facetbox::PolyMesh& mesh);
 /// Edges that one face alone uses; the rim of a hole is an edge.
 std::size_t countOpenEdges(const facetbox::PolyMesh& mesh);
 
+/// How far a corner is from the plane of its face at most.
+double unevennessOf(const facetbox::PolyMesh& mesh);
+
 /// Of all faces, holes taken off.
 double areaOf(const facetbox::PolyMesh& mesh);
 
