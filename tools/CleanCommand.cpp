@@ -32,7 +32,7 @@ struct Change {
   std::size_t mTurned = 0, mCollapsed = 0;
   Notes mDoubts, mDropped;
 
-  bool isNothing() const { return mBefore == mAfter && mTurned == 0 && mCollapsed == 0; }
+  bool isNothing() const { return mBefore == mAfter && mTurned + mCollapsed + mDoubts.size() + mDropped.size() == 0; }
 };
 
 class Cleaner {
@@ -96,11 +96,11 @@ class Cleaner {
 
   void addInput(std::size_t object, const PolyMesh& mesh, const Cleaned& cleaned, const Counts& counts,
                 const Measures& measures) {
-    mInput.mBefore.add(countsOf(mesh), facetbox::measure(mesh));
-    if (cleaned.steps.empty())
-      mInput.mAfter.add(counts, measures);
-    else
-      mInput.mAfter.add(cleaned.steps.front().before, *cleaned.steps.front().measuresBefore);
+    const Counts& settled = cleaned.steps.empty() ? counts : cleaned.steps.front().before;
+    const Measures& settledMeasures = cleaned.steps.empty() ? measures : *cleaned.steps.front().measuresBefore;
+    const bool isAllKept = cleaned.leftOut.empty() && cleaned.droppedHoles.empty();
+    mInput.mBefore.add(countsOf(mesh), isAllKept ? settledMeasures : facetbox::measure(mesh));
+    mInput.mAfter.add(settled, settledMeasures);
     for (facetbox::Problem problem : cleaned.leftOut) {
       problem.face = fileFace(object, problem.face);
       mInput.mDropped.add(facetbox::describe(problem));
