@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <facetbox/check.h>
 #include <tools/MeshFacts.h>
@@ -123,6 +124,9 @@ TEST(CleanCommand, theReportIsTrueAndItsLinesAddUp) {
     ASSERT_TRUE(report.find("before") && report.find("after"));
     EXPECT_EQ(report.find("before")->cells, figuresOf(model));
     EXPECT_EQ(report.find("after")->cells, figuresOf(parseObj(text, "out.obj")));
+    const auto info = nlohmann::json::parse(runProgram("info --json " + quoted(path.string())).mOut);
+    EXPECT_EQ(info["defects"]["borderEdges"].dump(), report.find("before")->cells[kOpenEdges]);
+    EXPECT_EQ(info["volume"].is_null(), report.find("before")->cells[kVolume] == "-");
     for (std::size_t column = 0; column <= kOpenEdges; ++column) {
       long long sum = 0;
       for (const Line& line : report.lines)
