@@ -99,7 +99,11 @@ void PieceMeasure::add(std::span<const Vec3> points, std::span<const std::uint32
   const MirroredPolygon polygon(points, corners);
   const FaceMeasure face = corners.size() == 3 ? measureTriangle(points, corners) : measurePolygon(polygon);
   const Vec3 doubleArea = isReversed != runsAgainst ? -face.doubleArea : face.doubleArea;
-  const double area = isHole ? -face.size : face.size;
+  const auto cornerCount = static_cast<double>(corners.size());
+  // Corners in a line have an area by rounding alone, of them or of what is computed from them.
+  const double noise = 8 * std::numeric_limits<double>::epsilon() * cornerCount * face.reach *
+                       (largestMagnitude(polygon.pivot()) + face.reach);
+  const double size = face.size > noise ? face.size : 0, area = isHole ? -size : size;
   const Vec3 place = polygon.pivot() - mOrigin, mean = place + face.mean;
   mVectorArea = mVectorArea + doubleArea;
   mVolume += dot(doubleArea, mean);
@@ -107,7 +111,6 @@ void PieceMeasure::add(std::span<const Vec3> points, std::span<const std::uint32
   mSecondMoment += area * (lengthSq(place) + 2 * dot(place, face.centroid) + face.square);
   mArea += area;
   mMajority += runsAgainst ? -area : area;
-  const auto cornerCount = static_cast<double>(corners.size());
   mTermSize +=
       cornerCount * face.reach * face.reach * (largestMagnitude(mOrigin) + largestMagnitude(mean) + face.reach);
   mCount += cornerCount;

@@ -46,17 +46,16 @@ void SurfacePieces::linkHoles(const MeshStorage& mesh) {
   const std::vector<std::uint32_t> outerOf = mesh.mHoles.outerOfHoles(mesh.mFaces.size());
   if (outerOf.empty()) return;
   Monitor* const monitor = mesh.mMonitor.get();
-  mOuterOf.assign(outerOf.size(), HoleTable::kNone);
-  mIsReversed.assign(outerOf.size(), 0);
+  mRims.assign(outerOf.size(), Rim::none);
   for (const HoleTable::Group& group : mesh.mHoles.groupsByOuter(outerOf.size())) {
     if (outerOf[group.outer] != HoleTable::kNone) continue;
     const Vec3 area = doubleAreaOf(mesh.mVertices, mesh.mFaces.corners(group.outer));
     for (const std::uint32_t hole : group.holes) {
       if (monitor) monitor->tick();
       if (hole >= outerOf.size() || outerOf[hole] != group.outer) continue;
-      mOuterOf[hole] = group.outer;
-      // Both turn together, so the second time this is as it is the first time.
-      mIsReversed[hole] = dot(area, doubleAreaOf(mesh.mVertices, mesh.mFaces.corners(hole))) > 0.0;
+      // Both turn together, so a second time this is as it is the first time.
+      const bool isAlike = dot(area, doubleAreaOf(mesh.mVertices, mesh.mFaces.corners(hole))) > 0.0;
+      mRims[hole] = isAlike ? Rim::reversed : Rim::asItRuns;
       join(hole, group.outer, 0);
     }
   }
@@ -91,8 +90,8 @@ void SurfacePieces::judgeEdge(std::span<const std::uint64_t> uses, Buffer<FaceAn
   }
   const auto first = static_cast<FaceAndDirection>(uses.front()), second = static_cast<FaceAndDirection>(uses.back());
   const std::uint32_t face = first >> 1, other = second >> 1, isSameDirection = ~(first ^ second) & 1;
-  const bool fits = uses.size() == 2 &&
-                    (surfaceOf(face) == surfaceOf(other) ? isSameDirection == 0 : join(face, other, isSameDirection));
+  // The faces of one surface run alike from the beginning.
+  const bool fits = uses.size() == 2 && join(face, other, isSameDirection);
   if (!fits) mIsOpen[face] = 1;
 }
 
@@ -165,7 +164,9 @@ void SurfacePieces::listPieces(Monitor* monitor) {
   std::uint32_t start = 0;
   for (std::size_t piece = 1; piece < mStarts.size(); ++piece) start += std::exchange(mStarts[piece], start);
   mByPiece.resize(faceCount);
-  for (std::uint32_t face = 0; face < faceCount; ++face) mByPiece[mStarts[pieceOf[face] + 1]++] = face;
+  for (Monitor::Blocks blocks(monitor, faceCount); blocks.next();)
+    for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
+      mByPiece[mStarts[pieceOf[face] + 1]++] = face;
 }
 
 }  // namespace util

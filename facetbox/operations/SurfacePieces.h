@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/mesh/MeshStorage.h>
@@ -21,8 +20,8 @@ namespace util {
 /// depend on how faces run, and stays a tree of such edges when neighbors that agree are merged.
 class SurfacePieces {
  public:
-  /// O(vertices + corners), and sorting around single vertices. About 8 bytes a corner while it lasts, 17 a face to
-  /// stay.
+  /// O(vertices + corners), and sorting around single vertices. 8 bytes a corner and 4 a vertex while it lasts, up to
+  /// 14 a face that stay.
   explicit SurfacePieces(const MeshStorage& mesh);
 
   /// Pieces are numbered by their lowest faces.
@@ -36,11 +35,13 @@ class SurfacePieces {
   /// Whether a face has to be turned where the lowest face of its piece is not, and the other way round.
   bool runsAgainstLowest(std::uint32_t face) const { return (mLinks[face] & 1) != 0; }
 
-  bool isHole(std::uint32_t face) const { return !mOuterOf.empty() && mOuterOf[face] != HoleTable::kNone; }
+  bool isHole(std::uint32_t face) const { return !mRims.empty() && mRims[face] != Rim::none; }
   /// Whether a face is a hole that is wound like its outer face.
-  bool isRimReversed(std::uint32_t face) const { return !mIsReversed.empty() && mIsReversed[face] != 0; }
+  bool isRimReversed(std::uint32_t face) const { return !mRims.empty() && mRims[face] == Rim::reversed; }
 
  private:
+  /// As which edges of its surface those of a hole face count.
+  enum class Rim : std::uint8_t { none, asItRuns, reversed };
   /// Twice a face, one more where it runs down the edge that it uses.
   using FaceAndDirection = std::uint32_t;
 
@@ -51,17 +52,15 @@ class SurfacePieces {
   void judgeOverused(std::span<FaceAndDirection> overused, Monitor* monitor);
   void listPieces(Monitor* monitor);
 
-  std::uint32_t surfaceOf(std::uint32_t face) const { return isHole(face) ? mOuterOf[face] : face; }
   std::uint32_t shortenedLink(std::uint32_t face);
   bool join(std::uint32_t a, std::uint32_t b, std::uint32_t isAgainst);
 
   // Trees of faces that belong together: per face, twice a face not higher, and one more where it runs against that.
   Buffer<std::uint32_t> mLinks;
-  Buffer<std::uint8_t> mIsOpen;           // per face, in the end what the lowest of a piece says
-  std::vector<std::uint32_t> mOuterOf;    // per face; empty without holes
-  std::vector<std::uint8_t> mIsReversed;  // likewise
-  Buffer<std::uint32_t> mByPiece;         // faces
-  Buffer<std::uint32_t> mStarts;          // per piece, and one more
+  Buffer<std::uint8_t> mIsOpen;    // per face, in the end what the lowest of a piece says
+  Buffer<Rim> mRims;               // per face; empty without holes
+  Buffer<std::uint32_t> mByPiece;  // faces
+  Buffer<std::uint32_t> mStarts;   // per piece, and one more
 };
 
 }  // namespace util
