@@ -44,8 +44,8 @@ std::uint64_t conformNormals(Mesh& mesh, const double* transform);
 ///
 /// Stored normals stay as they are: those of turned faces are outdated.
 /// @return number of faces flipped, holes included
-/// O(vertices + corners), and sorting around single vertices; about 8 bytes a corner, 4 a vertex and 5 a face beside the
-/// mesh, or 18 a face.
+/// O(vertices + corners), and sorting around single vertices. Beside the mesh, about 8 bytes a corner, 4 a vertex and
+/// 5 a face, then 18 a face.
 std::uint64_t conformSurfaces(Mesh& mesh);
 
 }  // namespace util
