@@ -242,6 +242,17 @@ TEST(Clean, normalsAreRightAfterTurning) {
   EXPECT_EQ(clean(mesh, {ConformNormals{}, MergeVertices{1.25}}).mesh, clean(turned, {MergeVertices{1.25}}).mesh);
 }
 
+TEST(Clean, aSecondRunOfAllStepsChangesNothing) {
+  for (unsigned seed = 0; seed < 500; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    const PolyMesh mesh = randomScene(random);
+    const std::vector<Step> steps = allSteps(std::ldexp(1.0, -static_cast<int>(random() % 12)), 4);
+    const Cleaned once = clean(mesh, steps);
+    EXPECT_EQ(clean(once.mesh, steps).mesh, once.mesh);
+  }
+}
+
 TEST(Clean, doesNotDependOnTheUnit) {
   for (unsigned seed = 0; seed < 200; ++seed) {
     SCOPED_TRACE(seed);

@@ -249,7 +249,8 @@ double largestDistance(const std::vector<Triangle>& from, const std::vector<Tria
   std::discrete_distribution<std::size_t> draw(areas.begin(), areas.end());
   std::uniform_real_distribution<double> unit(0, 1);
   double largest = 0;
-  for (int i = 0; i < 200; ++i) {
+  const std::size_t samples = std::min<std::size_t>(200, 10'000'000 / to.size());
+  for (std::size_t i = 0; i < samples; ++i) {
     const auto& [a, b, c] = from[draw(random)].corners;
     double u = unit(random), v = unit(random);
     if (u + v > 1) u = 1 - u, v = 1 - v;
