@@ -10,12 +10,13 @@
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/math/Vec3.h>
-#include <facetbox/mesh/PolygonArea.h>
 #include <facetbox/mesh/RequireValid.h>
 #include <facetbox/mesh/WorkingMesh.h>
 #include <facetbox/polygons/Crossings.h>
 #include <facetbox/triangles/HoleView.h>
+#include <facetbox/triangles/SpaceCut.h>
 #include <facetbox/triangles/Tessellator.h>
+#include <facetbox/triangles/ThinTriangles.h>
 
 namespace facetbox {
 namespace {
@@ -25,7 +26,7 @@ using util::Vec2;
 using util::Vec3;
 using Reason = SkippedFace::Reason;
 
-/// The tessellator cuts a single contour of so many corners into a fan if it can.
+/// A single contour of so many corners becomes a fan if it can.
 constexpr std::size_t kMostFanCorners = 100;
 
 /// Faces with more pairs of crossing edges are not handed to the tessellator: its time grows with the cube. A few times
@@ -36,10 +37,23 @@ constexpr std::size_t kMostCrossings = 4 * Tessellator::kMostAddedCorners;
 /// crosses itself and its parts cancel out.
 constexpr double kNoise = 1e-10;
 
+/// Area vectors below this length have no direction.
+constexpr double kNoArea = 1e-25;
+
 constexpr double kLargest = std::numeric_limits<double>::max();
 
 /// Places are about one in size: what is this close is at the same place, but for rounding.
 constexpr double kRounding = 1e-15;
+
+/// What is this close in space is taken to touch: coordinates may have been rounded to floats. A face that leaves its
+/// plane by less is flat.
+constexpr double kGap = 1e-6;
+
+/// Diagonals whose triangles are alike but for this part are equally good.
+constexpr double kTie = 1e-4;
+
+/// A triangle of a fan whose area is a smaller part of its squared edges is looked at again.
+constexpr double kThinFan = 1e-8;
 
 /// The power of two that makes a size about one.
 double scaleToOne(double size) {
@@ -87,6 +101,8 @@ class MeshTriangulation final : private Tessellator::Caller {
     std::uint32_t vertex, pair;
     Vec3 place;  ///< seen from the face's first corner, which lies at the origin, and about one in size
   };
+  enum class Fan { none, thin, plain };                ///< thin: some triangle of it may have no area
+  enum class Seen { asInSpace, otherwise, tooOften };  ///< otherwise: what meets as it is seen passes by in space
   struct Marks {
     std::size_t madePoints, madeTexCoords;
   };
@@ -95,14 +111,31 @@ class MeshTriangulation final : private Tessellator::Caller {
     return mMesh.indices.subspan(first, mMesh.counts[face]);
   }
   void addFace(std::uint32_t face, std::size_t first, std::span<const util::HoleTable::Group> groups);
-  bool isFan(std::span<const std::uint32_t> corners, const Vec3& normal) const;
+  bool addQuad(std::uint32_t face, std::size_t first);
+  Fan fanOf(std::span<const std::uint32_t> corners) const;
+  bool isPlainFan(std::span<const std::uint32_t> corners, const Vec3& areaVector) const;
   void addFan(std::uint32_t face, std::size_t first);
   void collectCorners(std::uint32_t face, std::size_t first, std::span<const util::HoleTable::Group> groups);
   void addContour(std::size_t first, std::uint32_t count);
   void normalizePlaces();
   bool findPlane();
+  void lookAlongAxis();
+  void lookAlongNormal();
+  Vec3 asSeen(const Vec3& place) const { return {dot(mRight, place), dot(mUp, place), 0.0}; }
+  bool cutThinFan();
+  Seen cut();
+  Seen cutAsSeen();
+  void cutAlongDiagonals();
+  void discard();
+  bool fanTurnsBothWays() const;
   bool crossTooOften();
-  void tessellate(std::uint32_t face);
+  bool isFlat() const;
+  bool keepsOutline() const;
+  bool touchesOnlyAsSeen(std::uint32_t from, std::uint32_t to) const;
+  std::size_t flipThin();
+  void dropWithin(std::span<const std::uint32_t> places);
+  std::vector<util::ThinTriangles::Edge> innerOutline(std::span<const std::uint32_t> places) const;
+  void addTriangles(std::uint32_t face);
 
   std::uint32_t addCorner(const Vec3& position, std::span<const Tessellator::Source> sources) override;
   std::uint32_t addMeeting(const Tessellator::Source& a, const Tessellator::Source& b);
@@ -112,7 +145,8 @@ class MeshTriangulation final : private Tessellator::Caller {
   void reportError(GLenum code) noexcept override { mIsOutOfMemory |= code == GLU_OUT_OF_MEMORY; }
 
   bool isMade(const Corner& corner) const { return corner.vertex >= mPoints.size(); }
-  Vec2 flatPointOf(std::uint32_t number) const;
+  Vec3 pointOf(const Corner& corner) const;
+  Vec2 flatPointOf(std::uint32_t number) const { return {mSeen[number].x, mSeen[number].y}; }
   Vec2 pairOf(std::uint32_t pair) const;
   void skip(std::uint32_t face, Reason reason) { mResult.skipped.push_back({face, reason}); }
 
@@ -128,11 +162,17 @@ class MeshTriangulation final : private Tessellator::Caller {
   // Of the face under way.
   Vec3 mNormal{};
   double mPlaceScale = 1.0;                     ///< from the frame to places
-  int mAxis = 0;                                ///< that the face is seen along
+  Vec3 mRight{}, mUp{};                         ///< directions in which the face is seen
+  Marks mMarks{};                               ///< what faces before it have made
+  bool mCrosses = false, mPasses = false;       ///< whether edges or corners meet in space, and as seen only
   std::vector<Corner> mCorners;                 ///< by number
+  std::vector<Vec3> mSeen;                      ///< by number: to the right, up, 0
   std::vector<std::uint32_t> mContourEnds;      ///< numbers
   std::vector<std::uint32_t> mTriangleCorners;  ///< numbers, three per triangle
   std::vector<util::Segment2> mEdges;
+  std::vector<Vec3> mPositions;
+  util::EqualPlaces mEqualPlaces;
+  util::ThinTriangles mThinTriangles;
 };
 
 MeshTriangulation::MeshTriangulation(const MeshView& mesh) : mMesh(mesh), mFrame(util::frameOf(mesh)) {
@@ -165,26 +205,100 @@ Triangulation MeshTriangulation::run() {
 
 void MeshTriangulation::addFace(std::uint32_t face, std::size_t first, std::span<const util::HoleTable::Group> groups) {
   const auto corners = cornersOf(first, face);
-  const bool hasHoles = !groups.empty() && !groups[0].holes.empty();
-  const bool hasNormal = util::computeFaceNormal(mPoints, corners, mNormal);
-  if (hasNormal && !hasHoles && corners.size() <= kMostFanCorners && isFan(corners, mNormal))
-    return addFan(face, first);
+  Fan fan = Fan::none;
+  if (groups.empty() || groups[0].holes.empty()) {
+    if (corners.size() == 4 && addQuad(face, first)) return;
+    if (corners.size() <= kMostFanCorners) fan = fanOf(corners);
+    if (fan == Fan::plain) return addFan(face, first);
+  }
+  mMarks = {mResult.madePoints.size(), mResult.madeTexCoords.size()};
   collectCorners(face, first, groups);
   if (!findPlane()) return skip(face, Reason::noArea);
-  if (crossTooOften()) return skip(face, Reason::tooManyCrossings);
-  tessellate(face);
+  if (fan != Fan::thin || !cutThinFan()) {
+    const bool isTooOften = cut() == Seen::tooOften;
+    if (mTriangleCorners.empty()) discard();
+    if (mTriangleCorners.empty()) return skip(face, isTooOften ? Reason::tooManyCrossings : Reason::nothingInside);
+  }
+  addTriangles(face);
 }
 
-/// Whether all triangles around the first corner turn the way of the normal: what the tessellator looks for first.
-bool MeshTriangulation::isFan(std::span<const std::uint32_t> corners, const Vec3& normal) const {
+/// Cuts a quad along its better diagonal: that of the larger smallest triangle, by the area that faces the quad's area
+/// vector over the squared lengths of the edges. A triangle that is turned over is below zero, which a diagonal outside
+/// of the quad always makes. Of equal ones, the diagonal of the lowest vertex. False where no diagonal is good.
+bool MeshTriangulation::addQuad(std::uint32_t face, std::size_t first) {
+  const std::uint32_t* const v = &mMesh.indices[first];
+  const Vec3 &a = mPoints[v[0]], &b = mPoints[v[1]], &c = mPoints[v[2]], &d = mPoints[v[3]];
+  const Vec3 ab = b - a, ac = c - a, ad = d - a, bc = c - b, bd = d - b, cd = d - c;
+  const Vec3 abc = cross(ab, ac), acd = cross(ac, ad), abd = cross(ab, ad), bcd = cross(bc, bd), sum = abc + acd;
+  const double ab2 = lengthSq(ab), ac2 = lengthSq(ac), ad2 = lengthSq(ad), bc2 = lengthSq(bc), bd2 = lengthSq(bd),
+               cd2 = lengthSq(cd);
+  const double alongAc = std::min(dot(abc, sum) / (ab2 + bc2 + ac2), dot(acd, sum) / (ac2 + cd2 + ad2));
+  const double alongBd = std::min(dot(abd, sum) / (ab2 + bd2 + ad2), dot(bcd, sum) / (bc2 + cd2 + bd2));
+  const double best = std::max(alongAc, alongBd);
+  // NaN, of edges without length, ends here as well.
+  if (!(alongAc == alongAc && best > 0.0 && best * best > util::kThinShape * lengthSq(sum))) return false;
+  const bool isTie = std::fabs(alongAc - alongBd) <= kTie * best;
+  const std::size_t k = (isTie ? std::min(v[0], v[2]) > std::min(v[1], v[3]) : alongBd > alongAc) ? 1 : 0;
+  const auto add = [k](std::vector<std::uint32_t>& to, const std::uint32_t* of) {
+    const std::size_t size = to.size();
+    to.resize(size + 6);
+    std::uint32_t* const out = to.data() + size;
+    out[0] = of[0];
+    out[1] = of[1];
+    out[2] = of[2 + k];
+    out[3] = of[k];
+    out[4] = of[2];
+    out[5] = of[3];
+  };
+  add(mResult.triangles, v);
+  if (!mMesh.texIndices.empty()) add(mResult.texIndices, &mMesh.texIndices[first]);
+  mResult.faces.resize(mResult.faces.size() + 2, face);
+  return true;
+}
+
+/// Whether all triangles around the first corner turn the way of the face's area vector, and go around the corner less
+/// than once.
+MeshTriangulation::Fan MeshTriangulation::fanOf(std::span<const std::uint32_t> corners) const {
+  const Vec3& first = mPoints[corners[0]];
+  const auto edgeTo = [&](std::size_t i) { return mPoints[corners[i]] - first; };
+  Vec3 sum{}, edge = edgeTo(1);
+  for (std::size_t i = 2; i < corners.size(); ++i) {
+    const Vec3 next = edgeTo(i);
+    sum = sum + cross(edge, next);
+    edge = next;
+  }
+  if (!(lengthSq(sum) > kNoArea * kNoArea)) return Fan::none;
+  if (corners.size() == 3 || isPlainFan(corners, sum)) return Fan::plain;
+
+  const Vec3 left = cross(sum, edgeTo(1));
+  const double thin = kThinFan * length(sum);
+  bool isBehind = false;
+  for (std::size_t i = 2; i < corners.size(); ++i) {
+    const Vec3 areaVector = cross(edgeTo(i - 1), edgeTo(i));
+    const double along = dot(areaVector, sum), towards = dot(left, edgeTo(i));
+    if (along < 0.0 || along * along < kNoise * kNoise * lengthSq(areaVector) * lengthSq(sum)) return Fan::none;
+    if (isBehind && towards > 0.0) return Fan::none;
+    // An edge through the first corner: which way around it?
+    if (!(dot(edgeTo(i - 1), edgeTo(i)) > 0.0) && !(along > thin * (lengthSq(edgeTo(i - 1)) + lengthSq(edgeTo(i)))))
+      return Fan::none;
+    isBehind = isBehind || towards < 0.0;
+  }
+  return Fan::thin;
+}
+
+/// Whether a fan turns by less than half around its first corner, and none of its triangles is thin.
+bool MeshTriangulation::isPlainFan(std::span<const std::uint32_t> corners, const Vec3& areaVector) const {
   const Vec3& first = mPoints[corners[0]];
   Vec3 edge = mPoints[corners[1]] - first;
-  for (const std::uint32_t vertex : corners.subspan(2)) {
-    const Vec3 next = mPoints[vertex] - first;
-    const Vec3 areaVector = cross(edge, next);
-    const double along = dot(areaVector, normal);
-    if (along < 0.0 || along * along < kNoise * kNoise * lengthSq(areaVector)) return false;
+  const Vec3 left = cross(areaVector, edge);
+  const double thin = kThinFan * length(areaVector);
+  double size = lengthSq(edge);
+  for (std::size_t i = 2; i < corners.size(); ++i) {
+    const Vec3 next = mPoints[corners[i]] - first;
+    const double nextSize = lengthSq(next);
+    if (!(dot(cross(edge, next), areaVector) > thin * (size + nextSize) && dot(left, next) > 0.0)) return false;
     edge = next;
+    size = nextSize;
   }
   return true;
 }
@@ -230,9 +344,10 @@ void MeshTriangulation::addContour(std::size_t first, std::uint32_t count) {
 void MeshTriangulation::normalizePlaces() {
   const Vec3& first = mPoints[mCorners[0].vertex];
   double largest = 0.0;
-  for (Corner& corner : mCorners) {
-    corner.place = mPoints[corner.vertex] - first;
-    largest = std::max(largest, util::largestMagnitude(corner.place));
+  for (std::size_t i = 0; i < mCorners.size(); ++i) {
+    Vec3& place = mCorners[i].place;
+    place = mPoints[mCorners[i].vertex] - first;
+    if (i < mContourEnds[0]) largest = std::max(largest, util::largestMagnitude(place));
   }
   mPlaceScale = scaleToOne(largest);
   for (Corner& corner : mCorners) corner.place = mPlaceScale * corner.place;
@@ -249,10 +364,125 @@ bool MeshTriangulation::findPlane() {
   }
   const Vec3& clear = length(sum) > kNoise * length(largest) ? sum : largest;
   const double size = length(clear);
-  if (!(size > 1e-25)) return false;
+  if (!(size > kNoArea)) return false;
   mNormal = clear / size;
-  mAxis = util::dominantAxis(mNormal);
+  lookAlongAxis();
   return true;
+}
+
+/// The coordinates as they are.
+void MeshTriangulation::lookAlongAxis() {
+  mRight = mUp = {};
+  switch (util::dominantAxis(mNormal)) {
+    case 0:
+      mRight.y = 1.0;
+      mUp.z = mNormal.x > 0.0 ? 1.0 : -1.0;
+      break;
+    case 1:
+      mRight.z = 1.0;
+      mUp.x = mNormal.y > 0.0 ? 1.0 : -1.0;
+      break;
+    default:
+      mRight.x = 1.0;
+      mUp.y = mNormal.z > 0.0 ? 1.0 : -1.0;
+  }
+}
+
+void MeshTriangulation::lookAlongNormal() {
+  mRight = cross(mUp, mNormal);
+  mRight = mRight / length(mRight);
+  mUp = cross(mNormal, mRight);
+}
+
+/// Cuts a fan with triangles without area into others. False where such are left.
+bool MeshTriangulation::cutThinFan() {
+  const auto count = static_cast<std::uint32_t>(mCorners.size());
+  mSeen.clear();
+  for (const Corner& corner : mCorners) mSeen.push_back(asSeen(corner.place));
+  mTriangleCorners.clear();
+  for (std::uint32_t i = 2; i < count; ++i) mTriangleCorners.insert(mTriangleCorners.end(), {0, i - 1, i});
+  return flipThin() == 0;
+}
+
+/// Cuts the face as it is seen along the axis. Where that differs from what is in space: as it is seen along the normal
+/// or, if that does not help either, along diagonals, whatever they look like.
+MeshTriangulation::Seen MeshTriangulation::cut() {
+  const bool flat = isFlat();
+  const auto look = [&] {
+    Seen seen = cutAsSeen();
+    if (seen == Seen::asInSpace && !flat && !mCrosses && (mPasses || mTriangleCorners.empty() || !keepsOutline()))
+      seen = Seen::otherwise;
+    return seen;
+  };
+  Seen seen = look();
+  if (seen == Seen::asInSpace || flat || mCrosses) {
+    flipThin();
+    return seen;
+  }
+  lookAlongNormal();
+  const Seen alongNormal = look();
+  if (alongNormal != Seen::asInSpace && mContourEnds.size() == 1) {
+    cutAlongDiagonals();
+    return Seen::asInSpace;
+  }
+  if (alongNormal != Seen::asInSpace) {
+    lookAlongAxis();
+    seen = cutAsSeen();
+  } else {
+    seen = alongNormal;
+  }
+  flipThin();
+  return seen;
+}
+
+/// Removes what was made of the face.
+void MeshTriangulation::discard() {
+  mCorners.resize(mContourEnds.back());
+  mResult.madePoints.resize(mMarks.madePoints);
+  mResult.madeTexCoords.resize(mMarks.madeTexCoords);
+  mTriangleCorners.clear();
+  mCrosses = mPasses = false;
+}
+
+MeshTriangulation::Seen MeshTriangulation::cutAsSeen() {
+  discard();
+  mSeen.clear();
+  for (const Corner& corner : mCorners) mSeen.push_back(asSeen(corner.place));
+  if (crossTooOften()) return Seen::tooOften;
+  mTessellator.begin(mCorners.size() + 1, {0.0, 0.0, 1.0}, mTriangleCorners);
+  const auto add = [this](std::uint32_t begin, std::uint32_t end) {
+    mTessellator.addContour(end - begin, [=, this](std::size_t i) {
+      const auto number = static_cast<std::uint32_t>(begin + i);
+      return std::pair(number, &mSeen[number].x);
+    });
+  };
+  std::uint32_t begin = 0;
+  for (const std::uint32_t end : mContourEnds) {
+    add(begin, end);
+    begin = end;
+  }
+  // A contour of one corner changes nothing, but of a single one the tessellator makes a fan if all of it turns one
+  // way, even if it goes around twice.
+  if (mContourEnds.size() == 1 && !fanTurnsBothWays()) add(0, 1);
+  const bool isComplete = mTessellator.end();
+  if (mIsOutOfMemory) throw std::bad_alloc();
+  if (isComplete) return Seen::asInSpace;
+  const bool crosses = mCrosses;
+  discard();
+  mCrosses = crosses;
+  return Seen::tooOften;
+}
+
+bool MeshTriangulation::fanTurnsBothWays() const {
+  bool left = false, right = false;
+  const Vec2 first = flatPointOf(0);
+  for (std::uint32_t i = 2; i < mSeen.size() && !(left && right); ++i) {
+    const Vec2 a = flatPointOf(i - 1), b = flatPointOf(i);
+    const double turn = (a.x - first.x) * (b.y - first.y) - (a.y - first.y) * (b.x - first.x);
+    left |= turn > 0.0;
+    right |= turn < 0.0;
+  }
+  return left && right;
 }
 
 bool MeshTriangulation::crossTooOften() {
@@ -268,34 +498,129 @@ bool MeshTriangulation::crossTooOften() {
   return util::crossMoreOftenThan(kMostCrossings, mEdges);
 }
 
-void MeshTriangulation::tessellate(std::uint32_t face) {
-  const Marks marks{mResult.madePoints.size(), mResult.madeTexCoords.size()};
-  mTriangleCorners.clear();
-  mTessellator.begin(mCorners.size(), mNormal, mTriangleCorners);
+bool MeshTriangulation::isFlat() const {
+  double lowest = 0.0, highest = 0.0;
+  for (const Corner& corner : mCorners) {
+    const double height = dot(mNormal, corner.place);
+    lowest = std::min(lowest, height);
+    highest = std::max(highest, height);
+  }
+  return highest - lowest <= kGap;
+}
+
+/// Whether every edge of the contours is that of a triangle, unless corners lie on it in space.
+bool MeshTriangulation::keepsOutline() const {
+  std::vector<std::uint32_t> next(mContourEnds.back());
   std::uint32_t begin = 0;
   for (const std::uint32_t end : mContourEnds) {
-    mTessellator.addContour(end - begin, [=, this](std::size_t i) {
-      const auto number = static_cast<std::uint32_t>(begin + i);
-      return std::pair(number, &mCorners[number].place.x);
-    });
+    for (std::uint32_t i = begin; i < end; ++i) next[i] = i + 1 < end ? i + 1 : begin;
     begin = end;
   }
-  const bool isComplete = mTessellator.end();
-  if (mIsOutOfMemory) throw std::bad_alloc();
-  if (!isComplete || mTriangleCorners.empty()) {
-    mResult.madePoints.resize(marks.madePoints);
-    mResult.madeTexCoords.resize(marks.madeTexCoords);
-    return skip(face, isComplete ? Reason::nothingInside : Reason::tooManyCrossings);
+  std::vector<bool> isKept(next.size());
+  for (std::size_t i = 0; i < mTriangleCorners.size(); ++i) {
+    const std::uint32_t a = mTriangleCorners[i], b = mTriangleCorners[i % 3 == 2 ? i - 2 : i + 1];
+    if (a < next.size() && next[a] == b) isKept[a] = true;
+    if (b < next.size() && next[b] == a) isKept[b] = true;
   }
+  for (std::uint32_t i = 0; i < next.size(); ++i)
+    if (!isKept[i] && touchesOnlyAsSeen(i, next[i])) return false;
+  return true;
+}
+
+/// Whether a corner lies on an edge as it is seen, but not in space.
+bool MeshTriangulation::touchesOnlyAsSeen(std::uint32_t from, std::uint32_t to) const {
+  const Vec3 edge = mSeen[to] - mSeen[from];
+  const double size = lengthSq(edge);
+  for (std::uint32_t i = 0; i < mContourEnds.back(); ++i) {
+    const Vec3 seen = mSeen[i] - mSeen[from];
+    const double share = dot(seen, edge) / size;
+    if (!(share > 0.0 && share < 1.0) || length(seen - share * edge) > 1e-9) continue;
+    const Vec3 place = mCorners[from].place + share * (mCorners[to].place - mCorners[from].place);
+    if (util::largestMagnitude(mCorners[i].place - place) > kGap) return true;
+  }
+  return false;
+}
+
+void MeshTriangulation::cutAlongDiagonals() {
+  discard();
+  mPositions.clear();
+  for (const Corner& corner : mCorners) mPositions.push_back(corner.place);
+  util::cutInSpace(mPositions, mTriangleCorners);
+  dropWithin(mEqualPlaces.find(mPositions));
+}
+
+/// Drops triangles between two corners at one place, and makes thin ones better. Returns how many without area are
+/// left.
+std::size_t MeshTriangulation::flipThin() {
+  // Places are rounded: what is small among them needs a closer look.
+  const auto mayBeThin = [this](std::size_t i) {
+    const Vec2 a = flatPointOf(mTriangleCorners[i]), b = flatPointOf(mTriangleCorners[i + 1]),
+               c = flatPointOf(mTriangleCorners[i + 2]);
+    const Vec2 ab{b.x - a.x, b.y - a.y}, ac{c.x - a.x, c.y - a.y};
+    const double area = ab.x * ac.y - ab.y * ac.x, edges = ab.x * ab.x + ab.y * ab.y + ac.x * ac.x + ac.y * ac.y;
+    return !(area * area > edges * (1e-28 + 1e-12 * edges));
+  };
+  bool any = false;
+  for (std::size_t i = 0; i < mTriangleCorners.size() && !any; i += 3) any = mayBeThin(i);
+  if (!any) return 0;
+  mPositions.clear();
+  for (const Corner& corner : mCorners) mPositions.push_back(pointOf(corner));
+  const std::span<const std::uint32_t> places = mEqualPlaces.find(mPositions);
+  dropWithin(places);
+  const util::ThinTriangles::Cut cut{mPositions, mSeen, places, mTriangleCorners};
+  const std::vector<util::ThinTriangles::Edge> edges = innerOutline(places);
+  // An edge of the outline gives way only to corners of the outline that lie on it.
+  const std::size_t left = mThinTriangles.flip(cut, edges);
+  return left == 0 || edges.empty() ? left : mThinTriangles.flip(cut, {});
+}
+
+/// The edges of the contours that may have triangles on both sides, by their places and sorted: both ends are visited
+/// twice.
+std::vector<util::ThinTriangles::Edge> MeshTriangulation::innerOutline(std::span<const std::uint32_t> places) const {
+  std::vector<bool> isVisitedTwice(places.size());
+  for (std::uint32_t i = 0; i < mContourEnds.back(); ++i)
+    if (places[i] != i) isVisitedTwice[places[i]] = true;
+  std::vector<util::ThinTriangles::Edge> edges;
+  std::uint32_t begin = 0;
+  for (const std::uint32_t end : mContourEnds) {
+    for (std::uint32_t i = begin; i < end; ++i) {
+      const std::uint32_t a = places[i], b = places[i + 1 < end ? i + 1 : begin];
+      if (isVisitedTwice[a] && isVisitedTwice[b]) edges.push_back(std::minmax({a, b}));
+    }
+    begin = end;
+  }
+  std::ranges::sort(edges);
+  return edges;
+}
+
+/// Drops triangles that have two corners at one place.
+void MeshTriangulation::dropWithin(std::span<const std::uint32_t> places) {
+  std::size_t end = 0;
+  for (std::size_t i = 0; i < mTriangleCorners.size(); i += 3) {
+    const auto at = [&](std::size_t k) { return places[mTriangleCorners[i + k]]; };
+    if (at(0) == at(1) || at(1) == at(2) || at(2) == at(0)) continue;
+    for (std::size_t k = 0; k < 3; ++k) mTriangleCorners[end++] = mTriangleCorners[i + k];
+  }
+  mTriangleCorners.resize(end);
+}
+
+void MeshTriangulation::addTriangles(std::uint32_t face) {
   const std::size_t first = mResult.triangles.size();
   for (const std::uint32_t number : mTriangleCorners) mResult.triangles.push_back(mCorners[number].vertex);
-  dropUnused(mResult.madePoints, marks.madePoints, 3, mMesh.points.size(), std::span(mResult.triangles).subspan(first));
+  dropUnused(mResult.madePoints, mMarks.madePoints, 3, mMesh.points.size(),
+             std::span(mResult.triangles).subspan(first));
   if (!mMesh.texIndices.empty()) {
     for (const std::uint32_t number : mTriangleCorners) mResult.texIndices.push_back(mCorners[number].pair);
-    dropUnused(mResult.madeTexCoords, marks.madeTexCoords, 2, mMesh.texCoords.size(),
+    dropUnused(mResult.madeTexCoords, mMarks.madeTexCoords, 2, mMesh.texCoords.size(),
                std::span(mResult.texIndices).subspan(first));
   }
   mResult.faces.resize(mResult.triangles.size() / 3, face);
+}
+
+/// Where a corner is, but for the scale: differences are those of the mesh's points, rounded once. Where points are
+/// made, they are rounded as places, wherever the face lies.
+Vec3 MeshTriangulation::pointOf(const Corner& corner) const {
+  return mCorners.size() > mContourEnds.back() ? corner.place : mPlaceScale * mPoints[corner.vertex];
 }
 
 std::uint32_t MeshTriangulation::addCorner(const Vec3&, std::span<const Tessellator::Source> sources) {
@@ -304,20 +629,24 @@ std::uint32_t MeshTriangulation::addCorner(const Vec3&, std::span<const Tessella
   const double s = shareOfSecond(sources.first(2), sources.last(2)),
                t = shareOfSecond(sources.last(2), sources.first(2));
   const auto cornerOf = [&](int i) -> const Corner& { return mCorners[sources[i].number]; };
-  const auto mean = [&](auto valueOf) {
-    return 0.5 * between(valueOf(cornerOf(0)), valueOf(cornerOf(1)), s) +
-           0.5 * between(valueOf(cornerOf(2)), valueOf(cornerOf(3)), t);
+  const auto onFirst = [&](auto valueOf) { return between(valueOf(cornerOf(0)), valueOf(cornerOf(1)), s); };
+  const auto onSecond = [&](auto valueOf) { return between(valueOf(cornerOf(2)), valueOf(cornerOf(3)), t); };
+  const auto mean = [&](auto valueOf) { return 0.5 * onFirst(valueOf) + 0.5 * onSecond(valueOf); };
+  const auto placeBy = [](auto valueBy) {
+    return Vec3{valueBy([](const Corner& corner) { return corner.place.x; }),
+                valueBy([](const Corner& corner) { return corner.place.y; }),
+                valueBy([](const Corner& corner) { return corner.place.z; })};
   };
-  const Vec3 place{mean([](const Corner& corner) { return corner.place.x; }),
-                   mean([](const Corner& corner) { return corner.place.y; }),
-                   mean([](const Corner& corner) { return corner.place.z; })};
+  const Vec3 place = placeBy(mean);
   for (const Tessellator::Source& source : sources)
     if (util::largestMagnitude(mCorners[source.number].place - place) < kRounding) return source.number;
+  (util::largestMagnitude(placeBy(onFirst) - placeBy(onSecond)) > kGap ? mPasses : mCrosses) = true;
   Corner corner{addMadePoint(place), kNone, place};
   if (cornerOf(0).pair != kNone)
     corner.pair = addMadePair({mean([this](const Corner& c) { return pairOf(c.pair).x; }),
                                mean([this](const Corner& c) { return pairOf(c.pair).y; })});
   mCorners.push_back(corner);
+  mSeen.push_back(asSeen(place));
   return static_cast<std::uint32_t>(mCorners.size() - 1);
 }
 
@@ -330,6 +659,7 @@ std::uint32_t MeshTriangulation::addMeeting(const Tessellator::Source& a, const 
   const bool sharePair = first.pair == second.pair || pairOf(first.pair) == pairOf(second.pair);
   if (first.place == second.place && sharePair) return a.number;
   Corner corner = first;
+  mPasses = mPasses || util::largestMagnitude(first.place - second.place) > kGap;
   if (first.place != second.place) {
     corner.place = 0.5 * first.place + 0.5 * second.place;
     corner.vertex = addMadePoint(corner.place);
@@ -339,6 +669,7 @@ std::uint32_t MeshTriangulation::addMeeting(const Tessellator::Source& a, const 
     corner.pair = addMadePair({0.5 * p.x + 0.5 * q.x, 0.5 * p.y + 0.5 * q.y});
   }
   mCorners.push_back(corner);
+  mSeen.push_back(asSeen(corner.place));
   return static_cast<std::uint32_t>(mCorners.size() - 1);
 }
 
@@ -368,12 +699,6 @@ std::uint32_t MeshTriangulation::addMadePair(const Vec2& pair) {
   if (number >= kNone) throw std::length_error("a triangulation needs 2^32 - 1 texture coordinates or more");
   mResult.madeTexCoords.insert(mResult.madeTexCoords.end(), {pair.x, pair.y});
   return static_cast<std::uint32_t>(number);
-}
-
-/// A corner as the tessellator sees it; it sweeps along x.
-Vec2 MeshTriangulation::flatPointOf(std::uint32_t number) const {
-  const Vec3& p = mCorners[number].place;
-  return mAxis == 0 ? Vec2{p.y, p.z} : mAxis == 1 ? Vec2{p.z, p.x} : Vec2{p.x, p.y};
 }
 
 Vec2 MeshTriangulation::pairOf(std::uint32_t pair) const {

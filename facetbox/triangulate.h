@@ -14,7 +14,7 @@ namespace facetbox {
 struct SkippedFace {
   enum class Reason : std::uint8_t {
     tooFewCorners,  ///< fewer than three; a hole like this is as if it were not there
-    noArea,         ///< all corners lie on one line, as far as doubles can tell
+    noArea,         ///< all corners of the outline lie on one line, as far as doubles can tell
     nothingInside,  ///< the outline and its holes leave nothing: a hole that covers all, an outline gone around twice
     tooManyCrossings,  ///< the outline and its holes cross in too many points: more than 512
   };
@@ -54,16 +54,25 @@ struct Triangulation {
 ///
 /// Holes stay open: a face that is named as a hole has no triangles of its own. A face may be concave, and outlines and
 /// holes may cross themselves and each other. Inside is what they go around an odd number of times: what a hole has
-/// outside of its face is covered, and so is what lies in two holes. One exception: a face without holes, of at most
-/// 100 corners, whose fan around the first corner turns one way only becomes that fan, even if it goes around twice.
+/// outside of its face is covered, and so is what lies in two holes. Triangles come in the order of their faces. They
+/// are wound as their face; as the larger part of it, where its outline crosses itself.
 ///
-/// Triangles come in the order of their faces. They are wound as their face; as the larger part of it, where its
-/// outline crosses itself. Whether a face is flat does not matter: it is cut as it looks along the axis that its normal
-/// is closest to. No edge gets a new point, unless it is crossed there.
+/// A face is cut along diagonals, from corner to corner. Every edge of its outline and its holes is then an edge of one
+/// triangle. Points are made only where edges cross or different vertices lie behind each other; of a face without
+/// holes that is not flat, only where they do so in space, within a millionth of the face's size:
+/// - A quad gets the diagonal whose triangles are better, the worse one counting: by the area that faces the way of the
+///   quad, over the sum of the squared edges. So a concave quad is cut inside. Where both are equally good but for
+///   1e-4, it is the diagonal of the lowest vertex.
+/// - A larger face is cut as it looks along the axis that its normal is closest to. Where edges meet in that view that
+///   pass each other in space, it is cut as it looks along its normal or, where that is no better, into as small an
+///   area as can be found.
 ///
-/// A point is made where two edges cross, in the middle of both if they pass each other in space, and where different
-/// vertices lie behind each other. Its texture coordinates are the mean of those that the edges have there. Corners of
-/// a face that are at the same place become one corner.
+/// No triangle has three corners on one line, as long as the corners of the face allow another cut: an edge of the
+/// outline that has other corners on it is cut there, if both of its sides lie inside. Corners of a face that are at
+/// the same place become one corner.
+///
+/// A made point lies where two edges cross, in the middle of both if they pass each other, or between the vertices that
+/// lie behind each other. Its texture coordinates are the mean of those that the edges have there.
 ///
 /// A mesh that is moved, or scaled by a power of two, gets the same triangles, as long as its coordinates take this
 /// without rounding. Nothing is printed.
@@ -71,7 +80,8 @@ struct Triangulation {
 /// @throws InvalidMesh        where validate() finds a fatal problem
 /// @throws std::length_error  where the points would be 2^32 - 1 or more
 /// A face of e corners takes O(e w), where w is the largest number of its edges that a line across it meets; convex
-/// faces of at most 100 corners O(e). Without holes and crossings, the result has corners - 2 triangles per face.
+/// faces of at most 100 corners O(e). Without crossings and corners that meet, a face has as many triangles as it and
+/// its h holes have corners, and 2 h - 2 more.
 FACETBOX_EXPORT Triangulation triangulate(const MeshView& mesh);
 
 }  // namespace facetbox

@@ -415,6 +415,11 @@ Faults faultsOfTriangles(const PolyMesh& mesh) {
     if (isFlat[f] &&
         std::fabs(cutAreas[f] - areas[f]) > 1e-8 * (areas[f] + length(areaVectorOf(mesh, faces.corners[f]))))
       faults.push_back("triangles: face " + std::to_string(f) + " " + text("", cutAreas[f], areas[f]));
+  for (std::size_t t = 0; t < triangles.size(); ++t) {
+    const auto& [a, b, c] = triangles[t].corners;
+    if (!(areaOf(triangles[t]) > 1e-15 * (lengthSq(b - a) + lengthSq(c - a))))
+      faults.push_back("without area: a triangle of face " + std::to_string(cut.faces[t]));
+  }
   if (!cut.madePoints.empty()) faults.push_back("made points: " + std::to_string(cut.madePoints.size() / 3));
   return faults;
 }

@@ -119,6 +119,7 @@ TEST_P(EveryModel, staysWhatItIs) {
   // Without the holes that are none: they go before the first step.
   const PolyMesh mesh = clean(readMesh(GetParam()), {}).mesh;
   const double diagonal = support::diagonalOf(mesh);
+  expectNone(name, support::faultsOfTriangles(mesh));
   for (const double share : {1e-6, 1e-4}) {
     SCOPED_TRACE(share);
     const double tolerance = share * diagonal;
