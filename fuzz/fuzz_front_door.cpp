@@ -193,6 +193,9 @@ void checkCleaned(const PolyMesh& mesh, const facetbox::Cleaned& result) {
   for (std::size_t face = 0; face < faces; ++face)
     for (std::size_t i = offsets[face]; i < offsets[face + 1]; ++i)
       if (result.sources[i] >= mesh.counts.size() || result.faceMap[result.sources[i]] != face) fail("sources");
+  const facetbox::Step conform[] = {facetbox::ConformNormals{}};
+  const facetbox::Cleaned oriented = clean(result.mesh, conform);
+  if (clean(oriented.mesh, conform).steps[0].facesTurned != 0) fail("faces that turn at every run");
 }
 
 }  // namespace
