@@ -177,6 +177,7 @@ bool isMap(const std::vector<std::uint32_t>& map, std::size_t from, std::size_t 
 
 void checkCleaned(const PolyMesh& mesh, const facetbox::Cleaned& result) {
   requireSound(result.mesh);
+  if (!result.steps.empty() && result.steps.back().measuresAfter != facetbox::measure(result.mesh)) fail("measures");
   const std::size_t vertices = result.mesh.points.size() / 3, faces = result.mesh.counts.size();
   if (!isMap(result.vertexMap, mesh.points.size() / 3, vertices)) fail("vertexMap");
   if (!isMap(result.faceMap, mesh.counts.size(), faces)) fail("faceMap");
@@ -213,7 +214,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
       [&](const auto& result) { checkDefects(mesh, result); });
   const std::vector<facetbox::Step> steps = readSteps(in);
   run(
-      mesh, isMeshSound, [&](const MeshView& view) { return facetbox::clean(view, steps); },
+      mesh, isMeshSound, [&](const MeshView& view) { return facetbox::clean(view, steps, {.measures = true}); },
       [&](const auto& result) { checkCleaned(mesh, result); });
   return 0;
 }
