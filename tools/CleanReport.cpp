@@ -82,8 +82,14 @@ std::vector<std::string> doubtsAbout(const facetbox::Measures& before, const fac
   // These two are for taking area away.
   const bool isToLoseArea = step && (std::holds_alternative<facetbox::RemoveDoubleFaces>(*step) ||
                                      std::holds_alternative<facetbox::RemoveZeroFaces>(*step));
-  if (const double change = relativeChange(before.area, after.area); !isToLoseArea && std::fabs(change) > kMuch)
-    doubts.push_back(fmt::format("the area changes by {:+.3g} %", 100 * change));
+  const double growth = relativeChange(before.area, after.area);
+  // What a face that is not flat encloses is less than its triangles have, and no measure for them.
+  if (!step && growth > kMuch) {
+    doubts.push_back(fmt::format("not flat: its triangles have {:.3g} % more area than its faces", 100 * growth));
+    return doubts;
+  }
+  if (!isToLoseArea && std::fabs(growth) > kMuch)
+    doubts.push_back(fmt::format("the area changes by {:+.3g} %", 100 * growth));
   const auto isSolid = [](const facetbox::Measures& m) { return m.isClosed && m.isOriented; };
   if (isSolid(before) && isSolid(after)) {
     const double change = relativeChange(std::fabs(before.volume), std::fabs(after.volume));

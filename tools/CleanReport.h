@@ -31,7 +31,7 @@ facetbox::Counts countsOf(const facetbox::MeshView& mesh);
 
 /// What a user should look at after a change of a mesh, such as "3 more open edges; it was closed before".
 /// @param last  the measures of the result: edges that a later change closes again are no matter
-/// @param step  that has made the change, or null
+/// @param step  that has made the change; null for triangulation
 std::vector<std::string> doubtsAbout(const facetbox::Measures& before, const facetbox::Measures& after,
                                      const facetbox::Measures& last, const facetbox::Step* step);
 

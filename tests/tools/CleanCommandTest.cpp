@@ -292,6 +292,14 @@ TEST(CleanCommand, anyPlaceAndUnitKeepEveryCoordinateAndHole) {
   }
 }
 
+TEST(CleanCommand, tellsWhatTrianglesDoNotKeep) {
+  const TestFolder folder;
+  // A saddle: its triangles have more area than what its outline encloses, seen from anywhere.
+  const std::string saddle = folder.write("s.obj", "v 0 0 0\nv 1 0 1\nv 1 1 0\nv 0 1 1\nf 1 2 3 4\n");
+  EXPECT_THAT(clean(saddle, "--triangulate").report.notes,
+              ElementsAre("object 1: not flat: its triangles have 73.2 % more area than its faces"));
+}
+
 // Where a face crosses itself, a point is made, for its object and with the face's texture coordinates and material.
 TEST(CleanCommand, aCrossingBecomesAPointOfItsObject) {
   const TestFolder folder;
