@@ -135,12 +135,18 @@ class CleanUp {
     return util::removeEdgesCoplanarKeepingFlat(*mMesh, step.degrees, step.compareAttributes, step.isRepeated);
   }
   std::uint64_t runStep(const RemoveColinear& step) {
-    return changeOutlines([&] {
-      const std::uint64_t removed =
-          util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping, util::StraightAgainst::kept);
-      if (removed != 0) mHasNormals = false;
-      return removed;
-    });
+    std::uint64_t total = 0;
+    // Where a hole goes, fewer edges meet.
+    for (std::size_t dropped = mHistory.droppedHoles.size() + 1; dropped != mHistory.droppedHoles.size();) {
+      dropped = mHistory.droppedHoles.size();
+      total += changeOutlines([&] {
+        const std::uint64_t removed =
+            util::removeVerticesColinear(*mMesh, step.degrees, step.keepTextureMapping, util::StraightAgainst::kept);
+        if (removed != 0) mHasNormals = false;
+        return removed;
+      });
+    }
+    return total;
   }
 
   /// Whether a step is known to have nothing to do: it had nothing, and nothing has changed since; or all vertices have

@@ -197,6 +197,11 @@ void checkCleaned(const PolyMesh& mesh, const facetbox::Cleaned& result) {
   const facetbox::Step conform[] = {facetbox::ConformNormals{}};
   const facetbox::Cleaned oriented = clean(result.mesh, conform);
   if (clean(oriented.mesh, conform).steps[0].facesTurned != 0) fail("faces that turn at every run");
+  for (const double degrees : {1.0, 40.0, 100.0}) {
+    const facetbox::Step straighten[] = {facetbox::RemoveColinear{degrees}};
+    const PolyMesh straight = clean(result.mesh, straighten).mesh;
+    if (clean(straight, straighten).mesh != straight) fail("corners that a second run finds straight");
+  }
 }
 
 }  // namespace

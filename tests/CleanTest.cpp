@@ -253,6 +253,18 @@ TEST(Clean, aSecondRunOfAllStepsChangesNothing) {
   }
 }
 
+// The hole is none without corner 3, and corner 5 of the wall is straight without the hole.
+TEST(Clean, straightensOnWhereAHoleHasGone) {
+  const PolyMesh mesh{.points = {-10, -10, 0, 10, -10, 0,    10, 10,  0, 0,  10.5, 0, -10, 10, 0, -.2, 9,
+                                 0,   .2,  9, 0,  0,   10.3, 0,  -.2, 9, -5, -.2,  9, 5,   -3, 9, 0},
+                      .counts = {5, 3, 4},
+                      .indices = {0, 1, 2, 3, 4, 5, 7, 6, 8, 5, 9, 10},
+                      .holes = {0, 1, kNone}};
+  const Cleaned cleaned = clean(mesh, {RemoveColinear{10}});
+  EXPECT_EQ(cleaned.steps[0].droppedHoles.size(), 1u);
+  EXPECT_EQ(cleaned.mesh.counts, (Indices{4, 3}));
+}
+
 TEST(Clean, doesNotDependOnTheUnit) {
   for (unsigned seed = 0; seed < 200; ++seed) {
     SCOPED_TRACE(seed);
