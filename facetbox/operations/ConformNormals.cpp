@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <limits>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include <facetbox/math/Matrix4.h>
@@ -227,18 +228,37 @@ void dropVertexNormals(MeshStorage& m) {
   m.mNormals.clear();
 }
 
+/// Whether a piece is one face with its holes: it has no volume around its center, and runs like itself.
+bool isSingleSurface(const SurfacePieces& pieces, std::span<const std::uint32_t> faces) {
+  bool hasFace = false;
+  return std::ranges::all_of(faces,
+                             [&](std::uint32_t face) { return pieces.isHole(face) || !std::exchange(hasFace, true); });
+}
+
 /// Whether the lowest face of a piece looks outward, or the others once they run like it.
 bool looksOutward(const SurfacePieces& pieces, std::size_t piece, const MeshStorage& m) {
   const auto faces = pieces.faces(piece);
   // A flip swaps the first two corners.
   const auto first = m.mFaces.corners(faces.front());
-  PieceMeasure measure(m.mVertices[std::min(first[0], first[1])]);
-  forEachBlock(faces, m.mMonitor.get(), [&](std::span<const std::uint32_t> block) {
-    for (const std::uint32_t face : block)
-      measure.add(m.mVertices, m.mFaces.corners(face), pieces.isHole(face), pieces.isRimReversed(face),
-                  pieces.runsAgainstLowest(face));
+  const Vec3& origin = m.mVertices[std::min(first[0], first[1])];
+  const auto measureFaces = [&](auto add) {
+    PieceMeasure measure(origin);
+    forEachBlock(faces, m.mMonitor.get(), [&](std::span<const std::uint32_t> block) {
+      for (const std::uint32_t face : block) add(measure, face, m.mFaces.corners(face));
+    });
+    return measure;
+  };
+  if (pieces.isClosed(piece)) {
+    const PieceMeasure measure = measureFaces([&](PieceMeasure& sums, std::uint32_t face, auto corners) {
+      sums.addVolume(m.mVertices, corners, pieces.isRimReversed(face) != pieces.runsAgainstLowest(face));
+    });
+    if (const int sign = measure.closedVolumeSign(); sign != 0) return sign > 0;
+  }
+  const PieceMeasure measure = measureFaces([&](PieceMeasure& sums, std::uint32_t face, auto corners) {
+    sums.add(m.mVertices, corners, pieces.isHole(face), pieces.isRimReversed(face), pieces.runsAgainstLowest(face));
   });
-  return measure.isOutward(pieces.isClosed(piece));
+  const int sign = pieces.isClosed(piece) ? 0 : measure.openVolumeSign();
+  return sign != 0 ? sign > 0 : measure.hasMajority();
 }
 
 }  // namespace
@@ -280,9 +300,8 @@ std::uint64_t conformSurfaces(Mesh& mesh) {
   std::uint64_t flipped = 0;
   for (std::size_t piece = 0; piece < pieces.size(); ++piece) {
     const auto faces = pieces.faces(piece);
-    // Alone, a face has no volume around its center.
-    if (faces.size() == 1) {
-      if (monitor) monitor->tick(2);
+    if (isSingleSurface(pieces, faces)) {
+      if (monitor) monitor->tick(2 * faces.size());
       continue;
     }
     const bool turnsLowest = !looksOutward(pieces, piece, m);

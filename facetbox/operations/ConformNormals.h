@@ -32,7 +32,8 @@ std::uint64_t conformNormals(Mesh& mesh, const double* transform);
 /// The same of surfaces, outward by their own shape: no axis and no length matters, and a second run turns nothing.
 ///
 /// A face and its holes are one surface, neighbors are surfaces that use an edge once each: see SurfacePieces, also for
-/// what cannot be oriented. Hole faces turn exactly when their outer faces do. A face alone stays as it is.
+/// what cannot be oriented. Hole faces turn exactly when their outer faces do. A face with nothing but its holes stays
+/// as it is.
 ///
 /// A closed piece is turned so that its volume becomes positive, where this is beyond the rounding of its sum. Of an
 /// open one, the volume is measured from its center of gravity. It decides where its sign is the same from everywhere

@@ -11,6 +11,12 @@ namespace {
 /// Six times the mean square of the distances from the pivot within its triangle with an edge.
 double squareOf(const Vec3& from, const Vec3& to) { return lengthSq(from) + lengthSq(to) + dot(from, to); }
 
+/// The sign of a number, or 0 within a limit.
+int signBeyond(double value, double limit) {
+  if (std::fabs(value) <= limit) return 0;
+  return value > 0 ? 1 : -1;
+}
+
 /// An edge as seen from a pivot.
 struct EdgeTerm {
   Vec3 cross, sum;
@@ -53,86 +59,127 @@ class MirroredPolygon {
 };
 
 struct FaceMeasure {
-  Vec3 doubleArea;
-  double size;          ///< of it
-  Vec3 mean, centroid;  ///< of the corners, of the area; from the pivot
-  double square;        ///< mean of the squared distances of the area from the pivot
-  double reach;         ///< no corner is farther from the pivot on an axis
+  Vec3 pivot, doubleArea;
+  Vec3 mean;     ///< of the corners, from the pivot
+  double reach;  ///< no corner is farther from the pivot on an axis
+  // Only where they are asked for: the size of the double area, its centroid from the pivot, and the mean of the
+  // squared distances from there.
+  double size = 0, square = 0;
+  Vec3 centroid = mean;
 };
+
+enum class Moments { none, wanted };
+
+/// Sets what depends on how the area is spread: the triangles of the fan around the pivot, by how much each adds.
+void spread(FaceMeasure& face, double sizeSq, const EdgeTerm& moments) {
+  if (!(sizeSq > 0)) return;
+  face.size = std::sqrt(sizeSq);
+  face.centroid = moments.sum / 3;
+  face.square = moments.square / 6;
+}
+
+EdgeTerm share(const EdgeTerm& edge, const Vec3& doubleArea, double sizeSq) {
+  const double part = dot(edge.cross, doubleArea) / sizeSq;
+  return {{}, part * edge.sum, part * edge.square};
+}
 
 FaceMeasure measureTriangle(std::span<const Vec3> points, std::span<const std::uint32_t> corners) {
   const bool isSwapped = corners[0] > corners[1];
   const Vec3& pivot = points[corners[isSwapped ? 1 : 0]];
   const Vec3 a = points[corners[isSwapped ? 0 : 1]] - pivot, b = points[corners[2]] - pivot;
   const Vec3 doubleArea = cross(a, b), mean = (a + b) / 3;
-  return {isSwapped ? -doubleArea : doubleArea,
+  return {pivot,
+          isSwapped ? -doubleArea : doubleArea,
+          mean,
+          std::max(largestMagnitude(a), largestMagnitude(b)),
           length(doubleArea),
-          mean,
-          mean,
           squareOf(a, b) / 6,
-          std::max(largestMagnitude(a), largestMagnitude(b))};
+          mean};
 }
 
-FaceMeasure measurePolygon(const MirroredPolygon& polygon) {
+/// From the pivot, the corners of a quadrangle follow in the same order however it runs.
+FaceMeasure measureQuadrangle(std::span<const Vec3> points, std::span<const std::uint32_t> corners, Moments wanted) {
+  const bool isSwapped = corners[0] > corners[1];
+  const Vec3& pivot = points[corners[isSwapped ? 1 : 0]];
+  const Vec3 a = points[corners[isSwapped ? 0 : 1]] - pivot, b = points[corners[isSwapped ? 3 : 2]] - pivot,
+             c = points[corners[isSwapped ? 2 : 3]] - pivot;
+  const Vec3 ab = cross(a, b), bc = cross(b, c), doubleArea = ab + bc;
+  FaceMeasure face{pivot, isSwapped ? -doubleArea : doubleArea, (a + c + b) / 4,
+                   std::max(std::max(largestMagnitude(a), largestMagnitude(b)), largestMagnitude(c))};
+  if (wanted == Moments::none) return face;
+  const double sizeSq = lengthSq(doubleArea);
+  spread(
+      face, sizeSq,
+      share({ab, a + b, squareOf(a, b)}, doubleArea, sizeSq) + share({bc, b + c, squareOf(b, c)}, doubleArea, sizeSq));
+  return face;
+}
+
+FaceMeasure measurePolygon(std::span<const Vec3> points, std::span<const std::uint32_t> corners, Moments wanted) {
+  const MirroredPolygon polygon(points, corners);
   const EdgeTerm sum = polygon.sumOf(polygon.edge(0), [](const EdgeTerm& edge) { return edge; });
-  // The triangles of the fan around the pivot, by how much of the area each adds.
-  const double sizeSq = lengthSq(sum.cross);
-  const EdgeTerm moments = polygon.sumOf(EdgeTerm{}, [&](const EdgeTerm& edge) {
-    const double part = dot(edge.cross, sum.cross) / sizeSq;
-    return EdgeTerm{{}, part * edge.sum, part * edge.square};
-  });
   double reach = 0;
   for (std::size_t i = 0; i < polygon.size(); ++i) reach = std::max(reach, largestMagnitude(polygon.corner(i)));
-  const Vec3 mean = sum.sum / (2 * static_cast<double>(polygon.size()));
-  if (!(sizeSq > 0)) return {sum.cross, 0, mean, mean, 0, reach};
-  return {sum.cross, std::sqrt(sizeSq), mean, moments.sum / 3, moments.square / 6, reach};
+  FaceMeasure face{polygon.pivot(), sum.cross, sum.sum / (2 * static_cast<double>(polygon.size())), reach};
+  if (wanted == Moments::none) return face;
+  const double sizeSq = lengthSq(sum.cross);
+  spread(face, sizeSq, polygon.sumOf(EdgeTerm{}, [&](const EdgeTerm& edge) { return share(edge, sum.cross, sizeSq); }));
+  return face;
+}
+
+FaceMeasure measure(std::span<const Vec3> points, std::span<const std::uint32_t> corners, Moments wanted) {
+  if (corners.size() == 3) return measureTriangle(points, corners);
+  if (corners.size() == 4) return measureQuadrangle(points, corners, wanted);
+  return measurePolygon(points, corners, wanted);
 }
 
 }  // namespace
 
 Vec3 doubleAreaOf(std::span<const Vec3> points, std::span<const std::uint32_t> corners) {
-  return MirroredPolygon(points, corners).sumOf(Vec3{0, 0, 0}, [](const EdgeTerm& edge) { return edge.cross; });
+  return measure(points, corners, Moments::none).doubleArea;
 }
 
-void PieceMeasure::add(std::span<const Vec3> points, std::span<const std::uint32_t> corners, bool isHole,
-                       bool isReversed, bool runsAgainst) {
-  const MirroredPolygon polygon(points, corners);
-  const FaceMeasure face = corners.size() == 3 ? measureTriangle(points, corners) : measurePolygon(polygon);
-  const Vec3 doubleArea = isReversed != runsAgainst ? -face.doubleArea : face.doubleArea;
+void PieceMeasure::addVolume(std::span<const Vec3> points, std::span<const std::uint32_t> corners, bool isReversed) {
+  const FaceMeasure face = measure(points, corners, Moments::none);
+  const Vec3 mean = face.pivot - mOrigin + face.mean;
+  const double term = dot(face.doubleArea, mean);
+  mVolume += isReversed ? -term : term;
   const auto cornerCount = static_cast<double>(corners.size());
-  // Corners in a line have an area by rounding alone, of them or of what is computed from them.
-  const double noise = 8 * std::numeric_limits<double>::epsilon() * cornerCount * face.reach *
-                       (largestMagnitude(polygon.pivot()) + face.reach);
-  const double size = face.size > noise ? face.size : 0, area = isHole ? -size : size;
-  const Vec3 place = polygon.pivot() - mOrigin, mean = place + face.mean;
-  mVectorArea = mVectorArea + doubleArea;
-  mVolume += dot(doubleArea, mean);
-  mMoment = mMoment + area * (place + face.centroid);
-  mSecondMoment += area * (lengthSq(place) + 2 * dot(place, face.centroid) + face.square);
-  mArea += area;
-  mMajority += runsAgainst ? -area : area;
   mTermSize +=
       cornerCount * face.reach * face.reach * (largestMagnitude(mOrigin) + largestMagnitude(mean) + face.reach);
   mCount += cornerCount;
 }
 
-/// The sign of the volume, or 0 where it says nothing.
-int PieceMeasure::volumeSign(bool isClosed) const {
-  if (!(mArea > 0)) return 0;
-  double volume = mVolume, limit = std::numeric_limits<double>::epsilon() * mCount * mTermSize;
-  if (!isClosed) {
-    constexpr double kAround = 0.6, kLeast = 1e-5;
-    const Vec3 center = mMoment / mArea;
-    const double radius = std::sqrt(std::max(mSecondMoment / mArea - lengthSq(center), 0.0));
-    volume -= dot(mVectorArea, center);
-    limit = radius * std::max(kAround * length(mVectorArea), kLeast * mArea);
-  }
-  if (std::fabs(volume) <= limit) return 0;
-  return volume > 0 ? 1 : -1;
+int PieceMeasure::closedVolumeSign() const {
+  return signBeyond(mVolume, std::numeric_limits<double>::epsilon() * mCount * mTermSize);
 }
 
-bool PieceMeasure::isOutward(bool isClosed) const {
-  if (const int sign = volumeSign(isClosed); sign != 0) return sign > 0;
+void PieceMeasure::add(std::span<const Vec3> points, std::span<const std::uint32_t> corners, bool isHole,
+                       bool isReversed, bool runsAgainst) {
+  const FaceMeasure face = measure(points, corners, Moments::wanted);
+  // Corners in a line have an area by rounding alone, of them or of what is computed from them.
+  const double noise = 8 * std::numeric_limits<double>::epsilon() * static_cast<double>(corners.size()) * face.reach *
+                       (largestMagnitude(face.pivot) + face.reach);
+  const double size = face.size > noise ? face.size : 0, area = isHole ? -size : size;
+  const Vec3 doubleArea = isReversed != runsAgainst ? -face.doubleArea : face.doubleArea;
+  const Vec3 place = face.pivot - mOrigin;
+  mVectorArea = mVectorArea + doubleArea;
+  mVolume += dot(doubleArea, place + face.mean);
+  mMoment = mMoment + area * (place + face.centroid);
+  mSecondMoment += area * (lengthSq(place) + 2 * dot(place, face.centroid) + face.square);
+  mArea += area;
+  mMajority += runsAgainst ? -area : area;
+}
+
+int PieceMeasure::openVolumeSign() const {
+  if (!(mArea > 0)) return 0;
+  constexpr double kAround = 0.6, kLeast = 1e-5;
+  const Vec3 center = mMoment / mArea;
+  const double radius = std::sqrt(std::max(mSecondMoment / mArea - lengthSq(center), 0.0));
+  return signBeyond(mVolume - dot(mVectorArea, center),
+                    radius * std::max(kAround * length(mVectorArea), kLeast * mArea));
+}
+
+bool PieceMeasure::hasMajority() const {
   constexpr double kTie = 1e-9;  // of the area
   return !(mArea > 0) || mMajority >= -kTie * mArea;
 }

@@ -20,18 +20,24 @@ class PieceMeasure {
   /// @param origin  a point of the piece, from which it is measured
   explicit PieceMeasure(const Vec3& origin) : mOrigin(origin) {}
 
-  /// @param isHole     whether the face's area is taken off
-  /// @param isReversed whether the face counts as if it were turned
-  /// @param runsAgainst whether its surface has to be turned to run like the first one
+  /// Adds to what closedVolumeSign() looks at, and to nothing else.
+  /// @param isReversed  whether the face counts as if it were turned
+  void addVolume(std::span<const Vec3> points, std::span<const std::uint32_t> corners, bool isReversed);
+  /// The sign of a closed piece's volume, or 0 within the rounding of its sum.
+  int closedVolumeSign() const;
+
+  /// Adds to what the functions below look at.
+  /// @param isHole       whether the face's area is taken off
+  /// @param isReversed   whether the face counts as if it were turned, because it is a rim
+  /// @param runsAgainst  whether its surface has to be turned to run like the first one
   void add(std::span<const Vec3> points, std::span<const std::uint32_t> corners, bool isHole, bool isReversed,
            bool runsAgainst);
-
-  /// Whether outside is where the first face looks to, or the others once they run like it.
-  bool isOutward(bool isClosed) const;
+  /// The sign of an open piece's volume around its center of gravity, or 0 where it does not tell clearly.
+  int openVolumeSign() const;
+  /// Whether no more of the area runs against the first face than like it.
+  bool hasMajority() const;
 
  private:
-  int volumeSign(bool isClosed) const;
-
   const Vec3 mOrigin;
   // All of twice the area, the volume six times, places relative to the origin.
   Vec3 mVectorArea{0, 0, 0}, mMoment{0, 0, 0};

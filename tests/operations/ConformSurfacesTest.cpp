@@ -98,7 +98,7 @@ class Twin {
       Indices faces;
       for (std::uint32_t f = 0; f < mPieces.size(); ++f)
         if (mPieces[f] == lowest) faces.push_back(f);
-      if (faces.size() < 2) continue;
+      if (std::ranges::all_of(faces, [&](auto f) { return surfaceOf(f) == surfaceOf(lowest); })) continue;
       const int outward = outwardSign(faces);
       for (const std::uint32_t f : faces)
         if (mSigns[f] != outward) result.insert(f);
