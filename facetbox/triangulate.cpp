@@ -134,7 +134,6 @@ class MeshTriangulation final : private Tessellator::Caller {
   bool touchesOnlyAsSeen(std::uint32_t from, std::uint32_t to) const;
   std::size_t flipThin();
   void dropWithin(std::span<const std::uint32_t> places);
-  std::vector<util::ThinTriangles::Edge> innerOutline(std::span<const std::uint32_t> places) const;
   void addTriangles(std::uint32_t face);
 
   std::uint32_t addCorner(const Vec3& position, std::span<const Tessellator::Source> sources) override;
@@ -567,30 +566,7 @@ std::size_t MeshTriangulation::flipThin() {
   for (const Corner& corner : mCorners) mPositions.push_back(pointOf(corner));
   const std::span<const std::uint32_t> places = mEqualPlaces.find(mPositions);
   dropWithin(places);
-  const util::ThinTriangles::Cut cut{mPositions, mSeen, places, mTriangleCorners};
-  const std::vector<util::ThinTriangles::Edge> edges = innerOutline(places);
-  // An edge of the outline gives way only to corners of the outline that lie on it.
-  const std::size_t left = mThinTriangles.flip(cut, edges);
-  return left == 0 || edges.empty() ? left : mThinTriangles.flip(cut, {});
-}
-
-/// The edges of the contours that may have triangles on both sides, by their places and sorted: both ends are visited
-/// twice.
-std::vector<util::ThinTriangles::Edge> MeshTriangulation::innerOutline(std::span<const std::uint32_t> places) const {
-  std::vector<bool> isVisitedTwice(places.size());
-  for (std::uint32_t i = 0; i < mContourEnds.back(); ++i)
-    if (places[i] != i) isVisitedTwice[places[i]] = true;
-  std::vector<util::ThinTriangles::Edge> edges;
-  std::uint32_t begin = 0;
-  for (const std::uint32_t end : mContourEnds) {
-    for (std::uint32_t i = begin; i < end; ++i) {
-      const std::uint32_t a = places[i], b = places[i + 1 < end ? i + 1 : begin];
-      if (isVisitedTwice[a] && isVisitedTwice[b]) edges.push_back(std::minmax({a, b}));
-    }
-    begin = end;
-  }
-  std::ranges::sort(edges);
-  return edges;
+  return mThinTriangles.flip({mPositions, mSeen, places, mTriangleCorners});
 }
 
 /// Drops triangles that have two corners at one place.

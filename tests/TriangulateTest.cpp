@@ -373,12 +373,19 @@ TEST(Triangulate, cutsTwistedFacesAlongDiagonals) {
     std::mt19937 random(seed);
     PolyMesh mesh;
     std::vector<Vec3> knot, ramp;
-    for (int i = pick(random, 5, 12); i > 0; --i) knot.push_back(anywhere(random));
+    // Corners that lie behind each other, but no edges that cross.
+    for (int i = pick(random, 5, 12); i > 0; --i) {
+      knot.push_back(anywhere(random));
+      if (i % 2 != 0) continue;
+      knot.back().x = pick(random, -1, 1);
+      knot.back().y = pick(random, -1, 1);
+    }
     addFace(mesh, knot);
     // A winding ramp: twice the same way, out and back, so that it hides itself as seen from anywhere.
     const int steps = pick(random, 3, 100);
     const auto at = [](double angle, double r) { return Vec3{r * std::cos(angle), 0.1 * angle, r * std::sin(angle)}; };
     for (int i = 0; i < steps; ++i) ramp.push_back(at(0.4 * i, 1));
+    ramp.push_back(at(0.4 * (steps - 1), 0.75));
     for (int i = steps; i-- > 0;) ramp.push_back(at(0.4 * i, 0.5));
     addFace(mesh, ramp);
     addTexture(mesh);
@@ -391,6 +398,18 @@ TEST(Triangulate, cutsTwistedFacesAlongDiagonals) {
     for (const auto& [a, b, c] : trianglesOf(result, 1))
       area += length(areaVector(pointOf(mesh, {}, a), pointOf(mesh, {}, b), pointOf(mesh, {}, c)));
     EXPECT_NEAR(area / (0.15 * (steps - 1)), 1, 0.1);
+  }
+}
+
+TEST(Triangulate, seesWhichCornersLieOnAnEdgeInSpace) {
+  // The last corner but one stands on the first edge or above it.
+  for (const double height : {0.0, 2.0}) {
+    PolyMesh mesh;
+    addFace(mesh, {{0, 0, 0}, {4, 0, 0}, {4, 4, 1}, {2, 0, height}, {0, 4, 1}});
+    const Triangulation result = triangulate(mesh);
+    expectSound(mesh, result);
+    EXPECT_EQ(result.faces.size(), height == 0 ? 2u : 3u);
+    if (height > 0) expectDiagonals(mesh, result, 0, {{0, 1, 2, 3, 4}});
   }
 }
 

@@ -51,9 +51,9 @@ std::span<const std::uint32_t> EqualPlaces::find(std::span<const Vec3> points) {
   return mPlaces;
 }
 
-std::size_t ThinTriangles::flip(const Cut& cut, std::span<const Edge> kept) {
+std::size_t ThinTriangles::flip(const Cut& cut) {
   const auto count = static_cast<std::uint32_t>(cut.triangles.size() / 3);
-  findNeighbours(cut, kept);
+  findNeighbours(cut);
   mCandidates.clear();
   for (std::uint32_t triangle = 0; triangle < count; ++triangle) addIfThin(cut, triangle);
   for (std::size_t flips = 0; !mCandidates.empty() && flips < kMostFlips * count;) {
@@ -69,7 +69,7 @@ std::size_t ThinTriangles::flip(const Cut& cut, std::span<const Edge> kept) {
   return withoutArea;
 }
 
-void ThinTriangles::findNeighbours(const Cut& cut, std::span<const Edge> kept) {
+void ThinTriangles::findNeighbours(const Cut& cut) {
   const auto sides = static_cast<std::uint32_t>(cut.triangles.size());
   mSides.resize(sides);
   mFirstSides.assign(std::bit_ceil(cut.triangles.size()), kNone);
@@ -89,9 +89,7 @@ void ThinTriangles::findNeighbours(const Cut& cut, std::span<const Edge> kept) {
       count += mSides[i].key == key;
       if (mSides[i].key == key && i != side) other = i;
     }
-    if (count == 2 && mSides[side].isUpward != mSides[other].isUpward &&
-        !std::ranges::binary_search(kept, Edge{key >> 32, key & kNone}))
-      mAcross[side] = other;
+    if (count == 2 && mSides[side].isUpward != mSides[other].isUpward) mAcross[side] = other;
   }
 }
 

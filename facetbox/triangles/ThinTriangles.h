@@ -48,15 +48,13 @@ class ThinTriangles {
     std::span<const std::uint32_t> places;  ///< by number: alike for corners at one place, see EqualPlaces
     std::span<std::uint32_t> triangles;     ///< three numbers each, at different places
   };
-  using Edge = std::pair<std::uint32_t, std::uint32_t>;  ///< places, the lower one first
 
-  /// Corners that lie between the ends of an edge are cut off with those behind it: where triangles without area stand
-  /// one behind the other, the outer ones first. What is left without area lies at the outline.
-  /// @param kept  edges that stay, sorted
+  /// Where triangles without area stand one behind the other, the outer ones come first. What is left without area lies
+  /// at edges that have no triangle behind them.
   /// @return how many triangles have no area
   /// O(t log t) for t triangles, as long as thin ones are not pushed to and fro; there is a bound of 16 flips per
   /// triangle.
-  std::size_t flip(const Cut& cut, std::span<const Edge> kept);
+  std::size_t flip(const Cut& cut);
 
  private:
   /// From a place in the list of triangles to the next of its triangle.
@@ -73,7 +71,7 @@ class ThinTriangles {
     }
   };
 
-  void findNeighbours(const Cut& cut, std::span<const Edge> kept);
+  void findNeighbours(const Cut& cut);
   void addIfThin(const Cut& cut, std::uint32_t triangle);
   bool flipLongest(const Cut& cut, std::uint32_t triangle);
 
