@@ -85,9 +85,8 @@ class CleanUp {
   // The steps; each returns how much it changed. Lengths go into the frame with the mesh. Holes are checked anew where
   // outlines have changed; merging coplanar faces does so itself.
   std::uint64_t runStep(const MergeVertices& step) {
-    const util::MeshStorage& m = mMesh->storage();
     const double tolerance = toFrame(step.tolerance);
-    if (!m.mHoles.empty() || tolerance > m.mLimits.mLargeTolerance) needNormals();
+    needNormalsForWelding(tolerance);
     countRepeats();
     return changeOutlines([&] {
       const util::Welding welding = util::mergeVerticesRepeatedly(*mMesh, tolerance);
@@ -97,7 +96,7 @@ class CleanUp {
     });
   }
   std::uint64_t runStep(const RemoveZeroEdges& step) {
-    needNormals();
+    needNormalsForWelding(toFrame(step.threshold));
     countRepeats();
     const std::uint64_t merged = changeOutlines([&] {
       const std::uint64_t count = util::mergeEdgesZero(*mMesh, toFrame(step.threshold)).mergedCount;
@@ -205,6 +204,12 @@ class CleanUp {
     if (mMesh->storage().mHoles.empty()) return;
     needNormals();
     util::assignHoles(*mMesh);
+  }
+
+  /// What the guards of a weld and the holes go by.
+  void needNormalsForWelding(double tolerance) {
+    const util::MeshStorage& m = mMesh->storage();
+    if (!m.mHoles.empty() || tolerance > m.mLimits.mLargeTolerance) needNormals();
   }
 
   /// Computes the normals where they are asked for: not all steps need them.

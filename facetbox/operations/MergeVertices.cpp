@@ -164,7 +164,8 @@ Welding weldRepeatedly(Mesh& mesh, double tolerance, Reach reach, FindGroups fin
       const Monitor::Part part(monitor, 0.0, 0.75);
       return weld(mesh, tolerance, findGroups);
     }();
-    tidyUp(mesh, NormalUpdate::skip);
+    // Repeated corners that the mesh came with go in the first pass.
+    if (pass == 0 || one.mergedCount != 0) tidyUp(mesh, NormalUpdate::skip);
     total.mergedCount += one.mergedCount;
     total.isComplete = one.isComplete;
     if (one.mergedCount == 0 || (reach == Reach::byPlace && one.isComplete)) break;

@@ -82,22 +82,27 @@ VertexGroups::VertexGroups(std::span<const Vec3> vertices, double tolerance, Mon
     }
 }
 
-VertexGroups::VertexGroups(std::span<const Vec3> vertices, std::vector<Edge> edges, double tolerance) {
+VertexGroups::VertexGroups(std::span<const Vec3> vertices, std::span<const Edge> edges, double tolerance) {
   mGroupOf.resize(vertices.size(), kNone);
-  const std::size_t given = edges.size();
-  for (std::size_t i = 0; i < given; ++i) edges.emplace_back(edges[i].second, edges[i].first);
-  std::ranges::sort(edges);
+  if (edges.empty()) return;
+  // Per vertex those at the other ends of its edges, by counting.
+  Buffer<std::uint32_t> ends(vertices.size() + 1, 0), others(2 * edges.size());
+  for (const auto& [a, b] : edges) ++ends[a], ++ends[b];
+  std::uint32_t total = 0;
+  for (std::uint32_t& end : ends) total = end = total + end;
+  for (const auto& [a, b] : edges) {
+    others[--ends[a]] = b;
+    others[--ends[b]] = a;
+  }
   const double toleranceSq = tolerance * tolerance;
   std::vector<std::uint32_t> reached;
-  for (std::size_t i = 0; i < edges.size(); ++i) {
-    const std::uint32_t seed = edges[i].first;
-    if (mGroupOf[seed] != kNone) continue;
+  for (std::uint32_t seed = 0; seed < vertices.size(); ++seed) {
+    if (ends[seed] == ends[seed + 1] || mGroupOf[seed] != kNone) continue;
     // A group of one is none: the seed is marked when it has taken another vertex.
     reached.assign(1, seed);
     for (std::size_t at = 0; at < reached.size(); ++at)
-      for (auto edge = std::ranges::lower_bound(edges, Edge{reached[at], 0});
-           edge != edges.end() && edge->first == reached[at]; ++edge) {
-        const std::uint32_t v = edge->second;
+      for (std::uint32_t i = ends[reached[at]]; i < ends[reached[at] + 1]; ++i) {
+        const std::uint32_t v = others[i];
         if (v == seed || mGroupOf[v] != kNone || !(lengthSq(vertices[v] - vertices[seed]) <= toleranceSq)) continue;
         mGroupOf[v] = mGroupOf[seed] = seed;
         mIsEmpty = false;

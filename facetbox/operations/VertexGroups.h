@@ -25,8 +25,8 @@ class VertexGroups {
   /// Groups along edges alone: the vertex of lowest index that is in no group yet takes every vertex in no group that
   /// a chain of edges leads to whose vertices all lie within the tolerance of it, and founds the group.
   /// @param edges  pairs of different vertices; in any order and direction, as often as one likes
-  /// O(vertices + n log n) in the edges.
-  VertexGroups(std::span<const Vec3> vertices, std::vector<Edge> edges, double tolerance);
+  /// O(vertices + edges).
+  VertexGroups(std::span<const Vec3> vertices, std::span<const Edge> edges, double tolerance);
 
   bool empty() const { return mIsEmpty; }
   /// Whether a vertex has left a group.
