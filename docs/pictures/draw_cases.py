@@ -12,6 +12,9 @@ import subprocess
 import sys
 import tempfile
 
+# Narrow models are drawn wider than they are.
+STRETCHED = {"overlapping_fan": 4.0, "zero_area_out_of_plane": 3.0}
+
 # Per model: what the program is asked for, how often, and from where one looks.
 CASES = {
     "plate_pocket_below": (["--all", "1e-5"], 2, (0.6, -1.0, 0.8)),
@@ -53,12 +56,13 @@ def dot(a, b):
     return sum(x * y for x, y in zip(a, b))
 
 
-def projection(vertices, eye):
+def projection(vertices, eye, stretch):
     """Where a vertex stands in a picture, and how near it is: seen from far away in direction `eye`."""
     to_eye = normalized(eye)
     up = [0.0, 1.0, 0.0] if abs(to_eye[1]) < 0.9 else [0.0, 0.0, -1.0]
     right = normalized(cross(up, to_eye))
     up = cross(to_eye, right)
+    right = [stretch * x for x in right]
     flat = [(dot(v, right), dot(v, up)) for v in vertices]
     low = [min(p[i] for p in flat) for i in (0, 1)]
     size = [max(p[i] for p in flat) - low[i] for i in (0, 1)]
@@ -108,7 +112,7 @@ def draw(program, source, target, options, times, eye):
             subprocess.run([program, "clean", given, "-o", cleaned, *options], check=True, stdout=subprocess.DEVNULL)
             given = cleaned
         after = read(given)
-    view = projection([before[0][v] for face in before[1] for v in face], eye)
+    view = projection([before[0][v] for face in before[1] for v in face], eye, STRETCHED.get(source.stem, 1.0))
     label = '<text x="{}" y="16" text-anchor="middle" font-family="sans-serif" font-size="12" fill="#555">{}</text>'
     lines = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{2 * WIDTH}" height="{HEIGHT + 10}" '
