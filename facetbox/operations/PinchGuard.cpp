@@ -23,6 +23,8 @@
 // - After a look, every corner left in the group that stands alone has lost a neighbor since, unless the face has
 //   nearly all of its corners in the group; but then all of these are neighbors. So only neighbors of corners that
 //   have left need to be looked at.
+// - Two neighbors that are all of a group in a face never stand alone while both are in it: no pair. So every group of
+//   a pair has two corners that are apart.
 // - Of the corners that stand alone, the first on the way around is the lowest, but for corner 0: if that is in the
 //   group, the way begins behind it.
 
@@ -65,7 +67,8 @@ class PinchGuard {
     std::uint32_t nextOfVertex = kNone;  ///< the members of a vertex, one after the other
     std::uint32_t nextLeft = kNone;      ///< those that have left since the pair was looked at
   };
-  /// A face and a group that more than one of its corners were in. No member from `end` on is in it any more.
+  /// A face and a group that two of its corners were in, or more, and not just two neighbors. No member from `end` on
+  /// is in it any more.
   struct Pair {
     std::uint32_t face, group;
     std::uint32_t begin, end;  ///< in mMembers, by ascending corners
@@ -76,7 +79,7 @@ class PinchGuard {
 
   void addPairsOf(std::uint32_t face) {
     const auto corners = mFaces.corners(face);
-    if (corners.size() < kSortFrom && !hasTwoOfOneGroup(corners)) return;
+    if (corners.size() < kSortFrom && !hasTwoApartOfOneGroup(corners)) return;
     mGrouped.clear();
     for (std::uint32_t corner = 0; corner < corners.size(); ++corner)
       if (const std::uint32_t group = mGroups.groupOf(corners[corner]); group != VertexGroups::kNone)
@@ -84,7 +87,7 @@ class PinchGuard {
     std::ranges::sort(mGrouped);
     for (auto begin = mGrouped.begin(); begin != mGrouped.end();) {
       const auto end = std::find_if(begin, mGrouped.end(), [&](const auto& c) { return c.first != begin->first; });
-      if (end - begin > 1) {
+      if (end - begin > 2 || (end - begin == 2 && areApart(begin->second, begin[1].second, corners.size()))) {
         const auto first = static_cast<std::uint32_t>(mMembers.size()), count = static_cast<std::uint32_t>(end - begin);
         const auto pair = static_cast<std::uint32_t>(mPairs.size());
         for (auto at = begin; at != end; ++at) mMembers.push_back({at->second, corners[at->second], pair});
@@ -94,12 +97,17 @@ class PinchGuard {
     }
   }
 
-  bool hasTwoOfOneGroup(std::span<const std::uint32_t> corners) const {
-    for (std::size_t i = 1; i < corners.size(); ++i) {
+  /// Whether two corners, the lower one first, are no neighbors in a face of `count` corners.
+  static bool areApart(std::size_t low, std::size_t high, std::size_t count) {
+    return high - low != 1 && high - low != count - 1;
+  }
+
+  bool hasTwoApartOfOneGroup(std::span<const std::uint32_t> corners) const {
+    for (std::size_t i = 2; i < corners.size(); ++i) {
       const std::uint32_t group = mGroups.groupOf(corners[i]);
       if (group == VertexGroups::kNone) continue;
-      for (std::size_t j = 0; j < i; ++j)
-        if (mGroups.groupOf(corners[j]) == group) return true;
+      for (std::size_t j = 0; j < i - 1; ++j)
+        if (mGroups.groupOf(corners[j]) == group && areApart(j, i, corners.size())) return true;
     }
     return false;
   }
