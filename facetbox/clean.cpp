@@ -148,8 +148,8 @@ class CleanUp {
     return total;
   }
 
-  /// Whether a step is known to have nothing to do: it had nothing, and nothing has changed since; or all vertices have
-  /// been welded that it could weld, and no step moves a vertex.
+  /// Whether a step is known to have nothing to do: it has left or found nothing to do, and nothing has changed since;
+  /// or all vertices have been welded that it could weld, and no step moves a vertex.
   bool isIdle(const Step& step) const {
     if (const auto* const merge = std::get_if<MergeVertices>(&step))
       if (merge->tolerance <= mWeldedUpTo) return true;
@@ -159,10 +159,15 @@ class CleanUp {
   }
 
   void noteChanges(const Step& step, std::uint64_t changes) {
-    if (changes != 0)
-      mIdleSteps.clear();
-    else
-      mIdleSteps.push_back(step);
+    if (changes != 0) mIdleSteps.clear();
+    if (changes == 0 || leavesNothingToDo(step)) mIdleSteps.push_back(step);
+  }
+
+  /// Whether a second run at once would change nothing.
+  static bool leavesNothingToDo(const Step& step) {
+    if (const auto* const merge = std::get_if<MergeCoplanar>(&step)) return merge->isRepeated;
+    return std::holds_alternative<ConformNormals>(step) || std::holds_alternative<RemoveColinear>(step) ||
+           std::holds_alternative<RemoveZeroFaces>(step);
   }
 
   /// Counts the corners that repeat the one before them, which the step is about to collapse. None come about later.
@@ -277,7 +282,7 @@ class CleanUp {
   StepReport* mReport = nullptr;  // of the step that runs
   bool mMayHaveRepeats = true;
   double mWeldedUpTo = -1;            // no two vertices lie within this tolerance
-  std::vector<Step> mIdleSteps;       // that have found nothing to do in the mesh as it is
+  std::vector<Step> mIdleSteps;       // that have nothing to do in the mesh as it is
   std::optional<Measures> mMeasures;  // of the mesh as it is
   Cleaned mResult;
 };
