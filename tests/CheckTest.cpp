@@ -7,6 +7,7 @@
 #include <tests/support/ExactNumbers.h>
 #include <tests/support/Meshes.h>
 #include <tests/support/PlainCheck.h>
+#include <tests/support/PolyMeshes.h>
 
 namespace {
 
@@ -18,20 +19,10 @@ using facetbox::PolyMesh;
 using support::below;
 using support::oneIn;
 using support::pick;
+using support::polyMeshOf;
 using util::Vec3;
 using Pairs = std::vector<Defects::Pair>;
 using Numbers = std::vector<std::uint32_t>;
-
-PolyMesh meshOf(const std::vector<Vec3>& points, const support::Faces& faces, Numbers holes = {}) {
-  PolyMesh mesh;
-  for (const Vec3& p : points) mesh.points.insert(mesh.points.end(), {p.x, p.y, p.z});
-  for (const Numbers& face : faces) {
-    mesh.counts.push_back(static_cast<std::uint32_t>(face.size()));
-    mesh.indices.insert(mesh.indices.end(), face.begin(), face.end());
-  }
-  mesh.holes = std::move(holes);
-  return mesh;
-}
 
 Defects checkAll(const PolyMesh& mesh) {
   CheckOptions options;
@@ -79,7 +70,7 @@ PolyMesh randomMesh(std::mt19937& random) {
     for (int i = pick(random, 1, 3); i > 0 && !free.empty(); --i, free.pop_back()) holes.push_back(free.back());
     holes.push_back(kNone);
   }
-  return meshOf(points, faces, holes);
+  return polyMeshOf(points, faces, holes);
 }
 
 TEST(Check, agreesWithComparingEverythingWithEverything) {
@@ -121,17 +112,13 @@ TEST(Check, placeAndUnitDoNotMatter) {
     const PolyMesh mesh = randomMesh(random);
     const Defects expected = checkAll(mesh);
     for (const int exponent : {-1000, -20, 20, 300}) {
-      PolyMesh other = mesh;
-      for (double& v : other.points) v = std::ldexp(v, exponent);
-      const Defects found = checkAll(other);
+      const Defects found = checkAll(support::scaledBy(mesh, std::ldexp(1.0, exponent)));
       expectSameLists(found, expected);
       EXPECT_EQ(found.selfIntersections, expected.selfIntersections);
       EXPECT_EQ(found.area, std::ldexp(expected.area, 2 * exponent));
       EXPECT_EQ(found.volume, std::ldexp(expected.volume, 3 * exponent));
     }
-    PolyMesh moved = mesh;
-    for (std::size_t i = 0; i < moved.points.size(); ++i) moved.points[i] += i % 3 == 0 ? 0x1p40 : -85227.4375;
-    const Defects found = checkAll(moved);
+    const Defects found = checkAll(support::movedBy(mesh, {0x1p40, -85227.4375, -85227.4375}));
     expectSameLists(found, expected);
     // Points where an outline crosses itself are rounded, which depends on the place.
     EXPECT_EQ(pairsOfPlainFaces(found), pairsOfPlainFaces(expected));
@@ -155,7 +142,7 @@ PolyMesh blockWithShaft(bool isTopHoleTurned, bool isBottomHoleTurned) {
     faces.push_back({i, j, j + 8, i + 8});
     faces.push_back({j + 4, i + 4, i + 12, j + 12});
   }
-  return meshOf(points, faces, {0, 1, kNone, 2, 3, kNone});
+  return polyMeshOf(points, faces, {0, 1, kNone, 2, 3, kNone});
 }
 
 TEST(Check, aShaftThroughABlockIsClosedHoweverItsRimsAreWound) {
@@ -186,7 +173,7 @@ TEST(Check, holesThatAreNoneAreListedAndTakenAtTheirWord) {
       points.push_back(p);
     }
   }
-  const Defects defects = check(meshOf(points, faces, {0, 1, 2, 3, 4, kNone}));
+  const Defects defects = check(polyMeshOf(points, faces, {0, 1, 2, 3, 4, kNone}));
   EXPECT_EQ(defects.droppedHoles, std::vector<facetbox::DroppedHole>(
                                       {{0, 2, Reason::crosses}, {0, 3, Reason::outside}, {0, 4, Reason::overlaps}}));
   EXPECT_EQ(defects.area, 81 - 1 - 4 - 1 - 1);
@@ -199,7 +186,7 @@ TEST(Check, findsEachDefectInTheSmallestMeshThatHasIt) {
   //   0---1---4
   const std::vector<Vec3> points{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},  {2, 0, 0},
                                  {2, 1, 0}, {0, 0, 0}, {1, 0, 0}, {1, 0.5, 0}};
-  const auto defectsOf = [&](const support::Faces& faces) { return checkAll(meshOf(points, faces)); };
+  const auto defectsOf = [&](const support::Faces& faces) { return checkAll(polyMeshOf(points, faces)); };
   const Defects pair = defectsOf({{0, 1, 2, 3}, {1, 4, 5, 2}});
   EXPECT_EQ(pair.openEdges, Pairs({{0, 1}, {0, 3}, {1, 4}, {2, 3}, {2, 5}, {4, 5}}));
   EXPECT_EQ(pair.sameVertices, Pairs({{0, 6}, {1, 7}}));
@@ -221,8 +208,8 @@ TEST(Check, findsEachDefectInTheSmallestMeshThatHasIt) {
 }
 
 TEST(Check, limitsAreWhatIsAskedFor) {
-  const PolyMesh mesh = meshOf({{0, 0, 0}, {8, 0, 0}, {8, 8, 0}, {0, 8, 0}, {4, 8.5, 0}, {8.25, 8, 0}, {0, 16, 0}},
-                               {{0, 1, 2, 3}, {3, 2, 5, 4, 6}});
+  const PolyMesh mesh = polyMeshOf({{0, 0, 0}, {8, 0, 0}, {8, 8, 0}, {0, 8, 0}, {4, 8.5, 0}, {8.25, 8, 0}, {0, 16, 0}},
+                                   {{0, 1, 2, 3}, {3, 2, 5, 4, 6}});
   CheckOptions options;
   EXPECT_EQ(check(mesh, options).zeroEdges.size() + check(mesh, options).zeroFaces.size(), 0u);
   options.zeroEdgeLength = 0.25;
@@ -286,7 +273,7 @@ TEST(Check, facesOfBoxesIntersectWhereTheRectanglesMeet) {
     for (std::uint32_t a = 0; a < faces.size(); ++a)
       for (std::uint32_t b = a + 1; b < faces.size(); ++b)
         if (a / 6 != b / 6 && util::boxesMeet(rectangles[a], rectangles[b])) expected.push_back({a, b});
-    EXPECT_EQ(checkAll(meshOf(points, faces)).selfIntersections, expected) << "round " << round;
+    EXPECT_EQ(checkAll(polyMeshOf(points, faces)).selfIntersections, expected) << "round " << round;
     pairs += expected.size();
   }
   EXPECT_GT(pairs, 1000u);
@@ -296,9 +283,9 @@ TEST(Check, cornersInsideAStraightOutlineAreShared) {
   // A floor and a wall over three edges on one line; and a wall that has one edge there, in which corners lie.
   const std::vector<Vec3> points{{0, 0, 0}, {3, 0, 0}, {6, 0, 0}, {6, 6, 0},
                                  {0, 6, 0}, {0, 0, 5}, {6, 0, 5}, {4, 0, 0}};
-  const Defects defects = checkAll(meshOf(points, {{0, 1, 7, 2, 3, 4}, {0, 1, 7, 2, 6, 5}}));
+  const Defects defects = checkAll(polyMeshOf(points, {{0, 1, 7, 2, 3, 4}, {0, 1, 7, 2, 6, 5}}));
   EXPECT_EQ(defects.selfIntersections, Pairs());
-  EXPECT_EQ(checkAll(meshOf(points, {{0, 1, 7, 2, 3, 4}, {0, 2, 6, 5}})).selfIntersections, Pairs({{0, 1}}));
+  EXPECT_EQ(checkAll(polyMeshOf(points, {{0, 1, 7, 2, 3, 4}, {0, 2, 6, 5}})).selfIntersections, Pairs({{0, 1}}));
 }
 
 TEST(Check, aFaceThatNeedsTooManyPointsIsListed) {
@@ -321,20 +308,20 @@ TEST(Check, aFaceThatNeedsTooManyPointsIsListed) {
   const auto first = static_cast<std::uint32_t>(points.size());
   points.insert(points.end(), {{100, 0, 0}, {101, 0, 0}, {101, 1, 0}, {100, 1, 0}});
   const Numbers square{first, first + 1, first + 2, first + 3};
-  EXPECT_EQ(checkAll(meshOf(points, {square, outline, square})).selfIntersections, Pairs({{0, 2}, {1, 1}}));
+  EXPECT_EQ(checkAll(polyMeshOf(points, {square, outline, square})).selfIntersections, Pairs({{0, 2}, {1, 1}}));
 }
 
 TEST(Check, isUnmovedByHostileInput) {
   EXPECT_EQ(checkAll({}).componentCount, 0u);
   EXPECT_FALSE(checkAll({}).isClosed);
-  PolyMesh mesh = meshOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}});
+  PolyMesh mesh = polyMeshOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}});
   mesh.points[4] = support::kNaN;
   EXPECT_THROW(check(mesh), facetbox::InvalidMesh);
   mesh.points[4] = 0;
   mesh.indices[1] = 3;
   EXPECT_THROW(check(mesh), facetbox::InvalidMesh);
   // A hole of a face that is left out is left out too.
-  const Defects defects = checkAll(meshOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1}, {0, 1, 2}}, {0, 1, kNone}));
+  const Defects defects = checkAll(polyMeshOf({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1}, {0, 1, 2}}, {0, 1, kNone}));
   EXPECT_EQ(defects.leftOutFaces, Numbers({0, 1}));
   EXPECT_EQ(defects.unusedVertices, Numbers({0, 1, 2}));
 

@@ -44,9 +44,10 @@ std::vector<Step> scaled(std::vector<Step> steps, double factor) {
   return steps;
 }
 
-PolyMesh scaled(PolyMesh mesh, double factor) {
-  for (double& c : mesh.points) c *= factor;
-  return mesh;
+Indices firstNumbers(std::size_t count) {
+  Indices numbers(count);
+  std::iota(numbers.begin(), numbers.end(), 0u);
+  return numbers;
 }
 
 TEST(Clean, withoutStepsNothingChanges) {
@@ -59,9 +60,7 @@ TEST(Clean, withoutStepsNothingChanges) {
     if (!cleaned.droppedHoles.empty()) continue;
     EXPECT_EQ(cleaned.mesh, mesh);
     ++unchanged;
-    Indices vertices(mesh.points.size() / 3), faces(mesh.counts.size());
-    std::iota(vertices.begin(), vertices.end(), 0u);
-    std::iota(faces.begin(), faces.end(), 0u);
+    const Indices vertices = firstNumbers(mesh.points.size() / 3), faces = firstNumbers(mesh.counts.size());
     EXPECT_EQ(cleaned.vertexMap, vertices);
     EXPECT_EQ(cleaned.vertexSources, vertices);
     EXPECT_EQ(cleaned.faceMap, faces);
@@ -156,9 +155,7 @@ TEST(Clean, chainsGiveWhatTheirStepsGive) {
     const std::vector<Step> steps = randomSteps(random, 1);
     const Cleaned chain = clean(mesh, steps);
     PolyMesh apart = mesh;
-    Indices vertexMap(mesh.points.size() / 3), faceMap(mesh.counts.size());
-    std::iota(vertexMap.begin(), vertexMap.end(), 0u);
-    std::iota(faceMap.begin(), faceMap.end(), 0u);
+    Indices vertexMap = firstNumbers(mesh.points.size() / 3), faceMap = firstNumbers(mesh.counts.size());
     for (const Step& step : steps) {
       const Cleaned one = clean(apart, {step});
       apart = one.mesh;
@@ -279,8 +276,8 @@ TEST(Clean, doesNotDependOnTheUnit) {
       // The square of the largest unit is no double.
       if (std::abs(power) > 500) std::erase_if(larger, [](const Step& s) { return s.index() == 2; });
       if (larger.size() != steps.size()) continue;
-      const Cleaned other = clean(scaled(mesh, factor), larger);
-      EXPECT_EQ(scaled(other.mesh, 1 / factor), plain.mesh);
+      const Cleaned other = clean(scaledBy(mesh, factor), larger);
+      EXPECT_EQ(scaledBy(other.mesh, 1 / factor), plain.mesh);
       EXPECT_EQ(other.faceMap, plain.faceMap);
       EXPECT_EQ(other.droppedHoles, plain.droppedHoles);
     }
@@ -298,9 +295,7 @@ TEST(Clean, doesNotDependOnThePlace) {
     const Cleaned plain = clean(mesh, steps);
     for (const double far : {85227.5, 1e7, -3e9}) {
       SCOPED_TRACE(far);
-      PolyMesh moved = mesh;
-      for (double& c : moved.points) c += far;
-      const Cleaned other = clean(moved, steps);
+      const Cleaned other = clean(movedBy(mesh, {far, far, far}), steps);
       EXPECT_EQ(other.mesh.indices, plain.mesh.indices);
       EXPECT_EQ(other.mesh.holes, plain.mesh.holes);
       EXPECT_EQ(other.faceMap, plain.faceMap);
@@ -331,12 +326,7 @@ TEST(Clean, labelsAndTexturesStayWithTheirFaces) {
 
 TEST(Clean, tellsHowFarItIsAndStopsWhenAsked) {
   const Surface grid = gridOf(150, 150, [](unsigned x, unsigned y) { return x % 5 == 2 && y % 5 == 2; });
-  PolyMesh mesh;
-  for (const util::Vec3& p : grid.mPoints) mesh.points.insert(mesh.points.end(), {p.x, p.y, p.z});
-  for (const Indices& face : grid.mFaces) {
-    mesh.counts.push_back(static_cast<std::uint32_t>(face.size()));
-    mesh.indices.insert(mesh.indices.end(), face.begin(), face.end());
-  }
+  const PolyMesh mesh = polyMeshOf(grid.mPoints, grid.mFaces);
   const std::vector<Step> steps = allSteps(1e-3, 200);
   const Cleaned plain = clean(mesh, steps);
 

@@ -255,26 +255,6 @@ TEST(Cleanup, runsAreWrittenOnlyWithTextureCoordinates) {
   EXPECT_EQ(result->mTexturesStartFaces, nullptr);
 }
 
-TEST(Cleanup, mergesNothingByAToleranceThatIsNoNumberAndEverythingByAnInfiniteOne) {
-  constexpr float kNoNumber = std::numeric_limits<float>::quiet_NaN(), kAll = std::numeric_limits<float>::infinity();
-  for (const unsigned width : {9u, 49u}) {  // below and above the size from which vertices are looked up
-    const Surface grid = gridOf(width, 29, [](unsigned x, unsigned y) { return x == 3 && y == 5; });
-    Record apart = recordOf(grid.mPoints, grid.mFaces);
-    for (const std::uint32_t corner : {7u, 7u, 8u}) apart.mIndices.push_back(corner);  // collapses
-    apart.mCounts.push_back(3);
-    apart.mCoords.insert(apart.mCoords.end(), {9, 9, 9});  // used by no face
-    const std::string expected = describe(*Result(Cleanup::mergeVertices(0, apart.view())));
-    EXPECT_EQ(Result(Cleanup::mergeVertices(0, apart.view()))->mVCCount, 3 * std::ssize(grid.mPoints));
-    for (const float tolerance : {kNoNumber, -kNoNumber})
-      EXPECT_EQ(describe(*Result(Cleanup::mergeVertices(tolerance, apart.view()))), expected);
-    for (const float tolerance : {kAll, -kAll, std::numeric_limits<float>::max()})
-      EXPECT_EQ(Cleanup::mergeVertices(tolerance, apart.view()), nullptr);
-
-    apart.mCoords[0] = kAll, apart.mCoords[4] = kNoNumber;
-    EXPECT_EQ(Result(Cleanup::mergeVertices(kNoNumber, apart.view()))->mVCCount, 3 * std::ssize(grid.mPoints));
-  }
-}
-
 TEST(CleanupDump, writesCountsPointersAndNamesWhateverTheStreamIsSetTo) {
   char texture[] = "wood\xFF";
   char* textures[] = {texture, nullptr};

@@ -76,21 +76,6 @@ void expectDropped(const std::vector<Points>& faces, const std::vector<DroppedHo
 
 const Points kSquare = box(0, 0, 10, 10);
 
-TEST(DroppedHoles, areOutsideBesideTheOuterFaceOrAroundIt) {
-  for (const Points& hole : {box(20, 20, 2, 2), box(-5, -5, 20, 20), box(10, 0, 5, 5), box(10, 10, 1, 1)})
-    expectDropped({kSquare, hole}, {{0, 1, Reason::outside}});
-}
-
-TEST(DroppedHoles, crossWhatTheyLieOnBothSidesOf) {
-  const Points notched = {{0, 0, 0}, {10, 0, 0}, {10, 10, 0}, {5, 5, 0}, {0, 10, 0}};
-  const Points star = {{0, 0, 0}, {5, 1, 0}, {10, 0, 0}, {5, 10, 0}};
-  for (const Points& hole : {box(5, 5, 10, 2), box(-5, 4, 20, 2)})
-    expectDropped({kSquare, hole}, {{0, 1, Reason::crosses}});
-  // No edge crosses another: through corners, and over the notch between corners of the outline.
-  expectDropped({notched, {{0, 10, 0}, {2, 2, 0}, {8, 2, 0}, {10, 10, 0}}}, {{0, 1, Reason::crosses}});
-  expectDropped({star, {{0, 0, 0}, {10, 0, 0}, {5, 10, 0}}}, {{0, 1, Reason::crosses}});
-}
-
 TEST(DroppedHoles, touchTheOutlineFromInside) {
   for (const Points& hole : {box(0, 2, 2, 2), kSquare, {{5, 0, 0}, {6, 2, 0}, {4, 2, 0}}, box(1e-6, 1e-6, 5, 5)})
     expectDropped({kSquare, hole}, {{0, 1, Reason::touches}});
@@ -104,13 +89,6 @@ TEST(DroppedHoles, touchTheOutlineFromInside) {
   for (const double gap : {0.99e-5, 1.01e-5})
     for (const double scale : {std::ldexp(1, -20), 1., std::ldexp(1, 20)})
       EXPECT_EQ(droppedBy(Plate({kSquare, box(gap, gap, 1, 1)}), scale, true, nothing).size(), gap < 1e-5 ? 1u : 0u);
-}
-
-TEST(DroppedHoles, overlapOrTouchEarlierOnes) {
-  for (const Points& hole : {box(3, 3, 2, 2), box(2, 2, 2, 2), box(4, 2, 1, 1), box(2.5, 2.5, 1, 1), box(1, 1, 5, 5)})
-    expectDropped({kSquare, box(2, 2, 2, 2), hole}, {{0, 2, Reason::overlaps}});
-  // One that is dropped itself is in nobody's way.
-  expectDropped({kSquare, box(8, 8, 4, 4), box(8, 8, 1, 1)}, {{0, 1, Reason::crosses}});
 }
 
 TEST(DroppedHoles, goWithTheirCornersOrForTheirArea) {
@@ -138,20 +116,6 @@ TEST(DroppedHoles, loseTheirOuterFace) {
   expectDropped(Plate({{{0, 0, 0}, {10, 10, 0}, {10, 0, 0}, {0, 9.75, 0}}, box(7, 4, 2, 1)}),
                 {{0, 1, Reason::outerIsGone}},
                 [](Mesh& mesh, double scale) { util::removeFacesZero(mesh, 1.5 * scale * scale); });
-}
-
-TEST(DroppedHoles, ofADoubleAreToldByTheNumbersThatTheyFirstHad) {
-  // A needle, a square, and its double with two holes: the needle goes first.
-  std::vector<Points> faces = {{{0, 0, 5}, {1, 0, 5}, {2, 0, 5}}, kSquare, {}, box(2, 2, 2, 2), box(6, 6, 2, 2)};
-  Plate plate(faces);
-  plate.mFaces[2] = plate.mFaces[1];
-  Mesh mesh = meshOf(plate.mPoints, plate.mFaces, {2, 3, 4, kEnd});
-  MeshHistory history(plate.mPoints.size(), plate.mFaces.size());
-  mesh.storage().mHistory.set(&history);
-  util::removeFacesZero(mesh, 1e-3);
-  EXPECT_EQ(util::removeFacesDouble(mesh, false), 1u);
-  EXPECT_EQ(history.droppedHoles, (std::vector<DroppedHole>{{2, 3, Reason::outerIsGone}, {2, 4, Reason::outerIsGone}}));
-  EXPECT_EQ(facesOf(mesh).size(), 1u);
 }
 
 // The reason in whole numbers, by the words at HolePlacement::whyNotInside().

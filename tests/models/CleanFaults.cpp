@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <random>
 #include <set>
 
@@ -59,10 +58,11 @@ Vec3 areaVectorOf(const PolyMesh& mesh, const std::vector<std::uint32_t>& corner
   return 0.5 * sum;
 }
 
-/// Per edge, lower vertex first: how often it is used upwards and downwards. A face of which nothing is left without
-/// the corners that repeat the one before them has no edges.
-std::map<std::pair<std::uint32_t, std::uint32_t>, std::array<std::size_t, 2>> usesOf(const PolyMesh& mesh) {
-  std::map<std::pair<std::uint32_t, std::uint32_t>, std::array<std::size_t, 2>> uses;
+/// Per edge: how often it is used upwards and downwards. A face of which nothing is left without the corners that
+/// repeat the one before them has no edges.
+std::vector<std::array<std::size_t, 2>> usesOf(const PolyMesh& mesh) {
+  std::vector<std::array<std::uint32_t, 3>> sides;  // lower vertex, higher vertex, direction
+  sides.reserve(mesh.indices.size());
   const Faces faces(mesh);
   for (std::size_t f = 0; f < faces.size(); ++f) {
     std::size_t different = 0;
@@ -75,8 +75,14 @@ std::map<std::pair<std::uint32_t, std::uint32_t>, std::array<std::size_t, 2>> us
         outer != kNone && dot(areaVectorOf(mesh, faces.corners[f]), areaVectorOf(mesh, faces.corners[outer])) > 0;
     for (std::size_t i = 0; i < faces.corners[f].size(); ++i) {
       const std::uint32_t a = faces.corners[f][i], b = faces.corners[f][(i + 1) % faces.corners[f].size()];
-      if (a != b) ++uses[std::minmax(a, b)][(a < b) != isReversed ? 0 : 1];
+      if (a != b) sides.push_back({std::min(a, b), std::max(a, b), (a < b) != isReversed ? 0u : 1u});
     }
+  }
+  std::ranges::sort(sides);
+  std::vector<std::array<std::size_t, 2>> uses;
+  for (std::size_t i = 0; i < sides.size(); ++i) {
+    if (i == 0 || sides[i][0] != sides[i - 1][0] || sides[i][1] != sides[i - 1][1]) uses.emplace_back();
+    ++uses.back()[sides[i][2]];
   }
   return uses;
 }
@@ -249,7 +255,7 @@ double largestDistance(const std::vector<Triangle>& from, const std::vector<Tria
   std::discrete_distribution<std::size_t> draw(areas.begin(), areas.end());
   std::uniform_real_distribution<double> unit(0, 1);
   double largest = 0;
-  const std::size_t samples = std::min<std::size_t>(200, 10'000'000 / to.size());
+  const std::size_t samples = std::min<std::size_t>(200, 3'000'000 / to.size());
   for (std::size_t i = 0; i < samples; ++i) {
     const auto& [a, b, c] = from[draw(random)].corners;
     double u = unit(random), v = unit(random);
@@ -324,11 +330,11 @@ double unevennessOf(const PolyMesh& mesh) {
 
 std::size_t countOpenEdges(const PolyMesh& mesh) {
   return static_cast<std::size_t>(
-      std::ranges::count_if(usesOf(mesh), [](const auto& edge) { return edge.second[0] + edge.second[1] == 1; }));
+      std::ranges::count_if(usesOf(mesh), [](const auto& edge) { return edge[0] + edge[1] == 1; }));
 }
 
 bool isBalanced(const PolyMesh& mesh) {
-  return std::ranges::all_of(usesOf(mesh), [](const auto& edge) { return edge.second[0] == edge.second[1]; });
+  return std::ranges::all_of(usesOf(mesh), [](const auto& edge) { return edge[0] == edge[1]; });
 }
 
 double areaOf(const PolyMesh& mesh) {

@@ -1,6 +1,7 @@
 // Every model at hand through every step, all of them, and all of them again: what must hold whatever the model.
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -9,7 +10,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <tests/support/CleanCheck.h>
+#include <tests/support/PolyMeshes.h>
 #include <tools/ModelReader.h>
+#include <tools/ObjFile.h>
 #include "CleanFaults.h"
 
 namespace {
@@ -107,12 +111,46 @@ TEST(PolygonCases, stayWhatTheyAre) {
     const double diagonal = support::diagonalOf(mesh), tolerance = 1e-9 * diagonal;
     const std::vector<Step> steps = allSteps(tolerance, diagonal);
     const Cleaned once = clean(mesh, steps);
-    if (isValid) expectNone(name, support::faultsOfChain(mesh, once, reachOf(mesh, steps, tolerance)));
+    if (isValid) {
+      expectNone(name, support::faultsOfChain(mesh, once, reachOf(mesh, steps, tolerance)));
+      expectNone(name, support::faultsOfTriangles(mesh));
+    }
     EXPECT_TRUE(clean(once.mesh, steps).mesh == once.mesh) << "a second run changes something";
   }
 }
 
 class EveryModel : public testing::TestWithParam<fs::path> {};
+
+TEST_P(EveryModel, isReadAndWrittenWithoutLoss) {
+  const tool::Model model = tool::readModel(GetParam().string());
+  const tool::Model copy = tool::parseObj(tool::formatObj(model), "copy.obj");
+  EXPECT_EQ(copy.mVertices, model.mVertices);
+  EXPECT_EQ(copy.mCounts, model.mCounts);
+  EXPECT_EQ(copy.mIndices, model.mIndices);
+  EXPECT_EQ(copy.mRuns.size(), model.mRuns.size());
+}
+
+TEST_P(EveryModel, dependsOnNeitherPlaceNorUnit) {
+  const PolyMesh mesh = readMesh(GetParam());
+  const double diagonal = support::diagonalOf(mesh), tolerance = 1e-4 * diagonal;
+  const Cleaned plain = clean(mesh, allSteps(tolerance, diagonal));
+  for (const int power : {-20, 3}) {
+    const double factor = std::ldexp(1.0, power);
+    const Cleaned other = clean(support::scaledBy(mesh, factor), allSteps(factor * tolerance, factor * diagonal));
+    EXPECT_TRUE(support::scaledBy(other.mesh, 1 / factor) == plain.mesh) << "scaled by 2^" << power;
+    EXPECT_EQ(other.faceMap, plain.faceMap);
+  }
+  // A move rounds coordinates: what is compared is the moved mesh, and the same mesh brought back without rounding.
+  for (const util::Vec3& by : {util::Vec3{85227.43, 446522.057, 12.3}, {1e7, 1e7, 1e7}}) {
+    const PolyMesh far = support::movedBy(mesh, by), near = support::movedBy(far, -by);
+    if (support::movedBy(near, by) != far) continue;  // too far for that
+    Cleaned a = clean(far, allSteps(tolerance, diagonal)), b = clean(near, allSteps(tolerance, diagonal));
+    EXPECT_EQ(a.faceMap, b.faceMap);
+    EXPECT_EQ(a.vertexMap, b.vertexMap);
+    a.mesh.points = b.mesh.points;
+    EXPECT_TRUE(a.mesh == b.mesh);
+  }
+}
 
 TEST_P(EveryModel, staysWhatItIs) {
   const std::string name = GetParam().filename().string();
@@ -130,6 +168,9 @@ TEST_P(EveryModel, staysWhatItIs) {
       SCOPED_TRACE("step " + std::to_string(i));
       const Cleaned one = clean(mesh1, std::span(&steps[i], 1));
       expectNone(name, support::faultsOfStep(mesh1, one));
+      if (i == 5) {
+        EXPECT_EQ(support::faultOfMergedAreas(mesh1, one), "");
+      }
       mesh1 = one.mesh;
     }
     const Cleaned once = clean(mesh, steps);

@@ -145,34 +145,6 @@ TEST(ConformNormals, equalsItsSlowTwinOnRandomMeshes) {
   EXPECT_GT(partial, 2000u);
 }
 
-TEST(ConformNormals, closedPiecesEndWithPositiveVolumeWhereverTheyAreAndASecondRunChangesNothing) {
-  const Surface cube = surfaceOf({{0, 0, 0}}, 1.0);
-  for (unsigned seed = 0; seed < 100; ++seed) {
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    std::vector<Vec3> points;
-    Faces faces;
-    for (int piece = 0; piece < 4; ++piece) {
-      const auto base = static_cast<std::uint32_t>(points.size());
-      const double place = 1000.0 * pick(random, -1, 1);
-      for (const Vec3& p : cube.mPoints) points.push_back(p + Vec3{place, -2.0 * place, 3.0 * piece});
-      for (Indices face : cube.mFaces) {
-        for (std::uint32_t& v : face) v += base;
-        faces.push_back(oneIn(random, 2) ? flipped(face) : face);
-      }
-    }
-    Mesh mesh = meshOf(points, faces);
-    util::conformNormals(mesh, kIdentity.data());
-    double sixfold = 0.0;
-    for (const Indices& f : facesOf(mesh))
-      for (std::size_t i = 2; i < f.size(); ++i) sixfold += dot(points[f[0]], cross(points[f[i - 1]], points[f[i]]));
-    EXPECT_NEAR(sixfold / 6, 4.0, 1e-6);
-    const Faces once = facesOf(mesh);
-    util::conformNormals(mesh, kIdentity.data());
-    EXPECT_EQ(facesOf(mesh), once);
-  }
-}
-
 //   0---1---2 --> x
 //   |   |   |           A floor seen from above (y). The left square looks down; the right one runs their common edge
 //   3---4---5           in the same direction, so looks up. Both are to look up.
@@ -183,28 +155,6 @@ TEST(ConformNormals, neighborsOfAFloorAllLookUp) {
   util::conformNormals(mesh, kIdentity.data());
   EXPECT_EQ(facesOf(mesh), (Faces{{1, 0, 3, 4}, {1, 4, 5, 2}}));
   for (const std::size_t face : {0, 1}) EXPECT_EQ(mesh.storage().mFaces.normal(face), (Vec3{0, 1, 0}));
-}
-
-//   0-------------3 --> x
-//   |   4-----7   |     Seen from above, as two faces and as a face with a hole, which is to look down and up like
-//   |   |     |   |     the face that it perforates, however large it is.
-//   |   5-----6   |
-//   1-------------2
-//   z
-TEST(ConformNormals, aHoleIsTurnedWithItsFace) {
-  const std::vector<Vec3> points{{0, 0, 0}, {0, 0, 9}, {9, 0, 9}, {9, 0, 0},
-                                 {2, 0, 2}, {2, 0, 5}, {5, 0, 5}, {5, 0, 2}};
-  const Faces up{{0, 1, 2, 3}, {4, 5, 6, 7}};
-  for (const Indices& holes : {Indices{}, {0, 1, kEnd}, {1, 0, kEnd}})
-    for (const Faces& given : {up, Faces{flipped(up[0]), flipped(up[1])}, Faces{up[0], flipped(up[1])}}) {
-      Mesh mesh = meshOf(points, given, holes);
-      util::conformNormals(mesh, kIdentity.data());
-      // Without a link both look up by themselves; else the outer face does, and the hole keeps its sense beside it.
-      const bool wereAlike = holes.empty() || given[1] == (given[0] == up[0] ? up[1] : flipped(up[1]));
-      const std::size_t outer = holes.empty() ? 0 : holes[0];
-      EXPECT_EQ(mesh.storage().mFaces.normal(outer).y, 1);
-      EXPECT_EQ(mesh.storage().mFaces.normal(1 - outer).y, wereAlike ? 1 : -1);
-    }
 }
 
 }  // namespace

@@ -135,15 +135,6 @@ TEST(MergeVertices, weldsTwoSquaresAlongTheirSide) {
   EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}, {1, 4, 5, 2}}));
 }
 
-//  4-------.-------3
-//   \     / \     /      0, 1 and 2 are 0.07 apart, one after the other; only 1 is within 0.1 of 0.
-//     0---1---2
-TEST(MergeVertices, aVertexIsHeldAgainstTheFirstOfItsGroup) {
-  Mesh mesh = meshOf({{0, 0, 0}, {0.07, 0, 0}, {0.14, 0, 0}, {3, 3, 0}, {-3, 3, 0}}, {{0, 3, 4}, {1, 3, 4}, {2, 3, 4}});
-  EXPECT_EQ(util::mergeVertices(mesh, 0.1), 1u);
-  EXPECT_EQ(facesOf(mesh), (Faces{{0, 2, 3}, {0, 2, 3}, {1, 2, 3}}));
-}
-
 TEST(MergeVertices, equalsTheSlowTwinOnRandomGrids) {
   std::uint64_t merged = 0;
   for (unsigned seed = 0; seed < 600; ++seed) {
@@ -162,7 +153,8 @@ TEST(MergeVertices, equalsTheSlowTwinOnRandomGrids) {
       faces.push_back(randomIndices(random, pick(random, 3, f % 11 == 0 ? 40 : 8), vertexCount));
     const bool withHoles = seed % 4 == 0 && faces.size() > 4;
     const Indices holes = withHoles ? Indices{0, 2, 3, kEnd, 1, 4, kEnd} : Indices{};
-    merged += expectLikeTwin(meshOf(points, faces, holes), unit * std::array{0.0, 1.0, -1.0, 1.42, 2.0, 7.5}[seed % 6]);
+    constexpr std::array kTolerances{0.0, 1.0, -1.0, 1.42, 2.0, 7.5, kNaN, -kInfinity};
+    merged += expectLikeTwin(meshOf(points, faces, holes), unit * kTolerances[below(random, 8)]);
   }
   EXPECT_GT(merged, 5000u);
 }
@@ -190,23 +182,6 @@ TEST(MergeVertices, takesPinchesApartInTheOrderOfTheTwinsPasses) {
     if (HasFailure()) return;
   }
   EXPECT_GT(merged, 10000u);
-}
-
-TEST(MergeVertices, undoesAChainOfPinchesStepByStep) {
-  // Each quad has three of its corners at one place. When the middle one has to leave, so do the other two, and one of
-  // them is the middle one of the quad before: of all these steps a pass over the quads does one.
-  constexpr std::uint32_t kQuads = 200;
-  std::vector<Vec3> points;
-  for (std::uint32_t i = 0; i <= 2 * kQuads + 1; ++i) points.push_back({0, 0, 0});
-  const auto apart = [&] {
-    points.push_back({10.0 * static_cast<double>(points.size()), 0, 0});
-    return static_cast<std::uint32_t>(points.size() - 1);
-  };
-  Faces faces;
-  for (std::uint32_t i = kQuads; i > 0; --i) faces.push_back({i, i - 1, kQuads + i, apart()});
-  EXPECT_EQ(expectLikeTwin(meshOf(points, faces), 0.125), 2 * kQuads + 1);
-  faces.push_back({0, apart(), 2 * kQuads + 1, apart()});
-  EXPECT_EQ(expectLikeTwin(meshOf(points, faces), 0.125), 0u);
 }
 
 TEST(MergeVertices, findsThePairsThatAPlainComparisonFindsAtEveryScale) {

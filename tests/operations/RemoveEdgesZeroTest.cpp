@@ -84,25 +84,6 @@ TEST(RemoveEdgesZero, collapsesAShortEdgeOntoItsFirstVertex) {
   EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}}));
 }
 
-//   5------------4
-//   |            |   Steps of 0.07: 1 falls to 0. From there it is 0.14 to 2, which stays.
-//   0-1-2--------3
-TEST(RemoveEdgesZero, aRunOfShortEdgesIsMeasuredFromTheVertexThatStays) {
-  Mesh mesh = meshOf({{0, 0, 0}, {0.07, 0, 0}, {0.14, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}, {{0, 1, 2, 3, 4, 5}});
-  EXPECT_EQ(removeEdgesZero(mesh, 0.1), 1u);
-  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3, 4}}));
-  EXPECT_EQ(mesh.storage().mVertices[1].x, 0.14);
-}
-
-//   2--------1
-//     \    3 |     Each edge of 0, 3, 4 is short: the face goes, with all of its three corners.
-//       \ 4 0
-TEST(RemoveEdgesZero, aFaceOfShortEdgesAloneGoes) {
-  Mesh mesh = meshOf({{1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {0.95, 0.05, 0}, {0.95, 0, 0}}, {{0, 1, 2}, {0, 3, 4}});
-  EXPECT_EQ(removeEdgesZero(mesh, 0.1), 3u);
-  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2}}));
-}
-
 TEST(RemoveEdgesZero, equalsItsSlowTwinOnRandomMeshes) {
   unsigned removals = 0;
   for (unsigned seed = 0; seed < 3000; ++seed) {

@@ -171,21 +171,6 @@ TEST(RemoveFacesDouble, theLowestOfTheFacesWithTheSameCornersStays) {
   EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2}, {1, 3, 2}}));
 }
 
-//   3---2
-//   |   |     One square three times, with u = 0, 0.0006 and 0.0012 at all corners. The second is less than 0.001 from
-//   0---1     both others, the third is not from the first: the first removes the second, and the third stays.
-TEST(RemoveFacesDouble, texturesTooHaveToAgreeIfAttributesAreCompared) {
-  for (const bool compareAttributes : {false, true}) {
-    PlainMesh plain;
-    plain.mVertices = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
-    plain.mTexCoords[0] = {{0, 0}, {0.0006, 0}, {0.0012, 0}};
-    for (std::uint32_t copy = 0; copy < 3; ++copy) plain.mFaces.push_back({{0, 1, 2, 3}, {}, {{0, Indices(4, copy)}}});
-    Mesh mesh = buildMesh(plain);
-    EXPECT_EQ(util::removeFacesDouble(mesh, compareAttributes), compareAttributes ? 1u : 2u);
-    EXPECT_EQ(mesh.storage().mFaces.cornerSet(mesh.storage().mFaces.size() - 1, 0)[0], compareAttributes ? 2u : 0u);
-  }
-}
-
 TEST(RemoveFacesDouble, equalsItsSlowTwinOnRandomMeshesSmallAndWithManyCopies) {
   unsigned removals = 0, partial = 0, newTagSets = 0, lostHoles = 0;
   for (unsigned seed = 0; seed < 7000; ++seed) {
@@ -244,6 +229,9 @@ TEST(RemoveFacesDouble, tellsManyCopiesApartToTheLastUnitOfTheTolerance) {
       face.mCorners.resize(corners);
       std::iota(face.mCorners.begin(), face.mCorners.end(), 0u);
       if (twiceVisiting) face.mCorners.insert(face.mCorners.end(), {1u % corners, 0u, 2u % corners, 1u % corners});
+      // The same edges in another order.
+      if (twiceVisiting && oneIn(random, 3))
+        std::reverse(face.mCorners.begin() + 1, face.mCorners.begin() + corners + 1);
       const std::size_t n = face.mCorners.size();
       for (const int set : {0, 2}) {
         if (set == 2 && seed % 2 == 0) continue;
@@ -269,64 +257,6 @@ TEST(RemoveFacesDouble, tellsManyCopiesApartToTheLastUnitOfTheTolerance) {
     if (HasFailure()) return;
   }
   EXPECT_GT(kept, 2000u);
-}
-
-TEST(RemoveFacesDouble, tellsFacesWithTheSameEdgesApart) {
-  for (unsigned seed = 0; seed < 300; ++seed) {
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    PlainMesh mesh;
-    // Loops around one vertex, in any order and direction; sometimes with a tail of corners that are visited once.
-    const int loops = pick(random, 2, 5);
-    const std::uint32_t middle = below(random, 3);
-    for (int v = 0; v < 3 + 2 * loops; ++v) mesh.mVertices.push_back({1.0 * v, 1.0 * (v * v), 0});
-    const bool isTextured = oneIn(random, 2);
-    mesh.mTexCoords[0] = {{0, 0}, {0.0005, 0}, {0.0012, 0}};
-    std::vector<int> order(loops);
-    std::iota(order.begin(), order.end(), 0);
-    for (int f = pick(random, 17, 80); f > 0; --f) {
-      std::ranges::shuffle(order, random);
-      Indices& face = mesh.mFaces.emplace_back().mCorners;
-      for (const int loop : order) {
-        const std::uint32_t a = 3 + 2 * loop;
-        oneIn(random, 2) ? face.insert(face.end(), {middle, a, a + 1}) : face.insert(face.end(), {middle, a + 1, a});
-      }
-      if (middle > 0) face.insert(face.end(), {middle, 0u});
-      std::rotate(face.begin(), face.begin() + below(random, face.size()), face.end());
-      if (isTextured)
-        for (std::size_t i = 0; i < face.size(); ++i)
-          mesh.mFaces.back().mSets[0].push_back(oneIn(random, 9) ? 2 : oneIn(random, 9));
-      if (isTextured && oneIn(random, 3)) mesh.mFaces.back().mSets[0][0] = 7;  // not even double to itself
-    }
-    expectLikeTwin(mesh, isTextured);
-    if (HasFailure()) return;
-  }
-}
-
-/// The hash of a triangle, as the search for doubles has it: this test is an attacker who has read it.
-std::uint32_t hashOf(const Indices& corners) {
-  std::uint64_t sum = 0;
-  for (std::size_t i = 0; i < corners.size(); ++i) {
-    const auto [low, high] = std::minmax(corners[i], corners[(i + 1) % corners.size()]);
-    std::uint64_t edge = (std::uint64_t{high} << 32 | low) * 0x9E3779B97F4A7C15u;
-    edge ^= edge >> 32;
-    sum += edge * 0xBB67AE8584CAA73Bu;
-  }
-  return static_cast<std::uint32_t>(sum >> 32);
-}
-
-TEST(RemoveFacesDouble, findsDoublesWhoseHashesWereCraftedToCrowd) {
-  std::mt19937 random(1);
-  PlainMesh mesh;
-  for (int v = 0; v < 1000; ++v) mesh.mVertices.push_back({1.0 * v, 1.0 * (v % 30), 0});
-  while (mesh.mFaces.size() < 400) {
-    const Indices face = randomIndices(random, 3, mesh.mVertices.size());
-    if (hashOf(face) >> 20 != 0x123 || face[0] == face[1] || face[1] == face[2] || face[2] == face[0]) continue;
-    for (int copy = pick(random, 1, 3); copy > 0; --copy) mesh.mFaces.push_back({face});
-  }
-  std::ranges::shuffle(mesh.mFaces, random);
-  expectLikeTwin(mesh, false);
-  EXPECT_LT(mesh.mFaces.size(), 300u);
 }
 
 }  // namespace

@@ -17,18 +17,6 @@ TEST(RemoveFacesZero, removesWhatIsSmallerThanTheThresholdWithItsVertices) {
   EXPECT_EQ(mesh.storage().mVertices.size(), 4u);
 }
 
-//   3-------2
-//   | 6-5   |     A hole is a face like any other: that of area 0.5 goes, and the square is whole again.
-//   | 4/    |
-//   0-------1
-TEST(RemoveFacesZero, aSmallHoleIsFilled) {
-  Mesh mesh = meshOf({{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}, {1, 1, 0}, {2, 2, 0}, {1, 2, 0}},
-                     {{0, 1, 2, 3}, {4, 6, 5}}, {0, 1, kEnd});
-  EXPECT_EQ(util::removeFacesZero(mesh, 1), 1u);
-  EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}}));
-  EXPECT_EQ(holesOf(mesh), (Indices{0, kEnd}));
-}
-
 TEST(RemoveFacesZero, equalsItsSlowTwinOnRandomMeshes) {
   unsigned removals = 0;
   for (unsigned seed = 0; seed < 1500; ++seed) {

@@ -226,27 +226,6 @@ TEST(RemoveVerticesColinear, takesOutAVertexInTheMiddleOfALine) {
   EXPECT_EQ(facesOf(mesh), (Faces{{0, 1, 2, 3}, {1, 5, 4, 2}}));
 }
 
-//   4-----3
-//   |     |     1 is a straight corner of both squares. It goes from both; where the texture of one of them bends
-//   0--1--2     there, it stays in both, for else it would be a T-junction.
-//   |     |
-//   5-----6
-TEST(RemoveVerticesColinear, anEdgeStaysTheSameForBothOfItsFaces) {
-  for (const double bend : {0.0, 0.1}) {
-    PlainMesh plain;
-    plain.mVertices = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {2, 2, 0}, {0, 2, 0}, {0, -2, 0}, {2, -2, 0}};
-    for (const Vec3& p : plain.mVertices) plain.mTexCoords[0].push_back({p.x, p.y});
-    plain.mTexCoords[0][1].y = bend;
-    plain.mFaces = {{{0, 1, 2, 3, 4}}, {{0, 5, 6, 2, 1}}};
-    plain.mFaces[0].mSets[0] = plain.mFaces[0].mCorners;
-    plain.mDefaultMaterial = materialOf("a");
-    Mesh mesh = buildMesh(plain);
-    EXPECT_EQ(removeVerticesColinear(mesh, 0, true), bend == 0 ? 2u : 0u);
-    EXPECT_EQ(facesOf(mesh),
-              bend == 0 ? (Faces{{0, 1, 2, 3}, {0, 4, 5, 1}}) : (Faces{{0, 1, 2, 3, 4}, {0, 5, 6, 2, 1}}));
-  }
-}
-
 TEST(RemoveVerticesColinear, equalsItsSlowTwinOnRandomMeshes) {
   const double tolerances[] = {0.0, 0.5, 1.0, 5.0, 20.0, 46.0, 90.0, 179.9, 180.0, 400.0, -1.0, kNaN, kInfinity};
   Coverage coverage;

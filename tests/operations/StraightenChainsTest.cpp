@@ -460,13 +460,6 @@ double distanceToSegment(const Vec3& p, const Vec3& a, const Vec3& b) {
   return length(p - (a + t * (b - a)));
 }
 
-std::map<Edge, int> usesOf(const Faces& faces) {
-  std::map<Edge, int> uses;
-  for (const Indices& face : faces)
-    for (const auto& [a, b] : support::edgesOf(face)) ++uses[std::minmax(a, b)];
-  return uses;
-}
-
 /// Faces in old numbers, and what happened to them.
 struct Straightened {
   PlainMesh before;
@@ -511,51 +504,16 @@ void expectNearOldBoundary(const Straightened& result, double tolerance) {
   });
 }
 
-void expectTextureStays(const Straightened& result) {
-  result.forEachEdge([&](std::uint32_t f, const std::vector<std::size_t>& part) {
-    for (const auto& [set, indices] : result.before.mFaces[f].mSets) {
-      if (set > 9) continue;
-      const auto pairAt = [&, set = set, &indices = indices](std::size_t i) {
-        return result.before.mTexCoords.at(set).at(indices[part[i]]);
-      };
-      for (std::size_t i = 1; i + 1 < part.size(); ++i) {
-        const double a = length(result.at(f, part[i]) - result.at(f, part.front())),
-                     b = length(result.at(f, part[i]) - result.at(f, part.back())), t = a + b > 0 ? a / (a + b) : 0.5;
-        const Vec2 own = pairAt(i), ofA = pairAt(0), ofB = pairAt(part.size() - 1);
-        EXPECT_LT(std::hypot(own.x - ofA.x - t * (ofB.x - ofA.x), own.y - ofA.y - t * (ofB.y - ofA.y)), 0.0010001);
-      }
-    }
-  });
-}
-
-// No face goes, and what was closed stays closed: an edge has as many faces as the chain that it comes from.
-void expectSameNet(const Straightened& result) {
-  ASSERT_EQ(result.now.size(), result.old.size());
-  for (const Indices& face : result.now) EXPECT_GE(face.size(), 3u);
-  const auto before = usesOf(result.old), now = usesOf(result.now);
-  result.forEachEdge([&](std::uint32_t f, const std::vector<std::size_t>& part) {
-    const Indices& corners = result.old[f];
-    EXPECT_EQ(now.at(std::minmax(corners[part.front()], corners[part.back()])),
-              before.at(std::minmax(corners[part[0]], corners[part[1]])));
-  });
-}
-
-TEST(StraightenChains, keepsItsPromises) {
-  std::size_t removed = 0;
+TEST(StraightenChains, staysCloseToTheOldBoundary) {
   for (unsigned seed = 0; seed < 600; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     PlainMesh mesh = randomNet(random, true);
     decorate(random, mesh);
     const double tolerance = kTolerances[below(random, 6)];
-    const Straightened result(mesh, tolerance);
-    expectSameNet(result);
-    expectNearOldBoundary(result, tolerance);
-    expectTextureStays(result);
-    for (std::size_t f = 0; f < result.now.size(); ++f) removed += result.old[f].size() - result.now[f].size();
+    expectNearOldBoundary(Straightened(mesh, tolerance), tolerance);
     if (HasFailure()) return;
   }
-  EXPECT_GT(removed, 10'000u);
 }
 
 PlainMesh loopOf(const std::vector<Vec3>& points) {
@@ -644,17 +602,6 @@ TEST(StraightenChains, closesGapsButNeverJoinsMore) {
   faces.push_back({0, 1, 6});
   Mesh three = meshOf(points, faces);
   EXPECT_EQ(straighten(three, 1, true), 0u);
-}
-
-// A spike is no straight boundary, unless it is shorter than the angle over the kept edge allows.
-TEST(StraightenChains, spikesStay) {
-  for (const double tolerance : {0.01, 1.0, 80.0})
-    for (const double tip : {2.0, 1.5, -0.5, 0.999}) {
-      Mesh mesh = meshOf({{0, 0, 0}, {tip, 0, 0}, {tip > 0.5 ? 0.1 : 0.5, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}},
-                         {{0, 1, 2, 3, 4, 5}});
-      straighten(mesh, tolerance, true);
-      EXPECT_TRUE(std::ranges::count(mesh.storage().mVertices, Vec3{tip, 0, 0})) << tip << ' ' << tolerance;
-    }
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <random>
+#include <utility>
+#include <vector>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/math/Vec3.h>
 
 namespace support {
 
@@ -10,5 +13,27 @@ namespace support {
 /// corners of their own, off by little or nothing, some twice, some turned, some with an edge that is all but zero; a
 /// plate with holes of which some are none; labels and texture coordinates now and then, on some of the faces.
 facetbox::PolyMesh randomScene(std::mt19937& random);
+
+inline facetbox::PolyMesh polyMeshOf(const std::vector<util::Vec3>& points,
+                                     const std::vector<std::vector<std::uint32_t>>& faces,
+                                     std::vector<std::uint32_t> holes = {}) {
+  facetbox::PolyMesh mesh;
+  for (const util::Vec3& p : points) mesh.points.insert(mesh.points.end(), {p.x, p.y, p.z});
+  for (const auto& face : faces) {
+    mesh.counts.push_back(static_cast<std::uint32_t>(face.size()));
+    mesh.indices.insert(mesh.indices.end(), face.begin(), face.end());
+  }
+  mesh.holes = std::move(holes);
+  return mesh;
+}
+inline facetbox::PolyMesh scaledBy(facetbox::PolyMesh mesh, double factor) {
+  for (double& c : mesh.points) c *= factor;
+  return mesh;
+}
+inline facetbox::PolyMesh movedBy(facetbox::PolyMesh mesh, const util::Vec3& offset) {
+  for (std::size_t i = 0; i < mesh.points.size(); ++i)
+    mesh.points[i] += i % 3 == 0 ? offset.x : i % 3 == 1 ? offset.y : offset.z;
+  return mesh;
+}
 
 }  // namespace support
