@@ -29,6 +29,9 @@
 namespace facetbox {
 namespace {
 
+/// Beyond this, everything lies within reach of everything.
+constexpr double kEndless = 1e140;
+
 /// One clean-up on its way.
 class CleanUp {
  public:
@@ -109,7 +112,7 @@ class CleanUp {
   }
   std::uint64_t runStep(const RemoveZeroFaces& step) {
     needNormals();
-    return util::removeFacesZero(*mMesh, toFrame(toFrame(step.threshold)),
+    return util::removeFacesZero(*mMesh, areaToFrame(step.threshold),
                                  step.keepClosed ? util::KeepClosed::yes : util::KeepClosed::no);
   }
   std::uint64_t runStep(const RemoveDoubleFaces& step) {
@@ -184,11 +187,8 @@ class CleanUp {
     return mReport->cornersCollapsed = count;
   }
 
-  /// Beyond this, everything lies within reach of everything.
-  double toFrame(double length) const {
-    constexpr double kEndless = 1e140;
-    return std::min(length * mFrame.scale, kEndless);
-  }
+  double toFrame(double length) const { return std::min(length * mFrame.scale, kEndless); }
+  double areaToFrame(double area) const { return std::min(area * mFrame.scale * mFrame.scale, kEndless); }
 
   /// Runs an operation that may leave holes which are none any more; it returns how much it has changed.
   template <class Operation>

@@ -40,8 +40,8 @@ struct RemoveZeroFaces {
 };
 /// Removes faces that repeat another one, in either direction; with `compareAttributes` only where label and texture
 /// coordinates agree as well. Corners that repeat the one before them go first. A face that visits a vertex twice is
-/// compared like any other. With `keepClosed`, a face that repeats one of the other direction stays where more edges
-/// would be open without it: both sides of a sheet, or of a thin wall that welding has made flat.
+/// compared like any other. With `keepClosed`, of the faces that repeat one of the other direction, the first stays
+/// where more edges would be open without it: both sides of a sheet, or of a thin wall that welding has made flat.
 struct RemoveDoubleFaces {
   bool compareAttributes = true;
   bool keepClosed = false;

@@ -145,6 +145,18 @@ TEST(Clean, mergedFacesAreWhatTheyAreMadeOf) {
   EXPECT_GT(merged, 100);
 }
 
+// Two halves of a frame: the hole takes the place of the second one, so no face goes.
+TEST(Clean, aHoleInPlaceOfTheLastFaceIsNotMadeOfIt) {
+  const PolyMesh halves{.points = {0, 0, 0, 2, 0, 0, 2, 1, 0, 1, 1, 0, 1, 3, 0, 2, 3, 0,
+                                   2, 4, 0, 0, 4, 0, 4, 0, 0, 4, 4, 0, 3, 3, 0, 3, 1, 0},
+                        .counts = {8, 8},
+                        .indices = {0, 1, 2, 3, 4, 5, 6, 7, 1, 8, 9, 6, 5, 10, 11, 2}};
+  const Cleaned merged = clean(halves, {MergeCoplanar{0}});
+  EXPECT_EQ(merged.mesh.holes, (Indices{0, 1, kNone}));
+  EXPECT_EQ(merged.faceMap, (Indices{0, 0}));
+  EXPECT_EQ(merged.sourceOffsets, (Indices{0, 2, 2}));
+}
+
 // One call for all steps gives what a call for each gives. Limits follow the mesh's size, which steps may change a
 // little: that touches no face here.
 TEST(Clean, chainsGiveWhatTheirStepsGive) {
@@ -207,6 +219,7 @@ TEST(Clean, doublesGoAsFarAsTheMeshStaysClosed) {
     EXPECT_EQ(facesLeft({5, 5, 5}, {0, 1, 2, 0, 3, 0, 3, 0, 1, 2, 0, 1, 0, 2, 3}, keepClosed), 2u);
   }
   EXPECT_EQ(facesLeft({4, 4}, {0, 1, 2, 3, 3, 2, 1, 0}, true), 2u) << "both sides of a sheet";
+  EXPECT_EQ(facesLeft({3, 3, 3, 3}, {0, 1, 2, 2, 1, 0, 2, 1, 0, 0, 1, 2}, true), 2u) << "each of them twice";
   EXPECT_EQ(facesLeft({4, 4}, {0, 1, 2, 3, 3, 2, 1, 0}, false), 1u);
   // A wall inside: two pyramids over one base, whose sides close each of them.
   EXPECT_EQ(facesLeft({3, 3, 3, 3, 3, 3, 3, 3},
@@ -393,6 +406,10 @@ TEST(Clean, worksWithCoordinatesOfAnySize) {
     }
     EXPECT_EQ(merged.mesh.counts.empty(), unit < large) << unit;
   }
+  const double leg = 0x1p500;
+  const PolyMesh triangle{.points = {0, 0, 0, leg, 0, 0, 0, leg, 0}, .counts = {3}, .indices = {0, 1, 2}};
+  EXPECT_EQ(clean(triangle, {RemoveZeroFaces{leg * leg / 4}}).mesh, triangle);
+  EXPECT_TRUE(clean(triangle, {RemoveZeroFaces{leg * leg}}).mesh.counts.empty());
 }
 
 TEST(MeshFrame, takesAwayWhatCanBeTakenExactly) {

@@ -76,6 +76,8 @@ void RegionMerger::noteNewOuter(std::uint32_t member, std::uint32_t survivor) {
 void RegionMerger::finish() {
   m.mHoles.regroup(mNewOuterOf, mNewHoles);
   mRuns.applyChanges();
+  // Where holes have taken all places, no compaction follows that would settle what was joined.
+  if (m.mHistory && !m.mFaces.anyCleared()) m.mHistory->faces.renumber([](std::uint32_t face) { return face; });
 }
 
 }  // namespace util

@@ -25,14 +25,19 @@ void mergeTags(MeshStorage& m, std::vector<DoubleFace>& doubles) {
     m.mFaces.setTag(pair.kept, merger.merge(m.mFaces.tag(pair.kept), m.mFaces.tag(pair.cleared)));
 }
 
-/// Takes those out of the doubles without which the mesh would open.
+/// Takes those out of the doubles without which the mesh would open: of each face, the lowest that runs against it at
+/// most, as others of that direction repeat that one.
 void keepClosed(const MeshStorage& m, std::span<const HoleTable::Group> groups, std::vector<DoubleFace>& doubles) {
+  constexpr std::uint32_t kNone = 0xFFFFFFFFu;
   const FaceComparison comparison(m, {});
+  std::vector<std::uint32_t> reverses(m.mFaces.size(), kNone);
+  for (const auto& [vertex, kept, cleared] : doubles)
+    if (cleared < reverses[kept] && !comparison.runAlike(kept, cleared)) reverses[kept] = cleared;
   std::vector<GoingFace> going;
   std::vector<bool> mayStay;
   for (std::uint32_t unit = 0; unit < doubles.size(); ++unit) {
     const auto& [vertex, kept, cleared] = doubles[unit];
-    mayStay.push_back(!comparison.runAlike(kept, cleared));
+    mayStay.push_back(cleared == reverses[kept]);
     going.push_back({cleared, unit});
     if (groups.empty()) continue;
     for (const HoleTable::Group& group : HoleTable::groupsOf(cleared, groups))

@@ -24,8 +24,8 @@ namespace util {
 /// by a TexCoordTree: see there for what is left of the quadratic cost.
 std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes);
 
-/// The same by a rule. With `keepClosed`, doubles that run backwards stay where more edges would be open without them
-/// (findUnitsToKeep()); those that run alike always go.
+/// The same by a rule. With `keepClosed`, the lowest double that runs backwards stays where more edges would be open
+/// without it (findUnitsToKeep()); all others go.
 std::uint64_t removeFacesDouble(Mesh& mesh, const DoubleFaceRule& rule);
 
 }  // namespace util
