@@ -273,6 +273,7 @@ TEST(Clean, straightensOnWhereAHoleHasGone) {
   const Cleaned cleaned = clean(mesh, {RemoveColinear{10}});
   EXPECT_EQ(cleaned.steps[0].droppedHoles.size(), 1u);
   EXPECT_EQ(cleaned.mesh.counts, (Indices{4, 3}));
+  EXPECT_TRUE(cleaned.mesh.holes.empty());
 }
 
 TEST(Clean, doesNotDependOnTheUnit) {

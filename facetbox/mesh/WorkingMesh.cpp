@@ -91,6 +91,18 @@ void writeLabels(const MeshStorage& m, PolyMesh& mesh) {
               mesh.labels.begin() + static_cast<std::ptrdiff_t>(startOf(run + 1)), m.mRunMaterials[run].first.number());
 }
 
+/// Groups that have lost all their holes are none any more.
+void writeHoles(const HoleTable& table, std::vector<std::uint32_t>& holes) {
+  holes.reserve(table.list().size());
+  std::size_t group = 0;
+  for (const std::uint32_t entry : table.list()) {
+    holes.push_back(entry);
+    if (entry != HoleTable::kEnd) continue;
+    if (holes.size() == group + 2) holes.resize(group);
+    group = holes.size();
+  }
+}
+
 }  // namespace
 
 MeshFrame frameOf(const MeshView& mesh, Monitor* monitor) {
@@ -156,7 +168,7 @@ PolyMesh toPolyMesh(const Mesh& mesh, const MeshView& input, const MeshHistory& 
   writeFaces(m.mFaces, !input.texIndices.empty(), result);
   if (monitor) monitor->look();
   if (!input.labels.empty()) writeLabels(m, result);
-  result.holes.assign(m.mHoles.list().begin(), m.mHoles.list().end());
+  writeHoles(m.mHoles, result.holes);
   return result;
 }
 
