@@ -105,8 +105,8 @@ struct Defects {
 /// crosses or touches itself or a hole's between corners. Points that are made there are rounded.
 ///
 /// @throws InvalidMesh where validate() finds a fatal problem
-/// O(n log n) in corners, and the pairs of a vertex and the box of an open edge that it lies in: few in most
-/// meshes, the square of the corners in a soup of long edges. Self-intersections take besides the time of triangulate()
+/// O(n log n) in corners, and what a search along each open edge passes: little in most meshes, some multiple of the
+/// cube root of the corners for each in a soup of long edges. Self-intersections take besides the time of triangulate()
 /// and the pairs of triangles whose boxes meet. About 100 bytes a corner while it works, about 160 a triangle for
 /// self-intersections.
 FACETBOX_EXPORT Defects check(const MeshView& mesh, const CheckOptions& options = {});

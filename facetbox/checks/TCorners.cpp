@@ -95,15 +95,19 @@ class Search {
     const BoxJoin vertices = sortVertices();
     const BoxJoin edges = sortEdges();
     bool isComplete = true;
-    edges.forEachPair(vertices, [&](std::size_t edge, std::size_t vertex) {
-      const Pair& ends = mEdges[edge];
+    const auto look = [&](const Pair& ends, std::size_t vertex) {
       const std::uint32_t v = mVertices[vertex];
       if (v == ends[0] || v == ends[1]) return true;  // most are: not a look at their coordinates
       if (!isInside(mMesh.local(v), mMesh.local(ends[0]), mMesh.local(ends[1]), mTolerance)) return true;
       isComplete = found.size() < limit;
       if (isComplete) found.push_back({ends, v});
       return isComplete;
-    });
+    };
+    edges.forEachPair(vertices, [&](std::size_t edge, std::size_t vertex) { return look(mEdges[edge], vertex); });
+    for (std::size_t i = 0; i < mSlantingEdges.size() && isComplete; ++i) {
+      const Pair& ends = mSlantingEdges[i];
+      vertices.forEachMeeting(segmentOf(ends), [&](std::size_t vertex) { return look(ends, vertex); });
+    }
     return addOthersAtPlaces(limit, found) && isComplete;
   }
 
@@ -140,9 +144,29 @@ class Search {
     for (std::size_t i = 1; i < ends.size(); ++i) ends[i] += ends[i - 1];
     Buffer<std::uint32_t> order(mLong.edges.size());
     for (std::uint32_t i = 0; i < order.size(); ++i) order[ends[rankOf(mLong.edges[i])]++] = i;
-    mEdges.resize(order.size());
-    for (std::size_t i = 0; i < order.size(); ++i) mEdges[i] = mDefects.openEdges[mLong.edges[order[i]]];
+    mEdges.reserve(order.size());
+    std::size_t kept = 0;
+    for (const std::uint32_t edge : order) {
+      const bool isSlanting = isWide(mLong.boxes[edge]);
+      (isSlanting ? mSlantingEdges : mEdges).push_back(mDefects.openEdges[mLong.edges[edge]]);
+      if (!isSlanting) order[kept++] = edge;
+    }
+    order.resize(kept);
     return BoxJoin(mLong.boxes, order);
+  }
+
+  /// Whether the box of an edge may hold many vertices that are not close to it: a slanting edge that is long beside
+  /// the distance of vertices that fill a plane evenly.
+  bool isWide(const GridBox& box) const {
+    double extents[3];
+    for (int axis = 0; axis < 3; ++axis) extents[axis] = static_cast<double>(box.max[axis]) - box.min[axis];
+    std::ranges::sort(extents);
+    return extents[1] * std::sqrt(static_cast<double>(mVertices.size())) > 8 * 0x1p30;
+  }
+
+  GridSegment segmentOf(const Pair& ends) const {
+    const Vec3 a = 0x1p30 * mMesh.local(ends[0]), b = 0x1p30 * mMesh.local(ends[1]);
+    return {{a.x, a.y, a.z}, {b.x, b.y, b.z}, 0x1p30 * mTolerance};
   }
 
   /// Lets the other vertices of each place that was found follow.
@@ -172,6 +196,7 @@ class Search {
   const LongEdges mLong;
   Buffer<std::uint32_t> mVertices;  // in the order of their boxes
   Buffer<Pair> mEdges;              // likewise
+  Buffer<Pair> mSlantingEdges;      // the others, of wide boxes
 };
 
 }  // namespace

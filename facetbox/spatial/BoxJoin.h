@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -14,6 +16,46 @@ namespace util {
 /// A closed box on a grid.
 struct GridBox {
   std::int32_t min[3], max[3];
+};
+
+/// A segment on the grid, as wide as `margin`.
+class GridSegment {
+ public:
+  /// Ends anywhere on the grid, the margin in its units.
+  GridSegment(const double (&from)[3], const double (&to)[3], double margin)
+      : mMargin(static_cast<float>(margin) + kRounding) {
+    for (int axis = 0; axis < 3; ++axis) {
+      mFrom[axis] = static_cast<float>(from[axis]);
+      const auto along = static_cast<float>(to[axis] - from[axis]);
+      // A grid unit more or less is within the margin.
+      mInverse[axis] = 1.0F / (std::fabs(along) < 1.0F ? 1.0F : along);
+    }
+  }
+
+  /// Bits of the boxes that the segment meets; sometimes of one that it passes close by.
+  template <std::size_t kCount>
+  unsigned meeting(const std::int32_t (&min)[3][kCount], const std::int32_t (&max)[3][kCount]) const {
+    float enter[kCount] = {}, leave[kCount];
+    for (float& t : leave) t = 1.0F;
+    for (int axis = 0; axis < 3; ++axis)
+      for (std::size_t i = 0; i < kCount; ++i) {
+        const float a = (static_cast<float>(min[axis][i]) - mMargin - mFrom[axis]) * mInverse[axis];
+        const float b = (static_cast<float>(max[axis][i]) + mMargin - mFrom[axis]) * mInverse[axis];
+        enter[i] = std::max(enter[i], std::min(a, b));
+        leave[i] = std::min(leave[i], std::max(a, b));
+      }
+    unsigned bits = 0;
+    // An empty box has its ends the wrong way round on all axes.
+    for (std::size_t i = 0; i < kCount; ++i) bits |= unsigned{enter[i] <= leave[i] && min[0][i] <= max[0][i]} << i;
+    return bits;
+  }
+
+ private:
+  /// More than all rounding of floats can take away, on a grid of 2^31.
+  static constexpr float kRounding = 0x1p12F;
+
+  float mMargin;
+  float mFrom[3], mInverse[3];
 };
 
 /// Finds the pairs of boxes that meet, by a bounding volume hierarchy of eight children a node over boxes in an order
@@ -44,6 +86,13 @@ class BoxJoin {
     if (!mLevels.empty()) pairsWithin(visit, mLevels.size() - 1, 0);
   }
 
+  /// Calls `visit(box)` for every box that a segment meets, and for some that it passes close by; returns whether all
+  /// of these calls did. O(levels + boxes close to the segment), roughly.
+  template <class Visit>
+  bool forEachMeeting(const GridSegment& segment, Visit visit) const {
+    return mLevels.empty() || meetingWithin(visit, segment, mLevels.size() - 1, 0);
+  }
+
   /// The same for every pair of one of these boxes and one of others.
   template <class Visit>
   void forEachPair(const BoxJoin& others, Visit visit) const {
@@ -72,6 +121,8 @@ class BoxJoin {
   }
   static unsigned meeting(const Block& block, const GridBox& box);
 
+  template <class Visit>
+  bool meetingWithin(Visit& visit, const GridSegment& segment, std::size_t level, std::size_t block) const;
   template <class Visit>
   bool pairsWithin(Visit& visit, std::size_t level, std::size_t block) const;
   template <class Visit>
@@ -105,6 +156,16 @@ inline GridBox BoxJoin::childBox(std::size_t level, std::size_t child) const {
   const std::size_t lane = child % kWidth;
   return {{block.min[0][lane], block.min[1][lane], block.min[2][lane]},
           {block.max[0][lane], block.max[1][lane], block.max[2][lane]}};
+}
+
+template <class Visit>
+bool BoxJoin::meetingWithin(Visit& visit, const GridSegment& segment, std::size_t level, std::size_t block) const {
+  const Block& own = mBlocks[mLevels[level] + block];
+  for (unsigned lanes = segment.meeting(own.min, own.max); lanes != 0; lanes &= lanes - 1) {
+    const std::size_t child = kWidth * block + static_cast<unsigned>(__builtin_ctz(lanes));
+    if (!(level == 0 ? visit(child) : meetingWithin(visit, segment, level - 1, child))) return false;
+  }
+  return true;
 }
 
 template <class Visit>

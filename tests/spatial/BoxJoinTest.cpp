@@ -69,6 +69,41 @@ TEST(BoxJoin, findsThePairsOfTwoSets) {
     }
 }
 
+TEST(BoxJoin, findsTheBoxesOnTheWayOfASegment) {
+  std::mt19937 random(4);
+  std::uniform_real_distribution<double> place(0, 1e9);
+  std::size_t met = 0, visited = 0;
+  for (const std::size_t count : {0, 1, 9, 65, 600, 5000}) {
+    std::vector<GridBox> boxes;
+    for (std::size_t i = 0; i < count; ++i) boxes.push_back(randomBox(random, 900'000'000, 100'000'000));
+    const BoxJoin join(boxes, BoxJoin::orderOnCurve(boxes));
+    const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
+    for (int round = 0; round < 50; ++round) {
+      double from[3], to[3];
+      for (int axis = 0; axis < 3; ++axis)
+        from[axis] = place(random), to[axis] = random() % 4 ? place(random) : from[axis];
+      std::vector<bool> isFound(count, false);
+      EXPECT_TRUE(join.forEachMeeting(GridSegment(from, to, 1e5), [&](std::size_t box) {
+        ++visited;
+        return isFound[order[box]] = true;
+      }));
+      for (std::size_t box = 0; box < count; ++box)
+        for (int step = 0; step <= 1000 && !isFound[box]; ++step) {
+          bool isInside = true;
+          for (int axis = 0; axis < 3; ++axis) {
+            const double x = from[axis] + step / 1000.0 * (to[axis] - from[axis]);
+            isInside = isInside && x >= boxes[box].min[axis] && x <= boxes[box].max[axis];
+          }
+          EXPECT_FALSE(isInside) << "box " << box << " of " << count;
+        }
+      met += static_cast<std::size_t>(std::ranges::count(isFound, true));
+    }
+  }
+  EXPECT_EQ(met, visited);
+  EXPECT_GT(met, 500u);
+  EXPECT_LT(met, 50u * 5000u / 10u) << "hardly any are passed over";
+}
+
 TEST(BoxJoin, manyOfOneCellAreSortedByTheLowerBits) {
   // 2000 boxes within a cell of the upper bits, and one that makes this cell small.
   std::mt19937 random(3);
