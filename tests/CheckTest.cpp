@@ -148,36 +148,6 @@ TEST(Check, placeAndUnitDoNotMatter) {
   }
 }
 
-/// A block of 4 x 4 x 1 with a shaft of 2 x 2 through it; top and bottom are faces with a hole.
-PolyMesh blockWithShaft(bool isTopHoleTurned, bool isBottomHoleTurned) {
-  std::vector<Vec3> points;
-  for (const double z : {0.0, 1.0})
-    for (const auto& [low, high] : {std::pair(0.0, 4.0), std::pair(1.0, 3.0)})
-      points.insert(points.end(), {{low, low, z}, {high, low, z}, {high, high, z}, {low, high, z}});
-  support::Faces faces{{3, 2, 1, 0}, {4, 5, 6, 7}, {8, 9, 10, 11}, {15, 14, 13, 12}};
-  if (isBottomHoleTurned) std::ranges::reverse(faces[1]);
-  if (isTopHoleTurned) std::ranges::reverse(faces[3]);
-  for (std::uint32_t i = 0; i < 4; ++i) {
-    const std::uint32_t j = (i + 1) % 4;
-    faces.push_back({i, j, j + 8, i + 8});
-    faces.push_back({j + 4, i + 4, i + 12, j + 12});
-  }
-  return polyMeshOf(points, faces, {0, 1, kNone, 2, 3, kNone});
-}
-
-TEST(Check, aShaftThroughABlockIsClosedHoweverItsRimsAreWound) {
-  for (const bool isTopTurned : {false, true})
-    for (const bool isBottomTurned : {false, true}) {
-      const Defects defects = checkAll(blockWithShaft(isTopTurned, isBottomTurned));
-      EXPECT_TRUE(defects.isClosed);
-      EXPECT_TRUE(defects.isOriented);
-      EXPECT_EQ(defects.componentCount, 1u);
-      EXPECT_DOUBLE_EQ(defects.area, 2 * (16 - 4) + 16 + 8);
-      EXPECT_DOUBLE_EQ(defects.volume, 12);
-      EXPECT_EQ(defects.selfIntersections, Pairs());
-    }
-}
-
 TEST(Check, holesThatAreNoneAreListedAndTakenAtTheirWord) {
   using Reason = facetbox::DroppedHole::Reason;
   const auto square = [](double x, double y, double size) {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <set>
 
@@ -36,13 +37,22 @@ PolyMesh readMesh(const fs::path& path) {
   return mesh;
 }
 
+// Sanitizers make the largest model take minutes.
+#ifdef FACETBOX_SANITIZED
+constexpr std::uintmax_t kLargestFile = 2'000'000;
+#else
+constexpr std::uintmax_t kLargestFile = std::numeric_limits<std::uintmax_t>::max();
+#endif
+
 /// Some lie in the checkout, others beside it or nowhere.
 std::vector<fs::path> modelPaths() {
   std::vector<fs::path> paths;
   std::error_code isMissing;
   for (const fs::path folder : {FACETBOX_TEST_DATA, FACETBOX_TEST_DATA "/faults", FACETBOX_SAMPLES, FACETBOX_MODELS})
     for (const auto& entry : fs::directory_iterator(folder, isMissing))
-      if (std::set<fs::path>{".obj", ".off", ".ply"}.contains(entry.path().extension())) paths.push_back(entry.path());
+      if (std::set<fs::path>{".obj", ".off", ".ply"}.contains(entry.path().extension()) &&
+          entry.file_size() <= kLargestFile)
+        paths.push_back(entry.path());
   std::ranges::sort(paths);
   return paths;
 }

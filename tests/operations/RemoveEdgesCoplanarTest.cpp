@@ -93,21 +93,9 @@ class Patchwork {
   /// Two faces around two openings: more hole faces than places.
   void addFrame() {
     Indices p;
-    for (const auto& [x, y] : {std::pair(0, 0),
-                               {20, 0},
-                               {20, 4},
-                               {14, 4},
-                               {12, 2},
-                               {10, 4},
-                               {6, 4},
-                               {4, 2},
-                               {2, 4},
-                               {0, 4},
-                               {0, 8},
-                               {20, 8},
-                               {12, 6},
-                               {4, 6}})
-      p.push_back(addPoint(x - 40, y, 0));
+    constexpr int kPlaces[] = {0, 0, 20, 0, 20, 4, 14, 4, 12, 2, 10, 4, 6, 4,
+                               4, 2, 2,  4, 0,  4, 0,  8, 20, 8, 12, 6, 4, 6};
+    for (std::size_t i = 0; i < std::size(kPlaces); i += 2) p.push_back(addPoint(kPlaces[i] - 40, kPlaces[i + 1], 0));
     mFaces.push_back({{p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], p[8], p[9]}, {}});
     mFaces.push_back({{p[9], p[8], p[13], p[6], p[5], p[12], p[3], p[2], p[11], p[10]}, {}});
   }

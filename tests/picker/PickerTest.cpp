@@ -137,25 +137,6 @@ TEST_F(PickerTest, aLongDirectionHitsASmallModel) {
   EXPECT_NEAR(origin[2] - answer.mDistance * scale, 1e-4f, 1e-9f);  // the point hit
 }
 
-// Cubes one behind the other, seen along z, and moved to the right and towards the eye.
-TEST_F(PickerTest, raysAndViewVolumesFollowARelocation) {
-  const std::size_t handle = picker->createHandle();
-  for (std::uint32_t id = 0; id < 40; ++id)
-    picker->addEntry(handle, id, {&meshes.cube()}, shifted(0, 0, -4.0 * id).data());
-  const auto distance = [&](std::int32_t id, float x) {
-    return rayPicked(*picker, handle, id, {x, 0, 50}, {0, 0, -1}).mDistance;
-  };
-  EXPECT_EQ(distance(3, 0), 61);
-  EXPECT_EQ(all(handle).size(), 6u);
-  picker->relocate(handle, 8, 0, 20);
-  EXPECT_EQ(distance(3, 8), 41);
-  EXPECT_EQ(distance(3, 0), FLT_MAX);
-  EXPECT_EQ(all(handle).size(), 11u);
-  picker->relocate(handle, 100, 0, 0);
-  EXPECT_EQ(distance(3, 108), 41);
-  EXPECT_THAT(all(handle), ElementsAre());
-}
-
 TEST(Picker, virtualSlotsFollowTheDestructorInTheOrderOfTheInterface) {
   // Itanium ABI: a pointer to a virtual member holds 1 plus the byte offset of its slot; a destructor takes two slots.
   const auto slotOf = [](auto member) {

@@ -252,46 +252,6 @@ TEST(CleanCommand, switchesReachTheStepsOfThePreset) {
             std::pair(std::size_t{1}, std::size_t{4}));
 }
 
-std::set<std::array<double, 3>> pointsOf(const std::string& text) {
-  std::set<std::array<double, 3>> points;
-  const Model model = parseObj(text, "m.obj");
-  for (std::size_t i = 0; i < model.mVertices.size(); i += 3)
-    points.insert({model.mVertices[i], model.mVertices[i + 1], model.mVertices[i + 2]});
-  return points;
-}
-
-// A box of 2 cm with a shaft through it, at a place and in a unit where floats would lose it.
-TEST(CleanCommand, anyPlaceAndUnitKeepEveryCoordinateAndHole) {
-  const TestFolder folder;
-  struct Frame {
-    double x, y, size;
-  };
-  for (const Frame& frame : {Frame{85227.43, 446522.057, 0.02}, Frame{0, 0, 1e-4}, Frame{-1e6, 3e7, 1.5}}) {
-    SCOPED_TRACE(frame.size);
-    std::string text;
-    for (const double z : {0.0, 1.0})
-      for (const auto& [low, high] : {std::pair(0.0, 1.0), std::pair(0.25, 0.75)})
-        for (const auto& [x, y] :
-             {std::pair(low, low), std::pair(high, low), std::pair(high, high), std::pair(low, high)})
-          text += fmt::format("v {} {} {}\n", frame.x + frame.size * x, frame.y + frame.size * y, frame.size * z);
-    text += "f 4 3 2 1\nf 5 6 7 8\nf 9 10 11 12\nf 16 15 14 13\n";
-    for (int i = 0; i < 4; ++i) {
-      const int j = (i + 1) % 4;
-      // Outer walls as two triangles, inner ones whole.
-      text += fmt::format("f {0} {1} {2}\nf {0} {2} {3}\n", i + 1, j + 1, j + 9, i + 9);
-      text += fmt::format("f {} {} {} {}\n", j + 5, i + 5, i + 13, j + 13);
-    }
-    text += "# facetbox:holes 1 2\n# facetbox:holes 3 4\n";
-    const auto [report, result] = clean(folder.write("m.obj", text), fmt::format("--all {}", 1e-4 * frame.size));
-    EXPECT_EQ(pointsOf(result), pointsOf(text));
-    const Line &before = *report.find("before"), &after = *report.find("after");
-    EXPECT_EQ(report.find("changes of input"), nullptr);
-    EXPECT_THAT(after.cells, ElementsAre("16", "12", "48", "2", "0", before.cells[kArea], before.cells[kVolume]));
-    EXPECT_NEAR(std::stod(after.cells[kVolume]) / std::pow(frame.size, 3), 0.75, 1e-4);
-    EXPECT_THAT(report.notes, IsEmpty());
-  }
-}
-
 TEST(CleanCommand, tellsWhatTrianglesDoNotKeep) {
   const TestFolder folder;
   // A saddle: its triangles have more area than what its outline encloses, seen from anywhere.
