@@ -105,7 +105,7 @@ TEST(Check, findsTCornersOfLongSlantingEdges) {
         points.push_back({pick(random, 0, 64) / 4.0, pick(random, 0, 64) / 4.0, pick(random, 0, round % 3) / 4.0});
       faces.push_back({v, v + 1, v + 2});
     }
-    const PolyMesh mesh = meshOf(points, faces, {});
+    const PolyMesh mesh = polyMeshOf(points, faces, {});
     const Defects found = check(mesh), expected = support::plainCheck(mesh);
     EXPECT_EQ(found.tCorners, expected.tCorners);
     tCorners += found.tCorners.size();
