@@ -96,11 +96,11 @@ TEST(Check, agreesWithComparingEverythingWithEverything) {
 TEST(Check, findsTCornersOfLongSlantingEdges) {
   std::mt19937 random(2);
   std::size_t tCorners = 0;
-  for (int round = 0; round < 20; ++round) {
+  for (int round = 0; round < 3; ++round) {
     SCOPED_TRACE(round);
     std::vector<Vec3> points;
     support::Faces faces;
-    for (std::uint32_t v = 0; v < 300; v += 3) {
+    for (std::uint32_t v = 0; v < 900; v += 3) {
       for (int i = 0; i < 3; ++i)
         points.push_back({pick(random, 0, 64) / 4.0, pick(random, 0, 64) / 4.0, pick(random, 0, round % 3) / 4.0});
       faces.push_back({v, v + 1, v + 2});
