@@ -31,7 +31,9 @@ std::string changeOf(long long before, long long after) {
 // Less than half of the last digit that totals show is no change.
 std::string changeOf(double before, double after) {
   constexpr double kInvisible = 5e-7;
-  const bool isSame = std::fabs(after - before) <= kInvisible * std::max(std::fabs(before), std::fabs(after));
+  // Infinite areas have no difference.
+  const bool isSame =
+      before == after || std::fabs(after - before) <= kInvisible * std::max(std::fabs(before), std::fabs(after));
   return isSame ? "." : fmt::format("{:+.4g}", after - before);
 }
 

@@ -252,6 +252,14 @@ TEST(CleanCommand, switchesReachTheStepsOfThePreset) {
             std::pair(std::size_t{1}, std::size_t{4}));
 }
 
+TEST(CleanCommand, anAreaBeyondAllNumbersDoesNotChange) {
+  const TestFolder folder;
+  const std::string model = folder.write("m.obj", "v 0 0 0\nv 1e300 0 0\nv 0 1e300 0\nf 1 2 3\n");
+  const auto [report, text] = clean(model, "--merge-vertices 1");
+  ASSERT_EQ(report.lines.size(), 3U);
+  EXPECT_THAT(report.lines[1].cells, testing::Each("."));
+}
+
 TEST(CleanCommand, tellsWhatTrianglesDoNotKeep) {
   const TestFolder folder;
   // A saddle: its triangles have more area than what its outline encloses, seen from anywhere.
