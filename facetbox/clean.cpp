@@ -310,7 +310,7 @@ void requireUsable(std::span<const Step> steps) {
 }  // namespace
 
 std::vector<Step> allSteps(double tolerance, double diagonal) {
-  constexpr int kRounds = 3;
+  constexpr int kRounds = 4;
   constexpr double kAreaPerSquaredDiagonal = 1e-12;
   constexpr double kLargest = std::numeric_limits<double>::max();  // the square of a longer diagonal is no double
   const double radians = diagonal > 0 ? std::atan(10 * tolerance / diagonal) : 0;
