@@ -20,14 +20,49 @@ using support::ortho;
 using support::shifted;
 using support::succeedsWith;
 
-/// A picker with two sets, a pending addition for which the root has to grow, so that everything finds a new cell, and
-/// all that calls need as arguments.
+// The change that runs out of memory may be lost, but nothing else: all objects stay, and later changes are executed.
+TEST(Picker, losesNoObjectWhereMemoryEnds) {
+  const support::SceneMeshes meshes;
+  constexpr std::uint32_t kCount = 40;
+  const support::View all = support::viewOf(ortho(200));
+  bool everSucceeded = false;
+  for (long allocations = 0; !everSucceeded; ++allocations) {
+    const std::unique_ptr<Picker> picker(Picker::createPicker());
+    const std::size_t handle = picker->createHandle();
+    for (std::uint32_t id = 0; id < kCount; ++id) {
+      const double at = id % 8;
+      picker->addEntry(handle, id, {&meshes.cube()}, shifted(3 * at - 10, at - 5, id / 8.0).data());
+    }
+    picker->applyPendingCommands();
+    const std::vector<std::uint32_t> before = support::picked(*picker, handle, all, false);
+    ASSERT_EQ(before.size(), kCount);
+
+    // Far away: the root has to grow, and everything to find a new cell.
+    picker->addEntry(handle, 1000, {&meshes.cube()}, shifted(150, 0, 0).data());
+    picker->relocate(handle, 1, 2, 3);
+    picker->addEntry(handle, 1001, {&meshes.cube()}, shifted(0, 150, 0).data());
+    everSucceeded = succeedsWith(allocations, [&] { picker->applyPendingCommands(); });
+    float distance = 0;
+    const float origin[3] = {-9.5F, -2.75F, 190}, direction[3] = {0, 0, -1};
+    succeedsWith(allocations / 2, [&] { picker->pickRay(handle, 0, origin, direction, &distance, nullptr); });
+
+    const std::vector<std::uint32_t> after = support::picked(*picker, handle, all, false);
+    for (std::uint32_t id = 0; id < kCount; ++id)
+      ASSERT_EQ(std::ranges::count(after, id), 1) << allocations << ' ' << id;
+    ASSERT_GE(after.size(), kCount + 1) << allocations;  // one change at most was lost
+    EXPECT_EQ(picker->getPendingCommandCount(), 0u);
+    picker->dispose(handle);
+    picker->applyPendingCommands();
+  }
+}
+
+/// A picker with two sets, a pending addition to a third, and all that calls need as arguments.
 struct PickerScene {
   std::unique_ptr<Picker> scene{Picker::createPicker()};
-  std::size_t handle = scene->createHandle(), other = scene->createHandle();
+  std::size_t handle = scene->createHandle(), other = scene->createHandle(), late = scene->createHandle();
   support::SceneMeshes meshes;
   util::Mesh large = grid(), unknown = grid();
-  support::View view = support::viewOf(ortho(200));
+  support::View view = support::viewOf(ortho(20));
 
   static util::Mesh grid() {
     const support::Surface squares = support::gridOf(9, 9, [](unsigned, unsigned) { return false; });
@@ -39,15 +74,13 @@ struct PickerScene {
       scene->addEntry(set, 1, {&meshes.cube()}, shifted(0, 0, 0).data());
       scene->addEntry(set, 2, {&large, &meshes.cube()}, shifted(1, 2, 3).data());
     }
-    for (std::uint32_t id = 10; id < 40; ++id)
-      scene->addEntry(handle, id, {&meshes.cube()}, shifted(id % 8 - 4.0, id % 5 - 5.0, id / 8.0).data());
     scene->applyPendingCommands();
-    scene->addEntry(handle, 100, {&large}, shifted(150, 1, 0).data());
+    scene->addEntry(late, 1, {&large}, shifted(0, 1, 0).data());
   }
   auto answers() {
     std::vector<std::vector<std::uint32_t>> ids;
     std::vector<support::RayAnswer> rays;
-    for (const std::size_t set : {handle, other}) {
+    for (const std::size_t set : {handle, late}) {
       ids.push_back(support::picked(*scene, set, view, false));
       for (const std::int32_t id : {1, 2, 3})
         rays.push_back(support::rayPicked(*scene, set, id, {2.5f, 2.75f, 50}, {0, 0, -1}));
