@@ -17,6 +17,7 @@
 #include <tools/Errors.h>
 #include <tools/InputFile.h>
 #include <tools/ObjFile.h>
+#include <tools/PlyFile.h>
 
 namespace tool {
 namespace {
@@ -153,10 +154,12 @@ class SceneReader {
 
 Model readModel(const std::string& path) {
   const std::string extension = extensionOf(path);
-  constexpr std::array<std::string_view, 5> kImported = {".ply", ".off", ".stl", ".gltf", ".glb"};
+  constexpr std::array<std::string_view, 4> kImported = {".off", ".stl", ".gltf", ".glb"};
   Model model;
   if (extension == ".obj")
     model = parseObj(readFile(path), path);
+  else if (extension == ".ply")
+    model = parsePly(readFile(path), path);
   else if (std::find(kImported.begin(), kImported.end(), extension) != kImported.end())
     model = importModel(path);
   else

@@ -11,7 +11,7 @@ namespace tool {
 /// @throws InputError when the file cannot be read or is invalid
 Model readModel(const std::string& path);
 
-/// Reads PLY, OFF, STL or glTF with the import library. Its post-processing is off, so polygons stay polygons.
+/// Reads OFF, STL or glTF with the import library. Its post-processing is off, so polygons stay polygons.
 ///
 /// STL has no shared vertices, and glTF splits vertices where normals or texture coordinates jump. For both, vertices
 /// of a mesh at exactly the same position become one; texture coordinates stay per corner.

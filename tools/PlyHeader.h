@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool {
+
+enum class PlyEncoding { kAscii, kLittleEndian, kBigEndian };
+enum class PlyType : std::uint8_t { kInt8, kUint8, kInt16, kUint16, kInt32, kUint32, kFloat32, kFloat64 };
+
+std::size_t sizeOf(PlyType type);
+
+/// What a property is read as. The first five are columns of numbers, in this order.
+enum class PlyRole : std::uint8_t { kX, kY, kZ, kU, kV, kIndices, kTexCoords, kIgnored };
+
+struct PlyProperty {
+  std::string_view mName;
+  PlyType mType;  ///< of the values in a list too
+  bool mIsList = false;
+  PlyType mCountType = PlyType::kUint8;
+  PlyRole mRole = PlyRole::kIgnored;
+};
+
+enum class PlyKind : std::uint8_t { kVertex, kFace, kOther };
+
+struct PlyElement {
+  std::string_view mName;
+  PlyKind mKind;
+  std::uint64_t mCount;
+  std::size_t mLine;  ///< where the header declares it
+  std::vector<PlyProperty> mProperties;
+
+  bool has(PlyRole role) const;
+};
+
+/// What a PLY file declares. The names point into the text.
+struct PlyHeader {
+  PlyEncoding mEncoding;
+  std::vector<PlyElement> mElements;  ///< one vertex and one face element among them, each with what a mesh needs
+  std::size_t mBytes;                 ///< the data begins here
+  std::size_t mLines;
+  std::uint64_t mVertexCount;
+};
+
+/// @param text  the whole file
+/// @param name  name of the file in messages
+/// @throws InputError "name:line: what is wrong"
+PlyHeader parsePlyHeader(std::string_view text, const std::string& name);
+
+/// The text in a form for messages: short, printable, in quotes.
+std::string quotedPlyText(std::string_view text);
+
+}  // namespace tool
