@@ -17,7 +17,7 @@ struct CheckOptions {
   double zeroEdgeLength = 0;              ///< edges are zero up to this; 0: only where both ends are at one place
   std::optional<double> zeroFaceArea;     ///< faces are zero up to this; default: 1e-12 D^2
   std::optional<double> tCornerDistance;  ///< of a T-corner from the edge, at most; default: 1e-6 D
-  bool tCorners = true;            ///< the one list that may take the square of the corners, in a soup of long edges
+  bool tCorners = true;            ///< the one list that takes long in a soup of edges that reach all across the mesh
   bool selfIntersections = false;  ///< the one list that costs much more than the others in any mesh
   /// Of T-corners, and of intersecting pairs: their number is not bounded by the size of the mesh. Where there are
   /// more, that many are listed, the same ones each time.

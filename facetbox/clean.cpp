@@ -58,9 +58,9 @@ class CleanUp {
     if (!isIdle(step)) {
       mReport = &report;
       const std::uint64_t changes = std::visit([this](const auto& s) { return runStep(s); }, step);
-      noteChanges(step, changes + report.cornersCollapsed);
-      util::assertValid(*mMesh, "the step");
       hasChanged = changes + report.cornersCollapsed != 0;
+      noteChanges(step, hasChanged);
+      util::assertValid(*mMesh, "the step");
     }
     mMonitor.finish();
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
@@ -116,16 +116,14 @@ class CleanUp {
                                  step.keepClosed ? util::KeepClosed::yes : util::KeepClosed::no);
   }
   std::uint64_t runStep(const RemoveDoubleFaces& step) {
-    std::uint64_t collapsed = countRepeats();
-    if (!mMesh->storage().mHoles.empty() || collapsed != 0) needNormals();
-    if (collapsed != 0) {
+    if (countRepeats() != 0) {
+      if (!mMesh->storage().mHoles.empty()) needNormals();
       util::sanitizeFaces(*mMesh);
       util::removeUnusedVertices(*mMesh);
       mHasNormals = false;
     }
-    return collapsed + util::removeFacesDouble(*mMesh, {.compareAttributes = step.compareAttributes,
-                                                        .selfIsDouble = false,
-                                                        .keepClosed = step.keepClosed});
+    return util::removeFacesDouble(
+        *mMesh, {.compareAttributes = step.compareAttributes, .selfIsDouble = false, .keepClosed = step.keepClosed});
   }
   std::uint64_t runStep(const ConformNormals&) {
     mReport->facesTurned = util::conformSurfaces(*mMesh);
@@ -161,9 +159,9 @@ class CleanUp {
     return std::ranges::any_of(mIdleSteps, [&](const Step& idle) { return idle == step; });
   }
 
-  void noteChanges(const Step& step, std::uint64_t changes) {
-    if (changes != 0) mIdleSteps.clear();
-    if (changes == 0 || leavesNothingToDo(step)) mIdleSteps.push_back(step);
+  void noteChanges(const Step& step, bool hasChanged) {
+    if (hasChanged) mIdleSteps.clear();
+    if (!hasChanged || leavesNothingToDo(step)) mIdleSteps.push_back(step);
   }
 
   /// Whether a second run at once would change nothing.

@@ -1,10 +1,10 @@
 #include <facetbox/checks/EdgeUses.h>
 
 #include <algorithm>
-#include <numeric>
 #include <span>
 #include <utility>
 
+#include <facetbox/base/DisjointSets.h>
 #include <facetbox/mesh/EdgeBuckets.h>
 
 namespace util {
@@ -34,27 +34,7 @@ void forEachUse(const CheckedMesh& mesh, Visit visit) {
   }
 }
 
-/// Sets of faces that are joined one by one; each is known by its lowest face.
-class FaceSets {
- public:
-  explicit FaceSets(std::uint32_t faceCount) : mParents(faceCount) { std::iota(mParents.begin(), mParents.end(), 0u); }
-
-  std::uint32_t lowestOf(std::uint32_t face) {
-    // Each face on the way is led past its parent.
-    while (mParents[face] != face) face = mParents[face] = mParents[mParents[face]];
-    return face;
-  }
-  void join(std::uint32_t a, std::uint32_t b) {
-    a = lowestOf(a);
-    b = lowestOf(b);
-    mParents[std::max(a, b)] = std::min(a, b);
-  }
-
- private:
-  Buffer<std::uint32_t> mParents;  // never higher than the face
-};
-
-void numberComponents(const CheckedMesh& mesh, FaceSets& sets, facetbox::Defects& defects) {
+void numberComponents(const CheckedMesh& mesh, DisjointSets& sets, facetbox::Defects& defects) {
   defects.components.assign(mesh.faceCount(), facetbox::kNone);
   for (std::uint32_t face = 0; face < mesh.faceCount(); ++face) {
     if (mesh.isLeftOut(face)) continue;
@@ -82,7 +62,7 @@ void checkEdges(const CheckedMesh& mesh, facetbox::Defects& defects) {
       [](std::uint32_t face, std::uint32_t, std::uint32_t a, std::uint32_t b) {
         return EdgeUse{std::max(a, b), face, a < b};
       });
-  FaceSets sets(mesh.faceCount());
+  DisjointSets sets(mesh.faceCount());
   std::uint32_t low = 0;
   buckets.forEach([&](std::span<EdgeUse> bucket) {
     std::ranges::sort(bucket, {}, &EdgeUse::higherVertex);

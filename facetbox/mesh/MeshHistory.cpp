@@ -7,7 +7,7 @@
 
 namespace util {
 
-NumberHistory::NumberHistory(std::size_t count, Joined joined) : mJoined(joined) {
+NumberHistory::NumberHistory(std::size_t count) {
   for (std::vector<std::uint32_t>* numbers : {&mMap, &mSources}) {
     reserveLarge(*numbers, count);
     numbers->resize(count);
@@ -35,14 +35,11 @@ std::uint32_t NumberHistory::firstItemOf(std::uint32_t item) {
 void NumberHistory::followTargets(Buffer<std::uint32_t>& numbers) {
   // Each chain of targets is walked once, as what is passed is no longer joined: all on it lead where its end does. A
   // circle, whose items have all been dropped, leads nowhere.
-  const auto follows = [&](std::uint32_t item) {
-    return mTargets[item] != kNone && (mJoined == Joined::always || numbers[item] == kNone);
-  };
   std::vector<std::uint32_t> chain;
   for (std::uint32_t item = 0; item < mTargets.size(); ++item) {
     chain.clear();
     std::uint32_t end = item;
-    while (end < mTargets.size() && follows(end)) {
+    while (end < mTargets.size() && mTargets[end] != kNone) {
       chain.push_back(end);
       end = std::exchange(mTargets[end], kNone);
     }

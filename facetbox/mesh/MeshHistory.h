@@ -22,10 +22,7 @@ class NumberHistory {
  public:
   static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
 
-  /// Whether an item that was joined to another follows it always, or only if it is dropped itself.
-  enum class Joined { always, ifDropped };
-
-  NumberHistory(std::size_t count, Joined joined);
+  explicit NumberHistory(std::size_t count);
 
   /// What was item `item` becomes part of `target`; both numbers as they are now. The first of several calls counts.
   void join(std::uint32_t item, std::uint32_t target);
@@ -68,7 +65,6 @@ class NumberHistory {
   }
   void followTargets(Buffer<std::uint32_t>& numbers);
 
-  const Joined mJoined;
   std::vector<std::uint32_t> mMap, mSources;
   Buffer<std::uint32_t> mFirstItems;    ///< per present item, what firstItemOf() returns; empty until it is asked
   std::vector<std::uint32_t> mTargets;  ///< per present item, kNone where it was not joined; empty without any
@@ -83,8 +79,7 @@ struct MeshHistory {
   NumberHistory vertices, faces;
   std::vector<facetbox::DroppedHole> droppedHoles;  ///< faces are first items, as the mesh was given
 
-  MeshHistory(std::size_t vertexCount, std::size_t faceCount)
-      : vertices(vertexCount, NumberHistory::Joined::ifDropped), faces(faceCount, NumberHistory::Joined::always) {}
+  MeshHistory(std::size_t vertexCount, std::size_t faceCount) : vertices(vertexCount), faces(faceCount) {}
 
   /// Notes that a hole is dropped. Present face numbers, as of the last renumbering.
   void dropHole(std::uint32_t outer, std::uint32_t hole, facetbox::DroppedHole::Reason reason);

@@ -59,8 +59,7 @@ struct Collapse {
 };
 
 /// Overwrites the corners of a face that lie within the threshold of their surviving predecessor.
-Collapse collapseShortEdges(const Buffer<Vec3>& vertices, std::span<std::uint32_t> corners, double thresholdSq,
-                            MeshHistory* history) {
+Collapse collapseShortEdges(const Buffer<Vec3>& vertices, std::span<std::uint32_t> corners, double thresholdSq) {
   const std::size_t n = corners.size();
   const auto edgeSq = [&](std::size_t from, std::size_t to) {
     return lengthSq(vertices[corners[to]] - vertices[corners[from]]);
@@ -77,7 +76,6 @@ Collapse collapseShortEdges(const Buffer<Vec3>& vertices, std::span<std::uint32_
   for (std::size_t step = 1, from = after(firstLong); step < n; ++step, from = after(from)) {
     const std::size_t to = after(from);
     if (!(edgeSq(from, to) < thresholdSq)) continue;
-    if (history && corners[to] != corners[from]) history->vertices.join(corners[to], corners[from]);
     corners[to] = corners[from];
     ++overwritten;
   }
@@ -101,7 +99,7 @@ std::uint64_t removeShortFaceEdges(Mesh& mesh, double thresholdSq) {
   Monitor* const monitor = m.mMonitor.get();
   const auto collapseFace = [&](std::size_t face) {
     const auto corners = m.mFaces.corners(face);
-    const Collapse collapse = collapseShortEdges(m.mVertices, corners, thresholdSq, m.mHistory.get());
+    const Collapse collapse = collapseShortEdges(m.mVertices, corners, thresholdSq);
     collapseCount += collapse.overwritten;
     if (collapse.wholeFace)
       m.mFaces.clear(face);
@@ -124,8 +122,6 @@ std::uint64_t removeShortFaceEdges(Mesh& mesh, double thresholdSq) {
   }
   const Monitor::Part part(monitor, 0.8, 1.0);
   removeUnusedVertices(mesh);
-  // A vertex that another face keeps is itself from here on, whatever later drops it: no join may outlast the step.
-  if (m.mHistory) m.mHistory->vertices.renumber([](std::uint32_t v) { return v; });
   clearConnectivityCache(mesh);
   return collapseCount;
 }

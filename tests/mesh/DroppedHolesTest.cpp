@@ -7,7 +7,6 @@
 #include <facetbox/operations/ConformNormals.h>
 #include <facetbox/operations/MergeVertices.h>
 #include <facetbox/operations/RemoveEdgesCoplanar.h>
-#include <facetbox/operations/RemoveEdgesZero.h>
 #include <facetbox/operations/RemoveFacesDouble.h>
 #include <facetbox/operations/RemoveFacesZero.h>
 #include <facetbox/operations/RemoveVerticesColinear.h>
@@ -96,7 +95,7 @@ TEST(DroppedHoles, goWithTheirCornersOrForTheirArea) {
   expectDropped(plate, {{0, 1, Reason::tooFewCorners}},
                 [](Mesh& mesh, double scale) { util::mergeVertices(mesh, 0.125 * scale); });
   expectDropped(plate, {{0, 1, Reason::tooFewCorners}},
-                [](Mesh& mesh, double scale) { util::removeEdgesZero(mesh, 0.125 * scale); });
+                [](Mesh& mesh, double scale) { util::mergeEdgesZero(mesh, 0.125 * scale); });
   expectDropped(plate, {{0, 1, Reason::tooSmall}},
                 [](Mesh& mesh, double scale) { util::removeFacesZero(mesh, 0.25 * scale * scale); });
 }
@@ -240,7 +239,7 @@ Plate frame(std::mt19937& random, Indices& holes) {
 void operate(Mesh& mesh, std::mt19937& random, int operation) {
   const double size = std::ldexp(1, pick(random, -5, 4));
   if (operation == 0) util::mergeVertices(mesh, oneIn(random, 2) ? size : 1e-6);
-  if (operation == 1) util::removeEdgesZero(mesh, size);
+  if (operation == 1) util::mergeEdgesZero(mesh, size);
   if (operation == 2) util::removeFacesZero(mesh, size);
   if (operation == 3) util::removeFacesDouble(mesh, true);
   if (operation == 4) util::conformNormals(mesh, util::kIdentity);

@@ -8,7 +8,6 @@
 
 #include <facetbox/operations/MergeVertices.h>
 #include <facetbox/operations/RemoveEdgesCoplanar.h>
-#include <facetbox/operations/RemoveEdgesZero.h>
 #include <facetbox/operations/RemoveFacesDouble.h>
 #include <facetbox/operations/RemoveFacesZero.h>
 #include <facetbox/operations/RemoveVerticesColinear.h>
@@ -25,32 +24,22 @@ constexpr std::uint32_t kNone = NumberHistory::kNone;
 Indices copyOf(std::span<const std::uint32_t> numbers) { return {numbers.begin(), numbers.end()}; }
 
 TEST(NumberHistory, followsWhatIsJoinedThroughSeveralRenumberings) {
-  // 0 1 2 3 4, 1 joined to 2 and 2 to 4; 1 and 2 are dropped, so that 0 3 4 are left.
-  NumberHistory history(5, NumberHistory::Joined::ifDropped);
+  // Of 0 1 2 3 4, 1 becomes part of 2 and 2 of 4, and the place of 1 is used anew; 2 is dropped.
+  NumberHistory history(5);
   history.join(1, 2);
   history.join(2, 4);
-  history.join(3, 0);
-  history.renumber([](std::uint32_t i) { return Indices{0, kNone, kNone, 1, 2}[i]; });
-  EXPECT_EQ(copyOf(history.map()), (Indices{0, 2, 2, 1, 2}));
-  EXPECT_EQ(copyOf(history.sources()), (Indices{0, 3, 4}));
-  // 0 and 2 become one, one is new, and 1 goes.
+  history.renumber([](std::uint32_t i) { return Indices{0, 1, kNone, 2, 3}[i]; });
+  EXPECT_EQ(copyOf(history.map()), (Indices{0, 3, 3, 2, 3}));
+  EXPECT_EQ(copyOf(history.sources()), (Indices{0, 1, 3, 4}));
+  // 0 and 3 become one, one is new, and 2 goes.
   history.append();
-  history.renumber([](std::uint32_t i) { return Indices{0, kNone, 0, 1}[i]; });
+  history.renumber([](std::uint32_t i) { return Indices{0, 1, kNone, 0, 2}[i]; });
   EXPECT_EQ(copyOf(history.map()), (Indices{0, 0, 0, kNone, 0}));
-  EXPECT_EQ(copyOf(history.sources()), (Indices{0, kNone}));
-}
-
-TEST(NumberHistory, whatIsAlwaysJoinedLeavesItsPlaceToOthers) {
-  // 1 and 2 become part of 0; the place of 1 is used anew.
-  NumberHistory history(4, NumberHistory::Joined::always);
-  history.join(1, 0);
-  history.join(2, 0);
-  history.renumber([](std::uint32_t i) { return Indices{0, 1, kNone, 2}[i]; });
-  EXPECT_EQ(copyOf(history.map()), (Indices{0, 0, 0, 2}));
+  EXPECT_EQ(copyOf(history.sources()), (Indices{0, 1, kNone}));
 }
 
 TEST(NumberHistory, aCircleOfDroppedItemsLeadsNowhere) {
-  NumberHistory history(3, NumberHistory::Joined::ifDropped);
+  NumberHistory history(3);
   history.join(0, 1);
   history.join(1, 0);
   history.join(2, 1);
@@ -119,7 +108,7 @@ TEST(MeshHistory, leadsEachVertexToItsPlaceAndEachFaceToWhatItBecamePartOf) {
     mesh.storage().mHistory.set(&history);
     const bool weldsFirst = oneIn(random, 2);
     if (weldsFirst) util::mergeVertices(mesh, 2 * jitter + 1e-9);
-    collapsed += util::removeEdgesZero(mesh, 3 * jitter + 1e-9);
+    collapsed += util::mergeEdgesZero(mesh, 3 * jitter + 1e-9).mergedCount;
     if (!weldsFirst) util::mergeVertices(mesh, 2 * jitter + 1e-9);
     expectCornersLeadToCorners(surface, mesh, history);
     util::removeFacesZero(mesh, 1e-3);
