@@ -78,9 +78,11 @@ using Step = std::variant<MergeVertices, RemoveZeroEdges, RemoveZeroFaces, Remov
 
 /// All steps, in the order in which each leaves the next one the most to do: vertices, zero edges, zero faces, double
 /// faces, orientation, coplanar faces, colinear corners. Then the same again, three times: for what merging brings to
-/// light. clean() passes over steps that have nothing to do. A closed and oriented mesh stays closed (one that is not
-/// oriented may open where both sides of a thin wall run alike: as doubles they go), and a second call changes nothing,
-/// unless welds wait for each other longer than that, which takes tolerances of a tenth of the diagonal or a soup.
+/// light. clean() passes over steps that are known to have nothing to do.
+///
+/// A mesh that is closed and oriented stays closed, and a second call changes nothing, as long as the tolerance is
+/// small beside the mesh: where it is some percent of the diagonal, or in a soup, both may fail. A closed mesh that is
+/// not oriented may open where both sides of a wall thinner than the tolerance run alike: as doubles, one of them goes.
 ///
 /// @param tolerance  how far vertices may lie apart to be one, in mesh units
 /// @param diagonal   of the mesh's bounding box. Faces below 1e-12 of its square have no area; flat and straight are

@@ -10,6 +10,7 @@
 #include <facetbox/math/Box.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/triangulate.h>
+#include <tests/support/CleanCheck.h>
 
 namespace support {
 namespace {
@@ -48,14 +49,8 @@ struct Faces {
   std::size_t size() const { return corners.size(); }
 };
 
-/// Seen from the first corner, so that it is exact where the mesh stands.
 Vec3 areaVectorOf(const PolyMesh& mesh, const std::vector<std::uint32_t>& corners) {
-  Vec3 sum{0, 0, 0};
-  if (corners.empty()) return sum;
-  const Vec3 first = pointOf(mesh, corners[0]);
-  for (std::size_t i = 1; i + 1 < corners.size(); ++i)
-    sum = sum + cross(pointOf(mesh, corners[i]) - first, pointOf(mesh, corners[i + 1]) - first);
-  return 0.5 * sum;
+  return 0.5 * doubleAreaOf(mesh, corners);
 }
 
 /// Per edge: how often it is used upwards and downwards. A face of which nothing is left without the corners that

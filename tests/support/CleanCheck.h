@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cmath>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,15 +12,20 @@
 /// What must hold of every clean-up, by plain formulas.
 namespace support {
 
-/// Twice the area vector of each face, less nothing for its holes (Newell).
+/// Twice the area vector of a polygon, as seen from its first corner.
+inline util::Vec3 doubleAreaOf(const facetbox::PolyMesh& mesh, std::span<const std::uint32_t> corners) {
+  const auto at = [&](std::size_t corner) { return util::toVec3(&mesh.points[3 * std::size_t{corners[corner]}]); };
+  util::Vec3 sum{0, 0, 0};
+  for (std::size_t i = 1; i + 1 < corners.size(); ++i) sum = sum + cross(at(i) - at(0), at(i + 1) - at(0));
+  return sum;
+}
+
+/// Of each face, less nothing for its holes.
 inline std::vector<util::Vec3> areaVectorsOf(const facetbox::PolyMesh& mesh) {
   std::vector<util::Vec3> areas;
   std::size_t first = 0;
   for (const std::uint32_t count : mesh.counts) {
-    const auto at = [&](std::size_t corner) { return util::toVec3(&mesh.points[3 * mesh.indices[first + corner]]); };
-    util::Vec3 sum{0, 0, 0};
-    for (std::size_t i = 1; i + 1 < count; ++i) sum = sum + cross(at(i) - at(0), at(i + 1) - at(0));
-    areas.push_back(sum);
+    areas.push_back(doubleAreaOf(mesh, std::span(mesh.indices).subspan(first, count)));
     first += count;
   }
   return areas;
