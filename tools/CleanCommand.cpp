@@ -3,17 +3,18 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include <fmt/format.h>
 
+#include <facetbox/io/files.h>
+#include <facetbox/io/readModel.h>
+#include <facetbox/io/writeModel.h>
 #include <tools/CleanReport.h>
 #include <tools/Errors.h>
+#include <tools/Join.h>
 #include <tools/MeshFacts.h>
-#include <tools/ModelReader.h>
-#include <tools/ObjFile.h>
-#include <tools/ObjectMeshes.h>
-#include <tools/OutputFile.h>
 #include <tools/Progress.h>
 #include <tools/Triangles.h>
 
@@ -23,6 +24,8 @@ namespace {
 using facetbox::Cleaned;
 using facetbox::Counts;
 using facetbox::Measures;
+using facetbox::Model;
+using facetbox::Object;
 using facetbox::PolyMesh;
 
 /// A change of all objects together: a line of the report.
@@ -42,13 +45,19 @@ class Cleaner {
         mModel(model),
         mReport(report),
         mProgress(progress),
-        mObjects(model, options.mModel),
         mPlan(planOf(options.mRequests, boundingBoxDiagonal(model))),
         mStepChanges(mSteps.size()) {}
 
   Model run() {
-    Model result = emptyLike(mModel);
-    for (std::size_t object = 0; object < mObjects.size(); ++object) {
+    Model result{.marks = mModel.marks,
+                 .materials = mModel.materials,
+                 .groups = mModel.groups,
+                 .semantics = mModel.semantics,
+                 .format = mModel.format,
+                 .document = mModel.document};
+    for (std::size_t object = 0; object < mModel.objects.size(); ++object) {
+      mFirstFaces.push_back(mFaceCount);
+      mFaceCount += mModel.objects[object].mesh.counts.size();
       try {
         runOn(object, result);
       } catch (const std::bad_alloc&) {
@@ -63,20 +72,20 @@ class Cleaner {
 
  private:
   std::string nameOf(std::size_t object) const {
-    const std::string& name = mModel.mObjects[object].mName;
+    const std::string& name = mModel.objects[object].name;
     return name.empty() ? fmt::format("object {}", object + 1) : fmt::format("object '{}'", name);
   }
 
   /// The number of an object's face in the file, counted from 1.
   std::uint32_t fileFace(std::size_t object, std::uint32_t face) const {
-    return face == facetbox::kNone ? face : mModel.mObjects[object].mFirstFace + face + 1;
+    return face == facetbox::kNone ? face : static_cast<std::uint32_t>(mFirstFaces[object] + face + 1);
   }
 
   void runOn(std::size_t object, Model& result) {
-    const PolyMesh mesh = mObjects.make(object);
+    const PolyMesh& mesh = mModel.objects[object].mesh;
     facetbox::CleanOptions options{.measures = true};
     options.progress = [&](std::size_t step, double fraction) {
-      mProgress.setStage(fmt::format("object {} of {}, step {} of {}, {}, {:.0f} %", object + 1, mObjects.size(),
+      mProgress.setStage(fmt::format("object {} of {}, step {} of {}, {}, {:.0f} %", object + 1, mModel.objects.size(),
                                      step + 1, mSteps.size(), describe(mSteps[step]), 100 * fraction));
     };
     Cleaned cleaned = facetbox::clean(mesh, mSteps, options);
@@ -88,10 +97,29 @@ class Cleaner {
       addStep(object, cleaned.steps[step], measures, mStepChanges[step]);
     mAfter.add(counts, measures);
     if (mOptions.mTriangulate) {
-      mProgress.setStage(fmt::format("triangulating object {} of {}", object + 1, mObjects.size()));
+      mProgress.setStage(fmt::format("triangulating object {} of {}", object + 1, mModel.objects.size()));
       cleaned.mesh = triangulated(object, cleaned, measures);
     }
-    if (!cleaned.mesh.counts.empty()) mObjects.append(object, cleaned.mesh, result);
+    if (!cleaned.mesh.counts.empty()) result.objects.push_back(changed(mModel.objects[object], std::move(cleaned)));
+  }
+
+  // What belonged to the old vertices stays with those that are left.
+  Object changed(const Object& old, Cleaned cleaned) const {
+    Object object{.name = old.name, .place = old.place};
+    const std::vector<std::uint32_t>& sources = cleaned.vertexSources;
+    // Triangulation may have made vertices, which have no number in the file.
+    const std::size_t made = cleaned.mesh.points.size() / 3 - sources.size();
+    if (!old.fileVertices.empty() && made == 0)
+      for (const std::uint32_t source : sources) object.fileVertices.push_back(old.fileVertices[source]);
+    if (!old.colors.empty()) {
+      object.colors.reserve(4 * (sources.size() + made));
+      for (const std::uint32_t source : sources)
+        object.colors.insert(object.colors.end(), &old.colors[std::size_t{4} * source],
+                             &old.colors[std::size_t{4} * source] + 4);
+      object.colors.resize(4 * (sources.size() + made), 1.0F);
+    }
+    object.mesh = std::move(cleaned.mesh);
+    return object;
   }
 
   void addInput(std::size_t object, const PolyMesh& mesh, const Cleaned& cleaned, const Counts& counts,
@@ -187,7 +215,8 @@ class Cleaner {
   const Model& mModel;
   CleanReport& mReport;
   Progress& mProgress;
-  const ObjectMeshes mObjects;
+  std::vector<std::size_t> mFirstFaces;  // per object, counted through the file
+  std::size_t mFaceCount = 0;
   const StepPlan mPlan;
   const std::vector<facetbox::Step>& mSteps = mPlan.mSteps;
   Change mInput, mTriangles;
@@ -196,10 +225,13 @@ class Cleaner {
 };
 
 void checkOutput(const std::string& path) {
-  if (isSpecialFile(path)) return;
-  if (!path.ends_with(".obj"))
-    throw InputError(fmt::format("{}: the name of the output must end in .obj; no other format can be written", path));
-  checkWritable(path);
+  if (facetbox::isSpecialFile(path)) return;
+  if (!facetbox::formatOf(path))
+    throw InputError(
+        fmt::format("{}: the name of the output must end in .obj, .ply, .off, .stl, .gltf, .glb or .json; "
+                    "no other format can be written",
+                    path));
+  facetbox::checkWritable(path);
 }
 
 }  // namespace
@@ -207,19 +239,25 @@ void checkOutput(const std::string& path) {
 void runClean(const CleanOptions& options) {
   checkOutput(options.mOutput);
   Progress progress;
-  CleanReport report(isSpecialFile(options.mOutput) ? stderr : stdout, progress);
+  const bool isStream = facetbox::isSpecialFile(options.mOutput);
+  CleanReport report(isStream ? stderr : stdout, progress);
 
   progress.setStage("reading " + options.mModel);
-  Model model = readModel(options.mModel);
-  if (options.mJoin) model.joinObjects();
-  for (const auto& [what, count] : model.mIgnored)
-    report.note(fmt::format("skipped in {}: {} x {}", options.mModel, count, what));
+  Model model = facetbox::readModel(options.mModel);
+  for (const facetbox::Note& note : model.notes)
+    report.note(fmt::format("skipped in {}: {} x {}", options.mModel, note.count, note.what));
 
-  const Model result = Cleaner(options, model, report, progress).run();
+  std::optional<Joined> joined;
+  if (options.mJoin) joined.emplace(std::move(model));
+  Model result = Cleaner(options, joined ? joined->model() : model, report, progress).run();
+  if (joined) result = joined->split(std::move(result));
   report.flush();
 
   progress.setStage("writing " + options.mOutput);
-  writeFile(options.mOutput, formatObj(result));
+  facetbox::WriteOptions how;
+  if (isStream) how.format = facetbox::Format::obj;
+  for (const facetbox::Note& note : facetbox::writeModel(result, options.mOutput, how))
+    report.note(fmt::format("not in {}: {} x {}", options.mOutput, note.count, note.what));
 }
 
 }  // namespace tool

@@ -32,11 +32,11 @@ struct Box {
 
 std::string quotedOr(const std::string& name, const std::string& unnamed) { return name.empty() ? unnamed : name; }
 
-std::string objectName(const Model& model, std::size_t object) {
+std::string objectName(const FacePool& model, std::size_t object) {
   return quotedOr(model.mObjects[object].mName, fmt::format("object {}", object + 1));
 }
 
-std::string nameOf(const Model& model, Grouping grouping, std::uint32_t number) {
+std::string nameOf(const FacePool& model, Grouping grouping, std::uint32_t number) {
   const std::size_t index = number - 1;
   if (grouping == Grouping::object) return objectName(model, index);
   if (grouping == Grouping::material)
@@ -56,7 +56,7 @@ std::array<float, 3> narrowed(const Vector& v) {
 
 double FloatRay::distanceOf(float distance) const { return mAhead + distance * kDirectionLength; }
 
-Frame::Frame(const Model& model) : mModel(model) {
+Frame::Frame(const FacePool& model) : mModel(model) {
   Box box;
   for (const std::uint32_t vertex : mModel.mIndices) box.extend(mModel.mVertices.data() + std::size_t{3} * vertex);
   mCenter = (box.mMin + box.mMax) * 0.5;

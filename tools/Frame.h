@@ -9,8 +9,8 @@
 #include <vector>
 
 #include <facetbox/util/Mesh.h>
+#include <tools/FacePool.h>
 #include <tools/MeshMaker.h>
-#include <tools/Model.h>
 #include <tools/Progress.h>
 #include <tools/Vector.h>
 
@@ -47,7 +47,7 @@ struct FloatRay {
 class Frame {
  public:
   /// @param model  must stay as it is
-  explicit Frame(const Model& model);
+  explicit Frame(const FacePool& model);
 
   Vector toScene(const Vector& point) const { return (point - mCenter) * mScale; }
   Vector toModel(const Vector& point) const { return point * (1 / mScale) + mCenter; }
@@ -56,7 +56,7 @@ class Frame {
   /// Of the box around all faces, in the scene.
   const Vector& halfSize() const { return mHalfSize; }
 
-  const Model& model() const { return mModel; }
+  const FacePool& model() const { return mModel; }
   /// Of the model, in the scene.
   Vector vertex(std::uint32_t index) const {
     const double* const p = mModel.mVertices.data() + std::size_t{3} * index;
@@ -77,7 +77,7 @@ class Frame {
                                     const TakeMesh& take) const;
 
  private:
-  const Model& mModel;
+  const FacePool& mModel;
   Vector mCenter, mHalfSize;
   double mScale = 1;
 };

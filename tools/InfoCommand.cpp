@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <tools/ModelReader.h>
+#include <facetbox/io/readModel.h>
 #include <tools/Progress.h>
 
 namespace tool {
@@ -68,14 +68,14 @@ std::string vectorText(const std::array<double, 3>& v) { return fmt::format("({}
 
 }  // namespace
 
-std::string formatFacts(const std::string& name, const Model& model, const MeshFacts& facts) {
+std::string formatFacts(const std::string& name, const facetbox::Model& model, const MeshFacts& facts) {
   Table table;
   table.head(name);
-  table.row("objects", model.mObjects.size());
-  table.row("vertices", model.vertexCount());
-  table.row("faces", model.faceCount());
-  table.row("corners", model.mIndices.size());
-  table.row("texture coordinates", model.mTexCoords.size() / 2);
+  table.row("objects", model.objects.size());
+  table.row("vertices", facts.mVertices);
+  table.row("faces", facts.mFaces);
+  table.row("corners", facts.mCorners);
+  table.row("texture coordinates", facts.mTexCoords);
   table.row("materials", facts.mFacesByMaterial.size());
   table.row("  in runs of faces", facts.mMaterialRuns);
   table.row("faces with holes", facts.mHoleGroups);
@@ -95,26 +95,28 @@ std::string formatFacts(const std::string& name, const Model& model, const MeshF
   }
   table.head("defects");
   for (const Defect& defect : kDefects) table.row(defect.mLabel, facts.*defect.mCount);
-  if (!model.mIgnored.empty()) table.head("skipped in the file");
-  for (const auto& [what, count] : model.mIgnored) table.row(what, count);
+  if (!model.notes.empty()) table.head("skipped in the file");
+  for (const facetbox::Note& note : model.notes) table.row(note.what, note.count);
   return table.text();
 }
 
-std::string formatFactsAsJson(const std::string& name, const Model& model, const MeshFacts& facts) {
+std::string formatFactsAsJson(const std::string& name, const facetbox::Model& model, const MeshFacts& facts) {
   using nlohmann::ordered_json;
   ordered_json materials = ordered_json::array(), corners = ordered_json::object(), defects, objects;
   for (const auto& [material, faces] : facts.mFacesByMaterial)
     materials.push_back({{"name", material}, {"faces", faces}});
   for (const auto& [count, faces] : facts.mFacesByCorners) corners[std::to_string(count)] = faces;
   for (const Defect& defect : kDefects) defects[defect.mKey] = facts.*defect.mCount;
-  for (const ObjectStart& object : model.mObjects) objects.push_back(object.mName);
+  for (const facetbox::Object& object : model.objects) objects.push_back(object.name);
+  ordered_json skipped = ordered_json::object();
+  for (const facetbox::Note& note : model.notes) skipped[note.what] = note.count;
   const ordered_json json = {
       {"file", name},
       {"objects", objects},
-      {"vertices", model.vertexCount()},
-      {"faces", model.faceCount()},
-      {"corners", model.mIndices.size()},
-      {"textureCoordinates", model.mTexCoords.size() / 2},
+      {"vertices", facts.mVertices},
+      {"faces", facts.mFaces},
+      {"corners", facts.mCorners},
+      {"textureCoordinates", facts.mTexCoords},
       {"facesByCorners", corners},
       {"boundingBox", {{"min", facts.mMin}, {"max", facts.mMax}, {"diagonal", facts.mDiagonal}}},
       {"area", facts.mArea},
@@ -124,7 +126,7 @@ std::string formatFactsAsJson(const std::string& name, const Model& model, const
       {"facesWithHoles", facts.mHoleGroups},
       {"holeFaces", facts.mHoleFaces},
       {"defects", defects},
-      {"passedOver", ordered_json(model.mIgnored)},
+      {"passedOver", skipped},
   };
   return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
@@ -134,9 +136,9 @@ void runInfo(const InfoOptions& options) {
   {
     Progress progress;
     progress.setStage("reading " + options.mModel);
-    const Model model = readModel(options.mModel);
+    const facetbox::Model model = facetbox::readModel(options.mModel);
     progress.setStage("examining " + options.mModel);
-    const MeshFacts facts = gatherFacts(model, options.mModel);
+    const MeshFacts facts = gatherFacts(model);
     text = options.mJson ? formatFactsAsJson(options.mModel, model, facts) : formatFacts(options.mModel, model, facts);
   }
   std::fwrite(text.data(), 1, text.size(), stdout);

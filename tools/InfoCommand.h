@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include <facetbox/io/Model.h>
 #include <tools/MeshFacts.h>
-#include <tools/Model.h>
 
 namespace tool {
 
@@ -13,10 +13,10 @@ struct InfoOptions {
 };
 
 /// The facts as a table for people.
-std::string formatFacts(const std::string& name, const Model& model, const MeshFacts& facts);
+std::string formatFacts(const std::string& name, const facetbox::Model& model, const MeshFacts& facts);
 
 /// The facts as one JSON object; bytes of names that are not UTF-8 are replaced.
-std::string formatFactsAsJson(const std::string& name, const Model& model, const MeshFacts& facts);
+std::string formatFactsAsJson(const std::string& name, const facetbox::Model& model, const MeshFacts& facts);
 
 /// Prints the facts of a model. @throws InputError
 void runInfo(const InfoOptions& options);

@@ -10,7 +10,6 @@
 
 #include <facetbox/check.h>
 #include <facetbox/clean.h>
-#include <tools/ObjectMeshes.h>
 #include <tools/Vector.h>
 
 namespace tool {
@@ -18,13 +17,20 @@ namespace {
 
 using Corners = std::span<const std::uint32_t>;
 
-void measureBox(const Model& model, MeshFacts& facts) {
-  if (model.mVertices.empty()) return;
-  facts.mMin.fill(std::numeric_limits<double>::max());
-  facts.mMax.fill(std::numeric_limits<double>::lowest());
-  for (std::size_t i = 0; i < model.mVertices.size(); ++i) {
-    facts.mMin[i % 3] = std::min(facts.mMin[i % 3], model.mVertices[i]);
-    facts.mMax[i % 3] = std::max(facts.mMax[i % 3], model.mVertices[i]);
+void measureBox(const facetbox::Model& model, MeshFacts& facts) {
+  bool isEmpty = true;
+  for (const facetbox::Object& object : model.objects) {
+    const std::vector<double>& points = object.mesh.points;
+    if (points.empty()) continue;
+    if (isEmpty) {
+      facts.mMin.fill(std::numeric_limits<double>::max());
+      facts.mMax.fill(std::numeric_limits<double>::lowest());
+    }
+    isEmpty = false;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      facts.mMin[i % 3] = std::min(facts.mMin[i % 3], points[i]);
+      facts.mMax[i % 3] = std::max(facts.mMax[i % 3], points[i]);
+    }
   }
   const auto size = [&](std::size_t axis) { return facts.mMax[axis] - facts.mMin[axis]; };
   facts.mDiagonal = std::hypot(size(0), size(1), size(2));
@@ -90,47 +96,56 @@ void addObject(const facetbox::PolyMesh& mesh, MeshFacts& facts) {
   facts.mZeroLengthEdges += zeroEdges.size();
 }
 
-void countMaterials(const Model& model, MeshFacts& facts) {
-  std::vector<std::size_t> faces(model.mMaterials.size());
-  int last = -1;
-  for (std::size_t run = 0; run < model.mRuns.size(); ++run) {
-    const std::size_t end = run + 1 < model.mRuns.size() ? model.mRuns[run + 1].mFirstFace : model.faceCount();
-    const int material = model.mRuns[run].mLabel.mMaterial;
-    if (material >= 0) {
-      faces[static_cast<std::size_t>(material)] += end - model.mRuns[run].mFirstFace;
-      if (material != last) ++facts.mMaterialRuns;
+void countMaterials(const facetbox::Model& model, MeshFacts& facts) {
+  using facetbox::kNone;
+  std::vector<std::size_t> faces(model.materials.size());
+  std::uint32_t last = kNone;
+  for (const facetbox::Object& object : model.objects) {
+    for (std::size_t face = 0; face < object.mesh.counts.size(); ++face) {
+      const std::uint32_t material =
+          object.mesh.labels.empty() ? kNone : model.marks[object.mesh.labels[face]].material;
+      if (material != kNone) {
+        ++faces[material];
+        if (material != last) ++facts.mMaterialRuns;
+      }
+      last = material;
     }
-    last = material;
   }
   for (std::size_t material = 0; material < faces.size(); ++material) {
-    if (faces[material] > 0) facts.mFacesByMaterial.emplace_back(model.mMaterials[material], faces[material]);
+    if (faces[material] > 0) facts.mFacesByMaterial.emplace_back(model.materials[material].name, faces[material]);
   }
 }
 
-void countHoles(const Model& model, MeshFacts& facts) {
-  facts.mHoleGroups = static_cast<std::size_t>(std::count(model.mHoles.begin(), model.mHoles.end(), kEndOfGroup));
-  facts.mHoleFaces = model.mHoles.size() - 2 * facts.mHoleGroups;
+void countParts(const facetbox::PolyMesh& mesh, MeshFacts& facts) {
+  facts.mVertices += mesh.points.size() / 3;
+  facts.mFaces += mesh.counts.size();
+  facts.mCorners += mesh.indices.size();
+  facts.mTexCoords += mesh.texCoords.size() / 2;
+  for (const std::uint32_t count : mesh.counts) {
+    ++facts.mFacesByCorners[count];
+    if (count < 3) ++facts.mIllegalFaces;
+  }
+  const auto groups = static_cast<std::size_t>(std::count(mesh.holes.begin(), mesh.holes.end(), facetbox::kNone));
+  facts.mHoleGroups += groups;
+  facts.mHoleFaces += mesh.holes.size() - 2 * groups;
 }
 
 }  // namespace
 
-double boundingBoxDiagonal(const Model& model) {
+double boundingBoxDiagonal(const facetbox::Model& model) {
   MeshFacts facts;
   measureBox(model, facts);
   return facts.mDiagonal;
 }
 
-MeshFacts gatherFacts(const Model& model, const std::string& name) {
+MeshFacts gatherFacts(const facetbox::Model& model) {
   MeshFacts facts;
   measureBox(model, facts);
-  for (const std::uint32_t count : model.mCounts) {
-    ++facts.mFacesByCorners[count];
-    if (count < 3) ++facts.mIllegalFaces;
+  for (const facetbox::Object& object : model.objects) {
+    countParts(object.mesh, facts);
+    addObject(object.mesh, facts);
   }
-  const ObjectMeshes objects(model, name);
-  for (std::size_t object = 0; object < objects.size(); ++object) addObject(objects.make(object), facts);
   countMaterials(model, facts);
-  countHoles(model, facts);
   return facts;
 }
 

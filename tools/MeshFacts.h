@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include <tools/Model.h>
+#include <facetbox/io/Model.h>
 
 namespace tool {
 
@@ -17,6 +17,7 @@ constexpr double kNearlySame = 1e-4;
 
 /// Counts and defects of a model. Defects are those that facetbox::check() finds in each object on its own, added up.
 struct MeshFacts {
+  std::size_t mVertices = 0, mFaces = 0, mCorners = 0, mTexCoords = 0;
   std::map<std::size_t, std::size_t> mFacesByCorners;
   std::array<double, 3> mMin = {}, mMax = {};  ///< box around all vertices, used or not
   double mDiagonal = 0;
@@ -44,10 +45,8 @@ struct MeshFacts {
 };
 
 /// Only the length of the bounding box's diagonal.
-double boundingBoxDiagonal(const Model& model);
+double boundingBoxDiagonal(const facetbox::Model& model);
 
-/// @param model  has passed checkModel()
-/// @throws InputError that starts with `name`, where hole groups contradict each other
-MeshFacts gatherFacts(const Model& model, const std::string& name);
+MeshFacts gatherFacts(const facetbox::Model& model);
 
 }  // namespace tool

@@ -6,13 +6,13 @@
 namespace tool {
 namespace {
 
-constexpr std::uint32_t kNone = 0xFFFFFFFF;
+using facetbox::kNone;
 
-std::vector<std::pair<std::uint32_t, std::uint32_t>> listHoles(const Model& model) {
+std::vector<std::pair<std::uint32_t, std::uint32_t>> listHoles(const FacePool& model) {
   std::vector<std::pair<std::uint32_t, std::uint32_t>> holes;
   for (auto entry = model.mHoles.begin(); entry != model.mHoles.end(); ++entry) {
     const std::uint32_t outer = *entry;
-    while (*++entry != kEndOfGroup) {
+    while (*++entry != kNone) {
       if (model.mCounts[outer] >= 3 && model.mCounts[*entry] >= 3) holes.emplace_back(outer, *entry);
     }
   }
@@ -22,7 +22,7 @@ std::vector<std::pair<std::uint32_t, std::uint32_t>> listHoles(const Model& mode
 }
 
 // Per face, the lowest face that hole groups connect it to and that is not a hole itself.
-std::vector<std::uint32_t> findOwners(const Model& model) {
+std::vector<std::uint32_t> findOwners(const FacePool& model) {
   std::vector<std::uint32_t> roots(model.faceCount());
   std::iota(roots.begin(), roots.end(), 0U);
   const auto rootOf = [&](std::uint32_t face) {
@@ -47,18 +47,16 @@ std::vector<std::uint32_t> findOwners(const Model& model) {
 }
 
 // Turns each face's owner into the number of its set, counted from 0.
-void numberSets(const Model& model, Grouping grouping, std::vector<std::uint32_t>& owners) {
+void numberSets(const FacePool& model, Grouping grouping, std::vector<std::uint32_t>& owners) {
   if (grouping == Grouping::face) return;
   std::vector<std::uint32_t> numbers(model.faceCount());
   if (grouping == Grouping::object) {
     for (std::uint32_t object = 0; object < model.mObjects.size(); ++object)
       std::fill(numbers.begin() + model.mObjects[object].mFirstFace, numbers.begin() + model.endFace(object), object);
   } else {
-    const std::vector<Label> labels = labelsOf(model);
     const auto none = static_cast<std::uint32_t>(model.mMaterials.size());
-    std::transform(labels.begin(), labels.end(), numbers.begin(), [none](const Label& label) {
-      return label.mMaterial < 0 ? none : static_cast<std::uint32_t>(label.mMaterial);
-    });
+    std::transform(model.mMaterialOf.begin(), model.mMaterialOf.end(), numbers.begin(),
+                   [none](std::uint32_t material) { return material == kNone ? none : material; });
   }
   for (std::uint32_t& owner : owners) {
     if (owner != kNone) owner = numbers[owner];
@@ -67,17 +65,7 @@ void numberSets(const Model& model, Grouping grouping, std::vector<std::uint32_t
 
 }  // namespace
 
-std::vector<Label> labelsOf(const Model& model) {
-  std::vector<Label> labels(model.faceCount());
-  for (std::size_t run = 0; run < model.mRuns.size(); ++run) {
-    const std::size_t end = run + 1 < model.mRuns.size() ? model.mRuns[run + 1].mFirstFace : labels.size();
-    std::fill(labels.begin() + model.mRuns[run].mFirstFace, labels.begin() + static_cast<std::ptrdiff_t>(end),
-              model.mRuns[run].mLabel);
-  }
-  return labels;
-}
-
-FaceSets groupFaces(const Model& model, Grouping grouping) {
+FaceSets groupFaces(const FacePool& model, Grouping grouping) {
   std::vector<std::uint32_t> setOfFace = findOwners(model);
   numberSets(model, grouping, setOfFace);
 
@@ -97,7 +85,7 @@ FaceSets groupFaces(const Model& model, Grouping grouping) {
   return sets;
 }
 
-MeshMaker::MeshMaker(const Model& model, const Vector& center, double scale)
+MeshMaker::MeshMaker(const FacePool& model, const Vector& center, double scale)
     : mModel(model),
       mCenter(center),
       mScale(scale),
@@ -138,7 +126,7 @@ util::Mesh MeshMaker::make(std::span<const std::uint32_t> faces) {
     if (entry == mHolesOf.end() || entry->first != faces[i]) continue;
     mHoles.push_back(i);
     for (; entry != mHolesOf.end() && entry->first == faces[i]; ++entry) mHoles.push_back(numberInSet(entry->second));
-    mHoles.push_back(kEndOfGroup);
+    mHoles.push_back(kNone);
   }
   return {nullptr,
           static_cast<int>(mCoordinates.size()),

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include <facetbox/util/Mesh.h>
-#include <tools/Model.h>
+#include <tools/FacePool.h>
 #include <tools/Vector.h>
 
 namespace tool {
@@ -30,17 +30,14 @@ struct FaceSets {
 };
 
 /// O(faces log holes).
-FaceSets groupFaces(const Model& model, Grouping grouping);
-
-/// The material and group of each face.
-std::vector<Label> labelsOf(const Model& model);
+FaceSets groupFaces(const FacePool& model, Grouping grouping);
 
 /// Makes meshes for the library from sets of a model's faces, with their holes.
 class MeshMaker {
  public:
   /// Meshes have the model's coordinates minus `center`, times `scale`, as floats.
   /// @param model  must not change or go away
-  MeshMaker(const Model& model, const Vector& center, double scale);
+  MeshMaker(const FacePool& model, const Vector& center, double scale);
 
   /// @param faces  a set of groupFaces(). O(corners of the set).
   util::Mesh make(std::span<const std::uint32_t> faces);
@@ -49,7 +46,7 @@ class MeshMaker {
   std::span<const float> coordinates() const { return mCoordinates; }
 
  private:
-  const Model& mModel;
+  const FacePool& mModel;
   const Vector mCenter;
   const double mScale;
   std::vector<std::size_t> mFirstCorners;

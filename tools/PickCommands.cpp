@@ -6,9 +6,9 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <facetbox/io/readModel.h>
 #include <tools/Errors.h>
-#include <tools/Model.h>
-#include <tools/ModelReader.h>
+#include <tools/FacePool.h>
 #include <tools/Printing.h>
 #include <tools/Progress.h>
 #include <tools/Scene.h>
@@ -56,7 +56,7 @@ void runPick(const PickOptions& options) {
   {
     Progress progress;
     progress.setStage("reading " + options.mModel);
-    const Model model = readModel(options.mModel);
+    const FacePool model = poolOf(facetbox::readModel(options.mModel), options.mModel);
     const Scene scene(model, options.mModel, options.mGrouping, progress);
     std::vector<std::uint32_t> ids;
     for (const SceneEntry& entry : scene.entries()) ids.push_back(entry.mId);
@@ -71,7 +71,7 @@ void runSelect(const SelectOptions& options) {
   {
     Progress progress;
     progress.setStage("reading " + options.mModel);
-    const Model model = readModel(options.mModel);
+    const FacePool model = poolOf(facetbox::readModel(options.mModel), options.mModel);
     const Scene scene(model, options.mModel, options.mGrouping, progress);
     text = formatSelection(options, scene, scene.idsIn(matrixOf(options.mView, scene), options.mWholeInside));
   }

@@ -6,8 +6,8 @@
 #include <fmt/format.h>
 #include <png.h>
 
+#include <facetbox/io/files.h>
 #include <tools/Errors.h>
-#include <tools/OutputFile.h>
 
 namespace tool {
 
@@ -28,10 +28,10 @@ std::string formatPng(const Picture& picture) {
 }
 
 void checkPngName(const std::string& path) {
-  if (isSpecialFile(path)) return;
+  if (facetbox::isSpecialFile(path)) return;
   if (!path.ends_with(".png"))
     throw InputError(fmt::format("{}: the name of the picture must end in .png; no other format can be written", path));
-  checkWritable(path);
+  facetbox::checkWritable(path);
 }
 
 Picture parsePng(const std::string& file, const std::string& name) {

@@ -8,14 +8,13 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <facetbox/io/files.h>
+#include <facetbox/io/readModel.h>
 #include <tools/CellPainter.h>
 #include <tools/Errors.h>
+#include <tools/FacePool.h>
 #include <tools/Frame.h>
-#include <tools/InputFile.h>
 #include <tools/IntersectorHost.h>
-#include <tools/Model.h>
-#include <tools/ModelReader.h>
-#include <tools/OutputFile.h>
 #include <tools/PngFile.h>
 #include <tools/Printing.h>
 #include <tools/Progress.h>
@@ -165,11 +164,11 @@ void runQuery(const QueryOptions& given) {
     Mask mask;
     if (!options.mRaster.empty()) {
       progress.setStage("reading " + options.mRaster);
-      mask = maskOf(parsePng(readFile(options.mRaster), options.mRaster));
+      mask = maskOf(parsePng(facetbox::readFile(options.mRaster), options.mRaster));
       options.mView.mSize = {mask.mWidth, mask.mHeight};
     }
     progress.setStage("reading " + options.mModel);
-    const Model model = readModel(options.mModel);
+    const FacePool model = poolOf(facetbox::readModel(options.mModel), options.mModel);
     const Frame frame(model);
     if (options.mWriteMask.empty() && options.mRaster.empty()) {
       text = answersFor(options, frame, progress);
@@ -178,8 +177,8 @@ void runQuery(const QueryOptions& given) {
       CellPainter painter(matrix, options.mView.mSize[0], options.mView.mSize[1]);
       if (!options.mRaster.empty()) text = Questions(options, frame, progress).onMask(mask, matrix);
       if (!options.mWriteMask.empty() || !options.mOutput.empty()) paint(options, frame, progress, painter);
-      if (!options.mWriteMask.empty()) writeFile(options.mWriteMask, formatPng(painter.mask()));
-      if (!options.mOutput.empty()) writeFile(options.mOutput, formatPng(painter.verdict(mask)));
+      if (!options.mWriteMask.empty()) facetbox::writeFile(options.mWriteMask, formatPng(painter.mask()));
+      if (!options.mOutput.empty()) facetbox::writeFile(options.mOutput, formatPng(painter.verdict(mask)));
     }
   }
   print(text);

@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <facetbox/io/files.h>
+#include <facetbox/io/readModel.h>
 #include <tools/Errors.h>
-#include <tools/ModelReader.h>
-#include <tools/OutputFile.h>
 #include <tools/Progress.h>
 #include <tools/Scene.h>
 
@@ -26,13 +26,13 @@ void runRender(const RenderOptions& options) {
   checkPicture(options);
   Progress progress;
   progress.setStage("reading " + options.mModel);
-  const Model model = readModel(options.mModel);
+  const FacePool model = poolOf(facetbox::readModel(options.mModel), options.mModel);
   const Scene scene(model, options.mModel, options.mGrouping, progress);
   const Camera camera(scene, options.mCamera,
                       static_cast<double>(options.mSettings.mWidth) / options.mSettings.mHeight);
   const Picture picture = render(scene, camera, options.mSettings, progress);
   progress.setStage("writing " + options.mOutput);
-  writeFile(options.mOutput, formatPng(picture));
+  facetbox::writeFile(options.mOutput, formatPng(picture));
 }
 
 }  // namespace tool

@@ -169,7 +169,7 @@ class LineMarker {
 
 void markEdges(SampleGrid& grid, const Scene& scene, const Camera& camera) {
   LineMarker marker(grid, camera);
-  const Model& model = scene.model();
+  const FacePool& model = scene.model();
   const auto position = [&](std::size_t corner) { return scene.vertex(model.mIndices[corner]); };
   std::size_t begin = 0;
   for (const std::uint32_t count : model.mCounts) {

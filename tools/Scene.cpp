@@ -7,7 +7,7 @@
 
 namespace tool {
 
-Scene::Scene(const Model& model, const std::string& name, Grouping grouping, Progress& progress) : Frame(model) {
+Scene::Scene(const FacePool& model, const std::string& name, Grouping grouping, Progress& progress) : Frame(model) {
   // The picker keeps the triangles, not the mesh.
   mEntries =
       takeApart(name, grouping, progress, [&](const SceneEntry& entry, const util::Mesh& mesh, std::span<const float>) {

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include <facetbox/picker/Picker.h>
+#include <tools/FacePool.h>
 #include <tools/Frame.h>
 #include <tools/MeshMaker.h>
-#include <tools/Model.h>
 #include <tools/Progress.h>
 #include <tools/Vector.h>
 
@@ -30,7 +30,7 @@ class Scene : public Frame {
  public:
   /// @param model  must not change or go away
   /// @throws RunError where a face cannot be triangulated
-  Scene(const Model& model, const std::string& name, Grouping grouping, Progress& progress);
+  Scene(const FacePool& model, const std::string& name, Grouping grouping, Progress& progress);
 
   /// By ascending ids.
   std::span<const SceneEntry> entries() const { return mEntries; }

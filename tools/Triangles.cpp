@@ -16,7 +16,8 @@ Triangles trianglesOf(const facetbox::PolyMesh& mesh) {
   facetbox::PolyMesh& triangles = result.mMesh;
   triangles.points.insert(triangles.points.end(), cut.madePoints.begin(), cut.madePoints.end());
   triangles.texCoords.insert(triangles.texCoords.end(), cut.madeTexCoords.begin(), cut.madeTexCoords.end());
-  for (const std::uint32_t face : cut.faces) triangles.labels.push_back(mesh.labels[face]);
+  if (!mesh.labels.empty())
+    for (const std::uint32_t face : cut.faces) triangles.labels.push_back(mesh.labels[face]);
   return result;
 }
 

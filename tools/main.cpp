@@ -8,8 +8,10 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <signal.h>
 #include <CLI/CLI.hpp>
 
+#include <facetbox/io/files.h>
 #include <facetbox/version.h>
 #include <tools/Arguments.h>
 #include <tools/CleanCommand.h>
@@ -339,6 +341,24 @@ int runProgram(int argc, char** argv) {
   return tool::kExitOk;
 }
 
+extern "C" void removeUnfinishedAndEnd(int signalNumber) {
+  facetbox::removeUnfinishedFiles();
+  // The handler runs only once: now the signal has its default effect.
+  raise(signalNumber);
+}
+
+void catchEndingSignals() {
+  for (const int signalNumber : {SIGHUP, SIGINT, SIGTERM}) {
+    struct sigaction old = {}, action = {};
+    sigaction(signalNumber, nullptr, &old);
+    // A signal that was ignored at the start stays ignored, as nohup expects.
+    if (old.sa_handler == SIG_IGN) continue;
+    action.sa_handler = removeUnfinishedAndEnd;
+    action.sa_flags = SA_RESETHAND;
+    sigaction(signalNumber, &action, nullptr);
+  }
+}
+
 // Without a formatter that throws: the stream itself may be broken.
 int fail(const char* what, tool::ExitCode code) {
   std::fputs("facetbox: ", stderr);
@@ -350,9 +370,12 @@ int fail(const char* what, tool::ExitCode code) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  catchEndingSignals();
   try {
     return runProgram(argc, argv);
   } catch (const tool::InputError& error) {
+    return fail(error.what(), tool::kExitBadInput);
+  } catch (const facetbox::ReadError& error) {
     return fail(error.what(), tool::kExitBadInput);
   } catch (const std::bad_alloc&) {
     return fail("out of memory", tool::kExitFailure);

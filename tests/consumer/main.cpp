@@ -10,6 +10,8 @@
 
 #include <facetbox/cleanup/Cleanup.h>
 #include <facetbox/intersector/Intersector.h>
+#include <facetbox/io/readModel.h>
+#include <facetbox/io/writeModel.h>
 #include <facetbox/picker/Picker.h>
 #include <facetbox/util/Mesh.h>
 #include <facetbox/util/RuntimeErrorST.h>
@@ -87,5 +89,16 @@ int main() {
     Cleanup::mergeVertices(0.1f, data);
     return 1;
   } catch (const util::RuntimeErrorST&) {
+  }
+
+  const facetbox::Model model =
+      facetbox::parseModel("v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n", facetbox::Format::obj, "memory");
+  std::string text;
+  facetbox::writeModel(model, facetbox::Format::obj, [&text](std::string_view bytes) { text += bytes; });
+  if (text.find("f 1 2 3") == std::string::npos) return 1;
+  try {
+    facetbox::parseModel("v 0 0", facetbox::Format::obj, "memory");
+    return 1;
+  } catch (const facetbox::ReadError&) {
   }
 }

@@ -11,10 +11,11 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <facetbox/io/readModel.h>
+#include <facetbox/io/writeModel.h>
 #include <tests/support/CleanCheck.h>
 #include <tests/support/PolyMeshes.h>
-#include <tools/ModelReader.h>
-#include <tools/ObjFile.h>
+#include <tools/Join.h>
 #include "CleanFaults.h"
 
 namespace {
@@ -23,17 +24,10 @@ namespace fs = std::filesystem;
 using namespace facetbox;
 
 PolyMesh readMesh(const fs::path& path) {
-  const tool::Model model = tool::readModel(path.string());
-  PolyMesh mesh{.points = {model.mVertices.begin(), model.mVertices.end()},
-                .counts = model.mCounts,
-                .indices = model.mIndices,
-                .texCoords = {model.mTexCoords.begin(), model.mTexCoords.end()},
-                .texIndices = model.mTexIndices,
-                .holes = model.mHoles};
-  if (!model.mRuns.empty()) mesh.labels.resize(mesh.counts.size());
-  for (const tool::LabelRun& run : model.mRuns)
-    std::fill(mesh.labels.begin() + run.mFirstFace, mesh.labels.end(),
-              static_cast<std::uint32_t>(run.mLabel.mMaterial));
+  // Labels are materials here: objects and groups may be merged.
+  const tool::Joined joined(facetbox::readModel(path));
+  PolyMesh mesh = joined.model().objects[0].mesh;
+  for (std::uint32_t& label : mesh.labels) label = joined.model().marks[label].material;
   return mesh;
 }
 
@@ -132,12 +126,17 @@ TEST(PolygonCases, stayWhatTheyAre) {
 class EveryModel : public testing::TestWithParam<fs::path> {};
 
 TEST_P(EveryModel, isReadAndWrittenWithoutLoss) {
-  const tool::Model model = tool::readModel(GetParam().string());
-  const tool::Model copy = tool::parseObj(tool::formatObj(model), "copy.obj");
-  EXPECT_EQ(copy.mVertices, model.mVertices);
-  EXPECT_EQ(copy.mCounts, model.mCounts);
-  EXPECT_EQ(copy.mIndices, model.mIndices);
-  EXPECT_EQ(copy.mRuns.size(), model.mRuns.size());
+  const Model model = readModel(GetParam());
+  std::string text;
+  writeModel(model, Format::obj, [&text](std::string_view bytes) { text += bytes; });
+  Model copy = parseModel(text, Format::obj, "copy.obj");
+  ASSERT_EQ(copy.objects.size(), model.objects.size());
+  for (std::size_t i = 0; i < copy.objects.size(); ++i) {
+    const PolyMesh &a = copy.objects[i].mesh, &b = model.objects[i].mesh;
+    EXPECT_EQ(copy.objects[i].name, model.objects[i].name);
+    EXPECT_TRUE(a.points == b.points && a.counts == b.counts && a.indices == b.indices && a.holes == b.holes);
+    EXPECT_TRUE(a.texCoords == b.texCoords && a.texIndices == b.texIndices);
+  }
 }
 
 TEST_P(EveryModel, dependsOnNeitherPlaceNorUnit) {

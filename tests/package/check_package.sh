@@ -7,6 +7,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 cmake --install "$build" --prefix "$work/first" --component facetbox >/dev/null
+cmake --install "$build" --prefix "$work/first" --component io >/dev/null
 # The tree must work where it is found, not only where it was installed.
 mv "$work/first" "$work/prefix"
 libdir=$(dirname "$(find "$work/prefix" -name libfacetbox.so)")
@@ -19,7 +20,7 @@ cmake --build "$work/build" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 # shellcheck disable=SC2046
 "$compiler" -std=c++20 "$source/tests/consumer/main.cpp" -o "$work/by_pkg_config" \
-  $(pkg-config --cflags --libs facetbox) -Wl,-rpath,"$libdir"
+  $(pkg-config --cflags --libs facetbox-io) -Wl,-rpath,"$libdir"
 "$work/by_pkg_config"
 
 # Nothing but the public headers, and none of them may need a header of ours that is not there, or Boost.

@@ -11,8 +11,6 @@
 
 #include <facetbox/check.h>
 #include <tools/MeshFacts.h>
-#include <tools/ModelReader.h>
-#include <tools/ObjectMeshes.h>
 #include "ToolTestSupport.h"
 
 namespace tool {
@@ -77,9 +75,8 @@ std::string cleanError(const std::string& model, const std::string& arguments) {
 }
 
 std::vector<facetbox::PolyMesh> meshesOf(const Model& model) {
-  const ObjectMeshes objects(model, "m");
   std::vector<facetbox::PolyMesh> meshes;
-  for (std::size_t i = 0; i < objects.size(); ++i) meshes.push_back(objects.make(i));
+  for (const facetbox::Object& object : model.objects) meshes.push_back(object.mesh);
   return meshes;
 }
 
@@ -91,8 +88,7 @@ std::vector<std::string> figuresOf(const Model& model) {
   for (const facetbox::PolyMesh& mesh : meshesOf(model)) {
     const facetbox::Defects defects = facetbox::check(mesh);
     std::size_t holes = 0;
-    for (std::size_t i = 1; i < mesh.holes.size(); ++i)
-      holes += mesh.holes[i] != kEndOfGroup && mesh.holes[i - 1] != kEndOfGroup;
+    for (std::size_t i = 1; i < mesh.holes.size(); ++i) holes += mesh.holes[i] != kNone && mesh.holes[i - 1] != kNone;
     const std::array<std::size_t, 5> own{mesh.points.size() / 3, mesh.counts.size(), mesh.indices.size(), holes,
                                          defects.openEdges.size()};
     for (std::size_t i = 0; i < own.size(); ++i) counts[i] += own[i];
@@ -119,11 +115,11 @@ std::vector<fs::path> modelsAtHand() {
 TEST(CleanCommand, theReportIsTrueAndItsLinesAddUp) {
   for (const fs::path& path : modelsAtHand()) {
     SCOPED_TRACE(path.filename());
-    const Model model = readModel(path.string());
+    const Model model = facetbox::readModel(path.string());
     const auto [report, text] = clean(path.string(), fmt::format("--all {:.3g}", 1e-4 * boundingBoxDiagonal(model)));
     ASSERT_TRUE(report.find("before") && report.find("after"));
     EXPECT_EQ(report.find("before")->cells, figuresOf(model));
-    EXPECT_EQ(report.find("after")->cells, figuresOf(parseObj(text, "out.obj")));
+    EXPECT_EQ(report.find("after")->cells, figuresOf(parseObj(text)));
     const auto info = nlohmann::json::parse(runProgram("info --json " + quoted(path.string())).mOut);
     EXPECT_EQ(info["defects"]["borderEdges"].dump(), report.find("before")->cells[kOpenEdges]);
     EXPECT_EQ(info["volume"].is_null(), report.find("before")->cells[kVolume] == "-");
@@ -140,7 +136,7 @@ TEST(CleanCommand, trianglesHaveTheFiguresOfTheFacesTheyAreCutFrom) {
   for (const char* const name : {"pavilion.obj", "pavilion_clean.obj"}) {
     const auto [report, text] = clean((fs::path(FACETBOX_SAMPLES) / name).string(), "--all 0.01 --triangulate");
     const Line &after = *report.find("after"), &triangles = *report.find("in triangles");
-    EXPECT_EQ(triangles.cells, figuresOf(parseObj(text, "out.obj")));
+    EXPECT_EQ(triangles.cells, figuresOf(parseObj(text)));
     for (const std::size_t column : {kOpenEdges, kArea, kVolume})
       EXPECT_EQ(triangles.cells[column], after.cells[column]);
     EXPECT_EQ(triangles.cells[3], "0");
@@ -202,9 +198,9 @@ TEST(CleanCommand, facesAreNumberedAsInTheFile) {
   EXPECT_THAT(report.notes, ElementsAre("Face 6 is no hole of face 5 any more: it touches the outline."));
   EXPECT_THAT(cleanError(folder.write("two.obj", text + "# facetbox:holes 4 6\n"), ""), HasSubstr("different objects"));
   EXPECT_THAT(cleanError(folder.write("twice.obj", text + "f 5 6 7\n# facetbox:holes 7 6\n"), ""),
-              HasSubstr("twice.obj: face 6 is a hole of face 5 and of face 7; correct the hole lines"));
+              HasSubstr("twice.obj:21: face 6 is a hole of face 5 and of face 7; correct the hole lines"));
   EXPECT_THAT(cleanError(folder.write("chain.obj", text + "f 5 6 7\n# facetbox:holes 6 7\n"), ""),
-              HasSubstr("chain.obj: face 6 is a hole of face 5 and has holes itself; correct the hole lines"));
+              HasSubstr("chain.obj:21: face 6 is a hole of face 5 and has holes itself; correct the hole lines"));
 }
 
 TEST(CleanCommand, tellsWhichStepOpensAClosedModel) {
@@ -243,8 +239,8 @@ TEST(CleanCommand, switchesReachTheStepsOfThePreset) {
                    "v 0 0 0\nv 1 0 0\nv 2 0 0\nv 2 1 0\nv 1 1 0\nv 0 1 0\nvt 0 0\nvt 0.9 0.3\nvt 1 0\nusemtl a\n"
                    "f 1/1 2/2 5/3 6/1\nusemtl b\nf 2/2 3/1 4/1 5/3\n");
   const auto facesAndCorners = [&](const std::string& arguments) {
-    const Model result = parseObj(clean(model, arguments).text, "out.obj");
-    return std::pair(result.faceCount(), result.mIndices.size());
+    const facetbox::PolyMesh mesh = parseObj(clean(model, arguments).text).objects.at(0).mesh;
+    return std::pair(mesh.counts.size(), mesh.indices.size());
   };
   EXPECT_EQ(facesAndCorners("--all 1e-3"), std::pair(std::size_t{2}, std::size_t{8}));
   EXPECT_EQ(facesAndCorners("--ignore-attributes --all 1e-3"), std::pair(std::size_t{1}, std::size_t{6}));
@@ -276,16 +272,18 @@ TEST(CleanCommand, aCrossingBecomesAPointOfItsObject) {
                          "vt 0 0\nvt 1 1\no a\nv 0 0 0\nv 3 3 0\nv 4 0 0\nv -2 2 0\nf 1/1 2/2 3/1 4/2\no b\nv 0 0 5\n"
                          "v 2 0 5\nv 2 2 5\nv 0 2 5\nusemtl x\nf 5/1 6/2 7/1 8/2\nf 5 5 6\n"),
             "--triangulate");
-  const Model result = parseObj(text, "out.obj");
-  ASSERT_THAT(result.mCounts, ElementsAre(3, 3, 3, 3));
-  ASSERT_EQ(result.vertexCount(), 9U);
-  EXPECT_EQ(result.mObjects[1].mFirstVertex, 5U);
-  EXPECT_EQ(result.mObjects[1].mFirstFace, 2U);
-  EXPECT_THAT(std::vector(result.mVertices.begin() + 12, result.mVertices.begin() + 15),
+  const Model result = parseObj(text);
+  ASSERT_EQ(result.objects.size(), 2U);
+  const facetbox::PolyMesh &first = result.objects[0].mesh, &second = result.objects[1].mesh;
+  EXPECT_THAT(first.counts, ElementsAre(3, 3));
+  EXPECT_THAT(second.counts, ElementsAre(3, 3));
+  ASSERT_EQ(first.points.size(), 15U);
+  EXPECT_EQ(second.points.size(), 12U);
+  EXPECT_THAT(std::vector(first.points.begin() + 12, first.points.end()),
               ElementsAre(testing::DoubleEq(1), testing::DoubleEq(1), 0));
-  for (const std::uint32_t pair : result.mTexIndices) EXPECT_NE(pair, kNoTexCoord);
-  ASSERT_EQ(result.mRuns.size(), 2U);
-  EXPECT_EQ(result.mRuns[1].mFirstFace, 2U);
+  for (const std::uint32_t pair : first.texIndices) EXPECT_NE(pair, kNone);
+  EXPECT_THAT(first.labels, IsEmpty());
+  EXPECT_EQ(result.marks.at(second.labels.at(0)).material, 0U);
   EXPECT_THAT(report.notes, testing::Contains("object 'a': 1 point made where outlines cross"));
   EXPECT_THAT(report.notes, testing::Contains("Face 3 has no triangles: its corners lie on one line."));
 }

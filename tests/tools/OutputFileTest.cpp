@@ -1,5 +1,3 @@
-#include <tools/OutputFile.h>
-
 #include <sys/stat.h>
 
 #include "ToolTestSupport.h"

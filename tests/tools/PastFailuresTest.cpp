@@ -2,8 +2,6 @@
 #include <string>
 
 #include <facetbox/clean.h>
-#include <tools/ModelReader.h>
-#include <tools/ObjectMeshes.h>
 #include "ToolTestSupport.h"
 
 namespace tool {
@@ -16,9 +14,9 @@ TEST(PastFailures, aFlawInAFloorCostsWhatIsAtTheFlaw) {
                                                      {"turned_floor_with_t_junction.obj", 2}};
   for (const auto& [name, count] : facesLeft) {
     SCOPED_TRACE(name);
-    const Model model = readModel(std::string(FACETBOX_TEST_DATA) + "/" + name);
+    const Model model = facetbox::readModel(std::string(FACETBOX_TEST_DATA) + "/" + name);
     const facetbox::Step step = facetbox::MergeCoplanar{0.01};
-    facetbox::PolyMesh mesh = ObjectMeshes(model, name).make(0);
+    facetbox::PolyMesh mesh = model.objects.at(0).mesh;
     for (double& c : mesh.points) c = static_cast<float>(c);  // what is a flaw depends on this rounding
     const facetbox::PolyMesh merged = facetbox::clean(mesh, {&step, 1}).mesh;
     EXPECT_TRUE(facetbox::validate(merged).empty());

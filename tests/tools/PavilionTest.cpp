@@ -3,7 +3,7 @@
 #include <map>
 #include <set>
 
-#include <tools/Model.h>
+#include <tools/FacePool.h>
 #include "ToolTestSupport.h"
 
 namespace tool {
@@ -19,31 +19,32 @@ struct Polygon {
 };
 
 // What a model looks like, whatever the order of its faces and vertices.
-std::multiset<Polygon> polygonsOf(const Model& model) {
+std::multiset<Polygon> polygonsOf(const Model& read) {
+  const FacePool model = poolOf(read, "");
+  const facetbox::PolyMesh& mesh = read.objects.at(0).mesh;  // the only one
   std::vector<Polygon> polygons(model.faceCount());
-  std::size_t corner = 0, run = 0;
+  std::size_t corner = 0;
   for (std::size_t face = 0; face < polygons.size(); ++face) {
-    while (run + 1 < model.mRuns.size() && model.mRuns[run + 1].mFirstFace <= face) ++run;
-    polygons[face].mMaterial = model.mMaterials[static_cast<std::size_t>(model.mRuns[run].mLabel.mMaterial)];
+    polygons[face].mMaterial = model.mMaterials[model.mMaterialOf[face]];
     auto& corners = polygons[face].mCorners;
     for (const std::size_t end = corner + model.mCounts[face]; corner < end; ++corner) {
       const double* p = &model.mVertices[std::size_t{3} * model.mIndices[corner]];
-      const std::uint32_t pair = model.mTexIndices[corner];
-      const bool textured = pair != kNoTexCoord;
-      corners.push_back({p[0], p[1], p[2], textured ? model.mTexCoords[std::size_t{2} * pair] : -1,
-                         textured ? model.mTexCoords[std::size_t{2} * pair + 1] : -1});
+      const std::uint32_t pair = mesh.texIndices[corner];
+      const bool textured = pair != kNone;
+      corners.push_back({p[0], p[1], p[2], textured ? mesh.texCoords[std::size_t{2} * pair] : -1,
+                         textured ? mesh.texCoords[std::size_t{2} * pair + 1] : -1});
     }
     std::rotate(corners.begin(), std::min_element(corners.begin(), corners.end()), corners.end());
   }
   for (auto group = model.mHoles.begin(); group != model.mHoles.end(); ++group) {
     auto& holes = polygons[*group].mHoles;
-    while (*++group != kEndOfGroup) holes.push_back(polygons[*group].mCorners);
+    while (*++group != kNone) holes.push_back(polygons[*group].mCorners);
     std::sort(holes.begin(), holes.end());
   }
   return {polygons.begin(), polygons.end()};
 }
 
-Model sampleModel(const std::string& name) { return parseObj(readText(fs::path(FACETBOX_SAMPLES) / name), name); }
+Model sampleModel(const std::string& name) { return parseObj(readText(fs::path(FACETBOX_SAMPLES) / name)); }
 
 TEST(Pavilion, cleaningGivesBackTheFacesThatItWasMadeFrom) {
   const TestFolder folder;
@@ -51,7 +52,7 @@ TEST(Pavilion, cleaningGivesBackTheFacesThatItWasMadeFrom) {
   const RunResult run = runProgram("clean " + quoted((fs::path(FACETBOX_SAMPLES) / "pavilion.obj").string()) + " -o " +
                                    quoted(out) + " --all 0.01");
   ASSERT_EQ(run.mExitCode, kExitOk) << run.mErr;
-  const auto cleaned = polygonsOf(parseObj(readText(out), out));
+  const auto cleaned = polygonsOf(parseObj(readText(out)));
   const auto expected = polygonsOf(sampleModel("pavilion_clean.obj"));
   EXPECT_NE(polygonsOf(sampleModel("pavilion.obj")), expected);
   EXPECT_EQ(cleaned.size(), expected.size());

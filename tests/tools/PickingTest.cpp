@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <tools/Model.h>
 #include <tools/PngFile.h>
 #include "ToolTestSupport.h"
 
@@ -75,10 +74,11 @@ TEST(Render, everyPixelShowsTheNearerTriangleAndItsSideAtAnyScale) {
 // that a ray hits was not among the candidates.
 TEST(Render, theCutOfTheModelDoesNotChangeWhatIsSeenFromOutsideOrWithin) {
   const TestFolder folder;
-  Model model = parseObj(readText(fs::path(FACETBOX_SAMPLES) / "pavilion_clean.obj"), "pavilion");
-  const std::string plain = folder.write("plain.obj", formatObj(model));
-  for (std::size_t i = 2; i < model.mVertices.size(); i += 3) model.mVertices[i] *= -1;
-  const std::string mirrored = folder.write("mirrored.obj", formatObj(model));
+  Model model = parseObj(readText(fs::path(FACETBOX_SAMPLES) / "pavilion_clean.obj"));
+  const std::string plain = folder.write("plain.obj", textOf(model, Format::obj));
+  std::vector<double>& points = model.objects.at(0).mesh.points;
+  for (std::size_t i = 2; i < points.size(); i += 3) points[i] *= -1;
+  const std::string mirrored = folder.write("mirrored.obj", textOf(model, Format::obj));
   for (const auto& [file, view] : {std::pair(plain, "--eye 4,2,6 --look-at 12,2.2,3 --fov 90"), std::pair(mirrored, ""),
                                    std::pair(mirrored, "--eye 3,9,-20 --up 0,0,1")}) {
     const std::string options = std::string(view) + " --size 120x90 --samples 1 --background black --by ";

@@ -1,6 +1,5 @@
 #include <nlohmann/json.hpp>
 
-#include <tools/Model.h>
 #include "ToolTestSupport.h"
 
 namespace tool {
@@ -48,8 +47,8 @@ TEST(Program, badInputAndUsageEndWithTwoAndWriteNothing) {
       {cleanCommand(folder.path("none.obj"), out, ""), "none.obj: cannot be read: No such file"},
       {cleanCommand(folder.write("range.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 7\n"), out, ""), "out of range"},
       {cleanCommand(folder.write("inf.off", "OFF\n3 1 0\n0 0 0\n1 inf 0\n0 1 0\n3 0 1 2\n"), out, ""),
-       "inf.off: vertex 2 has a coordinate that is not a finite number"},
-      {cleanCommand(good, folder.path("out.stl"), ""), "out.stl: the name of the output must end in .obj"},
+       "Vertex 1 has a coordinate that is infinite"},
+      {cleanCommand(good, folder.path("out.xyz"), ""), "out.xyz: the name of the output must end in .obj"},
       {cleanCommand(good, out, "--merge-vertices nan"), "--merge-vertices: 'nan' is not a finite number of 0 or more"},
       {cleanCommand(good, out, "--remove-coplanar 200"), "--remove-coplanar: '200' is not a number from 0 to 180"},
       {cleanCommand(good, out, "--polish"), ""},

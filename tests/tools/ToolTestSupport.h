@@ -13,17 +13,30 @@
 #include <stdlib.h>
 #include <sys/wait.h>
 
+#include <facetbox/io/readModel.h>
+#include <facetbox/io/writeModel.h>
 #include <tools/Errors.h>
-#include <tools/ObjFile.h>
 
 namespace tool {
 
 namespace fs = std::filesystem;
+using facetbox::Format;
+using facetbox::kNone;
+using facetbox::Model;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
+
+/// A model in memory as a file.
+inline std::string textOf(const Model& model, Format format) {
+  std::string text;
+  facetbox::writeModel(model, format, [&text](std::string_view bytes) { text += bytes; });
+  return text;
+}
+
+inline Model parseObj(const std::string& text) { return facetbox::parseModel(text, Format::obj, "t.obj"); }
 
 inline std::string readText(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);

@@ -1,4 +1,4 @@
-#include <tools/PlyFile.h>
+#include <facetbox/io/PlyReader.h>
 
 #include <algorithm>
 #include <array>
@@ -11,10 +11,9 @@
 
 #include <fmt/format.h>
 
-#include <tools/Errors.h>
-#include <tools/PlyHeader.h>
+#include <facetbox/io/PlyHeader.h>
 
-namespace tool {
+namespace facetbox {
 namespace {
 
 constexpr const char* kCutShort = "the file ends before all that its header declares: it is cut short";
@@ -52,7 +51,7 @@ class AsciiSource {
       : mAt(text.data() + header.mBytes), mEnd(text.data() + text.size()), mLine(header.mLines + 1), mName(name) {}
 
   [[noreturn]] void fail(const std::string& what) const {
-    throw InputError(fmt::format("{}:{}: {}", mName, mLine, what));
+    throw ReadError(fmt::format("{}:{}: {}", mName, mLine, what));
   }
 
   /// Fails where the last value was, which took that many bytes.
@@ -159,7 +158,7 @@ class BinarySource {
 
   [[noreturn]] void fail(const std::string& what) const { failAt(mAt, what); }
   [[noreturn]] void failAt(const char* at, const std::string& what) const {
-    throw InputError(fmt::format("{}: byte {}: {}", mName, at - mBegin, what));
+    throw ReadError(fmt::format("{}: byte {}: {}", mName, at - mBegin, what));
   }
 
   [[noreturn]] void failBehind(std::size_t bytes, const std::string& what) const { failAt(mAt - bytes, what); }
@@ -212,17 +211,19 @@ class BinarySource {
 template <typename Source>
 class Reader {
  public:
-  Reader(const PlyHeader& header, Source source) : mHeader(header), mSource(source) {}
+  Reader(const PlyHeader& header, Source source, ReadContext& context)
+      : mHeader(header), mSource(source), mContext(context) {}
 
   Model read() {
-    mModel.mObjects.push_back({});
     for (const PlyElement& element : mHeader.mElements) readElement(element);
     mSource.finish();
-    if (mModel.mTexCoords.empty())
-      mModel.mTexIndices.clear();
-    else if (mModel.mTexIndices.empty())
-      mModel.mTexIndices = mModel.mIndices;  // a pair per vertex
-    return std::move(mModel);
+    if (mMesh.texCoords.empty())
+      mMesh.texIndices.clear();
+    else if (mMesh.texIndices.empty())
+      mMesh.texIndices = mMesh.indices;  // a pair per vertex
+    Model model;
+    model.objects.push_back({.mesh = std::move(mMesh)});
+    return model;
   }
 
  private:
@@ -246,12 +247,13 @@ class Reader {
   void countIgnored(const PlyElement& element) {
     if (element.mCount == 0) return;
     if (element.mKind == PlyKind::kOther) {
-      mModel.mIgnored[fmt::format("element {}", quotedPlyText(element.mName))] += element.mCount;
+      mContext.notes().add(fmt::format("element {}", quotedPlyText(element.mName)), element.mCount);
       return;
     }
     for (const PlyProperty& property : element.mProperties)
       if (property.mRole == PlyRole::kIgnored)
-        mModel.mIgnored[fmt::format("{} property {}", element.mName, quotedPlyText(property.mName))] += element.mCount;
+        mContext.notes().add(fmt::format("{} property {}", element.mName, quotedPlyText(property.mName)),
+                             element.mCount);
   }
 
   // The length of the list that comes now. Text ends it at the end of the line anyway.
@@ -276,6 +278,7 @@ class Reader {
 
   void readOther(const PlyElement& element) {
     for (std::uint64_t i = 0; i < element.mCount; ++i) {
+      mContext.poll();
       mSource.startRow();
       for (const PlyProperty& property : element.mProperties) skipProperty(property);
       mSource.endRow();
@@ -283,12 +286,13 @@ class Reader {
   }
 
   void readVertices(const PlyElement& element) {
-    mModel.mVertices.resize(element.mCount * 3);
-    if (element.has(PlyRole::kU)) mModel.mTexCoords.resize(element.mCount * 2);
+    mMesh.points.resize(element.mCount * 3);
+    if (element.has(PlyRole::kU)) mMesh.texCoords.resize(element.mCount * 2);
     if constexpr (Source::kIsBinary) {
       if (std::ranges::none_of(element.mProperties, &PlyProperty::mIsList)) return readColumns(element);
     }
     for (std::uint64_t i = 0; i < element.mCount; ++i) {
+      mContext.poll();
       mSource.startRow();
       for (const PlyProperty& property : element.mProperties) {
         if (property.mRole == PlyRole::kIgnored)
@@ -307,8 +311,8 @@ class Reader {
   };
   Column column(PlyRole role, std::size_t first) {
     const auto index = static_cast<std::size_t>(role);
-    return index < 3 ? Column{mModel.mVertices.data() + first * 3 + index, 3}
-                     : Column{mModel.mTexCoords.data() + first * 2 + index - 3, 2};
+    return index < 3 ? Column{mMesh.points.data() + first * 3 + index, 3}
+                     : Column{mMesh.texCoords.data() + first * 2 + index - 3, 2};
   }
 
   // Vertices of one size each: column by column, in blocks that stay in the cache.
@@ -318,6 +322,7 @@ class Reader {
     for (const PlyProperty& property : element.mProperties) stride += sizeOf(property.mType);
     for (std::size_t first = 0; first < element.mCount; first += kBlock) {
       const std::size_t count = std::min<std::size_t>(kBlock, element.mCount - first);
+      mContext.poll();
       const char* from = mSource.take(count * stride);
       for (const PlyProperty& property : element.mProperties) {
         if (property.mRole != PlyRole::kIgnored)
@@ -342,16 +347,16 @@ class Reader {
   }
 
   void readFaces(const PlyElement& element) {
-    mModel.mCounts.reserve(element.mCount);
+    mMesh.counts.reserve(element.mCount);
     const bool isTextured = element.has(PlyRole::kTexCoords);
     for (const PlyProperty& property : element.mProperties) {
       // No more than fit into the file, all at once: growing would copy.
       const std::size_t most = mSource.remaining() / mSource.leastBytes(property.mType);
       if (property.mRole == PlyRole::kIndices) {
-        mModel.mIndices.reserve(most);
-        if (isTextured) mModel.mTexIndices.reserve(most);
+        mMesh.indices.reserve(most);
+        if (isTextured) mMesh.texIndices.reserve(most);
       }
-      if (property.mRole == PlyRole::kTexCoords) mModel.mTexCoords.reserve(most);
+      if (property.mRole == PlyRole::kTexCoords) mMesh.texCoords.reserve(most);
     }
     if constexpr (Source::kIsBinary) {
       const PlyProperty& list = element.mProperties.front();
@@ -359,11 +364,12 @@ class Reader {
         return readPlainFaces(element.mCount, list.mType == PlyType::kInt32);
     }
     for (std::uint64_t i = 0; i < element.mCount; ++i) {
+      mContext.poll();
       mSource.startRow();
-      const std::size_t firstCorner = mModel.mIndices.size();
-      const std::size_t firstNumber = mModel.mTexCoords.size();
+      const std::size_t firstCorner = mMesh.indices.size();
+      const std::size_t firstNumber = mMesh.texCoords.size();
       for (const PlyProperty& property : element.mProperties) readFaceProperty(property);
-      mModel.mCounts.push_back(static_cast<std::uint32_t>(mModel.mIndices.size() - firstCorner));
+      mMesh.counts.push_back(static_cast<std::uint32_t>(mMesh.indices.size() - firstCorner));
       if (isTextured) closeTexturedFace(firstNumber);
       mSource.endRow();
     }
@@ -373,35 +379,36 @@ class Reader {
     if (property.mRole == PlyRole::kIgnored) return skipProperty(property);
     const std::uint64_t count = readCount(property);
     if (property.mRole == PlyRole::kTexCoords) {
-      for (std::uint64_t i = 0; i < count; ++i) mModel.mTexCoords.push_back(mSource.number(property.mType));
+      for (std::uint64_t i = 0; i < count; ++i) mMesh.texCoords.push_back(mSource.number(property.mType));
       return;
     }
     if (count == 0) mSource.failBehind(sizeOf(property.mCountType), "a face has no vertices");
     for (std::uint64_t i = 0; i < count; ++i) {
       const std::int64_t vertex = mSource.integer(property.mType);
       if (static_cast<std::uint64_t>(vertex) >= mHeader.mVertexCount) failIndex(vertex, sizeOf(property.mType));
-      mModel.mIndices.push_back(static_cast<std::uint32_t>(vertex));
+      mMesh.indices.push_back(static_cast<std::uint32_t>(vertex));
     }
   }
 
   [[noreturn]] void failIndex(std::int64_t vertex, std::size_t bytesAgo) const {
     mSource.failBehind(bytesAgo, fmt::format("face {} refers to vertex {}, but there are only {}, counted from 0",
-                                             mModel.faceCount() + 1, vertex, mHeader.mVertexCount));
+                                             mMesh.counts.size() + 1, vertex, mHeader.mVertexCount));
   }
 
   void closeTexturedFace(std::size_t firstNumber) {
-    const std::size_t numbers = mModel.mTexCoords.size() - firstNumber;
-    const std::uint32_t corners = mModel.mCounts.back();
+    const std::size_t numbers = mMesh.texCoords.size() - firstNumber;
+    const std::uint32_t corners = mMesh.counts.back();
     if (numbers != 0 && numbers != std::size_t{corners} * 2)
       mSource.fail(fmt::format("face {} has {} corners, but {} numbers in its list 'texcoord'; it must have two each",
-                               mModel.faceCount(), corners, numbers));
+                               mMesh.counts.size(), corners, numbers));
     for (std::uint32_t i = 0; i < corners; ++i)
-      mModel.mTexIndices.push_back(numbers == 0 ? kNoTexCoord : static_cast<std::uint32_t>(firstNumber / 2 + i));
+      mMesh.texIndices.push_back(numbers == 0 ? kNone : static_cast<std::uint32_t>(firstNumber / 2 + i));
   }
 
   // The layout that nearly all files have: a byte and that many indices of four bytes.
   void readPlainFaces(std::uint64_t faces, bool isSigned) {
     for (std::uint64_t i = 0; i < faces; ++i) {
+      mContext.poll();
       const auto corners = static_cast<std::uint8_t>(*mSource.take(1));
       if (corners == 0) mSource.failBehind(1, "a face has no vertices");
       const char* from = mSource.take(corners * std::size_t{4});
@@ -409,26 +416,28 @@ class Reader {
         const auto vertex = mSource.template load<std::uint32_t>(from + c * 4);
         if (vertex >= mHeader.mVertexCount)
           failIndex(isSigned ? static_cast<std::int32_t>(vertex) : std::int64_t{vertex}, (corners - c) * 4);
-        mModel.mIndices.push_back(vertex);
+        mMesh.indices.push_back(vertex);
       }
-      mModel.mCounts.push_back(corners);
+      mMesh.counts.push_back(corners);
     }
   }
 
   const PlyHeader& mHeader;
   Source mSource;
-  Model mModel;
+  ReadContext& mContext;
+  PolyMesh mMesh;
 };
 
 }  // namespace
 
-Model parsePly(std::string_view text, const std::string& name) {
-  const PlyHeader header = parsePlyHeader(text, name);
-  if (header.mEncoding == PlyEncoding::kAscii) return Reader(header, AsciiSource(text, header, name)).read();
+Model parsePly(std::string_view bytes, ReadContext& context) {
+  const PlyHeader header = parsePlyHeader(bytes, context.name());
+  if (header.mEncoding == PlyEncoding::kAscii)
+    return Reader(header, AsciiSource(bytes, header, context.name()), context).read();
   constexpr bool kIsLittle = std::endian::native == std::endian::little;
   if ((header.mEncoding == PlyEncoding::kLittleEndian) == kIsLittle)
-    return Reader(header, BinarySource<false>(text, header, name)).read();
-  return Reader(header, BinarySource<true>(text, header, name)).read();
+    return Reader(header, BinarySource<false>(bytes, header, context.name()), context).read();
+  return Reader(header, BinarySource<true>(bytes, header, context.name()), context).read();
 }
 
-}  // namespace tool
+}  // namespace facetbox

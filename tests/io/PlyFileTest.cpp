@@ -1,12 +1,10 @@
-#include <tools/PlyFile.h>
-
 #include <algorithm>
+#include <map>
 #include <random>
 
 #include <fmt/format.h>
 
-#include <tools/ModelReader.h>
-#include "ToolTestSupport.h"
+#include <tests/tools/ToolTestSupport.h>
 
 namespace tool {
 namespace {
@@ -15,12 +13,23 @@ enum Encoding { kAscii, kLittle, kBig };
 constexpr const char* kFormats[] = {"ascii", "binary_little_endian", "binary_big_endian"};
 constexpr int kVertices = 1100, kFaces = 60;
 
-Model parse(const std::string& text) { return parsePly(text, "t.ply"); }
+/// What a file holds, as a mesh of a single object.
+struct Read {
+  facetbox::PolyMesh mesh;
+  std::map<std::string, std::size_t> notes;
+};
+
+Read parse(const std::string& text) {
+  Model model = facetbox::parseModel(text, Format::ply, "t.ply");
+  Read read{std::move(model.objects.at(0).mesh), {}};
+  for (const facetbox::Note& note : model.notes) read.notes[note.what] = note.count;
+  return read;
+}
 
 std::string errorOf(const std::string& text) {
   try {
     parse(text);
-  } catch (const InputError& error) {
+  } catch (const facetbox::ReadError& error) {
     return error.what();
   }
   return "read";
@@ -53,7 +62,7 @@ std::string rowText(Encoding encoding, const Row& row) {
 }
 
 // A file of some layout, and in `model` what it holds.
-std::string randomFile(Encoding encoding, std::mt19937& random, Model& model) {
+std::string randomFile(Encoding encoding, std::mt19937& random, Read& model) {
   const auto pick = [&](std::initializer_list<const char*> list) {
     return std::string(list.begin()[random() % list.size()]);
   };
@@ -64,7 +73,7 @@ std::string randomFile(Encoding encoding, std::mt19937& random, Model& model) {
   const std::string extras = hasExtras ? "property list uchar short tags\nproperty uchar red\n" : "";
   if (hasExtras)
     for (const char* const p : {"property 'red'", "property 'tags'"})
-      model.mIgnored.insert({{fmt::format("vertex {}", p), kVertices}, {fmt::format("face {}", p), kFaces}});
+      model.notes.insert({{fmt::format("vertex {}", p), kVertices}, {fmt::format("face {}", p), kFaces}});
   std::string vertices, faces;
   for (int i = 0; i < kVertices; ++i) {
     double p[] = {random() % 60000 - 3e4, random() % 60000 - 3e4, random() % 60000 - 3e4},
@@ -76,27 +85,27 @@ std::string randomFile(Encoding encoding, std::mt19937& random, Model& model) {
     if (hasExtras)
       row.push_back({"uchar", i % 3}), row.insert(row.end(), i % 3, {"short", -7}), row.push_back({"uchar", 255});
     vertices += rowText(encoding, row);
-    model.mVertices.insert(model.mVertices.end(), p, p + 3);
-    if (byVertex) model.mTexCoords.insert(model.mTexCoords.end(), uv, uv + 2);
+    model.mesh.points.insert(model.mesh.points.end(), p, p + 3);
+    if (byVertex) model.mesh.texCoords.insert(model.mesh.texCoords.end(), uv, uv + 2);
   }
   for (std::uint32_t f = 0; f < kFaces; ++f) {
     const std::uint32_t corners = 1 + random() % 9, numbers = byCorner && f % 4 ? corners * 2 : 0;
     Row row;
     if (byCorner) row.push_back({"int8", numbers});
     for (std::uint32_t n = 0; n < numbers; ++n)
-      row.push_back({"float64", n / 3.0}), model.mTexCoords.push_back(n / 3.0);
+      row.push_back({"float64", n / 3.0}), model.mesh.texCoords.push_back(n / 3.0);
     row.push_back({countType, corners});
     for (std::uint32_t c = 0; c < corners; ++c) {
-      model.mIndices.push_back(random() % (sizeOfType(indexType) == 1 ? 128 : kVertices));
-      row.push_back({indexType, model.mIndices.back()});
-      const auto pairs = static_cast<std::uint32_t>(model.mTexCoords.size() / 2);
-      if (byCorner) model.mTexIndices.push_back(numbers ? pairs - corners + c : kNoTexCoord);
+      model.mesh.indices.push_back(random() % (sizeOfType(indexType) == 1 ? 128 : kVertices));
+      row.push_back({indexType, model.mesh.indices.back()});
+      const auto pairs = static_cast<std::uint32_t>(model.mesh.texCoords.size() / 2);
+      if (byCorner) model.mesh.texIndices.push_back(numbers ? pairs - corners + c : kNone);
     }
     if (hasExtras) row.insert(row.end(), {{"uchar", 0}, {"uchar", 1}});
-    model.mCounts.push_back(corners);
+    model.mesh.counts.push_back(corners);
     faces += rowText(encoding, row);
   }
-  if (byVertex) model.mTexIndices = model.mIndices;
+  if (byVertex) model.mesh.texIndices = model.mesh.indices;
   const std::string vertex =
       fmt::format("element vertex {0}\n{2}property {1} z\nproperty {1} x\nproperty {1} y\n{3}{4}", kVertices, type,
                   byVertex ? "property double texture_v\n" : "", byVertex ? "property double texture_u\n" : "", extras);
@@ -110,13 +119,11 @@ std::string randomFile(Encoding encoding, std::mt19937& random, Model& model) {
 TEST(PlyFile, readsBackEveryLayoutBitForBit) {
   std::mt19937 random(1);
   for (int round = 0; round < 90; ++round) {
-    Model b;
+    Read b;
     const std::string text = randomFile(static_cast<Encoding>(round % 3), random, b);
-    const Model a = parse(text);
-    EXPECT_TRUE(a.mVertices == b.mVertices && a.mTexCoords == b.mTexCoords && a.mCounts == b.mCounts &&
-                a.mIndices == b.mIndices && a.mTexIndices == b.mTexIndices)
-        << text.substr(0, 500);
-    EXPECT_EQ(a.mIgnored, b.mIgnored);
+    const Read a = parse(text);
+    EXPECT_TRUE(a.mesh == b.mesh) << text.substr(0, 500);
+    EXPECT_EQ(a.notes, b.notes);
   }
 }
 
@@ -133,9 +140,9 @@ std::string smallFile(Encoding encoding, const std::string& vertices = "12", con
 TEST(PlyFile, neverReadsAPartOrMoreThanDeclared) {
   for (const Encoding encoding : {kAscii, kLittle, kBig}) {
     const std::string whole = smallFile(encoding);
-    EXPECT_EQ(parse(whole).mVertices[34], 11.25);
+    EXPECT_EQ(parse(whole).mesh.points[34], 11.25);
     for (std::size_t size = 0; size < whole.size(); ++size)
-      EXPECT_THROW(parse(whole.substr(0, size)), InputError) << size;
+      EXPECT_THROW(parse(whole.substr(0, size)), facetbox::ReadError) << size;
     EXPECT_THAT(errorOf(whole + "1"),
                 HasSubstr(encoding == kAscii ? "t.ply:25: '1' comes after all" : ": 1 more bytes"));
     // What remains must be an error or a model that holds together.
@@ -143,10 +150,10 @@ TEST(PlyFile, neverReadsAPartOrMoreThanDeclared) {
       for (int mask = 1; mask < 256; mask *= 2) {
         std::string text = whole;
         text[at] = static_cast<char>(text[at] ^ mask);
-        EXPECT_TRUE(errorOf(text) != "read" || parse(text).mIndices.size() == 3) << text;
+        EXPECT_TRUE(errorOf(text) != "read" || parse(text).mesh.indices.size() == 3) << text;
       }
   }
-  EXPECT_EQ(parse(smallFile(kAscii) + "\n \r\n").faceCount(), 1U);
+  EXPECT_EQ(parse(smallFile(kAscii) + "\n \r\n").mesh.counts.size(), 1U);
 }
 
 TEST(PlyFile, tellsWhereEveryMistakeIs) {
@@ -196,15 +203,15 @@ TEST(PlyFile, keepsDigitsAndPolygonsOfRealModels) {
   const TestFolder folder;
   std::string text = smallFile(kAscii);
   text.replace(text.rfind("0.25 11.25"), 4, "85227.4312345678");
-  EXPECT_EQ(readModel(folder.write("m.PLY", text)).mVertices[33], 85227.4312345678);
+  EXPECT_EQ(facetbox::readModel(folder.write("m.PLY", text)).objects.at(0).mesh.points[33], 85227.4312345678);
   for (const auto& [name, vertices, faces, corners] :
        {std::tuple{"suzanne.ply", 1966U, 500U, 1968U}, {"scene_large_a.ply", 157824U, 315164U, 945492U}}) {
     const fs::path path = fs::path(FACETBOX_MODELS) / name;
     if (!fs::exists(path)) continue;
-    const Model model = readModel(path.string());
-    EXPECT_EQ(model.vertexCount(), vertices);
-    EXPECT_EQ(model.faceCount(), faces);
-    EXPECT_EQ(model.mIndices.size(), corners);
+    const facetbox::PolyMesh mesh = facetbox::readModel(path).objects.at(0).mesh;
+    EXPECT_EQ(mesh.points.size(), vertices * 3);
+    EXPECT_EQ(mesh.counts.size(), faces);
+    EXPECT_EQ(mesh.indices.size(), corners);
   }
 }
 

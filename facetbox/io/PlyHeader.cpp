@@ -1,4 +1,4 @@
-#include <tools/PlyHeader.h>
+#include <facetbox/io/PlyHeader.h>
 
 #include <algorithm>
 #include <array>
@@ -8,9 +8,9 @@
 
 #include <fmt/format.h>
 
-#include <tools/Errors.h>
+#include <facetbox/io/FileError.h>
 
-namespace tool {
+namespace facetbox {
 namespace {
 
 struct TypeName {
@@ -80,7 +80,7 @@ class HeaderParser {
  private:
   [[noreturn]] void fail(const std::string& what) const { failAt(mLine, what); }
   [[noreturn]] void failAt(std::size_t line, const std::string& what) const {
-    throw InputError(fmt::format("{}:{}: {}", mName, line, what));
+    throw ReadError(fmt::format("{}:{}: {}", mName, line, what));
   }
 
   std::string_view nextLine() {
@@ -187,7 +187,7 @@ class HeaderParser {
         failAt(element.mLine, fmt::format("element {} has no properties", quotedPlyText(element.mName)));
     PlyElement* const face = find(PlyKind::kFace);
     if (!face || face->mCount == 0)
-      throw InputError(fmt::format("{}: has no faces, so there is nothing to work on", mName));
+      throw ReadError(fmt::format("{}: has no faces, so there is nothing to work on", mName));
     PlyElement* const vertex = find(PlyKind::kVertex);
     if (!vertex) fail("the header declares no element 'vertex'");
     const bool hasTexCoords = assignFace(*face);
@@ -256,4 +256,4 @@ std::string quotedPlyText(std::string_view text) {
   return fmt::format("'{}'", shown);
 }
 
-}  // namespace tool
+}  // namespace facetbox

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tool {
+namespace facetbox {
 
 enum class PlyEncoding { kAscii, kLittleEndian, kBigEndian };
 enum class PlyType : std::uint8_t { kInt8, kUint8, kInt16, kUint16, kInt32, kUint32, kFloat32, kFloat64 };
@@ -47,10 +47,10 @@ struct PlyHeader {
 
 /// @param text  the whole file
 /// @param name  name of the file in messages
-/// @throws InputError "name:line: what is wrong"
+/// @throws ReadError "name:line: what is wrong"
 PlyHeader parsePlyHeader(std::string_view text, const std::string& name);
 
 /// The text in a form for messages: short, printable, in quotes.
 std::string quotedPlyText(std::string_view text);
 
-}  // namespace tool
+}  // namespace facetbox

@@ -1,0 +1,484 @@
+#include <facetbox/io/ObjReader.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <optional>
+#include <unordered_map>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include <facetbox/io/MaterialLibrary.h>
+#include <facetbox/io/Numbered.h>
+#include <facetbox/io/ObjParts.h>
+
+namespace facetbox {
+namespace {
+
+constexpr std::string_view kHolesTag = "facetbox:holes";
+
+class Parser {
+ public:
+  Parser(std::string_view text, ReadContext& context)
+      : mAt(text.data()), mEnd(text.data() + text.size()), mContext(context), mParts(1) {}
+
+  Model parse() {
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (std::string_view(mAt, remaining()).starts_with(kByteOrderMark)) mAt += kByteOrderMark.size();
+    while (mAt < mEnd) parseLine();
+    resolveForwardReferences();
+    resolveHoles();
+    if (mFaceCount == 0) mContext.fail("has no faces, so there is nothing to work on");
+    dropPartsWithoutFaces();
+    noteDropped();
+    for (ObjPart& part : mParts) completeOptional(part.mesh);
+    if (!mPools.colors.empty()) completeColors();
+    readLibraries();
+    mModel.objects = separated(std::move(mParts), std::move(mPools));
+    return std::move(mModel);
+  }
+
+ private:
+  struct ForwardReference {
+    std::size_t mPart;
+    std::size_t mCorner;
+    std::size_t mLine;
+    bool mIsTexture;
+  };
+  struct HoleLine {
+    std::vector<std::uint32_t> mFaces;  // counted from 1, the outer face first
+    std::size_t mLine;
+  };
+
+  [[noreturn]] void fail(const std::string& what) const { failAt(mLine, what); }
+  [[noreturn]] void failAt(std::size_t line, const std::string& what) const { mContext.failAtLine(line, what); }
+
+  std::size_t remaining() const { return static_cast<std::size_t>(mEnd - mAt); }
+
+  // Length of a line continuation (a backslash before a line end) at p, else 0.
+  std::size_t continuationAt(const char* p) const {
+    if (p >= mEnd || *p != '\\') return 0;
+    if (p + 1 < mEnd && p[1] == '\n') return 2;
+    return p + 2 < mEnd && p[1] == '\r' && p[2] == '\n' ? 3 : 0;
+  }
+
+  static bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
+  bool isTokenEnd(const char* p) const { return p >= mEnd || isBlank(*p) || *p == '\n' || continuationAt(p) > 0; }
+
+  void skipBlanks() {
+    for (;;) {
+      while (mAt < mEnd && isBlank(*mAt)) ++mAt;
+      const std::size_t continuation = continuationAt(mAt);
+      if (continuation == 0) return;
+      mAt += continuation;
+      ++mLine;
+    }
+  }
+
+  // Whether the statement ends here; a comment ends it.
+  bool atStatementEnd() {
+    skipBlanks();
+    return mAt >= mEnd || *mAt == '\n' || *mAt == '#';
+  }
+
+  std::string_view peekToken() const {
+    const char* end = mAt;
+    while (!isTokenEnd(end)) ++end;
+    return {mAt, static_cast<std::size_t>(end - mAt)};
+  }
+
+  // The token in a form for messages: short and printable.
+  std::string quotedToken() const {
+    std::string text(peekToken().substr(0, 40));
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+    return fmt::format("'{}'", text);
+  }
+
+  void skipLine() {
+    while (mAt < mEnd && *mAt != '\n') {
+      const std::size_t continuation = continuationAt(mAt);
+      if (continuation > 0) ++mLine;
+      mAt += std::max<std::size_t>(continuation, 1);
+    }
+    if (mAt < mEnd) ++mAt;
+    ++mLine;
+  }
+
+  // The rest of the line without surrounding blanks; a continuation reads as a blank.
+  std::string restOfLine() {
+    skipBlanks();
+    std::string text;
+    while (mAt < mEnd && *mAt != '\n') {
+      const std::size_t continuation = continuationAt(mAt);
+      if (continuation > 0) ++mLine;
+      text.push_back(continuation > 0 ? ' ' : *mAt);
+      mAt += std::max<std::size_t>(continuation, 1);
+    }
+    while (!text.empty() && isBlank(text.back())) text.pop_back();
+    return text;
+  }
+
+  void parseLine() {
+    mContext.poll();
+    skipBlanks();
+    if (mAt < mEnd && *mAt != '\n') {
+      if (*mAt == '#')
+        parseComment();
+      else
+        parseStatement();
+    }
+    skipLine();
+  }
+
+  void parseStatement() {
+    const std::string_view keyword = peekToken();
+    if (keyword == "v") {
+      mAt += 1;
+      parseVertex();
+    } else if (keyword == "f" || keyword == "fo") {  // "fo" is the old name of "f"
+      mAt += keyword.size();
+      parseFace();
+    } else if (keyword == "vt") {
+      mAt += 2;
+      parseTexCoord();
+    } else if (keyword == "vn") {
+      // Dropped: the cleaned faces would not fit them.
+      ++mNormals;
+    } else if (keyword == "s") {
+      ++mSmoothings;
+    } else if (keyword == "usemtl") {
+      mAt += keyword.size();
+      const std::string material = restOfLine();
+      mMark.material = material.empty() ? kNone : materialNumber(material);
+      mMarkNumber = kNone;
+    } else if (keyword == "g") {
+      mAt += 1;
+      const std::string group = restOfLine();
+      mMark.group = group.empty() || group == "default" ? kNone : mGroupNumbers(group);
+      mMarkNumber = kNone;
+    } else if (keyword == "o") {
+      mAt += 1;
+      mParts.push_back({restOfLine(), mFaceCount, vertexCount()});
+    } else if (keyword == "mtllib") {
+      mAt += keyword.size();
+      const std::string library = restOfLine();
+      if (!library.empty()) mLibraryNumbers(library);
+    } else {
+      mContext.notes().add(fmt::format("statement {}", quotedToken()));
+    }
+  }
+
+  // Comments are free text, except those that start with our tag.
+  void parseComment() {
+    ++mAt;
+    while (mAt < mEnd && isBlank(*mAt)) ++mAt;
+    if (peekToken() != kHolesTag) return;
+    mAt += kHolesTag.size();
+    HoleLine line{{}, mLine};
+    while (!atStatementEnd()) {
+      const long long face = parseInteger("face number");
+      if (face < 1 || face >= kNone) fail(fmt::format("face number {} is not in the file; count from 1", face));
+      line.mFaces.push_back(static_cast<std::uint32_t>(face));
+    }
+    if (line.mFaces.size() < 2)
+      fail(fmt::format("a '{}' line needs an outer face and at least one hole face; add them or remove the line",
+                       kHolesTag));
+    mHoleLines.push_back(std::move(line));
+  }
+
+  std::size_t vertexCount() const { return mPools.points.size() / 3; }
+
+  std::uint32_t materialNumber(const std::string& name) {
+    const auto [known, isNew] = mMaterialNumbers.try_emplace(name, static_cast<std::uint32_t>(mModel.materials.size()));
+    if (isNew) mModel.materials.push_back({.name = name});
+    return known->second;
+  }
+
+  // Beyond the range of double: too small becomes zero, too large is an error of the caller.
+  double outOfRangeNumber() const {
+    const std::string text(peekToken());
+    return std::strtod(text.c_str(), nullptr);
+  }
+
+  double parseNumber(const char* what) {
+    if (atStatementEnd()) fail(fmt::format("{} has too few numbers; add the missing ones", what));
+    const char* start = mAt;
+    if (*start == '+' && start + 1 < mEnd && start[1] != '-') ++start;
+    double value = 0;
+    const auto [next, error] = std::from_chars(start, mEnd, value);
+    if (error == std::errc::invalid_argument || !isTokenEnd(next))
+      fail(fmt::format("{} is not a number; correct it", quotedToken()));
+    if (error == std::errc::result_out_of_range) value = outOfRangeNumber();
+    if (!std::isfinite(value))
+      fail(
+          fmt::format("{} in {} is not a finite number; correct it or remove what it belongs to", quotedToken(), what));
+    mAt = next;
+    return value;
+  }
+
+  long long parseInteger(const char* what) {
+    const char* start = mAt;
+    if (start + 1 < mEnd && *start == '+' && start[1] != '-') ++start;
+    long long value = 0;
+    const auto [next, error] = std::from_chars(start, mEnd, value);
+    if (error == std::errc::result_out_of_range) fail(fmt::format("{} {} is out of range", what, quotedToken()));
+    if (error != std::errc() || !(isTokenEnd(next) || *next == '/'))
+      fail(fmt::format("{} is not a {}; correct it", quotedToken(), what));
+    mAt = next;
+    return value;
+  }
+
+  // Behind the coordinates may stand a weight, or a color.
+  void parseVertex() {
+    for (int axis = 0; axis < 3; ++axis) mPools.points.push_back(parseNumber("a vertex"));
+    if (atStatementEnd()) return;
+    std::array<double, 4> extra{};
+    std::size_t count = 0;
+    while (count < extra.size() && !atStatementEnd()) extra[count++] = parseNumber("a vertex");
+    if (count < 3) {
+      mContext.notes().add("weights of vertices");
+      return;
+    }
+    completeColors();
+    for (std::size_t i = 0; i < 4; ++i)
+      mPools.colors[mPools.colors.size() - 4 + i] = i < count ? static_cast<float>(extra[i]) : 1.0F;
+    ++mColored;
+  }
+
+  // Vertices without a color among others are white.
+  void completeColors() { mPools.colors.resize(vertexCount() * 4, 1.0F); }
+
+  void parseTexCoord() {
+    const double u = parseNumber("a texture coordinate");
+    // One number is a coordinate along a line.
+    const double v = atStatementEnd() ? 0.0 : parseNumber("a texture coordinate");
+    mPools.texCoords.insert(mPools.texCoords.end(), {u, v});
+  }
+
+  // The index, counted from 0. Positive ones may refer to later lines; they are checked when the whole file is read.
+  std::uint32_t resolve(long long index, std::size_t count, bool isTexture) {
+    const char* what = isTexture ? "texture coordinate" : "vertex";
+    if (index == 0) fail(fmt::format("{} index 0 is not valid; indices count from 1", what));
+    if (index < 0) {
+      const auto back = static_cast<unsigned long long>(-(index + 1)) + 1;
+      if (back > count)
+        fail(fmt::format("{} index {} goes back beyond the first; there are {} up to this line", what, index, count));
+      return static_cast<std::uint32_t>(count - back);
+    }
+    if (index >= kNone) fail(fmt::format("{} index {} is out of range", what, index));
+    if (static_cast<std::size_t>(index) > count)
+      mForwardReferences.push_back({mParts.size() - 1, mParts.back().mesh.indices.size(), mLine, isTexture});
+    return static_cast<std::uint32_t>(index - 1);
+  }
+
+  void parseFace() {
+    std::vector<std::uint32_t>& indices = mParts.back().mesh.indices;
+    const std::size_t firstCorner = indices.size();
+    std::size_t texturedCorners = 0;
+    while (!atStatementEnd()) {
+      const std::uint32_t vertex = resolve(parseInteger("vertex index"), vertexCount(), false);
+      std::uint32_t texCoord = kNone;
+      if (mAt < mEnd && *mAt == '/') {
+        ++mAt;
+        if (!isTokenEnd(mAt) && *mAt != '/') {
+          texCoord = resolve(parseInteger("texture coordinate index"), mPools.texCoords.size() / 2, true);
+          ++texturedCorners;
+        }
+        if (mAt < mEnd && *mAt == '/') {
+          ++mAt;
+          if (!isTokenEnd(mAt)) parseInteger("normal index");
+        }
+        if (!isTokenEnd(mAt)) fail(fmt::format("{} does not belong after a corner; remove it", quotedToken()));
+      }
+      indices.push_back(vertex);
+      mTexIndices.push_back(texCoord);
+    }
+    const std::size_t corners = indices.size() - firstCorner;
+    if (corners == 0) fail("a face has no vertices; add them or remove the line");
+    closeFace(corners, texturedCorners);
+  }
+
+  void closeFace(std::size_t corners, std::size_t texturedCorners) {
+    PolyMesh& mesh = mParts.back().mesh;
+    if (texturedCorners > 0 && texturedCorners < corners) {
+      mContext.notes().add("texture coordinates of faces that have them on only some corners");
+      std::fill(mTexIndices.begin(), mTexIndices.end(), kNone);
+      texturedCorners = 0;
+    }
+    // Files without texture coordinates and marks do not pay for them.
+    if (texturedCorners > 0) mesh.texIndices.resize(mesh.indices.size() - corners, kNone);
+    if (texturedCorners > 0 || !mesh.texIndices.empty())
+      mesh.texIndices.insert(mesh.texIndices.end(), mTexIndices.begin(), mTexIndices.end());
+    mTexIndices.clear();
+    if (mMark != Mark{} || !mesh.labels.empty()) {
+      if (mMarkNumber == kNone) mMarkNumber = mMarkNumbers(mMark);
+      if (mesh.labels.size() < mesh.counts.size()) mesh.labels.resize(mesh.counts.size(), mMarkNumbers(Mark{}));
+      mesh.labels.push_back(mMarkNumber);
+    }
+    mesh.counts.push_back(static_cast<std::uint32_t>(corners));
+    ++mFaceCount;
+  }
+
+  void resolveForwardReferences() const {
+    for (const ForwardReference& reference : mForwardReferences) {
+      const PolyMesh& mesh = mParts[reference.mPart].mesh;
+      const auto& indices = reference.mIsTexture ? mesh.texIndices : mesh.indices;
+      // The texture coordinates of this face were dropped: nothing to check.
+      if (reference.mCorner >= indices.size() || (reference.mIsTexture && indices[reference.mCorner] == kNone))
+        continue;
+      const std::size_t count = reference.mIsTexture ? mPools.texCoords.size() / 2 : vertexCount();
+      if (indices[reference.mCorner] >= count)
+        failAt(reference.mLine, fmt::format("{} index {} is out of range: the file has {}; correct the face",
+                                            reference.mIsTexture ? "texture coordinate" : "vertex",
+                                            std::size_t{indices[reference.mCorner]} + 1, count));
+    }
+  }
+
+  std::size_t partOf(std::size_t face) const {
+    const auto behind = std::upper_bound(mParts.begin(), mParts.end(), face,
+                                         [](std::size_t f, const ObjPart& part) { return f < part.firstFace; });
+    return static_cast<std::size_t>(behind - mParts.begin()) - 1;
+  }
+
+  // Several lines for one face become one group.
+  void resolveHoles() {
+    std::map<std::uint32_t, std::vector<std::uint32_t>> holesOf;
+    std::map<std::uint32_t, std::uint32_t> outerOf;
+    for (const HoleLine& line : mHoleLines) {
+      const std::uint32_t outer = line.mFaces.front();
+      checkFaces(line);
+      for (std::size_t i = 1; i < line.mFaces.size(); ++i) {
+        const auto [known, isNew] = outerOf.try_emplace(line.mFaces[i], outer);
+        if (isNew)
+          holesOf[outer].push_back(line.mFaces[i]);
+        else if (known->second != outer)
+          failAt(line.mLine, fmt::format("face {} is a hole of face {} and of face {}; correct the hole lines",
+                                         line.mFaces[i], known->second, outer));
+      }
+    }
+    for (const HoleLine& line : mHoleLines)
+      if (const auto known = outerOf.find(line.mFaces.front()); known != outerOf.end())
+        failAt(line.mLine, fmt::format("face {} is a hole of face {} and has holes itself; correct the hole lines",
+                                       line.mFaces.front(), known->second));
+    for (const auto& [outer, holes] : holesOf) {
+      ObjPart& part = mParts[partOf(outer - 1)];
+      const auto local = [&](std::uint32_t face) { return static_cast<std::uint32_t>(face - 1 - part.firstFace); };
+      part.mesh.holes.push_back(local(outer));
+      for (const std::uint32_t hole : holes) part.mesh.holes.push_back(local(hole));
+      part.mesh.holes.push_back(kNone);
+    }
+  }
+
+  void checkFaces(const HoleLine& line) const {
+    const std::uint32_t outer = line.mFaces.front();
+    for (std::size_t i = 0; i < line.mFaces.size(); ++i) {
+      const std::uint32_t face = line.mFaces[i];
+      if (face > mFaceCount)
+        failAt(line.mLine, fmt::format("face number {} is out of range: the file has {} faces; correct the hole line",
+                                       face, mFaceCount));
+      if (i > 0 && face == outer)
+        failAt(line.mLine, fmt::format("face {} cannot be a hole of itself; correct the hole line", face));
+      if (partOf(face - 1) != partOf(outer - 1))
+        failAt(line.mLine, fmt::format("faces {} and {} belong to different objects; a hole must be in the object of "
+                                       "its outer face",
+                                       outer, face));
+    }
+  }
+
+  // Their vertices go to the previous object, or to the first.
+  void dropPartsWithoutFaces() {
+    std::vector<ObjPart> kept;
+    for (ObjPart& part : mParts) {
+      if (!part.mesh.counts.empty())
+        kept.push_back(std::move(part));
+      else if (!part.name.empty())
+        mContext.notes().add("objects without faces");
+    }
+    kept.front().firstVertex = 0;
+    mParts = std::move(kept);
+  }
+
+  void noteDropped() {
+    mContext.notes().add("normals", mNormals);
+    mContext.notes().add("smoothing groups", mSmoothings);
+    if (mColored > 0)
+      mContext.notes().add("vertices without a color in a file with colors (now white)", vertexCount() - mColored);
+  }
+
+  // Arrays that began late reach the end.
+  void completeOptional(PolyMesh& mesh) {
+    if (!mesh.texIndices.empty()) mesh.texIndices.resize(mesh.indices.size(), kNone);
+  }
+
+  // A line names one library, or several with blanks in between.
+  void readLibraries() {
+    for (const std::string& line : mLibraries) {
+      std::string reason;
+      if (const std::optional<std::string> text = mContext.readBeside(line, reason)) {
+        addLibrary(*text, line);
+        continue;
+      }
+      std::string names = line;
+      while (!names.empty()) {
+        const std::size_t end = std::min(names.find(' '), names.size());
+        const std::string name = end == line.size() ? line : names.substr(0, end);
+        names.erase(0, std::min(end + 1, names.size()));
+        if (name.empty()) continue;
+        if (const std::optional<std::string> text = mContext.readBeside(name, reason))
+          addLibrary(*text, name);
+        else
+          mContext.notes().add(fmt::format("material library '{}' ({})", name, reason));
+      }
+    }
+  }
+
+  void addLibrary(const std::string& text, const std::string& name) {
+    std::vector<Material> materials;
+    try {
+      materials = parseMaterialLibrary(text, name);
+    } catch (const ReadError& error) {
+      mContext.notes().add(fmt::format("material library '{}' ({})", name, error.what()));
+    }
+    for (Material& material : materials) {
+      const std::uint32_t number = materialNumber(material.name);
+      if (mIsDefined.size() <= number) mIsDefined.resize(std::size_t{number} + 1);
+      // The first of equal names is meant.
+      if (mIsDefined[number])
+        mContext.notes().add(fmt::format("second definition of material '{}'", material.name));
+      else
+        mModel.materials[number] = std::move(material);
+      mIsDefined[number] = true;
+    }
+  }
+
+  const char* mAt;
+  const char* mEnd;
+  ReadContext& mContext;
+  std::size_t mLine = 1;
+  Model mModel;
+  std::vector<ObjPart> mParts;
+  ObjPools mPools;
+  std::size_t mFaceCount = 0, mNormals = 0, mSmoothings = 0, mColored = 0;
+  Mark mMark;                         // of the faces that come next
+  std::uint32_t mMarkNumber = kNone;  // its number, when it has one
+  Numbered<Mark> mMarkNumbers{mModel.marks};
+  Numbered<std::string> mGroupNumbers{mModel.groups};
+  std::unordered_map<std::string, std::uint32_t> mMaterialNumbers;
+  std::vector<std::string> mLibraries;
+  Numbered<std::string> mLibraryNumbers{mLibraries};
+  std::vector<bool> mIsDefined;            // by material
+  std::vector<std::uint32_t> mTexIndices;  // of the current face
+  std::vector<ForwardReference> mForwardReferences;
+  std::vector<HoleLine> mHoleLines;
+};
+
+}  // namespace
+
+Model parseObj(std::string_view bytes, ReadContext& context) { return Parser(bytes, context).parse(); }
+
+}  // namespace facetbox

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <facetbox/io/Notes.h>
+#include <facetbox/io/Output.h>
+
+namespace facetbox {
+
+/// What a writer writes to.
+class WriteContext {
+ public:
+  /// @param path  of the file; nothing where no file beside it can be written
+  WriteContext(std::optional<std::filesystem::path> path, const Output::Sink& sink)
+      : mPath(std::move(path)), mOutput(sink) {}
+
+  Output& output() { return mOutput; }
+  Notes& notes() { return mNotes; }
+
+  /// The model's own name without folder and ending; "" where there is none.
+  std::string stem() const { return mPath ? mPath->stem().string() : ""; }
+
+  /// Writes a file into the model's folder.
+  /// @param name  without a folder
+  /// @return false where no file beside the model can be written
+  bool writeBeside(const std::string& name, std::string_view bytes) const;
+
+ private:
+  std::optional<std::filesystem::path> mPath;
+  Output mOutput;
+  Notes mNotes;
+};
+
+}  // namespace facetbox

@@ -1,0 +1,56 @@
+#include <facetbox/io/writeModel.h>
+
+#include <fmt/format.h>
+
+#include <facetbox/PolyMesh.h>
+#include <facetbox/io/ObjWriter.h>
+#include <facetbox/io/OutputFile.h>
+#include <facetbox/io/WriteContext.h>
+#include <facetbox/io/files.h>
+
+namespace facetbox {
+namespace {
+
+void requireValid(const Model& model) {
+  for (const Object& object : model.objects) {
+    std::vector<Problem> problems = validate(object.mesh);
+    if (!problems.empty() && problems.front().isFatal) throw InvalidMesh(std::move(problems));
+  }
+}
+
+void write(const Model& model, Format format, WriteContext& context) {
+  switch (format) {
+    case Format::obj:
+      writeObj(model, context);
+      break;
+    default:
+      throw WriteError(fmt::format("{} cannot be written", nameOf(format)));
+  }
+  context.output().flush();
+}
+
+}  // namespace
+
+std::vector<Note> writeModel(const Model& model, const std::filesystem::path& path, const WriteOptions& options) {
+  const std::optional<Format> format = options.format ? options.format : formatOf(path);
+  if (!format)
+    throw WriteError(
+        fmt::format("{}: the name must end in .obj, .ply, .off, .stl, .gltf, .glb or .json; no other format is written",
+                    path.string()));
+  requireValid(model);
+  OutputFile file(path);
+  const Output::Sink sink = [&file](std::string_view bytes) { file.append(bytes); };
+  WriteContext context(isSpecialFile(path) ? std::nullopt : std::optional(path), sink);
+  write(model, *format, context);
+  file.commit();
+  return context.notes().list();
+}
+
+std::vector<Note> writeModel(const Model& model, Format format, const std::function<void(std::string_view)>& sink) {
+  requireValid(model);
+  WriteContext context(std::nullopt, sink);
+  write(model, format, context);
+  return context.notes().list();
+}
+
+}  // namespace facetbox
