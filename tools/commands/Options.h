@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include <CLI/App.hpp>
+
+#include <tools/MeshMaker.h>
+
+namespace tool {
+
+/// The model that a command reads.
+void addModel(CLI::App& command, std::string& model);
+
+/// What counts as one object.
+void addGrouping(CLI::App& command, Grouping& grouping);
+
+/// An option whose text `parse` reads: it takes the text and the name of the option.
+template <typename Value, typename Parse>
+CLI::Option* addParsed(CLI::App& command, const std::string& name, const std::string& unit, const std::string& help,
+                       Value& target, Parse parse) {
+  const auto take = [name, &target, parse](const std::string& text) { target = parse(text, name); };
+  return command.add_option_function<std::string>(name, take, help)->type_name(unit);
+}
+
+}  // namespace tool
