@@ -1,4 +1,4 @@
-#include <facetbox/io/files.h>
+#include <facetbox/io/InputFile.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -8,6 +8,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <facetbox/io/files.h>
 
 namespace facetbox {
 namespace {
@@ -28,7 +30,7 @@ class Descriptor {
 
 }  // namespace
 
-std::string readFile(const std::filesystem::path& path) {
+util::Buffer<char> readBytes(const std::filesystem::path& path) {
   const auto fail = [&](int error) {
     throw ReadError(fmt::format("{}: cannot be read: {}", path.string(), std::generic_category().message(error)));
   };
@@ -37,7 +39,7 @@ std::string readFile(const std::filesystem::path& path) {
   if (file.number() < 0 || fstat(file.number(), &status) != 0) fail(errno);
   if (S_ISDIR(status.st_mode)) fail(EISDIR);
   // One more than expected, so that the end shows without growing.
-  std::string bytes;
+  util::Buffer<char> bytes;
   std::size_t have = 0;
   const std::size_t expected = S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
   for (;;) {
@@ -51,6 +53,11 @@ std::string readFile(const std::filesystem::path& path) {
   bytes.resize(have);
   if (bytes.empty()) throw ReadError(fmt::format("{}: is empty; there is nothing to read", path.string()));
   return bytes;
+}
+
+std::string readFile(const std::filesystem::path& path) {
+  const util::Buffer<char> bytes = readBytes(path);
+  return {bytes.begin(), bytes.end()};
 }
 
 }  // namespace facetbox

@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include <facetbox/base/Buffer.h>
 #include <facetbox/io/PlyHeader.h>
 
 namespace facetbox {
@@ -285,7 +286,15 @@ class Reader {
     }
   }
 
+  // Only addresses, in large pages: what is not filled in the end takes no memory.
+  template <typename T>
+  static void reserve(std::vector<T>& values, std::size_t count) {
+    values.reserve(count);
+    util::adviseLargePages(values.data(), count * sizeof(T));
+  }
+
   void readVertices(const PlyElement& element) {
+    reserve(mMesh.points, element.mCount * 3);
     mMesh.points.resize(element.mCount * 3);
     if (element.has(PlyRole::kU)) mMesh.texCoords.resize(element.mCount * 2);
     if constexpr (Source::kIsBinary) {
@@ -347,16 +356,16 @@ class Reader {
   }
 
   void readFaces(const PlyElement& element) {
-    mMesh.counts.reserve(element.mCount);
+    reserve(mMesh.counts, element.mCount);
     const bool isTextured = element.has(PlyRole::kTexCoords);
     for (const PlyProperty& property : element.mProperties) {
       // No more than fit into the file, all at once: growing would copy.
       const std::size_t most = mSource.remaining() / mSource.leastBytes(property.mType);
       if (property.mRole == PlyRole::kIndices) {
-        mMesh.indices.reserve(most);
-        if (isTextured) mMesh.texIndices.reserve(most);
+        reserve(mMesh.indices, most);
+        if (isTextured) reserve(mMesh.texIndices, most);
       }
-      if (property.mRole == PlyRole::kTexCoords) mMesh.texCoords.reserve(most);
+      if (property.mRole == PlyRole::kTexCoords) reserve(mMesh.texCoords, most);
     }
     if constexpr (Source::kIsBinary) {
       const PlyProperty& list = element.mProperties.front();

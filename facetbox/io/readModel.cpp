@@ -5,10 +5,10 @@
 #include <fmt/format.h>
 
 #include <facetbox/io/ImportedModel.h>
+#include <facetbox/io/InputFile.h>
 #include <facetbox/io/ObjReader.h>
 #include <facetbox/io/PlyReader.h>
 #include <facetbox/io/ReadContext.h>
-#include <facetbox/io/files.h>
 
 namespace facetbox {
 namespace {
@@ -48,7 +48,8 @@ Model readModel(const std::filesystem::path& path, const ReadOptions& options) {
   ReadContext context(path.string(), path.parent_path(), options);
   const bool isOurs = format == Format::obj || format == Format::ply;
   if (!isOurs) return finished(importModel(path, context), context);
-  Model model = parse(readFile(path), *format, context);
+  const util::Buffer<char> bytes = readBytes(path);
+  Model model = parse({bytes.data(), bytes.size()}, *format, context);
   model.format = format;
   return finished(std::move(model), context);
 }
