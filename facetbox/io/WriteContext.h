@@ -15,8 +15,12 @@ namespace facetbox {
 class WriteContext {
  public:
   /// @param path  of the file; nothing where no file beside it can be written
-  WriteContext(std::optional<std::filesystem::path> path, const Output::Sink& sink)
-      : mPath(std::move(path)), mOutput(sink) {}
+  /// @param isText  whether text is wanted of formats that have bytes too
+  WriteContext(std::optional<std::filesystem::path> path, const Output::Sink& sink, bool isText = false)
+      : mPath(std::move(path)), mOutput(sink), mIsText(isText) {}
+
+  bool isText() const { return mIsText; }
+  [[noreturn]] void fail(const std::string& what) const;
 
   Output& output() { return mOutput; }
   Notes& notes() { return mNotes; }
@@ -33,6 +37,7 @@ class WriteContext {
   std::optional<std::filesystem::path> mPath;
   Output mOutput;
   Notes mNotes;
+  bool mIsText;
 };
 
 }  // namespace facetbox

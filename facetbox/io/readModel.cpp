@@ -7,8 +7,10 @@
 #include <facetbox/io/ImportedModel.h>
 #include <facetbox/io/InputFile.h>
 #include <facetbox/io/ObjReader.h>
+#include <facetbox/io/OffReader.h>
 #include <facetbox/io/PlyReader.h>
 #include <facetbox/io/ReadContext.h>
+#include <facetbox/io/StlReader.h>
 
 namespace facetbox {
 namespace {
@@ -19,6 +21,10 @@ Model parse(std::string_view bytes, Format format, ReadContext& context) {
       return parseObj(bytes, context);
     case Format::ply:
       return parsePly(bytes, context);
+    case Format::off:
+      return parseOff(bytes, context);
+    case Format::stl:
+      return parseStl(bytes, context);
     default:
       context.fail(fmt::format("{} cannot be read", nameOf(format)));
   }

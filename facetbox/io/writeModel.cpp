@@ -4,7 +4,9 @@
 
 #include <facetbox/PolyMesh.h>
 #include <facetbox/io/ObjWriter.h>
+#include <facetbox/io/OffWriter.h>
 #include <facetbox/io/OutputFile.h>
+#include <facetbox/io/StlWriter.h>
 #include <facetbox/io/WriteContext.h>
 #include <facetbox/io/files.h>
 
@@ -23,6 +25,12 @@ void write(const Model& model, Format format, WriteContext& context) {
     case Format::obj:
       writeObj(model, context);
       break;
+    case Format::off:
+      writeOff(model, context);
+      break;
+    case Format::stl:
+      writeStl(model, context);
+      break;
     default:
       throw WriteError(fmt::format("{} cannot be written", nameOf(format)));
   }
@@ -40,15 +48,16 @@ std::vector<Note> writeModel(const Model& model, const std::filesystem::path& pa
   requireValid(model);
   OutputFile file(path);
   const Output::Sink sink = [&file](std::string_view bytes) { file.append(bytes); };
-  WriteContext context(isSpecialFile(path) ? std::nullopt : std::optional(path), sink);
+  WriteContext context(isSpecialFile(path) ? std::nullopt : std::optional(path), sink, options.isText);
   write(model, *format, context);
   file.commit();
   return context.notes().list();
 }
 
-std::vector<Note> writeModel(const Model& model, Format format, const std::function<void(std::string_view)>& sink) {
+std::vector<Note> writeModel(const Model& model, Format format, const std::function<void(std::string_view)>& sink,
+                             const WriteOptions& options) {
   requireValid(model);
-  WriteContext context(std::nullopt, sink);
+  WriteContext context(std::nullopt, sink, options.isText);
   write(model, format, context);
   return context.notes().list();
 }

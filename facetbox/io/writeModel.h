@@ -17,6 +17,9 @@ namespace facetbox {
 struct WriteOptions {
   /// Empty: the end of the name decides.
   std::optional<Format> format = {};
+
+  /// PLY and STL as text; without, as bytes. Bytes of STL are floats.
+  bool isText = false;
 };
 
 /// Writes a model. Numbers in text are the shortest that read back as the same doubles. The file appears under its name
@@ -28,7 +31,9 @@ FACETBOX_EXPORT std::vector<Note> writeModel(const Model& model, const std::file
                                              const WriteOptions& options = {});
 
 /// The same, to whoever takes the bytes, piece by piece in order. Files beside the model are not written, and noted.
+/// @param format  counts, whatever stands in the options
 FACETBOX_EXPORT std::vector<Note> writeModel(const Model& model, Format format,
-                                             const std::function<void(std::string_view)>& sink);
+                                             const std::function<void(std::string_view)>& sink,
+                                             const WriteOptions& options = {});
 
 }  // namespace facetbox

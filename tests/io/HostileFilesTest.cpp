@@ -1,0 +1,142 @@
+// Files that are cut short, damaged, or lie: an error or a valid model, never a made-up face, a crash or a huge request
+// for memory.
+
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "IoTestSupport.h"
+
+namespace facetbox {
+namespace {
+
+struct Sample {
+  std::string name;  // of the test
+  Format format;
+  std::string bytes;
+  // From how many bytes on the file is complete. Shorter ones are errors or, where a format says nowhere how much is to
+  // come, hold the first faces.
+  std::size_t wholeFrom;
+  bool saysHowMuch;
+  // The file with some count replaced, which nothing in it justifies.
+  std::function<std::string(std::uint64_t count)> withCount = {};
+};
+
+// For messages of tests.
+void PrintTo(const Sample& sample, std::ostream* out) { *out << sample.name; }
+
+const std::string kOff =
+    "COFF # text\n4 2 0\n0 0 0 255 0 0 255\n1 0 0 0 255 0 255\n0 1 0 0 0 255 255\n0 0 12 9 9 9 255\n3 0 1 2 255 0 0\n"
+    "4 0 1 2 3\n";
+
+std::string bigEndian(std::initializer_list<std::uint32_t> values) {
+  std::string bytes;
+  for (const std::uint32_t value : values)
+    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift & 0xFF);
+  return bytes;
+}
+std::string binaryOff(std::uint32_t vertices, std::uint32_t faces, std::uint32_t corners) {
+  return "OFF BINARY\n" + bigEndian({vertices, faces, 0}) + std::string(36, '\0') +
+         bigEndian({corners, 0, 1, 2, 0, 3, 0, 1, 1, 0});
+}
+
+const std::string kFacet =
+    "facet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 12 0\nendloop\nendfacet\n";
+const std::string kTextStl = "solid a\n" + kFacet + kFacet + "endsolid a\nsolid b\n" + kFacet + "endsolid b\n";
+
+std::string binaryStl(std::uint32_t facets) {
+  std::string bytes = "solid";
+  bytes.resize(80, '\0');
+  for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(facets >> shift & 0xFF);
+  for (char facet = 0; facet < 2; ++facet) {
+    bytes += std::string(47, '\0');
+    bytes += '\x40';  // 2 or so, highest byte last
+    bytes += std::string(2, facet);
+  }
+  return bytes;
+}
+
+std::vector<Sample> samples() {
+  return {
+      {"Off", Format::off, kOff, kOff.size(), true,
+       [](std::uint64_t count) { return "OFF\n" + std::to_string(count) + " 1 0\n0 0 0\n3 0 0 0\n"; }},
+      {"OffFaces", Format::off, kOff, kOff.size(), true,
+       [](std::uint64_t count) { return "OFF\n1 " + std::to_string(count) + " 0\n0 0 0\n3 0 0 0\n"; }},
+      {"OffCorners", Format::off, kOff, kOff.size(), true,
+       [](std::uint64_t count) { return "OFF\n1 1 0\n0 0 0\n" + std::to_string(count) + " 0 0 0\n"; }},
+      {"OffBytes", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
+       [](std::uint64_t count) { return binaryOff(static_cast<std::uint32_t>(count - 1), 2, 3); }},
+      {"OffBytesFaces", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
+       [](std::uint64_t count) { return binaryOff(3, static_cast<std::uint32_t>(count - 1), 3); }},
+      {"OffBytesCorners", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
+       [](std::uint64_t count) { return binaryOff(3, 2, static_cast<std::uint32_t>(count - 1)); }},
+      // The name behind the last endsolid does not matter. Solids may end anywhere.
+      {"Stl", Format::stl, kTextStl, kTextStl.size() - 3, false},
+      {"StlBytes", Format::stl, binaryStl(2), binaryStl(2).size(), true,
+       [](std::uint64_t count) { return binaryStl(static_cast<std::uint32_t>(count - 1)); }},
+  };
+}
+
+// Positions and counts of the corners, face after face.
+std::vector<std::vector<double>> facesOf(const Model& model) {
+  std::vector<std::vector<double>> faces;
+  for (const Object& object : model.objects) {
+    std::size_t corner = 0;
+    for (const std::uint32_t count : object.mesh.counts) {
+      std::vector<double>& face = faces.emplace_back();
+      for (const std::size_t end = corner + count; corner < end; ++corner)
+        for (std::size_t axis = 0; axis < 3; ++axis)
+          face.push_back(object.mesh.points[3 * std::size_t{object.mesh.indices[corner]} + axis]);
+    }
+  }
+  return faces;
+}
+
+class HostileFiles : public testing::TestWithParam<Sample> {};
+
+TEST_P(HostileFiles, CutAtAnyByteHoldNoFaceThatIsNotThere) {
+  const Sample& sample = GetParam();
+  const auto whole = facesOf(parseModel(sample.bytes, sample.format, "t"));
+  for (std::size_t size = 0; size <= sample.bytes.size(); ++size) {
+    try {
+      const auto faces = facesOf(parseModel(sample.bytes.substr(0, size), sample.format, "t"));
+      EXPECT_TRUE(!sample.saysHowMuch || size >= sample.wholeFrom) << size;
+      ASSERT_LE(faces.size(), whole.size()) << size;
+      EXPECT_TRUE(std::equal(faces.begin(), faces.end(), whole.begin())) << size;
+      EXPECT_TRUE(size < sample.wholeFrom || faces.size() == whole.size()) << size;
+    } catch (const ReadError&) {
+      EXPECT_LT(size, sample.wholeFrom);
+    }
+  }
+}
+
+// parseModel() hands out valid meshes only: those can be written.
+TEST_P(HostileFiles, WithAnyBitTurnedAreErrorsOrModels) {
+  const Sample& sample = GetParam();
+  int errors = 0;
+  for (std::size_t i = 0; i < 8 * sample.bytes.size(); ++i) {
+    std::string bytes = sample.bytes;
+    bytes[i / 8] = static_cast<char>(bytes[i / 8] ^ 1 << i % 8);
+    try {
+      const Model model = parseModel(bytes, sample.format, "t");
+      EXPECT_LE(facesOf(model).size(), bytes.size());
+      written(model, sample.format, true);
+    } catch (const ReadError& error) {
+      EXPECT_TRUE(std::string(error.what()).starts_with("t:")) << error.what();
+      ++errors;
+    }
+  }
+  EXPECT_GT(errors, 0);
+}
+
+TEST_P(HostileFiles, WithCountsOutOfAllProportionAreErrors) {
+  if (!GetParam().withCount) return;
+  for (const int bits : {31, 32, 63})
+    EXPECT_THROW(parseModel(GetParam().withCount(std::uint64_t{1} << bits), GetParam().format, "t"), ReadError) << bits;
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, HostileFiles, testing::ValuesIn(samples()),
+                         [](const auto& row) { return row.param.name; });
+
+}  // namespace
+}  // namespace facetbox
