@@ -12,6 +12,7 @@
 
 #include <fmt/format.h>
 
+#include <facetbox/base/Buffer.h>
 #include <facetbox/io/MaterialLibrary.h>
 #include <facetbox/io/Numbered.h>
 #include <facetbox/io/ObjParts.h>
@@ -29,6 +30,10 @@ class Parser {
   Model parse() {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (std::string_view(mAt, remaining()).starts_with(kByteOrderMark)) mAt += kByteOrderMark.size();
+    const char* const begin = mAt;
+    constexpr std::size_t kSample = std::size_t{1} << 20;
+    while (mAt < mEnd && static_cast<std::size_t>(mAt - begin) < kSample) parseLine();
+    if (mAt < mEnd) reserveMore(static_cast<double>(mEnd - begin) / static_cast<double>(mAt - begin));
     while (mAt < mEnd) parseLine();
     resolveForwardReferences();
     resolveHoles();
@@ -38,6 +43,7 @@ class Parser {
     for (ObjPart& part : mParts) completeOptional(part.mesh);
     if (!mPools.colors.empty()) completeColors();
     readLibraries();
+    mContext.releaseBytes();
     mModel.objects = separated(std::move(mParts), std::move(mPools));
     return std::move(mModel);
   }
@@ -121,6 +127,22 @@ class Parser {
     }
     while (!text.empty() && isBlank(text.back())) text.pop_back();
     return text;
+  }
+
+  // What is likely to come if the file goes on as it began. Only addresses: what is not filled takes no memory.
+  void reserveMore(double factor) {
+    const auto reserve = [factor](auto& values) {
+      const auto count = static_cast<std::size_t>(1.02 * factor * static_cast<double>(values.size()));
+      if (count <= values.size()) return;
+      values.reserve(count);
+      util::adviseLargePages(values.data() + values.size(), (count - values.size()) * sizeof values[0]);
+    };
+    reserve(mPools.points);
+    reserve(mPools.texCoords);
+    reserve(mPools.colors);
+    if (mParts.size() > 1) return;
+    PolyMesh& mesh = mParts.back().mesh;
+    for (auto* const list : {&mesh.counts, &mesh.indices, &mesh.texIndices, &mesh.labels}) reserve(*list);
   }
 
   void parseLine() {

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <facetbox/io/Notes.h>
 #include <facetbox/io/readModel.h>
@@ -39,11 +41,19 @@ class ReadContext {
 
   Notes& notes() { return mNotes; }
 
+  /// What releaseBytes() is to do.
+  void whenBytesAreRead(std::function<void()> release) { mRelease = std::move(release); }
+  /// The reader needs the bytes no longer; they may be gone after this.
+  void releaseBytes() {
+    if (mRelease) mRelease();
+  }
+
  private:
   std::string mName;
   std::optional<std::filesystem::path> mFolder;
   const ReadOptions& mOptions;
   Notes mNotes;
+  std::function<void()> mRelease;
   unsigned mPolls = 0;
 };
 

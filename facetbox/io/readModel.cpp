@@ -54,7 +54,8 @@ Model readModel(const std::filesystem::path& path, const ReadOptions& options) {
   ReadContext context(path.string(), path.parent_path(), options);
   const bool isOurs = format == Format::obj || format == Format::ply;
   if (!isOurs) return finished(importModel(path, context), context);
-  const util::Buffer<char> bytes = readBytes(path);
+  util::Buffer<char> bytes = readBytes(path);
+  context.whenBytesAreRead([&bytes] { util::Buffer<char>().swap(bytes); });
   Model model = parse({bytes.data(), bytes.size()}, *format, context);
   model.format = format;
   return finished(std::move(model), context);
