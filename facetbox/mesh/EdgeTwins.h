@@ -12,16 +12,17 @@ namespace util {
 /// The pairs of corners at clean edges. An edge is clean where exactly two different faces use it, once each, in
 /// opposite directions.
 struct EdgeTwins {
-  static constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+  static constexpr std::uint32_t kNone = 0xFFFFFFFFu, kAsideBit = 0x80000000u;
 
   /// Per position of the corner pool. Side by side, since walks from face to face ask for both at once.
   struct Corner {
     std::uint32_t mTwin;  ///< corner where the other face's run of the edge starts; kNone if the edge is not clean
-    std::uint32_t mFace;  ///< the face that the corner belongs to; undefined where it belongs to none
+    std::uint32_t mFace;  ///< the face that the corner belongs to; undefined where it belongs to none. Below 2^31, as
+                          ///< faces have three corners: the top bit tells that the twin is put aside.
   };
 
-  std::uint32_t twinOf(std::uint32_t corner) const { return mCorners[corner].mTwin; }
-  std::uint32_t faceOf(std::uint32_t corner) const { return mCorners[corner].mFace; }
+  std::uint32_t twinOf(std::uint32_t corner) const { return isAside(corner) ? kNone : mCorners[corner].mTwin; }
+  std::uint32_t faceOf(std::uint32_t corner) const { return mCorners[corner].mFace & ~kAsideBit; }
   /// Prefetches both.
   void prefetch(std::size_t corner) const { __builtin_prefetch(&mCorners[corner]); }
 
@@ -30,6 +31,13 @@ struct EdgeTwins {
     if (const std::uint32_t twin = mCorners[corner].mTwin; twin != kNone)
       mCorners[corner].mTwin = mCorners[twin].mTwin = kNone;
   }
+
+  /// As if the edge leaving a corner that has a twin were not clean, until that is turned back.
+  void turnAside(std::uint32_t corner) {
+    mCorners[corner].mFace ^= kAsideBit;
+    mCorners[mCorners[corner].mTwin].mFace ^= kAsideBit;
+  }
+  bool isAside(std::uint32_t corner) const { return (mCorners[corner].mFace & kAsideBit) != 0; }
 
   Buffer<Corner> mCorners;  ///< per position of the corner pool
 };

@@ -19,12 +19,19 @@ bool findPlane(const MeshStorage& m, std::size_t face) {
 
 FacePlanes::FacePlanes(const MeshStorage& m) : mAreas(m.mFaces.size()) {
   for (Monitor::Blocks blocks(m.mMonitor.get(), mAreas.size()); blocks.next();)
-    for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
-      const double area = computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face));
-      // So that areas can be ordered: one that is no number comes last.
-      const double ordered = area >= 0.0 ? area : 0.0;
-      mAreas[face] = findPlane(m, face) ? ordered : -ordered;
-    }
+    for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) measure(m, face);
+}
+
+void FacePlanes::remeasure(const MeshStorage& m, std::span<const std::uint32_t> faces) {
+  mAreas.resize(m.mFaces.size());
+  for (const std::uint32_t face : faces) measure(m, face);
+}
+
+void FacePlanes::measure(const MeshStorage& m, std::size_t face) {
+  const double area = computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face));
+  // So that areas can be ordered: one that is no number comes last.
+  const double ordered = area >= 0.0 ? area : 0.0;
+  mAreas[face] = findPlane(m, face) ? ordered : -ordered;
 }
 
 }  // namespace util

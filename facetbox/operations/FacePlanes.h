@@ -13,8 +13,12 @@ namespace util {
 /// Per face its area and whether it has a plane of its own.
 class FacePlanes {
  public:
+  FacePlanes() = default;
   /// Measures every face by its stored normal. O(corners).
   explicit FacePlanes(const MeshStorage& m);
+
+  /// Measures faces that have changed, or were appended, anew.
+  void remeasure(const MeshStorage& m, std::span<const std::uint32_t> faces);
 
   bool hasPlane(std::size_t face) const { return !std::signbit(mAreas[face]); }
 
@@ -30,6 +34,8 @@ class FacePlanes {
   void prefetch(std::uint32_t face) const { __builtin_prefetch(&mAreas[face]); }
 
  private:
+  void measure(const MeshStorage& m, std::size_t face);
+
   Buffer<double> mAreas;
 };
 

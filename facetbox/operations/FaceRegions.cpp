@@ -142,6 +142,20 @@ FaceRegions::FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, co
   mNextBorder.resize(faces.poolSize());
 }
 
+void FaceRegions::startOver(std::span<const std::uint32_t> faces, std::span<const double> areas) {
+  assert(mSeed == kFree && areas.size() == mFaces.size());
+  mAreas = areas;
+  mRegionOf.resize(mFaces.size(), kFree);
+  mNextBorder.resize(mFaces.poolSize());
+  if (!mNumbers.empty()) mNumbers.resize(mFaces.size());
+  if (!mLabels.empty()) mLabels.resize(mFaces.size(), 0);
+  if (!mTimesOut.empty()) mTimesOut.resize(mFaces.size(), 0);
+  for (const std::uint32_t face : faces) {
+    mRegionOf[face] = kFree;
+    if (!mTimesOut.empty()) mTimesOut[face] = 0;
+  }
+}
+
 std::uint32_t FaceRegions::previousCorner(std::uint32_t corner) const {
   const std::uint32_t face = mTwins.faceOf(corner);
   const auto begin = static_cast<std::uint32_t>(mFaces.offset(face));

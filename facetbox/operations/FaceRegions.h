@@ -42,6 +42,10 @@ class FaceRegions {
   FaceRegions(const PrimitiveList& faces, std::size_t vertexCount, const EdgeTwins& twins,
               std::span<const double> areas, Monitor* monitor = nullptr);
 
+  /// Begins anew with some of the faces, once they have changed and others were appended: all that can be reached from
+  /// any of them over clean edges.
+  void startOver(std::span<const std::uint32_t> faces, std::span<const double> areas);
+
   bool isFree(std::uint32_t face) const { return mRegionOf[face] == kFree; }
 
   /// Asks for the memory that isFree() will need.

@@ -29,10 +29,14 @@ void MaterialRuns::applyChanges() {
   SmallIndexList starts;
   for (std::uint32_t face = 0; face < mRunOf.size(); ++face) {
     const MaterialPair& material = m.mRunMaterials[mRunOf[face]];
-    if (!materials.empty() && materials.back() == material) continue;
-    materials.push_back(material);
-    starts.push_back(face);
+    if (materials.empty() || materials.back() != material) {
+      materials.push_back(material);
+      starts.push_back(face);
+    }
+    mRunOf[face] = static_cast<std::uint32_t>(materials.size() - 1);
   }
+  mChanges.clear();
+  mNextRun = materials.size();
   m.mRunMaterials = std::move(materials);
   m.mRunStarts = std::move(starts);
 }

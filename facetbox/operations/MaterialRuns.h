@@ -29,6 +29,7 @@ class MaterialRuns {
   void changeLike(std::uint32_t face, std::uint32_t other);
 
   /// Makes the changes: writes the runs anew, one per stretch of faces of equal materials. Nothing without a change.
+  /// What comes after that starts from there.
   void applyChanges();
 
  private:

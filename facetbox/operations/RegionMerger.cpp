@@ -18,6 +18,7 @@ void RegionMerger::mergeFacesWithSharedEdge(std::uint32_t seed, std::span<const 
     for (const std::uint32_t member : members.subspan(1)) m.mHistory->faces.join(member, survivor);
   // Inner loops are read from the members' corners later: these have to stay.
   writeLoop(survivor, outer, inner.empty() ? roomOf(members) : 0);
+  if (mTwins) mTwins->lay(survivor, m.mFaces.offset(survivor));
   m.mFaces.setTag(survivor, tag);
   extractAndRemoveHoles(seed, survivor, inner, members);
   mMergedCount += members.size() - 1;
@@ -41,6 +42,7 @@ void RegionMerger::extractAndRemoveHoles(std::uint32_t seed, std::uint32_t survi
       mRuns.changeLike(face, seed);
     }
     writeLoop(face, loop, 0);
+    if (mTwins) mTwins->layApart(face, m.mFaces.offset(face));
     mNewHoles.push_back({survivor, face});
   }
   for (; next < members.size(); ++next) m.mFaces.clear(members[next]);
@@ -58,6 +60,7 @@ std::uint32_t RegionMerger::roomOf(std::span<const std::uint32_t> members) const
 }
 
 void RegionMerger::writeLoop(std::uint32_t face, const Loop& loop, std::uint32_t room) {
+  if (mTwins) mTwins->lift(loop);
   m.mFaces.setCorners(face, loop, room, mScratch);
   Vec3 normal;
   computeFaceNormal(m.mVertices, m.mFaces.corners(face), normal);

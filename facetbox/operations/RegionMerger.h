@@ -8,6 +8,7 @@
 #include <facetbox/mesh/MeshStorage.h>
 #include <facetbox/operations/FaceRegions.h>
 #include <facetbox/operations/MaterialRuns.h>
+#include <facetbox/operations/MovingTwins.h>
 
 namespace util {
 
@@ -16,7 +17,9 @@ class RegionMerger {
  public:
   using Loop = FaceRegions::Loop;
 
-  RegionMerger(MeshStorage& mesh, MaterialRuns& runs) : m(mesh), mRuns(runs), mFaceCount(mesh.mFaces.size()) {}
+  /// @param twins  follow the corners, unless null
+  RegionMerger(MeshStorage& mesh, MaterialRuns& runs, MovingTwins* twins)
+      : m(mesh), mRuns(runs), mTwins(twins), mFaceCount(mesh.mFaces.size()) {}
 
   /// Replaces a region's faces by one, its inner edges all cancelled at once; inner loops become hole faces. Members
   /// that are no longer needed are cleared.
@@ -40,6 +43,7 @@ class RegionMerger {
 
   MeshStorage& m;
   MaterialRuns& mRuns;
+  MovingTwins* const mTwins;
   std::size_t mFaceCount;                  // before any face was appended
   std::vector<std::uint32_t> mNewOuterOf;  // empty as long as no hole can be concerned
   std::vector<HoleTable::NewHole> mNewHoles;

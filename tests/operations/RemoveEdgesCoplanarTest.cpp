@@ -242,6 +242,67 @@ TEST(RemoveEdgesCoplanar, mergesPatchworkLikeThePlainModel) {
   EXPECT_GT(partly, 1500);
 }
 
+/// Gentle hills of triangles and squares, with openings: what has been merged may agree with what lies beside it.
+Mesh hills(std::mt19937& random) {
+  const unsigned size = below(random, 12) + 3;
+  const int steep = pick(random, 1, 6), gaps = pick(random, 5, 60);
+  Surface grid = gridOf(size, size, [&](unsigned, unsigned) { return oneIn(random, gaps); });
+  for (Vec3& p : grid.mPoints) p.z = 0.01 * pick(random, 0, steep);
+  Faces faces;
+  for (const Indices& f : grid.mFaces)
+    for (const Indices& part : oneIn(random, 2) ? Faces{f} : Faces{{f[0], f[1], f[2]}, {f[2], f[3], f[0]}})
+      faces.push_back(part);
+  std::ranges::shuffle(faces, random);
+  return meshOf(grid.mPoints, faces);
+}
+
+/// Runs without faces, and several of one material in a row, say nothing.
+void tidyRuns(util::MeshStorage& m) {
+  std::vector<util::MaterialPair> materials;
+  util::SmallIndexList starts;
+  for (std::uint32_t face = 0; face < m.mFaces.size() && !m.mRunStarts.empty(); ++face) {
+    const util::MaterialPair& material = m.mRunMaterials[m.runOf(face)];
+    if (!materials.empty() && materials.back() == material) continue;
+    materials.push_back(material);
+    starts.push_back(face);
+  }
+  m.mRunMaterials = materials;
+  m.mRunStarts = starts;
+}
+
+TEST(RemoveEdgesCoplanar, goingOnIsAsGoodAsStartingAnew) {
+  int passes[4]{}, withHoles = 0;
+  for (unsigned seed = 0; seed < 4000; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    Mesh mesh = seed % 2 == 0 ? hills(random) : buildMesh(Patchwork(random).mMesh);
+    util::recomputeFaceNormals(mesh);
+    Mesh twin = mesh;
+    const double tolerance = std::array{0.2, 0.5, 1.0, 3.0, 7.3, 20.0}[below(random, 6)];
+    const bool compareAttributes = oneIn(random, 2);
+    util::MeshHistory history(mesh.storage().mVertices.size(), mesh.storage().mFaces.size()), twinHistory = history;
+    mesh.storage().mHistory.set(&history);
+    twin.storage().mHistory.set(&twinHistory);
+
+    std::uint64_t expected = 0;
+    int pass = 0;
+    for (std::uint64_t count = 1; count != 0; ++pass)
+      expected += count = util::removeEdgesCoplanarKeepingFlat(twin, tolerance, compareAttributes, false);
+    EXPECT_EQ(util::removeEdgesCoplanarKeepingFlat(mesh, tolerance, compareAttributes, true), expected);
+    tidyRuns(mesh.storage());
+    tidyRuns(twin.storage());
+    expectSame(mesh, plainOf(twin));
+    EXPECT_TRUE(std::ranges::equal(history.faces.map(), twinHistory.faces.map()));
+    EXPECT_TRUE(std::ranges::equal(history.vertices.map(), twinHistory.vertices.map()));
+    if (testing::Test::HasFailure()) return;
+    ++passes[std::min(pass, 4) - 1];
+    withHoles += !mesh.storage().mHoles.empty();
+  }
+  EXPECT_GT(passes[2], 300);
+  EXPECT_GT(passes[3], 100);
+  EXPECT_GT(withHoles, 300);
+}
+
 TEST(RemoveEdgesCoplanar, theAngleHasSlackForRoundingOnly) {
   for (const auto& [beyond, faces] : {std::pair(5e-7, 1u), {3e-6, 2u}}) {
     const double angle = (10.0 + beyond) / 57.29577951308232;
