@@ -9,6 +9,7 @@
 #include <boost/thread/lock_types.hpp>
 
 #include <facetbox/picker/OctreePickerCommands.h>
+#include <facetbox/triangles/ClipPlanes.h>
 
 namespace util {
 
@@ -87,14 +88,37 @@ OctreePicker::HandleRecord* OctreePicker::find(std::uint64_t serial) {
   return found == mRecords.end() ? nullptr : &found->second;
 }
 
-/// Fetches what candidates behind candidate i will need; its pointer first, then what it points to.
-inline void OctreePicker::prefetchAhead(const HandleRecord& record, std::span<const BoxSet::Candidate> candidates,
-                                        std::size_t i) {
-  if (i + 2 * kAhead < candidates.size()) __builtin_prefetch(&record.mObjects[candidates[i + 2 * kAhead].number]);
+inline PickableSummary OctreePicker::summarize(const HandleRecord& record, std::uint32_t number) {
+  const Box& box = record.mBoxes[number];
+  const Object& object = record.mObjects[number];
+  const Vec3 half = (box.max - box.min) / 2;
+  return {box.min + half, half, object.magnitude, object.pickable.get(), object.id, object.hasTriangles};
+}
+
+/// Up to date after a query.
+PickableSummaries& OctreePicker::summariesOf(HandleRecord& record) {
+  if (record.mBoxes.ranked() == 0) return mNoSummaries;
+  if (!record.mSummaries) record.mSummaries = std::make_unique<PickableSummaries>();
+  record.mSummaries->follow(record.mBoxes);
+  return *record.mSummaries;
+}
+
+/// Fetches what candidates behind candidate i will need; the pickable last, because its address has to be known.
+inline void OctreePicker::prefetchAhead(const HandleRecord& record, const PickableSummaries& summaries,
+                                        std::span<const BoxSet::Candidate> candidates, std::size_t i) {
+  if (i + 2 * kAhead < candidates.size()) {
+    const BoxSet::Candidate& ahead = candidates[i + 2 * kAhead];
+    if (summaries.has(ahead.rank)) {
+      summaries.prefetch(ahead.rank);
+    } else {
+      __builtin_prefetch(&record.mObjects[ahead.number]);
+      record.mBoxes.prefetch(ahead.number);
+    }
+  }
   if (i + kAhead >= candidates.size()) return;
   const BoxSet::Candidate& ahead = candidates[i + kAhead];
-  prefetch(record.mObjects[ahead.number].get());
-  record.mBoxes.prefetch(ahead);
+  if (!ahead.isInside())
+    prefetch(summaries.has(ahead.rank) ? summaries[ahead.rank].pickable : record.mObjects[ahead.number].pickable.get());
 }
 
 /// Lists in mFoundIds the objects that pass both stages. Called under the tree mutex.
@@ -103,16 +127,26 @@ inline void OctreePicker::findIds(HandleRecord& record, const Frustum& volume, c
   mFoundIds.clear();
   std::optional<ClipPlanes> planes;  // made for the first candidate that wants them
   const std::span<const BoxSet::Candidate> candidates = record.mBoxes.queryFrustum(volume, mScratch);
+  PickableSummaries& summaries = summariesOf(record);
+  PickableSummary unranked;
   for (std::size_t i = 0; i < candidates.size(); ++i) {
-    prefetchAhead(record, candidates, i);
+    prefetchAhead(record, summaries, candidates, i);
     const BoxSet::Candidate& candidate = candidates[i];
-    const Pickable& pickable = *record.mObjects[candidate.number];
-    // Of a box inside the volume, the clip planes can be expected to say the same.
-    if (candidate.isInside() && !planes) planes.emplace(viewProjection);
-    const ClipPlanes* const worthALook = candidate.isInside() ? &*planes : nullptr;
-    if (pickable.isInClipVolume(viewProjection, worthALook, wholeInside) &&
-        record.mBoxes.meets(candidate, volume, mScratch))
-      mFoundIds.push_back(static_cast<std::uint32_t>(pickable.id()));
+    PickableSummary& object = candidate.rank == BoxSet::kUnranked ? unranked : summaries[candidate.rank];
+    if (!summaries.has(candidate.rank)) {
+      object = summarize(record, candidate.number);
+      summaries.markAsMade(candidate.rank);
+    }
+    ClipSide side = ClipSide::unsure;
+    if (candidate.isInside()) {  // of such a box, the clip planes can be expected to say the same
+      if (!planes) planes.emplace(viewProjection);
+      side = planes->sideOf(object.center, object.half, object.magnitude);
+    }
+    if (side == ClipSide::outside) continue;
+    const bool isIn = side == ClipSide::inside ? wholeInside || object.hasTriangles
+                                               : object.pickable->isInClipVolume(viewProjection, wholeInside);
+    if (isIn && record.mBoxes.meets(candidate, object.center, object.half, volume, mScratch))
+      mFoundIds.push_back(object.id);
   }
 }
 

@@ -14,6 +14,7 @@
 #include <facetbox/commands/Handle.h>
 #include <facetbox/picker/ObjectIds.h>
 #include <facetbox/picker/Pickable.h>
+#include <facetbox/picker/PickableSummaries.h>
 #include <facetbox/picker/Picker.h>
 #include <facetbox/spatial/BoxSet.h>
 #include <facetbox/spatial/Frustum.h>
@@ -51,16 +52,25 @@ class OctreePicker final : public Picker {
 
   using PickablePointer = std::unique_ptr<Pickable>;
 
+  /// An object, and what its summary takes from it: pickables lie anywhere in memory.
+  struct Object {
+    PickablePointer pickable;
+    double magnitude;
+    std::uint32_t id;
+    bool hasTriangles;
+  };
+
   /// The objects of one handle, numbered in the order of their addition. Made when the first one is added.
   struct HandleRecord {
     BoxSet mBoxes{10.0};
-    ChunkedVector<PickablePointer> mObjects;
+    ChunkedVector<Object> mObjects;
     ObjectIds<Pickable> mById;
+    std::unique_ptr<PickableSummaries> mSummaries;  // made once the boxes are ranked
   };
 
-  /// Objects lie anywhere in memory: fetch one that will be looked at soon.
-  static void prefetch(const Pickable* object) {
-    const char* bytes = reinterpret_cast<const char*>(object);
+  /// Pickables lie anywhere in memory: fetch one that will be looked at soon.
+  static void prefetch(const Pickable* pickable) {
+    const char* bytes = reinterpret_cast<const char*>(pickable);
     for (std::size_t line = 0; line < sizeof(Pickable); line += 64) __builtin_prefetch(bytes + line);
   }
   static constexpr std::size_t kAhead = 8;  // objects
@@ -68,7 +78,10 @@ class OctreePicker final : public Picker {
   std::uint64_t serialOf(std::size_t handle) const;
   void drain();
   HandleRecord* find(std::uint64_t serial);
-  static void prefetchAhead(const HandleRecord& record, std::span<const BoxSet::Candidate> candidates, std::size_t i);
+  PickableSummaries& summariesOf(HandleRecord& record);
+  static PickableSummary summarize(const HandleRecord& record, std::uint32_t number);
+  static void prefetchAhead(const HandleRecord& record, const PickableSummaries& summaries,
+                            std::span<const BoxSet::Candidate> candidates, std::size_t i);
   void findIds(HandleRecord& record, const Frustum& volume, const double viewProjection[16], bool wholeInside);
 
   HandleRegistry<Picker> mHandles;  // has its own mutex
@@ -79,6 +92,7 @@ class OctreePicker final : public Picker {
   std::unordered_map<std::uint64_t, HandleRecord> mRecords;  // by serial number; up to date once the queue is drained
   bool mMeshesMayBeUnused = false;                           // since a handle was disposed of
   BoxSet::Scratch mScratch;
+  PickableSummaries mNoSummaries;        // of sets that are not ranked
   std::vector<std::uint32_t> mFoundIds;  // scratch
 };
 

@@ -36,7 +36,9 @@ class OctreePicker::AddEntryCommand final : public Command {
     record.mBoxes.add(mBox);
     // An earlier object of this id stays in the set on purpose: view volumes still find it.
     place = mPickable.get();
-    record.mObjects.push_back(std::move(mPickable));
+    const Pickable& pickable = *mPickable;
+    record.mObjects.push_back({std::move(mPickable), pickable.magnitude(), static_cast<std::uint32_t>(pickable.id()),
+                               pickable.hasTriangles()});
   }
 
  private:
@@ -51,10 +53,12 @@ class OctreePicker::RelocateCommand final : public Command {
   void execute(OctreePicker& picker) override {
     HandleRecord* const record = picker.find(mSerial);
     if (!record) return;
-    const auto& objects = record->mObjects;
+    auto& objects = record->mObjects;
     record->mBoxes.moveAll([&](std::uint32_t number) {
-      if (number + kAhead < objects.size()) prefetch(objects[number + kAhead].get());
-      return objects[number]->move(mOffset);
+      if (number + kAhead < objects.size()) prefetch(objects[number + kAhead].pickable.get());
+      const Box box = objects[number].pickable->move(mOffset);
+      objects[number].magnitude = objects[number].pickable->magnitude();
+      return box;
     });
   }
 

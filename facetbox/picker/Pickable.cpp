@@ -11,11 +11,10 @@
 
 #include <facetbox/math/Matrix4.h>
 #include <facetbox/math/Vec3.h>
+#include <facetbox/triangles/ClipPlanes.h>
 #include <facetbox/triangles/FrustumCulling.h>
 
 namespace util {
-
-namespace {}  // namespace
 
 Pickable::Pickable(std::int32_t id, const double matrix[16], Meshes meshes) : mId(id), mMeshes(std::move(meshes)) {
   assert(std::ranges::all_of(mMeshes, [](const auto& mesh) { return mesh != nullptr; }));
@@ -89,20 +88,16 @@ Box Pickable::move(const Vec3& offset) {
   return measure();
 }
 
-bool Pickable::isInClipVolume(const double viewProjection[16], const ClipPlanes* planes, bool wholeInside) const {
-  ClipSide side = ClipSide::unsure;
-  if (planes) {
-    // The last row's translation is 1.
-    const Vec3 to = toVec3(mMatrix + 12), half = (mUntranslated.max - mUntranslated.min) / 2;
-    const double magnitude = mReach + std::fabs(to.x) + std::fabs(to.y) + std::fabs(to.z) + 1;
-    side = planes->sideOf(mUntranslated.min + half + to, half, magnitude);
-  }
+double Pickable::magnitude() const {
+  // The last row's translation is 1.
+  return mReach + std::fabs(mMatrix[12]) + std::fabs(mMatrix[13]) + std::fabs(mMatrix[14]) + 1;
+}
+
+bool Pickable::isInClipVolume(const double viewProjection[16], bool wholeInside) const {
   double c[16];
-  if (side == ClipSide::unsure) {
-    multiply(viewProjection, mMatrix, c);
-    // The box in the object's own coordinates is tighter. Of few vertices, the first one outside tells more.
-    if (!mIsSmall) side = sideOfClipCube(mLocalBox, c);
-  }
+  multiply(viewProjection, mMatrix, c);
+  // The box in the object's own coordinates is tighter. Of few vertices, the first one outside tells more.
+  const ClipSide side = mIsSmall ? ClipSide::unsure : sideOfClipCube(mLocalBox, c);
   if (side == ClipSide::outside) return false;
   if (side == ClipSide::inside) return wholeInside || mHasTriangles;
   if (wholeInside) return std::ranges::all_of(mMeshes, [&](const auto& mesh) { return liesInClipCube(*mesh, c); });

@@ -6,7 +6,6 @@
 
 #include <facetbox/math/Box.h>
 #include <facetbox/math/Vec3.h>
-#include <facetbox/triangles/ClipPlanes.h>
 #include <facetbox/triangles/RayTest.h>
 #include <facetbox/util/TriangleMesh.h>
 
@@ -29,9 +28,12 @@ class Pickable {
   /// the vertices.
   Box move(const Vec3& offset);
 
+  bool hasTriangles() const { return mHasTriangles; }
+  /// As ClipPlanes::sideOf() wants it. Infinite where the object's box in the world does not tell its clip side.
+  double magnitude() const;
+
   /// Whether a triangle of the object overlaps the clip cube, or, for `wholeInside`, all its vertices lie in it.
-  /// @param planes  of the same matrix, for a look at the object's box in the world first; null for none
-  bool isInClipVolume(const double viewProjection[16], const ClipPlanes* planes, bool wholeInside) const;
+  bool isInClipVolume(const double viewProjection[16], bool wholeInside) const;
 
   struct RayHit {
     bool isHit;
@@ -48,7 +50,7 @@ class Pickable {
 
   double mMatrix[16];
   Box mUntranslated;  // of all vertices by the matrix, before its translation is added
-  double mReach;      // largestReach(), or infinite: then the object's box in the world does not tell its clip side
+  double mReach;      // largestReach(), or infinite without a bound
   std::int32_t mId;
   bool mHasTriangles = false;
   bool mIsSmall = true;    // all meshes have few vertices, so that bounds are not worth a look

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <limits>
 #include <utility>
 
 namespace util {
@@ -14,10 +15,11 @@ constexpr std::uint32_t kPlaneRange = BoxIndex::Found::kPlaneRange;
 
 void BoxSet::add(const Box& box) {
   mBoxes.makeRoom();
-  mIsRanked = false;
-  mFoundUnranked = 0;
+  const OctreeRoot root = mOrder.root();
   mOrder.add(box, mBoxes);
   mBoxes.push_back(box);
+  if (!isSame(root, mOrder.root())) mRanked = 0;  // all cells have changed
+  mFoundUnranked = 0;
 }
 
 /// Brings the index up to date.
@@ -57,69 +59,79 @@ std::span<const std::uint32_t> BoxSet::find(const Frustum& volume, Scratch& scra
 
 void BoxSet::rank() {
   auto ranks = mRanks ? std::move(mRanks) : std::make_unique<Ranks>();
+  mRanked = 0;  // stays so if memory runs out
   ranks->numbers = mOrder.numbers();
   ranks->ofNumber.resize(mBoxes.size());
-  ranks->cells.resize(mBoxes.size());
+  ranks->keys.resize(mBoxes.size());
   for (std::uint32_t i = 0; i < mBoxes.size(); ++i) {
     ranks->ofNumber[ranks->numbers[i]] = i;
-    ranks->cells[i] = mOrder[ranks->numbers[i]].cell;
+    ranks->keys[i] = mOrder[ranks->numbers[i]].key();
   }
   mRanks = std::move(ranks);
-  mIsRanked = true;
+  mRanked = mBoxes.size();
+  ++mRanking;
 }
 
-/// Lists what was found as candidates in order: sorts by a key of each number.
-template <class KeyOf, class CellOf>
-void BoxSet::sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> found, Scratch& scratch) {
-  scratch.keyed.clear();
-  for (const std::uint32_t box : found) scratch.keyed.push_back({keyOf(box / kPlaneRange), box});
-  std::ranges::sort(scratch.keyed, {}, &Scratch::Keyed::key);
-  for (const auto& [key, box] : scratch.keyed)
-    scratch.candidates.push_back(
-        {box / kPlaneRange, static_cast<std::uint16_t>(cellOf(key)), static_cast<std::uint16_t>(box % kPlaneRange)});
-}
-
-/// Lists what was found as candidates in order: marks all ranks, and goes through the marks.
+/// Marks the ranks of what was found, and leaves boxes without ranks to be sorted.
 void BoxSet::markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const {
-  const std::size_t words = mBoxes.size() / 64 + 1;
-  scratch.marks.assign(words, 0);
-  if (scratch.open.size() < mBoxes.size()) scratch.open.resize(mBoxes.size());
+  scratch.marks.assign(mRanked / 64 + 1, 0);
+  if (scratch.open.size() < mRanked) scratch.open.resize(mRanked);
   for (const std::uint32_t box : found) {
-    const std::uint32_t rank = mRanks->ofNumber[box / kPlaneRange];
+    const std::uint32_t number = box / kPlaneRange;
+    if (number >= mRanked) {
+      scratch.keyed.push_back({mOrder[number].key(), box});
+      continue;
+    }
+    const std::uint32_t rank = mRanks->ofNumber[number];
     scratch.marks[rank / 64] |= std::uint64_t{1} << rank % 64;
     scratch.open[rank] = static_cast<std::uint8_t>(box % kPlaneRange);
   }
-  for (std::size_t word = 0; word < words; ++word)
-    for (std::uint64_t rest = scratch.marks[word]; rest != 0; rest &= rest - 1) {
-      const std::size_t rank = 64 * word + static_cast<std::size_t>(std::countr_zero(rest));
-      scratch.candidates.push_back({mRanks->numbers[rank], mRanks->cells[rank], scratch.open[rank]});
-    }
 }
 
+/// Lists what was found as candidates in order: goes through the marks of ranked boxes, and sorts others by their keys.
 void BoxSet::listInOrder(std::span<const std::uint32_t> found, Scratch& scratch) const {
+  constexpr std::size_t kSpread = 1024;  // marks that are passed over in the time that sorting a box takes
   scratch.candidates.clear();
-  constexpr std::size_t kSpread = 1024;  // boxes that are passed over in the time that sorting one takes
-  if (!mIsRanked)
-    sortBy([this](std::uint32_t number) { return mOrder[number].key(); }, OctreeOrder::Place::cellOf, found, scratch);
-  else if (kSpread * found.size() < mBoxes.size())
-    sortBy([this](std::uint32_t number) { return mRanks->ofNumber[number]; },
-           [this](std::uint64_t rank) { return mRanks->cells[rank]; }, found, scratch);
-  else
+  scratch.keyed.clear();
+  scratch.marks.clear();
+  if (kSpread * found.size() >= mRanked)
     markByRank(found, scratch);
+  else
+    for (const std::uint32_t box : found) scratch.keyed.push_back({mOrder[box / kPlaneRange].key(), box});
+  std::ranges::sort(scratch.keyed, {}, &Scratch::Keyed::key);
+
+  auto next = scratch.keyed.begin();
+  const auto listKeyed = [&](std::uint64_t end) {
+    for (; next != scratch.keyed.end() && next->key < end; ++next) {
+      const std::uint32_t number = next->box / kPlaneRange;
+      scratch.candidates.push_back({number, number < mRanked ? mRanks->ofNumber[number] : kUnranked,
+                                    OctreeOrder::Place::cellOf(next->key),
+                                    static_cast<std::uint16_t>(next->box % kPlaneRange)});
+    }
+  };
+  for (std::size_t word = 0; word < scratch.marks.size(); ++word)
+    for (std::uint64_t rest = scratch.marks[word]; rest != 0; rest &= rest - 1) {
+      const auto rank = static_cast<std::uint32_t>(64 * word + static_cast<std::size_t>(std::countr_zero(rest)));
+      const std::uint64_t key = mRanks->keys[rank];
+      listKeyed(key);
+      scratch.candidates.push_back({mRanks->numbers[rank], rank, OctreeOrder::Place::cellOf(key), scratch.open[rank]});
+    }
+  listKeyed(std::numeric_limits<std::uint64_t>::max());
 }
 
 /// Ranks cost a pass over all boxes. That pays once an eighth as many have been found and sorted without them.
-void BoxSet::rankIfItPays(std::size_t found) {
-  if (mIsRanked) return;
+void BoxSet::rankIfItPays(std::span<const std::uint32_t> found) {
+  if (mRanked == mBoxes.size() || mBoxes.size() <= kFewBoxes) return;
   constexpr std::size_t kPart = 8;
-  mFoundUnranked += found;
-  if (kPart * mFoundUnranked > mBoxes.size() && mBoxes.size() > kFewBoxes) rank();
+  const auto isUnranked = [this](std::uint32_t box) { return box / kPlaneRange >= mRanked; };
+  mFoundUnranked += static_cast<std::size_t>(std::ranges::count_if(found, isUnranked));
+  if (kPart * mFoundUnranked > mBoxes.size()) rank();
 }
 
 std::span<const BoxSet::Candidate> BoxSet::queryFrustum(const Frustum& volume, Scratch& scratch) {
   startPath(volume, scratch);
   const std::span<const std::uint32_t> found = find(volume, scratch);
-  rankIfItPays(found.size());
+  rankIfItPays(found);
   listInOrder(found, scratch);
   return scratch.candidates;
 }
@@ -183,14 +195,14 @@ bool BoxSet::cellMeets(const Candidate& candidate, const Frustum& volume, Scratc
   return true;
 }
 
-bool BoxSet::meets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) const {
+bool BoxSet::meets(const Candidate& candidate, const Vec3& center, const Vec3& half, const Frustum& volume,
+                   Scratch& scratch) const {
   if (candidate.isCrossed()) return true;
   if (!candidate.isInside()) {
-    const Box& box = mBoxes[candidate.number];
-    const Vec3 half = (box.max - box.min) / 2;
     // The root holds all boxes, so that cubes hold the boxes of their cells.
-    if (scratch.findsCrossed && volume.surfacePassesThrough(box.min + half, half, scratch.rootMargin)) return true;
-    if (!volume.meets(box)) return false;
+    if (scratch.findsCrossed && volume.surfacePassesThrough(center, half, scratch.rootMargin)) return true;
+    // No candidate is empty on an axis.
+    if (!volume.meets(center, half)) return false;
   }
   return cellMeets(candidate, volume, scratch);
 }

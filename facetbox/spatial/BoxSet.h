@@ -30,7 +30,9 @@ class BoxSet {
   std::size_t size() const { return mBoxes.size(); }
   const OctreeOrder& order() const { return mOrder; }
 
-  /// Adds a box, or throws and changes nothing but the octree's root.
+  const Box& operator[](std::size_t number) const { return mBoxes[number]; }
+
+  /// Adds a box, or throws and changes nothing.
   void add(const Box& box);
 
   /// Replaces each box by `move(number)`, as if all were taken out of the octree in order and added to a new one.
@@ -45,12 +47,14 @@ class BoxSet {
       return box;
     });
     mIsMoved = true;
-    mIsRanked = false;
+    mRanked = 0;
     mFoundUnranked = 0;
   }
 
+  static constexpr std::uint32_t kUnranked = 0xFFFFFFFFu;
   struct Candidate {
     std::uint32_t number;
+    std::uint32_t rank;  ///< ascends along the candidates; or kUnranked
     std::uint16_t cell;  ///< of the octree
     std::uint16_t open;  ///< as BoxIndex::Found has it
     /// Meets the volume, and so do all cubes around it.
@@ -91,33 +95,37 @@ class BoxSet {
   /// surface). Valid until the next query.
   std::span<const Candidate> queryFrustum(const Frustum& volume, Scratch& scratch);
   /// Whether a candidate of the last query meets its volume. Call it in the order of the candidates.
-  bool meets(const Candidate& candidate, const Frustum& volume, Scratch& scratch) const;
-  /// Fetches what meets() will look at.
-  void prefetch(const Candidate& candidate) const {
-    if (candidate.isInside() || candidate.isCrossed()) return;
-    const Box& box = mBoxes[candidate.number];
+  /// @param center, half  of the candidate's box: min + half, and (max - min) / 2
+  bool meets(const Candidate& candidate, const Vec3& center, const Vec3& half, const Frustum& volume,
+             Scratch& scratch) const;
+  /// Fetches a box.
+  void prefetch(std::uint32_t number) const {
+    const Box& box = mBoxes[number];
     __builtin_prefetch(&box.min);
     __builtin_prefetch(&box.max.z);
   }
 
+  /// The boxes with numbers below ranked() have ranks in the octree's order, 0 and so on, until ranking() changes. Only
+  /// queries rank, when they have found many boxes.
+  std::size_t ranked() const { return mRanked; }
+  std::uint32_t ranking() const { return mRanking; }
+
  private:
   static constexpr std::size_t kFewBoxes = 16;
 
-  /// The ranks of all boxes in the octree's order.
+  /// The ranks of boxes in the octree's order, among those that were there when they were ranked.
   struct Ranks {
     std::vector<std::uint32_t> numbers;   // by rank
     std::vector<std::uint32_t> ofNumber;  // ranks, by number
-    std::vector<std::uint16_t> cells;     // by rank: a copy that is read in order
+    std::vector<std::uint64_t> keys;      // OctreeOrder::Place::key() by rank: a copy that is read in order
   };
 
   void startPath(const Frustum& volume, Scratch& scratch) const;
   std::span<const std::uint32_t> find(const Frustum& volume, Scratch& scratch);
   void listInOrder(std::span<const std::uint32_t> found, Scratch& scratch) const;
   void updateIndex();
-  void rankIfItPays(std::size_t found);
+  void rankIfItPays(std::span<const std::uint32_t> found);
   void rank();
-  template <class KeyOf, class CellOf>
-  static void sortBy(KeyOf keyOf, CellOf cellOf, std::span<const std::uint32_t> found, Scratch& scratch);
   void markByRank(std::span<const std::uint32_t> found, Scratch& scratch) const;
   static bool cellMeets(const Candidate& candidate, const Frustum& volume, Scratch& scratch);
   static void moveTo(std::uint32_t cell, Scratch& scratch);
@@ -130,8 +138,9 @@ class BoxSet {
   bool mHasEmptinessChanged = false;  // one has become empty as it moved, or no longer is
 
   std::unique_ptr<Ranks> mRanks;   // see rankIfItPays()
-  bool mIsRanked = false;          // whether they are up to date
-  std::size_t mFoundUnranked = 0;  // boxes found since the last change
+  std::size_t mRanked = 0;         // so many boxes have ranks
+  std::uint32_t mRanking = 0;      // how often they were ranked
+  std::size_t mFoundUnranked = 0;  // boxes without ranks found since the last change
 };
 
 }  // namespace util

@@ -78,6 +78,12 @@ Frustum::Frustum(const Vec3 corners[8]) {
   if (!(zero == 0 && mMagnitude >= kSmallest && mMagnitude <= kLargest)) mMagnitude = kInfinity;
   prepareFaces();
   measureFaces();
+  const auto middleOf = [this](std::size_t k) {
+    return (mCorners[k] + mCorners[k + 1] + mCorners[k + 2] + mCorners[k + 3]) / 4;
+  };
+  mAxisStart = middleOf(0);
+  mAxis = middleOf(4) - mAxisStart;
+  mAxisPart = mAxis / lengthSq(mAxis);
 }
 
 void Frustum::prepareFaces() {
@@ -191,11 +197,15 @@ bool Frustum::reachesOut(const Vec3& center, const Vec3& half, double margin) co
 }
 
 bool Frustum::surfacePassesThrough(const Vec3& center, const Vec3& half, double margin) const {
-  if (!reachesOut(center, half, margin) || !mIsConvex) return false;
+  if (!mIsConvex || !reachesOut(center, half, margin)) return false;
   const double depth = mDeviation + margin;
   const Vec3 inner = half - Vec3{margin, margin, margin};
   constexpr int kSteps = 8;
-  Vec3 p = center;  // and then to a plane below, from each that it is not below
+  // From the point next to the volume's axis, which is inside mostly; to a plane below, from each that it is not below.
+  const Vec3 middle = mAxisStart + dot(center - mAxisStart, mAxisPart) * mAxis;
+  const auto clamped = [](double x, double c, double reach) { return std::min(std::max(x, c - reach), c + reach); };
+  Vec3 p{clamped(middle.x, center.x, inner.x), clamped(middle.y, center.y, inner.y),
+         clamped(middle.z, center.z, inner.z)};
   for (int step = 0; step < kSteps; ++step) {
     std::array<Double2, 3> heights;
     for (std::size_t i = 0; i < 3; ++i) heights[i] = mFaces[i].heightsOf(p) - mFaces[i].offset;

@@ -97,6 +97,7 @@ class Frustum {
   bool surfaceOverlaps(const Vec3& center, const Vec3& half, double margin) const;
 
   std::array<Vec3, 8> mCorners;
+  Vec3 mAxisStart, mAxis, mAxisPart;  // from the middle of the near face to that of the far one; by its squared length
   std::array<FacePair, 3> mFaces;
   mutable std::array<std::array<Triangle, 2>, 6> mTriangles;
   double mMagnitude;

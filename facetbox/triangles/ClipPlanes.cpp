@@ -15,8 +15,9 @@ namespace {
 //
 // The exact test, however, projects a vertex p of an object with the matrix M by the rounded product Q M. Let S be the
 // largest coordinate of |M| |p| over all vertices, or 1, and A the largest sum of magnitudes of a row of Q. Then a row
-// of Q M p, and the value of a row at the box's center, and its reach are each right to 8 ulp of A S. So a function,
-// the sum of two rows, differs between the vertex and the box by no more than kRounding A S.
+// of Q M p, and the value of a row at the box's center, and its reach are each right to 8 ulp of A S; the box is right
+// to an ulp of S. So a function, the sum of two rows, differs between the vertex and the box by no more than
+// kRounding A S.
 constexpr double kUlp = std::numeric_limits<double>::epsilon();
 constexpr double kRounding = 2 * (8 + 8 + 8) * kUlp;
 static_assert(ClipPlanes::kRelativeMargin > 4 * kRounding);

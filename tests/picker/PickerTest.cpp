@@ -175,6 +175,31 @@ TEST_F(PickerTest, laterRaysFollowARelocation) {
   }
 }
 
+// Queries keep what they have learned of objects, whatever is added or moved after them.
+TEST_F(PickerTest, laterVolumesFollowRelocationsAndAdditions) {
+  std::mt19937 random(1);
+  PlainPicker plain;
+  const std::size_t handle = picker->createHandle();
+  std::size_t found = 0;
+  for (std::uint32_t id = 0; id < 400; ++id) {
+    const Matrix place = shifted(pick(random, -9, 9), pick(random, -9, 9), pick(random, -9, 9));
+    picker->addEntry(handle, id, {&meshes.cube()}, place.data());
+    plain.addEntry(id, {&meshes.cube()}, place);
+    if (id % 50 == 49) {
+      const float x = id % 100 == 99 ? 6 : -6;
+      picker->relocate(handle, x, 1, 0);
+      plain.relocate(x, 1, 0);
+    }
+    for (int query = 0; query < (id % 8 == 0 ? 4 : 0); ++query) {
+      const View view = support::viewOf(support::ortho(pick(random, 2, 12)));
+      const Ids expected = plain.pickFrustum(view.mCorners, view.mMatrix, query % 2 == 0);
+      found += expected.size();
+      ASSERT_EQ(picked(*picker, handle, view, query % 2 == 0), expected) << "id " << id;
+    }
+  }
+  EXPECT_GT(found, 5000u);
+}
+
 TEST_F(PickerTest, aBufferThatIsTooSmallIsUntouchedAndTheCountNegative) {
   const std::size_t handle = picker->createHandle();
   for (const std::uint32_t id : {7u, 8u, 9u}) picker->addEntry(handle, id, {&meshes.cube()}, shifted(0, 0, 0).data());
@@ -203,7 +228,12 @@ TEST_F(PickerTest, objectsWithinUlpsOfAClipPlaneAreTestedByTheirVertices) {
     View view{{}, corners};
     for (const std::size_t i : {0, 1, 2, 4, 5, 6, 8, 9, 10}) view.mMatrix[i] = static_cast<float>(number(-0.05, 0.05));
     view.mMatrix[15] = 1;
-    Matrix q, place = shifted(0, 0, 0);
+    // Some come from where rounding is finer, and are seen along the diagonal.
+    const float away = oneIn(random, 2) ? 1e6f : 0;
+    for (float& corner : view.mCorners) corner += away;
+    for (const std::size_t i : {0, 1, 2})
+      if (away != 0) view.mMatrix[8 + i] = -view.mMatrix[i] - view.mMatrix[4 + i];
+    Matrix q, place = shifted(away, away, away);
     std::ranges::copy(view.mMatrix, q.begin());
     for (const std::size_t i : {0, 5, 10}) place[i] = number(0.5, 2);
     const std::size_t row = random() % 3;
@@ -219,10 +249,13 @@ TEST_F(PickerTest, objectsWithinUlpsOfAClipPlaneAreTestedByTheirVertices) {
     }
     for (int ulps = pick(random, -3, 3); ulps != 0; ulps -= ulps < 0 ? -1 : 1)
       place[12 + axis] = std::nextafter(place[12 + axis], ulps < 0 ? -1e9 : 1e9);
+    for (const std::size_t i : {12, 13, 14}) place[i] -= away;
     PlainPicker plain;
     const std::size_t handle = picker->createHandle();
     picker->addEntry(handle, 1, {&meshes.cube()}, place.data());
     plain.addEntry(1, {&meshes.cube()}, place);
+    picker->relocate(handle, away, away, away);
+    plain.relocate(away, away, away);
     for (const bool wholeInside : {false, true}) {
       const Ids expected = plain.pickFrustum(view.mCorners, view.mMatrix, wholeInside);
       found += static_cast<int>(expected.size());

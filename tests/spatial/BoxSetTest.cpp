@@ -61,8 +61,11 @@ struct Both {
   Items found(const std::array<Vec3, 8>& corners) {
     const util::Frustum volume(corners.data());
     Items items;
-    for (const BoxSet::Candidate& candidate : set.queryFrustum(volume, scratch))
-      if (set.meets(candidate, volume, scratch)) items.push_back(candidate.number);
+    for (const BoxSet::Candidate& candidate : set.queryFrustum(volume, scratch)) {
+      const Box& box = set[candidate.number];
+      const Vec3 half = (box.max - box.min) / 2;
+      if (set.meets(candidate, box.min + half, half, volume, scratch)) items.push_back(candidate.number);
+    }
     return items;
   }
   std::size_t expectSameIn(const std::array<Vec3, 8>& corners) {
