@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <facetbox/io/GltfReader.h>
 #include <facetbox/io/ImportedModel.h>
 #include <facetbox/io/InputFile.h>
 #include <facetbox/io/ObjReader.h>
@@ -19,6 +20,9 @@ Model parse(std::string_view bytes, Format format, ReadContext& context) {
   switch (format) {
     case Format::obj:
       return parseObj(bytes, context);
+    case Format::gltf:
+    case Format::glb:
+      return parseGltf(bytes, context);
     case Format::ply:
       return parsePly(bytes, context);
     case Format::off:
@@ -52,7 +56,7 @@ Model finished(Model model, ReadContext& context) {
 Model readModel(const std::filesystem::path& path, const ReadOptions& options) {
   const std::optional<Format> format = options.format ? options.format : formatOf(path);
   ReadContext context(path.string(), path.parent_path(), options);
-  const bool isOurs = format == Format::obj || format == Format::ply;
+  const bool isOurs = format && *format != Format::cityJson;
   if (!isOurs) return finished(importModel(path, context), context);
   util::Buffer<char> bytes = readBytes(path);
   context.whenBytesAreRead([&bytes] { util::Buffer<char>().swap(bytes); });
