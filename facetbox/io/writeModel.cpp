@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/io/GltfWriter.h>
 #include <facetbox/io/ObjWriter.h>
 #include <facetbox/io/OffWriter.h>
 #include <facetbox/io/OutputFile.h>
@@ -30,6 +31,10 @@ void write(const Model& model, Format format, WriteContext& context) {
       break;
     case Format::stl:
       writeStl(model, context);
+      break;
+    case Format::gltf:
+    case Format::glb:
+      writeGltf(model, format == Format::glb, context);
       break;
     default:
       throw WriteError(fmt::format("{} cannot be written", nameOf(format)));
