@@ -154,11 +154,16 @@ class Parser {
       else
         parseStatement();
     }
+    if (mNeedsEnd && atStatementEnd() && mAt == mEnd)
+      fail("the file ends within this line, so it may be cut short; if it is whole, add a line end");
+    mNeedsEnd = false;
     skipLine();
   }
 
   void parseStatement() {
     const std::string_view keyword = peekToken();
+    // The last number may have lost digits.
+    mNeedsEnd = keyword == "v" || keyword == "vt" || keyword == "f" || keyword == "fo";
     if (keyword == "v") {
       mAt += 1;
       parseVertex();
@@ -200,6 +205,7 @@ class Parser {
     ++mAt;
     while (mAt < mEnd && isBlank(*mAt)) ++mAt;
     if (peekToken() != kHolesTag) return;
+    mNeedsEnd = true;
     mAt += kHolesTag.size();
     HoleLine line{{}, mLine};
     while (!atStatementEnd()) {
@@ -485,6 +491,7 @@ class Parser {
   Model mModel;
   std::vector<ObjPart> mParts;
   ObjPools mPools;
+  bool mNeedsEnd = false;  // the line that is read
   std::size_t mFaceCount = 0, mNormals = 0, mSmoothings = 0, mColored = 0;
   Mark mMark;                         // of the faces that come next
   std::uint32_t mMarkNumber = kNone;  // its number, when it has one

@@ -56,8 +56,15 @@ std::string binaryStl(std::uint32_t facets) {
   return bytes;
 }
 
+const std::string kObj =
+    "o a\nv 0 0 0\nv 1 0 0 1 0 0\nv 0 12 0\nvt 0.5 1e-3\nvt 1 1\nusemtl m\ng x y\nf 1/1 2/2 \\\n-1/-1\nf 1/1/1 2//1 3\n"
+    "f 3 2 1\n# facetbox:holes 1 2\n";
+
 std::vector<Sample> samples() {
   return {
+      // Lines may end anywhere, but not within.
+      {"Obj", Format::obj, kObj, kObj.size(), false,
+       [](std::uint64_t count) { return "v 0 0 0\nf 1 1 " + std::to_string(count) + "\n"; }},
       {"Off", Format::off, kOff, kOff.size(), true,
        [](std::uint64_t count) { return "OFF\n" + std::to_string(count) + " 1 0\n0 0 0\n3 0 0 0\n"; }},
       {"OffFaces", Format::off, kOff, kOff.size(), true,

@@ -20,7 +20,7 @@ TEST(ObjFile, readsEveryFormOfCornerAndLine) {
   const Model model = parseObj(
       "\xEF\xBB\xBF# by hand\r\nmtllib a b.mtl\r\nv 0 0 0 0.5 0.25 1\r\nv +1 0 0 1\r\nv 1e0 1. .0 \r\n"
       "vt 0 0 0\r\nvt 1\r\nvn 0 0 nan\r\n\tf   1/1/1 \\\r\n 2/2 \\\n -1/-2/-1 # done\r\n f -3 -2 4\nv 5 5 5\nf 1//1 "
-      "2//1 3//1");
+      "2//1 3//1\n");
   const Object& object = model.objects.at(0);
   EXPECT_THAT(object.mesh.points, ElementsAre(0, 0, 0, 1, 0, 0, 1, 1, 0, 5, 5, 5));
   EXPECT_THAT(object.mesh.texCoords, ElementsAre(0, 0, 1, 0));
@@ -55,6 +55,7 @@ TEST(ObjFile, tellsFileAndLineOfEveryMistake) {
        "t.obj:8: face 2 is a hole of face 1 and of face 3"},
       {v + "f 1 2 3\nf 1 2 3\nf 1 2 3\n# facetbox:holes 1 2\n# facetbox:holes 2 3\n",
        "t.obj:8: face 2 is a hole of face 1 and has holes itself"},
+      {v + "f 1 2 3", "t.obj:4: the file ends within this line"},
       {v, "t.obj: has no faces"},
   };
   for (const auto& [text, message] : cases)
