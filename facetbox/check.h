@@ -3,9 +3,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
+#include <facetbox/Cancelled.h>
 #include <facetbox/PolyMesh.h>
 #include <facetbox/util/Export.h>
 
@@ -22,6 +24,12 @@ struct CheckOptions {
   /// Of T-corners, and of intersecting pairs: their number is not bounded by the size of the mesh. Where there are
   /// more, that many are listed, the same ones each time.
   std::size_t mostListed = 1'000'000;
+  /// Told how much is done, from 0 to 1. Called on the thread of the call, at most some fifty times a second.
+  std::function<void(double fraction)> progress = {};
+  /// Asked on the thread of the call: true ends it with Cancelled. Up to a million corners, no more than 0.1 s pass
+  /// between two questions, but for a single face that takes longer to triangulate; beyond, as much longer as it takes
+  /// to sort more.
+  std::function<bool()> isCancelled = {};
 };
 
 /// What is wrong with a mesh, and where. Numbers of faces and vertices are those of the mesh; lists are ascending.
@@ -105,6 +113,8 @@ struct Defects {
 /// crosses or touches itself or a hole's between corners. Points that are made there are rounded.
 ///
 /// @throws InvalidMesh where validate() finds a fatal problem
+/// @throws Cancelled   when options.isCancelled says so
+/// Exceptions of the callbacks pass through.
 /// O(n log n) in corners, and what a search along each open edge passes: little in most meshes, some multiple of the
 /// cube root of the corners for each in a soup of long edges. Self-intersections take besides the time of triangulate()
 /// and the pairs of triangles whose boxes meet. About 100 bytes a corner while it works, about 160 a triangle for

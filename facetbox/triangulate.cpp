@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Vec3.h>
 #include <facetbox/mesh/RequireValid.h>
 #include <facetbox/mesh/WorkingMesh.h>
@@ -55,6 +56,10 @@ constexpr double kTie = 1e-4;
 /// A triangle of a fan whose area is a smaller part of its squared edges is looked at again.
 constexpr double kThinFan = 1e-8;
 
+/// Faces are looked after by a monitor in units of no more than a microsecond or two: with holes, a corner takes
+/// longer.
+constexpr std::uint64_t kWorkPerCorner = 8;
+
 /// The power of two that makes a size about one.
 double scaleToOne(double size) {
   int exponent = 0;
@@ -91,7 +96,7 @@ void dropUnused(std::vector<double>& made, std::size_t mark, std::size_t perItem
 
 class MeshTriangulation final : private Tessellator::Caller {
  public:
-  explicit MeshTriangulation(const MeshView& mesh);
+  MeshTriangulation(const MeshView& mesh, util::Monitor* monitor);
 
   Triangulation run();
 
@@ -150,6 +155,7 @@ class MeshTriangulation final : private Tessellator::Caller {
   void skip(std::uint32_t face, Reason reason) { mResult.skipped.push_back({face, reason}); }
 
   const MeshView& mMesh;
+  util::Monitor* const mMonitor;
   const util::MeshFrame mFrame;
   util::Buffer<Vec3> mPoints;  ///< in the frame
   util::HoleTable mHoles;
@@ -174,8 +180,13 @@ class MeshTriangulation final : private Tessellator::Caller {
   util::ThinTriangles mThinTriangles;
 };
 
-MeshTriangulation::MeshTriangulation(const MeshView& mesh) : mMesh(mesh), mFrame(util::frameOf(mesh)) {
-  util::readVertices(mesh, mFrame, nullptr, mPoints);
+MeshTriangulation::MeshTriangulation(const MeshView& mesh, util::Monitor* monitor)
+    : mMesh(mesh), mMonitor(monitor), mFrame([&] {
+        const util::Monitor::Part part(monitor, 0.0, 0.05);
+        return util::frameOf(mesh, monitor);
+      }()) {
+  const util::Monitor::Part part(monitor, 0.05, 0.1);
+  util::readVertices(mesh, mFrame, monitor, mPoints);
   if (mesh.holes.empty()) return;
   mHoles.append(mesh.holes.data(), mesh.holes.size());
   mFirstCorners.resize(mesh.counts.size());
@@ -191,8 +202,10 @@ Triangulation MeshTriangulation::run() {
   if (!mMesh.texIndices.empty()) mResult.texIndices.reserve(3 * expected);
 
   util::HoleView holes(mHoles, faces);
+  const util::Monitor::Part part(mMonitor, 0.1, 1.0, kWorkPerCorner * corners);
   std::size_t first = 0;
   for (std::uint32_t face = 0; face < faces; first += mMesh.counts[face++]) {
+    if (mMonitor) mMonitor->tick(kWorkPerCorner * mMesh.counts[face]);
     const auto groups = holes.groupsOf(face);
     if (mMesh.counts[face] < 3)
       skip(face, Reason::tooFewCorners);
@@ -701,9 +714,16 @@ std::string describe(const SkippedFace& skipped) {
   return begin + "unknown reason.";
 }
 
-Triangulation triangulate(const MeshView& mesh) {
+Triangulation triangulate(const MeshView& mesh, const TriangulateOptions& options) {
   requireValid(mesh);
-  return MeshTriangulation(mesh).run();
+  util::Monitor monitor([&options](double fraction) {
+    if (options.isCancelled && options.isCancelled()) throw Cancelled();
+    if (options.progress) options.progress(fraction);
+  });
+  monitor.start();
+  Triangulation result = MeshTriangulation(mesh, options.isCancelled || options.progress ? &monitor : nullptr).run();
+  monitor.finish();
+  return result;
 }
 
 }  // namespace facetbox

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include <facetbox/Cancelled.h>
 #include <facetbox/PolyMesh.h>
 #include <facetbox/util/Export.h>
 
@@ -50,6 +52,13 @@ struct Triangulation {
   friend bool operator==(const Triangulation&, const Triangulation&) = default;
 };
 
+struct TriangulateOptions {
+  /// Told how much is done, from 0 to 1. Called on the thread of the call, at most some fifty times a second.
+  std::function<void(double fraction)> progress = {};
+  /// Asked on the thread of the call, at least every 0.1 s, but not while one face is cut: true ends it with Cancelled.
+  std::function<bool()> isCancelled = {};
+};
+
 /// Cuts the faces of a mesh into triangles.
 ///
 /// Holes stay open: a face that is named as a hole has no triangles of its own. A face may be concave, and outlines and
@@ -79,9 +88,11 @@ struct Triangulation {
 ///
 /// @throws InvalidMesh        where validate() finds a fatal problem
 /// @throws std::length_error  where the points would be 2^32 - 1 or more
+/// @throws Cancelled          when options.isCancelled says so
+/// Exceptions of the callbacks pass through.
 /// A face of e corners takes O(e w), where w is the largest number of its edges that a line across it meets; convex
 /// faces of at most 100 corners O(e). Without crossings and corners that meet, a face has as many triangles as it and
 /// its h holes have corners, and 2 h - 2 more.
-FACETBOX_EXPORT Triangulation triangulate(const MeshView& mesh);
+FACETBOX_EXPORT Triangulation triangulate(const MeshView& mesh, const TriangulateOptions& options = {});
 
 }  // namespace facetbox

@@ -326,4 +326,25 @@ TEST(Check, isUnmovedByHostileInput) {
   }
 }
 
+TEST(Check, tellsHowFarItIsAndStopsWhenAsked) {
+  // Steps, each with a corner in the middle of the next one's edge; one square is no triangle.
+  PolyMesh mesh;
+  for (std::uint32_t i = 0; i < 12000; ++i) {
+    const double x = i % 100, y = i / 100;
+    mesh.points.insert(mesh.points.end(), {x, y, 0, x + 1, y, 0, x + 0.5, y + 1, 0});
+    mesh.counts.push_back(3);
+    mesh.indices.insert(mesh.indices.end(), {3 * i, 3 * i + 1, 3 * i + 2});
+  }
+  mesh.counts.push_back(4);
+  mesh.indices.insert(mesh.indices.end(), {0, 1, 301, 300});
+  CheckOptions options;
+  options.selfIntersections = true;
+  const Defects plain = check(mesh, options);
+  const Defects asked = support::expectAskedOften(options, 100, [&](const CheckOptions& o) { return check(mesh, o); });
+  expectSameLists(asked, plain);
+  EXPECT_EQ(asked.selfIntersections, plain.selfIntersections);
+  EXPECT_GT(plain.tCorners.size(), 10000u);
+  EXPECT_GT(plain.selfIntersections.size(), 10000u);
+}
+
 }  // namespace

@@ -584,4 +584,11 @@ TEST(Triangulate, takesAnyArrays) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
+TEST(Triangulate, tellsHowFarItIsAndStopsWhenAsked) {
+  const support::Surface grid = support::gridOf(80, 80, [](unsigned, unsigned) { return false; });
+  const PolyMesh mesh = support::polyMeshOf(grid.mPoints, grid.mFaces);
+  const auto call = [&](const facetbox::TriangulateOptions& options) { return triangulate(mesh, options); };
+  EXPECT_EQ(support::expectAskedOften(facetbox::TriangulateOptions{}, 40, call), triangulate(mesh));
+}
+
 }  // namespace

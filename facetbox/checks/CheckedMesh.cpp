@@ -17,7 +17,7 @@ struct PowerOfTwo {
 
 }  // namespace
 
-CheckedMesh::CheckedMesh(const facetbox::MeshView& view) : mView(view) {
+CheckedMesh::CheckedMesh(const facetbox::MeshView& view, Monitor* monitor) : mView(view), mMonitor(monitor) {
   mFirstCorners.resize(faceCount());
   std::uint32_t first = 0;
   for (std::uint32_t face = 0; face < faceCount(); ++face) {
@@ -46,12 +46,14 @@ void CheckedMesh::readHoles() {
 
 void CheckedMesh::findUsed() {
   mIsUsed.assign(vertexCount(), 0);
-  for (std::uint32_t face = 0; face < faceCount(); ++face) {
-    if (isLeftOut(face)) continue;
-    for (const std::uint32_t vertex : corners(face)) mIsUsed[vertex] = 1;
-  }
-  for (std::uint32_t vertex = 0; vertex < vertexCount(); ++vertex)
-    if (isUsed(vertex)) mBox.extend(point(vertex));
+  for (Monitor::Blocks blocks(mMonitor, faceCount()); blocks.next();)
+    for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+      if (isLeftOut(face)) continue;
+      for (const std::uint32_t vertex : corners(face)) mIsUsed[vertex] = 1;
+    }
+  for (Monitor::Blocks blocks(mMonitor, vertexCount()); blocks.next();)
+    for (std::uint32_t vertex = blocks.begin(), end = blocks.end(); vertex < end; ++vertex)
+      if (isUsed(vertex)) mBox.extend(point(vertex));
 }
 
 void CheckedMesh::placeLocally() {
@@ -64,8 +66,9 @@ void CheckedMesh::placeLocally() {
   const int exponent = longest > 0 ? std::ilogb(longest) + 1 : 0;
   const PowerOfTwo scale(-exponent);
   mLocal.resize(vertexCount());
-  for (std::uint32_t vertex = 0; vertex < vertexCount(); ++vertex)
-    mLocal[vertex] = scale * (half * point(vertex) - low);
+  for (Monitor::Blocks blocks(mMonitor, vertexCount()); blocks.next();)
+    for (std::uint32_t vertex = blocks.begin(), end = blocks.end(); vertex < end; ++vertex)
+      mLocal[vertex] = scale * (half * point(vertex) - low);
   mDiagonal = length(scale * extent);
   mExponent = exponent + halving;
 }

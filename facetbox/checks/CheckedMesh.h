@@ -7,6 +7,7 @@
 
 #include <facetbox/PolyMesh.h>
 #include <facetbox/base/Buffer.h>
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Box.h>
 #include <facetbox/math/Vec3.h>
 
@@ -20,8 +21,11 @@ class CheckedMesh {
  public:
   static constexpr std::uint32_t kNone = facetbox::kNone;
 
+  /// @param monitor  of the check, or null
   /// O(vertices + corners).
-  explicit CheckedMesh(const facetbox::MeshView& view);
+  explicit CheckedMesh(const facetbox::MeshView& view, Monitor* monitor = nullptr);
+
+  Monitor* monitor() const { return mMonitor; }
 
   std::uint32_t faceCount() const { return static_cast<std::uint32_t>(mView.counts.size()); }
   std::uint32_t vertexCount() const { return static_cast<std::uint32_t>(mView.points.size() / 3); }
@@ -63,6 +67,7 @@ class CheckedMesh {
   void placeLocally();
 
   facetbox::MeshView mView;
+  Monitor* mMonitor;
   Buffer<std::uint32_t> mFirstCorners;
   std::vector<std::uint32_t> mOuterOf;    // per face; empty without holes
   std::vector<std::uint8_t> mIsReversed;  // likewise

@@ -21,8 +21,8 @@ struct EdgeUse {
 /// Calls `visit(face, position, a, b)` for every edge of every face, as it runs along the surface.
 template <class Visit>
 void forEachUse(const CheckedMesh& mesh, Visit visit) {
-  for (std::uint32_t face = 0; face < mesh.faceCount(); ++face) {
-    if (mesh.isLeftOut(face)) continue;
+  const auto visitFace = [&](std::uint32_t face) {
+    if (mesh.isLeftOut(face)) return;
     const bool isHole = mesh.isHole(face), isReversed = isHole && mesh.isRimReversed(face);
     const std::uint32_t surface = isHole ? mesh.outerOf(face) : face;
     const auto corners = mesh.corners(face);
@@ -31,7 +31,9 @@ void forEachUse(const CheckedMesh& mesh, Visit visit) {
       const std::uint32_t a = std::exchange(from, to);
       if (a != to) visit(surface, 0u, isReversed ? to : a, isReversed ? a : to);
     }
-  }
+  };
+  for (Monitor::Blocks blocks(mesh.monitor(), mesh.faceCount()); blocks.next();)
+    for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face) visitFace(face);
 }
 
 void numberComponents(const CheckedMesh& mesh, DisjointSets& sets, facetbox::Defects& defects) {
@@ -58,14 +60,16 @@ void judge(std::uint32_t low, std::span<const EdgeUse> uses, facetbox::Defects& 
 
 void checkEdges(const CheckedMesh& mesh, facetbox::Defects& defects) {
   EdgeBuckets<EdgeUse> buckets(
-      mesh.vertexCount(), nullptr, [&](auto visit) { forEachUse(mesh, visit); },
+      mesh.vertexCount(), mesh.monitor(), [&](auto visit) { forEachUse(mesh, visit); },
       [](std::uint32_t face, std::uint32_t, std::uint32_t a, std::uint32_t b) {
         return EdgeUse{std::max(a, b), face, a < b};
       });
   DisjointSets sets(mesh.faceCount());
+  if (mesh.monitor()) mesh.monitor()->look();
   std::uint32_t low = 0;
   buckets.forEach([&](std::span<EdgeUse> bucket) {
     std::ranges::sort(bucket, {}, &EdgeUse::higherVertex);
+    if (mesh.monitor()) mesh.monitor()->tick(bucket.size());
     for (std::size_t begin = 0; begin < bucket.size();) {
       std::size_t end = begin + 1;
       for (; end < bucket.size() && bucket[end].higherVertex == bucket[begin].higherVertex; ++end)
@@ -77,6 +81,7 @@ void checkEdges(const CheckedMesh& mesh, facetbox::Defects& defects) {
   });
   for (std::uint32_t face = 0; face < mesh.faceCount(); ++face)
     if (mesh.isHole(face) && !mesh.isLeftOut(face)) sets.join(face, mesh.outerOf(face));
+  if (mesh.monitor()) mesh.monitor()->look();
   numberComponents(mesh, sets, defects);
   defects.isClosed = defects.componentCount != 0 && defects.openEdges.empty() && defects.overusedEdges.empty();
   defects.isOriented = defects.sameDirectionEdges.empty();

@@ -18,14 +18,14 @@ struct CutFaces {
   std::vector<double> points;               // of all vertices; empty where there are only the mesh's
   std::vector<std::uint32_t> crossedFaces;  // that cannot be cut without further vertices
 
-  explicit CutFaces(const CheckedMesh& mesh) {
+  CutFaces(const CheckedMesh& mesh, const facetbox::CheckOptions& options) {
     const facetbox::MeshView& view = mesh.view();
     if (!mesh.hasHoles() && std::ranges::all_of(view.counts, [](std::uint32_t count) { return count == 3; })) {
       corners.assign(view.indices.begin(), view.indices.end());
       return;
     }
     const std::vector<std::uint8_t> isCut = addTriangles(mesh);
-    const facetbox::Triangulation cut = facetbox::triangulate(view);
+    const facetbox::Triangulation cut = facetbox::triangulate(view, {.isCancelled = options.isCancelled});
     for (std::size_t i = 0; i < cut.faces.size(); ++i) {
       const std::uint32_t face = cut.faces[i];
       if (isCut[face] == 0) continue;
@@ -95,14 +95,14 @@ class SurfaceCorners {
 
 void checkSelfIntersections(const CheckedMesh& mesh, const facetbox::CheckOptions& options,
                             facetbox::Defects& defects) {
-  const CutFaces cut(mesh);
+  const CutFaces cut(mesh, options);
   FaceTriangles triangles{cut.points.empty() ? mesh.view().points : cut.points, cut.corners, cut.faces, {}};
   std::optional<SurfaceCorners> corners;
   if (!cut.faces.empty()) {
     corners.emplace(mesh);
     triangles.isCornerOf = [&](std::uint32_t face, std::uint32_t vertex) { return corners->has(face, vertex); };
   }
-  const SelfIntersections found = findSelfIntersections(triangles, options.mostListed);
+  const SelfIntersections found = findSelfIntersections(triangles, options.mostListed, mesh.monitor());
   for (const auto& [a, b] : found.pairs) defects.selfIntersections.push_back({a, b});
   for (const std::uint32_t face : cut.crossedFaces) defects.selfIntersections.push_back({face, face});
   std::ranges::sort(defects.selfIntersections);

@@ -54,11 +54,8 @@ void measure(const CheckedMesh& mesh, const facetbox::CheckOptions& options, fac
   const double zeroArea = options.zeroFaceArea ? mesh.toLocal(mesh.toLocal(std::max(0.0, *options.zeroFaceArea)))
                                                : kZeroFacePart * diagonalSq;
   Sum area, volume;
-  for (std::uint32_t face = 0; face < mesh.faceCount(); ++face) {
-    if (mesh.isLeftOut(face)) {
-      defects.leftOutFaces.push_back(face);
-      continue;
-    }
+  const auto addFace = [&](std::uint32_t face) {
+    if (mesh.isLeftOut(face)) return defects.leftOutFaces.push_back(face);
     findZeroEdges(mesh, face, zeroEdge * zeroEdge, defects);
     const Vec3 doubleArea = mesh.doubleAreaOf(face);
     const double faceArea = 0.5 * length(doubleArea);
@@ -68,7 +65,9 @@ void measure(const CheckedMesh& mesh, const facetbox::CheckOptions& options, fac
     const bool isHole = mesh.isHole(face);
     area.add(isHole ? -faceArea : faceArea);
     volume.add(isHole && mesh.isRimReversed(face) ? -pyramid : pyramid);
-  }
+  };
+  for (Monitor::Blocks blocks(mesh.monitor(), mesh.faceCount()); blocks.next();)
+    for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face) addFace(face);
   defects.area = mesh.fromLocal(area.value(), 2);
   defects.volume = mesh.fromLocal(volume.value() / 6, 3);
 }

@@ -18,24 +18,32 @@ using Pair = facetbox::Defects::Pair;
 /// @param hashes    of all items; unset where an item does not take part
 /// @param takesPart takesPart(item)
 /// @param less      less(a, b) orders items of a bucket; `prepare(items)` is called before, for each bucket
+/// @param monitor   may be null
 template <class TakesPart, class Prepare, class Less>
-std::vector<Pair> pairEqual(const Buffer<std::uint32_t>& hashes, TakesPart takesPart, Prepare prepare, Less less) {
+std::vector<Pair> pairEqual(const Buffer<std::uint32_t>& hashes, TakesPart takesPart, Prepare prepare, Less less,
+                            Monitor* monitor) {
   RepeatedHashes repeated(hashes.size());
-  for (std::uint32_t item = 0; item < hashes.size(); ++item)
-    if (takesPart(item)) repeated.add(hashes[item]);
+  for (Monitor::Blocks blocks(monitor, hashes.size()); blocks.next();)
+    for (std::uint32_t item = blocks.begin(), end = blocks.end(); item < end; ++item)
+      if (takesPart(item)) repeated.add(hashes[item]);
   Buffer<std::uint32_t> candidates;
-  for (std::uint32_t item = 0; item < hashes.size(); ++item)
-    if (takesPart(item) && repeated.mayRepeat(hashes[item])) candidates.push_back(item);
+  for (Monitor::Blocks blocks(monitor, hashes.size()); blocks.next();)
+    for (std::uint32_t item = blocks.begin(), end = blocks.end(); item < end; ++item)
+      if (takesPart(item) && repeated.mayRepeat(hashes[item])) candidates.push_back(item);
 
   std::vector<Pair> pairs;
-  FaceBuckets buckets(candidates, hashes);
+  FaceBuckets buckets(candidates, hashes, monitor);
   std::size_t begin = 0;
   for (const std::uint32_t end : buckets.ends()) {
     const auto bucket = buckets.faces().subspan(begin, end - begin);
     begin = end;
+    if (monitor) monitor->tick(bucket.size());
     if (bucket.size() < 2) continue;
     prepare(bucket);
-    std::stable_sort(bucket.begin(), bucket.end(), less);  // equal ones stay ascending
+    std::stable_sort(bucket.begin(), bucket.end(), [&](std::uint32_t a, std::uint32_t b) {  // equal ones stay ascending
+      if (monitor) monitor->tick();
+      return less(a, b);
+    });
     for (std::size_t first = 0, i = 1; i < bucket.size(); ++i) {
       if (less(bucket[first], bucket[i]))
         first = i;
@@ -43,7 +51,10 @@ std::vector<Pair> pairEqual(const Buffer<std::uint32_t>& hashes, TakesPart takes
         pairs.push_back({bucket[first], bucket[i]});
     }
   }
-  std::ranges::sort(pairs);
+  std::ranges::sort(pairs, [monitor](const Pair& a, const Pair& b) {
+    if (monitor) monitor->tick();
+    return a < b;
+  });
   return pairs;
 }
 
@@ -90,23 +101,26 @@ void checkPlaces(const CheckedMesh& mesh, facetbox::Defects& defects) {
       [&](std::uint32_t a, std::uint32_t b) {
         const Vec3 p = mesh.point(a), q = mesh.point(b);
         return std::tie(p.x, p.y, p.z) < std::tie(q.x, q.y, q.z);
-      });
+      },
+      mesh.monitor());
 }
 
 void checkRepeats(const CheckedMesh& mesh, facetbox::Defects& defects) {
   RepeatedVisits repeatedVisits(mesh.vertexCount());
   Buffer<std::uint32_t> hashes(mesh.faceCount());
   const auto isCompared = [&](std::uint32_t face) { return !mesh.isLeftOut(face) && !mesh.isHole(face); };
-  for (std::uint32_t face = 0; face < mesh.faceCount(); ++face) {
-    if (mesh.isLeftOut(face)) continue;
-    const auto corners = mesh.corners(face);
-    if (repeatedVisits.anyIn(face, corners)) defects.repeatedCorners.push_back(face);
-    if (isCompared(face)) hashes[face] = faceHash(corners);
-  }
+  for (Monitor::Blocks blocks(mesh.monitor(), mesh.faceCount()); blocks.next();)
+    for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
+      if (mesh.isLeftOut(face)) continue;
+      const auto corners = mesh.corners(face);
+      if (repeatedVisits.anyIn(face, corners)) defects.repeatedCorners.push_back(face);
+      if (isCompared(face)) hashes[face] = faceHash(corners);
+    }
   CanonicalForms forms(mesh);
   defects.doubleFaces = pairEqual(
       hashes, isCompared, [&](std::span<const std::uint32_t> faces) { forms.prepare(faces); },
-      [&](std::uint32_t a, std::uint32_t b) { return std::ranges::lexicographical_compare(forms.of(a), forms.of(b)); });
+      [&](std::uint32_t a, std::uint32_t b) { return std::ranges::lexicographical_compare(forms.of(a), forms.of(b)); },
+      mesh.monitor());
 }
 
 }  // namespace util

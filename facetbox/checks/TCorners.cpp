@@ -67,6 +67,7 @@ struct LongEdges {
     edges.reserve(openEdges.size());
     boxes.reserve(openEdges.size());
     for (std::uint32_t i = 0; i < openEdges.size(); ++i) {
+      if (mesh.monitor()) mesh.monitor()->tick();
       const Vec3 &a = mesh.local(openEdges[i][0]), &b = mesh.local(openEdges[i][1]);
       if (!(length(b - a) > 2 * tolerance)) continue;
       edges.push_back(i);
@@ -93,9 +94,13 @@ class Search {
   bool run(std::size_t limit, std::vector<TCorner>& found) {
     if (mLong.edges.empty()) return true;
     const BoxJoin vertices = sortVertices();
+    look();
     const BoxJoin edges = sortEdges();
+    look();
     bool isComplete = true;
-    const auto look = [&](const Pair& ends, std::size_t vertex) {
+    Monitor* const monitor = mMesh.monitor();
+    const auto lookAt = [&](const Pair& ends, std::size_t vertex) {
+      if (monitor) monitor->tick();
       const std::uint32_t v = mVertices[vertex];
       if (v == ends[0] || v == ends[1]) return true;  // most are: not a look at their coordinates
       if (!isInside(mMesh.local(v), mMesh.local(ends[0]), mMesh.local(ends[1]), mTolerance)) return true;
@@ -103,15 +108,20 @@ class Search {
       if (isComplete) found.push_back({ends, v});
       return isComplete;
     };
-    edges.forEachPair(vertices, [&](std::size_t edge, std::size_t vertex) { return look(mEdges[edge], vertex); });
+    edges.forEachPair(vertices, [&](std::size_t edge, std::size_t vertex) { return lookAt(mEdges[edge], vertex); });
     for (std::size_t i = 0; i < mSlantingEdges.size() && isComplete; ++i) {
       const Pair& ends = mSlantingEdges[i];
-      vertices.forEachMeeting(segmentOf(ends), [&](std::size_t vertex) { return look(ends, vertex); });
+      if (monitor) monitor->tick();
+      vertices.forEachMeeting(segmentOf(ends), [&](std::size_t vertex) { return lookAt(ends, vertex); });
     }
     return addOthersAtPlaces(limit, found) && isComplete;
   }
 
  private:
+  void look() const {
+    if (mMesh.monitor()) mMesh.monitor()->look();
+  }
+
   BoxJoin sortVertices() {
     Buffer<std::uint32_t> vertices;
     Buffer<GridBox> boxes;
@@ -119,6 +129,7 @@ class Search {
     boxes.reserve(mMesh.vertexCount());
     const GridBox& around = mLong.around;
     for (std::uint32_t vertex = 0; vertex < mMesh.vertexCount(); ++vertex) {
+      if (mMesh.monitor()) mMesh.monitor()->tick();
       if (!mMesh.isUsed(vertex) || mLowest[vertex] != vertex) continue;
       const Vec3& p = mMesh.local(vertex);
       const std::int32_t x = placeOf(p.x), y = placeOf(p.y), z = placeOf(p.z);
@@ -128,7 +139,9 @@ class Search {
       vertices.push_back(vertex);
       boxes.push_back({{x, y, z}, {x, y, z}});
     }
+    look();
     const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
+    look();
     mVertices.resize(vertices.size());
     for (std::size_t i = 0; i < order.size(); ++i) mVertices[i] = vertices[order[i]];
     return BoxJoin(boxes, order);
@@ -140,10 +153,13 @@ class Search {
     Buffer<std::uint32_t> ranks(mMesh.vertexCount()), ends(mVertices.size() + 1, 0);
     for (std::uint32_t i = 0; i < mVertices.size(); ++i) ranks[mVertices[i]] = i;
     const auto rankOf = [&](std::uint32_t edge) { return ranks[mLowest[mDefects.openEdges[edge][0]]]; };
+    look();
     for (const std::uint32_t edge : mLong.edges) ++ends[rankOf(edge) + 1];
+    look();
     for (std::size_t i = 1; i < ends.size(); ++i) ends[i] += ends[i - 1];
     Buffer<std::uint32_t> order(mLong.edges.size());
     for (std::uint32_t i = 0; i < order.size(); ++i) order[ends[rankOf(mLong.edges[i])]++] = i;
+    look();
     mEdges.reserve(order.size());
     std::size_t kept = 0;
     for (const std::uint32_t edge : order) {
@@ -152,6 +168,7 @@ class Search {
       if (!isSlanting) order[kept++] = edge;
     }
     order.resize(kept);
+    look();
     return BoxJoin(mLong.boxes, order);
   }
 
@@ -206,7 +223,10 @@ void checkTCorners(const CheckedMesh& mesh, const facetbox::CheckOptions& option
   const double tolerance = options.tCornerDistance ? mesh.toLocal(std::max(0.0, *options.tCornerDistance))
                                                    : kTolerancePart * mesh.localDiagonal();
   defects.areTCornersComplete = Search(mesh, defects, tolerance).run(options.mostListed, defects.tCorners);
-  std::ranges::sort(defects.tCorners, {}, [](const TCorner& t) { return std::tie(t.edge, t.vertex); });
+  std::ranges::sort(defects.tCorners, [monitor = mesh.monitor()](const TCorner& a, const TCorner& b) {
+    if (monitor) monitor->tick();
+    return std::tie(a.edge, a.vertex) < std::tie(b.edge, b.vertex);
+  });
 }
 
 }  // namespace util

@@ -46,7 +46,7 @@ Buffer<GridPoint> evenGrid(const FaceTriangles& in) {
 }
 
 /// Ranks instead of distances: apart where coordinates are, however close.
-Buffer<GridPoint> gridOfRanks(const FaceTriangles& in) {
+Buffer<GridPoint> gridOfRanks(const FaceTriangles& in, Monitor* monitor) {
   const std::size_t vertexCount = in.points.size() / 3;
   Buffer<GridPoint> grid(vertexCount);
   Buffer<std::uint32_t> order(vertexCount);
@@ -54,7 +54,10 @@ Buffer<GridPoint> gridOfRanks(const FaceTriangles& in) {
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const auto coordinate = [&](std::uint32_t v) { return in.points[3 * std::size_t{v} + axis]; };
     for (std::size_t v = 0; v < vertexCount; ++v) order[v] = static_cast<std::uint32_t>(v);
-    std::ranges::sort(order, {}, coordinate);
+    std::ranges::sort(order, [&](std::uint32_t a, std::uint32_t b) {
+      if (monitor) monitor->tick();
+      return coordinate(a) < coordinate(b);
+    });
     std::size_t rank = 0;
     for (std::size_t i = 0; i < vertexCount; ++i) {
       if (i != 0 && coordinate(order[i]) != coordinate(order[i - 1])) rank = i;
@@ -93,13 +96,17 @@ bool isTooCoarse(const Buffer<GridBox>& boxes) {
 
 class Search {
  public:
-  Search(const FaceTriangles& in, std::size_t limit) : mIn(in), mLimit(limit) {}
+  Search(const FaceTriangles& in, std::size_t limit, Monitor* monitor) : mIn(in), mLimit(limit), mMonitor(monitor) {}
 
   SelfIntersections run() {
     Buffer<GridBox> boxes = boxesOn(evenGrid(mIn), mIn);
-    if (isTooCoarse(boxes)) boxes = boxesOn(gridOfRanks(mIn), mIn);
+    look();
+    if (isTooCoarse(boxes)) boxes = boxesOn(gridOfRanks(mIn, mMonitor), mIn);
+    look();
     const Buffer<std::uint32_t> order = BoxJoin::orderOnCurve(boxes);
+    look();
     const BoxJoin join(boxes, order);
+    look();
     boxes = {};
     mTriangles.resize(order.size());
     constexpr std::size_t kAhead = 16;  // corners lie anywhere in memory
@@ -108,7 +115,11 @@ class Search {
       if (i + kAhead / 2 < order.size()) prefetchPoints(order[i + kAhead / 2]);
       mTriangles[i] = triangleOf(order[i]);
     }
-    join.forEachPair([this](std::size_t a, std::size_t b) { return testPair(mTriangles[a], mTriangles[b]); });
+    look();
+    join.forEachPair([this](std::size_t a, std::size_t b) {
+      if (mMonitor) mMonitor->tick();
+      return testPair(mTriangles[a], mTriangles[b]);
+    });
     shorten();
     return std::move(mResult);
   }
@@ -118,6 +129,10 @@ class Search {
     NumberedTriangle shape;
     std::uint32_t face;
   };
+
+  void look() const {
+    if (mMonitor) mMonitor->look();
+  }
 
   void prefetchPoints(std::uint32_t number) const {
     for (std::size_t i = 0; i < 3; ++i)
@@ -154,7 +169,10 @@ class Search {
 
   /// Each pair once, no more than the limit.
   void shorten() {
-    std::ranges::sort(mResult.pairs);
+    std::ranges::sort(mResult.pairs, [this](const auto& a, const auto& b) {
+      if (mMonitor) mMonitor->tick();
+      return a < b;
+    });
     mResult.pairs.erase(std::unique(mResult.pairs.begin(), mResult.pairs.end()), mResult.pairs.end());
     if (mResult.pairs.size() <= mLimit) return;
     mResult.pairs.resize(mLimit);
@@ -165,6 +183,7 @@ class Search {
 
   const FaceTriangles& mIn;
   const std::size_t mLimit;
+  Monitor* const mMonitor;
   std::size_t mShortenAt = kGrowth;  // pairs that may come before the next look at the limit
   Buffer<Triangle> mTriangles;       // in the order of the boxes
   SelfIntersections mResult;
@@ -172,8 +191,8 @@ class Search {
 
 }  // namespace
 
-SelfIntersections findSelfIntersections(const FaceTriangles& triangles, std::size_t limit) {
-  return Search(triangles, limit).run();
+SelfIntersections findSelfIntersections(const FaceTriangles& triangles, std::size_t limit, Monitor* monitor) {
+  return Search(triangles, limit, monitor).run();
 }
 
 }  // namespace util

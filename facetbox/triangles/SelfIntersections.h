@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include <facetbox/base/Monitor.h>
+
 namespace util {
 
 /// Triangles, and the faces that they are parts of.
@@ -25,8 +27,9 @@ struct SelfIntersections {
 };
 
 /// The pairs of different faces whose triangles meet elsewhere than in what they share (see meetElsewhere()).
-/// @param limit  of pairs; where there are more, that many of them are returned, the same ones each time
+/// @param limit    of pairs; where there are more, that many of them are returned, the same ones each time
+/// @param monitor  may be null
 /// O(n log n) and the pairs of triangles whose boxes meet.
-SelfIntersections findSelfIntersections(const FaceTriangles& triangles, std::size_t limit);
+SelfIntersections findSelfIntersections(const FaceTriangles& triangles, std::size_t limit, Monitor* monitor = nullptr);
 
 }  // namespace util
