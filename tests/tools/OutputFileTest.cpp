@@ -1,4 +1,8 @@
+#include <csignal>
+#include <cstdio>
+
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "ToolTestSupport.h"
 
@@ -20,6 +24,26 @@ TEST(OutputFile, failureLeavesNothingBehindAndTheOldFileAsItWas) {
   EXPECT_EQ(run.mExitCode, kExitFailure);
   EXPECT_EQ(readText(folder.path("out.obj")), "old");
   EXPECT_THAT(folder.files(), UnorderedElementsAre("in.obj", "out.obj"));
+}
+
+TEST(OutputFile, aSignalLeavesNothingBehind) {
+  const TestFolder folder;
+  std::string text;
+  for (int i = 0; i < 40000; ++i) text += kTetrahedron;
+  const std::string model = folder.write("in.obj", text);
+  const pid_t child = fork();
+  if (child == 0) {
+    if (!std::freopen("/dev/null", "w", stdout) || !std::freopen("/dev/null", "w", stderr)) _exit(1);
+    execl(FACETBOX_PROGRAM, "facetbox", "clean", model.c_str(), "-o", folder.path("out.obj").c_str(), nullptr);
+    _exit(1);
+  }
+  // The file that is being written has a name of its own.
+  while (folder.files().size() == 1 && waitpid(child, nullptr, WNOHANG) == 0) usleep(100);
+  EXPECT_EQ(kill(child, SIGTERM), 0) << "it was done before it could be stopped";
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_THAT(folder.files(), ElementsAre("in.obj"));
 }
 
 }  // namespace
