@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <facetbox/io/CityJsonReader.h>
 #include <facetbox/io/GltfReader.h>
 #include <facetbox/io/ImportedModel.h>
 #include <facetbox/io/InputFile.h>
@@ -29,6 +30,8 @@ Model parse(std::string_view bytes, Format format, ReadContext& context) {
       return parseOff(bytes, context);
     case Format::stl:
       return parseStl(bytes, context);
+    case Format::cityJson:
+      return parseCityJson(bytes, context);
     default:
       context.fail(fmt::format("{} cannot be read", nameOf(format)));
   }
@@ -56,8 +59,7 @@ Model finished(Model model, ReadContext& context) {
 Model readModel(const std::filesystem::path& path, const ReadOptions& options) {
   const std::optional<Format> format = options.format ? options.format : formatOf(path);
   ReadContext context(path.string(), path.parent_path(), options);
-  const bool isOurs = format && *format != Format::cityJson;
-  if (!isOurs) return finished(importModel(path, context), context);
+  if (!format) return finished(importModel(path, context), context);
   util::Buffer<char> bytes = readBytes(path);
   context.whenBytesAreRead([&bytes] { util::Buffer<char>().swap(bytes); });
   Model model = parse({bytes.data(), bytes.size()}, *format, context);

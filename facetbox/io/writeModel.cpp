@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/io/CityJsonWriter.h>
 #include <facetbox/io/GltfWriter.h>
 #include <facetbox/io/ObjWriter.h>
 #include <facetbox/io/OffWriter.h>
@@ -35,6 +36,9 @@ void write(const Model& model, Format format, WriteContext& context) {
     case Format::gltf:
     case Format::glb:
       writeGltf(model, format == Format::glb, context);
+      break;
+    case Format::cityJson:
+      writeCityJson(model, context);
       break;
     default:
       throw WriteError(fmt::format("{} cannot be written", nameOf(format)));

@@ -60,6 +60,18 @@ const std::string kObj =
     "o a\nv 0 0 0\nv 1 0 0 1 0 0\nv 0 12 0\nvt 0.5 1e-3\nvt 1 1\nusemtl m\ng x y\nf 1/1 2/2 \\\n-1/-1\nf 1/1/1 2//1 3\n"
     "f 3 2 1\n# facetbox:holes 1 2\n";
 
+const std::string kCityJson =
+    R"({"type":"CityJSON","version":"1.1","transform":{"scale":[0.5,1,1e-3],"translate":[7,-2,0]},"CityObjects":{
+"a\u00e4/~":{"type":"Building","attributes":{"x":[{},[],null,true,"]"]},"geometry":[{"type":"Solid","lod":"2.2",
+"boundaries":[[[[0,1,2,3],[0,2,1]],[[3,2,1]]],[[[0,1,3]]]],"semantics":{"surfaces":[{"type":"RoofSurface"},
+{"type":"WallSurface","parent":0}],"values":[[0,null],null]},"material":{"m":{"values":[[0,null],[0]]}},
+"texture":{"t":{"values":[[[[0,0,1,0,1],[null]],[[0,1,1,1]]],null]}}},{"type":"MultiPoint","lod":"0",
+"boundaries":[0]}]},"b":{"type":"Road","geometry":[{"type":"MultiSurface","lod":"1","boundaries":[[[2,1,0]]],
+"material":{"m":{"value":0}}}]}},"vertices":[[0,0,0],[1,0,0],[1,1,0],[-9,1,123]],"appearance":{"materials":[
+{"name":"n","diffuseColor":[0,0.5,1],"transparency":0.5}],"textures":[{"type":"PNG","image":"../i.png"}],
+"vertices-texture":[[0,0],[1,0.5]]}}
+)";
+
 std::vector<Sample> samples() {
   return {
       // Lines may end anywhere, but not within.
@@ -81,6 +93,11 @@ std::vector<Sample> samples() {
       {"Stl", Format::stl, kTextStl, kTextStl.size() - 3, false},
       {"StlBytes", Format::stl, binaryStl(2), binaryStl(2).size(), true,
        [](std::uint64_t count) { return binaryStl(static_cast<std::uint32_t>(count - 1)); }},
+      {"CityJson", Format::cityJson, kCityJson, kCityJson.size() - 1, true,
+       [](std::uint64_t count) {
+         std::string text = kCityJson;
+         return text.replace(text.find("[3,2,1]") + 1, 1, std::to_string(count));
+       }},
   };
 }
 
