@@ -44,7 +44,9 @@ JoinedObjects::JoinedObjects(const Model& model, Notes& notes) {
     mParts.push_back({&object, mesh, static_cast<std::uint32_t>(mVertexCount)});
     mParts.back().pairOfVertex = pairsOfVertices(*mesh);
     mVertexCount += mesh->points.size() / 3;
-    mFaceCount += mesh->counts.size();
+    const auto withoutCorners = static_cast<std::uint64_t>(std::ranges::count(mesh->counts, 0U));
+    notes.add("faces without corners", withoutCorners);
+    mFaceCount += mesh->counts.size() - withoutCorners;
     if (mVertexCount >= kNone || mFaceCount >= kNone) throw std::length_error("more than 2^32 - 2 vertices or faces");
   }
   if (model.objects.size() > 1) notes.add("limits between objects", model.objects.size());

@@ -29,6 +29,7 @@ class JoinedObjects {
 
   const std::vector<Part>& parts() const { return mParts; }
   std::uint64_t vertexCount() const { return mVertexCount; }
+  /// Without faces that have no corners: these are noted, and not to be written.
   std::uint64_t faceCount() const { return mFaceCount; }
 
   bool hasTexCoords() const;

@@ -54,6 +54,7 @@ OffMesh::Complaint OffMesh::addCorner(std::uint64_t vertex) {
 }
 
 OffMesh::Complaint OffMesh::endFace(const OffColor& color) {
+  if (mesh().indices.size() == mFirstCorner) return fmt::format("face {} has no vertices", mesh().counts.size());
   mesh().counts.push_back(static_cast<std::uint32_t>(mesh().indices.size() - mFirstCorner));
   mFirstCorner = mesh().indices.size();
   if (color.size == 1) ++mColorNumbers;
@@ -67,8 +68,6 @@ OffMesh::Complaint OffMesh::endFace(const OffColor& color) {
 
 Model OffMesh::finish(ReadContext& context) {
   if (mLayout.hasTexCoord) mesh().texIndices = mesh().indices;  // a pair per vertex
-  if (mesh().indices.empty())
-    context.notes().add("texture coordinates without corners", std::exchange(mesh().texCoords, {}).size() / 2);
   mModel.objects.front().colors = mVertexColors.finish();
   if (mLayout.hasNormal) context.notes().add("vertex normals", mVertexCount);
   context.notes().add("weights of vertices, after dividing by them", mWeights);

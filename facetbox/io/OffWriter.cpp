@@ -106,6 +106,7 @@ class Writer {
     const PolyMesh& mesh = *part.mesh;
     std::size_t corner = 0;
     for (std::size_t face = 0; face < mesh.counts.size(); ++face) {
+      if (mesh.counts[face] == 0) continue;
       mOutput.number(mesh.counts[face]);
       for (const std::size_t end = corner + mesh.counts[face]; corner < end; ++corner) {
         mOutput.letter(' ');

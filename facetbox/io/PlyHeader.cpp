@@ -224,6 +224,21 @@ class HeaderParser {
       assign(vertex, names.mV, false, PlyRole::kV);
       break;
     }
+    assignColors(vertex);
+  }
+
+  // All of red, green and blue, or none.
+  void assignColors(PlyElement& vertex) {
+    constexpr std::array<std::string_view, 4> kColors = {"red", "green", "blue", "alpha"};
+    const auto isColor = [&](std::string_view name) {
+      return std::ranges::any_of(vertex.mProperties, [&](const PlyProperty& p) {
+        return p.mName == name && !p.mIsList && fullColorOf(p.mType) > 0;
+      });
+    };
+    if (!std::all_of(kColors.begin(), kColors.begin() + 3, isColor)) return;
+    for (std::size_t i = 0; i < kColors.size(); ++i)
+      if (isColor(kColors[i]))
+        assign(vertex, kColors[i], false, static_cast<PlyRole>(static_cast<std::size_t>(PlyRole::kRed) + i));
   }
 
   const std::string_view mText;
@@ -241,6 +256,20 @@ class HeaderParser {
 std::size_t sizeOf(PlyType type) {
   constexpr std::array<std::size_t, 8> kSizes = {1, 1, 2, 2, 4, 4, 4, 8};
   return kSizes[static_cast<std::size_t>(type)];
+}
+
+double fullColorOf(PlyType type) {
+  switch (type) {
+    case PlyType::kUint8:
+      return std::numeric_limits<std::uint8_t>::max();
+    case PlyType::kUint16:
+      return std::numeric_limits<std::uint16_t>::max();
+    case PlyType::kFloat32:
+    case PlyType::kFloat64:
+      return 1;
+    default:
+      return 0;
+  }
 }
 
 bool PlyElement::has(PlyRole role) const {

@@ -13,8 +13,11 @@ enum class PlyType : std::uint8_t { kInt8, kUint8, kInt16, kUint16, kInt32, kUin
 
 std::size_t sizeOf(PlyType type);
 
-/// What a property is read as. The first five are columns of numbers, in this order.
-enum class PlyRole : std::uint8_t { kX, kY, kZ, kU, kV, kIndices, kTexCoords, kIgnored };
+/// What a property is read as. Those before the lists are columns of numbers, in this order.
+enum class PlyRole : std::uint8_t { kX, kY, kZ, kU, kV, kRed, kGreen, kBlue, kAlpha, kIndices, kTexCoords, kIgnored };
+
+/// Which number of a type is the full color. 0: colors are not of this type.
+double fullColorOf(PlyType type);
 
 struct PlyProperty {
   std::string_view mName;

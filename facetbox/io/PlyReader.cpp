@@ -3,211 +3,18 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <charconv>
 #include <cmath>
-#include <cstdlib>
-#include <cstring>
+#include <span>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/io/PlyHeader.h>
+#include <facetbox/io/PlySources.h>
 
 namespace facetbox {
 namespace {
-
-constexpr const char* kCutShort = "the file ends before all that its header declares: it is cut short";
-
-// Calls f with a zero of the type.
-template <typename F>
-auto withType(PlyType type, F&& f) {
-  switch (type) {
-    case PlyType::kInt8:
-      return f(std::int8_t{});
-    case PlyType::kUint8:
-      return f(std::uint8_t{});
-    case PlyType::kInt16:
-      return f(std::int16_t{});
-    case PlyType::kUint16:
-      return f(std::uint16_t{});
-    case PlyType::kInt32:
-      return f(std::int32_t{});
-    case PlyType::kUint32:
-      return f(std::uint32_t{});
-    case PlyType::kFloat32:
-      return f(float{});
-    case PlyType::kFloat64:
-      break;
-  }
-  return f(double{});
-}
-
-// The values of the elements as text, a line each.
-class AsciiSource {
- public:
-  static constexpr bool kIsBinary = false;
-
-  AsciiSource(std::string_view text, const PlyHeader& header, const std::string& name)
-      : mAt(text.data() + header.mBytes), mEnd(text.data() + text.size()), mLine(header.mLines + 1), mName(name) {}
-
-  [[noreturn]] void fail(const std::string& what) const {
-    throw ReadError(fmt::format("{}:{}: {}", mName, mLine, what));
-  }
-
-  /// Fails where the last value was, which took that many bytes.
-  [[noreturn]] void failBehind(std::size_t, const std::string& what) const { fail(what); }
-
-  /// A digit and what follows it.
-  static std::size_t leastBytes(PlyType) { return 2; }
-  std::size_t remaining() const { return static_cast<std::size_t>(mEnd - mAt); }
-
-  void startRow() {
-    skipBlankLines();
-    if (mAt == mEnd) fail(kCutShort);
-  }
-  void endRow() {
-    skipBlanks();
-    if (mAt == mEnd) return;
-    if (*mAt != '\n') fail(fmt::format("{} is more than the header declares for this line", quotedToken()));
-    ++mAt;
-    ++mLine;
-  }
-  void finish() {
-    skipBlankLines();
-    if (mAt < mEnd) fail(fmt::format("{} comes after all that the header declares", quotedToken()));
-  }
-
-  double number(PlyType) {
-    const char* const start = startToken();
-    double value = 0;
-    const auto [next, error] = std::from_chars(start, mEnd, value);
-    if (error == std::errc::invalid_argument || !isTokenEnd(next))
-      fail(fmt::format("{} is not a number", quotedToken()));
-    // Too small becomes zero, too large is not finite.
-    if (error == std::errc::result_out_of_range) value = std::strtod(std::string(start, next).c_str(), nullptr);
-    if (!std::isfinite(value)) fail(fmt::format("{} is not a finite number", quotedToken()));
-    endToken(next);
-    return value;
-  }
-
-  std::int64_t integer(PlyType) {
-    const char* const start = startToken();
-    std::int64_t value = 0;
-    const auto [next, error] = std::from_chars(start, mEnd, value);
-    if (error == std::errc::result_out_of_range) fail(fmt::format("{} is out of range", quotedToken()));
-    if (error != std::errc() || !isTokenEnd(next)) fail(fmt::format("{} is not an integer", quotedToken()));
-    endToken(next);
-    return value;
-  }
-
-  void skip(PlyType) {
-    const char* end = startToken();
-    while (!isTokenEnd(end)) ++end;
-    endToken(end);
-  }
-  void skip(PlyType type, std::uint64_t count) {
-    for (std::uint64_t i = 0; i < count; ++i) skip(type);
-  }
-
- private:
-  static bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
-  bool isTokenEnd(const char* p) const { return p == mEnd || isBlank(*p) || *p == '\n'; }
-
-  void skipBlanks() {
-    while (mAt < mEnd && isBlank(*mAt)) ++mAt;
-  }
-  void skipBlankLines() {
-    for (skipBlanks(); mAt < mEnd && *mAt == '\n'; skipBlanks()) {
-      ++mAt;
-      ++mLine;
-    }
-  }
-
-  std::string quotedToken() const {
-    const char* end = mAt;
-    while (!isTokenEnd(end)) ++end;
-    return quotedPlyText({mAt, static_cast<std::size_t>(end - mAt)});
-  }
-
-  // Where the next value of the line begins, behind a plus sign.
-  const char* startToken() {
-    skipBlanks();
-    if (mAt == mEnd) fail(kCutShort);
-    if (*mAt == '\n') fail("the line has fewer values than the header and its own counts say");
-    return *mAt == '+' && mAt + 1 < mEnd && mAt[1] != '-' ? mAt + 1 : mAt;
-  }
-  void endToken(const char* end) {
-    if (end == mEnd) fail("the file ends right behind a digit, so it may be cut short; if it is whole, add a line end");
-    mAt = end;
-  }
-
-  const char* mAt;
-  const char* mEnd;
-  std::size_t mLine;
-  const std::string& mName;
-};
-
-// The values of the elements as bytes, of the other order than this machine's if kSwap.
-template <bool kSwap>
-class BinarySource {
- public:
-  static constexpr bool kIsBinary = true;
-
-  BinarySource(std::string_view text, const PlyHeader& header, const std::string& name)
-      : mBegin(text.data()), mAt(mBegin + header.mBytes), mEnd(mBegin + text.size()), mName(name) {}
-
-  [[noreturn]] void fail(const std::string& what) const { failAt(mAt, what); }
-  [[noreturn]] void failAt(const char* at, const std::string& what) const {
-    throw ReadError(fmt::format("{}: byte {}: {}", mName, at - mBegin, what));
-  }
-
-  [[noreturn]] void failBehind(std::size_t bytes, const std::string& what) const { failAt(mAt - bytes, what); }
-
-  static std::size_t leastBytes(PlyType type) { return sizeOf(type); }
-  std::size_t remaining() const { return static_cast<std::size_t>(mEnd - mAt); }
-
-  void startRow() {}
-  void endRow() {}
-  void finish() {
-    if (mAt < mEnd) fail(fmt::format("{} more bytes come after all that the header declares", remaining()));
-  }
-
-  double number(PlyType type) {
-    const char* const start = take(sizeOf(type));
-    const double value = withType(type, [&](auto zero) { return static_cast<double>(load<decltype(zero)>(start)); });
-    if (!std::isfinite(value)) failAt(start, "this number is not finite");
-    return value;
-  }
-  // Not called for floats.
-  std::int64_t integer(PlyType type) {
-    const char* const start = take(sizeOf(type));
-    return withType(type, [&](auto zero) { return static_cast<std::int64_t>(load<decltype(zero)>(start)); });
-  }
-  void skip(PlyType type) { take(sizeOf(type)); }
-  void skip(PlyType type, std::uint64_t count) { take(sizeOf(type) * count); }
-
-  /// The value at p.
-  template <typename T>
-  static T load(const char* p) {
-    std::array<char, sizeof(T)> bytes;
-    std::memcpy(bytes.data(), p, sizeof(T));
-    if constexpr (kSwap) std::reverse(bytes.begin(), bytes.end());
-    return std::bit_cast<T>(bytes);
-  }
-
-  /// Goes on by that many bytes. They must be there.
-  const char* take(std::size_t bytes) {
-    if (bytes > remaining()) fail(kCutShort);
-    return std::exchange(mAt, mAt + bytes);
-  }
-
- private:
-  const char* mBegin;
-  const char* mAt;
-  const char* mEnd;
-  const std::string& mName;
-};
 
 template <typename Source>
 class Reader {
@@ -222,8 +29,9 @@ class Reader {
       mMesh.texIndices.clear();
     else if (mMesh.texIndices.empty())
       mMesh.texIndices = mMesh.indices;  // a pair per vertex
+    checkColors();
     Model model;
-    model.objects.push_back({.mesh = std::move(mMesh)});
+    model.objects.push_back({.mesh = std::move(mMesh), .colors = std::move(mColors)});
     return model;
   }
 
@@ -293,66 +101,100 @@ class Reader {
     util::adviseLargePages(values.data(), count * sizeof(T));
   }
 
-  void readVertices(const PlyElement& element) {
-    reserve(mMesh.points, element.mCount * 3);
-    mMesh.points.resize(element.mCount * 3);
-    if (element.has(PlyRole::kU)) mMesh.texCoords.resize(element.mCount * 2);
-    if constexpr (Source::kIsBinary) {
-      if (std::ranges::none_of(element.mProperties, &PlyProperty::mIsList)) return readColumns(element);
-    }
-    for (std::uint64_t i = 0; i < element.mCount; ++i) {
-      mContext.poll();
-      mSource.startRow();
-      for (const PlyProperty& property : element.mProperties) {
-        if (property.mRole == PlyRole::kIgnored)
-          skipProperty(property);
-        else
-          *column(property.mRole, i).mTo = mSource.number(property.mType);
-      }
-      mSource.endRow();
-    }
-  }
+  // Vertices before they are appended; few enough to stay in the cache.
+  struct Block {
+    static constexpr std::size_t kSize = 512;
 
-  // Where the values of a role go, from vertex `first` on.
-  struct Column {
-    double* mTo;
-    std::size_t mStep;
+    std::array<double, 3 * kSize> points;
+    std::array<double, 2 * kSize> pairs;
+    std::array<float, 4 * kSize> colors;
   };
-  Column column(PlyRole role, std::size_t first) {
-    const auto index = static_cast<std::size_t>(role);
-    return index < 3 ? Column{mMesh.points.data() + first * 3 + index, 3}
-                     : Column{mMesh.texCoords.data() + first * 2 + index - 3, 2};
+
+  void readVertices(const PlyElement& element) {
+    mHasPairs = element.has(PlyRole::kU);
+    mHasColors = element.has(PlyRole::kRed);
+    reserve(mMesh.points, element.mCount * 3);
+    if (mHasPairs) reserve(mMesh.texCoords, element.mCount * 2);
+    if (mHasColors) reserve(mColors, element.mCount * 4);
+    mBlock.colors.fill(1);
+    const bool isInColumns = Source::kIsBinary && std::ranges::none_of(element.mProperties, &PlyProperty::mIsList);
+    const std::size_t size = isInColumns ? Block::kSize : 1;
+    for (std::uint64_t first = 0; first < element.mCount; first += size) {
+      const std::size_t count = std::min<std::size_t>(size, element.mCount - first);
+      mContext.poll();
+      if constexpr (Source::kIsBinary) {
+        if (isInColumns) readColumns(element, count);
+      }
+      if (!isInColumns) readRow(element);
+      mMesh.points.insert(mMesh.points.end(), mBlock.points.data(), mBlock.points.data() + 3 * count);
+      if (mHasPairs)
+        mMesh.texCoords.insert(mMesh.texCoords.end(), mBlock.pairs.data(), mBlock.pairs.data() + 2 * count);
+      if (mHasColors) mColors.insert(mColors.end(), mBlock.colors.data(), mBlock.colors.data() + 4 * count);
+    }
   }
 
-  // Vertices of one size each: column by column, in blocks that stay in the cache.
-  void readColumns(const PlyElement& element) {
-    constexpr std::size_t kBlock = 512;
+  // Calls f with where the values of a role go in the block, how far apart they are, and what is done to them.
+  template <typename F>
+  void withColumn(const PlyProperty& property, F&& f) {
+    const auto role = static_cast<std::size_t>(property.mRole);
+    constexpr auto kFirstPair = static_cast<std::size_t>(PlyRole::kU);
+    constexpr auto kFirstColor = static_cast<std::size_t>(PlyRole::kRed);
+    constexpr auto kSame = [](double value) { return value; };
+    if (role < kFirstPair)
+      f(mBlock.points.data() + role, 3, kSame);
+    else if (role < kFirstColor)
+      f(mBlock.pairs.data() + role - kFirstPair, 2, kSame);
+    else
+      f(mBlock.colors.data() + role - kFirstColor, 4,
+        [full = fullColorOf(property.mType)](double value) { return static_cast<float>(value / full); });
+  }
+
+  void readRow(const PlyElement& element) {
+    mSource.startRow();
+    for (const PlyProperty& property : element.mProperties) {
+      if (property.mRole == PlyRole::kIgnored)
+        skipProperty(property);
+      else
+        withColumn(property,
+                   [&](auto* to, std::size_t, auto convert) { *to = convert(mSource.number(property.mType)); });
+    }
+    mSource.endRow();
+  }
+
+  // Vertices of one size each, column by column.
+  void readColumns(const PlyElement& element, std::size_t count) {
     std::size_t stride = 0;
     for (const PlyProperty& property : element.mProperties) stride += sizeOf(property.mType);
-    for (std::size_t first = 0; first < element.mCount; first += kBlock) {
-      const std::size_t count = std::min<std::size_t>(kBlock, element.mCount - first);
-      mContext.poll();
-      const char* from = mSource.take(count * stride);
-      for (const PlyProperty& property : element.mProperties) {
-        if (property.mRole != PlyRole::kIgnored)
-          withType(property.mType,
-                   [&](auto zero) { readColumn<decltype(zero)>(from, stride, count, column(property.mRole, first)); });
-        from += sizeOf(property.mType);
-      }
+    const char* from = mSource.take(count * stride);
+    for (const PlyProperty& property : element.mProperties) {
+      if (property.mRole != PlyRole::kIgnored)
+        withType(property.mType, [&](auto zero) {
+          withColumn(property, [&](auto* to, std::size_t step, auto convert) {
+            readColumn<decltype(zero)>(from, stride, count, to, step, convert);
+          });
+        });
+      from += sizeOf(property.mType);
     }
   }
 
-  template <typename T>
-  void readColumn(const char* from, std::size_t stride, std::size_t count, Column column) {
+  template <typename T, typename To, typename Convert>
+  void readColumn(const char* from, std::size_t stride, std::size_t count, To* to, std::size_t step, Convert convert) {
     double sum = 0;  // of zeros, and not a number as soon as a value is not finite
     for (std::size_t i = 0; i < count; ++i) {
       const auto value = static_cast<double>(mSource.template load<T>(from + i * stride));
-      column.mTo[i * column.mStep] = value;
+      to[i * step] = convert(value);
       sum += value * 0;
     }
     if (sum == 0) return;
-    while (std::isfinite(*column.mTo)) from += stride, column.mTo += column.mStep;
+    while (std::isfinite(static_cast<double>(mSource.template load<T>(from)))) from += stride;
     mSource.failAt(from, "this number is not finite");
+  }
+
+  // Colors are all from 0 to 1, or nobody knows what they are.
+  void checkColors() {
+    if (std::ranges::all_of(mColors, [](float value) { return value >= 0 && value <= 1; })) return;
+    mContext.notes().add("vertex colors: not all from 0 to 1", mColors.size() / 4);
+    mColors.clear();
   }
 
   void readFaces(const PlyElement& element) {
@@ -414,20 +256,42 @@ class Reader {
       mMesh.texIndices.push_back(numbers == 0 ? kNone : static_cast<std::uint32_t>(firstNumber / 2 + i));
   }
 
-  // The layout that nearly all files have: a byte and that many indices of four bytes.
+  // The layout that nearly all files have: a byte and that many indices of four bytes. Face after face goes into
+  // blocks first: to append many indices at once is quicker by far.
   void readPlainFaces(std::uint64_t faces, bool isSigned) {
-    for (std::uint64_t i = 0; i < faces; ++i) {
+    constexpr std::size_t kMostCorners = 255;
+    std::array<std::uint32_t, 2048 + kMostCorners> indices;
+    std::array<std::uint32_t, 512> counts;
+    for (std::uint64_t face = 0; face < faces;) {
       mContext.poll();
-      const auto corners = static_cast<std::uint8_t>(*mSource.take(1));
-      if (corners == 0) mSource.failBehind(1, "a face has no vertices");
-      const char* from = mSource.take(corners * std::size_t{4});
-      for (std::size_t c = 0; c < corners; ++c) {
-        const auto vertex = mSource.template load<std::uint32_t>(from + c * 4);
-        if (vertex >= mHeader.mVertexCount)
-          failIndex(isSigned ? static_cast<std::int32_t>(vertex) : std::int64_t{vertex}, (corners - c) * 4);
-        mMesh.indices.push_back(vertex);
+      const std::size_t most = std::min<std::uint64_t>(counts.size(), faces - face);
+      std::size_t count = 0, corners = 0;
+      for (; count < most && corners < indices.size() - kMostCorners; ++count) {
+        counts[count] = static_cast<std::uint8_t>(*mSource.take(1));
+        if (counts[count] == 0) mSource.failBehind(1, "a face has no vertices");
+        const char* const from = mSource.take(counts[count] * std::size_t{4});
+        for (std::size_t c = 0; c < counts[count]; ++c)
+          indices[corners++] = mSource.template load<std::uint32_t>(from + c * 4);
       }
-      mMesh.counts.push_back(corners);
+      const auto end = indices.begin() + static_cast<std::ptrdiff_t>(corners);
+      checkPlainFaces({indices.begin(), end}, {counts.data(), count}, isSigned);
+      mMesh.indices.insert(mMesh.indices.end(), indices.begin(), end);
+      mMesh.counts.insert(mMesh.counts.end(), counts.begin(), counts.begin() + static_cast<std::ptrdiff_t>(count));
+      face += count;
+    }
+  }
+
+  void checkPlainFaces(std::span<const std::uint32_t> indices, std::span<const std::uint32_t> counts, bool isSigned) {
+    std::uint32_t largest = 0;
+    for (const std::uint32_t vertex : indices) largest = std::max(largest, vertex);
+    if (indices.empty() || largest < mHeader.mVertexCount) return;
+    std::size_t corner = 0, bytesBehind = indices.size() * 4 + counts.size();
+    for (const std::uint32_t count : counts) {
+      --bytesBehind;
+      for (const std::size_t end = corner + count; corner < end; ++corner, bytesBehind -= 4)
+        if (indices[corner] >= mHeader.mVertexCount)
+          failIndex(isSigned ? static_cast<std::int32_t>(indices[corner]) : std::int64_t{indices[corner]}, bytesBehind);
+      mMesh.counts.push_back(count);  // the message counts faces
     }
   }
 
@@ -435,6 +299,9 @@ class Reader {
   Source mSource;
   ReadContext& mContext;
   PolyMesh mMesh;
+  std::vector<float> mColors;
+  Block mBlock;
+  bool mHasPairs = false, mHasColors = false;
 };
 
 }  // namespace
@@ -442,11 +309,11 @@ class Reader {
 Model parsePly(std::string_view bytes, ReadContext& context) {
   const PlyHeader header = parsePlyHeader(bytes, context.name());
   if (header.mEncoding == PlyEncoding::kAscii)
-    return Reader(header, AsciiSource(bytes, header, context.name()), context).read();
+    return Reader(header, PlyText(bytes, header, context.name()), context).read();
   constexpr bool kIsLittle = std::endian::native == std::endian::little;
   if ((header.mEncoding == PlyEncoding::kLittleEndian) == kIsLittle)
-    return Reader(header, BinarySource<false>(bytes, header, context.name()), context).read();
-  return Reader(header, BinarySource<true>(bytes, header, context.name()), context).read();
+    return Reader(header, PlyBytes<false>(bytes, header, context.name()), context).read();
+  return Reader(header, PlyBytes<true>(bytes, header, context.name()), context).read();
 }
 
 }  // namespace facetbox

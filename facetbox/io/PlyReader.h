@@ -12,6 +12,7 @@ namespace facetbox {
 /// - Properties come in any order, with types of either family of names (uchar, uint8). Faces may come before vertices.
 /// - Texture coordinates are the face list `texcoord`, two numbers per corner, or else the vertex properties s and t,
 ///   u and v, texture_u and texture_v, or texture_s and texture_t. A face with an empty list has none.
+/// - The vertex properties red, green, blue and alpha are colors: bytes to 255, shorts to 65535, floats to 1.
 /// - Other elements and properties are read over and noted.
 /// - A line of text holds one vertex, face or other element; blank lines are allowed. Numbers are read in full,
 /// whatever

@@ -8,6 +8,7 @@
 #include <facetbox/io/ObjWriter.h>
 #include <facetbox/io/OffWriter.h>
 #include <facetbox/io/OutputFile.h>
+#include <facetbox/io/PlyWriter.h>
 #include <facetbox/io/StlWriter.h>
 #include <facetbox/io/WriteContext.h>
 #include <facetbox/io/files.h>
@@ -26,6 +27,9 @@ void write(const Model& model, Format format, WriteContext& context) {
   switch (format) {
     case Format::obj:
       writeObj(model, context);
+      break;
+    case Format::ply:
+      writePly(model, context);
       break;
     case Format::off:
       writeOff(model, context);

@@ -72,6 +72,20 @@ const std::string kCityJson =
 "vertices-texture":[[0,0],[1,0.5]]}}
 )";
 
+// Colors, and texture coordinates per corner where there are some.
+std::string ply(bool isText, const std::string& vertices = "3", const std::string& faces = "2") {
+  Model model;
+  model.objects.push_back({.mesh = {.points = {0, 0, 0, 1, 0, 0, 0, 1, 12.25},
+                                    .counts = {3, 2},
+                                    .indices = {0, 1, 2, 1, 2},
+                                    .texCoords = {0, 0.5, 1, 1},
+                                    .texIndices = {0, 1, 0, kNone, kNone}},
+                           .colors = {1, 0, 0, 1, 0, 1, 0, 1, 0, 0, 0, 0}});
+  std::string bytes = written(model, Format::ply, isText);
+  bytes.replace(bytes.find("vertex 3") + 7, 1, vertices);
+  return bytes.replace(bytes.find("face 2") + 5, 1, faces);
+}
+
 std::vector<Sample> samples() {
   return {
       // Lines may end anywhere, but not within.
@@ -89,6 +103,14 @@ std::vector<Sample> samples() {
        [](std::uint64_t count) { return binaryOff(3, static_cast<std::uint32_t>(count - 1), 3); }},
       {"OffBytesCorners", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
        [](std::uint64_t count) { return binaryOff(3, 2, static_cast<std::uint32_t>(count - 1)); }},
+      {"Ply", Format::ply, ply(true), ply(true).size() - 1, true,
+       [](std::uint64_t count) { return ply(true, std::to_string(count)); }},
+      {"PlyFaces", Format::ply, ply(true), ply(true).size() - 1, true,
+       [](std::uint64_t count) { return ply(true, "3", std::to_string(count)); }},
+      {"PlyBytes", Format::ply, ply(false), ply(false).size(), true,
+       [](std::uint64_t count) { return ply(false, std::to_string(count)); }},
+      {"PlyBytesFaces", Format::ply, ply(false), ply(false).size(), true,
+       [](std::uint64_t count) { return ply(false, "3", std::to_string(count)); }},
       // The name behind the last endsolid does not matter. Solids may end anywhere.
       {"Stl", Format::stl, kTextStl, kTextStl.size() - 3, false},
       {"StlBytes", Format::stl, binaryStl(2), binaryStl(2).size(), true,

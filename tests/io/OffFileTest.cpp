@@ -105,6 +105,7 @@ TEST(OffFile, SaysWhatIsWrongAndWhere) {
       {head + "3 0 1 2 0 0\n",
        "t:7: 2 numbers come after the corners of this face; 3 or 4 are a color, and 1 is its number"},
       {head + "3 0 1 2 0 0 0 0 0\n", "t:7: '0' is more than is expected on this line"},
+      {head + "0\n", "t:7: face 0 has no vertices"},
       {head + "3 0 1 4\n", "t:7: face 0 refers to vertex 4, but there are only 4, counted from 0"},
       {head + "3 0 1 -1\n", "t:7: '-1' is not an integer from 0 on; a vertex is expected"},
       {head + "3 0 1 2",
@@ -130,10 +131,10 @@ Model randomModel(std::mt19937& random) {
   if (random() % 2)
     for (std::uint32_t i = 0; i < 4 * vertices; ++i) object.colors.push_back(static_cast<float>(component()));
   for (std::uint32_t i = 0; i < faces; ++i) {
-    mesh.counts.push_back(random() % 7);
+    mesh.counts.push_back(1 + random() % 6);
     for (std::uint32_t c = 0; c < mesh.counts.back(); ++c) mesh.indices.push_back(random() % vertices);
   }
-  if (random() % 2 && !mesh.indices.empty()) {
+  if (random() % 2) {
     for (std::uint32_t i = 0; i < 2 * vertices; ++i) mesh.texCoords.push_back(randomDouble(random));
     mesh.texIndices = mesh.indices;
   }
