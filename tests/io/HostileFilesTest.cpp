@@ -123,21 +123,6 @@ std::vector<Sample> samples() {
   };
 }
 
-// Positions and counts of the corners, face after face.
-std::vector<std::vector<double>> facesOf(const Model& model) {
-  std::vector<std::vector<double>> faces;
-  for (const Object& object : model.objects) {
-    std::size_t corner = 0;
-    for (const std::uint32_t count : object.mesh.counts) {
-      std::vector<double>& face = faces.emplace_back();
-      for (const std::size_t end = corner + count; corner < end; ++corner)
-        for (std::size_t axis = 0; axis < 3; ++axis)
-          face.push_back(object.mesh.points[3 * std::size_t{object.mesh.indices[corner]} + axis]);
-    }
-  }
-  return faces;
-}
-
 class HostileFiles : public testing::TestWithParam<Sample> {};
 
 TEST_P(HostileFiles, CutAtAnyByteHoldNoFaceThatIsNotThere) {

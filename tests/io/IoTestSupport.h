@@ -53,6 +53,21 @@ inline double randomDouble(std::mt19937& random) {
   }
 }
 
+/// The positions of the corners, face after face.
+inline std::vector<std::vector<double>> facesOf(const Model& model) {
+  std::vector<std::vector<double>> faces;
+  for (const Object& object : model.objects) {
+    std::size_t corner = 0;
+    for (const std::uint32_t count : object.mesh.counts) {
+      std::vector<double>& face = faces.emplace_back();
+      for (const std::size_t end = corner + count; corner < end; ++corner)
+        for (std::size_t axis = 0; axis < 3; ++axis)
+          face.push_back(object.mesh.points[3 * std::size_t{object.mesh.indices[corner]} + axis]);
+    }
+  }
+  return faces;
+}
+
 /// The color of a face's material, red below 0 where there is none.
 inline std::array<double, 4> faceColor(const Model& model, std::size_t object, std::size_t face) {
   const std::vector<std::uint32_t>& labels = model.objects[object].mesh.labels;
