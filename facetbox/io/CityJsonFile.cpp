@@ -27,7 +27,8 @@ std::string inPointer(std::string_view name) {
 
 }  // namespace
 
-CityJsonFile::CityJsonFile(std::string_view text, ReadContext& context) : mText(text, context) {
+CityJsonFile::CityJsonFile(std::string_view text, ReadContext& context, Geometries geometries)
+    : mText(text, context), mKeeping(geometries) {
   readHeader();
   readVertices();
   mReader.emplace(mText, mPoints, *mAppearance, mModel);
@@ -169,7 +170,7 @@ void CityJsonFile::readGeometries(const std::string& id, std::string_view list) 
     if (mCopied > 3 * mText.root().size() + 4096)
       mText.context().fail("names of city objects are too long for so many geometries to be read");
     mModel.objects.push_back(std::move(object));
-    mGeometries.push_back(std::move(geometry));
+    if (mKeeping == Geometries::kept) mGeometries.push_back(std::move(geometry));
   }
 }
 

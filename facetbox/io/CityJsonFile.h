@@ -25,9 +25,11 @@ class CityJsonDocument : public Document {
 /// A file taken apart.
 class CityJsonFile {
  public:
+  enum class Geometries { kept, forgotten };  ///< very many small ones take much memory
+
   /// @param text  stays with the caller; it ends with a null character
   /// @throws ReadError
-  CityJsonFile(std::string_view text, ReadContext& context);
+  CityJsonFile(std::string_view text, ReadContext& context, Geometries geometries);
   CityJsonFile(const CityJsonFile&) = delete;
   CityJsonFile& operator=(const CityJsonFile&) = delete;
 
@@ -53,6 +55,7 @@ class CityJsonFile {
 
   JsonText mText;
   Model mModel;
+  Geometries mKeeping;
   std::vector<CityJsonGeometry> mGeometries;
   std::vector<double> mPoints;
   CityJsonGrid mGrid;

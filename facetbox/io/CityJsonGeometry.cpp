@@ -186,6 +186,8 @@ void CityJsonGeometryReader::label(const CityJsonShape& shape, const Values& val
   std::uint32_t part = 0;
   bool isMarked = false;
   for (const std::uint32_t surfaces : shape.sizes[CityJsonShape::kShell]) {
+    Numbered<Mark> shellMarks(mModel.marks);  // no other shell of the object has these: nothing to remember
+    Numbered<Mark>& numbered = hasParts ? shellMarks : mMarks;
     for (const std::size_t end = surface + surfaces; surface < end; ++surface)
       for (std::uint32_t i = 0; i < shape.sizes[CityJsonShape::kSurface][surface]; ++i, ++ring) {
         Mark mark;
@@ -194,7 +196,7 @@ void CityJsonGeometryReader::label(const CityJsonShape& shape, const Values& val
         if (!values.semantics.empty()) mark.semantics = values.semantics[surface];
         if (hasParts) mark.part = part;
         isMarked = isMarked || mark != Mark();
-        mesh.labels.push_back(mMarks(mark));
+        mesh.labels.push_back(numbered(mark));
       }
     ++part;
   }

@@ -27,7 +27,7 @@ Model parseCityJson(std::string_view bytes, ReadContext& context) {
   rejectSequence(bytes, context);
   const auto document = std::make_shared<CityJsonDocument>(bytes);
   context.releaseBytes();
-  CityJsonFile file(document->text, context);
+  CityJsonFile file(document->text, context, CityJsonFile::Geometries::forgotten);
   Model model = std::move(file.model());
   model.document = document;
   return model;

@@ -74,7 +74,7 @@ class FileUpdate {
       : mModel(model),
         mContext(context),
         mReadContext("", std::nullopt, mOptions),
-        mFile(document.text, mReadContext),
+        mFile(document.text, mReadContext, CityJsonFile::Geometries::kept),
         mVertices(mFile),
         mTexCoords(mFile.appearance().texCoords()) {}
 
