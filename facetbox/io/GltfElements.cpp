@@ -21,25 +21,25 @@ float floatOf(double value) {
   return rounded;
 }
 
-GltfElements::GltfElements(const GltfTriangles& triangles, Rounding& rounding)
-    : mFirst(triangles.vertexCount(), kNone) {
-  for (const std::uint32_t vertex : triangles.corners()) mFirst[vertex] = 0;
+GltfElements::GltfElements(const PolyMesh& triangles, Rounding& rounding) : mFirst(triangles.points.size() / 3, kNone) {
+  for (const std::uint32_t vertex : triangles.indices) mFirst[vertex] = 0;
   for (std::uint32_t vertex = 0; vertex < mFirst.size(); ++vertex) {
     if (mFirst[vertex] == kNone) continue;
     mFirst[vertex] = static_cast<std::uint32_t>(mVertices.size());
     mVertices.push_back(vertex);
   }
   mUsed = mVertices.size();
-  const bool isTextured = !triangles.pairs().empty();
+  const bool isTextured = !triangles.texIndices.empty();
   if (isTextured) {
     mTexCoords.assign(2 * mUsed, 0.0F);
     mHasPair.assign(mUsed, false);
     mKnown.reserve(mUsed);
   }
-  mCorners.reserve(triangles.corners().size());
-  for (std::size_t i = 0; i < triangles.corners().size(); ++i) {
-    const std::uint32_t vertex = triangles.corners()[i], pair = isTextured ? triangles.pairs()[i] : kNone;
-    mCorners.push_back(pair == kNone ? mFirst[vertex] : elementOf(vertex, triangles.texCoord(pair), rounding));
+  mCorners.reserve(triangles.indices.size());
+  for (std::size_t i = 0; i < triangles.indices.size(); ++i) {
+    const std::uint32_t vertex = triangles.indices[i], pair = isTextured ? triangles.texIndices[i] : kNone;
+    mCorners.push_back(pair == kNone ? mFirst[vertex]
+                                     : elementOf(vertex, &triangles.texCoords[2 * std::size_t{pair}], rounding));
   }
 }
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include <facetbox/io/GltfTriangles.h>
+#include <facetbox/PolyMesh.h>
 #include <facetbox/io/HashIndex.h>
 
 namespace facetbox {
@@ -24,7 +24,8 @@ float floatOf(double value);
 /// further ones where a vertex has several pairs of texture coordinates.
 class GltfElements {
  public:
-  GltfElements(const GltfTriangles& triangles, Rounding& rounding);
+  /// @param triangles  no face has more or fewer corners than three
+  GltfElements(const PolyMesh& triangles, Rounding& rounding);
 
   /// Of each element.
   const std::vector<std::uint32_t>& vertices() const { return mVertices; }

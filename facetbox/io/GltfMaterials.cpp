@@ -35,9 +35,11 @@ GltfDocument::Image readImage(GltfFile& file, const JsonValue& image) {
 
 std::vector<std::string> textsOf(GltfFile& file, const char* array) {
   std::vector<std::string> texts;
+  file.take(file.count(array) * sizeof(std::string), file.root());
+  texts.reserve(file.count(array));
   for (std::size_t i = 0; i < file.count(array); ++i) {
     const JsonValue value = file.element(array, i);
-    file.take(sizeof(std::string) + value.text().size(), value);
+    file.take(value.text().size(), value);
     texts.emplace_back(value.text());
   }
   return texts;
@@ -58,9 +60,11 @@ std::string fileOf(GltfFile& file, const JsonValue& texture, const GltfDocument&
 std::shared_ptr<const GltfDocument> readGltfDocument(GltfFile& file) {
   const auto document = std::make_shared<GltfDocument>();
   std::size_t inside = 0;
+  file.take(file.count("images") * sizeof(GltfDocument::Image), file.root());
+  document->images.reserve(file.count("images"));
   for (std::size_t i = 0; i < file.count("images"); ++i) {
     const JsonValue image = file.element("images", i);
-    file.take(sizeof(GltfDocument::Image) + image.text().size(), image);
+    file.take(image.text().size(), image);
     document->images.push_back(readImage(file, image));
     if (!document->images.back().mimeType.empty()) ++inside;
   }
@@ -69,6 +73,8 @@ std::shared_ptr<const GltfDocument> readGltfDocument(GltfFile& file) {
     for (auto at = required->begin(); !at.atEnd(); at.next()) document->extensionsRequired.insert(at.value().string());
   document->textures = textsOf(file, "textures");
   document->samplers = textsOf(file, "samplers");
+  file.take(file.count("textures") * sizeof(std::string), file.root());
+  document->textureFiles.reserve(file.count("textures"));
   for (std::size_t i = 0; i < file.count("textures"); ++i)
     document->textureFiles.push_back(fileOf(file, file.element("textures", i), *document));
   return document;

@@ -17,6 +17,9 @@ constexpr std::size_t kMostElements = std::numeric_limits<std::uint32_t>::max();
 // Of one primitive while its mesh is read, where a vector of them grows.
 constexpr std::size_t kMemoryOfPrimitive = 1200;
 
+// Of an object besides its arrays, where a vector of objects grows.
+constexpr std::size_t kMemoryOfObject = 4 * sizeof(Object);
+
 enum : std::uint64_t { kTriangles = 4, kStrip, kFan };
 
 // Minus zero is at the place of zero.
@@ -183,7 +186,7 @@ void GltfMesh::takeMemory() {
   constexpr std::size_t kPerVertex = 3 * sizeof(double), kPerPair = 2 * sizeof(double), kColor = 4 * sizeof(float);
   // A count and a label per triangle; an index, and one of a pair, per corner.
   mFile.take(corners / 3 * 8 + corners * (isTextured ? 8 : 4) + vertices * (kPerVertex + (isTextured ? kPerPair : 0)) +
-                 (mPrimitives.front().colors ? vertices * kColor : 0) + sizeof(Object),
+                 (mPrimitives.front().colors ? vertices * kColor : 0) + kMemoryOfObject,
              mMesh);
 }
 

@@ -8,10 +8,30 @@
 
 #include <fmt/format.h>
 
-#include <facetbox/io/GltfTriangles.h>
+#include <facetbox/io/CutFaces.h>
 
 namespace facetbox {
 namespace {
+
+// The mesh with all faces cut into triangles, and without those of fewer corners; nothing where it is so already.
+std::optional<PolyMesh> trianglesOf(const PolyMesh& mesh, Notes& notes) {
+  std::optional<PolyMesh> cut = cutFaces(mesh, Unknown::polygons, notes);
+  const PolyMesh& faces = cut ? *cut : mesh;
+  const auto small = std::count_if(faces.counts.begin(), faces.counts.end(), [](auto n) { return n < 3; });
+  if (small == 0) return cut;
+  notes.add("faces of fewer than three corners", static_cast<std::size_t>(small));
+  PolyMesh kept = {.points = faces.points, .texCoords = faces.texCoords};
+  std::size_t corner = 0;
+  for (std::size_t face = 0; face < faces.counts.size(); corner += faces.counts[face++]) {
+    if (faces.counts[face] < 3) continue;
+    kept.counts.push_back(3);
+    kept.indices.insert(kept.indices.end(), &faces.indices[corner], &faces.indices[corner] + 3);
+    if (!faces.texIndices.empty())
+      kept.texIndices.insert(kept.texIndices.end(), &faces.texIndices[corner], &faces.texIndices[corner] + 3);
+    if (!faces.labels.empty()) kept.labels.push_back(faces.labels[face]);
+  }
+  return kept;
+}
 
 // What makes triangles one primitive: their material, and whether they have texture coordinates.
 using Surface = std::pair<std::uint32_t, bool>;
@@ -23,14 +43,13 @@ std::uint32_t materialOf(const Model& model, const PolyMesh& mesh, std::size_t f
 }
 
 // The elements of the triangles of each surface, surfaces in the order in which they come up.
-std::vector<std::pair<Surface, std::vector<std::uint32_t>>> bySurface(const Model& model, const PolyMesh& mesh,
-                                                                      const GltfTriangles& triangles,
+std::vector<std::pair<Surface, std::vector<std::uint32_t>>> bySurface(const Model& model, const PolyMesh& triangles,
                                                                       const std::vector<std::uint32_t>& corners) {
   std::vector<std::pair<Surface, std::vector<std::uint32_t>>> lists;
   std::map<Surface, std::size_t> known;
-  for (std::size_t t = 0; t < triangles.size(); ++t) {
-    const bool isTextured = !triangles.pairs().empty() && triangles.pairs()[3 * t] != kNone;
-    const Surface surface = {materialOf(model, mesh, triangles.face(t)), isTextured};
+  for (std::size_t t = 0; t < triangles.counts.size(); ++t) {
+    const bool isTextured = !triangles.texIndices.empty() && triangles.texIndices[3 * t] != kNone;
+    const Surface surface = {materialOf(model, triangles, t), isTextured};
     const auto [place, isNew] = known.try_emplace(surface, lists.size());
     if (isNew) lists.push_back({surface, {}});
     std::vector<std::uint32_t>& list = lists[place->second].second;
@@ -59,11 +78,11 @@ double middleOf(double low, double high) {
 
 // What to subtract from the coordinates of an axis so that floats hold as much as they can of the rest: nothing where
 // they hold all. The middle of what is read back is the same, so that another round changes nothing.
-double offsetOf(const GltfTriangles& triangles, const std::vector<std::uint32_t>& vertices, std::size_t axis) {
+double offsetOf(const PolyMesh& triangles, const std::vector<std::uint32_t>& vertices, std::size_t axis) {
   double low = std::numeric_limits<double>::infinity(), high = -low;
   bool isExact = true;
   for (const std::uint32_t vertex : vertices) {
-    const double value = triangles.point(vertex)[axis];
+    const double value = triangles.points[3 * std::size_t{vertex} + axis];
     low = std::min(low, value);
     high = std::max(high, value);
     isExact &= static_cast<double>(static_cast<float>(value)) == value;
@@ -80,7 +99,7 @@ double offsetOf(const GltfTriangles& triangles, const std::vector<std::uint32_t>
 
 }  // namespace
 
-std::array<double, 3> GltfMeshWriter::addPositions(const GltfTriangles& triangles, const GltfElements& elements) {
+std::array<double, 3> GltfMeshWriter::addPositions(const PolyMesh& triangles, const GltfElements& elements) {
   const std::vector<std::uint32_t> used(
       elements.vertices().begin(), elements.vertices().begin() + static_cast<std::ptrdiff_t>(elements.usedCount()));
   std::array<double, 3> offset = {};
@@ -89,7 +108,7 @@ std::array<double, 3> GltfMeshWriter::addPositions(const GltfTriangles& triangle
   positions.reserve(3 * elements.vertices().size());
   for (const std::uint32_t vertex : elements.vertices())
     for (std::size_t axis = 0; axis < 3; ++axis) {
-      const double value = triangles.point(vertex)[axis];
+      const double value = triangles.points[3 * std::size_t{vertex} + axis];
       const float rest = floatOf(offset[axis] == 0 ? value : value - offset[axis]);
       if (positions.size() < 3 * elements.usedCount()) mCoordinates.add(value, afterRounding(value, offset[axis]));
       positions.push_back(rest);
@@ -115,13 +134,14 @@ std::vector<float> GltfMeshWriter::colorsOf(const Object& object, const GltfElem
 }
 
 std::optional<GltfMeshWriter::Written> GltfMeshWriter::write(const Object& object) {
-  const GltfTriangles triangles(object.mesh, mNotes);
-  if (triangles.size() == 0) {
+  const auto cut = trianglesOf(object.mesh, mNotes);
+  const PolyMesh& triangles = cut ? *cut : object.mesh;
+  if (triangles.counts.empty()) {
     mNotes.add("objects without triangles");
     return std::nullopt;
   }
   const GltfElements elements(triangles, mTexCoords);
-  mNotes.add("vertices that no triangle uses", triangles.vertexCount() - elements.usedCount());
+  mNotes.add("vertices that no triangle uses", triangles.points.size() / 3 - elements.usedCount());
   Written written;
   const std::size_t positions = mBuffer.accessors().size();
   written.translation = addPositions(triangles, elements);
@@ -131,7 +151,7 @@ std::optional<GltfMeshWriter::Written> GltfMeshWriter::write(const Object& objec
                                     ? ""
                                     : fmt::format(R"(,"TEXCOORD_0":{})", mBuffer.addTexCoords(elements.texCoords()));
   written.mesh = R"({"primitives":[)";
-  for (const auto& [surface, corners] : bySurface(mModel, object.mesh, triangles, elements.corners())) {
+  for (const auto& [surface, corners] : bySurface(mModel, triangles, elements.corners())) {
     const auto [material, isTextured] = surface;
     if (written.mesh.back() != '[') written.mesh += ',';
     written.mesh +=

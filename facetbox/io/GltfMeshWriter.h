@@ -35,7 +35,7 @@ class GltfMeshWriter {
   void noteRounding();
 
  private:
-  std::array<double, 3> addPositions(const GltfTriangles& triangles, const GltfElements& elements);
+  std::array<double, 3> addPositions(const PolyMesh& triangles, const GltfElements& elements);
   std::vector<float> colorsOf(const Object& object, const GltfElements& elements);
 
   const Model& mModel;

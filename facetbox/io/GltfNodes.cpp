@@ -1,5 +1,6 @@
 #include <facetbox/io/GltfNodes.h>
 
+#include <algorithm>
 #include <cmath>
 #include <optional>
 #include <vector>
@@ -98,6 +99,7 @@ std::vector<std::uint32_t> findRoots(const GltfFile& file, const std::vector<std
   std::vector<std::uint32_t> roots;
   const auto chosen = file.root().find("scene");
   if (!chosen && file.count("scenes") == 0) {
+    roots.reserve(static_cast<std::size_t>(std::count(parents.begin(), parents.end(), kNoParent)));
     for (std::uint32_t node = 0; node < parents.size(); ++node)
       if (parents[node] == kNoParent) roots.push_back(node);
     return roots;

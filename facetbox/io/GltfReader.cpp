@@ -21,9 +21,11 @@ std::string nameOf(const JsonValue& value) {
 
 void readMaterials(GltfFile& file, Model& model) {
   const auto document = readGltfDocument(file);
+  file.take(file.count("materials") * sizeof(Material), file.root());
+  model.materials.reserve(file.count("materials"));
   for (std::size_t i = 0; i < file.count("materials"); ++i) {
     const JsonValue definition = file.element("materials", i);
-    file.take(sizeof(Material) + 2 * definition.text().size(), definition);
+    file.take(2 * definition.text().size(), definition);
     model.materials.push_back(gltfMaterial(definition, *document));
   }
   model.document = document;

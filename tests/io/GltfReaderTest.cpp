@@ -290,6 +290,7 @@ TEST(GltfReader, WhatCannotBeIsAnErrorThatNamesTheByte) {
       {"/bufferViews/0/byteLength", 1000, "are none of their buffer"},
       {"/bufferViews/0/byteLength", kHuge, "are none of their buffer"},
       {"/bufferViews/0/byteStride", 8, "elements of 12 bytes, but 8"},
+      {"/bufferViews/0/byteStride", 16, "3 elements take 44 bytes, but there are 36"},
       {"/bufferViews/0/buffer", 1, "names element 1 of 'buffers'"},
       {"/bufferViews/1/byteOffset", 0, "read"},  // reads zeros and halves of floats: 0, 0, 0
       {"/bufferViews/1/byteOffset", 14, "but there are 3 vertices"},

@@ -157,10 +157,9 @@ TEST(GltfWriter, PolygonsAreCutAndHolesStayOpen) {
   model.semantics = {{.type = "GroundSurface"}};
   std::vector<Note> notes;
   const Model read = rewritten(model, Format::glb, &notes);
-  EXPECT_EQ(
-      textOf(notes),
-      "1 faces without triangles, 4 groups of faces, 4 parts that faces belong to, 2 polygons and holes, cut into "
-      "triangles, 4 semantics of faces, 1 vertices that no triangle uses");
+  EXPECT_EQ(textOf(notes),
+            "1 faces of fewer than three corners, 4 groups of faces, 1 holes, kept open by cutting their faces into "
+            "triangles, 4 parts that faces belong to, 4 semantics of faces, 1 vertices that no triangle uses");
   EXPECT_EQ(check(read.objects.at(0).mesh).area, 100 - 16 + 15);
   const std::vector<std::uint32_t>& indices = read.objects[0].mesh.indices;
   EXPECT_EQ(std::vector(indices.end() - 3, indices.end()), (std::vector<std::uint32_t>{0, 3, 4}));
