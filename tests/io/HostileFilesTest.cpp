@@ -85,117 +85,118 @@ std::string ply(bool isText, const std::string& vertices = "3", const std::strin
   std::string bytes = written(model, Format::ply, isText);
   bytes.replace(bytes.find("vertex 3") + 7, 1, vertices);
   return bytes.replace(bytes.find("face 2") + 5, 1, faces);
-  GltfBuilder gltf(std::uint64_t vertices = 4) {
-    GltfBuilder file;
-    const auto positions = file.add<float>({0, 0, 0, 4, 0, 0, 0, 2, 0, 1, 1, 1}, "VEC3", {{"count", vertices}});
-    const auto texCoords = file.add<std::uint16_t>({0, 0, 1, 2, 3, 4, 5, 6}, "VEC2", {{"normalized", true}});
-    const auto indices = file.add<std::uint8_t>({0, 1, 2, 3}, "SCALAR");
-    file.node({{"mesh", file.mesh({{{"attributes", {{"POSITION", positions}, {"TEXCOORD_0", texCoords}}},
-                                    {"indices", indices},
-                                    {"material", 0},
-                                    {"mode", 5}}})}});
-    file.node({{"children", {0}}, {"rotation", {0, 0.6, 0, 0.8}}, {"translation", {3, 2, 1}}});
-    file.root["materials"] = {{{"pbrMetallicRoughness", {{"baseColorFactor", {1, 1, 0, 1}}}}}};
-    file.root["scenes"] = {{{"nodes", {1}}}};
-    return file;
-  }
-  // With nothing behind the counts but zeros.
-  GltfBuilder gltfOfZeros(std::uint64_t vertices) {
-    GltfBuilder file = gltf(vertices);
-    file.root["accessors"][0].erase("bufferView");
-    file.root["meshes"][0]["primitives"][0]["attributes"].erase("TEXCOORD_0");
-    file.root["meshes"][0]["primitives"][0].erase("indices");
-    return file;
-  }
+}
 
-  std::vector<Sample> samples() {
-    return {
-        // Lines may end anywhere, but not within.
-        {"Obj", Format::obj, kObj, kObj.size(), false,
-         [](std::uint64_t count) { return "v 0 0 0\nf 1 1 " + std::to_string(count) + "\n"; }},
-        {"Off", Format::off, kOff, kOff.size(), true,
-         [](std::uint64_t count) { return "OFF\n" + std::to_string(count) + " 1 0\n0 0 0\n3 0 0 0\n"; }},
-        {"OffFaces", Format::off, kOff, kOff.size(), true,
-         [](std::uint64_t count) { return "OFF\n1 " + std::to_string(count) + " 0\n0 0 0\n3 0 0 0\n"; }},
-        {"OffCorners", Format::off, kOff, kOff.size(), true,
-         [](std::uint64_t count) { return "OFF\n1 1 0\n0 0 0\n" + std::to_string(count) + " 0 0 0\n"; }},
-        {"OffBytes", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
-         [](std::uint64_t count) { return binaryOff(static_cast<std::uint32_t>(count - 1), 2, 3); }},
-        {"OffBytesFaces", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
-         [](std::uint64_t count) { return binaryOff(3, static_cast<std::uint32_t>(count - 1), 3); }},
-        {"OffBytesCorners", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
-         [](std::uint64_t count) { return binaryOff(3, 2, static_cast<std::uint32_t>(count - 1)); }},
-        {"Ply", Format::ply, ply(true), ply(true).size() - 1, true,
-         [](std::uint64_t count) { return ply(true, std::to_string(count)); }},
-        {"PlyFaces", Format::ply, ply(true), ply(true).size() - 1, true,
-         [](std::uint64_t count) { return ply(true, "3", std::to_string(count)); }},
-        {"PlyBytes", Format::ply, ply(false), ply(false).size(), true,
-         [](std::uint64_t count) { return ply(false, std::to_string(count)); }},
-        {"PlyBytesFaces", Format::ply, ply(false), ply(false).size(), true,
-         [](std::uint64_t count) { return ply(false, "3", std::to_string(count)); }},
-        // The name behind the last endsolid does not matter. Solids may end anywhere.
-        {"Stl", Format::stl, kTextStl, kTextStl.size() - 3, false},
-        {"StlBytes", Format::stl, binaryStl(2), binaryStl(2).size(), true,
-         [](std::uint64_t count) { return binaryStl(static_cast<std::uint32_t>(count - 1)); }},
-        {"CityJson", Format::cityJson, kCityJson, kCityJson.size() - 1, true,
-         [](std::uint64_t count) {
-           std::string text = kCityJson;
-           return text.replace(text.find("[3,2,1]") + 1, 1, std::to_string(count));
-         }},
+GltfBuilder gltf(std::uint64_t vertices = 4) {
+  GltfBuilder file;
+  const auto positions = file.add<float>({0, 0, 0, 4, 0, 0, 0, 2, 0, 1, 1, 1}, "VEC3", {{"count", vertices}});
+  const auto texCoords = file.add<std::uint16_t>({0, 0, 1, 2, 3, 4, 5, 6}, "VEC2", {{"normalized", true}});
+  const auto indices = file.add<std::uint8_t>({0, 1, 2, 3}, "SCALAR");
+  file.node({{"mesh", file.mesh({{{"attributes", {{"POSITION", positions}, {"TEXCOORD_0", texCoords}}},
+                                  {"indices", indices},
+                                  {"material", 0},
+                                  {"mode", 5}}})}});
+  file.node({{"children", {0}}, {"rotation", {0, 0.6, 0, 0.8}}, {"translation", {3, 2, 1}}});
+  file.root["materials"] = {{{"pbrMetallicRoughness", {{"baseColorFactor", {1, 1, 0, 1}}}}}};
+  file.root["scenes"] = {{{"nodes", {1}}}};
+  return file;
+}
+// With nothing behind the counts but zeros.
+GltfBuilder gltfOfZeros(std::uint64_t vertices) {
+  GltfBuilder file = gltf(vertices);
+  file.root["accessors"][0].erase("bufferView");
+  file.root["meshes"][0]["primitives"][0]["attributes"].erase("TEXCOORD_0");
+  file.root["meshes"][0]["primitives"][0].erase("indices");
+  return file;
+}
 
-        {"Gltf", Format::gltf, gltf().text(), gltf().text().size(), true,
-         [](std::uint64_t count) { return gltf(count).text(); }},
-        {"Glb", Format::glb, gltf().glb(), gltf().glb().size(), true,
-         [](std::uint64_t count) { return gltfOfZeros(count - 1).glb(); }},
-    };
-  }
+std::vector<Sample> samples() {
+  return {
+      // Lines may end anywhere, but not within.
+      {"Obj", Format::obj, kObj, kObj.size(), false,
+       [](std::uint64_t count) { return "v 0 0 0\nf 1 1 " + std::to_string(count) + "\n"; }},
+      {"Off", Format::off, kOff, kOff.size(), true,
+       [](std::uint64_t count) { return "OFF\n" + std::to_string(count) + " 1 0\n0 0 0\n3 0 0 0\n"; }},
+      {"OffFaces", Format::off, kOff, kOff.size(), true,
+       [](std::uint64_t count) { return "OFF\n1 " + std::to_string(count) + " 0\n0 0 0\n3 0 0 0\n"; }},
+      {"OffCorners", Format::off, kOff, kOff.size(), true,
+       [](std::uint64_t count) { return "OFF\n1 1 0\n0 0 0\n" + std::to_string(count) + " 0 0 0\n"; }},
+      {"OffBytes", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
+       [](std::uint64_t count) { return binaryOff(static_cast<std::uint32_t>(count - 1), 2, 3); }},
+      {"OffBytesFaces", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
+       [](std::uint64_t count) { return binaryOff(3, static_cast<std::uint32_t>(count - 1), 3); }},
+      {"OffBytesCorners", Format::off, binaryOff(3, 2, 3), binaryOff(3, 2, 3).size(), true,
+       [](std::uint64_t count) { return binaryOff(3, 2, static_cast<std::uint32_t>(count - 1)); }},
+      {"Ply", Format::ply, ply(true), ply(true).size() - 1, true,
+       [](std::uint64_t count) { return ply(true, std::to_string(count)); }},
+      {"PlyFaces", Format::ply, ply(true), ply(true).size() - 1, true,
+       [](std::uint64_t count) { return ply(true, "3", std::to_string(count)); }},
+      {"PlyBytes", Format::ply, ply(false), ply(false).size(), true,
+       [](std::uint64_t count) { return ply(false, std::to_string(count)); }},
+      {"PlyBytesFaces", Format::ply, ply(false), ply(false).size(), true,
+       [](std::uint64_t count) { return ply(false, "3", std::to_string(count)); }},
+      // The name behind the last endsolid does not matter. Solids may end anywhere.
+      {"Stl", Format::stl, kTextStl, kTextStl.size() - 3, false},
+      {"StlBytes", Format::stl, binaryStl(2), binaryStl(2).size(), true,
+       [](std::uint64_t count) { return binaryStl(static_cast<std::uint32_t>(count - 1)); }},
+      {"CityJson", Format::cityJson, kCityJson, kCityJson.size() - 1, true,
+       [](std::uint64_t count) {
+         std::string text = kCityJson;
+         return text.replace(text.find("[3,2,1]") + 1, 1, std::to_string(count));
+       }},
 
-  class HostileFiles : public testing::TestWithParam<Sample> {};
+      {"Gltf", Format::gltf, gltf().text(), gltf().text().size(), true,
+       [](std::uint64_t count) { return gltf(count).text(); }},
+      {"Glb", Format::glb, gltf().glb(), gltf().glb().size(), true,
+       [](std::uint64_t count) { return gltfOfZeros(count - 1).glb(); }},
+  };
+}
 
-  TEST_P(HostileFiles, CutAtAnyByteHoldNoFaceThatIsNotThere) {
-    const Sample& sample = GetParam();
-    const auto whole = facesOf(parseModel(sample.bytes, sample.format, "t"));
-    for (std::size_t size = 0; size <= sample.bytes.size(); ++size) {
-      try {
-        const auto faces = facesOf(parseModel(sample.bytes.substr(0, size), sample.format, "t"));
-        EXPECT_TRUE(!sample.saysHowMuch || size >= sample.wholeFrom) << size;
-        ASSERT_LE(faces.size(), whole.size()) << size;
-        EXPECT_TRUE(std::equal(faces.begin(), faces.end(), whole.begin())) << size;
-        EXPECT_TRUE(size < sample.wholeFrom || faces.size() == whole.size()) << size;
-      } catch (const ReadError&) {
-        EXPECT_LT(size, sample.wholeFrom);
-      }
+class HostileFiles : public testing::TestWithParam<Sample> {};
+
+TEST_P(HostileFiles, CutAtAnyByteHoldNoFaceThatIsNotThere) {
+  const Sample& sample = GetParam();
+  const auto whole = facesOf(parseModel(sample.bytes, sample.format, "t"));
+  for (std::size_t size = 0; size <= sample.bytes.size(); ++size) {
+    try {
+      const auto faces = facesOf(parseModel(sample.bytes.substr(0, size), sample.format, "t"));
+      EXPECT_TRUE(!sample.saysHowMuch || size >= sample.wholeFrom) << size;
+      ASSERT_LE(faces.size(), whole.size()) << size;
+      EXPECT_TRUE(std::equal(faces.begin(), faces.end(), whole.begin())) << size;
+      EXPECT_TRUE(size < sample.wholeFrom || faces.size() == whole.size()) << size;
+    } catch (const ReadError&) {
+      EXPECT_LT(size, sample.wholeFrom);
     }
   }
+}
 
-  // parseModel() hands out valid meshes only: those can be written.
-  TEST_P(HostileFiles, WithAnyBitTurnedAreErrorsOrModels) {
-    const Sample& sample = GetParam();
-    int errors = 0;
-    for (std::size_t i = 0; i < 8 * sample.bytes.size(); ++i) {
-      std::string bytes = sample.bytes;
-      bytes[i / 8] = static_cast<char>(bytes[i / 8] ^ 1 << i % 8);
-      try {
-        const Model model = parseModel(bytes, sample.format, "t");
-        EXPECT_LE(facesOf(model).size(), bytes.size());
-        written(model, sample.format, true);
-      } catch (const ReadError& error) {
-        EXPECT_TRUE(std::string(error.what()).starts_with("t:")) << error.what();
-        ++errors;
-      }
+// parseModel() hands out valid meshes only: those can be written.
+TEST_P(HostileFiles, WithAnyBitTurnedAreErrorsOrModels) {
+  const Sample& sample = GetParam();
+  int errors = 0;
+  for (std::size_t i = 0; i < 8 * sample.bytes.size(); ++i) {
+    std::string bytes = sample.bytes;
+    bytes[i / 8] = static_cast<char>(bytes[i / 8] ^ 1 << i % 8);
+    try {
+      const Model model = parseModel(bytes, sample.format, "t");
+      EXPECT_LE(facesOf(model).size(), bytes.size());
+      written(model, sample.format, true);
+    } catch (const ReadError& error) {
+      EXPECT_TRUE(std::string(error.what()).starts_with("t:")) << error.what();
+      ++errors;
     }
-    EXPECT_GT(errors, 0);
   }
+  EXPECT_GT(errors, 0);
+}
 
-  TEST_P(HostileFiles, WithCountsOutOfAllProportionAreErrors) {
-    if (!GetParam().withCount) return;
-    for (const int bits : {31, 32, 63})
-      EXPECT_THROW(parseModel(GetParam().withCount(std::uint64_t{1} << bits), GetParam().format, "t"), ReadError)
-          << bits;
-  }
+TEST_P(HostileFiles, WithCountsOutOfAllProportionAreErrors) {
+  if (!GetParam().withCount) return;
+  for (const int bits : {31, 32, 63})
+    EXPECT_THROW(parseModel(GetParam().withCount(std::uint64_t{1} << bits), GetParam().format, "t"), ReadError) << bits;
+}
 
-  INSTANTIATE_TEST_SUITE_P(Formats, HostileFiles, testing::ValuesIn(samples()),
-                           [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Formats, HostileFiles, testing::ValuesIn(samples()),
+                         [](const auto& row) { return row.param.name; });
 
 }  // namespace
 }  // namespace facetbox
