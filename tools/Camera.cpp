@@ -81,6 +81,8 @@ Camera::Camera(const Frame& scene, const CameraOptions& options, double aspect) 
     mEye = lookAt - mForward * fittingDistance(scene, *this, lookAt);
   }
 
+  mFocus = depthOf(lookAt);
+
   // The planes keep a distance from the scene, so that rounding to floats does not move them into it.
   const Vector& half = scene.halfSize();
   const double reach = std::fabs(mForward.x) * half.x + std::fabs(mForward.y) * half.y + std::fabs(mForward.z) * half.z;

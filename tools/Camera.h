@@ -25,6 +25,7 @@ struct CameraOptions {
 struct Camera {
   Vector mEye, mRight, mUp, mForward;  ///< directions of unit length, at right angles
   double mTanX = 1, mTanY = 1;         ///< half the picture's size at depth 1
+  double mFocus = 1;                   ///< depth of the point looked at
   double mNear = 0.1, mFar = 10;       ///< depths that enclose the part of the scene in front of the eye
 
   /// By default the camera looks at the center of what the picture shows, from in front, right and above, at a distance

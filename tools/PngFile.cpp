@@ -1,5 +1,6 @@
 #include <tools/PngFile.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
@@ -10,6 +11,17 @@
 #include <tools/Errors.h>
 
 namespace tool {
+
+Picture Picture::filled(int width, int height, const std::array<std::uint8_t, 3>& color) {
+  Picture picture{width, height, {}};
+  picture.mPixels.resize(picture.offsetOf(0, height));
+  for (std::size_t i = 0; i < picture.mPixels.size(); ++i) picture.mPixels[i] = color[i % 3];
+  return picture;
+}
+
+void Picture::place(const Picture& part, int left, int top) {
+  for (int y = 0; y < part.mHeight; ++y) std::copy_n(part.pixel(0, y), 3 * part.mWidth, pixel(left, top + y));
+}
 
 std::string formatPng(const Picture& picture) {
   png_image image{};

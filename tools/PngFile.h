@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -10,6 +12,19 @@ namespace tool {
 struct Picture {
   int mWidth = 0, mHeight = 0;
   std::vector<std::uint8_t> mPixels;
+
+  /// @param color  red, green, blue
+  static Picture filled(int width, int height, const std::array<std::uint8_t, 3>& color);
+  std::uint8_t* pixel(int x, int y) { return mPixels.data() + offsetOf(x, y); }
+  const std::uint8_t* pixel(int x, int y) const { return mPixels.data() + offsetOf(x, y); }
+  /// Copies a picture that lies inside.
+  void place(const Picture& part, int left, int top);
+
+ private:
+  std::size_t offsetOf(int x, int y) const {
+    return std::size_t{3} *
+           (static_cast<std::size_t>(y) * static_cast<std::size_t>(mWidth) + static_cast<std::size_t>(x));
+  }
 };
 
 /// The picture as a PNG file. @throws RunError

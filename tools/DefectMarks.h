@@ -1,0 +1,53 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include <facetbox/io/Model.h>
+
+namespace tool {
+
+enum class DefectKind : std::uint8_t {
+  openEdge,
+  overusedEdge,
+  sameDirectionEdge,
+  turnedFace,
+  doubleFace,
+  intersectingFace,
+  zeroFace,
+  tCorner,
+  sameVertex
+};
+inline constexpr std::size_t kDefectKinds = 9;
+
+/// Where a model is defective. Faces and vertices are numbered through all objects, as in FacePool.
+struct DefectMarks {
+  struct Edge {
+    DefectKind mKind;
+    std::uint32_t mFrom, mTo;
+  };
+  struct Vertex {
+    DefectKind mKind;
+    std::uint32_t mVertex;
+  };
+  struct Face {
+    DefectKind mKind;
+    std::uint32_t mFace;
+  };
+
+  std::vector<Edge> mEdges;
+  std::vector<Face> mFaces;
+  std::vector<Vertex> mVertices;
+  /// As check() lists them: of double faces and same vertices all but the first, of intersections the pairs.
+  std::array<std::size_t, kDefectKinds> mCounts{};
+  /// False where there are more than counted.
+  std::array<bool, kDefectKinds> mAreComplete{};
+};
+
+/// Looks at each object on its own. Turned faces are those that the step ConformNormals turns.
+/// @param intersections  whether to look for faces that intersect, too; this takes longer
+DefectMarks findDefects(const facetbox::Model& model, bool intersections);
+
+}  // namespace tool
