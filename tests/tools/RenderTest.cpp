@@ -85,11 +85,28 @@ TEST(RenderDefects, verticesAreDotsAndHiddenMarksAreFaint) {
   // The square is behind a larger one: the mark is between the color of the face before it and its own.
   const std::string covered = folder.write("c.obj",
                                            "v -2 -2 -1\nv 2 -2 -1\nv 2 2 -1\nv -2 2 -1\nv -4 -4 0\nv 4 -4 0\nv 4 4 0\n"
-                                           "v -4 4 0\nf 1 2 3 4\nf 5 6 7 8\n");
+                                           "v -4 4 0\no low\nf 1 2 3 4\no high\nf 5 6 7 8\n");
   const Picture faint = drawn(folder, quoted(covered) + kFromAbove + " --show defects");
+  EXPECT_EQ(colorAt(faint, -4, 0), kOpen);
   const Color before = colorAt(faint, 0, 0), mark = colorAt(faint, 0, -2 / 1.1);
   for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(mark[i], before[i] + 0.3 * (kOpen[i] - before[i]), 30) << i;
   EXPECT_GT(before[2] - mark[2], 30);
+}
+
+TEST(RenderDefects, intersectingFacesAreFoundOnRequest) {
+  const TestFolder folder;
+  const std::string model = quoted(folder.write(
+      "m.obj", "v -4 -4 0\nv 4 -4 0\nv 4 4 0\nv -4 4 0\nv 0 1 -1\nv 0 2 1\nv 0 3 -1\nf 1 2 3 4\nf 5 6 7\n"));
+  const auto blueLess = [&](const std::string& options) {
+    const Color color = colorAt(drawn(folder, model + kFromAbove + " --show defects" + options), -2, -2);
+    return color[0] - color[2];
+  };
+  EXPECT_LT(blueLess(""), 10);
+  EXPECT_GT(blueLess(" --self-intersections"), 100);
+  for (const std::string options : {"--self-intersections", "--show defects --by face", "--show holes"})
+    EXPECT_EQ(runProgram("render " + model + " -o " + quoted(folder.path("out.png")) + " " + options).mExitCode,
+              kExitBadInput)
+        << options;
 }
 
 TEST(RenderDefects, theLegendCountsAndLeavesTheViewAsItIs) {
