@@ -23,6 +23,12 @@ bool readAll(std::string_view text, Number& value, How... how) {
 
 }  // namespace
 
+std::size_t parseCount(const std::string& text, const std::string& option) {
+  std::size_t count = 0;
+  if (!readAll(text, count)) throw InputError(fmt::format("{}: '{}' is not a whole number of 0 or more", option, text));
+  return count;
+}
+
 std::vector<double> parseNumbers(const std::string& text, const std::string& option, std::size_t count) {
   std::vector<double> numbers;
   std::string_view rest = text;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -10,6 +11,9 @@
 namespace tool {
 
 using Color = std::array<std::uint8_t, 3>;  ///< red, green, blue
+
+/// A whole number of 0 or more. @throws InputError that names `option`
+std::size_t parseCount(const std::string& text, const std::string& option);
 
 /// `count` finite numbers between commas. @throws InputError that names `option`
 std::vector<double> parseNumbers(const std::string& text, const std::string& option, std::size_t count);

@@ -101,13 +101,6 @@ std::vector<std::string> doubtsAbout(const facetbox::Measures& before, const fac
   return doubts;
 }
 
-void Notes::add(std::string text) {
-  if (mTexts.size() < kMostNotes)
-    mTexts.push_back(std::move(text));
-  else
-    ++mMore;
-}
-
 void CleanReport::head() {
   print(lineOf("", {"vertices", "faces", "corners", "holes", "open edges", "area", "volume", "ms"}));
 }
@@ -131,12 +124,14 @@ void CleanReport::change(const std::string& label, const Figures& before, const 
 
 void CleanReport::note(const std::string& text) { print("  note: " + text); }
 
-void CleanReport::notes(const Notes& notes) {
-  for (const std::string& text : notes.texts()) note(text);
-  if (notes.more() > 0) note(fmt::format("and {} more of this kind", notes.more()));
+void CleanReport::notes(std::size_t count, const std::function<std::string(std::size_t)>& textOf) {
+  if (!mStream) return;
+  for (std::size_t i = 0; i < std::min(count, kMostNotes); ++i) note(textOf(i));
+  if (count > kMostNotes) note(fmt::format("and {} more of this kind", count - kMostNotes));
 }
 
 void CleanReport::print(const std::string& line) {
+  if (!mStream) return;
   mProgress.clearLine();
   fmt::print(mStream, "{}\n", line);
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,22 +36,10 @@ facetbox::Counts countsOf(const facetbox::MeshView& mesh);
 std::vector<std::string> doubtsAbout(const facetbox::Measures& before, const facetbox::Measures& after,
                                      const facetbox::Measures& last, const facetbox::Step* step);
 
-/// Remarks of which only the first few are shown.
-class Notes {
- public:
-  void add(std::string text);
-  std::size_t size() const { return mTexts.size() + mMore; }
-  const std::vector<std::string>& texts() const { return mTexts; }
-  std::size_t more() const { return mMore; }
-
- private:
-  std::vector<std::string> mTexts;
-  std::size_t mMore = 0;
-};
-
 /// A table of what a clean-up does, line by line.
 class CleanReport {
  public:
+  /// @param stream  null: nothing is printed
   CleanReport(std::FILE* stream, Progress& progress) : mStream(stream), mProgress(progress) {}
 
   void head();
@@ -60,8 +49,12 @@ class CleanReport {
   void change(const std::string& label, const Figures& before, const Figures& after, std::optional<double> seconds = {},
               const std::string& remark = "");
   void note(const std::string& text);
-  void notes(const Notes& notes);
-  void flush() { std::fflush(mStream); }
+  /// The first few of `count` notes.
+  void notes(std::size_t count, const std::function<std::string(std::size_t)>& textOf);
+  void line(const std::string& text) { print(text); }
+  void flush() {
+    if (mStream) std::fflush(mStream);
+  }
 
  private:
   void print(const std::string& line);

@@ -5,7 +5,11 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <facetbox/io/readModel.h>
+#include <tools/Batch.h>
+#include <tools/CleanReport.h>
+#include <tools/Json.h>
+#include <tools/ModelFile.h>
+#include <tools/Printing.h>
 #include <tools/Progress.h>
 
 namespace tool {
@@ -100,7 +104,7 @@ std::string formatFacts(const std::string& name, const facetbox::Model& model, c
   return table.text();
 }
 
-std::string formatFactsAsJson(const std::string& name, const facetbox::Model& model, const MeshFacts& facts) {
+nlohmann::ordered_json factsAsJson(const std::string& name, const facetbox::Model& model, const MeshFacts& facts) {
   using nlohmann::ordered_json;
   ordered_json materials = ordered_json::array(), corners = ordered_json::object(), defects, objects;
   for (const auto& [material, faces] : facts.mFacesByMaterial)
@@ -108,9 +112,7 @@ std::string formatFactsAsJson(const std::string& name, const facetbox::Model& mo
   for (const auto& [count, faces] : facts.mFacesByCorners) corners[std::to_string(count)] = faces;
   for (const Defect& defect : kDefects) defects[defect.mKey] = facts.*defect.mCount;
   for (const facetbox::Object& object : model.objects) objects.push_back(object.name);
-  ordered_json skipped = ordered_json::object();
-  for (const facetbox::Note& note : model.notes) skipped[note.what] = note.count;
-  const ordered_json json = {
+  return {
       {"file", name},
       {"objects", objects},
       {"vertices", facts.mVertices},
@@ -126,22 +128,30 @@ std::string formatFactsAsJson(const std::string& name, const facetbox::Model& mo
       {"facesWithHoles", facts.mHoleGroups},
       {"holeFaces", facts.mHoleFaces},
       {"defects", defects},
-      {"passedOver", skipped},
+      {"passedOver", jsonOf(model.notes)},
   };
-  return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }
 
-void runInfo(const InfoOptions& options) {
-  std::string text;
-  {
-    Progress progress;
-    progress.setStage("reading " + options.mModel);
-    const facetbox::Model model = facetbox::readModel(options.mModel);
-    progress.setStage("examining " + options.mModel);
-    const MeshFacts facts = gatherFacts(model);
-    text = options.mJson ? formatFactsAsJson(options.mModel, model, facts) : formatFacts(options.mModel, model, facts);
-  }
-  std::fwrite(text.data(), 1, text.size(), stdout);
+ExitCode runInfo(const InfoOptions& options) {
+  checkInputs(options.mModels, options.mFrom);
+  return runOnEach({options.mModels, options.mJson, stdout}, [&options](const std::string& name) {
+    Outcome outcome;
+    std::string text;
+    {
+      Progress progress;
+      progress.begin(Stage::reading, "reading " + shownInput(name));
+      const facetbox::Model model = readInput(name, options.mFrom);
+      progress.begin(Stage::working, "examining " + shownInput(name));
+      const MeshFacts facts = gatherFacts(model);
+      outcome.mSummary = counted(facts.mFaces, "face");
+      if (options.mJson)
+        outcome.mJson = factsAsJson(name, model, facts);
+      else
+        text = formatFacts(shownInput(name), model, facts);
+    }
+    print(text);
+    return outcome;
+  });
 }
 
 }  // namespace tool

@@ -1,7 +1,9 @@
 #include <tools/Join.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <map>
+#include <numeric>
 #include <utility>
 
 namespace tool {
@@ -14,7 +16,7 @@ using facetbox::PolyMesh;
 
 namespace {
 
-// Moves the rows of `from` that `rows` names behind those of `to`; all of them without `rows`.
+// Puts a row of `from` behind those of `to`.
 template <typename T>
 void appendRow(std::vector<T>& to, const std::vector<T>& from, std::size_t row, std::size_t width) {
   const auto first = from.begin() + static_cast<std::ptrdiff_t>(row * width);
@@ -44,54 +46,92 @@ class Renumbering {
 
 }  // namespace
 
+// Puts one object behind the other.
+class Joined::Appender {
+ public:
+  Appender(Joined& joined, bool isTextured, bool isColored)
+      : mJoined(joined),
+        mObject(joined.mModel.objects[0]),
+        mMesh(mObject.mesh),
+        mIsTextured(isTextured),
+        mIsColored(isColored),
+        mNoMark(static_cast<std::uint32_t>(joined.mMarks.size() - 1)) {}
+
+  void append(const Object& object, std::uint32_t number) {
+    const std::vector<std::uint32_t> vertices = appendVertices(object);
+    appendFaces(object.mesh, vertices);
+    appendLabels(object.mesh, number);
+    mVerticesBefore += static_cast<std::uint32_t>(object.mesh.points.size() / 3);
+  }
+
+ private:
+  std::vector<std::uint32_t> appendVertices(const Object& object) {
+    const std::vector<double>& points = object.mesh.points;
+    std::vector<std::uint32_t> vertices(points.size() / 3);
+    for (std::size_t v = 0; v < vertices.size(); ++v) {
+      const auto next = static_cast<std::uint32_t>(mMesh.points.size() / 3);
+      vertices[v] = next;
+      if (!object.fileVertices.empty()) vertices[v] = mVertexOf.try_emplace(object.fileVertices[v], next).first->second;
+      if (vertices[v] < next) continue;
+      appendRow(mMesh.points, points, v, 3);
+      mObject.fileVertices.push_back(object.fileVertices.empty() ? mVerticesBefore + static_cast<std::uint32_t>(v)
+                                                                 : object.fileVertices[v]);
+      if (!mIsColored) continue;
+      if (object.colors.empty())
+        mObject.colors.resize(mMesh.points.size() / 3 * 4, 1.0F);
+      else
+        appendRow(mObject.colors, object.colors, v, 4);
+    }
+    return vertices;
+  }
+
+  void appendFaces(const PolyMesh& part, const std::vector<std::uint32_t>& vertices) {
+    const auto firstFace = static_cast<std::uint32_t>(mMesh.counts.size());
+    const auto firstPair = static_cast<std::uint32_t>(mMesh.texCoords.size() / 2);
+    for (const std::uint32_t index : part.indices) mMesh.indices.push_back(vertices[index]);
+    for (const std::uint32_t index : part.texIndices)
+      mMesh.texIndices.push_back(index == kNone ? kNone : firstPair + index);
+    if (mIsTextured) mMesh.texIndices.resize(mMesh.indices.size(), kNone);
+    for (const std::uint32_t entry : part.holes) mMesh.holes.push_back(entry == kNone ? kNone : firstFace + entry);
+    mMesh.counts.insert(mMesh.counts.end(), part.counts.begin(), part.counts.end());
+    mMesh.texCoords.insert(mMesh.texCoords.end(), part.texCoords.begin(), part.texCoords.end());
+  }
+
+  void appendLabels(const PolyMesh& part, std::uint32_t number) {
+    std::map<std::uint32_t, std::uint32_t> labelOf;  // of a mark, in this object
+    for (std::size_t face = 0; face < part.counts.size(); ++face) {
+      const std::uint32_t mark = part.labels.empty() ? mNoMark : part.labels[face];
+      const auto [label, isNew] = labelOf.try_emplace(mark, static_cast<std::uint32_t>(mJoined.mMarkOf.size()));
+      if (isNew) {
+        mJoined.mMarkOf.push_back(mark);
+        mJoined.mObjectOf.push_back(number);
+      }
+      mMesh.labels.push_back(label->second);
+    }
+  }
+
+  Joined& mJoined;
+  Object& mObject;
+  PolyMesh& mMesh;
+  bool mIsTextured, mIsColored;
+  std::uint32_t mNoMark, mVerticesBefore = 0;
+  std::map<std::uint32_t, std::uint32_t> mVertexOf;  // by number in the file
+};
+
 Joined::Joined(Model model) : mMarks(model.marks) {
   std::vector<Object> objects = std::exchange(model.objects, {});
   mModel = std::move(model);
   mModel.objects.resize(1);
   mMarks.push_back({});
-  const auto noMark = static_cast<std::uint32_t>(mMarks.size() - 1);
-  PolyMesh& mesh = mModel.objects[0].mesh;
   bool isTextured = false, isColored = false;
   for (const Object& object : objects) {
     isTextured = isTextured || !object.mesh.texIndices.empty();
     isColored = isColored || !object.colors.empty();
   }
-  std::map<std::uint32_t, std::uint32_t> vertexOf;  // by number in the file
+  Appender appender(*this, isTextured, isColored);
   for (std::uint32_t number = 0; number < objects.size(); ++number) {
     Object& object = objects[number];
-    const PolyMesh& part = object.mesh;
-    std::vector<std::uint32_t> vertices(part.points.size() / 3);
-    for (std::size_t v = 0; v < vertices.size(); ++v) {
-      vertices[v] = static_cast<std::uint32_t>(mesh.points.size() / 3);
-      if (!object.fileVertices.empty())
-        vertices[v] = vertexOf.try_emplace(object.fileVertices[v], vertices[v]).first->second;
-      if (vertices[v] < mesh.points.size() / 3) continue;
-      appendRow(mesh.points, part.points, v, 3);
-      if (!isColored) continue;
-      if (object.colors.empty())
-        mModel.objects[0].colors.resize(mesh.points.size() / 3 * 4, 1.0F);
-      else
-        appendRow(mModel.objects[0].colors, object.colors, v, 4);
-    }
-    const auto firstFace = static_cast<std::uint32_t>(mesh.counts.size());
-    const auto firstPair = static_cast<std::uint32_t>(mesh.texCoords.size() / 2);
-    for (const std::uint32_t index : part.indices) mesh.indices.push_back(vertices[index]);
-    for (const std::uint32_t index : part.texIndices)
-      mesh.texIndices.push_back(index == kNone ? kNone : firstPair + index);
-    if (isTextured) mesh.texIndices.resize(mesh.indices.size(), kNone);
-    for (const std::uint32_t entry : part.holes) mesh.holes.push_back(entry == kNone ? kNone : firstFace + entry);
-    mesh.counts.insert(mesh.counts.end(), part.counts.begin(), part.counts.end());
-    mesh.texCoords.insert(mesh.texCoords.end(), part.texCoords.begin(), part.texCoords.end());
-    std::map<std::uint32_t, std::uint32_t> labelOf;  // of a mark, in this object
-    for (std::size_t face = 0; face < part.counts.size(); ++face) {
-      const std::uint32_t mark = part.labels.empty() ? noMark : part.labels[face];
-      const auto [label, isNew] = labelOf.try_emplace(mark, static_cast<std::uint32_t>(mMarkOf.size()));
-      if (isNew) {
-        mMarkOf.push_back(mark);
-        mObjectOf.push_back(number);
-      }
-      mesh.labels.push_back(label->second);
-    }
+    appender.append(object, number);
     mNames.push_back(std::move(object.name));
     mPlaces.push_back(std::move(object.place));
     object = {};
@@ -100,68 +140,98 @@ Joined::Joined(Model model) : mMarks(model.marks) {
   for (const std::uint32_t mark : mMarkOf) mModel.marks.push_back(mMarks[mark]);
 }
 
-Model Joined::split(Model changed) const {
-  std::vector<Object> all = std::exchange(changed.objects, {});
-  changed.marks = mMarks;
-  if (all.empty()) return changed;
-  const PolyMesh& mesh = all[0].mesh;
-  std::vector<std::vector<std::uint32_t>> facesOf(mNames.size());
-  std::vector<std::size_t> firstCorners(mesh.counts.size());
-  std::size_t corners = 0;
-  for (std::uint32_t face = 0; face < mesh.counts.size(); ++face) {
-    facesOf[mObjectOf[mesh.labels[face]]].push_back(face);
-    firstCorners[face] = corners;
-    corners += mesh.counts[face];
-  }
-  std::map<std::uint32_t, std::vector<std::uint32_t>> holesOf;
-  for (auto entry = mesh.holes.begin(); entry != mesh.holes.end(); ++entry) {
-    const std::uint32_t outer = *entry;
-    while (*++entry != kNone) holesOf[outer].push_back(*entry);
-  }
-  // A hole belongs to the object of its outer face.
-  std::vector<std::uint32_t> homeOf(mesh.counts.size());
-  for (std::uint32_t face = 0; face < homeOf.size(); ++face) homeOf[face] = mObjectOf[mesh.labels[face]];
-  for (const auto& [outer, holes] : holesOf)
-    for (const std::uint32_t hole : holes) homeOf[hole] = homeOf[outer];
-  for (auto& faces : facesOf) faces.clear();
-  for (std::uint32_t face = 0; face < homeOf.size(); ++face) facesOf[homeOf[face]].push_back(face);
+// What belongs to which object in the mesh that is split.
+struct Joined::Parts {
+  std::vector<std::size_t> mFirstCorners;
+  std::vector<std::vector<std::uint32_t>> mFacesOf;              // per object
+  std::map<std::uint32_t, std::vector<std::uint32_t>> mHolesOf;  // per outer face
 
-  Renumbering vertices(mesh.points.size() / 3), pairs(mesh.texCoords.size() / 2), faceNumbers(mesh.counts.size());
-  for (std::size_t number = 0; number < facesOf.size(); ++number) {
-    if (facesOf[number].empty()) continue;
-    Object object{.name = mNames[number], .place = mPlaces[number]};
-    PolyMesh& part = object.mesh;
-    bool isTextured = false;
-    for (const std::uint32_t face : facesOf[number]) {
-      faceNumbers(face);
-      part.counts.push_back(mesh.counts[face]);
-      part.labels.push_back(mMarkOf[mesh.labels[face]]);
-      for (std::size_t corner = firstCorners[face]; corner < firstCorners[face] + mesh.counts[face]; ++corner) {
-        part.indices.push_back(vertices(mesh.indices[corner]));
-        if (mesh.texIndices.empty()) continue;
-        const std::uint32_t pair = mesh.texIndices[corner];
-        isTextured = isTextured || pair != kNone;
-        part.texIndices.push_back(pair == kNone ? kNone : pairs(pair));
+  Parts(const PolyMesh& mesh, const std::vector<std::uint32_t>& objectOf, std::size_t objects)
+      : mFirstCorners(mesh.counts.size()), mFacesOf(objects) {
+    std::exclusive_scan(mesh.counts.begin(), mesh.counts.end(), mFirstCorners.begin(), std::size_t{0});
+    std::vector<std::uint32_t> homeOf(mesh.counts.size());
+    for (std::size_t face = 0; face < homeOf.size(); ++face) homeOf[face] = objectOf[mesh.labels[face]];
+    // A hole belongs to the object of its outer face.
+    for (auto entry = mesh.holes.begin(); entry != mesh.holes.end(); ++entry) {
+      const std::uint32_t outer = *entry;
+      while (*++entry != kNone) {
+        mHolesOf[outer].push_back(*entry);
+        homeOf[*entry] = homeOf[outer];
       }
     }
-    if (!isTextured) part.texIndices.clear();
-    for (const std::uint32_t face : facesOf[number]) {
-      const auto holes = holesOf.find(face);
-      if (holes == holesOf.end()) continue;
-      part.holes.push_back(faceNumbers(face));
-      for (const std::uint32_t hole : holes->second) part.holes.push_back(faceNumbers(hole));
-      part.holes.push_back(kNone);
+    for (std::uint32_t face = 0; face < homeOf.size(); ++face) mFacesOf[homeOf[face]].push_back(face);
+  }
+};
+
+// Takes out the parts, one after the other.
+class Splitter {
+ public:
+  explicit Splitter(const Object& whole)
+      : mWhole(whole),
+        mMesh(whole.mesh),
+        mVertices(mMesh.points.size() / 3),
+        mPairs(mMesh.texCoords.size() / 2),
+        mFaces(mMesh.counts.size()) {}
+
+  template <typename Parts>
+  void fill(Object& object, const Parts& parts, const std::vector<std::uint32_t>& faces,
+            const std::vector<std::uint32_t>& markOf) {
+    for (const std::uint32_t face : faces) {
+      mFaces(face);
+      object.mesh.counts.push_back(mMesh.counts[face]);
+      object.mesh.labels.push_back(markOf[mMesh.labels[face]]);
+      takeCorners(object.mesh, parts.mFirstCorners[face], mMesh.counts[face]);
     }
-    for (const std::uint32_t vertex : vertices.used()) {
-      appendRow(part.points, mesh.points, vertex, 3);
-      if (!all[0].colors.empty()) appendRow(object.colors, all[0].colors, vertex, 4);
+    const auto isPair = [](std::uint32_t pair) { return pair != kNone; };
+    std::vector<std::uint32_t>& pairs = object.mesh.texIndices;
+    if (std::none_of(pairs.begin(), pairs.end(), isPair)) pairs.clear();
+    for (const std::uint32_t face : faces) takeHoles(object.mesh, parts, face);
+    for (const std::uint32_t vertex : mVertices.used()) {
+      appendRow(object.mesh.points, mMesh.points, vertex, 3);
+      if (!mWhole.colors.empty()) appendRow(object.colors, mWhole.colors, vertex, 4);
     }
-    object.fileVertices = vertices.used();
-    for (const std::uint32_t pair : pairs.used()) appendRow(part.texCoords, mesh.texCoords, pair, 2);
+    object.fileVertices = mVertices.used();
+    for (const std::uint32_t pair : mPairs.used()) appendRow(object.mesh.texCoords, mMesh.texCoords, pair, 2);
+    mVertices.clear();
+    mPairs.clear();
+    mFaces.clear();
+  }
+
+ private:
+  void takeCorners(PolyMesh& part, std::size_t first, std::size_t count) {
+    for (std::size_t corner = first; corner < first + count; ++corner) {
+      part.indices.push_back(mVertices(mMesh.indices[corner]));
+      if (mMesh.texIndices.empty()) continue;
+      const std::uint32_t pair = mMesh.texIndices[corner];
+      part.texIndices.push_back(pair == kNone ? kNone : mPairs(pair));
+    }
+  }
+
+  template <typename Parts>
+  void takeHoles(PolyMesh& part, const Parts& parts, std::uint32_t face) {
+    const auto holes = parts.mHolesOf.find(face);
+    if (holes == parts.mHolesOf.end()) return;
+    part.holes.push_back(mFaces(face));
+    for (const std::uint32_t hole : holes->second) part.holes.push_back(mFaces(hole));
+    part.holes.push_back(kNone);
+  }
+
+  const Object& mWhole;
+  const PolyMesh& mMesh;
+  Renumbering mVertices, mPairs, mFaces;
+};
+
+Model Joined::split(Model changed) const {
+  const std::vector<Object> all = std::exchange(changed.objects, {});
+  changed.marks = mMarks;
+  if (all.empty()) return changed;
+  const Parts parts(all[0].mesh, mObjectOf, mNames.size());
+  Splitter splitter(all[0]);
+  for (std::size_t number = 0; number < parts.mFacesOf.size(); ++number) {
+    if (parts.mFacesOf[number].empty()) continue;
+    Object object{.name = mNames[number], .place = mPlaces[number]};
+    splitter.fill(object, parts, parts.mFacesOf[number], mMarkOf);
     changed.objects.push_back(std::move(object));
-    vertices.clear();
-    pairs.clear();
-    faceNumbers.clear();
   }
   return changed;
 }

@@ -21,8 +21,14 @@ class Joined {
   /// @param changed  with labels of model(), as its only object
   facetbox::Model split(facetbox::Model changed) const;
 
+  /// The object that a label of model() tells, counted as in the model that was handed in.
+  std::uint32_t objectOf(std::uint32_t label) const { return mObjectOf[label]; }
+  /// The names of these objects.
+  const std::vector<std::string>& names() const { return mNames; }
+
  private:
-  void append(facetbox::Object object, std::uint32_t number);
+  class Appender;
+  struct Parts;
 
   facetbox::Model mModel;
   std::vector<facetbox::Mark> mMarks;             // of the model that was handed in, and an empty one

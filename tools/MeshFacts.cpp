@@ -7,33 +7,45 @@
 #include <numeric>
 #include <set>
 #include <span>
+#include <utility>
 
 #include <facetbox/check.h>
-#include <facetbox/clean.h>
 #include <tools/Vector.h>
+#include <tools/Welds.h>
 
 namespace tool {
 namespace {
 
 using Corners = std::span<const std::uint32_t>;
 
-void measureBox(const facetbox::Model& model, MeshFacts& facts) {
-  bool isEmpty = true;
-  for (const facetbox::Object& object : model.objects) {
-    const std::vector<double>& points = object.mesh.points;
-    if (points.empty()) continue;
-    if (isEmpty) {
-      facts.mMin.fill(std::numeric_limits<double>::max());
-      facts.mMax.fill(std::numeric_limits<double>::lowest());
+// Of the boxes of several meshes.
+class Box {
+ public:
+  void add(const std::vector<double>& points) {
+    if (points.empty()) return;
+    if (std::exchange(mIsEmpty, false)) {
+      mMin.fill(std::numeric_limits<double>::max());
+      mMax.fill(std::numeric_limits<double>::lowest());
     }
-    isEmpty = false;
-    for (std::size_t i = 0; i < points.size(); ++i) {
-      facts.mMin[i % 3] = std::min(facts.mMin[i % 3], points[i]);
-      facts.mMax[i % 3] = std::max(facts.mMax[i % 3], points[i]);
+    for (std::size_t i = 0; i < points.size(); i += 3) {
+      for (std::size_t axis = 0; axis < 3; ++axis) {
+        mMin[axis] = std::min(mMin[axis], points[i + axis]);
+        mMax[axis] = std::max(mMax[axis], points[i + axis]);
+      }
     }
   }
-  const auto size = [&](std::size_t axis) { return facts.mMax[axis] - facts.mMin[axis]; };
-  facts.mDiagonal = std::hypot(size(0), size(1), size(2));
+  double diagonal() const { return std::hypot(mMax[0] - mMin[0], mMax[1] - mMin[1], mMax[2] - mMin[2]); }
+
+  std::array<double, 3> mMin = {}, mMax = {};
+
+ private:
+  bool mIsEmpty = true;
+};
+
+Box boxOf(const facetbox::Model& model) {
+  Box box;
+  for (const facetbox::Object& object : model.objects) box.add(object.mesh.points);
+  return box;
 }
 
 // Twice its area vector is exactly nothing, relative to the first corner.
@@ -48,19 +60,16 @@ bool hasNoArea(const facetbox::PolyMesh& mesh, Corners corners) {
   return sum.x == 0 && sum.y == 0 && sum.z == 0;
 }
 
-// Number of vertices that a weld removes when no face can prevent it: every vertex gets a triangle of its own, with
-// two points far outside the box.
-std::size_t countDuplicates(const facetbox::PolyMesh& mesh, const MeshFacts& facts, double tolerance) {
-  const auto vertexCount = static_cast<std::uint32_t>(mesh.points.size() / 3);
-  facetbox::PolyMesh probe{.points = mesh.points, .counts = std::vector<std::uint32_t>(vertexCount, 3)};
-  const double away = 4 * facts.mDiagonal + 1;
-  for (const double side : {1.0, -1.0})
-    for (std::size_t axis = 0; axis < 3; ++axis)
-      probe.points.push_back(facts.mMax[axis] + away * (axis == 0 ? 1.0 : axis == 1 ? side : 0.5));
-  for (std::uint32_t v = 0; v < vertexCount; ++v)
-    probe.indices.insert(probe.indices.end(), {v, vertexCount, vertexCount + 1});
-  const facetbox::Step weld = facetbox::MergeVertices{tolerance};
-  return vertexCount + 2 - facetbox::clean(probe, {&weld, 1}).mesh.points.size() / 3;
+// Number of vertices that a weld removes when no face can prevent it.
+std::size_t countDuplicates(const facetbox::PolyMesh& mesh, double tolerance) {
+  const std::vector<std::uint32_t> groups = weldGroups(mesh.points, tolerance);
+  std::vector<bool> isTaken(groups.size());
+  std::size_t duplicates = 0;
+  for (const std::uint32_t group : groups) {
+    duplicates += isTaken[group] ? 1 : 0;
+    isTaken[group] = true;
+  }
+  return duplicates;
 }
 
 void addObject(const facetbox::PolyMesh& mesh, MeshFacts& facts) {
@@ -75,7 +84,7 @@ void addObject(const facetbox::PolyMesh& mesh, MeshFacts& facts) {
   facts.mSameDirectionEdges += defects.sameDirectionEdges.size();
   facts.mUnusedVertices += defects.unusedVertices.size();
   facts.mDuplicateVertices += defects.sameVertices.size();
-  facts.mNearlyDuplicateVertices += countDuplicates(mesh, facts, kNearlySame * facts.mDiagonal);
+  facts.mNearlyDuplicateVertices += countDuplicates(mesh, kNearlySame * facts.mDiagonal);
   facts.mDoubleFaces += defects.doubleFaces.size();
   facts.mBadHoles += defects.droppedHoles.size();
   facts.mArea += defects.area;
@@ -132,15 +141,20 @@ void countParts(const facetbox::PolyMesh& mesh, MeshFacts& facts) {
 
 }  // namespace
 
-double boundingBoxDiagonal(const facetbox::Model& model) {
-  MeshFacts facts;
-  measureBox(model, facts);
-  return facts.mDiagonal;
+double boundingBoxDiagonal(const facetbox::Model& model) { return boxOf(model).diagonal(); }
+
+double boundingBoxDiagonal(const facetbox::PolyMesh& mesh) {
+  Box box;
+  box.add(mesh.points);
+  return box.diagonal();
 }
 
 MeshFacts gatherFacts(const facetbox::Model& model) {
   MeshFacts facts;
-  measureBox(model, facts);
+  const Box box = boxOf(model);
+  facts.mMin = box.mMin;
+  facts.mMax = box.mMax;
+  facts.mDiagonal = box.diagonal();
   for (const facetbox::Object& object : model.objects) {
     countParts(object.mesh, facts);
     addObject(object.mesh, facts);

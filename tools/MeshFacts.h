@@ -46,6 +46,7 @@ struct MeshFacts {
 
 /// Only the length of the bounding box's diagonal.
 double boundingBoxDiagonal(const facetbox::Model& model);
+double boundingBoxDiagonal(const facetbox::PolyMesh& mesh);
 
 MeshFacts gatherFacts(const facetbox::Model& model);
 

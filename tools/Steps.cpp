@@ -1,7 +1,6 @@
 #include <tools/Steps.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <utility>
@@ -33,7 +32,7 @@ struct Describe {
   }
 };
 
-/// Calls `read` for each switch of a step, with what it is stored in.
+// Calls `read` for each switch of a step, with what it is stored in.
 template <class Read>
 void forEachSwitch(Step& step, Read read) {
   using Switch = StepList::Switch;
@@ -44,51 +43,94 @@ void forEachSwitch(Step& step, Read read) {
     remove->keepTextureMapping = read(Switch::keepTextureMapping);
 }
 
+// A step whose value is in per cent, for an object.
+Step resolved(Step step, double diagonal) {
+  const auto relative = [](double percent) { return Tolerance{percent, true}; };
+  if (auto* const merge = std::get_if<MergeVertices>(&step))
+    merge->tolerance = relative(merge->tolerance).length(diagonal);
+  if (auto* const edges = std::get_if<RemoveZeroEdges>(&step))
+    edges->threshold = relative(edges->threshold).length(diagonal);
+  if (auto* const faces = std::get_if<RemoveZeroFaces>(&step))
+    faces->threshold = relative(faces->threshold).area(diagonal);
+  return step;
+}
+
+bool hasLengthOrArea(const Step& step) {
+  return std::holds_alternative<MergeVertices>(step) || std::holds_alternative<RemoveZeroEdges>(step) ||
+         std::holds_alternative<RemoveZeroFaces>(step);
+}
+
+struct Planner {
+  double mDiagonal, mModelDiagonal;
+  StepPlan mPlan;
+
+  void operator()(const Step& step) { add(step, describe(step), false, false); }
+
+  void operator()(const RelativeStep& step) {
+    add(resolved(step.mStep, mDiagonal), describe(step.mStep) + "%", true, false);
+  }
+
+  void operator()(const Preset& preset) {
+    const bool isRelative = preset.mLength.mIsRelative;
+    const auto begin = static_cast<std::ptrdiff_t>(mPlan.mSteps.size());
+    const double diagonal = isRelative ? mDiagonal : mModelDiagonal;
+    // In per cent, a diagonal is 100 long.
+    const std::vector<Step> percents = allSteps(preset.mLength.mValue, 100);
+    const std::vector<Step> steps = allSteps(preset.mLength.length(diagonal), diagonal);
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+      Step step = steps[i];
+      forEachSwitch(step, [&](StepList::Switch which) {
+        return which == StepList::Switch::compareAttributes ? preset.mCompareAttributes : preset.mKeepTextureMapping;
+      });
+      const bool isRepeated = std::find(mPlan.mSteps.begin() + begin, mPlan.mSteps.end(), step) != mPlan.mSteps.end();
+      const bool isOwn = isRelative && hasLengthOrArea(step);
+      add(step, isOwn ? labelInPercent(percents[i]) : describe(step), isOwn, isRepeated);
+    }
+  }
+
+ private:
+  // Areas are parts of the squared diagonal, which is 10000 here.
+  static std::string labelInPercent(Step step) {
+    if (auto* const faces = std::get_if<RemoveZeroFaces>(&step)) faces->threshold /= 100;
+    return describe(step) + "%";
+  }
+
+  void add(const Step& step, const std::string& label, bool isRelative, bool isRepeated) {
+    mPlan.mSteps.push_back(step);
+    mPlan.mLabels.push_back(label);
+    mPlan.mIsRelative.push_back(isRelative);
+    mPlan.mIsRepeated.push_back(isRepeated);
+  }
+};
+
 }  // namespace
 
 std::string describe(const Step& step) { return std::visit(Describe{}, step); }
 
-StepPlan planOf(const std::vector<StepRequest>& requests, double diagonal) {
-  StepPlan plan;
-  const auto add = [&plan](const Step& step, bool isRepeated) {
-    plan.mSteps.push_back(step);
-    plan.mIsRepeated.push_back(isRepeated);
-  };
-  for (const StepRequest& request : requests) {
-    if (const auto* const step = std::get_if<Step>(&request)) {
-      add(*step, false);
-      continue;
-    }
-    const Preset& preset = std::get<Preset>(request);
-    const auto begin = static_cast<std::ptrdiff_t>(plan.mSteps.size());
-    for (Step step : allSteps(preset.mLength, diagonal)) {
-      forEachSwitch(step, [&](StepList::Switch which) {
-        return which == StepList::Switch::compareAttributes ? preset.mCompareAttributes : preset.mKeepTextureMapping;
-      });
-      add(step, std::find(plan.mSteps.begin() + begin, plan.mSteps.end(), step) != plan.mSteps.end());
-    }
-  }
-  return plan;
+std::optional<double> valueOf(const Step& step) {
+  if (const auto* const merge = std::get_if<MergeVertices>(&step)) return merge->tolerance;
+  if (const auto* const edges = std::get_if<RemoveZeroEdges>(&step)) return edges->threshold;
+  if (const auto* const faces = std::get_if<RemoveZeroFaces>(&step)) return faces->threshold;
+  if (const auto* const merge = std::get_if<MergeCoplanar>(&step)) return merge->degrees;
+  if (const auto* const remove = std::get_if<RemoveColinear>(&step)) return remove->degrees;
+  return std::nullopt;
 }
 
-double parseTolerance(const std::string& text, const std::string& option, double largest) {
-  const char* const end = text.data() + text.size();
-  const char* const start = text.size() > 1 && text[0] == '+' && text[1] != '-' ? text.data() + 1 : text.data();
-  double value = 0;
-  const auto [next, error] = std::from_chars(start, end, value);
-  // Not "value < 0 || value > largest": that would let NaN pass.
-  if (error != std::errc() || next != end || !(value >= 0 && value <= largest))
-    throw InputError(largest < 1e6 ? fmt::format("{}: '{}' is not a number from 0 to {}", option, text, largest)
-                                   : fmt::format("{}: '{}' is not a finite number of 0 or more", option, text));
-  return value;
+StepPlan planOf(const std::vector<StepRequest>& requests, double diagonal, double modelDiagonal) {
+  Planner planner{diagonal, modelDiagonal, {}};
+  for (const StepRequest& request : requests) std::visit(planner, request);
+  return planner.mPlan;
 }
 
-void StepList::add(Step step) {
+void StepList::add(Step step, bool isRelative) {
   forEachSwitch(step, [this](Switch which) { return read(which); });
-  mRequests.emplace_back(step);
+  if (isRelative)
+    mRequests.emplace_back(RelativeStep{step});
+  else
+    mRequests.emplace_back(step);
 }
 
-void StepList::addPreset(double length) {
+void StepList::addPreset(const Tolerance& length) {
   mRequests.emplace_back(Preset{length, read(Switch::compareAttributes), read(Switch::keepTextureMapping)});
 }
 

@@ -1,47 +1,56 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include <facetbox/clean.h>
+#include <tools/Tolerance.h>
 
 namespace tool {
 
+/// A step whose length or area is relative: its value is in per cent.
+struct RelativeStep {
+  facetbox::Step mStep;
+};
+
 /// All steps for a length.
 struct Preset {
-  double mLength = 0;
+  Tolerance mLength;
   bool mCompareAttributes = true;
   bool mKeepTextureMapping = true;
 };
 
 /// One entry of the command line.
-using StepRequest = std::variant<facetbox::Step, Preset>;
+using StepRequest = std::variant<facetbox::Step, RelativeStep, Preset>;
 
 /// The step as written on the command line, such as "--merge-vertices 0.01".
 std::string describe(const facetbox::Step& step);
 
-/// The steps to run.
+/// Its length, area or angle, if it has one.
+std::optional<double> valueOf(const facetbox::Step& step);
+
+/// The steps to run on an object.
 struct StepPlan {
   std::vector<facetbox::Step> mSteps;
+  std::vector<std::string> mLabels;  ///< the same for all objects: relative values stay relative
+  std::vector<bool> mIsRelative;
   std::vector<bool> mIsRepeated;  ///< by a preset that has the same step before
 };
 
-/// The steps of all entries, for a model of the given bounding-box diagonal: facetbox::allSteps() for a preset, with
-/// its switches.
-StepPlan planOf(const std::vector<StepRequest>& requests, double diagonal);
-
-/// A tolerance from the command line: a finite number from 0 to `largest`, in the number syntax of OBJ.
-/// @throws InputError that names `option`
-double parseTolerance(const std::string& text, const std::string& option, double largest);
+/// The steps of all entries: facetbox::allSteps() for a preset, with its switches.
+/// @param diagonal       of the object's bounding box, for what is relative
+/// @param modelDiagonal  of all objects, for presets that are not
+StepPlan planOf(const std::vector<StepRequest>& requests, double diagonal, double modelDiagonal);
 
 /// The steps of a command line, in its order; a switch affects the steps after it.
 class StepList {
  public:
   using Step = facetbox::Step;
   /// A step, whose own switches are overwritten.
-  void add(Step step);
-  void addPreset(double length);
+  void add(Step step, bool isRelative = false);
+  void addPreset(const Tolerance& length);
 
   enum class Switch { compareAttributes, keepTextureMapping };
   /// @param name  of the option

@@ -1,6 +1,4 @@
-#include <cstdio>
 #include <exception>
-#include <new>
 
 #include <signal.h>
 
@@ -28,27 +26,14 @@ void catchEndingSignals() {
   }
 }
 
-// Without a formatter that throws: the stream itself may be broken.
-int fail(const char* what, tool::ExitCode code) {
-  std::fputs("facetbox: ", stderr);
-  std::fputs(what, stderr);
-  std::fputc('\n', stderr);
-  return code;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   catchEndingSignals();
   try {
     return tool::runCommandLine(argc, argv);
-  } catch (const tool::InputError& error) {
-    return fail(error.what(), tool::kExitBadInput);
-  } catch (const facetbox::ReadError& error) {
-    return fail(error.what(), tool::kExitBadInput);
-  } catch (const std::bad_alloc&) {
-    return fail("out of memory", tool::kExitFailure);
   } catch (const std::exception& error) {
-    return fail(error.what(), tool::kExitFailure);
+    tool::complain(tool::textOf(error));
+    return tool::exitCodeOf(error);
   }
 }

@@ -84,8 +84,8 @@ inline std::string quoted(const std::string& text) { return "'" + text + "'"; }
 /// Runs the program with arguments for the shell; `before` are shell commands that run first.
 inline RunResult runProgram(const std::string& arguments, const std::string& before = "") {
   const TestFolder folder;
-  const std::string command = before + quoted(FACETBOX_PROGRAM) + " " + arguments + " >" + quoted(folder.path("out")) +
-                              " 2>" + quoted(folder.path("err")) + " </dev/null";
+  const std::string command = "exec </dev/null; " + before + quoted(FACETBOX_PROGRAM) + " " + arguments + " >" +
+                              quoted(folder.path("out")) + " 2>" + quoted(folder.path("err"));
   const int status = std::system(command.c_str());
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readText(folder.path("out")), readText(folder.path("err"))};
 }

@@ -14,7 +14,9 @@ using Action = std::function<ExitCode()>;
 // Each adds a command with its arguments and its help. When the command is chosen, it sets `action`.
 
 void addInfo(CLI::App& app, Action& action);
+void addCheck(CLI::App& app, Action& action);
 void addClean(CLI::App& app, Action& action);
+void addConvert(CLI::App& app, Action& action);
 void addRender(CLI::App& app, Action& action);
 void addPick(CLI::App& app, Action& action);
 void addSelect(CLI::App& app, Action& action);

@@ -2,12 +2,32 @@
 
 #include <map>
 
+#include <fmt/format.h>
 #include <CLI/CLI.hpp>
+
+#include <tools/Errors.h>
 
 namespace tool {
 
 void addModel(CLI::App& command, std::string& model) {
   command.add_option("MODEL", model, "File to read: .obj, .ply, .off, .stl, .gltf or .glb")->required();
+}
+
+void addModels(CLI::App& command, std::vector<std::string>& models, std::optional<facetbox::Format>& from) {
+  command.add_option("MODEL", models, "Files to read: .obj, .ply, .off, .stl, .gltf, .glb, .json; - is standard input")
+      ->required();
+  addFormat(command, "--from", "Format of the models, whatever their names: obj, ply, off, stl, gltf, glb, cityjson",
+            from);
+}
+
+void addFormat(CLI::App& command, const std::string& name, const std::string& help,
+               std::optional<facetbox::Format>& format) {
+  addParsed(command, name, "FORMAT", help, format, [](const std::string& text, const std::string& option) {
+    const std::optional<facetbox::Format> named = facetbox::formatNamed(text);
+    if (!named)
+      throw InputError(fmt::format("{}: '{}' is not one of obj, ply, off, stl, gltf, glb and cityjson", option, text));
+    return named;
+  });
 }
 
 void addGrouping(CLI::App& command, Grouping& grouping) {

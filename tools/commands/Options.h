@@ -1,15 +1,25 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/App.hpp>
 
+#include <facetbox/io/Format.h>
 #include <tools/MeshMaker.h>
 
 namespace tool {
 
 /// The model that a command reads.
 void addModel(CLI::App& command, std::string& model);
+
+/// The models that a command reads, one or more, and --from.
+void addModels(CLI::App& command, std::vector<std::string>& models, std::optional<facetbox::Format>& from);
+
+/// --from or --to.
+void addFormat(CLI::App& command, const std::string& name, const std::string& help,
+               std::optional<facetbox::Format>& format);
 
 /// What counts as one object.
 void addGrouping(CLI::App& command, Grouping& grouping);
