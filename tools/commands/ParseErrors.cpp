@@ -32,9 +32,10 @@ std::string suggestion(const std::string& typed, const std::vector<std::string>&
   const std::string* nearest = nullptr;
   std::size_t least = 2 + typed.size() / 4;
   for (const std::string& name : names) {
-    const bool mayBeShort = typed.size() > 4;
-    const std::size_t whole = distance(typed, name);
-    const std::size_t own = mayBeShort ? std::min(whole, distance(typed, name.substr(0, typed.size())) + 1) : whole;
+    std::size_t own = distance(typed, name);
+    // The start of a long name, with a letter missing perhaps.
+    for (const std::size_t length : {typed.size(), typed.size() + 1})
+      if (typed.size() > 4) own = std::min(own, distance(typed, std::string_view(name).substr(0, length)) + 1);
     if (own >= least) continue;
     nearest = &name;
     least = own;
