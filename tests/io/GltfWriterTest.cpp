@@ -210,7 +210,9 @@ TEST(GltfWriter, MaterialsOfAFileAreWrittenInItsWords) {
     EXPECT_EQ(textOf(notes), "1 textures on further texture coordinates");
     EXPECT_THAT(bytes, HasSubstr(R"("extensionsUsed":["KHR_materials_unlit"])"));
     EXPECT_THAT(bytes, HasSubstr(file.root["samplers"][0].dump()));
-    if (format == Format::glb) EXPECT_THAT(bytes, ::testing::AllOf(HasSubstr(png), HasSubstr(jpeg)));
+    if (format == Format::glb) {
+      EXPECT_THAT(bytes, ::testing::AllOf(HasSubstr(png), HasSubstr(jpeg)));
+    }
     const Model read = parseModel(bytes, format, "t");
     EXPECT_EQ(read.materials[0], model.materials[0]);
     EXPECT_EQ(read.materials[1].definition, R"({"doubleSided":true,"extensions":{"KHR_materials_unlit":{}}})");
@@ -272,8 +274,9 @@ TEST(GltfWriter, TheImportLibraryReadsTheSameTriangles) {
             const aiVector3D& p = mesh.mVertices[vertex];
             ASSERT_THAT((std::vector<double>{p.x, p.y, p.z}),
                         ElementsAre(triangles[t][part], triangles[t][part + 1], triangles[t][part + 2]));
-            if (triangles[t][part + 3] != 9)
+            if (triangles[t][part + 3] != 9) {
               ASSERT_EQ(double(mesh.mTextureCoords[0][vertex].y), triangles[t][part + 4]);
+            }
           }
       }
     }
