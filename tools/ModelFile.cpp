@@ -13,6 +13,7 @@
 #include <facetbox/io/readModel.h>
 #include <facetbox/io/writeModel.h>
 #include <tools/Errors.h>
+#include <tools/Progress.h>
 
 namespace tool {
 namespace {
@@ -51,6 +52,16 @@ facetbox::Model readInput(const std::string& name, std::optional<Format> from) {
   checkInputs({name}, from);
   if (isStandard(name)) return facetbox::parseModel(readStandardInput(), *from, shownInput(name));
   return facetbox::readModel(name, {.format = from});
+}
+
+facetbox::Model readAndSay(const std::string& name, Progress& progress) {
+  progress.begin(Stage::reading, "reading " + name);
+  facetbox::Model model = facetbox::readModel(name);
+  progress.begin(Stage::working, "examining " + name);
+  if (model.notes.empty()) return model;
+  progress.clearLine();
+  complain(fmt::format("skipped in {}: {}", name, listed(model.notes)).c_str());
+  return model;
 }
 
 std::vector<facetbox::Note> writeOutput(const facetbox::Model& model, const std::string& name,

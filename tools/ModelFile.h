@@ -9,6 +9,8 @@
 
 namespace tool {
 
+class Progress;
+
 /// The name of a model that stands for standard input or output.
 inline constexpr const char* kStandardStream = "-";
 
@@ -20,6 +22,9 @@ std::string shownOutput(const std::string& name);
 
 /// Reads a model; "-" is standard input, which needs a format. @throws InputError, facetbox::ReadError
 facetbox::Model readInput(const std::string& name, std::optional<facetbox::Format> from);
+
+/// Reads a model file, and says on standard error what is skipped. @throws facetbox::ReadError
+facetbox::Model readAndSay(const std::string& name, Progress& progress);
 
 /// Writes a model; "-" is standard output, which needs a format and gets the model at once, when it is complete.
 /// Devices and pipes get OBJ if not told otherwise.

@@ -6,9 +6,9 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <facetbox/io/readModel.h>
 #include <tools/Errors.h>
 #include <tools/FacePool.h>
+#include <tools/ModelFile.h>
 #include <tools/Printing.h>
 #include <tools/Progress.h>
 #include <tools/Scene.h>
@@ -29,9 +29,9 @@ std::string formatHit(const PickOptions& options, const Scene& scene, const std:
     return dumped({{"hit", true},
                    {"id", hit->mId},
                    {"name", name},
-                   {"distance", rounded(distance)},
-                   {"point", rounded(point)},
-                   {"normal", rounded(hit->mNormal)},
+                   {"distance", inFull(distance)},
+                   {"point", inFull(point)},
+                   {"normal", inFull(hit->mNormal)},
                    {"side", side}});
   return fmt::format("name      {}\nid        {}\ndistance  {}\npoint     {}\nnormal    {}\nside      {}\n", name,
                      hit->mId, shown(distance), shown(point), shown(hit->mNormal), side);
@@ -55,8 +55,7 @@ void runPick(const PickOptions& options) {
   std::string text;
   {
     Progress progress;
-    progress.setStage("reading " + options.mModel);
-    const FacePool model = poolOf(facetbox::readModel(options.mModel), options.mModel);
+    const FacePool model = poolOf(readAndSay(options.mModel, progress), options.mModel);
     const Scene scene(model, options.mModel, options.mGrouping, progress);
     std::vector<std::uint32_t> ids;
     for (const SceneEntry& entry : scene.entries()) ids.push_back(entry.mId);
@@ -70,8 +69,7 @@ void runSelect(const SelectOptions& options) {
   std::string text;
   {
     Progress progress;
-    progress.setStage("reading " + options.mModel);
-    const FacePool model = poolOf(facetbox::readModel(options.mModel), options.mModel);
+    const FacePool model = poolOf(readAndSay(options.mModel, progress), options.mModel);
     const Scene scene(model, options.mModel, options.mGrouping, progress);
     text = formatSelection(options, scene, scene.idsIn(matrixOf(options.mView, scene), options.mWholeInside));
   }

@@ -17,8 +17,8 @@ std::string dumped(const ordered_json& json) {
 
 std::string shown(double value) { return fmt::format("{:.6g}", value + 0.0); }
 std::string shown(const Vector& v) { return fmt::format("{} {} {}", shown(v.x), shown(v.y), shown(v.z)); }
-ordered_json rounded(double value) { return std::stod(shown(value)); }
-ordered_json rounded(const Vector& v) { return {rounded(v.x), rounded(v.y), rounded(v.z)}; }
+ordered_json inFull(double value) { return value + 0.0; }
+ordered_json inFull(const Vector& v) { return {inFull(v.x), inFull(v.y), inFull(v.z)}; }
 
 Vector snapped(const Vector& point, double scale) {
   const auto snap = [scale](double value) { return std::fabs(value * scale) < 1e-6 ? 0 : value; };

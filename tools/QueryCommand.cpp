@@ -9,12 +9,12 @@
 #include <nlohmann/json.hpp>
 
 #include <facetbox/io/files.h>
-#include <facetbox/io/readModel.h>
 #include <tools/CellPainter.h>
 #include <tools/Errors.h>
 #include <tools/FacePool.h>
 #include <tools/Frame.h>
 #include <tools/IntersectorHost.h>
+#include <tools/ModelFile.h>
 #include <tools/PngFile.h>
 #include <tools/Printing.h>
 #include <tools/Progress.h>
@@ -82,9 +82,9 @@ class Questions {
       const Vector a = toModel(found->mTriangle[0]), b = toModel(found->mTriangle[1]), c = toModel(found->mTriangle[2]);
       return Answer{
           {{"found", true},
-           {"point", rounded(point)},
-           {"depth", rounded(depth)},
-           {"triangle", {rounded(a), rounded(b), rounded(c)}}},
+           {"point", inFull(point)},
+           {"depth", inFull(depth)},
+           {"triangle", {inFull(a), inFull(b), inFull(c)}}},
           lineOf(entry) + fmt::format("        point     {}\n        depth     {}\n        triangle  {}, {}, {}\n",
                                       shown(point), shown(depth), shown(a), shown(b), shown(c))};
     });
@@ -97,12 +97,10 @@ class Questions {
       if (!hit) return Answer{{{"hit", false}}, ""};
       const double distance = hit->mDistance / mFrame.scale();
       const Vector point = snapped(ray.mOrigin + direction * distance, mFrame.scale());
-      return Answer{{{"hit", true},
-                     {"distance", rounded(distance)},
-                     {"point", rounded(point)},
-                     {"normal", rounded(hit->mNormal)}},
-                    lineOf(entry) + fmt::format("        distance  {}\n        point     {}\n        normal    {}\n",
-                                                shown(distance), shown(point), shown(hit->mNormal))};
+      return Answer{
+          {{"hit", true}, {"distance", inFull(distance)}, {"point", inFull(point)}, {"normal", inFull(hit->mNormal)}},
+          lineOf(entry) + fmt::format("        distance  {}\n        point     {}\n        normal    {}\n",
+                                      shown(distance), shown(point), shown(hit->mNormal))};
     });
   }
 
@@ -167,8 +165,7 @@ void runQuery(const QueryOptions& given) {
       mask = maskOf(parsePng(facetbox::readFile(options.mRaster), options.mRaster));
       options.mView.mSize = {mask.mWidth, mask.mHeight};
     }
-    progress.setStage("reading " + options.mModel);
-    const FacePool model = poolOf(facetbox::readModel(options.mModel), options.mModel);
+    const FacePool model = poolOf(readAndSay(options.mModel, progress), options.mModel);
     const Frame frame(model);
     if (options.mWriteMask.empty() && options.mRaster.empty()) {
       text = answersFor(options, frame, progress);

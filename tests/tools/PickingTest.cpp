@@ -107,8 +107,14 @@ TEST(Pick, aRayGoesThroughAHoleAndTellsWhatItHits) {
   // From a thousand widths away, along a slope.
   const auto hit = nlohmann::json::parse(runProgram(pick + "3003,3.5,4000,-3,0,-4 --json --by material").mOut);
   EXPECT_EQ(hit["name"], "stone");
-  EXPECT_EQ(hit["distance"], 5000);
-  EXPECT_EQ(hit["point"], (nlohmann::json{3, 3.5, 0}));
+  EXPECT_NEAR(hit["distance"].get<double>(), 5000, 1e-6);
+  for (std::size_t axis = 0; axis < 3; ++axis)
+    EXPECT_NEAR(hit["point"][axis].get<double>(), (std::array{3.0, 3.5, 0.0}[axis]), 1e-6);
+  // What is skipped in the file is said, beside the answer.
+  const RunResult skipped = runProgram("pick " + quoted(folder.write("s.obj", std::string(kWindow) + "curv 1 2\n")) +
+                                       " --ray 1.5,1.5,5,0,0,-2 --json");
+  EXPECT_THAT(skipped.mErr, HasSubstr("s.obj: 1 x statement 'curv'\n"));
+  EXPECT_EQ(nlohmann::json::parse(skipped.mOut)["side"], "back");
   EXPECT_EQ(hit["side"], "front");
 }
 
