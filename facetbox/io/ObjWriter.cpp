@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <map>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -10,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <facetbox/io/FileError.h>
+#include <facetbox/io/LineNames.h>
 #include <facetbox/io/MaterialLibrary.h>
 
 namespace facetbox {
@@ -79,15 +82,34 @@ class Writer {
       : mModel(model), mContext(context), mOutput(context.output()), mShared(model.objects) {}
 
   void write() {
+    nameAll();
     writeLibrary();
     for (const SharedVertices::Row& row : mShared.rows()) writeVertex(mModel.objects[row.object], row.vertex);
     for (const Object& object : mModel.objects) writeObject(object);
     writeHoles();
-    mContext.notes().add("kinds of surfaces", mWithSemantics);
-    mContext.notes().add("shells of faces", mWithPart);
+    Notes& notes = mContext.notes();
+    notes.add("kinds of surfaces", mWithSemantics);
+    notes.add("shells of faces", mWithPart);
+    notes.add("names that were changed, to fit into a line or to differ",
+              mLineNames.changed() + mMaterials.changed() + mGroups.changed());
+    if (mModel.document && mModel.format && mModel.format != Format::obj)
+      notes.add(fmt::format("what only {} knows", nameOf(*mModel.format)));
   }
 
  private:
+  // What the words of a line can hold. Groups of no name, or of the name for none, need another.
+  void nameAll() {
+    std::map<std::string, std::size_t> firstOf;  // of a name
+    for (std::size_t i = 0; i < mModel.materials.size(); ++i) {
+      const Material& material = mModel.materials[i];
+      const std::size_t first = firstOf.try_emplace(material.name, i).first->second;
+      mIsWritten.push_back(first == i || !(material == mModel.materials[first]));
+      mMaterialNames.push_back(mIsWritten[i] ? mMaterials.distinct(material.name, "material") : mMaterialNames[first]);
+    }
+    mGroups.distinct("default", "default");
+    for (const std::string& group : mModel.groups) mGroupNames.push_back(mGroups.distinct(group, "group"));
+  }
+
   void line(std::string_view keyword, std::string_view name) {
     mOutput.text(keyword);
     if (!name.empty()) {
@@ -103,15 +125,27 @@ class Writer {
     const auto known =
         static_cast<std::size_t>(std::count_if(mModel.materials.begin(), mModel.materials.end(), isKnown));
     if (known == 0) return;
+    const bool isKept = mModel.format == Format::obj;
+    if (!isKept)
+      mContext.notes().add(
+          "materials of which only name, color and texture are kept",
+          static_cast<std::size_t>(std::count_if(mModel.materials.begin(), mModel.materials.end(),
+                                                 [](const Material& m) { return !m.definition.empty(); })));
     std::string text;
     {
       const Output::Sink sink = [&text](std::string_view bytes) { text.append(bytes); };
       Output output(sink);
-      for (const Material& material : mModel.materials)
-        if (isKnown(material)) writeMaterial(material, mModel.format == Format::obj, output);
+      for (std::size_t i = 0; i < mModel.materials.size(); ++i) {
+        Material material = mModel.materials[i];
+        if (!isKnown(material) || !mIsWritten[i]) continue;
+        material.name = mMaterialNames[i];
+        material.texture = mLineNames.fitted(material.texture);
+        if (material.texture.starts_with('-')) material.texture.insert(0, "./");
+        writeMaterial(material, isKept, output);
+      }
       output.flush();
     }
-    const std::string name = mContext.stem() + ".mtl";
+    const std::string name = LineNames().fitted(mContext.stem()) + ".mtl";
     if (mContext.writeBeside(name, text))
       line("mtllib", name);
     else
@@ -140,7 +174,7 @@ class Writer {
 
   void writeObject(const Object& object) {
     const PolyMesh& mesh = object.mesh;
-    if (mModel.objects.size() > 1 || !object.name.empty()) line("o", object.name);
+    if (mModel.objects.size() > 1 || !object.name.empty()) line("o", mLineNames.fitted(object.name));
     numberVertices(object);
     for (std::size_t i = 0; i < mesh.texCoords.size(); i += 2) {
       mOutput.text("vt");
@@ -153,8 +187,8 @@ class Writer {
       if (corner == end)
         throw WriteError(
             fmt::format("face {} of object {} has no corners; remove it", face + 1, mFirstFaces.size() + 1));
-      if (!mesh.labels.empty() && mesh.labels[face] < mModel.marks.size()) writeMark(mModel.marks[mesh.labels[face]]);
-      if (mesh.labels.empty()) writeMark({});
+      const std::uint32_t label = mesh.labels.empty() ? kNone : mesh.labels[face];
+      writeMark(label == kNone ? Mark{} : mModel.marks[label]);
       writeFace(mesh, corner, end);
       corner = end;
     }
@@ -175,9 +209,8 @@ class Writer {
   }
 
   void writeMark(const Mark& mark) {
-    if (mark.group != mMark.group) line("g", mark.group == kNone ? "default" : mModel.groups[mark.group]);
-    if (mark.material != mMark.material)
-      line("usemtl", mark.material == kNone ? "" : mModel.materials[mark.material].name);
+    if (mark.group != mMark.group) line("g", mark.group == kNone ? "default" : mGroupNames[mark.group]);
+    if (mark.material != mMark.material) line("usemtl", mark.material == kNone ? "" : mMaterialNames[mark.material]);
     mMark = mark;
     mWithSemantics += mark.semantics != kNone;
     mWithPart += mark.part != kNone;
@@ -219,6 +252,9 @@ class Writer {
   std::vector<std::size_t> mFirstFaces;                          // per object
   std::size_t mWithSemantics = 0, mWithPart = 0;                 // faces
   Mark mMark;
+  LineNames mLineNames, mMaterials, mGroups;
+  std::vector<std::string> mMaterialNames, mGroupNames;
+  std::vector<bool> mIsWritten;  // per material; not those that repeat another
 };
 
 }  // namespace

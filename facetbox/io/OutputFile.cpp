@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <system_error>
 #include <utility>
 
@@ -73,20 +74,25 @@ void forgetUnfinished(int slot) {
   slots[static_cast<std::size_t>(slot)].isTaken = false;
 }
 
-// The mode of a new file, or of the one to be replaced.
-mode_t modeFor(const std::string& path) {
-  struct stat status = {};
-  if (stat(path.c_str(), &status) == 0) return status.st_mode & 07777;
-  const mode_t mask = umask(0);
-  umask(mask);
-  return 0666 & ~mask;
+// The file behind symbolic links, which need not exist yet.
+fs::path behindLinks(fs::path path) {
+  std::error_code error;
+  for (int links = 0; links < 40 && fs::is_symlink(path, error); ++links)
+    path = path.parent_path() / fs::read_symlink(path, error);  // an absolute one stands for itself
+  return path;
 }
 
-// The file behind symbolic links, or the path itself when there is none yet.
-fs::path behindLinks(const fs::path& path) {
-  std::error_code error;
-  const fs::path real = fs::canonical(path, error);
-  return error ? path : real;
+// A new file under a name that begins like this. Unlike mkstemp(), it gets the mode of any new file.
+int createBeside(std::string& path) {
+  static std::atomic<unsigned> count{std::random_device()()};
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const std::string candidate = fmt::format("{}.{:x}-{:x}", path, getpid(), ++count);
+    const int descriptor = open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor < 0 && errno == EEXIST) continue;
+    path = candidate;
+    return descriptor;
+  }
+  return -1;
 }
 
 fs::path folderOf(const fs::path& path) { return path.has_parent_path() ? path.parent_path() : fs::path("."); }
@@ -136,9 +142,9 @@ void OutputFile::openTemporary() {
   mTarget = target.string();
   // Names may be as long as the system allows.
   const std::string start = target.filename().string().substr(0, 200);
-  mTemporary = (folderOf(target) / fmt::format(".{}.XXXXXX", start)).string();
+  mTemporary = (folderOf(target) / fmt::format(".{}", start)).string();
   const SignalBlock block;
-  mDescriptor = mkostemp(mTemporary.data(), O_CLOEXEC);
+  mDescriptor = createBeside(mTemporary);
   if (mDescriptor >= 0) mSlot = recordUnfinished(mTemporary);
 }
 
@@ -159,7 +165,9 @@ void OutputFile::append(std::string_view bytes) {
 }
 
 void OutputFile::commit() {
-  if (!mTemporary.empty() && fchmod(mDescriptor, modeFor(mTarget)) != 0) failToWrite(mPath, errno);
+  struct stat status = {};  // of the file that is replaced
+  if (!mTemporary.empty() && stat(mTarget.c_str(), &status) == 0 && fchmod(mDescriptor, status.st_mode & 07777) != 0)
+    failToWrite(mPath, errno);
   const SignalBlock block;
   const int closed = close(std::exchange(mDescriptor, -1));
   const int error = errno;

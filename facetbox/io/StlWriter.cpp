@@ -14,6 +14,7 @@
 
 #include <facetbox/io/CutFaces.h>
 #include <facetbox/io/LeftOut.h>
+#include <facetbox/io/LineNames.h>
 
 namespace facetbox {
 namespace {
@@ -99,13 +100,10 @@ class Writer {
 
   // A line end would end the name; blanks around it are not read.
   std::string writableName(std::string name) {
-    const std::string original = name;
-    std::ranges::replace(name, '\n', ' ');
-    constexpr const char* kBlanks = " \t\r\v\f";
-    name.erase(0, std::min(name.find_first_not_of(kBlanks), name.size()));
-    name.erase(name.find_last_not_of(kBlanks) + 1);
-    if (name != original) mNotes.add("names of objects, changed to fit into a line");
-    return name;
+    LineNames names;
+    std::string fitted = names.fitted(std::move(name));
+    mNotes.add("names of objects, changed to fit into a line", names.changed());
+    return fitted;
   }
 
   void writeText(const std::string& objectName, const PolyMesh& mesh) {

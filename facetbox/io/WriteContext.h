@@ -2,12 +2,16 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <facetbox/io/Notes.h>
 #include <facetbox/io/Output.h>
+#include <facetbox/io/OutputFile.h>
 
 namespace facetbox {
 
@@ -28,16 +32,20 @@ class WriteContext {
   /// The model's own name without folder and ending; "" where there is none.
   std::string stem() const { return mPath ? mPath->stem().string() : ""; }
 
-  /// Writes a file into the model's folder.
+  /// Writes a file into the model's folder. It appears with the model.
   /// @param name  without a folder
   /// @return false where no file beside the model can be written
-  bool writeBeside(const std::string& name, std::string_view bytes) const;
+  bool writeBeside(const std::string& name, std::string_view bytes);
+
+  /// The model is complete: what stands beside it appears.
+  void commitBeside();
 
  private:
   std::optional<std::filesystem::path> mPath;
   Output mOutput;
   Notes mNotes;
   bool mIsText;
+  std::vector<std::unique_ptr<OutputFile>> mBeside;
 };
 
 }  // namespace facetbox

@@ -16,10 +16,32 @@
 namespace facetbox {
 namespace {
 
+bool isIndex(std::uint32_t index, std::size_t size) { return index == kNone || index < size; }
+
+// All that writers rely on.
 void requireValid(const Model& model) {
-  for (const Object& object : model.objects) {
+  for (std::size_t i = 0; i < model.marks.size(); ++i) {
+    const Mark& mark = model.marks[i];
+    if (!isIndex(mark.material, model.materials.size()) || !isIndex(mark.group, model.groups.size()) ||
+        !isIndex(mark.semantics, model.semantics.size()))
+      throw WriteError(fmt::format("mark {} names a material, group or kind of surface that does not exist", i));
+  }
+  for (std::size_t i = 0; i < model.objects.size(); ++i) {
+    const Object& object = model.objects[i];
     std::vector<Problem> problems = validate(object.mesh);
     if (!problems.empty() && problems.front().isFatal) throw InvalidMesh(std::move(problems));
+    const std::size_t vertices = object.mesh.points.size() / 3;
+    if (!object.colors.empty() && object.colors.size() != 4 * vertices)
+      throw WriteError(fmt::format("object {} has {} vertices, but {} numbers of colors; there must be four per vertex",
+                                   i, vertices, object.colors.size()));
+    if (!object.fileVertices.empty() && object.fileVertices.size() != vertices)
+      throw WriteError(fmt::format("object {} has {} vertices, but {} numbers of vertices in the file", i, vertices,
+                                   object.fileVertices.size()));
+    for (std::size_t face = 0; face < object.mesh.labels.size(); ++face) {
+      if (!isIndex(object.mesh.labels[face], model.marks.size()))
+        throw WriteError(fmt::format("face {} of object {} has label {}, but there are only {} marks", face, i,
+                                     object.mesh.labels[face], model.marks.size()));
+    }
   }
 }
 
@@ -63,6 +85,7 @@ std::vector<Note> writeModel(const Model& model, const std::filesystem::path& pa
   const Output::Sink sink = [&file](std::string_view bytes) { file.append(bytes); };
   WriteContext context(isSpecialFile(path) ? std::nullopt : std::optional(path), sink, options.isText);
   write(model, *format, context);
+  context.commitBeside();
   file.commit();
   return context.notes().list();
 }

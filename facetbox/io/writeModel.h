@@ -26,7 +26,8 @@ struct WriteOptions {
 /// when it is complete; until then, what stood there stays. OBJ files get a material library beside them where there
 /// are materials: the same name with .mtl.
 /// @return what the format cannot carry, counted
-/// @throws WriteError; InvalidMesh where a mesh has fatal problems
+/// @throws WriteError, also where labels, marks or colors do not fit the meshes; InvalidMesh where a mesh has fatal
+///   problems
 FACETBOX_EXPORT std::vector<Note> writeModel(const Model& model, const std::filesystem::path& path,
                                              const WriteOptions& options = {});
 
