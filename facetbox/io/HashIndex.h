@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <random>
 #include <utility>
 #include <vector>
 
@@ -55,14 +56,41 @@ class HashIndex {
   std::size_t mMask = 0, mUsed = 0;
 };
 
+/// Another hash in every process: nobody can make up a file whose numbers all have the same one. What comes out of a
+/// table must not depend on it.
+class HashSeed {
+ public:
+  /// Takes one more word into a hash that begins with start(). Good in all bits.
+  std::uint64_t mix(std::uint64_t hash, std::uint64_t word) const {
+    hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
+    hash ^= hash >> 32;
+    hash *= mFactor;  // hides how a difference in one word could be made up for by the next
+    return hash ^ hash >> 29;
+  }
+  std::uint64_t start() const { return mStart; }
+
+  static const HashSeed& ofProcess() {
+    static const HashSeed seed;
+    return seed;
+  }
+
+ private:
+  HashSeed() {
+    std::random_device device;
+    const auto draw = [&device] { return std::uint64_t{device()} << 32 | device(); };
+    mStart = draw();
+    mFactor = draw() | 1;  // odd: no bit is lost
+  }
+
+  std::uint64_t mStart, mFactor;
+};
+
 /// A hash of numbers by their bits, good in all of them.
 inline std::uint32_t hashOf(const std::uint64_t* words, std::size_t count) {
-  std::uint64_t hash = 0;
-  for (std::size_t i = 0; i < count; ++i) {
-    hash = (hash ^ words[i]) * 0x9E3779B97F4A7C15u;
-    hash ^= hash >> 32;
-  }
-  return static_cast<std::uint32_t>(hash ^ (hash >> 29));
+  const HashSeed& seed = HashSeed::ofProcess();
+  std::uint64_t hash = seed.start();
+  for (std::size_t i = 0; i < count; ++i) hash = seed.mix(hash, words[i]);
+  return static_cast<std::uint32_t>(hash ^ hash >> 32);
 }
 
 }  // namespace facetbox

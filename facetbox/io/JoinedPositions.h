@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/io/HashIndex.h>
 
 namespace facetbox {
 
@@ -39,13 +40,10 @@ class JoinedPositions {
     }
   }
 
-  static std::size_t hash(const std::array<double, 3>& position) {
-    std::uint64_t mixed = 0;
-    for (const double value : position) {
-      mixed = (mixed ^ std::bit_cast<std::uint64_t>(value)) * 0x9E3779B97F4A7C15U;
-      mixed ^= mixed >> 32;
-    }
-    return static_cast<std::size_t>(mixed);
+  std::size_t hash(const std::array<double, 3>& position) const {
+    std::uint64_t mixed = mSeed.start();
+    for (const double value : position) mixed = mSeed.mix(mixed, std::bit_cast<std::uint64_t>(value));
+    return static_cast<std::size_t>(mixed ^ mixed >> 32);
   }
 
   void grow() {
@@ -56,6 +54,7 @@ class JoinedPositions {
     }
   }
 
+  const HashSeed& mSeed = HashSeed::ofProcess();
   std::vector<double>& mPoints;
   std::vector<std::uint32_t> mSlots;  // at most half full
 };
