@@ -83,13 +83,15 @@ unsigned typeOf(const JsonValue& holder) {
 
 }  // namespace
 
-GltfAccessor::GltfAccessor(GltfFile& file, const JsonValue& index, std::initializer_list<std::string_view> types)
-    : mValue(file.element("accessors", index)), mContext(&file.context()) {
+GltfAccessor::GltfAccessor(GltfFile& file, const JsonValue& value, std::initializer_list<std::string_view> types)
+    : mValue(value), mContext(&file.context()) {
+  file.noteOthers(value,
+                  {"bufferView", "byteOffset", "componentType", "count", "max", "min", "normalized", "sparse", "type"},
+                  "accessors");
   const JsonValue type = mValue.at("type");
-  const std::string name = type.string();
-  if (std::find(types.begin(), types.end(), name) == types.end())
-    type.fail(fmt::format("{} cannot be used here, expected {}", gltfQuoted(name), *types.begin()));
-  mComponents = static_cast<unsigned>(std::find(kTypes.begin(), kTypes.end(), name) - kTypes.begin()) + 1;
+  const auto known = std::find(kTypes.begin(), kTypes.end(), type.string());
+  mComponents = static_cast<unsigned>(known - kTypes.begin()) + 1;
+  requireType(types);
   mType = typeOf(mValue);
   const JsonValue count = mValue.at("count");
   // Indices are of 32 bits, and one of them stands for none.
@@ -101,14 +103,37 @@ GltfAccessor::GltfAccessor(GltfFile& file, const JsonValue& index, std::initiali
   if (const auto sparse = mValue.find("sparse")) openSparse(file, *sparse);
 }
 
+void GltfAccessor::requireType(std::initializer_list<std::string_view> types) const {
+  const auto isThis = [this](std::string_view type) {
+    return mComponents <= kTypes.size() && type == kTypes[mComponents - 1];
+  };
+  if (std::any_of(types.begin(), types.end(), isThis)) return;
+  const JsonValue type = mValue.at("type");
+  type.fail(fmt::format("{} cannot be used here, expected {}", gltfQuoted(type.string()), *types.begin()));
+}
+
+const GltfAccessor& GltfAccessors::open(const JsonValue& index, std::initializer_list<std::string_view> types) {
+  const JsonValue value = mFile.element("accessors", index);
+  const auto i = static_cast<std::size_t>(index.integer(std::numeric_limits<std::uint32_t>::max()));
+  const auto known = mKnown.find(i);
+  if (known != mKnown.end()) {
+    known->second.requireType(types);
+    return known->second;
+  }
+  constexpr std::size_t kMemory = sizeof(GltfAccessor) + 64;  // a node of the map
+  mFile.take(kMemory, value);
+  return mKnown.try_emplace(i, mFile, value, types).first->second;
+}
+
 GltfAccessor::Range GltfAccessor::rangeOf(GltfFile& file, const JsonValue& holder, std::size_t count,
                                           std::size_t elementSize, bool mayHaveStride) const {
   const JsonValue viewIndex = holder.at("bufferView");
-  const GltfBytes view = file.bufferView(viewIndex);
+  const GltfView& whole = file.bufferView(viewIndex);
+  const GltfBytes& view = whole.data;
   const auto offsetValue = holder.find("byteOffset");
   const auto offset = offsetValue ? static_cast<std::size_t>(offsetValue->integer(view.bytes.size())) : 0;
   std::size_t stride = elementSize;
-  if (const auto given = file.element("bufferViews", viewIndex).find("byteStride"); given && mayHaveStride) {
+  if (const auto& given = whole.stride; given && mayHaveStride) {
     stride = static_cast<std::size_t>(given->integer(252));
     if (stride < elementSize)
       given->fail(fmt::format("elements of {} bytes, but {} bytes from one to the next", elementSize, stride));
@@ -130,10 +155,12 @@ void GltfAccessor::openSparse(GltfFile& file, const JsonValue& sparse) {
   if (!isIndexType(mSparseType)) indices.fail("indices must be unsigned integers");
   mSparseIndices = rangeOf(file, indices, mSparseSize, sizeOf(mSparseType), false);
   mSparseNumbers = rangeOf(file, sparse.at("values"), mSparseSize, mComponents * sizeOf(mType), false);
-  for (std::size_t i = 0; i < mSparseSize; ++i)
+  for (std::size_t i = 0; i < mSparseSize; ++i) {
+    file.context().poll();
     if (sparseIndex(i) >= mSize || (i > 0 && sparseIndex(i) <= sparseIndex(i - 1)))
       indices.fail(fmt::format("index {} of a sparse accessor is {}: not above the one before, or out of range", i,
                                sparseIndex(i)));
+  }
 }
 
 std::uint32_t GltfAccessor::sparseIndex(std::size_t i) const {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <map>
 #include <string_view>
 
 #include <facetbox/io/GltfFile.h>
@@ -14,7 +15,10 @@ class GltfAccessor {
  public:
   /// Checks that all of it lies in its buffer.
   /// @param types  that are allowed: "VEC3"
-  GltfAccessor(GltfFile& file, const JsonValue& index, std::initializer_list<std::string_view> types);
+  GltfAccessor(GltfFile& file, const JsonValue& value, std::initializer_list<std::string_view> types);
+
+  /// The same check for another use of it.
+  void requireType(std::initializer_list<std::string_view> types) const;
 
   std::size_t size() const { return mSize; }
   unsigned components() const { return mComponents; }
@@ -51,6 +55,19 @@ class GltfAccessor {
   std::size_t mSparseSize = 0;
   unsigned mSparseType = 0;
   Range mSparseIndices, mSparseNumbers;
+};
+
+/// The accessors of a file, each read and checked once, however often it is used.
+class GltfAccessors {
+ public:
+  explicit GltfAccessors(GltfFile& file) : mFile(file) {}
+
+  /// What `index` names; stays as long as this.
+  const GltfAccessor& open(const JsonValue& index, std::initializer_list<std::string_view> types);
+
+ private:
+  GltfFile& mFile;
+  std::map<std::size_t, GltfAccessor> mKnown;
 };
 
 }  // namespace facetbox

@@ -27,8 +27,8 @@ std::uint32_t little32(std::string_view bytes, std::size_t at) {
 constexpr std::array<const char*, 10> kArrays = {"accessors", "bufferViews", "buffers",  "images", "materials",
                                                  "meshes",    "nodes",       "samplers", "scenes", "textures"};
 
-// Memory that any file may use: no harm comes of it.
-constexpr std::size_t kSmallMemory = std::size_t{16} << 20;
+// Memory that any file may use: models of machines show a screw a thousand times.
+constexpr std::size_t kUsualMemory = std::size_t{256} << 20;
 constexpr std::size_t kMemoryPerByte = 9;  // and the file itself
 constexpr std::size_t kMemoryOfName = 128;
 
@@ -147,8 +147,10 @@ const GltfFile::Buffer& GltfFile::buffer(const JsonValue& index) {
 
 void GltfFile::fill(Buffer& buffer, const JsonValue& value, std::size_t index) {
   const JsonValue length = value.at("byteLength");
+  noteOthers(value, {"byteLength", "uri"}, "buffers");
   const auto uri = value.find("uri");
-  if (!uri && index == 0 && mBinary) {
+  const bool isChunk = !uri && index == 0 && mBinary;
+  if (isChunk) {
     buffer.bytes = *mBinary;
   } else if (!uri) {
     value.fail(fmt::format("buffer {} names no file, and the file has no bytes for it", index));
@@ -162,6 +164,10 @@ void GltfFile::fill(Buffer& buffer, const JsonValue& value, std::size_t index) {
   if (needed > buffer.bytes.bytes.size())
     length.fail(
         fmt::format("buffer {} says that it has {} bytes, but there are {}", index, needed, buffer.bytes.bytes.size()));
+  constexpr std::uint64_t kMostPadding = 3;
+  const std::uint64_t rest = buffer.bytes.bytes.size() - needed;
+  if (isChunk && rest > kMostPadding)
+    mContext.notes().add("bytes behind the end of the buffer", static_cast<std::size_t>(rest));
   buffer.bytes.bytes = buffer.bytes.bytes.substr(0, static_cast<std::size_t>(needed));
 }
 
@@ -194,8 +200,17 @@ void GltfFile::readBeside(Buffer& buffer, const JsonValue& uri) {
   buffer.bytes = {buffer.own, GltfBytes::kOutside};
 }
 
-GltfBytes GltfFile::bufferView(const JsonValue& index) {
+const GltfView& GltfFile::bufferView(const JsonValue& index) {
   const JsonValue view = element("bufferViews", index);
+  const auto i = static_cast<std::size_t>(index.integer(kMostBytes));
+  const auto known = mViews.find(i);
+  if (known != mViews.end()) return known->second;
+  constexpr std::size_t kMemory = sizeof(GltfView) + 64;  // a node of the map
+  take(kMemory, view);
+  return mViews.emplace(i, openView(view)).first->second;
+}
+
+GltfView GltfFile::openView(const JsonValue& view) {
   noteOthers(view, {"buffer", "byteOffset", "byteLength", "byteStride", "target"}, "buffer views");
   const GltfBytes& whole = buffer(view.at("buffer")).bytes;
   const JsonValue length = view.at("byteLength");
@@ -205,9 +220,10 @@ GltfBytes GltfFile::bufferView(const JsonValue& index) {
   if (size == 0 || size > whole.bytes.size() - begin)
     length.fail(fmt::format("{} bytes from byte {} on are none of their buffer, which has {} bytes", size, begin,
                             whole.bytes.size()));
-  return {
+  const GltfBytes data = {
       whole.bytes.substr(static_cast<std::size_t>(begin), static_cast<std::size_t>(size)),
       whole.firstByte == GltfBytes::kOutside ? GltfBytes::kOutside : whole.firstByte + static_cast<std::size_t>(begin)};
+  return {data, view.find("byteStride")};
 }
 
 void GltfFile::note(const std::string& what, std::size_t count) {
@@ -218,6 +234,7 @@ void GltfFile::note(const std::string& what, std::size_t count) {
 
 void GltfFile::noteOthers(const JsonValue& object, std::initializer_list<std::string_view> known, const char* what) {
   for (auto member = object.begin(); !member.atEnd(); member.next()) {
+    mContext.poll();
     const std::string name = member.name().string();
     if (name == "name" || std::find(known.begin(), known.end(), name) != known.end()) continue;
     if (name != "extensions") {
@@ -225,6 +242,7 @@ void GltfFile::noteOthers(const JsonValue& object, std::initializer_list<std::st
       continue;
     }
     for (auto extension = member.value().begin(); !extension.atEnd(); extension.next()) {
+      mContext.poll();
       const std::string key = extension.name().string();
       if (mNotedExtensions.contains(key)) continue;
       take(kMemoryOfName + key.size(), extension.name());
@@ -236,8 +254,8 @@ void GltfFile::noteOthers(const JsonValue& object, std::initializer_list<std::st
 
 void GltfFile::take(std::size_t bytes, const JsonValue& where) {
   mTaken += bytes;
-  if (mTaken > std::max(mAllowed, kSmallMemory))
-    where.fail("what the file describes takes more than ten times the memory of its bytes");
+  if (mTaken > std::max(mAllowed, kUsualMemory))
+    where.fail("what the file describes takes more than ten times the memory of its bytes, and more than 256 MB");
 }
 
 }  // namespace facetbox

@@ -23,6 +23,12 @@ struct GltfBytes {
   std::size_t firstByte = kOutside;
 };
 
+/// A part of a buffer.
+struct GltfView {
+  GltfBytes data;
+  std::optional<JsonValue> stride = {};  ///< bytes from one element to the next, where that is said
+};
+
 /// A glTF file, checked as a whole: its JSON, the elements of its arrays, its buffers.
 class GltfFile {
  public:
@@ -38,7 +44,8 @@ class GltfFile {
   JsonValue element(std::string_view array, const JsonValue& index) const;
   JsonValue element(std::string_view array, std::size_t index) const;
 
-  GltfBytes bufferView(const JsonValue& index);
+  /// Stays as long as the file.
+  const GltfView& bufferView(const JsonValue& index);
   /// What a data URI stands for. Nothing where the text is none.
   std::optional<std::string> dataOf(const JsonValue& uri);
 
@@ -47,8 +54,8 @@ class GltfFile {
   /// Counts what is not understood of an object: its members apart from those named, and each of its extensions.
   void noteOthers(const JsonValue& object, std::initializer_list<std::string_view> known, const char* what);
 
-  /// Memory that is going to be used. An error where it comes to more than ten times the files, as it does where many
-  /// nodes show one mesh, or counts say what nothing in the file backs.
+  /// Memory that is going to be used. An error where it comes to more than 256 MB and more than ten times the files, as
+  /// it does where very many nodes show one mesh, or counts say what nothing in the file backs.
   void take(std::size_t bytes, const JsonValue& where);
   void giveBack(std::size_t bytes) { mTaken -= bytes; }
 
@@ -64,6 +71,7 @@ class GltfFile {
   void listArrays();
   const Buffer& buffer(const JsonValue& index);
   void fill(Buffer& buffer, const JsonValue& value, std::size_t index);
+  GltfView openView(const JsonValue& view);
   void readBeside(Buffer& buffer, const JsonValue& uri);
 
   ReadContext& mContext;
@@ -72,6 +80,7 @@ class GltfFile {
   std::unique_ptr<JsonTree> mTree;
   std::map<std::string, std::vector<std::uint32_t>, std::less<>> mArrays;  // places in the tree
   std::map<std::size_t, Buffer> mBuffers;
+  std::map<std::size_t, GltfView> mViews;
   std::set<std::string> mFilesBeside;
   std::set<std::string> mNotedExtensions, mNotedNames;
   std::size_t mAllowed, mTaken = 0;

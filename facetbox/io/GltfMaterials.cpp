@@ -12,25 +12,45 @@ namespace {
 
 constexpr std::size_t kMostElements = std::numeric_limits<std::uint32_t>::max();
 
+// "data:image/webp;base64,..." is image/webp; "" where that is not said.
+std::string typeOfData(const JsonValue& uri) {
+  const auto plain = uri.plainString();
+  const std::string decoded = plain ? std::string() : uri.string();
+  const std::string_view text = plain ? *plain : decoded;
+  constexpr std::string_view kScheme = "data:";
+  return std::string(text.substr(kScheme.size(), text.find_first_of(";,") - kScheme.size()));
+}
+
+std::string guessedType(std::string_view bytes) { return bytes.starts_with("\x89PNG") ? "image/png" : "image/jpeg"; }
+
+// All that is said of an image but for its bytes.
+std::string withoutUri(const JsonValue& image) {
+  std::string definition = "{";
+  for (auto member = image.begin(); !member.atEnd(); member.next()) {
+    if (member.name().string() == "uri") continue;
+    definition += fmt::format("{}{}:{}", definition.size() > 1 ? "," : "", member.name().text(), member.value().text());
+  }
+  return definition + '}';
+}
+
 GltfDocument::Image readImage(GltfFile& file, const JsonValue& image) {
-  GltfDocument::Image kept{std::string(image.text()), "", ""};
   const auto view = image.find("bufferView");
   const auto uri = image.find("uri");
   if (view && uri) image.fail("an image has both bytes in the file and a URI");
   if (view) {
-    const GltfBytes bytes = file.bufferView(*view);
-    file.take(bytes.bytes.size(), image);
-    kept.bytes = bytes.bytes;
-    kept.mimeType = image.at("mimeType").string();
-    if (kept.mimeType.empty()) image.at("mimeType").fail("expected the type of the image");
-  } else if (uri) {
-    if (auto data = file.dataOf(*uri)) {
-      kept = {"{}", std::move(*data), ""};
-      if (kept.bytes.empty()) uri->fail("an image of no bytes");
-      kept.mimeType = kept.bytes.starts_with("\x89PNG") ? "image/png" : "image/jpeg";
-    }
+    const std::string_view bytes = file.bufferView(*view).data.bytes;
+    file.take(bytes.size(), image);
+    const JsonValue type = image.at("mimeType");
+    if (type.string().empty()) type.fail("expected the type of the image");
+    return {std::string(image.text()), std::string(bytes), type.string()};
   }
-  return kept;
+  auto data = uri ? file.dataOf(*uri) : std::nullopt;
+  if (!data) return {std::string(image.text()), "", ""};
+  if (data->empty()) uri->fail("an image of no bytes");
+  const auto given = image.find("mimeType");
+  std::string type = given ? given->string() : typeOfData(*uri);
+  if (type.empty()) type = guessedType(*data);
+  return {withoutUri(image), std::move(*data), std::move(type)};
 }
 
 std::vector<std::string> textsOf(GltfFile& file, const char* array) {
@@ -45,14 +65,30 @@ std::vector<std::string> textsOf(GltfFile& file, const char* array) {
   return texts;
 }
 
-// The file that a texture is in.
-std::string fileOf(GltfFile& file, const JsonValue& texture, const GltfDocument& document) {
-  const auto source = texture.find("source");
-  if (!source) return "";
-  const JsonValue image = file.element("images", *source);
-  const auto uri = image.find("uri");
-  const bool isInside = !document.images[static_cast<std::size_t>(source->integer(kMostElements))].mimeType.empty();
-  return uri && !isInside ? fromUri(uri->string()) : "";
+// The file that each image is in, "" for one inside the model.
+std::vector<std::string> filesOf(GltfFile& file, const GltfDocument& document) {
+  std::vector<std::string> files;
+  file.take(file.count("images") * sizeof(std::string), file.root());
+  for (std::size_t i = 0; i < file.count("images"); ++i) {
+    const auto uri = file.element("images", i).find("uri");
+    const bool isInside = !document.images[i].mimeType.empty();
+    files.push_back(uri && !isInside ? fromUri(uri->string()) : "");
+    file.take(files.back().size(), file.root());
+  }
+  return files;
+}
+
+void readTextureFiles(GltfFile& file, GltfDocument& document) {
+  const std::vector<std::string> files = filesOf(file, document);
+  file.take(file.count("textures") * sizeof(std::string), file.root());
+  document.textureFiles.reserve(file.count("textures"));
+  for (std::size_t i = 0; i < file.count("textures"); ++i) {
+    const auto source = file.element("textures", i).find("source");
+    if (source) file.element("images", *source);
+    const std::string name = source ? files[static_cast<std::size_t>(source->integer(kMostElements))] : "";
+    file.take(name.size(), file.root());
+    document.textureFiles.push_back(name);
+  }
 }
 
 }  // namespace
@@ -73,10 +109,7 @@ std::shared_ptr<const GltfDocument> readGltfDocument(GltfFile& file) {
     for (auto at = required->begin(); !at.atEnd(); at.next()) document->extensionsRequired.insert(at.value().string());
   document->textures = textsOf(file, "textures");
   document->samplers = textsOf(file, "samplers");
-  file.take(file.count("textures") * sizeof(std::string), file.root());
-  document->textureFiles.reserve(file.count("textures"));
-  for (std::size_t i = 0; i < file.count("textures"); ++i)
-    document->textureFiles.push_back(fileOf(file, file.element("textures", i), *document));
+  readTextureFiles(file, *document);
   return document;
 }
 

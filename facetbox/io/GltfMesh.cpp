@@ -1,7 +1,8 @@
 #include <facetbox/io/GltfMesh.h>
 
+#include <algorithm>
 #include <bit>
-#include <cmath>
+#include <iterator>
 #include <limits>
 
 #include <fmt/format.h>
@@ -15,7 +16,7 @@ namespace {
 constexpr std::size_t kMostElements = std::numeric_limits<std::uint32_t>::max();
 
 // Of one primitive while its mesh is read, where a vector of them grows.
-constexpr std::size_t kMemoryOfPrimitive = 1200;
+constexpr std::size_t kMemoryOfPrimitive = 400;
 
 // Of an object besides its arrays, where a vector of objects grows.
 constexpr std::size_t kMemoryOfObject = 4 * sizeof(Object);
@@ -65,42 +66,51 @@ std::string kindOfAttribute(const std::string& name) {
 
 }  // namespace
 
-GltfMesh::GltfMesh(GltfFile& file, const JsonValue& mesh, Numbered<Mark>& marks,
-                   std::map<std::size_t, std::vector<bool>>& touched)
-    : mFile(file), mMesh(mesh), mMarks(marks), mTouched(touched) {}
+GltfMesh::GltfMesh(GltfFile& file, const JsonValue& mesh, Numbered<Mark>& marks, GltfAccessors& accessors,
+                   std::map<std::size_t, std::vector<bool>>& touched, Notes notes)
+    : mFile(file),
+      mMesh(mesh),
+      mMarks(marks),
+      mAccessors(accessors),
+      mTouched(touched),
+      mIsNoting(notes == Notes::areTaken) {}
 
-bool GltfMesh::read(const GltfTransform& transform, Object& object) {
-  mFile.noteOthers(mMesh, {"primitives"}, "meshes");
+bool GltfMesh::read(bool isMirrored, Object& object) {
+  if (mIsNoting) mFile.noteOthers(mMesh, {"primitives"}, "meshes");
   for (auto at = mMesh.at("primitives").begin(); !at.atEnd(); at.next()) openPrimitive(at.value());
   if (mPrimitives.empty()) return false;
   findUses();
   takeMemory();
   readVertices(object.mesh);
-  noteAttributes();
+  if (mIsNoting) noteAttributes();
   readColors(object.mesh.points.size() / 3, object.colors);
-  readFaces(transform.isMirroring(), object.mesh);
-  place(transform, object.mesh);
+  readFaces(isMirrored, object.mesh);
   mFile.giveBack(mTaken);
   return true;
 }
 
+void GltfMesh::note(const char* what, std::size_t count) {
+  if (mIsNoting) mFile.context().notes().add(what, count);
+}
+
 void GltfMesh::openPrimitive(const JsonValue& value) {
-  mFile.noteOthers(value, {"attributes", "indices", "material", "mode", "targets"}, "primitives");
+  mFile.context().poll();
+  if (mIsNoting) mFile.noteOthers(value, {"attributes", "indices", "material", "mode", "targets"}, "primitives");
   if (const auto targets = value.find("targets"))
-    for (auto at = targets->begin(); !at.atEnd(); at.next()) mFile.context().notes().add("morph targets");
+    for (auto at = targets->begin(); !at.atEnd(); at.next()) note("morph targets");
   const auto modeValue = value.find("mode");
   const std::uint64_t mode = modeValue ? modeValue->integer(kFan) : kTriangles;
   const JsonValue attributes = value.at("attributes");
   const auto position = attributes.find("POSITION");
   if (mode < kTriangles || !position) {
-    mFile.context().notes().add(mode < kTriangles ? "primitives of points or lines" : "primitives without positions");
+    note(mode < kTriangles ? "primitives of points or lines" : "primitives without positions");
     return;
   }
   mFile.take(kMemoryOfPrimitive, value);
   mTaken += kMemoryOfPrimitive;
   const std::size_t positions = openPositions(*position);
-  const std::size_t count = mPositions[positions].accessor.size();
-  Primitive primitive{value, positions, readCorners(value, count, mode), {}, {}, {}};
+  const std::size_t count = mPositions[positions].accessor->size();
+  Primitive primitive{value, positions, readCorners(value, count, mode)};
   primitive.texCoords = openAttribute(attributes, "TEXCOORD_0", count, {"VEC2"});
   primitive.colors = openAttribute(attributes, "COLOR_0", count, {"VEC4", "VEC3"});
   if (const auto material = value.find("material")) {
@@ -111,26 +121,26 @@ void GltfMesh::openPrimitive(const JsonValue& value) {
 }
 
 std::size_t GltfMesh::openPositions(const JsonValue& index) {
-  GltfAccessor accessor(mFile, index, {"VEC3"});
+  const GltfAccessor& accessor = mAccessors.open(index, {"VEC3"});
   const auto number = static_cast<std::size_t>(index.integer(kMostElements));
   const auto [known, isNew] = mPositionsOf.try_emplace(number, mPositions.size());
-  if (isNew) mPositions.push_back({std::move(accessor), number, {}, {}});
+  if (isNew) mPositions.push_back({&accessor, number, {}, {}});
   return known->second;
 }
 
-std::optional<GltfAccessor> GltfMesh::openAttribute(const JsonValue& attributes, std::string_view name,
-                                                    std::size_t count, std::initializer_list<std::string_view> types) {
+const GltfAccessor* GltfMesh::openAttribute(const JsonValue& attributes, std::string_view name, std::size_t count,
+                                            std::initializer_list<std::string_view> types) {
   const auto index = attributes.find(name);
-  if (!index) return std::nullopt;
-  GltfAccessor accessor(mFile, *index, types);
+  if (!index) return nullptr;
+  const GltfAccessor& accessor = mAccessors.open(*index, types);
   if (accessor.size() != count)
     index->fail(fmt::format("{} for {} elements, but there are {} positions", name, accessor.size(), count));
-  return accessor;
+  return &accessor;
 }
 
 std::vector<std::uint32_t> GltfMesh::readCorners(const JsonValue& primitive, std::size_t vertices, std::uint64_t mode) {
   const auto indexValue = primitive.find("indices");
-  const auto indices = indexValue ? std::optional(GltfAccessor(mFile, *indexValue, {"SCALAR"})) : std::nullopt;
+  const GltfAccessor* const indices = indexValue ? &mAccessors.open(*indexValue, {"SCALAR"}) : nullptr;
   const std::size_t count = indices ? indices->size() : vertices;
   if (count < 3 || (mode == kTriangles && count % 3 != 0))
     primitive.fail(fmt::format("{} corners are no {}", count, mode == kTriangles ? "triangles" : "strip or fan"));
@@ -158,19 +168,26 @@ std::vector<std::uint32_t> GltfMesh::readCorners(const JsonValue& primitive, std
 }
 
 void GltfMesh::findUses() {
+  std::vector<std::vector<const std::vector<std::uint32_t>*>> lists(mPositions.size());
+  for (const Primitive& primitive : mPrimitives) lists[primitive.positions].push_back(&primitive.corners);
   for (std::size_t i = 0; i < mPositions.size(); ++i) {
     Positions& positions = mPositions[i];
-    std::vector<const std::vector<std::uint32_t>*> lists;
-    for (const Primitive& primitive : mPrimitives)
-      if (primitive.positions == i) lists.push_back(&primitive.corners);
-    positions.uses.emplace(lists);
+    positions.uses.emplace(lists[i]);
     std::vector<bool>& touched = mTouched[positions.index];
     if (touched.empty()) {
-      mFile.take(positions.accessor.size() / 8, positions.accessor.value());
-      touched.resize(positions.accessor.size());
+      mFile.take(positions.accessor->size() / 8, positions.accessor->value());
+      touched.resize(positions.accessor->size());
     }
     for (const std::uint32_t element : positions.uses->elements()) touched[element] = true;
   }
+}
+
+std::size_t GltfMesh::memoryOf(const Object& object) {
+  const PolyMesh& mesh = object.mesh;
+  return (mesh.points.size() + mesh.texCoords.size()) * sizeof(double) + object.colors.size() * sizeof(float) +
+         (mesh.counts.size() + mesh.indices.size() + mesh.texIndices.size() + mesh.labels.size()) *
+             sizeof(std::uint32_t) +
+         kMemoryOfObject;
 }
 
 bool GltfMesh::isAnyTextured() const {
@@ -201,7 +218,7 @@ void GltfMesh::readVertices(PolyMesh& mesh) {
     for (const std::uint32_t element : positions.uses->elements()) {
       mFile.context().poll();
       double point[3];
-      positions.accessor.read(element, point);
+      positions.accessor->read(element, point);
       const std::uint64_t words[3] = {bitsOf(point[0]), bitsOf(point[1]), bitsOf(point[2])};
       const auto next = static_cast<std::uint32_t>(mesh.points.size() / 3);
       const auto isEqual = [&](std::uint32_t vertex) {
@@ -245,7 +262,7 @@ void GltfMesh::readFaces(bool isMirrored, PolyMesh& mesh) {
         double uv[2];
         primitive.texCoords->read(element, uv);
         // v goes down in glTF, and up in a model.
-        if (1 - (1 - uv[1]) != uv[1]) mFile.context().notes().add("last digits of texture coordinates next to zero");
+        if (1 - (1 - uv[1]) != uv[1]) note("last digits of texture coordinates next to zero");
         pairOf[rank] = join.add(positions.vertices[rank], uv[0], 1 - uv[1]);
       }
       mesh.texIndices.push_back(primitive.texCoords ? pairOf[rank] : kNone);
@@ -256,26 +273,31 @@ void GltfMesh::readFaces(bool isMirrored, PolyMesh& mesh) {
 
 void GltfMesh::readColors(std::size_t vertices, std::vector<float>& colors) {
   std::vector<bool> isColored(vertices);
-  std::size_t differing = 0;
+  std::size_t differing = 0, outside = 0;
   for (const Primitive& primitive : mPrimitives) {
     if (!primitive.colors) continue;
     colors.resize(4 * vertices, 1.0F);  // what has no color of its own is white
     const Positions& positions = mPositions[primitive.positions];
     for (const std::uint32_t element : primitive.corners) {
+      mFile.context().poll();
       const std::uint32_t vertex = positions.vertices[positions.uses->rank(element)];
       double read[4] = {0, 0, 0, 1};
       primitive.colors->read(element, read);
-      const std::array<float, 4> color = {static_cast<float>(read[0]), static_cast<float>(read[1]),
-                                          static_cast<float>(read[2]), static_cast<float>(read[3])};
+      std::array<float, 4> color = {};
+      std::transform(std::begin(read), std::end(read), color.begin(),
+                     [](double part) { return static_cast<float>(std::clamp(part, 0.0, 1.0)); });
       float* const kept = &colors[4 * std::size_t{vertex}];
-      if (!isColored[vertex])
+      if (!isColored[vertex]) {
         std::copy(color.begin(), color.end(), kept);
-      else if (!std::equal(color.begin(), color.end(), kept))
+        if (std::any_of(std::begin(read), std::end(read), [](double part) { return part < 0 || part > 1; })) ++outside;
+      } else if (!std::equal(color.begin(), color.end(), kept)) {
         ++differing;
+      }
       isColored[vertex] = true;
     }
   }
-  mFile.context().notes().add("corners with another color than their vertex", differing);
+  note("colors below 0 or above 1, of which the nearest is kept", outside);
+  note("corners with another color than their vertex", differing);
 }
 
 void GltfMesh::noteAttributes() {
@@ -288,15 +310,6 @@ void GltfMesh::noteAttributes() {
       if (noted.insert({primitive.positions, name}).second)
         mFile.note(kindOfAttribute(name), mPositions[primitive.positions].uses->elements().size());
     }
-  }
-}
-
-void GltfMesh::place(const GltfTransform& transform, PolyMesh& mesh) const {
-  for (std::size_t i = 0; i < mesh.points.size(); i += 3) {
-    mFile.context().poll();
-    transform.apply(&mesh.points[i]);
-    if (!std::isfinite(mesh.points[i]) || !std::isfinite(mesh.points[i + 1]) || !std::isfinite(mesh.points[i + 2]))
-      mMesh.fail("the node places a vertex where no number reaches");
   }
 }
 

@@ -1,23 +1,14 @@
 #include <facetbox/io/GltfReader.h>
 
-#include <algorithm>
-#include <map>
-
 #include <fmt/format.h>
 
 #include <facetbox/io/GltfFile.h>
 #include <facetbox/io/GltfMaterials.h>
-#include <facetbox/io/GltfMesh.h>
+#include <facetbox/io/GltfMeshes.h>
 #include <facetbox/io/GltfNodes.h>
-#include <facetbox/io/Numbered.h>
 
 namespace facetbox {
 namespace {
-
-std::string nameOf(const JsonValue& value) {
-  const auto name = value.find("name");
-  return name ? name->string() : "";
-}
 
 void readMaterials(GltfFile& file, Model& model) {
   const auto document = readGltfDocument(file);
@@ -27,41 +18,47 @@ void readMaterials(GltfFile& file, Model& model) {
     const JsonValue definition = file.element("materials", i);
     file.take(2 * definition.text().size(), definition);
     model.materials.push_back(gltfMaterial(definition, *document));
+    file.take(model.materials.back().texture.size(), definition);
   }
   model.document = document;
 }
 
 void readObjects(GltfFile& file, Model& model) {
-  Numbered<Mark> marks(model.marks);
-  std::map<std::size_t, std::vector<bool>> touched;
-  std::vector<bool> isShown(file.count("meshes"));
+  GltfMeshes meshes(file, model.marks);
   visitNodes(file, [&](std::size_t index, const JsonValue& node, const GltfTransform& transform) {
     file.context().poll();
     file.noteOthers(node, {"children", "matrix", "mesh", "rotation", "scale", "translation"}, "nodes");
-    const auto meshIndex = node.find("mesh");
-    if (!meshIndex) return;
-    const JsonValue mesh = file.element("meshes", *meshIndex);
-    isShown[static_cast<std::size_t>(meshIndex->integer(isShown.size()))] = true;
+    const auto mesh = node.find("mesh");
     Object object;
-    if (!GltfMesh(file, mesh, marks, touched).read(transform, object)) return;
-    object.name = node.find("name") ? nameOf(node) : nameOf(mesh);
+    if (!mesh || !meshes.show(*mesh, transform, object)) return;
+    if (const auto name = node.find("name")) {
+      object.name = name->string();
+      meshes.noteOtherName(*mesh, object.name);
+    }
     object.place = fmt::format("/nodes/{}", index);
     model.objects.push_back(std::move(object));
   });
-  Notes& notes = file.context().notes();
-  notes.add("meshes outside of the scene", static_cast<std::size_t>(std::count(isShown.begin(), isShown.end(), false)));
-  for (const auto& [accessor, elements] : touched)
-    notes.add("vertices that no triangle uses",
-              static_cast<std::size_t>(std::count(elements.begin(), elements.end(), false)));
+  meshes.noteUnused();
+}
+
+// What stands beside the geometry, and is not kept.
+void noteSurroundings(GltfFile& file) {
+  for (const char* array : {"animations", "skins", "cameras"})
+    if (const auto list = file.root().find(array))
+      for (auto at = list->begin(); !at.atEnd(); at.next()) file.context().notes().add(array);
+  file.noteOthers(file.root().at("asset"), {"generator", "minVersion", "version"}, "the asset");
+  for (std::size_t i = 0; i < file.count("scenes"); ++i) {
+    const JsonValue scene = file.element("scenes", i);
+    if (scene.find("name")) file.context().notes().add("names of scenes");
+    file.noteOthers(scene, {"nodes"}, "scenes");
+  }
 }
 
 }  // namespace
 
 Model parseGltf(std::string_view bytes, ReadContext& context) {
   GltfFile file(bytes, context);
-  for (const char* array : {"animations", "skins", "cameras"})
-    if (const auto list = file.root().find(array))
-      for (auto at = list->begin(); !at.atEnd(); at.next()) context.notes().add(array);
+  noteSurroundings(file);
   Model model;
   readMaterials(file, model);
   readObjects(file, model);

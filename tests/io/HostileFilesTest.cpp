@@ -1,9 +1,13 @@
 // Files that are cut short, damaged, or lie: an error or a valid model, never a made-up face, a crash or a huge request
 // for memory.
 
+#include <bit>
+#include <chrono>
 #include <functional>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <facetbox/io/JoinedPositions.h>
 
 #include "GltfBuilder.h"
 #include "IoTestSupport.h"
@@ -193,6 +197,57 @@ TEST_P(HostileFiles, WithCountsOutOfAllProportionAreErrors) {
   if (!GetParam().withCount) return;
   for (const int bits : {31, 32, 63})
     EXPECT_THROW(parseModel(GetParam().withCount(std::uint64_t{1} << bits), GetParam().format, "t"), ReadError) << bits;
+}
+
+double secondsOf(const std::function<void()>& what) {
+  const auto start = std::chrono::steady_clock::now();
+  what();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Work that is not in proportion to the file: many uses of one thing that is large.
+TEST(HostileGltf, ThingsAreReadOnceHoweverOftenTheyAreUsed) {
+  using Json = GltfBuilder::Json;
+  GltfBuilder points, views, triangles;
+  const auto pointMesh = points.mesh(Json(9000, {{"attributes", Json::object()}, {"mode", 0}}));
+  for (int i = 0; i < 15000; ++i) points.node({{"mesh", pointMesh}});
+  EXPECT_LT(secondsOf([&] { EXPECT_THAT(readErrorOf(points.glb(), Format::glb), testing::HasSubstr("no face")); }), 2);
+
+  const auto positions = views.add<float>({0, 0, 0, 4, 0, 0, 0, 2, 0}, "VEC3");
+  for (int i = 0; i < 20000; ++i) views.root["bufferViews"][0]["x" + std::to_string(i)] = i;
+  for (int i = 1; i < 2000; ++i) views.root["accessors"].push_back(views.root["accessors"][0]);
+  Json primitives;
+  for (int i = 0; i < 2000; ++i) primitives.push_back({{"attributes", {{"POSITION", i}}}});
+  views.node({{"mesh", views.mesh(primitives)}});
+  EXPECT_LT(secondsOf([&] { EXPECT_EQ(views.read().objects.at(0).mesh.counts.size(), 2000U); }), 2);
+
+  triangles.triangle();
+  triangles.root["meshes"][0]["primitives"] = Json(9000, {{"attributes", {{"POSITION", positions}}}});
+  for (int i = 0; i < 15000; ++i) triangles.node({{"mesh", 0}});
+  EXPECT_LT(secondsOf([&] { EXPECT_NE(readErrorOf(triangles.glb(), Format::glb), "read"); }), 2);
+}
+
+// Places that all had one hash if it were the same in every process and could be turned back.
+TEST(HostileStl, NobodyCanMakePlacesOfOneHash) {
+  constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15U;
+  std::uint64_t inverse = 1;
+  for (int i = 0; i < 6; ++i) inverse *= 2 - kFactor * inverse;
+  std::vector<double> points, file;
+  JoinedPositions join(points);
+  for (std::uint64_t i = 1; file.size() < 3 * 60000; ++i) {
+    const double x = static_cast<double>(i);
+    std::uint64_t hash = std::bit_cast<std::uint64_t>(x) * kFactor;
+    hash = (hash ^ hash >> 32) * kFactor;
+    hash ^= hash >> 32;
+    const std::uint64_t wanted = i << 40;  // no low bits
+    const double z = std::bit_cast<double>(hash ^ (wanted ^ wanted >> 32) * inverse);
+    if (z - z == 0) file.insert(file.end(), {x, 0, z});
+  }
+  EXPECT_LT(secondsOf([&] {
+              for (std::size_t i = 0; i < file.size(); i += 3)
+                EXPECT_EQ(join(file[i], file[i + 1], file[i + 2]), i / 3);
+            }),
+            1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, HostileFiles, testing::ValuesIn(samples()),
