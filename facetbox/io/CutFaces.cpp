@@ -5,10 +5,31 @@
 #include <utility>
 #include <vector>
 
+#include <facetbox/clean.h>
 #include <facetbox/triangulate.h>
 
 namespace facetbox {
 namespace {
+
+const char* noteOf(DroppedHole::Reason reason) {
+  switch (reason) {
+    case DroppedHole::Reason::outside:
+      return "holes, left out: beside their faces or around them";
+    case DroppedHole::Reason::crosses:
+      return "holes, left out: they cross the outlines of their faces";
+    case DroppedHole::Reason::touches:
+      return "holes, left out: they touch the outlines of their faces";
+    case DroppedHole::Reason::overlaps:
+      return "holes, left out: they overlap or touch other holes";
+    case DroppedHole::Reason::tooFewCorners:
+      return "holes, left out: fewer than three corners";
+    case DroppedHole::Reason::tooSmall:
+      return "holes, left out: no area";
+    case DroppedHole::Reason::outerIsGone:
+      return "holes, left out: their faces have fewer than three corners";
+  }
+  return "holes, left out";
+}
 
 class Cutter {
  public:
@@ -16,8 +37,9 @@ class Cutter {
       : mMesh(mesh), mUnknown(unknown), mNotes(notes), mFates(mesh.counts.size(), Fate::stays) {}
 
   std::optional<PolyMesh> cut() {
+    dropHoles();
     chooseFaces();
-    if (mCutCount == 0) return std::nullopt;
+    if (mCutCount == 0 && !mDropsFaces) return std::nullopt;
     collectFaces();
     mTriangles = triangulate({.points = mMesh.points,
                               .counts = mFaces.counts,
@@ -26,21 +48,39 @@ class Cutter {
                               .texIndices = mFaces.texIndices,
                               .holes = mFaces.holes});
     mNotes.add("faces that cannot be cut into triangles: no area", mTriangles.skipped.size() - skippedHoles());
+    mNotes.add("vertices made where outlines cross", mTriangles.madePoints.size() / 3);
     startResult();
     for (std::size_t face = 0; face < mFates.size(); ++face) addFace(face);
     return std::move(mResult);
   }
 
  private:
-  enum class Fate : std::uint8_t { stays, isCut, isHole };
+  enum class Fate : std::uint8_t { stays, isCut, isHole, isLeftOut };
+
+  // A hole that does not lie in its face would become a face where there is none.
+  void dropHoles() {
+    if (mMesh.holes.empty()) return;
+    const PolyMesh bare = {
+        .points = mMesh.points, .counts = mMesh.counts, .indices = mMesh.indices, .holes = mMesh.holes};
+    for (const DroppedHole& dropped : clean(bare, {}).droppedHoles) {
+      if (dropped.hole == kNone || mFates[dropped.hole] == Fate::isLeftOut) continue;
+      mFates[dropped.hole] = Fate::isLeftOut;
+      mDropsFaces = true;
+      mNotes.add(noteOf(dropped.reason));
+    }
+  }
 
   void chooseFaces() {
     for (std::size_t i = 0; i < mMesh.holes.size(); ++i) {
       const std::uint32_t outer = mMesh.holes[i];
-      const std::size_t first = ++i;
-      for (; mMesh.holes[i] != kNone; ++i) mFates[mMesh.holes[i]] = Fate::isHole;
-      if (i > first) mFates[outer] = Fate::isCut;
-      mNotes.add("holes, kept open by cutting their faces into triangles", i - first);
+      std::size_t kept = 0;
+      for (++i; mMesh.holes[i] != kNone; ++i) {
+        if (mFates[mMesh.holes[i]] == Fate::isLeftOut) continue;
+        mFates[mMesh.holes[i]] = Fate::isHole;
+        ++kept;
+      }
+      if (kept > 0) mFates[outer] = Fate::isCut;
+      mNotes.add("holes, kept open by cutting their faces into triangles", kept);
     }
     std::size_t polygons = 0;
     for (std::size_t face = 0; face < mFates.size(); ++face) {
@@ -58,16 +98,19 @@ class Cutter {
     std::vector<std::uint32_t> newFaces(mFates.size(), kNone);
     std::size_t corner = 0;
     for (std::size_t face = 0; face < mFates.size(); corner += mMesh.counts[face++]) {
-      if (mFates[face] == Fate::stays) continue;
+      if (mFates[face] != Fate::isCut && mFates[face] != Fate::isHole) continue;
       newFaces[face] = static_cast<std::uint32_t>(mFaces.counts.size());
       copyFace(face, corner, mFaces);
     }
     for (std::size_t i = 0; i < mMesh.holes.size(); ++i) {
-      const std::size_t first = i;
-      while (mMesh.holes[i] != kNone) ++i;
-      if (i - first < 2) continue;  // no hole
-      for (std::size_t k = first; k < i; ++k) mFaces.holes.push_back(newFaces[mMesh.holes[k]]);
-      mFaces.holes.push_back(kNone);
+      const std::uint32_t outer = mMesh.holes[i];
+      const std::size_t start = mFaces.holes.size();
+      for (++i; mMesh.holes[i] != kNone; ++i) {
+        if (mFates[mMesh.holes[i]] != Fate::isHole) continue;
+        if (mFaces.holes.size() == start) mFaces.holes.push_back(newFaces[outer]);
+        mFaces.holes.push_back(newFaces[mMesh.holes[i]]);
+      }
+      if (mFaces.holes.size() > start) mFaces.holes.push_back(kNone);
     }
   }
 
@@ -106,7 +149,7 @@ class Cutter {
     const std::size_t before = mResult.counts.size();
     if (mFates[face] == Fate::stays) {
       copyFace(face, mCorner, mResult);
-    } else {
+    } else if (mFates[face] != Fate::isLeftOut) {
       const std::uint32_t cutFace = mNextCutFace++;
       for (; mTriangle < mTriangles.faces.size() && mTriangles.faces[mTriangle] == cutFace; ++mTriangle) addTriangle();
     }
@@ -128,6 +171,7 @@ class Cutter {
   Notes& mNotes;
   std::vector<Fate> mFates;
   std::size_t mCutCount = 0;
+  bool mDropsFaces = false;
   PolyMesh mFaces;
   Triangulation mTriangles;
   PolyMesh mResult;

@@ -11,7 +11,8 @@ namespace facetbox {
 enum class Unknown { facesWithHoles, polygons };
 
 /// The mesh with those faces cut into triangles, in their places, and without the faces that are holes. What happens is
-/// noted, and so is a face that cannot be cut: it is left out. Vertices keep their numbers; made ones come behind them.
+/// noted, and so is what is left out: a face that cannot be cut; a hole that clean() would drop, such as one beside its
+/// face. Vertices keep their numbers; made ones come behind them.
 /// @param unknown  polygons: all faces with more than three corners, and those with holes
 /// @return nothing where the mesh may stay as it is
 std::optional<PolyMesh> cutFaces(const PolyMesh& mesh, Unknown unknown, Notes& notes);

@@ -122,7 +122,7 @@ std::vector<float> GltfMeshWriter::colorsOf(const Object& object, const GltfElem
   std::size_t outside = 0;
   for (const std::uint32_t vertex : elements.vertices())
     for (std::size_t i = 0; i < 4; ++i) {
-      // A vertex that was made where outlines cross has no color: white changes nothing.
+      // A vertex that was made where outlines cross has no color.
       const std::size_t at = 4 * std::size_t{vertex} + i;
       const float value = at < object.colors.size() ? object.colors[at] : 1.0F;
       const float kept = value >= 0 ? std::min(value, 1.0F) : 0.0F;
@@ -130,6 +130,10 @@ std::vector<float> GltfMeshWriter::colorsOf(const Object& object, const GltfElem
       colors.push_back(kept);
     }
   mNotes.add("colors below 0 or above 1", outside);
+  const auto made = std::count_if(
+      elements.vertices().begin(), elements.vertices().begin() + static_cast<std::ptrdiff_t>(elements.usedCount()),
+      [&](std::uint32_t vertex) { return 4 * std::size_t{vertex} >= object.colors.size(); });
+  mNotes.add("vertices made where outlines cross, which are white", static_cast<std::size_t>(made));
   return colors;
 }
 

@@ -79,7 +79,7 @@ std::string jsonOf(const Scene& scene, const GltfBuffer& buffer, const GltfMater
                                  FACETBOX_VERSION_STRING);
   for (std::size_t node = 0; node < scene.nodes.size(); ++node)
     json += fmt::format("{}{}", node == 0 ? R"("nodes":[)" : ",", node);
-  json += scene.nodes.empty() ? "}]" : "]}]";
+  json += "]}]";
   addArray(json, "nodes", scene.nodes);
   addArray(json, "meshes", scene.meshes);
   addArray(json, "accessors", buffer.accessors());
@@ -136,6 +136,7 @@ void writeGltf(const Model& model, bool isBinary, WriteContext& context) {
   GltfMaterialWriter materials(model, buffer, context.notes());
   noteMarks(model, context.notes());
   const Scene scene = writeObjects(model, buffer, materials, context.notes());
+  if (scene.meshes.empty()) context.fail("has no face that glTF can hold; nothing is written");
   const std::string json = jsonOf(scene, buffer, materials, context.notes());
   if (isBinary)
     writeGlb(json, buffer.take(), context.output());

@@ -41,7 +41,7 @@ JoinedObjects::JoinedObjects(const Model& model, Notes& notes) {
     const PolyMesh* mesh = &object.mesh;
     if (std::optional<PolyMesh> cut = cutFaces(*mesh, Unknown::facesWithHoles, notes))
       mesh = &mCutMeshes.emplace_back(std::move(*cut));
-    mParts.push_back({&object, mesh, static_cast<std::uint32_t>(mVertexCount)});
+    mParts.push_back({&object, mesh, static_cast<std::uint32_t>(mVertexCount), colorsOf(object, *mesh, notes)});
     mParts.back().pairOfVertex = pairsOfVertices(*mesh);
     mVertexCount += mesh->points.size() / 3;
     const auto withoutCorners = static_cast<std::uint64_t>(std::ranges::count(mesh->counts, 0U));
@@ -65,11 +65,23 @@ bool JoinedObjects::hasTexCoordPerVertex() const {
          });
 }
 
+const std::vector<float>* JoinedObjects::colorsOf(const Object& object, const PolyMesh& mesh, Notes& notes) {
+  const std::size_t size = mesh.points.size() / 3 * 4;
+  if (mesh.points.size() == object.mesh.points.size() || object.colors.size() != object.mesh.points.size() / 3 * 4)
+    return &object.colors;
+  std::vector<float>& colors = mLongerColors.emplace_back();
+  colors.reserve(size);
+  colors = object.colors;
+  colors.resize(size, 1.0F);
+  notes.add("vertices made where outlines cross, which are white", (size - object.colors.size()) / 4);
+  return &colors;
+}
+
 void JoinedObjects::checkColors(Notes& notes) {
   std::size_t colors = 0;
   mHasColors = true;
   for (const Part& part : mParts) {
-    const std::vector<float>& own = part.object->colors;
+    const std::vector<float>& own = *part.colors;
     colors += own.size() / 4;
     mHasColors &= own.size() / 4 == part.mesh->points.size() / 3 && own.size() % 4 == 0 &&
                   std::ranges::all_of(own, [](float value) { return value >= 0 && value <= 1; });

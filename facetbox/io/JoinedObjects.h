@@ -19,6 +19,7 @@ class JoinedObjects {
     const Object* object;
     const PolyMesh* mesh;  ///< without holes
     std::uint32_t firstVertex;
+    const std::vector<float>* colors;  ///< as of the object; made vertices are white
 
     /// Per vertex the only pair of texture coordinates that its corners have; empty where that is not so.
     std::vector<std::uint32_t> pairOfVertex = {};
@@ -39,10 +40,12 @@ class JoinedObjects {
   bool hasColors() const { return mHasColors; }
 
  private:
+  const std::vector<float>* colorsOf(const Object& object, const PolyMesh& mesh, Notes& notes);
   void checkColors(Notes& notes);
 
   std::vector<Part> mParts;
   std::deque<PolyMesh> mCutMeshes;
+  std::deque<std::vector<float>> mLongerColors;
   std::uint64_t mVertexCount = 0, mFaceCount = 0;
   bool mHasColors = false;
 };

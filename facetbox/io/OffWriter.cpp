@@ -35,7 +35,9 @@ std::size_t colorSize(const std::array<double, 4>& color) { return color[3] == 1
 class Writer {
  public:
   Writer(const Model& model, WriteContext& context)
-      : mModel(model), mNotes(context.notes()), mOutput(context.output()), mJoined(model, context.notes()) {}
+      : mModel(model), mNotes(context.notes()), mOutput(context.output()), mJoined(model, context.notes()) {
+    if (mJoined.faceCount() == 0) context.fail("has no face that OFF can hold; nothing is written");
+  }
 
   void write() {
     noteLosses();
@@ -67,7 +69,7 @@ class Writer {
   void chooseForms() {
     if (mJoined.hasColors())
       for (const JoinedObjects::Part& part : mJoined.parts())
-        for (const float value : part.object->colors) mVertexForm.take(value);
+        for (const float value : *part.colors) mVertexForm.take(value);
     for (const JoinedObjects::Part& part : mJoined.parts())
       for (std::size_t face = 0; face < part.mesh->labels.size(); ++face) {
         const Material* const material = materialOf(mModel, *part.mesh, face);
@@ -93,7 +95,7 @@ class Writer {
         mOutput.number(mesh.points[3 * vertex + axis]);
       }
       for (std::size_t i = 0; mJoined.hasColors() && i < 4; ++i)
-        writeComponent(part.object->colors[4 * vertex + i], mVertexForm);
+        writeComponent((*part.colors)[4 * vertex + i], mVertexForm);
       for (std::size_t i = 0; hasPairs && i < 2; ++i) {
         mOutput.letter(' ');
         mOutput.number(mesh.texCoords[2 * std::size_t{part.pairOfVertex[vertex]} + i]);

@@ -23,6 +23,7 @@ class Writer {
  public:
   Writer(const Model& model, WriteContext& context)
       : mIsText(context.isText()), mOutput(context.output()), mJoined(model, context.notes()) {
+    if (mJoined.faceCount() == 0) context.fail("has no face that PLY can hold; nothing is written");
     noteMaterials(model, context.notes());
     chooseForms();
   }
@@ -46,7 +47,7 @@ class Writer {
                    });
       for (const std::uint32_t count : part.mesh->counts) mMostCorners = std::max(mMostCorners, count);
       if (!mJoined.hasColors()) continue;
-      const std::vector<float>& colors = part.object->colors;
+      const std::vector<float>& colors = *part.colors;
       mHasByteColors = mHasByteColors && std::ranges::all_of(colors, isByte);
       for (std::size_t i = 3; i < colors.size(); i += 4) mColorSize = colors[i] == 1 ? mColorSize : 4;
     }
@@ -98,7 +99,7 @@ class Writer {
         else
           put(value);
       }
-      for (std::size_t i = 0; mJoined.hasColors() && i < mColorSize; ++i) putColor(part.object->colors[4 * vertex + i]);
+      for (std::size_t i = 0; mJoined.hasColors() && i < mColorSize; ++i) putColor((*part.colors)[4 * vertex + i]);
       if (mHasPairs) putPair(mesh, part.pairOfVertex[vertex]);
       endRow();
     }

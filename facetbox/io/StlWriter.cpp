@@ -41,6 +41,7 @@ class Writer {
 
   void write() {
     for (const Object& object : mModel.objects) prepare(object);
+    if (mTriangleCount == 0) mContext.fail("has no face that STL can hold; nothing is written");
     noteMarks(mModel, mNotes);
     noteMaterials(mModel, mNotes);
     if (mContext.isText()) {
