@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -15,6 +14,7 @@
 
 #include <fmt/format.h>
 
+#include <facetbox/io/Decimal.h>
 #include <facetbox/io/FileError.h>
 #include <facetbox/io/PlyHeader.h>
 
@@ -85,11 +85,8 @@ class PlyText {
   double number(PlyType) {
     const char* const start = startToken();
     double value = 0;
-    const auto [next, error] = std::from_chars(start, mEnd, value);
-    if (error == std::errc::invalid_argument || !isTokenEnd(next))
-      fail(fmt::format("{} is not a number", quotedToken()));
-    // Too small becomes zero, too large is not finite.
-    if (error == std::errc::result_out_of_range) value = std::strtod(std::string(start, next).c_str(), nullptr);
+    const auto [next, error] = parseDecimal(start, mEnd, value);
+    if (error != std::errc() || !isTokenEnd(next)) fail(fmt::format("{} is not a number", quotedToken()));
     if (!std::isfinite(value)) fail(fmt::format("{} is not a finite number", quotedToken()));
     endToken(next);
     return value;

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
 
 #include <fmt/format.h>
+
+#include <facetbox/io/Decimal.h>
 
 namespace facetbox {
 
@@ -35,11 +36,9 @@ std::string_view TextScanner::restOfLine() {
 double TextScanner::number(const char* what) {
   const char* const start = startToken(what);
   double value = 0;
-  const auto [next, error] = std::from_chars(start, mEnd, value);
-  if (error == std::errc::invalid_argument || !isTokenEnd(next))
+  const auto [next, error] = parseDecimal(start, mEnd, value);
+  if (error != std::errc() || !isTokenEnd(next))
     fail(fmt::format("{} is not a number; {} is expected", quoted(peek()), what));
-  // Too small becomes zero, too large is not finite.
-  if (error == std::errc::result_out_of_range) value = std::strtod(std::string(start, next).c_str(), nullptr);
   if (!std::isfinite(value)) fail(fmt::format("{} is not a finite number; {} is expected", quoted(peek()), what));
   endToken(next);
   return value;
