@@ -49,16 +49,19 @@ class ImportErrors {
   std::string mText;
 };
 
-// Opens no file that the reader of a model may not open.
+// Opens the model, which may be a link to elsewhere, and no other file that its reader may not open.
 class NearbyFiles : public Assimp::DefaultIOSystem {
  public:
-  explicit NearbyFiles(const ReadContext& context) : mContext(context) {}
-  bool Exists(const char* file) const override { return mContext.mayRead(file) && DefaultIOSystem::Exists(file); }
+  NearbyFiles(std::string model, const ReadContext& context) : mModel(std::move(model)), mContext(context) {}
+  bool Exists(const char* file) const override { return mayRead(file) && DefaultIOSystem::Exists(file); }
   Assimp::IOStream* Open(const char* file, const char* mode) override {
-    return mode[0] == 'r' && mContext.mayRead(file) ? DefaultIOSystem::Open(file, mode) : nullptr;
+    return mode[0] == 'r' && mayRead(file) ? DefaultIOSystem::Open(file, mode) : nullptr;
   }
 
  private:
+  bool mayRead(const char* file) const { return file == mModel || mContext.mayRead(file); }
+
+  std::string mModel;
   const ReadContext& mContext;
 };
 
@@ -164,7 +167,7 @@ Model importModel(const std::filesystem::path& path, ReadContext& context) {
   // For better messages: the import library says neither why it cannot open a file nor that it is empty.
   readFile(path);
   const ImportErrors errors;
-  importer.SetIOHandler(new NearbyFiles(context));  // the importer owns it
+  importer.SetIOHandler(new NearbyFiles(path.string(), context));  // the importer owns it
   const aiScene* scene = importer.ReadFile(path.string(), 0);
   const std::string error = scene ? errors.first() : importer.GetErrorString();
   if (!scene || !error.empty()) context.fail("cannot be read as " + extension.substr(1) + ": " + error);

@@ -9,11 +9,17 @@
 
 namespace facetbox {
 
-/// Counts what is left out, by what it is.
+/// Counts what is left out, by what it is. Kinds beyond a few hundred are counted as one: a file can make up any
+/// number.
 class Notes {
  public:
   void add(const std::string& what, std::size_t count = 1) {
-    if (count > 0) mCounts[what] += count;
+    if (count == 0) return;
+    const auto known = mCounts.find(what);
+    if (known != mCounts.end())
+      known->second += count;
+    else
+      mCounts[mCounts.size() < kMostKinds ? what : "other things"] += count;
   }
   /// By the alphabet.
   std::vector<Note> list() const {
@@ -23,6 +29,7 @@ class Notes {
   }
 
  private:
+  static constexpr std::size_t kMostKinds = 200;
   std::map<std::string, std::size_t> mCounts;
 };
 

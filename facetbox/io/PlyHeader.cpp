@@ -56,6 +56,7 @@ class HeaderParser {
       mRest = nextLine();
       if (!mLineIsWhole) fail("the file ends before a line 'end_header': it is cut short");
       const std::string_view keyword = word();
+      if (keyword == "comment" && word() == "TextureFile") ++mHeader.mTextures;
       if (keyword == "comment" || keyword == "obj_info") continue;
       if (keyword == "end_header") break;
       if (keyword == "format" && !encoding)

@@ -46,6 +46,7 @@ struct PlyHeader {
   std::size_t mBytes;                 ///< the data begins here
   std::size_t mLines;
   std::uint64_t mVertexCount;
+  std::size_t mTextures = 0;  ///< named in comments 'TextureFile NAME'
 };
 
 /// @param text  the whole file

@@ -25,6 +25,7 @@ class Reader {
   Model read() {
     for (const PlyElement& element : mHeader.mElements) readElement(element);
     mSource.finish();
+    mContext.notes().add("textures named in comments", mHeader.mTextures);
     if (mMesh.texCoords.empty())
       mMesh.texIndices.clear();
     else if (mMesh.texIndices.empty())

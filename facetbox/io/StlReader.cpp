@@ -70,7 +70,16 @@ class TextReader {
       ++mEmptySolids;
     else
       mModel.objects.push_back(std::move(object));
-    mScan.nextLine();  // the name once more
+    skipName();
+  }
+
+  // The name once more. A line that goes on with facets would lose them.
+  void skipName() {
+    for (std::string_view before, word = mScan.token(); !word.empty(); word = mScan.token()) {
+      if (isWord(before, "facet") && isWord(word, "normal")) mScan.fail("a facet stands on the line of 'endsolid'");
+      before = word;
+    }
+    mScan.nextLine();
   }
 
   bool startsFacet() {
@@ -161,6 +170,8 @@ class BinaryReader {
     }
     mContext.notes().add("normals that do not fit the corners", mNormals);
     mContext.notes().add("attributes of facets", mAttributes);
+    const std::string_view header = mBytes.substr(0, kHeaderSize);
+    mContext.notes().add("colors in the header", header.find("COLOR=") != std::string_view::npos ? 1 : 0);
     return model;
   }
 

@@ -154,6 +154,9 @@ TEST(PlyFile, neverReadsAPartOrMoreThanDeclared) {
       }
   }
   EXPECT_EQ(parse(smallFile(kAscii) + "\n \r\n").mesh.counts.size(), 1U);
+  std::string textured = smallFile(kAscii);
+  textured.insert(textured.find("element"), "comment TextureFile a.png\ncomment by hand\n");
+  EXPECT_EQ(parse(textured).notes["textures named in comments"], 1U);
 }
 
 TEST(PlyFile, tellsWhereEveryMistakeIs) {

@@ -62,6 +62,14 @@ TEST(StlFile, ReadsBytesThatBeginWithSolid) {
   EXPECT_EQ(textOf(model.notes), "3 attributes of facets, 1 normals that do not fit the corners");
 }
 
+TEST(StlFile, LosesNoFacetBehindEndsolidAndCountsColorsOfTheHeader) {
+  const std::string start = "solid facet\n" + kFacet + "endsolid ";
+  EXPECT_EQ(parse(start + "facet\n").objects.size(), 1U);
+  EXPECT_EQ(readErrorOf(start + "a " + kFacet, Format::stl), "t:9: a facet stands on the line of 'endsolid'");
+  EXPECT_EQ(textOf(parse(binary("COLOR=abcd", {{0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0}})).notes),
+            "1 colors in the header");
+}
+
 TEST(StlFile, SaysWhatIsWrongAndWhere) {
   const std::string good = binary("", {{0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0}});
   std::string infinite = good, many = good;
