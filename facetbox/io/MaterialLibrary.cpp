@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <optional>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -86,10 +87,15 @@ void take(Kind kind, std::string_view rest, Material& material) {
   } else if (kind == Kind::color) {
     std::array<double, 3> rgb{};
     for (double& value : rgb) {
-      const std::optional<double> number = numberIn(takeWord(rest));
-      // One number stands for all three.
-      if (!number && &value == rgb.data()) return;
-      value = number ? *number : rgb[0];
+      const bool isSecond = &value == &rgb[1];
+      const std::string_view word = takeWord(rest);
+      const std::optional<double> number = numberIn(word);
+      if (!number && isSecond && (word.empty() || word.starts_with('#'))) {
+        rgb.fill(rgb[0]);  // one number stands for all three
+        break;
+      }
+      if (!number) return;
+      value = *number;
     }
     for (std::size_t i = 0; i < 3; ++i) color()[i] = rgb[i];
   } else if (const std::optional<double> number = numberIn(takeWord(rest)); number && kind != Kind::other) {
@@ -120,24 +126,29 @@ void writeTexture(const Material& material, Output& output) {
 
 }  // namespace
 
-std::vector<Material> parseMaterialLibrary(std::string_view text, const std::string& name) {
-  std::vector<Material> materials;
+void parseMaterialLibrary(std::string_view text, const std::string& name, ReadContext& context,
+                          const std::function<void(Material&&)>& add) {
+  std::optional<Material> material;
+  if (!text.empty() && text.back() != '\n')
+    context.notes().add(fmt::format("line end of material library '{}', which may be cut short", name));
   if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
   for (std::size_t line = 1; !text.empty(); ++line) {
+    context.poll();
     std::string_view rest = trimmed(cut(text, "\n"));
     if (rest.empty() || rest.starts_with('#')) continue;
     const std::string_view statement = rest, keyword = takeWord(rest);
     rest = trimmed(rest);
     if (keyword == "newmtl") {
-      materials.push_back({.name = std::string(rest)});
+      if (material) add(std::move(*material));
+      material = {.name = std::string(rest)};
       continue;
     }
-    if (materials.empty())
+    if (!material)
       throw ReadError(fmt::format("{}:{}: there must be a line 'newmtl NAME' before this one", name, line));
-    materials.back().definition.append(statement).push_back('\n');
-    take(kindOf(keyword), rest, materials.back());
+    material->definition.append(statement).push_back('\n');
+    take(kindOf(keyword), rest, *material);
   }
-  return materials;
+  if (material) add(std::move(*material));
 }
 
 void writeMaterial(const Material& material, bool keepsDefinition, Output& output) {

@@ -4,7 +4,9 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <limits>
 #include <map>
 #include <optional>
 #include <unordered_map>
@@ -13,8 +15,10 @@
 #include <fmt/format.h>
 
 #include <facetbox/base/Buffer.h>
+#include <facetbox/io/Decimal.h>
 #include <facetbox/io/MaterialLibrary.h>
 #include <facetbox/io/Numbered.h>
+#include <facetbox/io/NumberedNames.h>
 #include <facetbox/io/ObjParts.h>
 
 namespace facetbox {
@@ -35,25 +39,27 @@ class Parser {
     while (mAt < mEnd && static_cast<std::size_t>(mAt - begin) < kSample) parseLine();
     if (mAt < mEnd) reserveMore(static_cast<double>(mEnd - begin) / static_cast<double>(mAt - begin));
     while (mAt < mEnd) parseLine();
-    resolveForwardReferences();
+    checkIndices();
     resolveHoles();
     if (mFaceCount == 0) mContext.fail("has no faces, so there is nothing to work on");
-    dropPartsWithoutFaces();
+    finishParts();
     noteDropped();
-    for (ObjPart& part : mParts) completeOptional(part.mesh);
-    if (!mPools.colors.empty()) completeColors();
+    finishColors();
     readLibraries();
     mContext.releaseBytes();
-    mModel.objects = separated(std::move(mParts), std::move(mPools));
+    std::size_t unusedTexCoords = 0;
+    mModel.objects = separated(std::move(mParts), std::move(mPools), unusedTexCoords);
+    mContext.notes().add("texture coordinates that no face uses", unusedTexCoords);
     return std::move(mModel);
   }
 
  private:
-  struct ForwardReference {
-    std::size_t mPart;
-    std::size_t mCorner;
-    std::size_t mLine;
-    bool mIsTexture;
+  // What corners refer to.
+  enum Target { kVertex, kTexCoord, kNormal };
+  static constexpr std::array<const char*, 3> kTargetNames = {"vertex", "texture coordinate", "normal"};
+  struct HighestIndex {
+    unsigned long long mIndex = 0;
+    std::size_t mLine = 0;
   };
   struct HoleLine {
     std::vector<std::uint32_t> mFaces;  // counted from 1, the outer face first
@@ -105,8 +111,13 @@ class Parser {
     return fmt::format("'{}'", text);
   }
 
+  // Backslashes at the end of comments are part of them, such as of the name of a folder.
   void skipLine() {
     while (mAt < mEnd && *mAt != '\n') {
+      if (*mAt == '#') {
+        mAt = std::find(mAt, mEnd, '\n');
+        break;
+      }
       const std::size_t continuation = continuationAt(mAt);
       if (continuation > 0) ++mLine;
       mAt += std::max<std::size_t>(continuation, 1);
@@ -140,9 +151,7 @@ class Parser {
     reserve(mPools.points);
     reserve(mPools.texCoords);
     reserve(mPools.colors);
-    if (mParts.size() > 1) return;
-    PolyMesh& mesh = mParts.back().mesh;
-    for (auto* const list : {&mesh.counts, &mesh.indices, &mesh.texIndices, &mesh.labels}) reserve(*list);
+    for (auto* const list : {&mPools.counts, &mPools.indices, &mPools.texIndices, &mPools.labels}) reserve(*list);
   }
 
   void parseLine() {
@@ -181,7 +190,7 @@ class Parser {
     } else if (keyword == "usemtl") {
       mAt += keyword.size();
       const std::string material = restOfLine();
-      mMark.material = material.empty() ? kNone : materialNumber(material);
+      mMark.material = material.empty() ? kNone : mMaterialNumbers(material);
       mMarkNumber = kNone;
     } else if (keyword == "g") {
       mAt += 1;
@@ -190,7 +199,7 @@ class Parser {
       mMarkNumber = kNone;
     } else if (keyword == "o") {
       mAt += 1;
-      mParts.push_back({restOfLine(), mFaceCount, vertexCount()});
+      startPart();
     } else if (keyword == "mtllib") {
       mAt += keyword.size();
       const std::string library = restOfLine();
@@ -204,10 +213,14 @@ class Parser {
   void parseComment() {
     ++mAt;
     while (mAt < mEnd && isBlank(*mAt)) ++mAt;
-    if (peekToken() != kHolesTag) return;
+    if (peekToken() != kHolesTag) {
+      mAt = std::find(mAt, mEnd, '\n');
+      return;
+    }
     mNeedsEnd = true;
     mAt += kHolesTag.size();
     HoleLine line{{}, mLine};
+    const char* const end = std::exchange(mEnd, std::find(mAt, mEnd, '\n'));  // without continuation
     while (!atStatementEnd()) {
       const long long face = parseInteger("face number");
       if (face < 1 || face >= kNone) fail(fmt::format("face number {} is not in the file; count from 1", face));
@@ -217,20 +230,19 @@ class Parser {
       fail(fmt::format("a '{}' line needs an outer face and at least one hole face; add them or remove the line",
                        kHolesTag));
     mHoleLines.push_back(std::move(line));
+    mEnd = end;
   }
 
   std::size_t vertexCount() const { return mPools.points.size() / 3; }
 
-  std::uint32_t materialNumber(const std::string& name) {
-    const auto [known, isNew] = mMaterialNumbers.try_emplace(name, static_cast<std::uint32_t>(mModel.materials.size()));
-    if (isNew) mModel.materials.push_back({.name = name});
-    return known->second;
-  }
-
-  // Beyond the range of double: too small becomes zero, too large is an error of the caller.
-  double outOfRangeNumber() const {
-    const std::string text(peekToken());
-    return std::strtod(text.c_str(), nullptr);
+  // One without faces gives its place to the next; its vertices go to the object before.
+  void startPart() {
+    if (mPools.counts.size() > mParts.back().firstFace)
+      mParts.emplace_back();
+    else if (!mParts.back().name.empty())
+      ++mEmptyParts;
+    mParts.back() = {restOfLine(), mPools.counts.size(), mPools.indices.size(), vertexCount()};
+    mPartIsMarked = false;
   }
 
   double parseNumber(const char* what) {
@@ -238,10 +250,8 @@ class Parser {
     const char* start = mAt;
     if (*start == '+' && start + 1 < mEnd && start[1] != '-') ++start;
     double value = 0;
-    const auto [next, error] = std::from_chars(start, mEnd, value);
-    if (error == std::errc::invalid_argument || !isTokenEnd(next))
-      fail(fmt::format("{} is not a number; correct it", quotedToken()));
-    if (error == std::errc::result_out_of_range) value = outOfRangeNumber();
+    const auto [next, error] = parseDecimal(start, mEnd, value);
+    if (error != std::errc() || !isTokenEnd(next)) fail(fmt::format("{} is not a number; correct it", quotedToken()));
     if (!std::isfinite(value))
       fail(
           fmt::format("{} in {} is not a finite number; correct it or remove what it belongs to", quotedToken(), what));
@@ -268,29 +278,61 @@ class Parser {
     std::array<double, 4> extra{};
     std::size_t count = 0;
     while (count < extra.size() && !atStatementEnd()) extra[count++] = parseNumber("a vertex");
+    endStatement("a vertex");
     if (count < 3) {
-      mContext.notes().add("weights of vertices");
+      ++mWeights;
       return;
     }
     completeColors();
-    for (std::size_t i = 0; i < 4; ++i)
-      mPools.colors[mPools.colors.size() - 4 + i] = i < count ? static_cast<float>(extra[i]) : 1.0F;
+    for (std::size_t i = 0; i < count; ++i) {
+      mPools.colors[mPools.colors.size() - 4 + i] = static_cast<float>(std::clamp(extra[i], -kMostColor, kMostColor));
+      mColorsAreBytes = mColorsAreBytes && extra[i] >= 0 && extra[i] <= 255 && extra[i] == std::floor(extra[i]);
+      mHighestColor = std::max(mHighestColor, extra[i]);
+    }
     ++mColored;
   }
 
-  // Vertices without a color among others are white.
-  void completeColors() { mPools.colors.resize(vertexCount() * 4, 1.0F); }
+  void endStatement(const char* what) {
+    if (!atStatementEnd()) fail(fmt::format("{} is more than {} has; remove it", quotedToken(), what));
+  }
+
+  // Vertices without a color among others are white; so is what a color does not say. What is no number stands for
+  // that.
+  void completeColors() { mPools.colors.resize(vertexCount() * 4, std::numeric_limits<float>::quiet_NaN()); }
+
+  // Some programs write colors as bytes.
+  void finishColors() {
+    if (mColored == 0) return;
+    completeColors();
+    const bool areBytes = mColorsAreBytes && mHighestColor > 1;
+    std::size_t beyond = 0;
+    for (float& value : mPools.colors) {
+      if (std::isnan(value)) {
+        value = 1;
+        continue;
+      }
+      if (areBytes) value /= 255;
+      const float inside = std::clamp(value, 0.0F, 1.0F);
+      if (inside != value) ++beyond;
+      value = inside;
+    }
+    mContext.notes().add("colors of vertices from 0 to 255 (now from 0 to 1)", areBytes ? mColored : 0);
+    mContext.notes().add("numbers in colors of vertices outside 0 to 1 (now 0 or 1)", beyond);
+  }
 
   void parseTexCoord() {
     const double u = parseNumber("a texture coordinate");
     // One number is a coordinate along a line.
     const double v = atStatementEnd() ? 0.0 : parseNumber("a texture coordinate");
     mPools.texCoords.insert(mPools.texCoords.end(), {u, v});
+    if (atStatementEnd()) return;
+    if (parseNumber("a texture coordinate") != 0) ++mDepths;
+    endStatement("a texture coordinate");
   }
 
   // The index, counted from 0. Positive ones may refer to later lines; they are checked when the whole file is read.
-  std::uint32_t resolve(long long index, std::size_t count, bool isTexture) {
-    const char* what = isTexture ? "texture coordinate" : "vertex";
+  std::uint32_t resolve(long long index, std::size_t count, Target target) {
+    const char* what = kTargetNames[target];
     if (index == 0) fail(fmt::format("{} index 0 is not valid; indices count from 1", what));
     if (index < 0) {
       const auto back = static_cast<unsigned long long>(-(index + 1)) + 1;
@@ -299,27 +341,30 @@ class Parser {
       return static_cast<std::uint32_t>(count - back);
     }
     if (index >= kNone) fail(fmt::format("{} index {} is out of range", what, index));
-    if (static_cast<std::size_t>(index) > count)
-      mForwardReferences.push_back({mParts.size() - 1, mParts.back().mesh.indices.size(), mLine, isTexture});
+    if (static_cast<std::size_t>(index) > count) {
+      HighestIndex& highest = mHighest[target];
+      if (static_cast<unsigned long long>(index) > highest.mIndex)
+        highest = {static_cast<unsigned long long>(index), mLine};
+    }
     return static_cast<std::uint32_t>(index - 1);
   }
 
   void parseFace() {
-    std::vector<std::uint32_t>& indices = mParts.back().mesh.indices;
+    std::vector<std::uint32_t>& indices = mPools.indices;
     const std::size_t firstCorner = indices.size();
     std::size_t texturedCorners = 0;
     while (!atStatementEnd()) {
-      const std::uint32_t vertex = resolve(parseInteger("vertex index"), vertexCount(), false);
+      const std::uint32_t vertex = resolve(parseInteger("vertex index"), vertexCount(), kVertex);
       std::uint32_t texCoord = kNone;
       if (mAt < mEnd && *mAt == '/') {
         ++mAt;
         if (!isTokenEnd(mAt) && *mAt != '/') {
-          texCoord = resolve(parseInteger("texture coordinate index"), mPools.texCoords.size() / 2, true);
+          texCoord = resolve(parseInteger("texture coordinate index"), mPools.texCoords.size() / 2, kTexCoord);
           ++texturedCorners;
         }
         if (mAt < mEnd && *mAt == '/') {
           ++mAt;
-          if (!isTokenEnd(mAt)) parseInteger("normal index");
+          if (!isTokenEnd(mAt)) resolve(parseInteger("normal index"), mNormals, kNormal);
         }
         if (!isTokenEnd(mAt)) fail(fmt::format("{} does not belong after a corner; remove it", quotedToken()));
       }
@@ -332,39 +377,43 @@ class Parser {
   }
 
   void closeFace(std::size_t corners, std::size_t texturedCorners) {
-    PolyMesh& mesh = mParts.back().mesh;
     if (texturedCorners > 0 && texturedCorners < corners) {
       mContext.notes().add("texture coordinates of faces that have them on only some corners");
       std::fill(mTexIndices.begin(), mTexIndices.end(), kNone);
       texturedCorners = 0;
     }
     // Files without texture coordinates and marks do not pay for them.
-    if (texturedCorners > 0) mesh.texIndices.resize(mesh.indices.size() - corners, kNone);
-    if (texturedCorners > 0 || !mesh.texIndices.empty())
-      mesh.texIndices.insert(mesh.texIndices.end(), mTexIndices.begin(), mTexIndices.end());
-    mTexIndices.clear();
-    if (mMark != Mark{} || !mesh.labels.empty()) {
-      if (mMarkNumber == kNone) mMarkNumber = mMarkNumbers(mMark);
-      if (mesh.labels.size() < mesh.counts.size()) mesh.labels.resize(mesh.counts.size(), mMarkNumbers(Mark{}));
-      mesh.labels.push_back(mMarkNumber);
+    if (texturedCorners > 0) {
+      mPools.texIndices.resize(mPools.indices.size() - corners, kNone);
+      mPools.texIndices.insert(mPools.texIndices.end(), mTexIndices.begin(), mTexIndices.end());
     }
-    mesh.counts.push_back(static_cast<std::uint32_t>(corners));
+    mTexIndices.clear();
+    if (mPartIsMarked || mMark != Mark{}) markFace();
+    mPools.counts.push_back(static_cast<std::uint32_t>(corners));
     ++mFaceCount;
   }
 
-  void resolveForwardReferences() const {
-    for (const ForwardReference& reference : mForwardReferences) {
-      const PolyMesh& mesh = mParts[reference.mPart].mesh;
-      const auto& indices = reference.mIsTexture ? mesh.texIndices : mesh.indices;
-      // The texture coordinates of this face were dropped: nothing to check.
-      if (reference.mCorner >= indices.size() || (reference.mIsTexture && indices[reference.mCorner] == kNone))
-        continue;
-      const std::size_t count = reference.mIsTexture ? mPools.texCoords.size() / 2 : vertexCount();
-      if (indices[reference.mCorner] >= count)
-        failAt(reference.mLine, fmt::format("{} index {} is out of range: the file has {}; correct the face",
-                                            reference.mIsTexture ? "texture coordinate" : "vertex",
-                                            std::size_t{indices[reference.mCorner]} + 1, count));
+  // Objects are marked on all of their faces or on none.
+  void markFace() {
+    if (mMarkNumber == kNone) mMarkNumber = mMarkNumbers(mMark);
+    std::vector<std::uint32_t>& labels = mPools.labels;
+    const std::size_t faces = mPools.counts.size();
+    if (!mPartIsMarked) {
+      const std::size_t first = mParts.back().firstFace;
+      labels.resize(first, kNone);
+      if (first < faces) labels.resize(faces, mMarkNumbers(Mark{}));
     }
+    mPartIsMarked = true;
+    labels.push_back(mMarkNumber);
+  }
+
+  // Those that refer to later lines; the highest tells for all.
+  void checkIndices() const {
+    const std::array<std::size_t, 3> counts = {vertexCount(), mPools.texCoords.size() / 2, mNormals};
+    for (const Target target : {kVertex, kTexCoord, kNormal})
+      if (mHighest[target].mIndex > counts[target])
+        failAt(mHighest[target].mLine, fmt::format("{} index {} is out of range: the file has {}; correct the face",
+                                                   kTargetNames[target], mHighest[target].mIndex, counts[target]));
   }
 
   std::size_t partOf(std::size_t face) const {
@@ -394,11 +443,9 @@ class Parser {
         failAt(line.mLine, fmt::format("face {} is a hole of face {} and has holes itself; correct the hole lines",
                                        line.mFaces.front(), known->second));
     for (const auto& [outer, holes] : holesOf) {
-      ObjPart& part = mParts[partOf(outer - 1)];
-      const auto local = [&](std::uint32_t face) { return static_cast<std::uint32_t>(face - 1 - part.firstFace); };
-      part.mesh.holes.push_back(local(outer));
-      for (const std::uint32_t hole : holes) part.mesh.holes.push_back(local(hole));
-      part.mesh.holes.push_back(kNone);
+      mPools.holes.push_back(outer - 1);
+      for (const std::uint32_t hole : holes) mPools.holes.push_back(hole - 1);
+      mPools.holes.push_back(kNone);
     }
   }
 
@@ -418,91 +465,111 @@ class Parser {
     }
   }
 
-  // Their vertices go to the previous object, or to the first.
-  void dropPartsWithoutFaces() {
-    std::vector<ObjPart> kept;
-    for (ObjPart& part : mParts) {
-      if (!part.mesh.counts.empty())
-        kept.push_back(std::move(part));
-      else if (!part.name.empty())
-        mContext.notes().add("objects without faces");
+  void finishParts() {
+    if (mParts.back().firstFace == mFaceCount) {
+      if (!mParts.back().name.empty()) ++mEmptyParts;
+      mParts.pop_back();
     }
-    kept.front().firstVertex = 0;
-    mParts = std::move(kept);
+    mParts.front().firstVertex = 0;
+    // Arrays that began late, or ended early.
+    if (!mPools.texIndices.empty()) mPools.texIndices.resize(mPools.indices.size(), kNone);
+    if (!mPools.labels.empty()) mPools.labels.resize(mFaceCount, kNone);
   }
 
   void noteDropped() {
+    mContext.notes().add("objects without faces", mEmptyParts);
     mContext.notes().add("normals", mNormals);
     mContext.notes().add("smoothing groups", mSmoothings);
+    mContext.notes().add("weights of vertices", mWeights);
+    mContext.notes().add("third texture coordinates", mDepths);
     if (mColored > 0)
       mContext.notes().add("vertices without a color in a file with colors (now white)", vertexCount() - mColored);
   }
 
-  // Arrays that began late reach the end.
-  void completeOptional(PolyMesh& mesh) {
-    if (!mesh.texIndices.empty()) mesh.texIndices.resize(mesh.indices.size(), kNone);
-  }
-
   // A line names one library, or several with blanks in between.
   void readLibraries() {
+    mModel.materials.reserve(mMaterialNames.size());
+    for (const std::string& name : mMaterialNames) mModel.materials.push_back({.name = name});
     for (const std::string& line : mLibraries) {
-      std::string reason;
-      if (const std::optional<std::string> text = mContext.readBeside(line, reason)) {
-        addLibrary(*text, line);
-        continue;
-      }
-      std::string names = line;
-      while (!names.empty()) {
-        const std::size_t end = std::min(names.find(' '), names.size());
-        const std::string name = end == line.size() ? line : names.substr(0, end);
-        names.erase(0, std::min(end + 1, names.size()));
-        if (name.empty()) continue;
-        if (const std::optional<std::string> text = mContext.readBeside(name, reason))
-          addLibrary(*text, name);
-        else
-          mContext.notes().add(fmt::format("material library '{}' ({})", name, reason));
+      if (readLibrary(line, line.find(' ') == std::string::npos)) continue;
+      for (std::size_t begin = 0; begin < line.size();) {
+        const std::size_t end = std::min(line.find(' ', begin), line.size());
+        if (begin < end && end - begin < line.size()) readLibrary(line.substr(begin, end - begin), true);
+        begin = end + 1;
       }
     }
+  }
+
+  // Whether there is such a file; each is read once.
+  bool readLibrary(const std::string& name, bool isNoted) {
+    mContext.pollNow();
+    const auto [known, isNew] =
+        mLibrariesRead.try_emplace(std::filesystem::path(name).lexically_normal().string(), false);
+    if (!isNew) return known->second;
+    std::string reason;
+    if (const std::optional<std::string> text = mContext.readBeside(name, reason)) {
+      known->second = true;
+      addLibrary(*text, name);
+    } else if (isNoted) {
+      mContext.notes().add(fmt::format("material library '{}' ({})", name, reason));
+    }
+    return known->second;
   }
 
   void addLibrary(const std::string& text, const std::string& name) {
-    std::vector<Material> materials;
+    std::size_t count = mModel.materials.size();
+    for (std::size_t at = text.find("newmtl"); at != std::string::npos; at = text.find("newmtl", at + 1)) ++count;
+    // Large libraries do not make the lists grow step by step, which would take twice the memory for a while.
+    if (count > 2 * mModel.materials.size()) {
+      mModel.materials.reserve(count);
+      mMaterialNames.reserve(count);
+    }
     try {
-      materials = parseMaterialLibrary(text, name);
+      parseMaterialLibrary(text, name, mContext, [this](Material&& material) { addMaterial(std::move(material)); });
     } catch (const ReadError& error) {
       mContext.notes().add(fmt::format("material library '{}' ({})", name, error.what()));
     }
-    for (Material& material : materials) {
-      const std::uint32_t number = materialNumber(material.name);
-      if (mIsDefined.size() <= number) mIsDefined.resize(std::size_t{number} + 1);
-      // The first of equal names is meant.
-      if (mIsDefined[number])
-        mContext.notes().add(fmt::format("second definition of material '{}'", material.name));
-      else
-        mModel.materials[number] = std::move(material);
-      mIsDefined[number] = true;
-    }
   }
+
+  void addMaterial(Material&& material) {
+    const std::uint32_t number = mMaterialNumbers(material.name);
+    if (number == mModel.materials.size()) mModel.materials.emplace_back();
+    if (mIsDefined.size() <= number) mIsDefined.resize(std::size_t{number} + 1);
+    // The first of equal names is meant.
+    if (mIsDefined[number])
+      mContext.notes().add(fmt::format("second definition of material '{}'", material.name));
+    else
+      mModel.materials[number] = std::move(material);
+    mIsDefined[number] = true;
+  }
+
+  // Larger ones do not fit the pool.
+  static constexpr double kMostColor = std::numeric_limits<float>::max();
 
   const char* mAt;
   const char* mEnd;
   ReadContext& mContext;
   std::size_t mLine = 1;
   Model mModel;
-  std::vector<ObjPart> mParts;
+  std::deque<ObjPart> mParts;  // all but the last have faces
   ObjPools mPools;
   bool mNeedsEnd = false;  // the line that is read
-  std::size_t mFaceCount = 0, mNormals = 0, mSmoothings = 0, mColored = 0;
+  std::size_t mFaceCount = 0, mNormals = 0, mSmoothings = 0, mColored = 0, mWeights = 0, mDepths = 0, mEmptyParts = 0;
+  bool mColorsAreBytes = true;
+  double mHighestColor = 0;
+  bool mPartIsMarked = false;         // some face of the last part is
   Mark mMark;                         // of the faces that come next
   std::uint32_t mMarkNumber = kNone;  // its number, when it has one
   Numbered<Mark> mMarkNumbers{mModel.marks};
-  Numbered<std::string> mGroupNumbers{mModel.groups};
-  std::unordered_map<std::string, std::uint32_t> mMaterialNumbers;
-  std::vector<std::string> mLibraries;
-  Numbered<std::string> mLibraryNumbers{mLibraries};
+  NumberedNames mGroupNumbers{mModel.groups};
+  std::vector<std::string> mMaterialNames;
+  NumberedNames mMaterialNumbers{mMaterialNames};
+  std::vector<std::string> mLibraries;  // lines that name them
+  NumberedNames mLibraryNumbers{mLibraries};
+  std::unordered_map<std::string, bool> mLibrariesRead;
   std::vector<bool> mIsDefined;            // by material
   std::vector<std::uint32_t> mTexIndices;  // of the current face
-  std::vector<ForwardReference> mForwardReferences;
+  std::array<HighestIndex, 3> mHighest;    // of those that refer to later lines, by target
   std::vector<HoleLine> mHoleLines;
 };
 

@@ -30,8 +30,9 @@ struct ReadOptions {
 ///
 /// Every mesh of the result is free of fatal problems (see validate()), and there is at least one face. Nothing is made
 /// up: a file that is cut short or says what cannot be is an error. What is left out is counted in Model::notes.
-/// Takes memory of less than ten times the size of the files, whatever these declare; of glTF files, which may show a
-/// mesh many times, up to 256 MB where that is more.
+/// Takes memory of about ten times the size of the files at most, whatever these declare, and what the objects and
+/// materials themselves take: about 500 bytes for each object, 300 for each material. Of glTF files, which may show a
+/// mesh many times, it is up to 256 MB where that is more.
 /// @throws ReadError, Cancelled, std::bad_alloc
 FACETBOX_EXPORT Model readModel(const std::filesystem::path& path, const ReadOptions& options = {});
 

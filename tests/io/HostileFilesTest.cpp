@@ -62,7 +62,8 @@ std::string binaryStl(std::uint32_t facets) {
 }
 
 const std::string kObj =
-    "o a\nv 0 0 0\nv 1 0 0 1 0 0\nv 0 12 0\nvt 0.5 1e-3\nvt 1 1\nusemtl m\ng x y\nf 1/1 2/2 \\\n-1/-1\nf 1/1/1 2//1 3\n"
+    "o a\nv 0 0 0\nv 1 0 0 1 0 0\nv 0 12 0\nvn 0 0 1\nvt 0.5 1e-3\nvt 1 1\nusemtl m\ng x y\nf 1/1 2/2 \\\n-1/-1\nf "
+    "1/1/1 2//1 3\n"
     "f 3 2 1\n# facetbox:holes 1 2\n";
 
 const std::string kCityJson =
