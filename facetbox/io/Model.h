@@ -51,7 +51,8 @@ struct Object {
   std::vector<float> colors = {};
 
   /// The number of each vertex in the file, from 0, where objects of the file share vertices. A vertex that two objects
-  /// share is in both meshes. Empty: vertices are numbered through, object after object.
+  /// share is in both meshes. Empty, or not one per
+  /// vertex: vertices are numbered through, object after object.
   std::vector<std::uint32_t> fileVertices = {};
 
   /// Where the object comes from, in the words of Model::format.

@@ -34,9 +34,6 @@ void requireValid(const Model& model) {
     if (!object.colors.empty() && object.colors.size() != 4 * vertices)
       throw WriteError(fmt::format("object {} has {} vertices, but {} numbers of colors; there must be four per vertex",
                                    i, vertices, object.colors.size()));
-    if (!object.fileVertices.empty() && object.fileVertices.size() != vertices)
-      throw WriteError(fmt::format("object {} has {} vertices, but {} numbers of vertices in the file", i, vertices,
-                                   object.fileVertices.size()));
     for (std::size_t face = 0; face < object.mesh.labels.size(); ++face) {
       if (!isIndex(object.mesh.labels[face], model.marks.size()))
         throw WriteError(fmt::format("face {} of object {} has label {}, but there are only {} marks", face, i,

@@ -260,7 +260,7 @@ TEST(CleanSeveral, oneThatFailsDoesNotStopTheOthers) {
                     steps = " --remove-zero-area 0.5001";
   RunResult run = runProgram("clean " + all + " -o " + quoted(folder.path("out/")) + steps + " --to obj");
   EXPECT_EQ(run.mExitCode, kExitBadInput);
-  EXPECT_THAT(run.mErr, HasSubstr("bad.obj:2: vertex index 2 is out of range"));
+  EXPECT_THAT(run.mErr, HasSubstr("bad.obj:2: vertex index 3 is out of range"));
   EXPECT_THAT(run.mErr, HasSubstr("flat.obj: --remove-zero-area 0.5001 leaves nothing"));
   EXPECT_THAT(run.mOut, HasSubstr("\n4 models, 2 failed\n"));
   EXPECT_THAT(run.mOut, HasSubstr("4 -> 3 vertices, 4 -> 1 faces\n"));

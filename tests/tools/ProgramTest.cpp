@@ -43,7 +43,7 @@ TEST(Program, badInputAndUsageEndWithTwoAndWriteNothing) {
   const std::string bad = folder.write("bad.obj", "v 0 0 0\nf 1 2 3\n");
   const std::string out = folder.path("out.obj");
   const std::pair<std::string, std::string> cases[] = {
-      {cleanCommand(bad, out, "--all 0.1"), bad + ":2: vertex index 2 is out of range"},
+      {cleanCommand(bad, out, "--all 0.1"), bad + ":2: vertex index 3 is out of range"},
       {cleanCommand(folder.path("none.obj"), out, ""), "none.obj: cannot be read: No such file"},
       {cleanCommand(folder.write("range.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 7\n"), out, ""),
        "range.off:6: face 0 refers to vertex 7, but there are only 3"},
