@@ -212,7 +212,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   for (const facetbox::Problem& problem : facetbox::validate(mesh, in.next() % 8))
     if (describe(problem).empty()) fail("a problem without words");
   const bool isMeshSound = isSound(mesh);
-  run(mesh, isMeshSound, facetbox::triangulate, [&](const auto& result) { checkTriangles(mesh, result); });
+  run(
+      mesh, isMeshSound, [](const MeshView& view) { return facetbox::triangulate(view); },
+      [&](const auto& result) { checkTriangles(mesh, result); });
   const facetbox::CheckOptions options{.selfIntersections = in.next() % 4 != 0};
   run(
       mesh, isMeshSound, [&](const MeshView& view) { return facetbox::check(view, options); },

@@ -16,6 +16,7 @@
 
 #include <facetbox/base/Buffer.h>
 #include <facetbox/io/Decimal.h>
+#include <facetbox/io/LineNames.h>
 #include <facetbox/io/MaterialLibrary.h>
 #include <facetbox/io/Numbered.h>
 #include <facetbox/io/NumberedNames.h>
@@ -154,6 +155,14 @@ class Parser {
     for (auto* const list : {&mPools.counts, &mPools.indices, &mPools.texIndices, &mPools.labels}) reserve(*list);
   }
 
+  // What the rest of the line names, without control characters that no line can hold again.
+  std::string name() {
+    std::string text = mLineNames.fitted(restOfLine());
+    mContext.notes().add("names with line ends or zeros in them, which were changed",
+                         mLineNames.changed() - std::exchange(mChangedNames, mLineNames.changed()));
+    return text;
+  }
+
   void parseLine() {
     mContext.poll();
     skipBlanks();
@@ -189,12 +198,12 @@ class Parser {
       ++mSmoothings;
     } else if (keyword == "usemtl") {
       mAt += keyword.size();
-      const std::string material = restOfLine();
+      const std::string material = name();
       mMark.material = material.empty() ? kNone : mMaterialNumbers(material);
       mMarkNumber = kNone;
     } else if (keyword == "g") {
       mAt += 1;
-      const std::string group = restOfLine();
+      const std::string group = name();
       mMark.group = group.empty() || group == "default" ? kNone : mGroupNumbers(group);
       mMarkNumber = kNone;
     } else if (keyword == "o") {
@@ -241,7 +250,7 @@ class Parser {
       mParts.emplace_back();
     else if (!mParts.back().name.empty())
       ++mEmptyParts;
-    mParts.back() = {restOfLine(), mPools.counts.size(), mPools.indices.size(), vertexCount()};
+    mParts.back() = {name(), mPools.counts.size(), mPools.indices.size(), vertexCount()};
     mPartIsMarked = false;
   }
 
@@ -532,6 +541,7 @@ class Parser {
   }
 
   void addMaterial(Material&& material) {
+    material.name = mLineNames.fitted(std::move(material.name));
     const std::uint32_t number = mMaterialNumbers(material.name);
     if (number == mModel.materials.size()) mModel.materials.emplace_back();
     if (mIsDefined.size() <= number) mIsDefined.resize(std::size_t{number} + 1);
@@ -553,6 +563,8 @@ class Parser {
   Model mModel;
   std::deque<ObjPart> mParts;  // all but the last have faces
   ObjPools mPools;
+  LineNames mLineNames;
+  std::size_t mChangedNames = 0;
   bool mNeedsEnd = false;  // the line that is read
   std::size_t mFaceCount = 0, mNormals = 0, mSmoothings = 0, mColored = 0, mWeights = 0, mDepths = 0, mEmptyParts = 0;
   bool mColorsAreBytes = true;

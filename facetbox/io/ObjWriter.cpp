@@ -20,11 +20,12 @@ namespace {
 
 constexpr std::string_view kHolesTag = "facetbox:holes";
 
-// Vertices that objects share by their numbers in the file, once: their rows go before the first object.
+// Vertices that objects share by their numbers in the file, once.
 class SharedVertices {
  public:
   struct Row {
     std::uint32_t fileVertex, object, vertex;
+    bool isUsed;  // by a face
   };
 
   /// Without rows where objects do not tell, or tell what cannot be.
@@ -35,8 +36,10 @@ class SharedVertices {
         mRows.clear();
         return;
       }
+      std::vector<bool> isUsed(count);
+      for (const std::uint32_t index : objects[i].mesh.indices) isUsed[index] = true;
       for (std::uint32_t vertex = 0; vertex < count; ++vertex)
-        mRows.push_back({objects[i].fileVertices[vertex], i, vertex});
+        mRows.push_back({objects[i].fileVertices[vertex], i, vertex, isUsed[vertex]});
     }
     std::stable_sort(mRows.begin(), mRows.end(),
                      [](const Row& a, const Row& b) { return a.fileVertex < b.fileVertex; });
@@ -47,7 +50,10 @@ class SharedVertices {
         mRows.clear();
         return;
       }
-      if (isNew) mRows[kept++] = row;
+      if (isNew)
+        mRows[kept++] = row;
+      else
+        mRows[kept - 1].isUsed = mRows[kept - 1].isUsed || row.isUsed;
     }
     mRows.resize(kept);
   }
@@ -84,7 +90,6 @@ class Writer {
   void write() {
     nameAll();
     writeLibrary();
-    for (const SharedVertices::Row& row : mShared.rows()) writeVertex(mModel.objects[row.object], row.vertex);
     for (const Object& object : mModel.objects) writeObject(object);
     writeHoles();
     Notes& notes = mContext.notes();
@@ -162,12 +167,11 @@ class Writer {
   void writeVertex(const Object& object, std::size_t vertex) {
     mOutput.letter('v');
     numbers(&object.mesh.points[vertex * 3], 3);
-    if (!object.colors.empty()) {
-      for (std::size_t i = 0; i < 3; ++i) {
-        mOutput.letter(' ');
-        mOutput.number(object.colors[vertex * 4 + i]);
-      }
-      if (object.colors[vertex * 4 + 3] != 1) mContext.notes().add("opacities of vertices");
+    // Opacity is a fourth number, which few others know.
+    const std::size_t numbersOfColor = object.colors.empty() ? 0 : object.colors[vertex * 4 + 3] == 1 ? 3 : 4;
+    for (std::size_t i = 0; i < numbersOfColor; ++i) {
+      mOutput.letter(' ');
+      mOutput.number(object.colors[vertex * 4 + i]);
     }
     mOutput.letter('\n');
   }
@@ -198,8 +202,18 @@ class Writer {
     mFirstFace += mesh.counts.size();
   }
 
-  // Writes the object's vertices, unless they stand before all objects.
+  // Shared vertices stand in the order of the file. One that no face uses belongs to the object in which it stands.
+  void writeShared() {
+    const std::vector<SharedVertices::Row>& rows = mShared.rows();
+    const std::size_t object = mFirstFaces.size();
+    const bool isLast = object + 1 == mModel.objects.size();
+    for (; mNextRow < rows.size() && (isLast || rows[mNextRow].isUsed || rows[mNextRow].object <= object); ++mNextRow)
+      writeVertex(mModel.objects[rows[mNextRow].object], rows[mNextRow].vertex);
+  }
+
+  // Writes the object's vertices, and those that objects share as far as they may stand here.
   void numberVertices(const Object& object) {
+    writeShared();
     mNumbers.resize(object.mesh.points.size() / 3);
     for (std::uint32_t vertex = 0; vertex < mNumbers.size(); ++vertex) {
       const bool isShared = !mShared.rows().empty();
@@ -249,6 +263,7 @@ class Writer {
   const SharedVertices mShared;
   std::size_t mFirstVertex = 0, mFirstPair = 0, mFirstFace = 0;  // of the object that is written
   std::vector<std::size_t> mNumbers;                             // of its vertices
+  std::size_t mNextRow = 0;                                      // of the shared vertices
   std::vector<std::size_t> mFirstFaces;                          // per object
   std::size_t mWithSemantics = 0, mWithPart = 0;                 // faces
   Mark mMark;
