@@ -6,9 +6,8 @@ namespace facetbox {
 namespace {
 
 std::string fit(std::string name) {
-  std::replace_if(
-      name.begin(), name.end(), [](char c) { return c == '\n' || c == '\r' || c == '\0'; }, ' ');
-  constexpr const char* kBlanks = " \t\v\f";
+  std::replace(name.begin(), name.end(), '\n', ' ');
+  constexpr const char* kBlanks = " \t\r\v\f";
   name.erase(0, std::min(name.find_first_not_of(kBlanks), name.size()));
   name.erase(name.find_last_not_of(kBlanks) + 1);
   if (name.ends_with('\\')) name.back() = '_';

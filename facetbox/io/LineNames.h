@@ -9,7 +9,7 @@ namespace facetbox {
 /// Changes names so that they fit into the rest of a line, and counts how many it had to change.
 class LineNames {
  public:
-  /// Without line ends and zeros, blanks around it, and a backslash at its end, which would continue the line.
+  /// Without line ends, blanks around it, and a backslash at its end, which would continue the line.
   std::string fitted(std::string name);
 
   /// The same, unlike all that this function has given before.

@@ -155,10 +155,10 @@ class Parser {
     for (auto* const list : {&mPools.counts, &mPools.indices, &mPools.texIndices, &mPools.labels}) reserve(*list);
   }
 
-  // What the rest of the line names, without control characters that no line can hold again.
+  // What the rest of the line names, as it can be written again.
   std::string name() {
     std::string text = mLineNames.fitted(restOfLine());
-    mContext.notes().add("names with line ends or zeros in them, which were changed",
+    mContext.notes().add("names that end in a backslash, which was changed",
                          mLineNames.changed() - std::exchange(mChangedNames, mLineNames.changed()));
     return text;
   }
