@@ -1,22 +1,21 @@
 #include <facetbox/io/LineNames.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace facetbox {
-namespace {
 
-std::string fit(std::string name) {
-  std::replace(name.begin(), name.end(), '\n', ' ');
+std::string LineNames::fit(std::string name) const {
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return c == '\n' || c == '\0'; }, ' ');
   constexpr const char* kBlanks = " \t\r\v\f";
   name.erase(0, std::min(name.find_first_not_of(kBlanks), name.size()));
   name.erase(name.find_last_not_of(kBlanks) + 1);
-  if (name.ends_with('\\')) name.back() = '_';
+  if (mBackslash == Backslash::continues && name.ends_with('\\')) name.back() = '_';
   return name;
 }
 
-}  // namespace
-
-std::string LineNames::fitted(std::string name) {
+std::string LineNames::fitted(const std::string& name) {
   std::string result = fit(name);
   mChanged += result != name;
   return result;

@@ -158,7 +158,7 @@ class Parser {
   // What the rest of the line names, as it can be written again.
   std::string name() {
     std::string text = mLineNames.fitted(restOfLine());
-    mContext.notes().add("names that end in a backslash, which was changed",
+    mContext.notes().add("names that were changed, to fit into a line",
                          mLineNames.changed() - std::exchange(mChangedNames, mLineNames.changed()));
     return text;
   }
@@ -541,7 +541,7 @@ class Parser {
   }
 
   void addMaterial(Material&& material) {
-    material.name = mLineNames.fitted(std::move(material.name));
+    material.name = mLineNames.fitted(material.name);
     const std::uint32_t number = mMaterialNumbers(material.name);
     if (number == mModel.materials.size()) mModel.materials.emplace_back();
     if (mIsDefined.size() <= number) mIsDefined.resize(std::size_t{number} + 1);
@@ -563,7 +563,7 @@ class Parser {
   Model mModel;
   std::deque<ObjPart> mParts;  // all but the last have faces
   ObjPools mPools;
-  LineNames mLineNames;
+  LineNames mLineNames{LineNames::Backslash::continues};
   std::size_t mChangedNames = 0;
   bool mNeedsEnd = false;  // the line that is read
   std::size_t mFaceCount = 0, mNormals = 0, mSmoothings = 0, mColored = 0, mWeights = 0, mDepths = 0, mEmptyParts = 0;

@@ -150,7 +150,7 @@ class Writer {
       }
       output.flush();
     }
-    const std::string name = LineNames().fitted(mContext.stem()) + ".mtl";
+    const std::string name = LineNames(LineNames::Backslash::continues).fitted(mContext.stem()) + ".mtl";
     if (mContext.writeBeside(name, text))
       line("mtllib", name);
     else
@@ -267,7 +267,7 @@ class Writer {
   std::vector<std::size_t> mFirstFaces;                          // per object
   std::size_t mWithSemantics = 0, mWithPart = 0;                 // faces
   Mark mMark;
-  LineNames mLineNames, mMaterials, mGroups;
+  LineNames mLineNames{LineNames::Backslash::continues}, mMaterials = mLineNames, mGroups = mLineNames;
   std::vector<std::string> mMaterialNames, mGroupNames;
   std::vector<bool> mIsWritten;  // per material; not those that repeat another
 };

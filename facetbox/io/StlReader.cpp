@@ -64,17 +64,20 @@ class TextReader {
     expect("solid");
     Object object;
     object.name = mScan.restOfLine();
+    if (object.name.find('\0') != std::string::npos) mScan.fail("a byte of zero stands in the name; text has none");
+    const std::string name = object.name;
     Solid solid(object);
     while (startsFacet()) readFacet(solid);
     if (object.mesh.counts.empty())
       ++mEmptySolids;
     else
       mModel.objects.push_back(std::move(object));
-    skipName();
+    skipName(name);
   }
 
-  // The name once more. A line that goes on with facets would lose them.
-  void skipName() {
+  // The name once more, or another one. A line that goes on with facets instead would lose them.
+  void skipName(const std::string& name) {
+    if (TextScanner(mScan).restOfLine() == name) return mScan.nextLine();
     for (std::string_view before, word = mScan.token(); !word.empty(); word = mScan.token()) {
       if (isWord(before, "facet") && isWord(word, "normal")) mScan.fail("a facet stands on the line of 'endsolid'");
       before = word;

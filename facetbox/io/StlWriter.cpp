@@ -100,9 +100,9 @@ class Writer {
   }
 
   // A line end would end the name; blanks around it are not read.
-  std::string writableName(std::string name) {
-    LineNames names;
-    std::string fitted = names.fitted(std::move(name));
+  std::string writableName(const std::string& name) {
+    LineNames names(LineNames::Backslash::isPlain);
+    std::string fitted = names.fitted(name);
     mNotes.add("names of objects, changed to fit into a line", names.changed());
     return fitted;
   }

@@ -70,6 +70,26 @@ TEST(StlFile, LosesNoFacetBehindEndsolidAndCountsColorsOfTheHeader) {
             "1 colors in the header");
 }
 
+TEST(StlFile, KeepsEveryNameThatALineCanHold) {
+  Model model = parse("solid\n" + kFacet + "endsolid\n");
+  const std::pair<std::string, std::string> names[] = {
+      {"a facet normal", "a facet normal"}, {"dir\\", "dir\\"}, {"a\rb", "a\rb"}, {"a\n" + kFacet, ""},
+      {std::string("a\0b", 3), "a b"},      {" a ", "a"}};
+  for (const auto& [name, readBack] : names) {
+    model.objects[0].name = name;
+    const Model read = parse(written(model, Format::stl, true));
+    ASSERT_EQ(read.objects.size(), 1U) << name;
+    EXPECT_EQ(read.objects[0].mesh, model.objects[0].mesh) << name;
+    if (!readBack.empty()) {
+      EXPECT_EQ(read.objects[0].name, readBack);
+    }
+  }
+  EXPECT_EQ(
+      readErrorOf("solid a\n" + kFacet + "endsolid\nsolid b" + std::string(1, '\0') + "\n" + kFacet + "endsolid\n",
+                  Format::stl),
+      "t:10: a byte of zero stands in the name; text has none");
+}
+
 TEST(StlFile, SaysWhatIsWrongAndWhere) {
   const std::string good = binary("", {{0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0}});
   std::string infinite = good, many = good;

@@ -159,14 +159,14 @@ std::string zshOption(const CLI::Option& option) {
   const std::string action = takesFile(option) ? "_files" : " ";
   if (isPositional(option))
     return shellQuoted(fmt::format("{}:{}:_files", isRepeatable(option) ? "*" : "", zshText(option.get_name(true))));
-  std::string specs;
+  std::string entries;
   for (const std::string& name : namesOf(option)) {
     // Every option may come again: steps do.
-    std::string spec = fmt::format("*{}[{}]", name, zshText(option.get_description()));
-    if (takesValue(option)) spec += fmt::format(":{}:{}", zshText(option.get_type_name()), action);
-    specs += (specs.empty() ? "" : " ") + shellQuoted(spec);
+    std::string entry = fmt::format("*{}[{}]", name, zshText(option.get_description()));
+    if (takesValue(option)) entry += fmt::format(":{}:{}", zshText(option.get_type_name()), action);
+    entries += (entries.empty() ? "" : " ") + shellQuoted(entry);
   }
-  return specs;
+  return entries;
 }
 
 std::string zshArguments(const CLI::App& app, const std::string& indent) {
