@@ -3,38 +3,10 @@
 #include <algorithm>
 
 #include <facetbox/PolyMesh.h>
+#include <facetbox/io/CompactIndices.h>
 
 namespace facetbox {
 namespace {
-
-// Replaces indices into a long array by those into an array of only what is used, in the same order. kNone stays.
-// @param numbers  as long as the array, kNone everywhere, before and after
-// @return what is used
-std::vector<std::uint32_t> compactIndices(std::vector<std::uint32_t>& indices, std::vector<std::uint32_t>& numbers) {
-  std::vector<std::uint32_t> used;
-  for (const std::uint32_t index : indices)
-    if (index != kNone && numbers[index] == kNone) {
-      numbers[index] = 0;
-      used.push_back(index);
-    }
-  std::sort(used.begin(), used.end());
-  for (std::size_t i = 0; i < used.size(); ++i) numbers[used[i]] = static_cast<std::uint32_t>(i);
-  for (std::uint32_t& index : indices)
-    if (index != kNone) index = numbers[index];
-  for (const std::uint32_t index : used) numbers[index] = kNone;
-  return used;
-}
-
-template <std::size_t kPerIndex>
-std::vector<double> picked(const std::vector<double>& values, const std::vector<std::uint32_t>& indices) {
-  std::vector<double> result;
-  result.reserve(indices.size() * kPerIndex);
-  for (const std::uint32_t index : indices) {
-    const auto at = values.begin() + static_cast<std::ptrdiff_t>(index) * static_cast<std::ptrdiff_t>(kPerIndex);
-    result.insert(result.end(), at, at + kPerIndex);
-  }
-  return result;
-}
 
 std::vector<std::uint32_t> holeGroups(const CityJsonShape& shape) {
   std::vector<std::uint32_t> holes;
@@ -53,16 +25,10 @@ std::vector<std::uint32_t> holeGroups(const CityJsonShape& shape) {
 
 CityJsonGeometryReader::CityJsonGeometryReader(const JsonText& text, const std::vector<double>& points,
                                                CityJsonAppearance& appearance, Model& model)
-    : mText(text),
-      mPoints(points),
-      mAppearance(appearance),
-      mModel(model),
-      mMarks(model.marks),
-      mVertexNumbers(points.size() / 3, kNone),
-      mPairNumbers(appearance.texCoords().size() / 2, kNone) {}
+    : mText(text), mPoints(points), mAppearance(appearance), mModel(model), mMarks(model.marks) {}
 
 bool CityJsonGeometryReader::read(CityJsonGeometry& geometry, Object& object) {
-  CityJsonShape shape = parseBoundaries(mText, geometry.boundaries, geometry.top, mVertexNumbers.size());
+  CityJsonShape shape = parseBoundaries(mText, geometry.boundaries, geometry.top, mPoints.size() / 3);
   Values values;
   PolyMesh& mesh = object.mesh;
   if (geometry.semantics.data() != nullptr) readSemantics(geometry, shape, values);
@@ -75,10 +41,9 @@ bool CityJsonGeometryReader::read(CityJsonGeometry& geometry, Object& object) {
   mesh.holes = holeGroups(shape);
   mesh.counts = std::move(shape.sizes[CityJsonShape::kRing]);
   mesh.indices = std::move(shape.vertices());
-  object.fileVertices = compactIndices(mesh.indices, mVertexNumbers);
-  mesh.points = picked<3>(mPoints, object.fileVertices);
-  if (!mesh.texIndices.empty())
-    mesh.texCoords = picked<2>(mAppearance.texCoords(), compactIndices(mesh.texIndices, mPairNumbers));
+  object.fileVertices = compactIndices(mesh.indices);
+  mesh.points = gathered(mPoints, object.fileVertices, 3);
+  if (!mesh.texIndices.empty()) mesh.texCoords = gathered(mAppearance.texCoords(), compactIndices(mesh.texIndices), 2);
   return true;
 }
 
@@ -167,7 +132,8 @@ void CityJsonGeometryReader::readTextures(CityJsonGeometry& geometry, const City
         if (count == 0)
           values.textures[ring] = mText.index(index, mAppearance.textureCount(), "texture");
         else if (count <= corners[ring])
-          mesh.texIndices[corner + count - 1] = mText.index(index, mPairNumbers.size(), "texture vertex");
+          mesh.texIndices[corner + count - 1] =
+              mText.index(index, mAppearance.texCoords().size() / 2, "texture vertex");
       }
       if (values.textures[ring] != kNone && count != corners[ring] + 1)
         mText.failExpecting(text, "the texture of a ring must have one texture vertex for each corner");

@@ -58,7 +58,6 @@ class CityJsonGeometryReader {
   Model& mModel;
   Numbered<Mark> mMarks;
   std::unordered_map<std::string_view, std::uint32_t> mSemantics;  // by their text
-  std::vector<std::uint32_t> mVertexNumbers, mPairNumbers;         // in the mesh; kNone between geometries
 };
 
 }  // namespace facetbox

@@ -11,6 +11,7 @@
 #include <facetbox/io/GltfBuffer.h>
 #include <facetbox/io/GltfMaterialWriter.h>
 #include <facetbox/io/GltfMeshWriter.h>
+#include <facetbox/io/LeftOut.h>
 #include <facetbox/version.h>
 
 namespace facetbox {
@@ -40,21 +41,6 @@ Scene writeObjects(const Model& model, GltfBuffer& buffer, GltfMaterialWriter& m
   }
   writer.noteRounding();
   return scene;
-}
-
-void noteMarks(const Model& model, Notes& notes) {
-  std::size_t groups = 0, semantics = 0, parts = 0;
-  for (const Object& object : model.objects)
-    for (const std::uint32_t label : object.mesh.labels) {
-      if (label >= model.marks.size()) continue;
-      const Mark& mark = model.marks[label];
-      groups += mark.group == kNone ? 0 : 1;
-      semantics += mark.semantics == kNone ? 0 : 1;
-      parts += mark.part == kNone ? 0 : 1;
-    }
-  notes.add("groups of faces", groups);
-  notes.add("semantics of faces", semantics);
-  notes.add("parts that faces belong to", parts);
 }
 
 void addArray(std::string& json, const char* name, const std::vector<std::string>& elements) {
@@ -134,7 +120,9 @@ void writeText(const std::string& json, const std::string& bytes, Output& output
 void writeGltf(const Model& model, bool isBinary, WriteContext& context) {
   GltfBuffer buffer;
   GltfMaterialWriter materials(model, buffer, context.notes());
-  noteMarks(model, context.notes());
+  noteGroups(model, context.notes());
+  noteSemantics(model, context.notes());
+  noteParts(model, context.notes());
   const Scene scene = writeObjects(model, buffer, materials, context.notes());
   if (scene.meshes.empty()) context.fail("has no face that glTF can hold; nothing is written");
   const std::string json = jsonOf(scene, buffer, materials, context.notes());

@@ -51,7 +51,10 @@ JoinedObjects::JoinedObjects(const Model& model, Notes& notes) {
   }
   if (model.objects.size() > 1) notes.add("limits between objects", model.objects.size());
   noteObjectNames(model, notes);
-  noteMarks(model, notes);
+  noteGroups(model, notes);
+  noteSemantics(model, notes);
+  noteParts(model, notes);
+  noteDocument(model, notes);
   checkColors(notes);
 }
 

@@ -5,9 +5,13 @@
 
 namespace facetbox {
 
-/// Notes what only the faces' marks say, for formats without them: groups, kinds of surface, parts of solids, and what
-/// only the format understands that the model was read from.
-void noteMarks(const Model& model, Notes& notes);
+/// Notes on how many faces a format loses the group, the kind of surface, and the part of a solid.
+void noteGroups(const Model& model, Notes& notes);
+void noteSemantics(const Model& model, Notes& notes);
+void noteParts(const Model& model, Notes& notes);
+
+/// Notes that the model holds what only another format understands: the one that it was read from.
+void noteDocument(const Model& model, Notes& notes);
 
 /// Notes the names of objects.
 void noteObjectNames(const Model& model, Notes& notes);

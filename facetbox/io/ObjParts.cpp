@@ -1,56 +1,12 @@
 #include <facetbox/io/ObjParts.h>
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
+
+#include <facetbox/io/CompactIndices.h>
 
 namespace facetbox {
 namespace {
-
-// Renumbers `indices` (entries kNone stay) to the ascending list of the distinct ones and `extra`, which is returned.
-// Costs no more than sorting the indices, however large the pool that they point into.
-std::vector<std::uint32_t> compactIndices(std::vector<std::uint32_t>& indices, std::vector<std::uint32_t> extra) {
-  std::vector<std::uint32_t> used = std::move(extra);
-  std::copy_if(indices.begin(), indices.end(), std::back_inserter(used),
-               [](std::uint32_t index) { return index != kNone; });
-  if (used.empty()) return used;
-  const auto [lowest, highest] = std::minmax_element(used.begin(), used.end());
-  const std::uint32_t base = *lowest;
-  const std::size_t window = std::size_t{*highest} - base + 1;
-  if (window / 16 > used.size()) {  // a few indices, far apart
-    std::sort(used.begin(), used.end());
-    used.erase(std::unique(used.begin(), used.end()), used.end());
-    for (std::uint32_t& index : indices) {
-      if (index != kNone)
-        index = static_cast<std::uint32_t>(std::lower_bound(used.begin(), used.end(), index) - used.begin());
-    }
-    return used;
-  }
-  std::vector<std::uint32_t> newIndices(window, kNone);
-  for (const std::uint32_t index : used) newIndices[index - base] = 0;
-  used.clear();
-  for (std::size_t i = 0; i < window; ++i) {
-    if (newIndices[i] == kNone) continue;
-    newIndices[i] = static_cast<std::uint32_t>(used.size());
-    used.push_back(base + static_cast<std::uint32_t>(i));
-  }
-  for (std::uint32_t& index : indices) {
-    if (index != kNone) index = newIndices[index - base];
-  }
-  return used;
-}
-
-// The rows of a pool, each of `width` numbers.
-template <typename T>
-std::vector<T> gathered(const std::vector<T>& pool, const std::vector<std::uint32_t>& rows, std::size_t width) {
-  std::vector<T> values;
-  values.reserve(rows.size() * width);
-  for (const std::uint32_t row : rows) {
-    const auto first = pool.begin() + static_cast<std::ptrdiff_t>(row * width);
-    values.insert(values.end(), first, first + static_cast<std::ptrdiff_t>(width));
-  }
-  return values;
-}
 
 // Whether vertices are numbered through, so that their numbers need not be kept.
 bool areConsecutive(const std::vector<std::uint32_t>& vertices, std::size_t first) {

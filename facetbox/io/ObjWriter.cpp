@@ -12,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <facetbox/io/FileError.h>
+#include <facetbox/io/LeftOut.h>
 #include <facetbox/io/LineNames.h>
 #include <facetbox/io/MaterialLibrary.h>
 
@@ -93,12 +94,11 @@ class Writer {
     for (const Object& object : mModel.objects) writeObject(object);
     writeHoles();
     Notes& notes = mContext.notes();
-    notes.add("kinds of surfaces", mWithSemantics);
-    notes.add("shells of faces", mWithPart);
+    noteSemantics(mModel, notes);
+    noteParts(mModel, notes);
+    if (mModel.format != Format::obj) noteDocument(mModel, notes);
     notes.add("names that were changed, to fit into a line or to differ",
               mLineNames.changed() + mMaterials.changed() + mGroups.changed());
-    if (mModel.document && mModel.format && mModel.format != Format::obj)
-      notes.add(fmt::format("what only {} knows", nameOf(*mModel.format)));
   }
 
  private:
@@ -226,8 +226,6 @@ class Writer {
     if (mark.group != mMark.group) line("g", mark.group == kNone ? "default" : mGroupNames[mark.group]);
     if (mark.material != mMark.material) line("usemtl", mark.material == kNone ? "" : mMaterialNames[mark.material]);
     mMark = mark;
-    mWithSemantics += mark.semantics != kNone;
-    mWithPart += mark.part != kNone;
   }
 
   void writeFace(const PolyMesh& mesh, std::size_t corner, std::size_t end) {
@@ -265,7 +263,6 @@ class Writer {
   std::vector<std::size_t> mNumbers;                             // of its vertices
   std::size_t mNextRow = 0;                                      // of the shared vertices
   std::vector<std::size_t> mFirstFaces;                          // per object
-  std::size_t mWithSemantics = 0, mWithPart = 0;                 // faces
   Mark mMark;
   LineNames mLineNames{LineNames::Backslash::continues}, mMaterials = mLineNames, mGroups = mLineNames;
   std::vector<std::string> mMaterialNames, mGroupNames;

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <facetbox/io/FileError.h>
+#include <facetbox/io/TextScanner.h>
 
 namespace facetbox {
 namespace {
@@ -66,7 +67,7 @@ class HeaderParser {
       else if (keyword == "property")
         parseProperty();
       else
-        fail(fmt::format("{} is not expected in the header", quotedPlyText(keyword)));
+        fail(fmt::format("{} is not expected in the header", quoted(keyword)));
       expectLineEnd();
     }
     expectLineEnd();
@@ -105,18 +106,18 @@ class HeaderParser {
 
   void expectLineEnd() {
     const std::string_view extra = word();
-    if (!extra.empty()) fail(fmt::format("{} does not belong at the end of this line", quotedPlyText(extra)));
+    if (!extra.empty()) fail(fmt::format("{} does not belong at the end of this line", quoted(extra)));
   }
 
   PlyEncoding parseFormat() {
     const std::string_view encoding = word();
     const std::string_view version = word();
-    if (version != "1.0") fail(fmt::format("version {} of PLY is unknown; 1.0 is read", quotedPlyText(version)));
+    if (version != "1.0") fail(fmt::format("version {} of PLY is unknown; 1.0 is read", quoted(version)));
     if (encoding == "ascii") return PlyEncoding::kAscii;
     if (encoding == "binary_little_endian") return PlyEncoding::kLittleEndian;
     if (encoding == "binary_big_endian") return PlyEncoding::kBigEndian;
     fail(fmt::format("format {} is unknown; ascii, binary_little_endian and binary_big_endian are read",
-                     quotedPlyText(encoding)));
+                     quoted(encoding)));
   }
 
   void countDeclaration() {
@@ -131,9 +132,9 @@ class HeaderParser {
     std::uint64_t count = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), count);
     if (name.empty() || error != std::errc() || end != digits.data() + digits.size())
-      fail(fmt::format("{} is not the count of an element; write 'element NAME COUNT'", quotedPlyText(digits)));
+      fail(fmt::format("{} is not the count of an element; write 'element NAME COUNT'", quoted(digits)));
     const PlyKind kind = name == "vertex" ? PlyKind::kVertex : name == "face" ? PlyKind::kFace : PlyKind::kOther;
-    if (kind != PlyKind::kOther && find(kind)) fail(fmt::format("element {} is declared twice", quotedPlyText(name)));
+    if (kind != PlyKind::kOther && find(kind)) fail(fmt::format("element {} is declared twice", quoted(name)));
     mHeader.mElements.push_back({name, kind, count, mLine, {}});
   }
 
@@ -142,7 +143,7 @@ class HeaderParser {
     for (const TypeName& type : kTypeNames)
       if (type.mName == name) return type.mType;
     fail(fmt::format("{} is not a type of numbers; char, uchar, short, ushort, int, uint, float and double are",
-                     quotedPlyText(name)));
+                     quoted(name)));
   }
 
   void parseProperty() {
@@ -173,10 +174,10 @@ class HeaderParser {
       if (property.mName != name) continue;
       if (element.has(role))
         failAt(element.mLine, fmt::format("element {} has two properties for the same: {} is the second",
-                                          quotedPlyText(element.mName), quotedPlyText(name)));
+                                          quoted(element.mName), quoted(name)));
       if (property.mIsList != isList)
-        failAt(element.mLine, fmt::format("property {} of element {} must {}be a list", quotedPlyText(name),
-                                          quotedPlyText(element.mName), isList ? "" : "not "));
+        failAt(element.mLine, fmt::format("property {} of element {} must {}be a list", quoted(name),
+                                          quoted(element.mName), isList ? "" : "not "));
       property.mRole = role;
     }
     return element.has(role);
@@ -185,7 +186,7 @@ class HeaderParser {
   void assignRoles() {
     for (const PlyElement& element : mHeader.mElements)
       if (element.mProperties.empty() && element.mCount > 0)
-        failAt(element.mLine, fmt::format("element {} has no properties", quotedPlyText(element.mName)));
+        failAt(element.mLine, fmt::format("element {} has no properties", quoted(element.mName)));
     PlyElement* const face = find(PlyKind::kFace);
     if (!face || face->mCount == 0)
       throw ReadError(fmt::format("{}: has no faces, so there is nothing to work on", mName));
@@ -278,12 +279,5 @@ bool PlyElement::has(PlyRole role) const {
 }
 
 PlyHeader parsePlyHeader(std::string_view text, const std::string& name) { return HeaderParser(text, name).parse(); }
-
-std::string quotedPlyText(std::string_view text) {
-  std::string shown(text.substr(0, 40));
-  std::ranges::replace_if(
-      shown, [](unsigned char c) { return c < 0x20 || c >= 0x7F; }, '?');
-  return fmt::format("'{}'", shown);
-}
 
 }  // namespace facetbox

@@ -54,7 +54,4 @@ struct PlyHeader {
 /// @throws ReadError "name:line: what is wrong"
 PlyHeader parsePlyHeader(std::string_view text, const std::string& name);
 
-/// The text in a form for messages: short, printable, in quotes.
-std::string quotedPlyText(std::string_view text);
-
 }  // namespace facetbox

@@ -12,6 +12,7 @@
 #include <facetbox/base/Buffer.h>
 #include <facetbox/io/PlyHeader.h>
 #include <facetbox/io/PlySources.h>
+#include <facetbox/io/TextScanner.h>
 
 namespace facetbox {
 namespace {
@@ -44,7 +45,7 @@ class Reader {
     if (element.mCount > 0 && element.mCount > mSource.remaining() / least)
       mSource.fail(fmt::format(
           "the header declares {} of element {}, but only {} bytes are left for them; the file is cut short",
-          element.mCount, quotedPlyText(element.mName), mSource.remaining()));
+          element.mCount, quoted(element.mName), mSource.remaining()));
     countIgnored(element);
     if (element.mKind == PlyKind::kVertex)
       readVertices(element);
@@ -57,13 +58,12 @@ class Reader {
   void countIgnored(const PlyElement& element) {
     if (element.mCount == 0) return;
     if (element.mKind == PlyKind::kOther) {
-      mContext.notes().add(fmt::format("element {}", quotedPlyText(element.mName)), element.mCount);
+      mContext.notes().add(fmt::format("element {}", quoted(element.mName)), element.mCount);
       return;
     }
     for (const PlyProperty& property : element.mProperties)
       if (property.mRole == PlyRole::kIgnored)
-        mContext.notes().add(fmt::format("{} property {}", element.mName, quotedPlyText(property.mName)),
-                             element.mCount);
+        mContext.notes().add(fmt::format("{} property {}", element.mName, quoted(property.mName)), element.mCount);
   }
 
   // The length of the list that comes now. Text ends it at the end of the line anyway.

@@ -17,6 +17,7 @@
 #include <facetbox/io/Decimal.h>
 #include <facetbox/io/FileError.h>
 #include <facetbox/io/PlyHeader.h>
+#include <facetbox/io/TextScanner.h>
 
 /// Where the values of a PLY file come from, behind its header: text or bytes.
 namespace facetbox {
@@ -128,7 +129,7 @@ class PlyText {
   std::string quotedToken() const {
     const char* end = mAt;
     while (!isTokenEnd(end)) ++end;
-    return quotedPlyText({mAt, static_cast<std::size_t>(end - mAt)});
+    return quoted({mAt, static_cast<std::size_t>(end - mAt)});
   }
 
   // Where the next value of the line begins, behind a plus sign.

@@ -42,7 +42,10 @@ class Writer {
   void write() {
     for (const Object& object : mModel.objects) prepare(object);
     if (mTriangleCount == 0) mContext.fail("has no face that STL can hold; nothing is written");
-    noteMarks(mModel, mNotes);
+    noteGroups(mModel, mNotes);
+    noteSemantics(mModel, mNotes);
+    noteParts(mModel, mNotes);
+    noteDocument(mModel, mNotes);
     noteMaterials(mModel, mNotes);
     if (mContext.isText()) {
       for (std::size_t i = 0; i < mMeshes.size(); ++i) writeText(mModel.objects[i].name, mesh(i));

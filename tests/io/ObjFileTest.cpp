@@ -288,32 +288,5 @@ TEST(ObjFile, linksToModelsAreFollowed) {
   }
 }
 
-TEST(ObjFile, damagedTextGivesAModelOrAMessage) {
-  std::string clean = "o a\nusemtl m\n" + std::string(kThreeVertices) + "vn 0 0 1\nvt 0.5 1e-3\nvt 1 1\n" +
-                      "f 1/1 2/2 \\\n-1/-1\nf 1/1/1 2//1 3\n# facetbox:holes 1 2\n";
-  constexpr std::string_view kBytes = "0123456789-+/\\#.\n\r \tfvtneo:\xFF\xC3";
-  int accepted = 0;
-  for (unsigned seed = 0; seed < 3000; ++seed) {
-    std::mt19937 random(seed);
-    std::string text = clean;
-    for (unsigned edits = 1 + random() % 4; edits > 0; --edits) {
-      const std::size_t at = random() % text.size();
-      if (random() % 4 == 0)
-        text.erase(at, random() % 8);
-      else
-        text[at] = kBytes[random() % kBytes.size()];
-      if (text.empty()) text.push_back('f');
-    }
-    try {
-      parseObj(text);
-      ++accepted;
-    } catch (const facetbox::ReadError& error) {
-      EXPECT_THAT(error.what(), StartsWith("t.obj:")) << seed;
-      EXPECT_THAT(error.what(), Not(HasSubstr("damaged"))) << seed;
-    }
-  }
-  EXPECT_GT(accepted, 100);
-}
-
 }  // namespace
 }  // namespace tool

@@ -188,11 +188,11 @@ TEST(OffFile, WhatItCannotCarryIsCounted) {
   model.marks.push_back({.material = 0, .group = 1});
   std::vector<Note> notes;
   const Model back = parse(written(model, Format::off, false, &notes));
-  EXPECT_EQ(
-      textOf(notes),
-      "1 colors of vertices: not all have one from 0 to 1, 2 groups, 1 holes, kept open by cutting their faces into "
-      "triangles, 2 limits between objects, 1 materials, but for their colors, 1 names of objects, 2 texture "
-      "coordinates: not every vertex has one pair");
+  EXPECT_EQ(textOf(notes),
+            "1 colors of vertices: not all have one from 0 to 1, 2 groups of faces, 1 holes, kept open by cutting "
+            "their faces into "
+            "triangles, 2 limits between objects, 1 materials, but for their colors, 1 names of objects, 2 texture "
+            "coordinates: not every vertex has one pair");
   EXPECT_EQ(back.objects[0].mesh.points.size(), 24U);
   EXPECT_EQ(back.objects[0].mesh.counts, std::vector<std::uint32_t>(7, 3));
 }
