@@ -61,8 +61,7 @@ class Check {
  public:
   Check(const CheckOptions& options, const std::string& name) : mOptions(options), mName(name) {
     Progress progress;
-    progress.begin(Stage::reading, "reading " + shownInput(name));
-    facetbox::Model model = readInput(name, options.mFrom);
+    facetbox::Model model = readInput(name, options.mFrom, progress);
     for (const facetbox::Object& object : model.objects) mObjects.push_back(object.name);
     if (options.mJoin)
       mJoined.emplace(std::move(model));

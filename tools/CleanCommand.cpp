@@ -71,8 +71,7 @@ Outcome cleanOne(const CleanOptions& options, const std::string& name, const std
   CleanReport report(options.mJson ? nullptr : stream, progress);
   if (options.mModels.size() > 1) report.line(shownInput(name));
 
-  progress.begin(Stage::reading, "reading " + shownInput(name));
-  Model model = readInput(name, options.mFrom);
+  Model model = readInput(name, options.mFrom, progress);
   if (!model.notes.empty()) report.note(fmt::format("skipped in {}: {}", shownInput(name), listed(model.notes)));
   const std::vector<facetbox::Note> skipped = model.notes;
 

@@ -24,8 +24,7 @@ ordered_json formatName(std::optional<facetbox::Format> format) {
 
 Outcome convert(const ConvertOptions& options, std::FILE* stream) {
   Progress progress;
-  progress.begin(Stage::reading, "reading " + shownInput(options.mInput));
-  const facetbox::Model model = readInput(options.mInput, options.mFrom);
+  const facetbox::Model model = readInput(options.mInput, options.mFrom, progress);
   progress.begin(Stage::writing, "writing " + shownOutput(options.mOutput));
   const std::vector<facetbox::Note> lost = writeOutput(model, options.mOutput, options.mTo);
   const Seconds seconds = progress.seconds();

@@ -64,36 +64,36 @@ class Collector {
     facetbox::CheckOptions options;
     options.selfIntersections = intersections;
     const Defects defects = facetbox::check(mesh, options);
-    addEdges(DefectKind::openEdge, defects.openEdges);
-    addEdges(DefectKind::overusedEdge, defects.overusedEdges);
-    addEdges(DefectKind::sameDirectionEdge, defects.sameDirectionEdges);
-    addFaces(DefectKind::turnedFace, turnedFaces(mesh));
-    addFaces(DefectKind::zeroFace, defects.zeroFaces);
-    addPairs(DefectKind::doubleFace, defects.doubleFaces);
-    addPairs(DefectKind::intersectingFace, defects.selfIntersections, defects.areSelfIntersectionsComplete);
-    for (const Defects::TCorner& corner : defects.tCorners) addVertex(DefectKind::tCorner, corner.vertex);
-    count(DefectKind::tCorner, defects.tCorners.size(), defects.areTCornersComplete);
-    for (const Defects::Pair& pair : defects.sameVertices) addVertex(DefectKind::sameVertex, pair[1]);
-    count(DefectKind::sameVertex, defects.sameVertices.size());
+    addEdges(MarkKind::openEdge, defects.openEdges);
+    addEdges(MarkKind::overusedEdge, defects.overusedEdges);
+    addEdges(MarkKind::sameDirectionEdge, defects.sameDirectionEdges);
+    addFaces(MarkKind::turnedFace, turnedFaces(mesh));
+    addFaces(MarkKind::zeroFace, defects.zeroFaces);
+    addPairs(MarkKind::doubleFace, defects.doubleFaces);
+    addPairs(MarkKind::intersectingFace, defects.selfIntersections, defects.areSelfIntersectionsComplete);
+    for (const Defects::TCorner& corner : defects.tCorners) addVertex(MarkKind::tCorner, corner.vertex);
+    count(MarkKind::tCorner, defects.tCorners.size(), defects.areTCornersComplete);
+    for (const Defects::Pair& pair : defects.sameVertices) addVertex(MarkKind::sameVertex, pair[1]);
+    count(MarkKind::sameVertex, defects.sameVertices.size());
     mFirstFace += static_cast<std::uint32_t>(mesh.counts.size());
     mFirstVertex += static_cast<std::uint32_t>(mesh.points.size() / 3);
   }
 
  private:
-  void count(DefectKind kind, std::size_t found, bool isComplete = true) {
+  void count(MarkKind kind, std::size_t found, bool isComplete = true) {
     mMarks.mCounts[static_cast<std::size_t>(kind)] += found;
     mMarks.mAreComplete[static_cast<std::size_t>(kind)] &= isComplete;
   }
-  void addVertex(DefectKind kind, std::uint32_t vertex) { mMarks.mVertices.push_back({kind, mFirstVertex + vertex}); }
-  void addEdges(DefectKind kind, const std::vector<Defects::Pair>& edges) {
+  void addVertex(MarkKind kind, std::uint32_t vertex) { mMarks.mVertices.push_back({kind, mFirstVertex + vertex}); }
+  void addEdges(MarkKind kind, const std::vector<Defects::Pair>& edges) {
     for (const auto& [from, to] : edges) mMarks.mEdges.push_back({kind, mFirstVertex + from, mFirstVertex + to});
     count(kind, edges.size());
   }
-  void addFaces(DefectKind kind, const std::vector<std::uint32_t>& faces) {
+  void addFaces(MarkKind kind, const std::vector<std::uint32_t>& faces) {
     for (const std::uint32_t face : faces) mMarks.mFaces.push_back({kind, mFirstFace + face});
     count(kind, faces.size());
   }
-  void addPairs(DefectKind kind, const std::vector<Defects::Pair>& pairs, bool isComplete = true) {
+  void addPairs(MarkKind kind, const std::vector<Defects::Pair>& pairs, bool isComplete = true) {
     std::vector<std::uint32_t> faces;
     for (const Defects::Pair& pair : pairs) faces.insert(faces.end(), pair.begin(), pair.end());
     std::sort(faces.begin(), faces.end());
@@ -107,6 +107,13 @@ class Collector {
 };
 
 }  // namespace
+
+const char* keyOf(MarkKind kind) {
+  constexpr const char* kKeys[kMarkKinds] = {"openEdges",   "overusedEdges", "sameDirectionEdges",
+                                             "turnedFaces", "doubleFaces",   "selfIntersections",
+                                             "zeroFaces",   "tCorners",      "sameVertices"};
+  return kKeys[static_cast<std::size_t>(kind)];
+}
 
 DefectMarks findDefects(const facetbox::Model& model, bool intersections) {
   DefectMarks marks;

@@ -9,7 +9,7 @@
 
 namespace tool {
 
-enum class DefectKind : std::uint8_t {
+enum class MarkKind : std::uint8_t {
   openEdge,
   overusedEdge,
   sameDirectionEdge,
@@ -20,20 +20,23 @@ enum class DefectKind : std::uint8_t {
   tCorner,
   sameVertex
 };
-inline constexpr std::size_t kDefectKinds = 9;
+inline constexpr std::size_t kMarkKinds = 9;
+
+/// Its name in JSON: "openEdges". What `facetbox check` finds too is called alike.
+const char* keyOf(MarkKind kind);
 
 /// Where a model is defective. Faces and vertices are numbered through all objects, as in FacePool.
 struct DefectMarks {
   struct Edge {
-    DefectKind mKind;
+    MarkKind mKind;
     std::uint32_t mFrom, mTo;
   };
   struct Vertex {
-    DefectKind mKind;
+    MarkKind mKind;
     std::uint32_t mVertex;
   };
   struct Face {
-    DefectKind mKind;
+    MarkKind mKind;
     std::uint32_t mFace;
   };
 
@@ -41,9 +44,9 @@ struct DefectMarks {
   std::vector<Face> mFaces;
   std::vector<Vertex> mVertices;
   /// As check() lists them: of double faces and same vertices all but the first, of intersections the pairs.
-  std::array<std::size_t, kDefectKinds> mCounts{};
+  std::array<std::size_t, kMarkKinds> mCounts{};
   /// False where there are more than counted.
-  std::array<bool, kDefectKinds> mAreComplete{};
+  std::array<bool, kMarkKinds> mAreComplete{};
 };
 
 /// Looks at each object on its own. Turned faces are those that the step ConformNormals turns.

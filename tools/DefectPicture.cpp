@@ -25,15 +25,15 @@ struct Style {
 };
 
 // Colors that people tell apart however they see colors; kinds that are closest differ in their shape as well.
-constexpr Style kStyles[kDefectKinds] = {{"open edges", Symbol::line, {213, 94, 0}},
-                                         {"overused edges", Symbol::line, {0, 114, 178}},
-                                         {"same-direction edges", Symbol::line, {170, 51, 119}},
-                                         {"turned faces", Symbol::surface, {230, 159, 0}},
-                                         {"double faces", Symbol::surface, {86, 180, 233}},
-                                         {"intersecting pairs", Symbol::surface, {240, 228, 66}},
-                                         {"zero faces", Symbol::line, {0, 158, 115}},
-                                         {"T-corners", Symbol::diamond, {0, 0, 0}},
-                                         {"repeated vertices", Symbol::disc, {255, 255, 255}}};
+constexpr Style kStyles[kMarkKinds] = {{"open edges", Symbol::line, {213, 94, 0}},
+                                       {"overused edges", Symbol::line, {0, 114, 178}},
+                                       {"same-direction edges", Symbol::line, {170, 51, 119}},
+                                       {"turned faces", Symbol::surface, {230, 159, 0}},
+                                       {"double faces", Symbol::surface, {86, 180, 233}},
+                                       {"intersecting pairs", Symbol::surface, {240, 228, 66}},
+                                       {"zero faces", Symbol::line, {0, 158, 115}},
+                                       {"T-corners", Symbol::diamond, {0, 0, 0}},
+                                       {"repeated vertices", Symbol::disc, {255, 255, 255}}};
 constexpr Color kSound{214, 217, 221}, kSoundBack{168, 173, 180};
 
 constexpr double kLineWidth = 3, kOutlineWidth = 1.5, kRadius = 3, kHalo = 1;
@@ -42,7 +42,7 @@ constexpr double kHidden = 0.3;
 // What makes marks of a color stand out from all that may lie below.
 Color haloOf(const Color& color) { return isBright(color) ? Color{0, 0, 0} : Color{255, 255, 255}; }
 
-const Style& styleOf(DefectKind kind) { return kStyles[static_cast<std::size_t>(kind)]; }
+const Style& styleOf(MarkKind kind) { return kStyles[static_cast<std::size_t>(kind)]; }
 
 // Fill one coverage with all marks of a kind, a little larger or not.
 class MarkPainter {
@@ -56,9 +56,9 @@ class MarkPainter {
     }
   }
 
-  bool hasAny(DefectKind kind) const { return mMarks.mCounts[static_cast<std::size_t>(kind)] > 0; }
+  bool hasAny(MarkKind kind) const { return mMarks.mCounts[static_cast<std::size_t>(kind)] > 0; }
 
-  void paint(DefectKind kind, double growth, Coverage& coverage) const {
+  void paint(MarkKind kind, double growth, Coverage& coverage) const {
     for (const DefectMarks::Edge& edge : mMarks.mEdges)
       if (edge.mKind == kind)
         mPainter.paintEdge(coverage, mScene.vertex(edge.mFrom), mScene.vertex(edge.mTo), kLineWidth + 2 * growth);
@@ -122,15 +122,15 @@ FacePool withDefectKinds(FacePool model, const DefectMarks& marks) {
   for (const Style& style : kStyles) model.mMaterials.emplace_back(style.mName);
   model.mMaterialOf.assign(model.faceCount(), 0);
   // Of several kinds the one that tells most shows: faces that repeat others intersect them, too.
-  for (const DefectKind kind :
-       {DefectKind::zeroFace, DefectKind::intersectingFace, DefectKind::doubleFace, DefectKind::turnedFace})
+  for (const MarkKind kind :
+       {MarkKind::zeroFace, MarkKind::intersectingFace, MarkKind::doubleFace, MarkKind::turnedFace})
     for (const DefectMarks::Face& face : marks.mFaces)
       if (face.mKind == kind) model.mMaterialOf[face.mFace] = static_cast<std::uint32_t>(kind) + 1;
   return model;
 }
 
 Color faceColorOf(std::uint32_t id, bool isBack) {
-  if (id <= 1 || id > kDefectKinds + 1) return isBack ? kSoundBack : kSound;
+  if (id <= 1 || id > kMarkKinds + 1) return isBack ? kSoundBack : kSound;
   return kStyles[id - 2].mColor;
 }
 
@@ -139,13 +139,13 @@ void paintDefects(Picture& picture, const DefectMarks& marks, const Frame& scene
   const LinePainter lines(grid, camera, kHidden);
   const MarkPainter painter(marks, scene, lines);
   // Faces below edges, edges below vertices, and no halo above a mark.
-  constexpr DefectKind kOrder[][4] = {
-      {DefectKind::intersectingFace, DefectKind::intersectingFace, DefectKind::doubleFace, DefectKind::turnedFace},
-      {DefectKind::sameDirectionEdge, DefectKind::overusedEdge, DefectKind::openEdge, DefectKind::zeroFace},
-      {DefectKind::sameVertex, DefectKind::sameVertex, DefectKind::tCorner, DefectKind::tCorner}};
+  constexpr MarkKind kOrder[][4] = {
+      {MarkKind::intersectingFace, MarkKind::intersectingFace, MarkKind::doubleFace, MarkKind::turnedFace},
+      {MarkKind::sameDirectionEdge, MarkKind::overusedEdge, MarkKind::openEdge, MarkKind::zeroFace},
+      {MarkKind::sameVertex, MarkKind::sameVertex, MarkKind::tCorner, MarkKind::tCorner}};
   for (const auto& level : kOrder) {
     for (const double growth : {kHalo, 0.0}) {
-      for (const DefectKind kind : level) {
+      for (const MarkKind kind : level) {
         if (!painter.hasAny(kind)) continue;
         if (growth > 0 && styleOf(kind).mSymbol == Symbol::surface) continue;
         Coverage coverage(picture.mWidth, picture.mHeight);
@@ -158,14 +158,14 @@ void paintDefects(Picture& picture, const DefectMarks& marks, const Frame& scene
 
 int legendEntryWidth(const DefectMarks& marks) {
   int width = 0;
-  for (std::size_t kind = 0; kind < kDefectKinds; ++kind) width = std::max(width, widthOf(legendText(marks, kind), 1));
+  for (std::size_t kind = 0; kind < kMarkKinds; ++kind) width = std::max(width, widthOf(legendText(marks, kind), 1));
   return kSymbolWidth + width + 2 * kGap;
 }
 
 Picture drawLegend(const DefectMarks& marks, int width, int entryWidth, bool intersections, const Color& background) {
   std::vector<std::size_t> kinds;
-  for (std::size_t kind = 0; kind < kDefectKinds; ++kind)
-    if (intersections || kind != static_cast<std::size_t>(DefectKind::intersectingFace)) kinds.push_back(kind);
+  for (std::size_t kind = 0; kind < kMarkKinds; ++kind)
+    if (intersections || kind != static_cast<std::size_t>(MarkKind::intersectingFace)) kinds.push_back(kind);
   const std::size_t columns = static_cast<std::size_t>(std::max(1, width / entryWidth));
   const std::size_t rows = (kinds.size() + columns - 1) / columns;
   Picture picture = Picture::filled(width, static_cast<int>(rows) * kLineHeight + kGap, background);

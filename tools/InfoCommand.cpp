@@ -139,8 +139,7 @@ ExitCode runInfo(const InfoOptions& options) {
     std::string text;
     {
       Progress progress;
-      progress.begin(Stage::reading, "reading " + shownInput(name));
-      const facetbox::Model model = readInput(name, options.mFrom);
+      const facetbox::Model model = readInput(name, options.mFrom, progress);
       progress.begin(Stage::working, "examining " + shownInput(name));
       const MeshFacts facts = gatherFacts(model);
       outcome.mSummary = counted(facts.mFaces, "face");

@@ -48,19 +48,19 @@ std::string shownInput(const std::string& name) { return isStandard(name) ? "sta
 
 std::string shownOutput(const std::string& name) { return isStandard(name) ? "standard output" : name; }
 
-facetbox::Model readInput(const std::string& name, std::optional<Format> from) {
+facetbox::Model readInput(const std::string& name, std::optional<Format> from, Progress& progress) {
   checkInputs({name}, from);
+  progress.begin(Stage::reading, "reading " + shownInput(name));
   if (isStandard(name)) return facetbox::parseModel(readStandardInput(), *from, shownInput(name));
   return facetbox::readModel(name, {.format = from});
 }
 
-facetbox::Model readAndSay(const std::string& name, Progress& progress) {
-  progress.begin(Stage::reading, "reading " + name);
-  facetbox::Model model = facetbox::readModel(name);
-  progress.begin(Stage::working, "examining " + name);
+facetbox::Model readAndSay(const std::string& name, std::optional<Format> from, Progress& progress) {
+  facetbox::Model model = readInput(name, from, progress);
+  progress.begin(Stage::working, "examining " + shownInput(name));
   if (model.notes.empty()) return model;
   progress.clearLine();
-  complain(fmt::format("skipped in {}: {}", name, listed(model.notes)).c_str());
+  complain(fmt::format("skipped in {}: {}", shownInput(name), listed(model.notes)).c_str());
   return model;
 }
 
@@ -72,6 +72,13 @@ std::vector<facetbox::Note> writeOutput(const facetbox::Model& model, const std:
   const auto notes = facetbox::writeModel(model, format, [&bytes](std::string_view piece) { bytes.append(piece); });
   writeStandardOutput(bytes);
   return notes;
+}
+
+void writeBytes(const std::string& name, const std::string& bytes) {
+  if (isStandard(name))
+    writeStandardOutput(bytes);
+  else
+    facetbox::writeFile(name, bytes);
 }
 
 bool isStream(const std::string& name) { return isStandard(name) || facetbox::isSpecialFile(name); }

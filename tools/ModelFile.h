@@ -20,11 +20,12 @@ std::string shownInput(const std::string& name);
 /// How messages call a model that is written: its file, or standard output.
 std::string shownOutput(const std::string& name);
 
-/// Reads a model; "-" is standard input, which needs a format. @throws InputError, facetbox::ReadError
-facetbox::Model readInput(const std::string& name, std::optional<facetbox::Format> from);
+/// Reads a model, for which the time counts; "-" is standard input, which needs a format.
+/// @throws InputError, facetbox::ReadError
+facetbox::Model readInput(const std::string& name, std::optional<facetbox::Format> from, Progress& progress);
 
-/// Reads a model file, and says on standard error what is skipped. @throws facetbox::ReadError
-facetbox::Model readAndSay(const std::string& name, Progress& progress);
+/// Likewise, and says on standard error what is skipped.
+facetbox::Model readAndSay(const std::string& name, std::optional<facetbox::Format> from, Progress& progress);
 
 /// Writes a model; "-" is standard output, which needs a format and gets the model at once, when it is complete.
 /// Devices and pipes get OBJ if not told otherwise.
@@ -33,7 +34,10 @@ facetbox::Model readAndSay(const std::string& name, Progress& progress);
 std::vector<facetbox::Note> writeOutput(const facetbox::Model& model, const std::string& name,
                                         std::optional<facetbox::Format> to);
 
-/// Whether standard output may be taken by the model.
+/// Writes a file of any kind; "-" is standard output. @throws RunError, facetbox::WriteError
+void writeBytes(const std::string& name, const std::string& bytes);
+
+/// Whether standard output may be taken by what is written.
 bool isStream(const std::string& name);
 
 /// What can be known before about reading each of the models. @throws InputError

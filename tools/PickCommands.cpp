@@ -48,6 +48,11 @@ std::string formatSelection(const SelectOptions& options, const Scene& scene, co
   return ids.empty() ? "nothing\n" : text;
 }
 
+template <typename Options>
+FacePool poolIn(const Options& options, Progress& progress) {
+  return poolOf(readAndSay(options.mModel, options.mFrom, progress), shownInput(options.mModel));
+}
+
 }  // namespace
 
 void runPick(const PickOptions& options) {
@@ -55,8 +60,8 @@ void runPick(const PickOptions& options) {
   std::string text;
   {
     Progress progress;
-    const FacePool model = poolOf(readAndSay(options.mModel, progress), options.mModel);
-    const Scene scene(model, options.mModel, options.mGrouping, progress);
+    const FacePool model = poolIn(options, progress);
+    const Scene scene(model, shownInput(options.mModel), options.mGrouping, progress);
     std::vector<std::uint32_t> ids;
     for (const SceneEntry& entry : scene.entries()) ids.push_back(entry.mId);
     text =
@@ -69,8 +74,8 @@ void runSelect(const SelectOptions& options) {
   std::string text;
   {
     Progress progress;
-    const FacePool model = poolOf(readAndSay(options.mModel, progress), options.mModel);
-    const Scene scene(model, options.mModel, options.mGrouping, progress);
+    const FacePool model = poolIn(options, progress);
+    const Scene scene(model, shownInput(options.mModel), options.mGrouping, progress);
     text = formatSelection(options, scene, scene.idsIn(matrixOf(options.mView, scene), options.mWholeInside));
   }
   print(text);

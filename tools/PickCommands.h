@@ -1,7 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
+#include <facetbox/io/Format.h>
 #include <tools/Camera.h>
 #include <tools/MeshMaker.h>
 #include <tools/Vector.h>
@@ -9,7 +11,8 @@
 namespace tool {
 
 struct PickOptions {
-  std::string mModel;
+  std::string mModel;  ///< "-" is standard input
+  std::optional<facetbox::Format> mFrom;
   Grouping mGrouping = Grouping::object;
   Vector mOrigin, mDirection;
   bool mJson = false;
@@ -19,7 +22,8 @@ struct PickOptions {
 void runPick(const PickOptions& options);
 
 struct SelectOptions {
-  std::string mModel;
+  std::string mModel;  ///< "-" is standard input
+  std::optional<facetbox::Format> mFrom;
   Grouping mGrouping = Grouping::object;
   ViewOptions mView;
   bool mWholeInside = false;

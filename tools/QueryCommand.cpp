@@ -36,7 +36,7 @@ class Questions {
  public:
   Questions(const QueryOptions& options, const Frame& frame, Progress& progress) : mOptions(options), mFrame(frame) {
     mEntries =
-        frame.takeApart(options.mModel, options.mGrouping, progress,
+        frame.takeApart(shownInput(options.mModel), options.mGrouping, progress,
                         [&](const SceneEntry&, const util::Mesh& mesh, std::span<const float>) { mHost.add(mesh); });
   }
 
@@ -129,7 +129,7 @@ class Questions {
 };
 
 void paint(const QueryOptions& options, const Frame& frame, Progress& progress, CellPainter& painter) {
-  frame.takeApart(options.mModel, options.mGrouping, progress,
+  frame.takeApart(shownInput(options.mModel), options.mGrouping, progress,
                   [&](const SceneEntry&, const util::Mesh& mesh, std::span<const float> coordinates) {
                     painter.add(mesh, coordinates);
                   });
@@ -165,7 +165,7 @@ void runQuery(const QueryOptions& given) {
       mask = maskOf(parsePng(facetbox::readFile(options.mRaster), options.mRaster));
       options.mView.mSize = {mask.mWidth, mask.mHeight};
     }
-    const FacePool model = poolOf(readAndSay(options.mModel, progress), options.mModel);
+    const FacePool model = poolOf(readAndSay(options.mModel, options.mFrom, progress), shownInput(options.mModel));
     const Frame frame(model);
     if (options.mWriteMask.empty() && options.mRaster.empty()) {
       text = answersFor(options, frame, progress);

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include <facetbox/io/Format.h>
 #include <tools/Camera.h>
 #include <tools/MeshMaker.h>
 #include <tools/Vector.h>
@@ -14,7 +15,8 @@ struct Ray {
 };
 
 struct QueryOptions {
-  std::string mModel;
+  std::string mModel;  ///< "-" is standard input
+  std::optional<facetbox::Format> mFrom;
   Grouping mGrouping = Grouping::object;
   ViewOptions mView;
   bool mWholeInside = false;  ///< of the view volume

@@ -1,6 +1,7 @@
 #include <tools/RenderCommand.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <utility>
@@ -8,11 +9,13 @@
 
 #include <fmt/format.h>
 
-#include <facetbox/io/files.h>
-#include <facetbox/io/readModel.h>
+#include <tools/Batch.h>
 #include <tools/DefectPicture.h>
 #include <tools/Errors.h>
+#include <tools/Json.h>
+#include <tools/ModelFile.h>
 #include <tools/Progress.h>
+#include <tools/RenderReport.h>
 #include <tools/Scene.h>
 #include <tools/Text.h>
 
@@ -20,7 +23,9 @@ namespace tool {
 namespace {
 
 void checkPicture(const RenderOptions& options) {
-  checkPngName(options.mOutput);
+  checkInputs(options.mOther.empty() ? std::vector{options.mModel} : std::vector{options.mModel, options.mOther},
+              options.mFrom);
+  if (!isStream(options.mOutput)) checkPngName(options.mOutput);
   constexpr long long kMostSamples = 1LL << 26;
   const RenderSettings& settings = options.mSettings;
   if (1LL * settings.mSize[0] * settings.mSize[1] * settings.mSamples * settings.mSamples > kMostSamples)
@@ -30,10 +35,12 @@ void checkPicture(const RenderOptions& options) {
 
 // What one model looks like.
 struct View {
-  Picture mPicture;
-  DefectMarks mMarks;
-  CameraOptions mCamera;  ///< sees the same of any other model
-  std::size_t mFaceCount;
+  Picture mPicture = {};
+  CameraOptions mCamera = {};  ///< sees the same of any other model
+  std::size_t mFaceCount = 0;  ///< in the file
+  DrawnModel mModel = {};
+
+  const DefectMarks* marks() const { return mModel.mMarks ? &*mModel.mMarks : nullptr; }
 };
 
 CameraOptions fixed(const CameraOptions& options, const Camera& camera, const Frame& frame) {
@@ -45,21 +52,24 @@ CameraOptions fixed(const CameraOptions& options, const Camera& camera, const Fr
 
 View viewOf(const std::string& path, const RenderOptions& options, const CameraOptions& cameraOptions,
             Progress& progress) {
-  progress.setStage("reading " + path);
-  const facetbox::Model model = facetbox::readModel(path);
-  View view;
-  FacePool pool = poolOf(model, path);
-  view.mFaceCount = pool.faceCount();
+  const std::string name = shownInput(path);
+  const facetbox::Model model =
+      options.mJson ? readInput(path, options.mFrom, progress) : readAndSay(path, options.mFrom, progress);
+  progress.begin(Stage::working, "examining " + name);
+  FacePool pool = poolOf(model, name);
+  View view{.mFaceCount = pool.faceCount(), .mModel = {.mName = path, .mNotes = model.notes}};
   if (options.mDefects) {
-    progress.setStage("looking for defects in " + path);
-    view.mMarks = findDefects(model, options.mIntersections);
-    pool = withDefectKinds(std::move(pool), view.mMarks);
+    progress.setStage("looking for defects in " + name);
+    view.mModel.mMarks = findDefects(model, options.mIntersections);
+    view.mModel.mIntersections = options.mIntersections;
+    pool = withDefectKinds(std::move(pool), *view.mModel.mMarks);
   }
-  const Scene scene(pool, path, options.mDefects ? Grouping::material : options.mGrouping, progress);
+  const Scene scene(pool, name, options.mDefects ? Grouping::material : options.mGrouping, progress);
   const auto& [width, height] = options.mSettings.mSize;
   const Camera camera(scene, cameraOptions, static_cast<double>(width) / height);
-  view.mPicture = render(scene, camera, options.mSettings, options.mDefects ? &view.mMarks : nullptr, progress);
+  view.mPicture = render(scene, camera, options.mSettings, view.marks(), progress);
   view.mCamera = fixed(cameraOptions, camera, scene);
+  if (options.mJson) view.mModel.mCounts = countDrawn(scene, name, progress);
   return view;
 }
 
@@ -95,39 +105,58 @@ Picture sideBySide(const Picture& left, const Picture& right) {
 
 // The names of two files, with their folders where these alone make the difference.
 std::pair<std::string, std::string> namesOf(const std::string& one, const std::string& other) {
-  const auto nameOf = [](const std::string& path) { return std::filesystem::path(path).filename().string(); };
+  const auto nameOf = [](const std::string& path) {
+    return std::filesystem::path(shownInput(path)).filename().string();
+  };
   if (nameOf(one) == nameOf(other)) return {one, other};
   return {nameOf(one), nameOf(other)};
 }
 
-Picture draw(const RenderOptions& options, Progress& progress) {
+Picture compose(const RenderOptions& options, const View& view, const std::optional<View>& other) {
   const Color& background = options.mSettings.mBackground;
-  const View view = viewOf(options.mModel, options, options.mCamera, progress);
-  std::optional<View> other;
-  if (!options.mOther.empty()) other = viewOf(options.mOther, options, view.mCamera, progress);
-
   const auto [name, otherName] = namesOf(options.mModel, options.mOther);
-  const int entryWidth = std::max(legendEntryWidth(view.mMarks), other ? legendEntryWidth(other->mMarks) : 0);
+  int entryWidth = 0;
+  for (const View* const each : {&view, other ? &*other : nullptr})
+    if (each && each->marks()) entryWidth = std::max(entryWidth, legendEntryWidth(*each->marks()));
   const auto framed = [&](const View& drawn, const std::string& caption) {
     std::vector<Picture> parts;
     if (other) parts.push_back(captionOf(caption, drawn, background));
     parts.push_back(drawn.mPicture);
-    if (options.mDefects)
-      parts.push_back(drawLegend(drawn.mMarks, drawn.mPicture.mWidth, entryWidth, options.mIntersections, background));
+    if (drawn.marks())
+      parts.push_back(
+          drawLegend(*drawn.marks(), drawn.mPicture.mWidth, entryWidth, options.mIntersections, background));
     return stacked(parts, background);
   };
   const Picture picture = framed(view, name);
   return other ? sideBySide(picture, framed(*other, otherName)) : picture;
 }
 
+Outcome draw(const RenderOptions& options) {
+  Progress progress;
+  const View view = viewOf(options.mModel, options, options.mCamera, progress);
+  std::optional<View> other;
+  if (!options.mOther.empty()) other = viewOf(options.mOther, options, view.mCamera, progress);
+  const Picture picture = compose(options, view, other);
+  progress.begin(Stage::writing, "writing " + shownOutput(options.mOutput));
+  writeBytes(options.mOutput, formatPng(picture));
+  if (!options.mJson) return {};
+  auto models = nlohmann::ordered_json::array({jsonOf(view.mModel)});
+  if (other) models.push_back(jsonOf(other->mModel));
+  return {.mJson = {{"file", options.mModel},
+                    {"output", options.mOutput},
+                    {"width", picture.mWidth},
+                    {"height", picture.mHeight},
+                    {"camera", jsonOf(view.mCamera)},
+                    {"models", std::move(models)},
+                    {"seconds", jsonOf(progress.seconds(), "drawing")}}};
+}
+
 }  // namespace
 
-void runRender(const RenderOptions& options) {
+ExitCode runRender(const RenderOptions& options) {
   checkPicture(options);
-  Progress progress;
-  const Picture picture = draw(options, progress);
-  progress.setStage("writing " + options.mOutput);
-  facetbox::writeFile(options.mOutput, formatPng(picture));
+  std::FILE* const stream = isStream(options.mOutput) ? stderr : stdout;
+  return runOnEach({{options.mModel}, options.mJson, stream}, [&](const std::string&) { return draw(options); });
 }
 
 }  // namespace tool

@@ -105,7 +105,7 @@ TEST(JsonOutput, isAsTheSchemasSay) {
                           "v 0 0 0\nv 4 0 0\nv 4 4 0\nv 0 4 0\nv 0 1 0\nv 1 2 0\nv 1 1 0\n"
                           "f 1 2 3 4\nf 5 6 7\nf 1 2\nf 1 2 4 3 1\ncurv 3\n# facetbox:holes 1 2\n"));
   const std::string out = " --json -o " + quoted(folder.path("out.obj")) + " ",
-                    many = " --json -o " + quoted(folder.path("all/"));
+                    picture = " -o " + quoted(folder.path("p.png")), many = " --json -o " + quoted(folder.path("all/"));
   const std::pair<const char*, std::string> runs[] = {
       {"info", "info --json " + pavilion()},
       {"info", "info --json " + model + bad},
@@ -117,6 +117,9 @@ TEST(JsonOutput, isAsTheSchemasSay) {
       {"clean", "clean" + bad + out},
       {"convert", "convert --json " + model + " " + quoted(folder.path("out.obj"))},
       {"convert", "convert --json" + bad + " " + quoted(folder.path("out.obj"))},
+      {"render", "render --json " + pavilion() + picture + " --show defects --self-intersections --compare " + model},
+      {"render", "render --json " + model + picture},
+      {"render", "render --json" + bad + picture},
       {"pick", "pick --json " + pavilion() + " --ray 8,2,30,0,0,-1"},
       {"pick", "pick --json " + pavilion() + " --ray 8,2,30,0,0,1"},
       {"select", "select --json " + pavilion() + " --by material"},

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <tools/LinePainter.h>
 #include <tools/Overlays.h>
@@ -147,6 +148,67 @@ TEST(RenderCompare, eachHalfIsThePictureOfItsModelAlone) {
   int unlike = 0;
   for (std::size_t i = 0; i < left.mPixels.size(); ++i) unlike += std::abs(left.mPixels[i] - right.mPixels[i]) > 2;
   EXPECT_LT(unlike, 60);
+}
+
+nlohmann::json jsonOf(const std::string& arguments) {
+  const RunResult run = runProgram(arguments + " --json");
+  EXPECT_THAT(run.mExitCode, testing::AnyOf(kExitOk, kExitDefects)) << run.mErr;
+  return nlohmann::json::parse(run.mOut);
+}
+
+TEST(RenderJson, saysWhatOtherCommandsSayAndWhereFrom) {
+  const TestFolder folder;
+  const std::string out = " -o " + quoted(folder.path("p.png")), again = quoted(folder.path("q.png"));
+  for (const std::string name : {"pavilion.obj", "pavilion_clean.obj"}) {
+    const std::string model = quoted((fs::path(FACETBOX_SAMPLES) / name).string());
+    const nlohmann::json told = jsonOf("render " + model + out + " --show defects --self-intersections");
+    const nlohmann::json checked = jsonOf("check " + model + " --t-corners --self-intersections");
+    nlohmann::json drawn = told["models"].at(0);
+    drawn["defects"].erase("turnedFaces");  // told by no check
+    for (const auto& [kind, list] : drawn["defects"].items())
+      EXPECT_EQ(list["count"], checked["defects"].at(kind)["count"]) << name << kind;
+    EXPECT_EQ(drawn["objects"], checked["objects"].size());
+    runProgram("convert " + model + " " + quoted(folder.path("t.stl")));
+    EXPECT_EQ(drawn["triangles"], jsonOf("info " + quoted(folder.path("t.stl")))["faces"]) << name;
+    const Picture picture = parsePng(readText(folder.path("p.png")), "p");
+    EXPECT_EQ(told["width"], picture.mWidth);
+    EXPECT_EQ(told["height"], picture.mHeight);
+    const auto commas = [](const nlohmann::json& v) {
+      return fmt::format("{},{},{}", v[0].dump(), v[1].dump(), v[2].dump());
+    };
+    const nlohmann::json& camera = told["camera"];
+    const std::string view = fmt::format(" --eye {} --look-at {} --up {} --fov {}", commas(camera["eye"]),
+                                         commas(camera["lookAt"]), commas(camera["up"]), camera["fieldOfView"].dump());
+    EXPECT_EQ(jsonOf("render " + model + " -o " + again + view + " --show defects --self-intersections")["camera"],
+              camera);
+    const Picture same = parsePng(readText(folder.path("q.png")), "q");
+    int unlike = 0;
+    for (std::size_t i = 0; i < same.mPixels.size(); ++i) unlike += std::abs(same.mPixels[i] - picture.mPixels[i]) > 2;
+    EXPECT_LT(unlike, 60);
+  }
+}
+
+TEST(RenderJson, modelsAndPicturesPassThroughPipes) {
+  const TestFolder folder;
+  const std::string path = folder.write("m.obj", boxWith("f 1 2 3\ncurv 1\n")), model = quoted(path);
+  const std::string view = kFromAbove + " --from obj";
+  drawn(folder, model + view);
+  const RunResult piped = runProgram("render - -o - --json" + view + " <" + model);
+  EXPECT_EQ(piped.mOut, readText(folder.path("picture.png")));
+  const nlohmann::json told = nlohmann::json::parse(piped.mErr);
+  EXPECT_EQ(told["models"][0]["passedOver"], (nlohmann::json{{"statement 'curv'", 1}}));
+  EXPECT_EQ(told["models"][0]["faces"], 6);
+  EXPECT_THAT(runProgram("render " + model + " -o " + quoted(folder.path("n.png"))).mErr,
+              HasSubstr("m.obj: 1 x statement 'curv'"));
+  for (const std::string command : {"pick {} --ray 1,-1,9,0,0,-1", "select {}", "query {} --nearest"}) {
+    const RunResult named = runProgram(fmt::format(fmt::runtime(command), model));
+    const RunResult streamed = runProgram(fmt::format(fmt::runtime(command), "- --from obj") + " <" + model);
+    EXPECT_THAT(named.mOut, HasSubstr("object 1"));
+    EXPECT_EQ(streamed.mOut, named.mOut);
+    EXPECT_THAT(streamed.mErr, HasSubstr("standard input: 1 x"));
+    EXPECT_EQ(runProgram(fmt::format(fmt::runtime(command), "-")).mExitCode, kExitBadInput);
+  }
+  EXPECT_EQ(runProgram("render - --compare - --from obj -o - <" + model).mExitCode, kExitBadInput);
 }
 
 TEST(LinePainter, aLineCoversAsMuchAsItIsWideAndLong) {

@@ -9,8 +9,10 @@
 
 namespace tool {
 
-void addModel(CLI::App& command, std::string& model) {
-  command.add_option("MODEL", model, "File to read: .obj, .ply, .off, .stl, .gltf or .glb")->required();
+void addModel(CLI::App& command, std::string& model, std::optional<facetbox::Format>& from) {
+  command.add_option("MODEL", model, "File to read: .obj, .ply, .off, .stl, .gltf, .glb, .json; - is standard input")
+      ->required();
+  addFormat(command, "--from", "Format of the model, whatever its name: obj, ply, off, stl, gltf, glb, cityjson", from);
 }
 
 void addModels(CLI::App& command, std::vector<std::string>& models, std::optional<facetbox::Format>& from) {

@@ -11,8 +11,8 @@
 
 namespace tool {
 
-/// The model that a command reads.
-void addModel(CLI::App& command, std::string& model);
+/// The model that a command reads, and --from.
+void addModel(CLI::App& command, std::string& model, std::optional<facetbox::Format>& from);
 
 /// The models that a command reads, one or more, and --from.
 void addModels(CLI::App& command, std::vector<std::string>& models, std::optional<facetbox::Format>& from);

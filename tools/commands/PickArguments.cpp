@@ -24,7 +24,7 @@ void addPick(CLI::App& app, Action& action) {
   const auto shared = std::make_shared<PickOptions>();
   PickOptions& options = *shared;
   CLI::App* pick = app.add_subcommand("pick", "Show what a ray hits first");
-  addModel(*pick, options.mModel);
+  addModel(*pick, options.mModel, options.mFrom);
   const auto takeRay = [&options](const Vector& origin, const Vector& direction) {
     options.mOrigin = origin;
     options.mDirection = direction;
@@ -44,7 +44,7 @@ void addSelect(CLI::App& app, Action& action) {
   const auto shared = std::make_shared<SelectOptions>();
   SelectOptions& options = *shared;
   CLI::App* select = app.add_subcommand("select", "List what lies in a view volume");
-  addModel(*select, options.mModel);
+  addModel(*select, options.mModel, options.mFrom);
   addView(*select, options.mView);
   select->add_flag("--inside", options.mWholeInside, "Only what lies in the volume completely");
   addGrouping(*select, options.mGrouping);

@@ -28,7 +28,7 @@ void addQuery(CLI::App& app, Action& action) {
   const auto shared = std::make_shared<QueryOptions>();
   QueryOptions& options = *shared;
   CLI::App* query = app.add_subcommand("query", "Test each object separately against a mask, a view volume or a ray");
-  addModel(*query, options.mModel);
+  addModel(*query, options.mModel, options.mFrom);
   CLI::Option* const raster =
       query->add_option("--raster", options.mRaster, "The mask: pixels that are not black are set")
           ->type_name("MASK.png");

@@ -43,8 +43,10 @@ void addRender(CLI::App& app, Action& action) {
   const auto shared = std::make_shared<RenderOptions>();
   RenderOptions& options = *shared;
   CLI::App* render = app.add_subcommand("render", "Draw a model into a PNG picture; the backs of faces are red");
-  addModel(*render, options.mModel);
-  render->add_option("-o,--output", options.mOutput, "File to write: .png")->required()->type_name("OUT");
+  addModel(*render, options.mModel, options.mFrom);
+  render->add_option("-o,--output", options.mOutput, "File to write: .png; - is standard output")
+      ->required()
+      ->type_name("OUT");
   addCamera(*render, options.mCamera, options.mSettings.mSize);
   const auto chooseColors = [&options](const std::string& by) {
     options.mSettings.mColoring = by == "normal" ? Coloring::normals : Coloring::entries;
@@ -69,13 +71,9 @@ void addRender(CLI::App& app, Action& action) {
       ->add_option("--compare", options.mOther,
                    "Another model, drawn to the right with the same camera; each has the --size asked for")
       ->type_name("OTHER");
+  render->add_flag("--json", options.mJson, "Print JSON: what was drawn, and from where");
   render->footer(kRenderFooter);
-  render->callback([&action, shared] {
-    action = [shared] {
-      runRender(*shared);
-      return kExitOk;
-    };
-  });
+  render->callback([&action, shared] { action = [shared] { return runRender(*shared); }; });
 }
 
 }  // namespace tool
