@@ -7,7 +7,9 @@ build=(g++ make cmake ninja-build pkg-config git
        libboost-dev libboost-thread-dev libboost-system-dev libglu1-mesa-dev libmd-dev
        libcli11-dev nlohmann-json3-dev libfmt-dev libassimp-dev libpng-dev)
 test=(libgtest-dev libgmock-dev libbenchmark-dev)
-ci=(clang clang-format lld libclang-rt-14-dev binutils)
+ci=(clang clang-format lld libclang-rt-14-dev binutils zsh python3-vtk9 python3-open3d)
+# Other distributions of node bring npm along, and Debian's does not go with them.
+command -v npm >/dev/null || ci+=(npm)
 
 wanted=()
 for group in "${@:-build}"; do
