@@ -71,6 +71,10 @@ class Collector {
     addFaces(MarkKind::zeroFace, defects.zeroFaces);
     addPairs(MarkKind::doubleFace, defects.doubleFaces);
     addPairs(MarkKind::intersectingFace, defects.selfIntersections, defects.areSelfIntersectionsComplete);
+    for (const facetbox::DroppedHole& hole : defects.droppedHoles)
+      mMarks.mFaces.push_back({MarkKind::badHole, mFirstFace + hole.hole});
+    count(MarkKind::badHole, defects.droppedHoles.size());
+    addZeroEdges(mesh, defects.zeroEdges);
     for (const Defects::TCorner& corner : defects.tCorners) addVertex(MarkKind::tCorner, corner.vertex);
     count(MarkKind::tCorner, defects.tCorners.size(), defects.areTCornersComplete);
     for (const Defects::Pair& pair : defects.sameVertices) addVertex(MarkKind::sameVertex, pair[1]);
@@ -88,6 +92,12 @@ class Collector {
   void addEdges(MarkKind kind, const std::vector<Defects::Pair>& edges) {
     for (const auto& [from, to] : edges) mMarks.mEdges.push_back({kind, mFirstVertex + from, mFirstVertex + to});
     count(kind, edges.size());
+  }
+  void addZeroEdges(const MeshView& mesh, const std::vector<Defects::Corner>& edges) {
+    const std::vector<std::size_t> starts = cornerStarts(mesh);
+    for (const Defects::Corner& edge : edges)
+      addVertex(MarkKind::zeroEdge, mesh.indices[starts[edge.face] + edge.corner]);
+    count(MarkKind::zeroEdge, edges.size());
   }
   void addFaces(MarkKind kind, const std::vector<std::uint32_t>& faces) {
     for (const std::uint32_t face : faces) mMarks.mFaces.push_back({kind, mFirstFace + face});
@@ -109,9 +119,9 @@ class Collector {
 }  // namespace
 
 const char* keyOf(MarkKind kind) {
-  constexpr const char* kKeys[kMarkKinds] = {"openEdges",   "overusedEdges", "sameDirectionEdges",
-                                             "turnedFaces", "doubleFaces",   "selfIntersections",
-                                             "zeroFaces",   "tCorners",      "sameVertices"};
+  constexpr const char* kKeys[kMarkKinds] = {"openEdges",   "overusedEdges",     "sameDirectionEdges", "turnedFaces",
+                                             "doubleFaces", "selfIntersections", "zeroFaces",          "badHoles",
+                                             "zeroEdges",   "tCorners",          "sameVertices"};
   return kKeys[static_cast<std::size_t>(kind)];
 }
 

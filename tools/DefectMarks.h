@@ -17,10 +17,12 @@ enum class MarkKind : std::uint8_t {
   doubleFace,
   intersectingFace,
   zeroFace,
+  badHole,
+  zeroEdge,
   tCorner,
   sameVertex
 };
-inline constexpr std::size_t kMarkKinds = 9;
+inline constexpr std::size_t kMarkKinds = 11;
 
 /// Its name in JSON: "openEdges". What `facetbox check` finds too is called alike.
 const char* keyOf(MarkKind kind);
@@ -43,7 +45,8 @@ struct DefectMarks {
   std::vector<Edge> mEdges;
   std::vector<Face> mFaces;
   std::vector<Vertex> mVertices;
-  /// As check() lists them: of double faces and same vertices all but the first, of intersections the pairs.
+  /// As check() lists them: of double faces and same vertices all but the first, of intersections the pairs, zero
+  /// edges once for each face.
   std::array<std::size_t, kMarkKinds> mCounts{};
   /// False where there are more than counted.
   std::array<bool, kMarkKinds> mAreComplete{};

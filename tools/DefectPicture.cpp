@@ -16,7 +16,7 @@
 namespace tool {
 namespace {
 
-enum class Symbol { line, surface, disc, diamond };
+enum class Symbol { line, surface, disc, diamond, square };
 
 struct Style {
   const char* mName;
@@ -32,12 +32,22 @@ constexpr Style kStyles[kMarkKinds] = {{"open edges", Symbol::line, {213, 94, 0}
                                        {"double faces", Symbol::surface, {86, 180, 233}},
                                        {"intersecting pairs", Symbol::surface, {240, 228, 66}},
                                        {"zero faces", Symbol::line, {0, 158, 115}},
+                                       {"holes that are none", Symbol::line, {0, 0, 0}},
+                                       {"zero edges", Symbol::square, {0, 158, 115}},
                                        {"T-corners", Symbol::diamond, {0, 0, 0}},
                                        {"repeated vertices", Symbol::disc, {255, 255, 255}}};
 constexpr Color kSound{214, 217, 221}, kSoundBack{168, 173, 180};
 
 constexpr double kLineWidth = 3, kOutlineWidth = 1.5, kRadius = 3, kHalo = 1;
+// Larger than the disc that marks the two vertices at one place.
+constexpr double kSquare = 5.5;
 constexpr double kHidden = 0.3;
+
+double radiusOf(Symbol symbol) { return symbol == Symbol::square ? kSquare : kRadius; }
+
+DotShape shapeOf(Symbol symbol) {
+  return symbol == Symbol::disc ? DotShape::disc : symbol == Symbol::square ? DotShape::square : DotShape::diamond;
+}
 
 // What makes marks of a color stand out from all that may lie below.
 Color haloOf(const Color& color) { return isBright(color) ? Color{0, 0, 0} : Color{255, 255, 255}; }
@@ -68,8 +78,7 @@ class MarkPainter {
         paintOutline(face.mFace, (symbol == Symbol::line ? kLineWidth : kOutlineWidth) + 2 * growth, coverage);
     for (const DefectMarks::Vertex& vertex : mMarks.mVertices)
       if (vertex.mKind == kind)
-        mPainter.paintVertex(coverage, mScene.vertex(vertex.mVertex), kRadius + growth,
-                             symbol == Symbol::disc ? DotShape::disc : DotShape::diamond);
+        mPainter.paintVertex(coverage, mScene.vertex(vertex.mVertex), radiusOf(symbol) + growth, shapeOf(symbol));
   }
 
  private:
@@ -104,7 +113,7 @@ void drawSymbol(Picture& picture, const Style& style, int left, int top) {
     else if (style.mSymbol == Symbol::surface)
       paintSquare(coverage, left + 3, top + 2, static_cast<int>(growth));
     else
-      paintDot(coverage, x, y, kRadius + growth, style.mSymbol == Symbol::disc ? DotShape::disc : DotShape::diamond, 1);
+      paintDot(coverage, x, y, radiusOf(style.mSymbol) + growth, shapeOf(style.mSymbol), 1);
     coverage.blendInto(picture, growth > 0 ? haloOf(style.mColor) : style.mColor);
   }
 }
@@ -139,11 +148,12 @@ void paintDefects(Picture& picture, const DefectMarks& marks, const Frame& scene
   const LinePainter lines(grid, camera, kHidden);
   const MarkPainter painter(marks, scene, lines);
   // Faces below edges, edges below vertices, and no halo above a mark.
-  constexpr MarkKind kOrder[][4] = {
-      {MarkKind::intersectingFace, MarkKind::intersectingFace, MarkKind::doubleFace, MarkKind::turnedFace},
-      {MarkKind::sameDirectionEdge, MarkKind::overusedEdge, MarkKind::openEdge, MarkKind::zeroFace},
-      {MarkKind::sameVertex, MarkKind::sameVertex, MarkKind::tCorner, MarkKind::tCorner}};
-  for (const auto& level : kOrder) {
+  const std::vector<MarkKind> order[] = {
+      {MarkKind::intersectingFace, MarkKind::doubleFace, MarkKind::turnedFace},
+      {MarkKind::sameDirectionEdge, MarkKind::overusedEdge, MarkKind::openEdge, MarkKind::zeroFace, MarkKind::badHole},
+      {MarkKind::zeroEdge},
+      {MarkKind::sameVertex, MarkKind::tCorner}};
+  for (const auto& level : order) {
     for (const double growth : {kHalo, 0.0}) {
       for (const MarkKind kind : level) {
         if (!painter.hasAny(kind)) continue;

@@ -110,8 +110,9 @@ void paintDot(Coverage& coverage, double x, double y, double radius, DotShape sh
   for (int row = rows.mFirst; row <= rows.mLast; ++row) {
     for (int column = columns.mFirst; column <= columns.mLast; ++column) {
       const double dx = column + 0.5 - x, dy = row + 0.5 - y;
-      const double distance =
-          shape == DotShape::disc ? std::hypot(dx, dy) : (std::fabs(dx) + std::fabs(dy)) / std::numbers::sqrt2;
+      const double distance = shape == DotShape::disc     ? std::hypot(dx, dy)
+                              : shape == DotShape::square ? std::max(std::fabs(dx), std::fabs(dy))
+                                                          : (std::fabs(dx) + std::fabs(dy)) / std::numbers::sqrt2;
       coverage.raise(column, row, static_cast<float>(coveredPart(radius, distance) * strength));
     }
   }

@@ -41,9 +41,9 @@ class Coverage {
 void paintLine(Coverage& coverage, double x0, double y0, double x1, double y1, double width,
                const std::function<double(double part)>& strengthAt);
 
-enum class DotShape { disc, diamond };
+enum class DotShape { disc, diamond, square };
 
-/// @param radius  pixels
+/// @param radius  pixels; of a square, half its side
 void paintDot(Coverage& coverage, double x, double y, double radius, DotShape shape, double strength);
 
 /// Paints edges and vertices of a scene, smoothly and with constant widths, as far as no face hides them.

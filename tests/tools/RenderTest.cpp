@@ -83,6 +83,14 @@ TEST(RenderDefects, verticesAreDotsAndHiddenMarksAreFaint) {
   EXPECT_EQ(colorAt(dots, 0, -2), (Color{0, 0, 0}));
   EXPECT_EQ(colorAt(dots, 2, 2), (Color{255, 255, 255}));
   EXPECT_EQ(colorAt(dots, -2, 0), kOpen);
+  // A hole that reaches out of its face; an edge between two vertices at (3, 3).
+  const std::string other = folder.write("h.obj",
+                                         "v -3 -3 0\nv 3 -3 0\nv 3 3 0\nv -3 3 0\nv 3 3 0\nv -2 -1 0\nv 1 -1 0\n"
+                                         "v 1 4 0\nf 1 2 3 5 4\nf 6 7 8\n# facetbox:holes 1 2\n");
+  const Picture more = drawn(folder, quoted(other) + kFromAbove + " --show defects");
+  EXPECT_EQ(colorAt(more, 0, -1), (Color{0, 0, 0}));
+  EXPECT_EQ(colorAt(more, 3.4, 3.4), kZero);
+  EXPECT_EQ(colorAt(more, 3, 3), (Color{255, 255, 255}));
   // The square is behind a larger one: the mark is between the color of the face before it and its own.
   const std::string covered = folder.write("c.obj",
                                            "v -2 -2 -1\nv 2 -2 -1\nv 2 2 -1\nv -2 2 -1\nv -4 -4 0\nv 4 -4 0\nv 4 4 0\n"

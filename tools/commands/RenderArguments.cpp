@@ -16,8 +16,8 @@ namespace {
 constexpr const char* kRenderFooter =
     R"(--show defects draws faces gray, and over them in colors and shapes of their own: edges of one face only
 (open), of more than two (overused), and of two that both run in one direction; faces that --conform-normals
-of `facetbox clean` would turn, that repeat another one, that have no area; vertices inside open edges
-(T-corners) and at the place of another one. What is hidden shows faintly. A legend with counts is added
+of `facetbox clean` would turn, that repeat another one, that have no area; holes that are none; edges without length; vertices inside open
+edges (T-corners) and at the place of another one. What is hidden shows faintly. A legend with counts is added
 below the picture; objects are looked at each on its own, as by `facetbox check`.)";
 
 // Returns --show.
