@@ -69,6 +69,8 @@ TEST(HelpFiles, everyOptionOfEveryCommandIsInEach) {
     }
   }
   EXPECT_GT(count, 40u);
+  EXPECT_THAT(zsh, HasSubstr(":(object face material normal)'"));
+  EXPECT_THAT(zsh, HasSubstr(":_values -s , kind short-faces "));
 }
 
 TEST(HelpFiles, thePageIsGoodForItsFormatter) {
@@ -106,6 +108,12 @@ TEST(HelpFiles, bashCompletesCommandsOptionsAndFiles) {
   // A length is expected.
   EXPECT_EQ(completed({"facetbox", "clean", "--all", "t"}, folder.path("")), "\n");
   EXPECT_EQ(completed({"facetbox", "nonsense", "--"}), "\n");
+  EXPECT_EQ(completed({"facetbox", "convert", "x", "y", "--to", "g"}), "gltf\nglb\n");
+  EXPECT_EQ(completed({"facetbox", "convert", "--from", "=", "st"}), "stl\n");
+  EXPECT_EQ(completed({"facetbox", "query", "--by", "="}), "object\nface\nmaterial\n");
+  EXPECT_EQ(completed({"facetbox", "render", "--show", ""}), "defects\n");
+  EXPECT_EQ(completed({"facetbox", "render", "--background", ""}), "white\nblack\n");
+  EXPECT_EQ(completed({"facetbox", "check", "--allow", "open-edges,unused"}), "open-edges,unused-vertices\n");
 }
 
 TEST(HelpFiles, zshReadsTheCompletion) {

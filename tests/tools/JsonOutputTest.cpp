@@ -309,7 +309,7 @@ TEST(ArgumentErrors, arePlainSentencesThatNameTheNearest) {
       {"info a.obj --json=no-idea", "--json takes no value."},
       {"query a.obj --raster a.png --nearest", "--raster and --nearest cannot be given together."},
       {"query a.obj -o a.png", "--output needs --raster."},
-      {"select a.obj --by faces", "--by: 'faces' does not fit. It takes: What counts as one object: object"},
+      {"select a.obj --by faces", "--by: 'faces' is not object|face|material."},
       {"select a.obj --by face --by face", "--by: is given 2 times, but can be only once."},
       {"check a.obj --limit -1", "--limit: '-1' is not a whole number of 0 or more"},
       {"clean a.obj -o b.obj --all 3%%", "--all: '3%%' is not a finite number of 0 or more, such as"}};

@@ -79,7 +79,7 @@ void addCheck(CLI::App& app, Action& action) {
       addParsed(*check, "--limit", "N", "Places shown of each kind of defect; 0: all (default: 10, with --json: all)",
                 options->mWhat.mLimit, parseCount);
   addWhat(*check, options->mWhat);
-  addParsed(*check, "--allow", "KIND,...", "Kinds of defects that do not count, see below", options->mAllowed,
+  addParsed(*check, "--allow", kDefectKindList, "Kinds of defects that do not count, see below", options->mAllowed,
             parseKinds);
   check->add_flag("--join", options->mJoin, "Check all objects as one, instead of each on its own");
   check->add_flag("--json", options->mJson, "Print JSON");

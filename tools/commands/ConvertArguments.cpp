@@ -29,8 +29,7 @@ void addConvert(CLI::App& app, Action& action) {
       ->add_option("OUT", options->mOutput,
                    "File to write: .obj, .ply, .off, .stl, .gltf, .glb, .json; - is standard output")
       ->required();
-  addFormat(*convert, "--from", "Format of IN, whatever its name: obj, ply, off, stl, gltf, glb, cityjson",
-            options->mFrom);
+  addFormat(*convert, "--from", "Format of IN, whatever its name", options->mFrom);
   addFormat(*convert, "--to", "Format of OUT, likewise", options->mTo);
   convert->add_flag("--json", options->mJson, "Print JSON");
   convert->footer(kFooter);

@@ -8,6 +8,9 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <tools/DefectLists.h>
+#include <tools/commands/Options.h>
+
 namespace tool {
 namespace {
 
@@ -41,6 +44,28 @@ bool takesFile(const CLI::Option& option) {
   if (isPositional(option)) return true;
   const std::string type = option.get_type_name();
   return endsAs(type, {"OUT", "OTHER", "MODEL", "FILE", "DIR", "FOLDER", ".png", ".json"});
+}
+
+// The words that an option takes, or of which it takes several with commas between.
+struct Words {
+  std::vector<std::string> mWords;
+  bool mIsList = false;
+};
+
+Words wordsOf(const CLI::Option& option) {
+  const std::string type = option.get_type_name();
+  Words words;
+  if (type == kDefectKindList) {
+    for (std::size_t kind = 0; kind < kDefectKinds; ++kind)
+      words.mWords.emplace_back(namesOf(static_cast<DefectKind>(kind)).mOption);
+    words.mIsList = true;
+    return words;
+  }
+  std::istringstream parts(type);
+  const auto isOfWord = [](char c) { return (c >= 'a' && c <= 'z') || c == '-'; };
+  for (std::string part; std::getline(parts, part, '|');)
+    if (!isPositional(option) && std::all_of(part.begin(), part.end(), isOfWord)) words.mWords.push_back(part);
+  return words;
 }
 
 std::string replaced(const std::string& text, const std::string& characters, const std::string& before) {
@@ -151,12 +176,29 @@ std::vector<std::string> namesWhere(const CLI::App& app, Wanted isWanted) {
   return names;
 }
 
+// What follows an option that takes words.
+std::string bashWords(const CLI::App& command) {
+  std::string cases;
+  for (const CLI::Option* option : optionsOf(command)) {
+    const Words words = wordsOf(*option);
+    if (words.mWords.empty()) continue;
+    cases += fmt::format("        {}) {}{} ;;\n", joined(namesOf(*option), "|"),
+                         words.mIsList ? "list=1 words=" : "words=", shellQuoted(joined(words.mWords, " ")));
+  }
+  return cases.empty() ? "" : "      case $previous in\n" + cases + "      esac\n";
+}
+
 // --- zsh ---
 
 std::string zshText(const std::string& text) { return replaced(text, "[]:\\", "\\"); }
 
 std::string zshOption(const CLI::Option& option) {
-  const std::string action = takesFile(option) ? "_files" : " ";
+  const Words words = wordsOf(option);
+  const std::string all = joined(words.mWords, " ");
+  const std::string action = takesFile(option)      ? "_files"
+                             : words.mWords.empty() ? " "
+                             : words.mIsList        ? "_values -s , kind " + all
+                                                    : "(" + all + ")";
   if (isPositional(option))
     return shellQuoted(fmt::format("{}:{}:_files", isRepeatable(option) ? "*" : "", zshText(option.get_name(true))));
   std::string entries;
@@ -195,14 +237,20 @@ std::string bashCompletion(const CLI::App& app) {
   for (const CLI::App* command : commandsOf(app)) {
     words.push_back(command->get_name());
     const auto isValue = [](const CLI::Option& option) { return takesValue(option) && !takesFile(option); };
-    cases += fmt::format("    {})\n      options={}\n      values={}\n      ;;\n", command->get_name(),
+    cases += fmt::format("    {})\n      options={}\n      values={}\n{}      ;;\n", command->get_name(),
                          shellQuoted(joined(namesWhere(*command, [](const CLI::Option&) { return true; }), " ")),
-                         shellQuoted(" " + joined(namesWhere(*command, isValue), " ") + " "));
+                         shellQuoted(" " + joined(namesWhere(*command, isValue), " ") + " "), bashWords(*command));
   }
   return fmt::format(R"(# Completion of `facetbox` in bash. Made from its help.
 _facetbox() {{
-  local current=${{COMP_WORDS[COMP_CWORD]}} previous=${{COMP_WORDS[COMP_CWORD - 1]}} command= options= values= word
+  local current=${{COMP_WORDS[COMP_CWORD]}} previous=${{COMP_WORDS[COMP_CWORD - 1]}} command= options= values= word words= list=
   COMPREPLY=()
+  # --name=value comes as three words.
+  if [ "$current" = = ]; then
+    current=
+  elif [ "$previous" = = ]; then
+    previous=${{COMP_WORDS[COMP_CWORD - 2]}}
+  fi
   for word in "${{COMP_WORDS[@]:1:COMP_CWORD - 1}}"; do
     case $word in
       -*) ;;
@@ -213,7 +261,12 @@ _facetbox() {{
     '') mapfile -t COMPREPLY < <(compgen -W {} -- "$current"); return ;;
 {}    *) return ;;
   esac
-  # A value that is no file: nothing to offer.
+  if [ "$words" ]; then
+    compopt +o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -W "$words" -P "${{list:+${{current%"${{current##*,}}"}}}}" -- "${{current##*,}}")
+    return
+  fi
+  # A value that is no word and no file: nothing to offer.
   case $values in
     *" $previous "*) return ;;
   esac

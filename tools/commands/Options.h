@@ -11,6 +11,9 @@
 
 namespace tool {
 
+/// How help calls a list of kinds of defects.
+inline constexpr const char* kDefectKindList = "KIND,...";
+
 /// The model that a command reads, and --from.
 void addModel(CLI::App& command, std::string& model, std::optional<facetbox::Format>& from);
 
@@ -25,6 +28,7 @@ void addFormat(CLI::App& command, const std::string& name, const std::string& he
 void addGrouping(CLI::App& command, Grouping& grouping);
 
 /// An option whose text `parse` reads: it takes the text and the name of the option.
+/// @param unit  what the text is, in capitals, or the words that it may be: "object|face". Completions offer these.
 template <typename Value, typename Parse>
 CLI::Option* addParsed(CLI::App& command, const std::string& name, const std::string& unit, const std::string& help,
                        Value& target, Parse parse) {

@@ -114,6 +114,7 @@ class Explainer {
     if (option->get_expected_max() == 0) return fmt::format("{} takes no value", name);
     if (values.empty() || values.front().empty()) return fmt::format("{}: {} is missing behind it", name, type);
     if (values.size() > 1) return fmt::format("{}: is given {} times, but can be only once", name, values.size());
+    if (type.find('|') != std::string::npos) return fmt::format("{}: '{}' is not {}", name, values.front(), type);
     return fmt::format("{}: '{}' does not fit. It takes: {}", name, values.front(), option->get_description());
   }
 

@@ -14,11 +14,11 @@ namespace tool {
 namespace {
 
 constexpr const char* kRenderFooter =
-    R"(--show defects draws faces gray, and over them in colors and shapes of their own: edges of one face only
-(open), of more than two (overused), and of two that both run in one direction; faces that --conform-normals
-of `facetbox clean` would turn, that repeat another one, that have no area; holes that are none; edges without length; vertices inside open
-edges (T-corners) and at the place of another one. What is hidden shows faintly. A legend with counts is added
-below the picture; objects are looked at each on its own, as by `facetbox check`.)";
+    R"(--show defects draws faces gray, and over them in colors and shapes of their own: edges of one face only (open),
+of more than two (overused), and of two that both run in one direction; faces that --conform-normals of
+`facetbox clean` would turn, that repeat another one, that have no area; holes that are none; edges without
+length; vertices inside open edges (T-corners) and at the place of another one. What is hidden shows faintly. A
+legend with counts is added below the picture; objects are looked at each on its own, as by `facetbox check`.)";
 
 // Returns --show.
 CLI::Option* addDefects(CLI::App& render, RenderOptions& options) {
@@ -27,8 +27,8 @@ CLI::Option* addDefects(CLI::App& render, RenderOptions& options) {
     options.mSettings.mColoring = Coloring::defects;
   };
   CLI::Option* const option =
-      render.add_option_function<std::string>("--show", show, "Draw what is wrong with the model: defects")
-          ->type_name("WHAT")
+      render.add_option_function<std::string>("--show", show, "Draw what is wrong with the model")
+          ->type_name("defects")
           ->check(CLI::IsMember({"defects"}).description(""));
   render
       .add_flag("--self-intersections", options.mIntersections,
@@ -52,14 +52,13 @@ void addRender(CLI::App& app, Action& action) {
     options.mSettings.mColoring = by == "normal" ? Coloring::normals : Coloring::entries;
     options.mGrouping = by == "face" ? Grouping::face : by == "material" ? Grouping::material : Grouping::object;
   };
-  CLI::Option* const by = render
-                              ->add_option_function<std::string>("--by", chooseColors,
-                                                                 "Color by object (default), face, material or normal")
-                              ->type_name("WHAT")
-                              ->check(CLI::IsMember({"object", "face", "material", "normal"}).description(""));
+  CLI::Option* const by =
+      render->add_option_function<std::string>("--by", chooseColors, "What colors tell apart (default: object)")
+          ->type_name("object|face|material|normal")
+          ->check(CLI::IsMember({"object", "face", "material", "normal"}).description(""));
   render->add_flag("--wireframe", options.mSettings.mWireframe, "Draw the edges of all faces");
-  addParsed(*render, "--background", "COLOR", "#rrggbb, white (default) or black", options.mSettings.mBackground,
-            parseColor);
+  addParsed(*render, "--background", "white|black|#RRGGBB", "Color of the background (default: white)",
+            options.mSettings.mBackground, parseColor);
   render->add_option("--samples", options.mSettings.mSamples, "Rays per pixel, in each direction: 1 to 4 (default: 2)")
       ->type_name("N")
       ->check(CLI::Range(1, 4).description(""));
