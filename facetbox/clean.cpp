@@ -55,7 +55,9 @@ class CleanUp {
     mIsRunning = true;
     mMonitor.start();
     bool hasChanged = false;
-    if (!isIdle(step)) {
+    if (isIdle(step)) {
+      mIdleSteps.push_back(step);
+    } else {
       mReport = &report;
       const std::uint64_t changes = std::visit([this](const auto& s) { return runStep(s); }, step);
       hasChanged = changes + report.cornersCollapsed != 0;
@@ -112,7 +114,13 @@ class CleanUp {
   }
   std::uint64_t runStep(const RemoveZeroFaces& step) {
     needNormals();
-    return util::removeFacesZero(*mMesh, areaToFrame(step.threshold),
+    std::vector<std::uint32_t> faces = [&] {
+      const util::Monitor::Part part(monitor(), 0.0, 0.5);
+      return util::findFacesBelow(*mMesh, areaToFrame(step.threshold));
+    }();
+    if (faces.empty() && hasNoHoles()) mNoneBelow = step.threshold;
+    const util::Monitor::Part part(monitor(), 0.5, 1.0);
+    return util::removeZeroFaces(*mMesh, std::move(faces),
                                  step.keepClosed ? util::KeepClosed::yes : util::KeepClosed::no);
   }
   std::uint64_t runStep(const RemoveDoubleFaces& step) {
@@ -122,11 +130,18 @@ class CleanUp {
       util::removeUnusedVertices(*mMesh);
       mHasNormals = false;
     }
-    return util::removeFacesDouble(
-        *mMesh, {.compareAttributes = step.compareAttributes, .selfIsDouble = false, .keepClosed = step.keepClosed});
+    const util::DoubleFaceRule rule{
+        .compareAttributes = step.compareAttributes, .selfIsDouble = false, .keepClosed = step.keepClosed};
+    std::vector<util::DoubleFace> doubles = [&] {
+      const util::Monitor::Part part(monitor(), 0.0, 0.7);
+      return util::findDoubleFaces(mMesh->storage(), rule);
+    }();
+    if (doubles.empty() && hasNoHoles()) mNoDoublesBy = step.compareAttributes;
+    const util::Monitor::Part part(monitor(), 0.7, 1.0);
+    return util::removeDoubles(*mMesh, std::move(doubles), rule);
   }
   std::uint64_t runStep(const ConformNormals&) {
-    mReport->facesTurned = util::conformSurfaces(*mMesh);
+    mReport->facesTurned = util::conformSurfaces(*mMesh, &mSurfaces);
     if (mReport->facesTurned != 0) mHasNormals = false;
     return mReport->facesTurned;
   }
@@ -156,12 +171,52 @@ class CleanUp {
       if (merge->tolerance <= mWeldedUpTo) return true;
     if (const auto* const edges = std::get_if<RemoveZeroEdges>(&step))
       if (edges->threshold <= mWeldedUpTo) return true;
-    return std::ranges::any_of(mIdleSteps, [&](const Step& idle) { return idle == step; });
+    return std::ranges::any_of(mIdleSteps, [&](const Step& idle) { return idle == step; }) ||
+           std::visit([this](const auto& s) { return isIdleAfterMerging(s); }, step);
   }
+
+  // Where all that has happened since a step found nothing to do is that faces were merged, only these have to be
+  // looked at.
+  bool isIdleAfterMerging(const RemoveZeroFaces& step) const {
+    if (mNoneBelow != step.threshold) return false;
+    const util::MeshStorage& m = mMesh->storage();
+    const double threshold = areaToFrame(step.threshold);
+    return std::ranges::none_of(grownFaces(), [&](std::uint32_t f) { return util::isFaceBelow(m, f, threshold); });
+  }
+  bool isIdleAfterMerging(const RemoveDoubleFaces& step) const {
+    return mNoDoublesBy == step.compareAttributes && !util::mayHaveDoubles(mMesh->storage(), grownFaces());
+  }
+  bool isIdleAfterMerging(const ConformNormals&) const {
+    return mSurfaces && mSurfaces->wouldStay(*mMesh, mHistory.grownFaces);
+  }
+  template <class Other>
+  bool isIdleAfterMerging(const Other&) const {
+    return false;
+  }
+
+  /// The faces that others were merged into, by their present numbers, ascending.
+  std::vector<std::uint32_t> grownFaces() const {
+    std::vector<std::uint32_t> faces;
+    if (mHistory.grownFaces.empty()) return faces;
+    util::Buffer<std::uint8_t> isGrown(mMesh->storage().mFaces.size(), 0);
+    for (const std::uint32_t item : mHistory.grownFaces) isGrown[mHistory.faces.map()[item]] = 1;
+    for (std::uint32_t face = 0; face < isGrown.size(); ++face)
+      if (isGrown[face] != 0) faces.push_back(face);
+    return faces;
+  }
+
+  bool hasNoHoles() const { return mMesh->storage().mHoles.empty(); }
 
   void noteChanges(const Step& step, bool hasChanged) {
     if (hasChanged) mIdleSteps.clear();
     if (!hasChanged || leavesNothingToDo(step)) mIdleSteps.push_back(step);
+    const bool hasMergedOnly =
+        std::holds_alternative<MergeCoplanar>(step) && hasNoHoles() && mHistory.droppedHoles.empty();
+    if (!hasChanged || hasMergedOnly) return;
+    mNoneBelow.reset();
+    mNoDoublesBy.reset();
+    if (!std::holds_alternative<ConformNormals>(step)) mSurfaces.reset();
+    mHistory.grownFaces.clear();
   }
 
   /// Whether a second run at once would change nothing.
@@ -279,9 +334,13 @@ class CleanUp {
   bool mHasNormals = false;
   StepReport* mReport = nullptr;  // of the step that runs
   bool mMayHaveRepeats = true;
-  double mWeldedUpTo = -1;            // no two vertices lie within this tolerance
-  std::vector<Step> mIdleSteps;       // that have nothing to do in the mesh as it is
-  std::optional<Measures> mMeasures;  // of the mesh as it is
+  double mWeldedUpTo = -1;       // no two vertices lie within this tolerance
+  std::vector<Step> mIdleSteps;  // that have nothing to do in the mesh as it is
+  // What held before faces were merged, of which the history has a list. Only in a mesh without holes.
+  std::optional<double> mNoneBelow;                // no face has an area below
+  std::optional<bool> mNoDoublesBy;                // no face has a double, with attributes or without
+  std::optional<util::SettledSurfaces> mSurfaces;  // faces run as they should
+  std::optional<Measures> mMeasures;               // of the mesh as it is
   Cleaned mResult;
 };
 

@@ -180,6 +180,15 @@ TEST(Clean, chainsGiveWhatTheirStepsGive) {
   }
 }
 
+// Both sides of a sheet, cut along different diagonals. What the first search has found does not hold for merged faces.
+TEST(Clean, mergingBringsDoublesToLight) {
+  const PolyMesh sheet{.points = {0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0},
+                       .counts = {3, 3, 3, 3},
+                       .indices = {0, 1, 2, 0, 2, 3, 0, 3, 1, 1, 3, 2}};
+  const Cleaned cleaned = clean(sheet, {RemoveDoubleFaces{}, MergeCoplanar{1}, RemoveDoubleFaces{}});
+  EXPECT_EQ(cleaned.faceMap, (Indices{0, 0, kNone, kNone}));
+}
+
 /// Edges with one use.
 std::size_t openEdgesOf(const PolyMesh& mesh) { return check(mesh).openEdges.size(); }
 

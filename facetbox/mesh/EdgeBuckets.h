@@ -1,6 +1,8 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -57,36 +59,51 @@ class EdgeBuckets {
         take(std::span(mUses).subspan(first, mEnds[v] - first));
   }
 
-  /// Calls `match(a, b)` for the two uses of every edge that is used exactly twice; reorders buckets. O(uses),
-  /// O(uses log uses) in a large bucket.
-  template <class Match>
-  void forEachPair(Match match) {
+  /// Calls `match(low, a, b)` for the two uses of every edge that is used exactly twice, and `rest(low, uses)` for all
+  /// uses of every other edge, where `low` is the lower vertex; reorders buckets. O(uses), O(uses log uses) in a large
+  /// bucket.
+  template <class Match, class Rest>
+  void forEachPair(Match match, Rest rest) {
+    std::uint32_t low = 0;
     forEach([&](std::span<Use> bucket) {
       if (bucket.size() < kSortFrom)
-        lookForPairs(bucket, match);
+        lookForPairs(low, bucket, match, rest);
       else
-        sortForPairs(bucket, match);
+        sortForPairs(low, bucket, match, rest);
+      ++low;
     });
+  }
+  template <class Match>
+  void forEachPair(Match match) {
+    forEachPair([&](std::uint32_t, const Use& a, const Use& b) { match(a, b); },
+                [](std::uint32_t, std::span<const Use>) {});
   }
 
  private:
-  template <class Match>
-  static void lookForPairs(std::span<const Use> bucket, Match& match) {
+  template <class Match, class Rest>
+  static void lookForPairs(std::uint32_t low, std::span<const Use> bucket, Match& match, Rest& rest) {
+    static_assert(kSortFrom <= 32);
+    std::uint32_t seen = 0;  // bit per use
     for (std::size_t i = 0; i < bucket.size(); ++i) {
+      if ((seen >> i & 1) != 0) continue;
       const std::uint32_t high = bucket[i].high();
-      std::size_t other = i, laterCount = 0;
-      for (std::size_t j = i + 1; j < bucket.size(); ++j) {
-        if (bucket[j].high() != high) continue;
-        other = j;
-        ++laterCount;
+      std::uint32_t same = 0;
+      for (std::size_t j = i + 1; j < bucket.size(); ++j) same |= std::uint32_t{bucket[j].high() == high} << j;
+      seen |= same;
+      if (std::has_single_bit(same)) {
+        match(low, bucket[i], bucket[static_cast<std::size_t>(std::countr_zero(same))]);
+        continue;
       }
-      const auto isSame = [high](const Use& earlier) { return earlier.high() == high; };
-      if (laterCount == 1 && std::ranges::none_of(bucket.first(i), isSame)) match(bucket[i], bucket[other]);
+      std::array<Use, kSortFrom> uses;
+      std::size_t count = 0;
+      for (same |= std::uint32_t{1} << i; same != 0; same &= same - 1)
+        uses[count++] = bucket[static_cast<std::size_t>(std::countr_zero(same))];
+      rest(low, std::span<const Use>(uses.data(), count));
     }
   }
 
-  template <class Match>
-  void sortForPairs(std::span<Use> bucket, Match& match) {
+  template <class Match, class Rest>
+  void sortForPairs(std::uint32_t low, std::span<Use> bucket, Match& match, Rest& rest) {
     if (mMonitor)
       std::ranges::sort(bucket, [this](const Use& a, const Use& b) {
         mMonitor->tick();
@@ -97,7 +114,10 @@ class EdgeBuckets {
     for (auto begin = bucket.begin(); begin != bucket.end();) {
       const std::uint32_t high = begin->high();
       const auto end = std::find_if(begin, bucket.end(), [high](const Use& use) { return use.high() != high; });
-      if (end - begin == 2) match(begin[0], begin[1]);
+      if (end - begin == 2)
+        match(low, begin[0], begin[1]);
+      else
+        rest(low, std::span<const Use>(begin, end));
       begin = end;
     }
   }

@@ -78,6 +78,8 @@ class NumberHistory {
 struct MeshHistory {
   NumberHistory vertices, faces;
   std::vector<facetbox::DroppedHole> droppedHoles;  ///< faces are first items, as the mesh was given
+  /// First items of the faces that others were merged into, since somebody has emptied the list; some more than once.
+  std::vector<std::uint32_t> grownFaces;
 
   MeshHistory(std::size_t vertexCount, std::size_t faceCount) : vertices(vertexCount), faces(faceCount) {}
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <utility>
 
 #include <boost/thread/lock_types.hpp>
 
@@ -24,9 +25,20 @@ const std::vector<ConnectivityCache::VertexPair>& ConnectivityCache::edges(const
   return *mEdges;
 }
 
+void ConnectivityCache::keepTwins(EdgeTwins&& twins) {
+  const boost::unique_lock<boost::mutex> lock(mMutex);
+  mTwins = std::move(twins);
+}
+
+std::optional<EdgeTwins> ConnectivityCache::takeTwins() {
+  const boost::unique_lock<boost::mutex> lock(mMutex);
+  return std::exchange(mTwins, std::nullopt);
+}
+
 void ConnectivityCache::clear() {
   const boost::unique_lock<boost::mutex> lock(mMutex);
   mEdges.reset();
+  mTwins.reset();
 }
 
 CacheStamps& CacheStamps::operator=(const CacheStamps&) {

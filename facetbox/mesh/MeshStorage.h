@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -14,6 +15,7 @@
 #include <facetbox/base/Monitor.h>
 #include <facetbox/materials/Shader.h>
 #include <facetbox/math/Vec3.h>
+#include <facetbox/mesh/EdgeTwins.h>
 #include <facetbox/mesh/HoleTable.h>
 #include <facetbox/mesh/MeshHistory.h>
 #include <facetbox/mesh/MeshLimits.h>
@@ -38,10 +40,16 @@ class ConnectivityCache {
   /// The undirected edges of the faces as (smaller, larger) vertex index, ascending, each once. Built when first asked
   /// for; the reference lives until the mesh changes. May be called from several threads.
   const std::vector<VertexPair>& edges(const PrimitiveList& faces);
+
+  /// Keeps the edge twins that an operation has found, for the next one that needs them. Copies have none.
+  void keepTwins(EdgeTwins&& twins);
+  /// The twins, where they are known; they are gone then.
+  std::optional<EdgeTwins> takeTwins();
   void clear();
 
  private:
   boost::mutex mMutex;
+  std::optional<EdgeTwins> mTwins;                  // guarded by mMutex
   std::unique_ptr<std::vector<VertexPair>> mEdges;  // guarded by mMutex
 };
 

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <utility>
 #include <vector>
 
+#include <facetbox/mesh/EdgeTwins.h>
 #include <facetbox/mesh/MeshStorage.h>
 
 namespace util {
@@ -48,6 +50,16 @@ std::string findHoleProblem(const SmallIndexList& list, std::size_t faceCount) {
   return outer == HoleTable::kNone ? "" : "unterminated hole group";
 }
 
+bool areTwinsOutdated(const MeshStorage& m) {
+  std::optional<EdgeTwins> known = m.mConnectivity.takeTwins();
+  if (!known) return false;
+  const EdgeTwins fresh = findEdgeTwins(m.mFaces, m.mVertices.size());
+  const bool areSame =
+      std::ranges::equal(known->mCorners, fresh.mCorners, {}, &EdgeTwins::Corner::mTwin, &EdgeTwins::Corner::mTwin);
+  m.mConnectivity.keepTwins(std::move(*known));
+  return !areSame;
+}
+
 }  // namespace
 
 std::string findMeshProblem(const Mesh& mesh) {
@@ -59,6 +71,7 @@ std::string findMeshProblem(const Mesh& mesh) {
     return "vertex index lists not parallel to the vertices";
   ConnectivityCache fresh;
   if (m.mConnectivity.edges(m.mFaces) != fresh.edges(m.mFaces)) return "outdated connectivity";
+  if (areTwinsOutdated(m)) return "outdated edge twins";
   return findHoleProblem(m.mHoles.list(), m.mFaces.size());
 }
 

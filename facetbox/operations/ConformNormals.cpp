@@ -1,6 +1,7 @@
 #include <facetbox/operations/ConformNormals.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -235,29 +236,34 @@ bool isSingleSurface(const SurfacePieces& pieces, std::span<const std::uint32_t>
                              [&](std::uint32_t face) { return pieces.isHole(face) || !std::exchange(hasFace, true); });
 }
 
-/// Whether the lowest face of a piece looks outward, or the others once they run like it.
-bool looksOutward(const SurfacePieces& pieces, std::size_t piece, const MeshStorage& m) {
-  const auto faces = pieces.faces(piece);
+/// What a face is to its piece.
+struct FaceRole {
+  bool isHole = false, isRimReversed = false, runsAgainstLowest = false;
+};
+
+/// Whether the lowest face of a piece looks outward, or the others once they run like it. `roleOf(face)` is a FaceRole.
+template <class RoleOf>
+bool looksOutward(std::span<const std::uint32_t> faces, bool isClosed, const MeshStorage& m, RoleOf roleOf) {
   // A flip swaps the first two corners.
   const auto first = m.mFaces.corners(faces.front());
   const Vec3& origin = m.mVertices[std::min(first[0], first[1])];
   const auto measureFaces = [&](auto add) {
     PieceMeasure measure(origin);
     forEachBlock(faces, m.mMonitor.get(), [&](std::span<const std::uint32_t> block) {
-      for (const std::uint32_t face : block) add(measure, face, m.mFaces.corners(face));
+      for (const std::uint32_t face : block) add(measure, roleOf(face), m.mFaces.corners(face));
     });
     return measure;
   };
-  if (pieces.isClosed(piece)) {
-    const PieceMeasure measure = measureFaces([&](PieceMeasure& sums, std::uint32_t face, auto corners) {
-      sums.addVolume(m.mVertices, corners, pieces.isRimReversed(face) != pieces.runsAgainstLowest(face));
+  if (isClosed) {
+    const PieceMeasure measure = measureFaces([&](PieceMeasure& sums, const FaceRole& role, auto corners) {
+      sums.addVolume(m.mVertices, corners, role.isRimReversed != role.runsAgainstLowest);
     });
     if (const int sign = measure.closedVolumeSign(); sign != 0) return sign > 0;
   }
-  const PieceMeasure measure = measureFaces([&](PieceMeasure& sums, std::uint32_t face, auto corners) {
-    sums.add(m.mVertices, corners, pieces.isHole(face), pieces.isRimReversed(face), pieces.runsAgainstLowest(face));
+  const PieceMeasure measure = measureFaces([&](PieceMeasure& sums, const FaceRole& role, auto corners) {
+    sums.add(m.mVertices, corners, role.isHole, role.isRimReversed, role.runsAgainstLowest);
   });
-  const int sign = pieces.isClosed(piece) ? 0 : measure.openVolumeSign();
+  const int sign = isClosed ? 0 : measure.openVolumeSign();
   return sign != 0 ? sign > 0 : measure.hasMajority();
 }
 
@@ -288,15 +294,18 @@ std::uint64_t conformNormals(Mesh& mesh, const double* transform) {
   return flipped;
 }
 
-std::uint64_t conformSurfaces(Mesh& mesh) {
+std::uint64_t conformSurfaces(Mesh& mesh, std::optional<SettledSurfaces>* settled) {
   MeshStorage& m = mesh.storage();
   Monitor* const monitor = m.mMonitor.get();
   dropVertexNormals(m);
-  const auto pieces = [&] {
+  SurfacePieces pieces = [&] {
     const Monitor::Part part(monitor, 0.0, 0.6);
     return SurfacePieces(m);
   }();
   const Monitor::Part part(monitor, 0.6, 1.0, 2 * m.mFaces.size());
+  const auto roleOf = [&](std::uint32_t face) {
+    return FaceRole{pieces.isHole(face), pieces.isRimReversed(face), pieces.runsAgainstLowest(face)};
+  };
   std::uint64_t flipped = 0;
   for (std::size_t piece = 0; piece < pieces.size(); ++piece) {
     const auto faces = pieces.faces(piece);
@@ -304,7 +313,7 @@ std::uint64_t conformSurfaces(Mesh& mesh) {
       if (monitor) monitor->tick(2 * faces.size());
       continue;
     }
-    const bool turnsLowest = !looksOutward(pieces, piece, m);
+    const bool turnsLowest = !looksOutward(faces, pieces.isClosed(piece), m, roleOf);
     forEachBlock(faces, monitor, [&](std::span<const std::uint32_t> block) {
       for (const std::uint32_t face : block) {
         if (pieces.runsAgainstLowest(face) == turnsLowest) continue;
@@ -313,8 +322,32 @@ std::uint64_t conformSurfaces(Mesh& mesh) {
       }
     });
   }
-  clearConnectivityCache(mesh);
+  if (flipped != 0) clearConnectivityCache(mesh);
+  if (settled && m.mHistory && m.mHoles.empty() && pieces.areOrientable())
+    settled->emplace(std::move(pieces), m.mHistory->faces.sources());
   return flipped;
+}
+
+bool SettledSurfaces::wouldStay(const Mesh& mesh, std::span<const std::uint32_t> grown) const {
+  const MeshStorage& m = mesh.storage();
+  Monitor* const monitor = m.mMonitor.get();
+  const auto map = m.mHistory->faces.map(), sources = m.mHistory->faces.sources();
+  assert(m.mHoles.empty());
+  Buffer<std::uint8_t> isGrown(map.size(), 0);
+  for (const std::uint32_t item : grown) isGrown[item] = 1;
+  const Monitor::Part part(monitor, 0.0, 1.0, 2 * m.mFaces.size());
+  std::vector<std::uint32_t> faces;  // of a piece, those that are left
+  for (std::size_t piece = 0; piece < mPieces.size(); ++piece) {
+    const auto itemOf = [&](std::uint32_t old) { return mSources[old]; };
+    const auto old = mPieces.faces(piece);
+    if (std::ranges::none_of(old, [&](std::uint32_t face) { return isGrown[itemOf(face)] != 0; })) continue;
+    faces.clear();
+    for (const std::uint32_t face : old)
+      if (const std::uint32_t now = map[itemOf(face)]; sources[now] == itemOf(face)) faces.push_back(now);
+    if (faces.size() > 1 && !looksOutward(faces, mPieces.isClosed(piece), m, [](std::uint32_t) { return FaceRole{}; }))
+      return false;
+  }
+  return true;
 }
 
 }  // namespace util

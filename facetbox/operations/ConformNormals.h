@@ -1,7 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <span>
+#include <utility>
 
+#include <facetbox/base/Buffer.h>
+#include <facetbox/operations/SurfacePieces.h>
 #include <facetbox/util/Mesh.h>
 
 namespace util {
@@ -29,6 +34,25 @@ namespace util {
 /// identity.
 std::uint64_t conformNormals(Mesh& mesh, const double* transform);
 
+/// The pieces that conformSurfaces() has oriented. Where faces are merged over clean edges and nothing else happens,
+/// pieces stay what they are, and only their measure has to be taken again: each face that has gone lies in another one
+/// of its piece, and edges that vanish vanish on both sides.
+class SettledSurfaces {
+ public:
+  /// @param sources  of the history, when the pieces were found
+  SettledSurfaces(SurfacePieces&& pieces, std::span<const std::uint32_t> sources)
+      : mPieces(std::move(pieces)), mSources(sources.begin(), sources.end()) {}
+
+  /// Whether conformSurfaces() would turn no face. Only where faces without holes have been merged, and no more.
+  /// @param grown  first items of the faces that others were merged into
+  /// O(faces), and the corners of the pieces of these faces.
+  bool wouldStay(const Mesh& mesh, std::span<const std::uint32_t> grown) const;
+
+ private:
+  SurfacePieces mPieces;
+  Buffer<std::uint32_t> mSources;  // per face as they were: the first item
+};
+
 /// The same of surfaces, outward by their own shape: no axis and no length matters, and a second run turns nothing.
 ///
 /// A face and its holes are one surface, neighbors are surfaces that use an edge once each: see SurfacePieces, also for
@@ -47,6 +71,8 @@ std::uint64_t conformNormals(Mesh& mesh, const double* transform);
 /// @return number of faces flipped, holes included
 /// O(vertices + corners), and sorting around single vertices. Beside the mesh, about 8 bytes a corner, 4 a vertex and
 /// 5 a face, then 18 a face.
-std::uint64_t conformSurfaces(Mesh& mesh);
+/// @param settled  unless null: gets what a later call can do without the whole, where the mesh has a history and no
+///                 holes, and all pieces can be oriented
+std::uint64_t conformSurfaces(Mesh& mesh, std::optional<SettledSurfaces>* settled = nullptr);
 
 }  // namespace util

@@ -1,6 +1,7 @@
 #include <facetbox/operations/DoubleFaceSearch.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <iterator>
 #include <span>
@@ -216,6 +217,26 @@ class DoubleFaceSearch {
 
 std::vector<DoubleFace> findDoubleFaces(const MeshStorage& mesh, const DoubleFaceRule& rule) {
   return DoubleFaceSearch(mesh, rule).run();
+}
+
+bool mayHaveDoubles(const MeshStorage& mesh, std::span<const std::uint32_t> faces) {
+  assert(mesh.mHoles.empty());
+  constexpr std::uint32_t kNone = 0xFFFFFFFFu;
+  std::size_t stepsLeft = 16 * mesh.mFaces.size();
+  const auto cornersOf = [&](std::uint32_t face) { return mesh.mFaces.corners(face); };
+  // Chains by the lowest vertex, which doubles have in common.
+  Buffer<std::uint32_t> first(mesh.mVertices.size(), kNone), next(faces.size());
+  for (std::uint32_t i = 0; i < faces.size(); ++i)
+    next[i] = std::exchange(first[std::ranges::min(cornersOf(faces[i]))], i);
+  const auto mayBeDouble = [&](std::uint32_t a, std::uint32_t b) {
+    const auto ofA = cornersOf(a), ofB = cornersOf(b);
+    return a != b && ofA.size() == ofB.size() && faceHash(ofA) == faceHash(ofB);
+  };
+  for (Monitor::Blocks blocks(mesh.mMonitor.get(), mesh.mFaces.size()); blocks.next();)
+    for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
+      for (std::uint32_t i = first[std::ranges::min(cornersOf(face))]; i != kNone; i = next[i])
+        if (stepsLeft-- == 0 || mayBeDouble(face, faces[i])) return true;
+  return false;
 }
 
 }  // namespace util

@@ -2,6 +2,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include <facetbox/mesh/MeshStorage.h>
@@ -19,5 +20,10 @@ struct DoubleFace {
 
 /// The faces that removeFacesDouble() removes as doubles, in no particular order.
 std::vector<DoubleFace> findDoubleFaces(const MeshStorage& mesh, const DoubleFaceRule& rule);
+
+/// Whether some of `faces` may have doubles: false where there are none for certain. Only without hole groups, and by
+/// a rule that compares no face with itself. O(vertices + corners): gives up, with true, where very many faces have one
+/// lowest vertex.
+bool mayHaveDoubles(const MeshStorage& mesh, std::span<const std::uint32_t> faces);
 
 }  // namespace util

@@ -14,8 +14,10 @@ void RegionMerger::mergeFacesWithSharedEdge(std::uint32_t seed, std::span<const 
   mRuns.changeLike(survivor, seed);
   const std::int32_t tag = m.mFaces.tag(seed);
   for (const std::uint32_t member : members) noteNewOuter(member, survivor);
-  if (m.mHistory)
+  if (m.mHistory) {
     for (const std::uint32_t member : members.subspan(1)) m.mHistory->faces.join(member, survivor);
+    m.mHistory->grownFaces.push_back(m.mHistory->faces.sources()[survivor]);
+  }
   // Inner loops are read from the members' corners later: these have to stay.
   writeLoop(survivor, outer, inner.empty() ? roomOf(members) : 0);
   if (mTwins) mTwins->lay(survivor, m.mFaces.offset(survivor));

@@ -28,6 +28,7 @@ class CoplanarMerge {
   CoplanarMerge(MeshStorage& mesh, double toleranceDegrees, bool compareAttributes, JoinTest::Flatness flatness)
       : m(mesh), mNormalTest(toleranceDegrees), mCompareAttributes(compareAttributes), mFlatness(flatness), mTwins([&] {
           const Monitor::Part part(m.mMonitor.get(), 0.0, 0.3);
+          if (std::optional<EdgeTwins> known = m.mConnectivity.takeTwins()) return std::move(*known);
           return findEdgeTwins(m.mFaces, m.mVertices.size(), m.mMonitor.get());
         }()) {
     keepHolesApart();

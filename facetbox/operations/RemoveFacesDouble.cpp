@@ -1,6 +1,7 @@
 #include <facetbox/operations/RemoveFacesDouble.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include <facetbox/mesh/HoleClearing.h>
@@ -56,18 +57,22 @@ std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes) {
 }
 
 std::uint64_t removeFacesDouble(Mesh& mesh, const DoubleFaceRule& rule) {
-  MeshStorage& m = mesh.storage();
-  if (m.mFaces.empty()) return 0;
+  Monitor* const monitor = mesh.storage().mMonitor.get();
   std::vector<DoubleFace> doubles = [&] {
-    const Monitor::Part part(m.mMonitor.get(), 0.0, 0.7);
-    return findDoubleFaces(m, rule);
+    const Monitor::Part part(monitor, 0.0, 0.7);
+    return findDoubleFaces(mesh.storage(), rule);
   }();
+  const Monitor::Part part(monitor, 0.7, 1.0);
+  return removeDoubles(mesh, std::move(doubles), rule);
+}
+
+std::uint64_t removeDoubles(Mesh& mesh, std::vector<DoubleFace> doubles, const DoubleFaceRule& rule) {
+  MeshStorage& m = mesh.storage();
   if (doubles.empty()) return 0;
   const std::vector<HoleTable::Group> groups = m.mHoles.groupsByOuter(m.mFaces.size());
   if (rule.keepClosed) keepClosed(m, groups, doubles);
   if (doubles.empty()) return 0;
   mergeTags(m, doubles);
-  const Monitor::Part part(m.mMonitor.get(), 0.7, 1.0);
   for (const DoubleFace& pair : doubles) clearFaceAndHoles(m, pair.cleared, groups);
   compactMesh(mesh);
   return doubles.size();

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
+#include <facetbox/operations/DoubleFaceSearch.h>
 #include <facetbox/operations/FaceComparison.h>
 #include <facetbox/util/Mesh.h>
 
@@ -27,5 +29,8 @@ std::uint64_t removeFacesDouble(Mesh& mesh, bool compareAttributes);
 /// The same by a rule. With `keepClosed`, the lowest double that runs backwards stays where more edges would be open
 /// without it (findUnitsToKeep()); all others go.
 std::uint64_t removeFacesDouble(Mesh& mesh, const DoubleFaceRule& rule);
+
+/// The second half of that: removes what findDoubleFaces() has found by the rule.
+std::uint64_t removeDoubles(Mesh& mesh, std::vector<DoubleFace> doubles, const DoubleFaceRule& rule);
 
 }  // namespace util

@@ -1,5 +1,6 @@
 #include <facetbox/operations/RemoveFacesZero.h>
 
+#include <utility>
 #include <vector>
 
 #include <facetbox/mesh/Maintenance.h>
@@ -28,23 +29,37 @@ void keepMeshClosed(const MeshStorage& m, std::vector<std::uint32_t>& going) {
 
 }  // namespace
 
-std::uint64_t removeFacesZero(Mesh& mesh, double threshold, KeepClosed keepClosed) {
+bool isFaceBelow(const MeshStorage& m, std::uint32_t face, double threshold) {
+  return threshold > computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face));
+}
+
+std::vector<std::uint32_t> findFacesBelow(const Mesh& mesh, double threshold) {
+  const MeshStorage& m = mesh.storage();
+  std::vector<std::uint32_t> faces;
+  for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
+    for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
+      if (isFaceBelow(m, face, threshold)) faces.push_back(face);
+  return faces;
+}
+
+std::uint64_t removeZeroFaces(Mesh& mesh, std::vector<std::uint32_t> faces, KeepClosed keepClosed) {
   MeshStorage& m = mesh.storage();
-  std::vector<std::uint32_t> going;
-  {
-    const Monitor::Part part(m.mMonitor.get(), 0.0, 0.5);
-    for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
-      for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
-        if (threshold > computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face)))
-          going.push_back(face);
-  }
-  if (keepClosed == KeepClosed::yes && !going.empty()) keepMeshClosed(m, going);
-  if (going.empty()) return 0;
-  for (const std::uint32_t face : going) m.mFaces.clear(face);
+  if (keepClosed == KeepClosed::yes && !faces.empty()) keepMeshClosed(m, faces);
+  if (faces.empty()) return 0;
+  for (const std::uint32_t face : faces) m.mFaces.clear(face);
   if (m.mHistory) noteDroppedHoles(m);
-  const Monitor::Part part(m.mMonitor.get(), 0.5, 1.0);
   compactMesh(mesh);
-  return going.size();
+  return faces.size();
+}
+
+std::uint64_t removeFacesZero(Mesh& mesh, double threshold, KeepClosed keepClosed) {
+  Monitor* const monitor = mesh.storage().mMonitor.get();
+  std::vector<std::uint32_t> faces = [&] {
+    const Monitor::Part part(monitor, 0.0, 0.5);
+    return findFacesBelow(mesh, threshold);
+  }();
+  const Monitor::Part part(monitor, 0.5, 1.0);
+  return removeZeroFaces(mesh, std::move(faces), keepClosed);
 }
 
 }  // namespace util

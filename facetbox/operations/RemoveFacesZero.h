@@ -1,10 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include <facetbox/util/Mesh.h>
 
 namespace util {
+
+struct MeshStorage;
 
 /// Whether faces stay without which more edges would be open than with them (findUnitsToKeep()).
 enum class KeepClosed : bool { no, yes };
@@ -16,5 +19,12 @@ enum class KeepClosed : bool { no, yes };
 /// @param threshold  area in squared mesh units; zero or less removes nothing
 /// @return number of faces cleared. If 0, the mesh is untouched. O(corners).
 std::uint64_t removeFacesZero(Mesh& mesh, double threshold, KeepClosed keepClosed = KeepClosed::no);
+
+/// The two halves of that: the faces below `threshold`, ascending, and the removal of those that need not stay.
+std::vector<std::uint32_t> findFacesBelow(const Mesh& mesh, double threshold);
+std::uint64_t removeZeroFaces(Mesh& mesh, std::vector<std::uint32_t> faces, KeepClosed keepClosed);
+
+/// Whether a face is below `threshold`.
+bool isFaceBelow(const MeshStorage& mesh, std::uint32_t face, double threshold);
 
 }  // namespace util

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <facetbox/mesh/EdgeBuckets.h>
+#include <facetbox/mesh/EdgeTwins.h>
 #include <facetbox/operations/PieceMeasure.h>
 
 namespace util {
@@ -25,21 +26,24 @@ void sortWithTicks(std::span<Item> items, Monitor* monitor) {
 
 }  // namespace
 
-SurfacePieces::SurfacePieces(const MeshStorage& mesh) : mIsOpen(mesh.mFaces.size(), 0) {
-  const auto faceCount = static_cast<std::uint32_t>(mesh.mFaces.size());
+SurfacePieces::SurfacePieces(const MeshStorage& mesh) {
   Monitor* const monitor = mesh.mMonitor.get();
-  mLinks.resize(faceCount);
-  for (std::uint32_t face = 0; face < faceCount; ++face) mLinks[face] = face << 1;
+  linkEachToItself(mesh.mFaces.size());
   linkHoles(mesh);
-  Buffer<FaceAndDirection> overused;
   {
     const Monitor::Part part(monitor, 0.0, 0.8);
-    linkNeighbors(mesh, overused);
+    linkNeighbors(mesh);
   }
   const Monitor::Part part(monitor, 0.8, 1.0);
   linkToLowest(monitor);
-  judgeOverused(overused, monitor);
+  judgeOverused(monitor);
   listPieces(monitor);
+}
+
+void SurfacePieces::linkEachToItself(std::size_t faceCount) {
+  mIsOpen.assign(faceCount, 0);
+  mLinks.resize(faceCount);
+  for (std::uint32_t face = 0; face < faceCount; ++face) mLinks[face] = face << 1;
 }
 
 void SurfacePieces::linkHoles(const MeshStorage& mesh) {
@@ -61,7 +65,51 @@ void SurfacePieces::linkHoles(const MeshStorage& mesh) {
   }
 }
 
-void SurfacePieces::linkNeighbors(const MeshStorage& mesh, Buffer<FaceAndDirection>& overused) {
+/// The order in which neighbors are joined matters only where a piece cannot be oriented: then it is done once more, in
+/// the order of the edges.
+void SurfacePieces::linkNeighbors(const MeshStorage& mesh) {
+  if (mesh.mVertices.size() <= DirectedUse::kReversedBit) {
+    mAreOrientable = linkPairs(mesh);
+    if (mAreOrientable) return;
+    mOverused.clear();
+    linkEachToItself(mesh.mFaces.size());
+    linkHoles(mesh);
+  }
+  linkInOrder(mesh);
+}
+
+/// False where a piece cannot be oriented.
+bool SurfacePieces::linkPairs(const MeshStorage& mesh) {
+  bool fits = true;
+  const auto useOf = [&](const EdgeTwins& twins, const DirectedUse& use) {
+    const std::uint32_t face = twins.faceOf(use.mPosition);
+    return face << 1 | (use.runsDown() != isRimReversed(face) ? 1u : 0u);
+  };
+  const auto judgePair = [&](const EdgeTwins& twins, std::uint32_t low, const DirectedUse& a, const DirectedUse& b) {
+    if (a.high() == low) return;
+    const FaceAndDirection first = useOf(twins, a), second = useOf(twins, b);
+    const std::uint32_t isSameDirection = ~(first ^ second) & 1;
+    if (first >> 1 != second >> 1)
+      fits = join(first >> 1, second >> 1, isSameDirection) && fits;
+    else if (isSameDirection != 0)
+      mIsOpen[first >> 1] = 1;
+  };
+  const auto judgeOthers = [&](const EdgeTwins& twins, std::uint32_t low, std::span<const DirectedUse> uses) {
+    if (uses.front().high() == low) return;
+    if (uses.size() == 1) {
+      mIsOpen[useOf(twins, uses.front()) >> 1] = 1;
+      return;
+    }
+    for (const DirectedUse& use : uses) mOverused.push_back(useOf(twins, use));
+    mOverused.push_back(kEndOfEdge);
+  };
+  Monitor* const monitor = mesh.mMonitor.get();
+  EdgeTwins twins = findEdgeTwins(mesh.mFaces, mesh.mVertices.size(), monitor, judgePair, judgeOthers);
+  mesh.mConnectivity.keepTwins(std::move(twins));
+  return fits;
+}
+
+void SurfacePieces::linkInOrder(const MeshStorage& mesh) {
   Monitor* const monitor = mesh.mMonitor.get();
   // A use is the higher vertex of the edge, then the face and the direction: sorted, edges come by both vertices.
   EdgeBuckets<std::uint64_t> buckets(
@@ -76,16 +124,16 @@ void SurfacePieces::linkNeighbors(const MeshStorage& mesh, Buffer<FaceAndDirecti
     for (std::size_t begin = 0, end = 0; begin < bucket.size(); begin = end) {
       const std::uint64_t high = bucket[begin] >> 32;
       while (end < bucket.size() && bucket[end] >> 32 == high) ++end;
-      if (high != low) judgeEdge(bucket.subspan(begin, end - begin), overused);
+      if (high != low) judgeEdge(bucket.subspan(begin, end - begin));
     }
     ++low;
   });
 }
 
-void SurfacePieces::judgeEdge(std::span<const std::uint64_t> uses, Buffer<FaceAndDirection>& overused) {
+void SurfacePieces::judgeEdge(std::span<const std::uint64_t> uses) {
   if (uses.size() > 2) {
-    for (const std::uint64_t use : uses) overused.push_back(static_cast<FaceAndDirection>(use));
-    overused.push_back(kEndOfEdge);
+    for (const std::uint64_t use : uses) mOverused.push_back(static_cast<FaceAndDirection>(use));
+    mOverused.push_back(kEndOfEdge);
     return;
   }
   const auto first = static_cast<FaceAndDirection>(uses.front()), second = static_cast<FaceAndDirection>(uses.back());
@@ -129,7 +177,8 @@ void SurfacePieces::linkToLowest(Monitor* monitor) {
 }
 
 /// Edges of three uses and more join nothing, but a piece may be closed there all the same.
-void SurfacePieces::judgeOverused(std::span<FaceAndDirection> overused, Monitor* monitor) {
+void SurfacePieces::judgeOverused(Monitor* monitor) {
+  const std::span<FaceAndDirection> overused = mOverused;
   for (std::size_t begin = 0, end; begin < overused.size(); begin = end + 1) {
     for (end = begin; overused[end] != kEndOfEdge; ++end)
       overused[end] = mLinks[overused[end] >> 1] ^ (overused[end] & 1);  // the piece and its direction

@@ -21,7 +21,7 @@ namespace util {
 class SurfacePieces {
  public:
   /// O(vertices + corners), and sorting around single vertices. 8 bytes a corner and 4 a vertex while it lasts, up to
-  /// 14 a face that stay.
+  /// 14 a face that stay. Leaves the edge twins that it finds with the mesh.
   explicit SurfacePieces(const MeshStorage& mesh);
 
   /// Pieces are numbered by their lowest faces.
@@ -32,6 +32,8 @@ class SurfacePieces {
   }
   /// Whether each edge is used by the piece as often in one direction as in the other, once its faces run alike.
   bool isClosed(std::size_t piece) const { return mIsOpen[mByPiece[mStarts[piece]]] == 0; }
+  /// Whether all neighbors of each piece can run alike.
+  bool areOrientable() const { return mAreOrientable; }
   /// Whether a face has to be turned where the lowest face of its piece is not, and the other way round.
   bool runsAgainstLowest(std::uint32_t face) const { return (mLinks[face] & 1) != 0; }
 
@@ -46,10 +48,13 @@ class SurfacePieces {
   using FaceAndDirection = std::uint32_t;
 
   void linkHoles(const MeshStorage& mesh);
-  void linkNeighbors(const MeshStorage& mesh, Buffer<FaceAndDirection>& overused);
-  void judgeEdge(std::span<const std::uint64_t> uses, Buffer<FaceAndDirection>& overused);
+  void linkNeighbors(const MeshStorage& mesh);
+  bool linkPairs(const MeshStorage& mesh);
+  void linkInOrder(const MeshStorage& mesh);
+  void linkEachToItself(std::size_t faceCount);
+  void judgeEdge(std::span<const std::uint64_t> uses);
   void linkToLowest(Monitor* monitor);
-  void judgeOverused(std::span<FaceAndDirection> overused, Monitor* monitor);
+  void judgeOverused(Monitor* monitor);
   void listPieces(Monitor* monitor);
 
   std::uint32_t shortenedLink(std::uint32_t face);
@@ -57,10 +62,12 @@ class SurfacePieces {
 
   // Trees of faces that belong together: per face, twice a face not higher, and one more where it runs against that.
   Buffer<std::uint32_t> mLinks;
-  Buffer<std::uint8_t> mIsOpen;    // per face, in the end what the lowest of a piece says
-  Buffer<Rim> mRims;               // per face; empty without holes
-  Buffer<std::uint32_t> mByPiece;  // faces
-  Buffer<std::uint32_t> mStarts;   // per piece, and one more
+  Buffer<std::uint8_t> mIsOpen;  // per face, in the end what the lowest of a piece says
+  Buffer<Rim> mRims;             // per face; empty without holes
+  bool mAreOrientable = true;
+  Buffer<FaceAndDirection> mOverused;  // uses of edges of more than two, edge after edge, each with an end
+  Buffer<std::uint32_t> mByPiece;      // faces
+  Buffer<std::uint32_t> mStarts;       // per piece, and one more
 };
 
 }  // namespace util
