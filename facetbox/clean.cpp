@@ -49,7 +49,8 @@ class CleanUp {
     takeMeasures();
   }
 
-  void run(const Step& step) {
+  void run(const Step& step, bool isLast) {
+    mIsLast = isLast;
     StepReport report{.step = step, .before = counts(), .measuresBefore = mMeasures};
     const auto begin = std::chrono::steady_clock::now();
     mIsRunning = true;
@@ -109,14 +110,13 @@ class CleanUp {
       return count;
     });
     if (merged == 0) return 0;
-    needNormals();
-    return merged + util::removeFacesZero(*mMesh, mMesh->storage().mLimits.mSliverArea, util::KeepClosed::yes);
+    return merged +
+           util::removeZeroFaces(*mMesh, findFacesBelow(mMesh->storage().mLimits.mSliverArea), util::KeepClosed::yes);
   }
   std::uint64_t runStep(const RemoveZeroFaces& step) {
-    needNormals();
     std::vector<std::uint32_t> faces = [&] {
       const util::Monitor::Part part(monitor(), 0.0, 0.5);
-      return util::findFacesBelow(*mMesh, areaToFrame(step.threshold));
+      return findFacesBelow(areaToFrame(step.threshold));
     }();
     if (faces.empty() && hasNoHoles()) mNoneBelow = step.threshold;
     const util::Monitor::Part part(monitor(), 0.5, 1.0);
@@ -228,7 +228,7 @@ class CleanUp {
 
   /// Counts the corners that repeat the one before them, which the step is about to collapse. None come about later.
   std::uint64_t countRepeats() {
-    if (!std::exchange(mMayHaveRepeats, false)) return 0;
+    if (!std::exchange(mMayHaveRepeats, false) || !mFrame.hasRepeats) return 0;
     const util::PrimitiveList& faces = mMesh->storage().mFaces;
     std::uint64_t count = 0;
     for (util::Monitor::Blocks blocks(monitor(), faces.size()); blocks.next();)
@@ -268,6 +268,15 @@ class CleanUp {
   void needNormalsForWelding(double tolerance) {
     const util::MeshStorage& m = mMesh->storage();
     if (!m.mHoles.empty() || tolerance > m.mLimits.mLargeTolerance) needNormals();
+  }
+
+  /// Faces below an area, in the frame. On the way, normals are computed where they are not known, and kept where a
+  /// later step may need them.
+  std::vector<std::uint32_t> findFacesBelow(double area) {
+    using util::AlongNormals;
+    if (mHasNormals) return util::findFacesBelow(*mMesh, area);
+    mHasNormals = !mIsLast;
+    return util::findFacesBelow(*mMesh, area, mIsLast ? AlongNormals::computed : AlongNormals::computedAndStored);
   }
 
   /// Computes the normals where they are asked for: not all steps need them.
@@ -332,6 +341,7 @@ class CleanUp {
   util::MeshHistory mHistory;
   std::unique_ptr<util::Mesh> mMesh;
   bool mHasNormals = false;
+  bool mIsLast = false;           // of the steps
   StepReport* mReport = nullptr;  // of the step that runs
   bool mMayHaveRepeats = true;
   double mWeldedUpTo = -1;       // no two vertices lie within this tolerance
@@ -390,7 +400,7 @@ Cleaned clean(const MeshView& mesh, std::span<const Step> steps, const CleanOpti
   requireUsable(steps);
   requireValid(mesh);
   CleanUp cleanUp(mesh, options);
-  for (const Step& step : steps) cleanUp.run(step);
+  for (const Step& step : steps) cleanUp.run(step, &step == &steps.back());
   return std::move(cleanUp).finish();
 }
 

@@ -110,7 +110,10 @@ std::size_t fillFaces(Mesh& mesh, const FaceArrays<Count>& in, Indices indices, 
       while (!isLegal(in.counts[f]) || number-- > 0) ++f;
       return f;
     });
-  if (normals == Normals::computed) recomputeFaceNormals(mesh);
+  if (normals == Normals::computed)
+    recomputeFaceNormals(mesh);
+  else
+    m.mFaces.dropNormals();
   if (legal.faces == in.faceCount) return 0;
 
   if (!m.mHoles.empty() || !m.mRunStarts.empty() || m.mHistory) {

@@ -197,6 +197,7 @@ void compactMesh(Mesh& mesh) {
 
 void recomputeFaceNormals(Mesh& mesh) {
   MeshStorage& m = mesh.storage();
+  m.mFaces.makeNormals();
   for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
     for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
       Vec3 normal;

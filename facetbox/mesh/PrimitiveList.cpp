@@ -58,10 +58,11 @@ void PrimitiveList::clear(std::size_t i) {
 }
 
 void PrimitiveList::appendUninitialized(std::uint32_t count, std::uint32_t mask) {
+  const bool withNormal = hasNormals();
   const std::size_t offset = growPools(count);
   mOffsets.push_back(static_cast<std::uint32_t>(offset));
   mCounts.push_back(count);
-  mNormals.push_back({0.0, 0.0, 0.0});
+  if (withNormal) mNormals.push_back({0.0, 0.0, 0.0});
   if (mask != 0 || !mMasks.empty()) {
     growMasks();
     mMasks.back() = static_cast<std::uint16_t>(mask);
@@ -199,7 +200,7 @@ bool PrimitiveList::isParallel() const {
     return [length](auto& a) { return a.empty() || a.size() == length; };
   };
   const auto fitsRecords = isAbsentOr(size()), fitsCorners = isAbsentOr(poolSize());
-  if (mOffsets.size() != size() || mNormals.size() != size()) return false;
+  if (mOffsets.size() != size() || !(mNormals.empty() || hasNormals())) return false;
   if (!fitsRecords(mMasks) || !fitsRecords(mFlags) || !fitsRecords(mTags)) return false;
   if (!fitsCorners(mNormalIndices) || !std::ranges::all_of(mCornerSets, fitsCorners)) return false;
 
@@ -267,7 +268,7 @@ void PrimitiveList::closeGaps(std::size_t first) {
       std::memmove(pools[p] + offset, pools[p] + mOffsets[i], count * sizeof(std::uint32_t));
     mOffsets[kept] = static_cast<std::uint32_t>(offset);
     mCounts[kept] = count;
-    mNormals[kept] = mNormals[i];
+    keepAt(mNormals, kept, i);
     keepAt(mMasks, kept, i);
     keepAt(mFlags, kept, i);
     keepAt(mTags, kept, i);
@@ -276,7 +277,7 @@ void PrimitiveList::closeGaps(std::size_t first) {
   }
   mOffsets.resize(kept);
   mCounts.resize(kept);
-  mNormals.resize(kept);
+  truncate(mNormals, kept);
   truncate(mMasks, kept);
   truncate(mFlags, kept);
   truncate(mTags, kept);

@@ -59,11 +59,16 @@ class PrimitiveList {
   void prefetch(std::size_t i) const {
     __builtin_prefetch(&mOffsets[i]);
     __builtin_prefetch(&mCounts[i]);
-    __builtin_prefetch(&mNormals[i]);
+    __builtin_prefetch(mNormals.data() + i);
   }
   /// Asks for the memory of the corner at a position of the pool.
   void prefetchCorner(std::size_t poolPosition) const { __builtin_prefetch(&mCorners[poolPosition]); }
 
+  /// Normals may be left out of a list as a whole: then none may be asked for or set, and none take memory.
+  bool hasNormals() const { return mNormals.size() == size(); }
+  void dropNormals() { mNormals = {}; }
+  /// Makes room for normals where they are left out; none of them set yet.
+  void makeNormals() { mNormals.resize(size()); }
   const Vec3& normal(std::size_t i) const { return mNormals[i]; }
   void setNormal(std::size_t i, const Vec3& normal) { mNormals[i] = normal; }
 
@@ -171,7 +176,8 @@ class PrimitiveList {
   /// Moves the records from `first` on down over the cleared ones, with their corners.
   void closeGaps(std::size_t first);
 
-  // Parallel to the records. The last three are empty as long as every record has their default.
+  // Parallel to the records. Normals may be left out; the last three are empty as long as every record has their
+  // default.
   Buffer<std::uint32_t> mOffsets;
   Buffer<std::uint32_t> mCounts;
   Buffer<Vec3> mNormals;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include <facetbox/base/Buffer.h>
@@ -16,22 +17,28 @@ namespace {
 using facetbox::MeshView;
 using facetbox::PolyMesh;
 
-/// The box of the vertices that faces of three corners and more use.
-Box usedBox(const MeshView& mesh, Monitor* monitor) {
+/// The box of the vertices that faces of three corners and more use, and whether such a face repeats a corner.
+std::pair<Box, bool> usedBox(const MeshView& mesh, Monitor* monitor) {
   Buffer<std::uint8_t> isUsed(mesh.points.size() / 3, 0);
   std::size_t first = 0;
+  unsigned hasRepeats = 0;
   for (Monitor::Blocks blocks(monitor, mesh.counts.size()); blocks.next();)
     for (std::size_t face = blocks.begin(), end = blocks.end(); face < end; ++face) {
       const std::uint32_t count = mesh.counts[face];
-      if (count >= 3)
-        for (const std::uint32_t v : mesh.indices.subspan(first, count)) isUsed[v] = 1;
+      if (count >= 3) {
+        const auto corners = mesh.indices.subspan(first, count);
+        for (std::uint32_t before = corners.back(); const std::uint32_t v : corners) {
+          isUsed[v] = 1;
+          hasRepeats |= unsigned{v == std::exchange(before, v)};
+        }
+      }
       first += count;
     }
   Box box;
   for (Monitor::Blocks blocks(monitor, isUsed.size()); blocks.next();)
     for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
       if (isUsed[v] != 0) box.extend(toVec3(&mesh.points[3 * v]));
-  return box;
+  return {box, hasRepeats != 0};
 }
 
 /// What to take from the coordinates of an axis: the one that is nearest to zero, or zero where differences from it
@@ -58,16 +65,29 @@ void dropMissingTexCoords(PrimitiveList& faces) {
     if (faces.cornerSet(face, 0).front() == facetbox::kNone) faces.dropCornerSet(face, 0);
 }
 
-void writeFaces(const PrimitiveList& faces, bool withTexCoords, PolyMesh& mesh) {
-  reserveLarge(mesh.counts, faces.size());
+/// reserveLarge(), with a look at the monitor now and then.
+template <class T>
+void reserveInPieces(std::vector<T>& values, std::size_t size, Monitor* monitor) {
+  constexpr std::size_t kPiece = (std::size_t{16} << 20) / sizeof(T);
+  if (!monitor) return reserveLarge(values, size);
+  values.reserve(size);
+  adviseLargePages(values.data(), size * sizeof(T));
+  for (std::size_t begin = 0; begin < size; begin += kPiece) {
+    populatePages(values.data() + begin, std::min(kPiece, size - begin) * sizeof(T));
+    monitor->look();
+  }
+}
+
+void writeFaces(const PrimitiveList& faces, bool withTexCoords, Monitor* monitor, PolyMesh& mesh) {
+  reserveInPieces(mesh.counts, faces.size(), monitor);
   mesh.counts.resize(faces.size());
   std::size_t corners = 0;
   for (std::size_t face = 0; face < faces.size(); ++face) corners += mesh.counts[face] = faces.cornerCount(face);
-  reserveLarge(mesh.indices, corners);
+  reserveInPieces(mesh.indices, corners, monitor);
   mesh.indices.resize(corners);
   faces.copyCorners(mesh.indices.data());
   if (!withTexCoords) return;
-  reserveLarge(mesh.texIndices, corners);
+  reserveInPieces(mesh.texIndices, corners, monitor);
   bool isComplete = true;
   for (std::size_t face = 0; face < faces.size(); ++face) isComplete = isComplete && faces.carries(face, 0);
   mesh.texIndices.resize(corners, facetbox::kNone);
@@ -106,8 +126,9 @@ void writeHoles(const HoleTable& table, std::vector<std::uint32_t>& holes) {
 }  // namespace
 
 MeshFrame frameOf(const MeshView& mesh, Monitor* monitor) {
-  const Box box = usedBox(mesh, monitor);
+  const auto [box, hasRepeats] = usedBox(mesh, monitor);
   MeshFrame frame;
+  frame.hasRepeats = hasRepeats;
   if (box.min.x > box.max.x) return frame;
   frame.origin = {originOf(box.min.x, box.max.x), originOf(box.min.y, box.max.y), originOf(box.min.z, box.max.z)};
   // Halved, so that the sides of the largest boxes do not overflow.
@@ -157,15 +178,15 @@ PolyMesh toPolyMesh(const Mesh& mesh, const MeshView& input, const MeshHistory& 
   Monitor* const monitor = m.mMonitor.get();
   PolyMesh result;
   const std::span<const std::uint32_t> sources = history.vertices.sources();
-  reserveLarge(result.points, 3 * sources.size());
+  reserveInPieces(result.points, 3 * sources.size(), monitor);
   result.points.resize(3 * sources.size());
   for (Monitor::Blocks blocks(monitor, sources.size()); blocks.next();)
     for (std::size_t v = blocks.begin(), end = blocks.end(); v < end; ++v)
       std::copy_n(&input.points[3 * std::size_t{sources[v]}], 3, &result.points[3 * v]);
-  reserveLarge(result.texCoords, input.texCoords.size());
+  reserveInPieces(result.texCoords, input.texCoords.size(), monitor);
   result.texCoords.assign(input.texCoords.begin(), input.texCoords.end());
   if (monitor) monitor->look();
-  writeFaces(m.mFaces, !input.texIndices.empty(), result);
+  writeFaces(m.mFaces, !input.texIndices.empty(), monitor, result);
   if (monitor) monitor->look();
   if (!input.labels.empty()) writeLabels(m, result);
   writeHoles(m.mHoles, result.holes);

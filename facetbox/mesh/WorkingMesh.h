@@ -24,6 +24,9 @@ struct MeshFrame {
   double scale = 1;
   /// Of the box around the vertices that faces use; in the frame.
   double diagonal = 0;
+  /// Whether a face of three corners and more has a corner that repeats the one before it, cyclically: not of the
+  /// frame, but found on the way.
+  bool hasRepeats = false;
 
   /// Vertices that no face uses may lie anywhere: those that are very far out come nearer, so that nothing overflows.
   Vec3 toFrame(const Vec3& p) const {

@@ -33,12 +33,21 @@ bool isFaceBelow(const MeshStorage& m, std::uint32_t face, double threshold) {
   return threshold > computePolygonArea(m.mVertices, m.mFaces.corners(face), m.mFaces.normal(face));
 }
 
-std::vector<std::uint32_t> findFacesBelow(const Mesh& mesh, double threshold) {
-  const MeshStorage& m = mesh.storage();
+std::vector<std::uint32_t> findFacesBelow(Mesh& mesh, double threshold, AlongNormals normals) {
+  MeshStorage& m = mesh.storage();
+  if (normals == AlongNormals::computedAndStored) m.mFaces.makeNormals();
+  const auto isBelow = [&](std::uint32_t face) {
+    if (normals == AlongNormals::stored) return isFaceBelow(m, face, threshold);
+    const auto corners = std::as_const(m.mFaces).corners(face);
+    Vec3 normal;
+    computeFaceNormal(m.mVertices, corners, normal);
+    if (normals == AlongNormals::computedAndStored) m.mFaces.setNormal(face, normal);
+    return threshold > computePolygonArea(m.mVertices, corners, normal);
+  };
   std::vector<std::uint32_t> faces;
   for (Monitor::Blocks blocks(m.mMonitor.get(), m.mFaces.size()); blocks.next();)
     for (std::uint32_t face = blocks.begin(), end = blocks.end(); face < end; ++face)
-      if (isFaceBelow(m, face, threshold)) faces.push_back(face);
+      if (isBelow(face)) faces.push_back(face);
   return faces;
 }
 

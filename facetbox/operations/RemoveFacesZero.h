@@ -20,8 +20,12 @@ enum class KeepClosed : bool { no, yes };
 /// @return number of faces cleared. If 0, the mesh is untouched. O(corners).
 std::uint64_t removeFacesZero(Mesh& mesh, double threshold, KeepClosed keepClosed = KeepClosed::no);
 
+/// Along which normals areas are measured: the stored ones, or those of the faces as they are, which may be stored at
+/// once.
+enum class AlongNormals { stored, computed, computedAndStored };
+
 /// The two halves of that: the faces below `threshold`, ascending, and the removal of those that need not stay.
-std::vector<std::uint32_t> findFacesBelow(const Mesh& mesh, double threshold);
+std::vector<std::uint32_t> findFacesBelow(Mesh& mesh, double threshold, AlongNormals normals = AlongNormals::stored);
 std::uint64_t removeZeroFaces(Mesh& mesh, std::vector<std::uint32_t> faces, KeepClosed keepClosed);
 
 /// Whether a face is below `threshold`.
