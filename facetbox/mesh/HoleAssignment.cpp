@@ -50,6 +50,7 @@ class GroupCheck {
         ++mCounts.mClearedHoles;
       }
     }
+    mKept.end();
   }
 
  private:

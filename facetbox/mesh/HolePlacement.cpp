@@ -162,7 +162,8 @@ bool HolePlacement::usesCornerIndex(std::size_t queries) {
   if (mPlainQueries <= kPlainQueries) return false;
   std::vector<Box> boxes(corners.size());
   for (std::size_t i = 0; i < corners.size(); ++i) boxes[i].extend(mMesh.mVertices[corners[i]]);
-  mCornerIndex.plan(boxes, mOuter.axis);
+  const Monitor::Part part(mMesh.mMonitor.get(), 0.0, 0.0);  // besides what is counted
+  mCornerIndex.plan(boxes, mOuter.axis, mMesh.mMonitor.get());
   for (unsigned i = 0; i < corners.size(); ++i) mCornerIndex.insert(i, boxes[i], {mOuter.face, i});
   mIsIndexed = true;
   return true;

@@ -21,15 +21,22 @@ void KeptHoles::begin(std::span<const std::uint32_t> holes, int outerAxis, HoleP
   }
   mIsIndexed = search == HolePlacement::Search::indexed && holes.size() >= kLargeGroup;
   if (!mIsIndexed) return;
-  if (monitor) monitor->look();
-  mIndex.plan(mBoxes, outerAxis);
-  if (monitor) monitor->look();
+  {
+    const Monitor::Part part(monitor, 0.0, 0.0);  // besides what is counted
+    mIndex.plan(mBoxes, outerAxis, monitor);
+  }
   std::vector<Box>().swap(mBoxes);  // worth releasing for a large group
   for (AxisSearch& own : mSearches) {
     if (own.method == Method::partition) own.partition = {};
     own.method = Method::boxes;
     own.testsLeft = kTestsByBoxes * holes.size();
   }
+}
+
+void KeptHoles::end() {
+  if (!mIsIndexed) return;
+  const Monitor::Part part(mMesh.mMonitor.get(), 0.0, 0.0);
+  mIndex.clear(mMesh.mMonitor.get());
 }
 
 void KeptHoles::add(std::size_t position) {

@@ -33,6 +33,8 @@ class KeptHoles {
 
   /// Forgets everything and prepares for the holes of a group; `holes` must live until the next call.
   void begin(std::span<const std::uint32_t> holes, int outerAxis, HolePlacement::Search search);
+  /// Ends it: releases what takes long to release.
+  void end();
 
   /// Whether all holes of the group have this dominant axis.
   bool allAlong(int axis) const { return mAxes == 1u << axis; }

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include <facetbox/base/Monitor.h>
 #include <facetbox/math/Box.h>
 #include <facetbox/spatial/FixedBoxOctree.h>
 
@@ -34,8 +35,12 @@ template <class T>
 class BBoxOctree {
  public:
   /// Drops everything and plans for these boxes, which may be empty or infinite, but hold no NaN.
-  /// @param axis  the one along which they spread least; tiles do not divide it
-  void plan(std::span<const Box> boxes, int axis);
+  /// @param axis     the one along which they spread least; tiles do not divide it
+  /// @param monitor  asked on the way; may be null
+  void plan(std::span<const Box> boxes, int axis, Monitor* monitor = nullptr);
+
+  /// Drops everything, which takes long after very many insertions.
+  void clear(Monitor* monitor);
 
   /// Inserts the item of box `index` of those planned for, at most once. `box` is that box again, so that nobody has to
   /// keep it who can compute it anew.
@@ -64,9 +69,14 @@ class BBoxOctree {
   static constexpr double kMargin = 0x1p-44;
   static_assert(kMargin > 32 * kCellRounding);
 
+  struct Center {
+    Vec2 at;
+    std::uint32_t box;
+  };
+
   static bool isOrdinary(const Box& box);
-  void packStrip(std::span<const Box> boxes, std::span<const Vec2> centers, std::span<std::uint32_t> strip);
-  void pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTile);
+  static void sortBy(double Vec2::*first, double Vec2::*second, std::span<Center> centers, Monitor* monitor);
+  void pack(std::span<const Box> boxes, std::span<const Center> ofOneTile);
 
   std::vector<std::uint32_t> mTileOf;  // per box: position in mTiles, or kApart
   std::vector<Tile> mTiles;
@@ -83,47 +93,55 @@ bool BBoxOctree<T>::isOrdinary(const Box& box) {
 }
 
 template <class T>
-void BBoxOctree<T>::plan(std::span<const Box> boxes, int axis) {
+void BBoxOctree<T>::plan(std::span<const Box> boxes, int axis, Monitor* monitor) {
   assert(axis >= 0 && axis < 3);
+  clear(monitor);
   mTileOf.assign(boxes.size(), kApart);
-  mTiles.clear();
-  mApart.clear();
-
-  std::vector<std::uint32_t> order;
-  order.reserve(boxes.size());
+  std::vector<Center> centers;
+  centers.reserve(boxes.size());
   for (std::uint32_t i = 0; i < boxes.size(); ++i)
-    if (isOrdinary(boxes[i])) order.push_back(i);
-  if (order.size() <= kTileSize) {
-    if (!order.empty()) pack(boxes, order);
+    if (isOrdinary(boxes[i])) centers.push_back({project((boxes[i].min + boxes[i].max) / 2, axis), i});
+  if (centers.size() <= kTileSize) {
+    if (!centers.empty()) pack(boxes, centers);
     return;
   }
 
   // Strips across the first coordinate, each cut into tiles across the second.
-  std::vector<Vec2> centers(boxes.size());
-  for (const std::uint32_t i : order) centers[i] = project((boxes[i].min + boxes[i].max) / 2, axis);
-  const auto byFirst = [&](std::uint32_t i) { return std::pair(centers[i].x, centers[i].y); };
-  const auto tileCount = static_cast<double>((order.size() + kTileSize - 1) / kTileSize);
+  const auto tileCount = static_cast<double>((centers.size() + kTileSize - 1) / kTileSize);
   const std::size_t stripSize = kTileSize * static_cast<std::size_t>(std::ceil(std::sqrt(tileCount)));
-  std::ranges::sort(order, {}, byFirst);
-  const std::span<std::uint32_t> all(order);
-  for (std::size_t strip = 0; strip < all.size(); strip += stripSize)
-    packStrip(boxes, centers, all.subspan(strip, std::min(stripSize, all.size() - strip)));
+  sortBy(&Vec2::x, &Vec2::y, centers, monitor);
+  for (std::span<Center> left(centers); !left.empty(); left = left.subspan(std::min(stripSize, left.size()))) {
+    std::span<Center> strip = left.first(std::min(stripSize, left.size()));
+    sortBy(&Vec2::y, &Vec2::x, strip, monitor);
+    for (; !strip.empty(); strip = strip.subspan(std::min(kTileSize, strip.size())))
+      pack(boxes, strip.first(std::min(kTileSize, strip.size())));
+  }
 }
 
 template <class T>
-void BBoxOctree<T>::packStrip(std::span<const Box> boxes, std::span<const Vec2> centers,
-                              std::span<std::uint32_t> strip) {
-  std::ranges::sort(strip, {}, [&](std::uint32_t i) { return std::pair(centers[i].y, centers[i].x); });
-  for (std::size_t first = 0; first < strip.size(); first += kTileSize)
-    pack(boxes, strip.subspan(first, std::min(kTileSize, strip.size() - first)));
+void BBoxOctree<T>::clear(Monitor* monitor) {
+  for (Tile& tile : mTiles) {
+    tile.octree.reset();
+    if (monitor) monitor->tick(kTileSize);
+  }
+  mTiles.clear();
+  mApart.clear();
 }
 
 template <class T>
-void BBoxOctree<T>::pack(std::span<const Box> boxes, std::span<const std::uint32_t> ofOneTile) {
+void BBoxOctree<T>::sortBy(double Vec2::*first, double Vec2::*second, std::span<Center> centers, Monitor* monitor) {
+  std::ranges::sort(centers, [=](const Center& a, const Center& b) {
+    if (monitor) monitor->tick();
+    return a.at.*first != b.at.*first ? a.at.*first < b.at.*first : a.at.*second < b.at.*second;
+  });
+}
+
+template <class T>
+void BBoxOctree<T>::pack(std::span<const Box> boxes, std::span<const Center> ofOneTile) {
   Box bounds;
-  for (const std::uint32_t i : ofOneTile) {
-    mTileOf[i] = static_cast<std::uint32_t>(mTiles.size());
-    bounds.extend(boxes[i]);
+  for (const Center& center : ofOneTile) {
+    mTileOf[center.box] = static_cast<std::uint32_t>(mTiles.size());
+    bounds.extend(boxes[center.box]);
   }
   const double magnitude = std::max({std::fabs(bounds.min.x), std::fabs(bounds.min.y), std::fabs(bounds.min.z),
                                      std::fabs(bounds.max.x), std::fabs(bounds.max.y), std::fabs(bounds.max.z)});
