@@ -62,6 +62,8 @@ class Parser {
     unsigned long long mIndex = 0;
     std::size_t mLine = 0;
   };
+  // Without an end, lines of numbers may have lost digits.
+  enum class Line : std::uint8_t { other, numbers, face };
   struct HoleLine {
     std::vector<std::uint32_t> mFaces;  // counted from 1, the outer face first
     std::size_t mLine;
@@ -172,23 +174,35 @@ class Parser {
       else
         parseStatement();
     }
-    if (mNeedsEnd && atStatementEnd() && mAt == mEnd)
-      fail("the file ends within this line, so it may be cut short; if it is whole, add a line end");
-    mNeedsEnd = false;
+    if (mKind != Line::other && atStatementEnd() && mAt == mEnd) endWithinLine();
+    mKind = Line::other;
     skipLine();
+  }
+
+  // Many files are written by hand without the last line end, so this is no error but where it shows: a face that is
+  // shorter than every other.
+  void endWithinLine() {
+    const std::vector<std::uint32_t>& counts = mPools.counts;
+    const auto isLonger = [&](std::uint32_t corners) { return corners > counts.back(); };
+    if (mKind == Line::face && counts.size() > 1 && std::all_of(counts.begin(), counts.end() - 1, isLonger))
+      fail(
+          "the file ends within this face, which has fewer corners than all before: it is cut short; if it is whole, "
+          "add a line end");
+    mContext.noteMissingLineEnd();
   }
 
   void parseStatement() {
     const std::string_view keyword = peekToken();
-    // The last number may have lost digits.
-    mNeedsEnd = keyword == "v" || keyword == "vt" || keyword == "f" || keyword == "fo";
     if (keyword == "v") {
+      mKind = Line::numbers;
       mAt += 1;
       parseVertex();
     } else if (keyword == "f" || keyword == "fo") {  // "fo" is the old name of "f"
+      mKind = Line::face;
       mAt += keyword.size();
       parseFace();
     } else if (keyword == "vt") {
+      mKind = Line::numbers;
       mAt += 2;
       parseTexCoord();
     } else if (keyword == "vn") {
@@ -226,7 +240,7 @@ class Parser {
       mAt = std::find(mAt, mEnd, '\n');
       return;
     }
-    mNeedsEnd = true;
+    mKind = Line::numbers;
     mAt += kHolesTag.size();
     HoleLine line{{}, mLine};
     const char* const end = std::exchange(mEnd, std::find(mAt, mEnd, '\n'));  // without continuation
@@ -565,7 +579,7 @@ class Parser {
   ObjPools mPools;
   LineNames mLineNames{LineNames::Backslash::continues};
   std::size_t mChangedNames = 0;
-  bool mNeedsEnd = false;  // the line that is read
+  Line mKind = Line::other;  // of the line that is read
   std::size_t mFaceCount = 0, mNormals = 0, mSmoothings = 0, mColored = 0, mWeights = 0, mDepths = 0, mEmptyParts = 0;
   bool mColorsAreBytes = true;
   double mHighestColor = 0;

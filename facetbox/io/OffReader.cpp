@@ -120,8 +120,7 @@ class TextReader {
       mScan.fail("2 numbers come after the corners of this face; 3 or 4 are a color, and 1 is its number");
     require(mMesh.endFace(color));
     if (!mScan.atLineEnd()) mScan.endLine();
-    if (mScan.remaining() == 0)
-      mScan.fail("the file ends within this line, so it may be cut short; if it is whole, add a line end");
+    if (mScan.remaining() == 0 && number + 1 == counts.faces) mContext.noteMissingLineEnd();
     mScan.nextLine();
   }
 

@@ -25,7 +25,7 @@ class Reader {
 
   Model read() {
     for (const PlyElement& element : mHeader.mElements) readElement(element);
-    mSource.finish();
+    mSource.finish(mContext);
     mContext.notes().add("textures named in comments", mHeader.mTextures);
     if (mMesh.texCoords.empty())
       mMesh.texIndices.clear();

@@ -17,6 +17,7 @@
 #include <facetbox/io/Decimal.h>
 #include <facetbox/io/FileError.h>
 #include <facetbox/io/PlyHeader.h>
+#include <facetbox/io/ReadContext.h>
 #include <facetbox/io/TextScanner.h>
 
 /// Where the values of a PLY file come from, behind its header: text or bytes.
@@ -73,12 +74,14 @@ class PlyText {
   }
   void endRow() {
     skipBlanks();
-    if (mAt == mEnd) return;
+    mIsOpen = mAt == mEnd;
+    if (mIsOpen) return;
     if (*mAt != '\n') fail(fmt::format("{} is more than the header declares for this line", quotedToken()));
     ++mAt;
     ++mLine;
   }
-  void finish() {
+  void finish(ReadContext& context) {
+    if (mIsOpen) context.noteMissingLineEnd();
     skipBlankLines();
     if (mAt < mEnd) fail(fmt::format("{} comes after all that the header declares", quotedToken()));
   }
@@ -89,7 +92,7 @@ class PlyText {
     const auto [next, error] = parseDecimal(start, mEnd, value);
     if (error != std::errc() || !isTokenEnd(next)) fail(fmt::format("{} is not a number", quotedToken()));
     if (!std::isfinite(value)) fail(fmt::format("{} is not a finite number", quotedToken()));
-    endToken(next);
+    mAt = next;
     return value;
   }
 
@@ -99,14 +102,14 @@ class PlyText {
     const auto [next, error] = std::from_chars(start, mEnd, value);
     if (error == std::errc::result_out_of_range) fail(fmt::format("{} is out of range", quotedToken()));
     if (error != std::errc() || !isTokenEnd(next)) fail(fmt::format("{} is not an integer", quotedToken()));
-    endToken(next);
+    mAt = next;
     return value;
   }
 
   void skip(PlyType) {
     const char* end = startToken();
     while (!isTokenEnd(end)) ++end;
-    endToken(end);
+    mAt = end;
   }
   void skip(PlyType type, std::uint64_t count) {
     for (std::uint64_t i = 0; i < count; ++i) skip(type);
@@ -139,14 +142,11 @@ class PlyText {
     if (*mAt == '\n') fail("the line has fewer values than the header and its own counts say");
     return *mAt == '+' && mAt + 1 < mEnd && mAt[1] != '-' ? mAt + 1 : mAt;
   }
-  void endToken(const char* end) {
-    if (end == mEnd) fail("the file ends right behind a digit, so it may be cut short; if it is whole, add a line end");
-    mAt = end;
-  }
 
   const char* mAt;
   const char* mEnd;
   std::size_t mLine;
+  bool mIsOpen = false;  // the last row has no line end
   const std::string& mName;
 };
 
@@ -171,7 +171,7 @@ class PlyBytes {
 
   void startRow() {}
   void endRow() {}
-  void finish() {
+  void finish(ReadContext&) {
     if (mAt < mEnd) fail(fmt::format("{} more bytes come after all that the header declares", remaining()));
   }
 

@@ -40,6 +40,8 @@ class ReadContext {
   bool mayRead(const std::filesystem::path& file) const;
 
   Notes& notes() { return mNotes; }
+  /// Text ends behind a number. Nobody can tell whether digits or more are missing, or only the line end.
+  void noteMissingLineEnd() { mNotes.add("line end of the last line, which may be cut short"); }
 
   /// What releaseBytes() is to do.
   void whenBytesAreRead(std::function<void()> release) { mRelease = std::move(release); }

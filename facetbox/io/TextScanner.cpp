@@ -40,7 +40,7 @@ double TextScanner::number(const char* what) {
   if (error != std::errc() || !isTokenEnd(next))
     fail(fmt::format("{} is not a number; {} is expected", quoted(peek()), what));
   if (!std::isfinite(value)) fail(fmt::format("{} is not a finite number; {} is expected", quoted(peek()), what));
-  endToken(next);
+  mAt = next;
   return value;
 }
 
@@ -52,7 +52,7 @@ std::uint64_t TextScanner::count(const char* what) {
     fail(fmt::format("{} is out of range; {} is expected", quoted(peek()), what));
   if (error != std::errc() || !isTokenEnd(next))
     fail(fmt::format("{} is not an integer from 0 on; {} is expected", quoted(peek()), what));
-  endToken(next);
+  mAt = next;
   return value;
 }
 
@@ -63,11 +63,6 @@ const char* TextScanner::startToken(const char* what) {
     fail(fmt::format("the line ends where {} is expected", what));
   }
   return *mAt == '+' && mAt + 1 < mEnd && mAt[1] != '-' ? mAt + 1 : mAt;
-}
-
-void TextScanner::endToken(const char* end) {
-  if (end == mEnd) fail("the file ends right behind a digit, so it may be cut short; if it is whole, add a line end");
-  mAt = end;
 }
 
 void TextScanner::failUnexpected() { fail(fmt::format("{} is more than is expected on this line", quoted(peek()))); }

@@ -66,8 +66,8 @@ class TextScanner {
     nextLine();
   }
 
-  /// The next token of this line as a finite number. Too small becomes zero. The last token of the text is an error: it
-  /// may have lost digits.
+  /// The next token of this line as a finite number. Too small becomes zero. The last token of the text may have lost
+  /// digits.
   /// @param what  it is: "a coordinate"
   double number(const char* what);
   /// The same as an integer that is not negative.
@@ -84,7 +84,6 @@ class TextScanner {
     while (mAt < mEnd && *mAt != '\n') ++mAt;
   }
   const char* startToken(const char* what);
-  void endToken(const char* end);
   [[noreturn]] void failUnexpected();
 
   const char* mAt;

@@ -29,7 +29,8 @@ struct ReadOptions {
 /// went through floats.
 ///
 /// Every mesh of the result is free of fatal problems (see validate()), and there is at least one face. Nothing is made
-/// up: a file that is cut short or says what cannot be is an error. What is left out is counted in Model::notes.
+/// up: a file that is cut short or says what cannot be is an error. What is left out is counted in Model::notes, and so
+/// is the line end that OBJ, PLY or OFF text may lack behind its last number, which may have lost digits then.
 /// Takes memory of about ten times the size of the files at most, whatever these declare, and what the objects and
 /// materials themselves take: about 500 bytes for each object, 300 for each material. Of glTF files, which may show a
 /// mesh many times, it is up to 256 MB where that is more.

@@ -65,7 +65,7 @@ TEST(ObjFile, tellsFileAndLineOfEveryMistake) {
        "t.obj:8: face 2 is a hole of face 1 and of face 3"},
       {v + "f 1 2 3\nf 1 2 3\nf 1 2 3\n# facetbox:holes 1 2\n# facetbox:holes 2 3\n",
        "t.obj:8: face 2 is a hole of face 1 and has holes itself"},
-      {v + "f 1 2 3", "t.obj:4: the file ends within this line"},
+      {v + "f 1 2 3 1\nf 1 2 3", "t.obj:5: the file ends within this face, which has fewer corners than all before"},
       {v, "t.obj: has no faces"},
   };
   for (const auto& [text, message] : cases)

@@ -108,10 +108,6 @@ TEST(OffFile, SaysWhatIsWrongAndWhere) {
       {head + "0\n", "t:7: face 0 has no vertices"},
       {head + "3 0 1 4\n", "t:7: face 0 refers to vertex 4, but there are only 4, counted from 0"},
       {head + "3 0 1 -1\n", "t:7: '-1' is not an integer from 0 on; a vertex is expected"},
-      {head + "3 0 1 2",
-       "t:7: the file ends right behind a digit, so it may be cut short; if it is whole, add a line end"},
-      {head + "3 0 1 2 ",
-       "t:7: the file ends within this line, so it may be cut short; if it is whole, add a line end"},
       {"OFF\n4 2 0\n" + kRows + "3 0 1 2\n", "t:8: the file ends where face 2 of 2 is expected: it is cut short"},
       {head + "3 0 1 2\n3 0 1 2\n", "t:8: '3' comes after all 1 faces"},
       {"OFF\n1 0 0\n0 0 0\n", "t: has no faces, so there is nothing to work on"}};
