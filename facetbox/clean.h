@@ -109,8 +109,7 @@ struct CleanOptions {
   /// Told how far the clean-up is: the number of the step, and what is done of it, from 0 to 1. Called on the thread
   /// of the call, at most some fifty times a second within a step.
   std::function<void(std::size_t step, double fraction)> progress = {};
-  /// Asked on the thread of the call, at least every 0.1 s: true ends it with Cancelled. (One face with a million
-  /// holes took 0.25 s before the first of them.)
+  /// Asked on the thread of the call, at least every 0.1 s: true ends it with Cancelled.
   std::function<bool()> isCancelled = {};
   /// Measure the mesh before the first step and after each that changes it: costs about as much as measure() each time.
   bool measures = false;
