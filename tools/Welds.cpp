@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include <facetbox/clean.h>
+#include <tools/NearOthers.h>
 
 namespace tool {
 namespace {
@@ -37,25 +38,42 @@ class Classes {
   std::size_t mCount;
 };
 
-// The vertices of all objects.
+// The vertices of all objects that others might be welded to.
 struct AllVertices {
   std::vector<double> mPoints;
+  std::vector<std::vector<double>> mOwnPoints;       // per object
   std::vector<std::vector<std::uint32_t>> mNumbers;  // per object and vertex
 
-  explicit AllVertices(const facetbox::Model& model) {
+  AllVertices(const facetbox::Model& model, double reach) {
+    const std::vector<std::vector<std::uint32_t>> near = verticesNearOthers(model, reach);
     std::unordered_map<std::uint32_t, std::uint32_t> numberOf;  // by that in the file
-    for (const facetbox::Object& object : model.objects) {
-      const std::vector<double>& points = object.mesh.points;
+    for (std::size_t i = 0; i < near.size(); ++i) {
+      const facetbox::Object& object = model.objects[i];
       std::vector<std::uint32_t>& numbers = mNumbers.emplace_back();
-      for (std::size_t v = 0; v < points.size() / 3; ++v) {
+      std::vector<double>& own = mOwnPoints.emplace_back();
+      for (const std::uint32_t v : near[i]) {
+        const double* const point = &object.mesh.points[std::size_t{3} * v];
         const auto next = static_cast<std::uint32_t>(mPoints.size() / 3);
         numbers.push_back(
             object.fileVertices.empty() ? next : numberOf.try_emplace(object.fileVertices[v], next).first->second);
-        if (numbers.back() == next) mPoints.insert(mPoints.end(), &points[3 * v], &points[3 * v] + 3);
+        own.insert(own.end(), point, point + 3);
+        if (numbers.back() == next) mPoints.insert(mPoints.end(), point, point + 3);
       }
     }
   }
 };
+
+// Whether no two of a few points are near each other: quicker than to weld them.
+bool areFewAndApart(const std::vector<double>& points, double tolerance) {
+  constexpr std::size_t kFew = 3 * 64;
+  if (points.size() > kFew) return false;
+  for (std::size_t i = 0; i < points.size(); i += 3)
+    for (std::size_t k = i + 3; k < points.size(); k += 3)
+      if (std::max({std::fabs(points[i] - points[k]), std::fabs(points[i + 1] - points[k + 1]),
+                    std::fabs(points[i + 2] - points[k + 2])}) <= tolerance * (1 + 1e-9))
+        return false;
+  return true;
+}
 
 }  // namespace
 
@@ -89,7 +107,8 @@ std::vector<std::uint32_t> weldGroups(const std::vector<double>& points, double 
 
 std::size_t weldsAcrossObjects(const facetbox::Model& model, const std::vector<double>& tolerances) {
   if (model.objects.size() < 2) return 0;
-  const AllVertices all(model);
+  const double reach = *std::max_element(tolerances.begin(), tolerances.end());
+  const AllVertices all(model, reach);
   Classes classes(all.mPoints.size() / 3);
   const auto uniteAll = [&classes](const std::vector<std::uint32_t>& groups, auto numberOf) {
     std::vector<std::uint32_t> firsts(groups.size(), facetbox::kNone);
@@ -100,11 +119,11 @@ std::size_t weldsAcrossObjects(const facetbox::Model& model, const std::vector<d
     }
   };
   for (std::size_t object = 0; object < model.objects.size(); ++object)
-    uniteAll(weldGroups(model.objects[object].mesh.points, tolerances[object]),
-             [&](std::uint32_t vertex) { return all.mNumbers[object][vertex]; });
+    if (!areFewAndApart(all.mOwnPoints[object], tolerances[object]))
+      uniteAll(weldGroups(all.mOwnPoints[object], tolerances[object]),
+               [&](std::uint32_t vertex) { return all.mNumbers[object][vertex]; });
   const std::size_t apart = classes.count();
-  uniteAll(weldGroups(all.mPoints, *std::max_element(tolerances.begin(), tolerances.end())),
-           [](std::uint32_t vertex) { return vertex; });
+  uniteAll(weldGroups(all.mPoints, reach), [](std::uint32_t vertex) { return vertex; });
   return apart - classes.count();
 }
 

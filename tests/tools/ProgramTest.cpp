@@ -80,23 +80,5 @@ TEST(Program, failuresEndWithOneAndStandardOutputIsAFileToo) {
   EXPECT_THAT(run.mErr, HasSubstr("before"));
 }
 
-TEST(Program, readsOtherFormatsWithPolygonsAndSharedVertices) {
-  const TestFolder folder;
-  const auto factsOf = [&](const std::string& name, const std::string& text) {
-    const RunResult run = runProgram("info --json " + quoted(folder.write(name, text)));
-    EXPECT_EQ(run.mExitCode, kExitOk) << run.mErr;
-    return nlohmann::json::parse(run.mOut);
-  };
-  const std::string square = "0 0 0\n1 0 0\n1 1 0\n0 1 0\n0 0 1\n";
-  const std::string header =
-      "ply\nformat ascii 1.0\nelement vertex 5\nproperty float x\nproperty float y\n"
-      "property float z\nelement face 2\nproperty list uchar int vertex_indices\nend_header\n";
-  for (const auto& facts : {factsOf("m.off", "OFF\n5 2 0\n" + square + "4 0 1 2 3\n3 0 1 4\n"),
-                            factsOf("m.ply", header + square + "4 0 1 2 3\n3 0 1 4\n")}) {
-    EXPECT_EQ(facts["vertices"], 5);
-    EXPECT_EQ(facts["facesByCorners"], (nlohmann::json{{"3", 1}, {"4", 1}}));
-  }
-}
-
 }  // namespace
 }  // namespace tool
