@@ -4,7 +4,7 @@
 set -euo pipefail
 
 build=(g++ make cmake ninja-build pkg-config git
-       libboost-dev libboost-thread-dev libboost-system-dev libglu1-mesa-dev libmd-dev
+       libboost-dev libboost-thread-dev libboost-system-dev libglu1-mesa-dev libmd-dev libtbb-dev
        libcli11-dev nlohmann-json3-dev libfmt-dev libassimp-dev libpng-dev)
 test=(libgtest-dev libgmock-dev libbenchmark-dev)
 ci=(clang clang-format lld libclang-rt-14-dev binutils zsh python3-vtk9 python3-open3d)

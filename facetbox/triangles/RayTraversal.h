@@ -233,9 +233,10 @@ inline __attribute__((always_inline)) TriangleBvh::Reference nearestChild(const 
 }
 
 /// Tests the triangles of a block that the filter leaves.
-template <class Ops, bool kGrazing>
+/// @tparam Search  what testExact() takes; `best` bounds the parameter, and shrinks
+template <class Ops, bool kGrazing, class Search>
 inline __attribute__((always_inline)) void testBlock(const TriangleBvh::View& view, const TriangleBvh::Block& block,
-                                                     const ParameterMap& limits, UnitRay& ray, ExactSearch& exact) {
+                                                     const ParameterMap& limits, UnitRay& ray, Search& exact) {
   using F = typename Ops::Floats;
   const F origin[3] = {Ops::all(ray.origin[0]), Ops::all(ray.origin[1]), Ops::all(ray.origin[2])};
   const F direction[3] = {Ops::all(ray.direction[0]), Ops::all(ray.direction[1]), Ops::all(ray.direction[2])};
@@ -281,9 +282,9 @@ inline __attribute__((always_inline)) unsigned childrenToEnter(const TriangleBvh
 
 /// Finds the nearest hit among the triangles that the filters leave between the ray's first and its last parameter:
 /// depth first, near boxes first.
-template <class Ops, bool kGrazing>
+template <class Ops, bool kGrazing, class Search>
 inline __attribute__((always_inline)) void search(const TriangleBvh::View& view, UnitRay ray,
-                                                  const ParameterMap& limits, ExactSearch& exact) {
+                                                  const ParameterMap& limits, Search& exact) {
   const SlabTest<Ops> slabs(ray);
   WaitingSubtrees waiting;
   waiting.depth = 0;

@@ -38,8 +38,6 @@ using Reference = TriangleBvh::Reference;
 constexpr int kWidth = TriangleBvh::kWidth;
 constexpr std::uint32_t kBlockSize = TriangleBvh::kWidth;
 
-/// Below this many triangles the plain loop is as fast.
-constexpr std::size_t kFewestTriangles = 9;
 /// The units that a record takes in the arena, with its exact triangles.
 template <class Record>
 constexpr std::size_t unitsOf(std::size_t exactCount) {
@@ -199,9 +197,10 @@ class Builder {
 
 }  // namespace
 
-TriangleBvh::TriangleBvh(std::span<const double> vertexCoordinates, std::span<const std::uint32_t> indices) {
+TriangleBvh::TriangleBvh(std::span<const double> vertexCoordinates, std::span<const std::uint32_t> indices,
+                         std::size_t fewest) {
   const std::size_t triangleCount = indices.size() / 3;
-  if (triangleCount < kFewestTriangles || triangleCount > kMostTriangles) return;
+  if (triangleCount < std::max<std::size_t>(fewest, 1) || triangleCount > kMostTriangles) return;
   const Triangles triangles{vertexCoordinates, indices};
   if (!measure(triangles)) return;
 

@@ -34,6 +34,8 @@ class TriangleBvh {
   using Reference = std::uint32_t;
   static constexpr Reference kLeaf = 0x80000000u;
 
+  static constexpr std::size_t kFewestTriangles = 9;
+
   /// In bytes: what a processor keeps close while it traverses.
   static constexpr std::size_t kNearCache = 1 << 19;
 
@@ -70,8 +72,10 @@ class TriangleBvh {
 
   /// @param vertexCoordinates  three per vertex
   /// @param indices            three vertex numbers per triangle
+  /// @param fewest             below so many triangles it is not made: the plain loop is as fast
   /// Triangles with a NaN corner are left out: no test accepts one. O(triangles log triangles).
-  TriangleBvh(std::span<const double> vertexCoordinates, std::span<const std::uint32_t> indices);
+  TriangleBvh(std::span<const double> vertexCoordinates, std::span<const std::uint32_t> indices,
+              std::size_t fewest = kFewestTriangles);
 
   /// Whether a traversal may stand in for the loop: there are enough triangles for it to pay, and no coordinate is so
   /// large that a product of some of them could overflow.
