@@ -238,6 +238,13 @@ inline __attribute__((always_inline)) void toMeshUnit(const RayTarget& target, c
   toUnit<OneLane, 1>(origins, directions, &bundle.best[ray], center, target.unitScale, errorOf(target), out.unit);
 }
 
+/// Not inlined: among other code, the loop of the traversal would run short of registers.
+template <class Ops>
+__attribute__((noinline)) void searchAlone(const TriangleBvh::View& view, const UnitRay& ray,
+                                           const ParameterMap& limits, SurfaceSearch& surface) {
+  search<Ops, false>(view, ray, limits, surface);
+}
+
 /// One ray against one object.
 template <class Ops>
 inline __attribute__((always_inline)) void castOne(const RayTarget& target, RayMode mode, std::uint32_t slot, int ray,
@@ -248,7 +255,7 @@ inline __attribute__((always_inline)) void castOne(const RayTarget& target, RayM
   if (at.unit.isAway(0)) return;
   SurfaceSearch surface;
   startSearch(target, mode, bundle, ray, at.origin, at.direction, surface);
-  search<Ops, false>(target.view, unitRayOf(at.unit, 0), ParameterMap{at.unit.scale[0], at.unit.offset[0]}, surface);
+  searchAlone<Ops>(target.view, unitRayOf(at.unit, 0), ParameterMap{at.unit.scale[0], at.unit.offset[0]}, surface);
   keep(surface, target, slot, ray, bundle);
 }
 
@@ -488,8 +495,8 @@ inline constexpr int kFewestTogether = 4;
 
 /// Rays of a bundle against one object, together.
 template <class Ops>
-inline __attribute__((always_inline)) void castTogether(const RayTarget& target, RayMode mode, std::uint32_t slot,
-                                                        unsigned mask, RayBundle& bundle) {
+__attribute__((noinline)) void castTogether(const RayTarget& target, RayMode mode, std::uint32_t slot, unsigned mask,
+                                            RayBundle& bundle) {
   constexpr int kCount = RayBundle::kSize;
   alignas(32) double origin[3][kCount], direction[3][kCount];
   for (int i = 0; i < kCount; ++i) {
@@ -528,7 +535,7 @@ inline __attribute__((always_inline)) void castTogether(const RayTarget& target,
   if (__builtin_popcount(mask) < kFewestTogether || !runAlike(rays, mask, axis)) {
     for (; mask != 0; mask &= mask - 1) {
       const int i = __builtin_ctz(mask);
-      search<Ops, false>(target.view, unitRayOf(rays, i), ParameterMap{rays.scale[i], rays.offset[i]}, searches[i]);
+      searchAlone<Ops>(target.view, unitRayOf(rays, i), ParameterMap{rays.scale[i], rays.offset[i]}, searches[i]);
       keep(searches[i], target, slot, i, bundle);
     }
     return;
