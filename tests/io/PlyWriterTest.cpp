@@ -84,6 +84,20 @@ TEST(PlyWriter, WritesTheSmallestTypesThatHoldAllNumbers) {
             "property list uchar int vertex_indices\nend_header\n0.1 0 0 1 0 0.2 0.3 \n3 0 0 0 \n");
 }
 
+TEST(PlyWriter, PairsOfCornersThatAgreeBecomePairsOfVertices) {
+  const std::string head =
+      "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\nelement face 2\n"
+      "property list uchar int vertex_indices\nproperty list uchar float texcoord\nend_header\n0 0 0\n1 0 0\n0 1 0\n";
+  const Model agreeing = parse(head + "3 2 1 0 6 5 6 3 4 1 2\n1 2 2 5 6\n");
+  const std::string bytes = written(agreeing, Format::ply, true);
+  EXPECT_NE(bytes.find("property double s\nproperty double t\nelement face 2\n"), std::string::npos);
+  const PolyMesh back = parse(bytes).objects[0].mesh;
+  EXPECT_EQ(back.texCoords, (std::vector<double>{1, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(back.texIndices, (std::vector<std::uint32_t>{2, 1, 0, 2}));
+  for (const char* faces : {"3 2 1 0 6 5 6 3 4 1 2\n1 2 2 5 7\n", "3 2 1 0 6 5 6 3 4 1 2\n1 2 0\n"})
+    EXPECT_NE(written(parse(head + faces), Format::ply, true).find("texcoord"), std::string::npos) << faces;
+}
+
 TEST(PlyWriter, ObjectsBecomeOneAndHolesStayOpen) {
   Model model;
   model.objects.push_back({.name = "a",
