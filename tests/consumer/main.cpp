@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <facetbox/Scene.h>
 #include <facetbox/cleanup/Cleanup.h>
 #include <facetbox/intersector/Intersector.h>
 #include <facetbox/io/readModel.h>
@@ -56,6 +57,16 @@ int main() {
   float distance = 0;
   if (!intersector->intersectsRay(object, origin, direction, &distance, nullptr) || distance != 2) return 1;
   if (Intersector::getAssociatedIntersector(object) != intersector.get()) return 1;
+
+  facetbox::Scene scene;
+  const facetbox::Id placed =
+      scene.add(std::make_shared<const facetbox::PolyMesh>(
+                    facetbox::PolyMesh{.points = {0, 0, 0, 1, 0, 0, 0, 1, 0}, .counts = {3}, .indices = {0, 1, 2}}),
+                {{{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, -1}}});
+  const double from[] = {0.25, 0.25, 2}, down[] = {0, 0, -1};
+  const facetbox::Hits hits = scene.castRays(from, down);
+  if (hits.t[0] != 3 || hits.id[0] != placed || hits.normal[2] != 1) return 1;
+  if (scene.anyHit(from, down)[0] != 1 || scene.nearest(from)[0]->distance != 3) return 1;
 
   // Exceptions must be caught across the library's border by their type.
   try {
