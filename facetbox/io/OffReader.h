@@ -11,7 +11,8 @@ namespace facetbox {
 ///
 /// - Faces have any number of corners. The color of a face becomes its material.
 /// - Vertices may have normals, which are noted, colors and texture coordinates.
-/// - In text, a vertex or a face is a line; '#' begins a comment; a last face without a line end is noted. In bytes, the
+/// - In text, a vertex or a face is a line; '#' begins a comment; a last face without a line end is noted. In bytes,
+/// the
 ///   highest comes first.
 /// @throws ReadError
 Model parseOff(std::string_view bytes, ReadContext& context);
