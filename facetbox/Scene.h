@@ -58,7 +58,7 @@ struct RayOptions {
   /// A bound per ray: what it hits beyond this t does not count. None: as far as doubles reach. A bound that is NaN or
   /// negative leaves no hit.
   std::span<const double> limits = {};
-  /// How many threads work; 0: as many as the machine has. The answers are the same.
+  /// How many threads work at most; 0, or more than the machine has: as many as that. The answers are the same.
   unsigned threads = 0;
   /// Asked on the thread of the call, at least every 0.1 s or so: true ends it with Cancelled.
   std::function<bool()> isCancelled = {};

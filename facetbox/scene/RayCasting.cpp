@@ -9,6 +9,7 @@
 #include <string>
 
 #include <tbb/blocked_range.h>
+#include <tbb/info.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
 
@@ -178,9 +179,12 @@ void castAll(const SceneState& state, RayMode mode, const Rays& rays, const RayO
     }
   };
   const bool isAlone = options.threads == 1 || count <= kFew;
-  const std::size_t threads =
-      options.threads != 0 ? options.threads : static_cast<std::size_t>(tbb::this_task_arena::max_concurrency());
-  const std::size_t round = options.isCancelled ? (isAlone ? kRound : kRound * threads) : count;
+  // More than there are would only wait; so any number may be asked for.
+  const int most = tbb::info::default_concurrency();
+  const int threads =
+      options.threads == 0 || options.threads > static_cast<unsigned>(most) ? most : static_cast<int>(options.threads);
+  const std::size_t round =
+      options.isCancelled ? (isAlone ? kRound : kRound * static_cast<std::size_t>(threads)) : count;
   const auto run = [&] {
     for (std::size_t begin = 0; begin < count; begin += round) {
       if (begin != 0) stopIfCancelled();
@@ -197,10 +201,10 @@ void castAll(const SceneState& state, RayMode mode, const Rays& rays, const RayO
   // Isolated: while it waits, this thread must not take up a task of its caller's that asks the scene as well.
   if (isAlone)
     run();
-  else if (options.threads == 0)
+  else if (threads == most)
     tbb::this_task_arena::isolate(run);
   else
-    tbb::task_arena(static_cast<int>(options.threads)).execute([&] { tbb::this_task_arena::isolate(run); });
+    tbb::task_arena(threads).execute([&] { tbb::this_task_arena::isolate(run); });
 }
 
 }  // namespace

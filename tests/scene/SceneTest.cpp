@@ -205,7 +205,7 @@ TEST(Scene, ManyChangesGiveTheHitsOfANewScene) {
       }
     facetbox::Hits hits = fresh.castRays(origins, directions, {.threads = 1});
     for (Id& id : hits.id) id = id == kNone ? kNone : ids[id];
-    ASSERT_EQ(changed.castRays(origins, directions, {.threads = 2}), hits) << step;
+    ASSERT_EQ(changed.castRays(origins, directions, {.threads = step % 8 == 3 ? 2U : ~0U}), hits) << step;
     ASSERT_EQ(changed.size(), ids.size());
   }
 }
