@@ -159,6 +159,11 @@ TEST(RayCasting, HitsAreThoseOfThePlainLoopBitForBit) {
           ASSERT_NE(found, all.end()) << round;
           ASSERT_NEAR(static_cast<double>(found->t / answer.t), 1, 1e-5) << round;
           ASSERT_EQ(found->face, triangle.face);
+          const Vec3 e1 = triangle.corner[1] - triangle.corner[0], e2 = triangle.corner[2] - triangle.corner[0];
+          const Vec3 at = triangle.corner[0] + found->uv[0] * e1 + found->uv[1] * e2 - (from + found->t * along);
+          ASSERT_LT(length(at), 1e-9 * (length(from) + length(e1) + length(e2))) << round;
+          const Vec3 normal = cross(1 / length(e1) * e1, 1 / length(e2) * e2);
+          ASSERT_NEAR(dot(util::toVec3(found->normal), normal), length(normal), 1e-5 * length(normal)) << round;
           ++certain;
         } else if (answer.isMiss) {
           ASSERT_EQ(found, all.end()) << round;
