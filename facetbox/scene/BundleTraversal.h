@@ -326,6 +326,7 @@ struct alignas(32) Beam {
   float least[2][2], most[2][2];  ///< value at 0, and per unit
   float first, last;              ///< along the axis, times the sign; the last shrinks
   float margin;
+  float spread[2];  ///< how far apart the rays are, along each of the other axes
 };
 
 /// Of sums in floats: coordinates are at most 5, and 10 at both ends.
@@ -411,6 +412,8 @@ inline __attribute__((always_inline)) void makeBeam(const UnitRays<kCount>& rays
     }
     const float low[2] = {leastOf<Ops>(below[0]), leastOf<Ops>(below[1])},
                 high[2] = {mostOf<Ops>(above[0]), mostOf<Ops>(above[1])};
+    const float apart[2] = {high[0] - low[0], high[1] - low[1]};
+    beam.spread[side] = apart[0] > apart[1] ? apart[0] : apart[1];
     beam.least[side][0] = 0.5F * (low[0] + low[1]) - beam.margin;
     beam.least[side][1] = 0.5F * (low[1] - low[0]);
     beam.most[side][0] = 0.5F * (high[0] + high[1]) + beam.margin;
@@ -419,6 +422,13 @@ inline __attribute__((always_inline)) void makeBeam(const UnitRays<kCount>& rays
   const float start = leastOf<Ops>(first);
   beam.first = start - beam.margin - kBeamError * __builtin_fabsf(start);
   endBeam<Ops>(rays, beam);
+}
+
+/// Whether rays do better together: what they meet of boxes of a size is not much more than one by one.
+inline __attribute__((always_inline)) bool isNarrow(const Beam& beam, float size, unsigned mask) {
+  constexpr float kMostPerRay = 2;
+  const float across[2] = {beam.spread[0] / size + 1, beam.spread[1] / size + 1};
+  return across[0] * across[1] <= kMostPerRay * static_cast<float>(__builtin_popcount(mask));
 }
 
 /// The children whose boxes a beam meets, as bits.
@@ -532,7 +542,13 @@ __attribute__((noinline)) void castTogether(const RayTarget& target, RayMode mod
     startSearch(target, mode, bundle, i, from, along, searches[i]);
   }
   int axis = 0;
-  if (__builtin_popcount(mask) < kFewestTogether || !runAlike(rays, mask, axis)) {
+  Beam beam;
+  bool goTogether = __builtin_popcount(mask) >= kFewestTogether && runAlike(rays, mask, axis);
+  if (goTogether) {
+    makeBeam<Ops>(rays, mask, axis, beam);
+    goTogether = isNarrow(beam, target.leafSize, mask);
+  }
+  if (!goTogether) {
     for (; mask != 0; mask &= mask - 1) {
       const int i = __builtin_ctz(mask);
       searchAlone<Ops>(target.view, unitRayOf(rays, i), ParameterMap{rays.scale[i], rays.offset[i]}, searches[i]);
@@ -541,8 +557,6 @@ __attribute__((noinline)) void castTogether(const RayTarget& target, RayMode mod
     return;
   }
   const TriangleBvh::View& view = target.view;
-  Beam beam;
-  makeBeam<Ops>(rays, mask, axis, beam);
   WaitingChild stack[TriangleBvh::kStackSize];
   int depth = 0;
   TriangleBvh::Reference reference = view.root;
@@ -662,12 +676,16 @@ inline __attribute__((always_inline)) void castInto(const RayScene& scene, RayMo
   mask &= ~(away & ~odd);
   if (mask == 0) return;
   int axis = 0;
-  if ((mask & odd) != 0 || __builtin_popcount(mask) < kFewestTogether || !runAlike(rays, mask, axis)) {
+  Beam beam;
+  bool goTogether = (mask & odd) == 0 && __builtin_popcount(mask) >= kFewestTogether && runAlike(rays, mask, axis);
+  if (goTogether) {
+    makeBeam<Ops>(rays, mask, axis, beam);
+    goTogether = isNarrow(beam, scene.leafSize, mask);
+  }
+  if (!goTogether) {
     for (; mask != 0; mask &= mask - 1) castAlone<Ops>(scene, mode, __builtin_ctz(mask), bundle);
     return;
   }
-  Beam beam;
-  makeBeam<Ops>(rays, mask, axis, beam);
   WaitingChild stack[ObjectTree::kStackSize];
   int depth = 0;
   stack[depth++] = {scene.root, 0, RayBundle::kNone, beam.first};

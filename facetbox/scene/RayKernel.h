@@ -19,6 +19,7 @@ struct RayTarget {
   TriangleBvh::View view = {};
   Vec3 unitCenter = {};  ///< of the mesh's hierarchy, in its unit coordinates
   double unitScale = 1;
+  float leafSize = 1;  ///< about that of a block of triangles, in unit coordinates
   const SceneMesh* mesh = nullptr;
   std::uint32_t id = 0;
   bool hasHierarchy = false;
@@ -33,6 +34,7 @@ struct RayScene {
   double errorPerOrigin, errorAtLeast;  ///< how far a hit may lie outside of its object's box, in unit coordinates
   const RayTarget* targets;             ///< by slot
   std::uint32_t onlySlot;               ///< where there is but one object; else kNone of RayBundle
+  float leafSize;                       ///< about that of an object, in unit coordinates
 };
 
 enum class RayMode {

@@ -1,6 +1,7 @@
 #include <facetbox/scene/SceneState.h>
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace util {
@@ -46,6 +47,7 @@ void SceneState::place(std::uint32_t slot, std::shared_ptr<const SceneMesh> mesh
   target.id = object.id;
   const TriangleBvh& hierarchy = object.mesh->hierarchy();
   target.hasHierarchy = hierarchy.isUsable();
+  target.leafSize = static_cast<float>(3 * std::sqrt(8 / static_cast<double>(object.mesh->triangleCount() + 1)));
   target.view = hierarchy.view();
   target.unitScale = hierarchy.scale();
   target.unitCenter = hierarchy.scale() * hierarchy.center();
@@ -63,7 +65,8 @@ RayScene SceneState::rayScene() const {
           scale * (mOriginError + kRounding),
           kRounding * (largestMagnitude(center) + 1),
           mTargets.data(),
-          mTree.only()};
+          mTree.only(),
+          static_cast<float>(2 / std::cbrt(static_cast<double>(mTree.size() + 1)))};
 }
 
 void SceneState::move(facetbox::Id id, std::shared_ptr<const SceneMesh> mesh, const Placement& placement) {
