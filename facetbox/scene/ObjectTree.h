@@ -19,7 +19,7 @@ namespace util {
 /// boxes of nodes have become much larger: so a change costs O(log n), on average.
 ///
 /// Bounds are floats in the tree's own unit coordinates, (x - center()) * scale(), rounded outward. They lie between -1
-/// and 1. About 60 bytes per box.
+/// and 1. About 110 bytes per box.
 class ObjectTree {
  public:
   static constexpr int kWidth = TriangleBvh::kWidth;

@@ -1,6 +1,6 @@
 #include <facetbox/scene/RayKernel.h>
 
-#include <facetbox/scene/BundleTraversal.h>
+#include <facetbox/scene/LoneRays.h>
 #include <facetbox/scene/SceneMesh.h>
 #include <facetbox/triangles/RayLanesBase.h>
 

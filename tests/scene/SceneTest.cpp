@@ -91,6 +91,12 @@ TEST(Scene, RefusesWhatItCannotPlace) {
   EXPECT_THROW(
       scene.castRays(std::vector<double>(3), std::vector<double>{0, 0, 1}, {.isCancelled = [] { return true; }}),
       facetbox::Cancelled);
+  // Between rays, it asks again.
+  scene.add(window());
+  const std::vector<double> zeros(3 * 100'000), ones(3 * 100'000, 1);
+  int questions = 0;
+  EXPECT_THROW(scene.castRays(zeros, ones, {.isCancelled = [&] { return ++questions == 3; }}), facetbox::Cancelled);
+  EXPECT_EQ(questions, 3);
 }
 
 /// Boxes that come, move and go: whatever has happened, the tree's boxes hold those below them, each box is found once,
