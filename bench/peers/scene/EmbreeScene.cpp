@@ -6,24 +6,12 @@
 #include <stdexcept>
 
 #include <embree3/rtcore.h>
-#include <pmmintrin.h>
-#include <xmmintrin.h>
+
+#include "../TinyIsZero.h"
 
 namespace {
 
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
-
-/// Sets the mode that Embree recommends to its callers: tiny numbers count as zero.
-class TinyIsZero {
- public:
-  TinyIsZero() : mBefore(_mm_getcsr()) { _mm_setcsr(mBefore | _MM_FLUSH_ZERO_ON | _MM_DENORMALS_ZERO_ON); }
-  ~TinyIsZero() { _mm_setcsr(mBefore); }
-  TinyIsZero(const TinyIsZero&) = delete;
-  TinyIsZero& operator=(const TinyIsZero&) = delete;
-
- private:
-  unsigned mBefore;
-};
 
 RTCGeometry geometryOf(RTCDevice device, const Triangles& triangles) {
   RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
